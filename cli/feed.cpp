@@ -1,0 +1,88 @@
+// SPDX-License-Identifier: MIT
+#include "cli/commands.h"
+
+#include "cli/feedjson.h"
+#include "cli/feedsource.h"
+#include "cli/publisherchecks.h"
+#include "feed/jsonreader.h"
+#include "platform/services.h"
+
+#include <cstdio>
+
+using namespace Qt::StringLiterals;
+
+namespace tx::cli {
+
+namespace {
+
+/// Reads a source with either reader; the error is the one that an application would get, with what is wrong.
+Result<TXUpdateFeed::TrackMap> readFeed(const FeedSource &source, const ReaderContext &context) {
+    if (source.isJson)
+        return readJsonFeed(source.data, context);
+    return TXUpdateFeed::errorForInvalidFormat();
+}
+
+int failed(const TXError &error, const FeedOptions &options) {
+    // Where the fault lies is for the publisher; the error is the application's.
+    const TXError formatError = TXUpdateFeed::errorForInvalidFormat();
+    const bool isFormat = !error.localizedFailureReason().isNull() &&
+                          error.domain() == formatError.domain() &&
+                          error.localizedDescription().startsWith(u"The feed cannot be read"_s);
+    if (isFormat)
+        complain(u"%1: %2"_s.arg(options.source, error.localizedFailureReason()));
+    printError(isFormat ? formatError : error, options.json);
+    return ExitFailed;
+}
+
+} // namespace
+
+int feedShow(const FeedOptions &options) {
+    const Result<FeedSource> source = readSource(options);
+    if (!source)
+        return failed(source.error(), options);
+    QList<SkippedEntry> skipped;
+    ReaderContext context;
+    context.appBuild = options.build;
+    context.systemVersion = options.system;
+    context.now = services().now();
+    context.skipped = [&](const SkippedEntry &entry) { skipped.append(entry); };
+    const auto tracks = readFeed(*source, context);
+    if (!tracks)
+        return failed(tracks.error(), options);
+    if (options.json)
+        printJson(feedAsJson(*tracks, skipped));
+    else
+        printFeed(*tracks, skipped);
+    return ExitDone;
+}
+
+int feedValidate(const FeedOptions &options) {
+    const Result<FeedSource> source = readSource(options);
+    if (!source)
+        return failed(source.error(), options);
+    QList<SkippedEntry> dropped;
+    ReaderContext context;
+    context.now = services().now();
+    context.keepsIrrelevant = true;
+    context.skipped = [&](const SkippedEntry &entry) { dropped.append(entry); };
+    const auto tracks = readFeed(*source, context);
+    if (!tracks)
+        return failed(tracks.error(), options);
+    dropped += endedPosts(source->data, context.now);
+    const QList<SkippedEntry> doubtful = doubtsAbout(source->data);
+    for (const SkippedEntry &entry : dropped)
+        std::printf("error: %s\n",
+                    u"%1[%2]: %3"_s.arg(entry.track).arg(entry.index).arg(entry.reason).toUtf8().constData());
+    for (const SkippedEntry &entry : doubtful)
+        std::printf("warning: %s\n",
+                    u"%1[%2]: %3"_s.arg(entry.track).arg(entry.index).arg(entry.reason).toUtf8().constData());
+    qsizetype kept = 0;
+    for (const TXUpdateTrackPtr &track : *tracks)
+        kept += track->updates().size() + track->posts().size();
+    std::printf("%lld tracks, %lld entries kept, %lld dropped, %lld doubts\n",
+                static_cast<long long>(tracks->size()), static_cast<long long>(kept),
+                static_cast<long long>(dropped.size()), static_cast<long long>(doubtful.size()));
+    return dropped.isEmpty() ? ExitDone : ExitFailed;
+}
+
+} // namespace tx::cli

@@ -1,0 +1,59 @@
+// SPDX-License-Identifier: MIT
+#include "cli/feedsource.h"
+
+#include "feed/jsonreader.h"
+#include "platform/queues.h"
+#include "platform/services.h"
+#include "platform/urlloading.h"
+
+#include <QEventLoop>
+#include <QFile>
+
+using namespace Qt::StringLiterals;
+
+namespace tx::cli {
+
+namespace {
+
+const QString jsonType = u"application/json"_s;
+
+Result<FeedSource> fetch(const QUrl &url, const QString &contentType) {
+    UrlResponse response;
+    TXError error;
+    QEventLoop loop;
+    UrlRequest request;
+    request.url = url;
+    request.timeout = std::chrono::seconds(30);
+    request.sizeLimit = 64LL << 20;
+    services().urlLoader->load(request, [&](const UrlResponse &got, const TXError &failed) {
+        response = got;
+        error = failed;
+        postToMain([&loop] { loop.quit(); });
+    });
+    loop.exec();
+    if (error)
+        return TXUpdateFeed::errorForLoading(error);
+    if (response.statusCode != 200)
+        return TXUpdateFeed::errorForHTTPStatus(response.statusCode);
+    const QString served = QString::fromLatin1(response.header("Content-Type"));
+    return FeedSource{response.body, (contentType.isNull() ? served : contentType) == jsonType};
+}
+
+} // namespace
+
+Result<FeedSource> readSource(const FeedOptions &options) {
+    const QUrl url(options.source);
+    if (url.scheme() == u"http" || url.scheme() == u"https")
+        return fetch(url, options.contentType);
+    QFile file(options.source);
+    if (!file.open(QIODevice::ReadOnly))
+        return TXError(u"NSPOSIXErrorDomain"_s, 0, u"%1: %2"_s.arg(options.source, file.errorString()));
+    FeedSource source{file.readAll(), false};
+    if (!options.contentType.isNull())
+        source.isJson = options.contentType == jsonType;
+    else
+        source.isJson = !asUtf8(source.data).trimmed().startsWith('<');
+    return source;
+}
+
+} // namespace tx::cli

@@ -1,0 +1,119 @@
+// SPDX-License-Identifier: MIT
+#include "cli/commands.h"
+#include "cli/supervisor.h"
+
+#include <CLI/CLI.hpp>
+
+#include <QCoreApplication>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+QString text(const std::string &value) { return QString::fromStdString(value); }
+
+QString textOrNull(const CLI::Option *option, const std::string &value) {
+    return option->count() > 0 ? text(value) : QString();
+}
+
+struct Words {
+    std::string a;
+    std::string b;
+    std::string source;
+    std::string build;
+    std::string system;
+    std::string contentType;
+    std::string app;
+    std::string feed;
+    std::string directory;
+    int port = 8000;
+    bool json = false;
+};
+
+} // namespace
+
+int main(int argc, char **argv) {
+    using namespace tx::cli;
+    CLI::App application(
+        "For people who publish, host and debug update feeds.\n"
+        "Exit status: 0 done; 1 the feed fails, an entry would be dropped or the update did not "
+        "work; 64 wrong command line; 65 unreadable input line.",
+        "txupdate");
+    application.require_subcommand(1);
+    application.set_version_flag("--version", TARVIXUPDATE_VERSION);
+    Words words;
+
+    auto *compareCommand = application.add_subcommand(
+        "compare", "Print -1, 0 or 1: whether version A is older than B, the same, or newer.\n"
+                   "Without arguments, read one JSON array [A, B] a line from standard input.");
+    auto *a = compareCommand->add_option("A", words.a, "a build version");
+    auto *b = compareCommand->add_option("B", words.b, "another one");
+    a->needs(b);
+
+    auto *versionCommand = application.add_subcommand(
+        "version", "Print a version for people, taken apart, as a JSON object.\n"
+                   "Without an argument, read one JSON string a line from standard input.");
+    auto *versionText = versionCommand->add_option("TEXT", words.a, "such as \"2.1.3 rc1\"");
+
+    auto *feed = application.add_subcommand("feed", "Look at a feed.");
+    feed->require_subcommand(1);
+    auto *show =
+        feed->add_subcommand("show", "Show what an application would see of a feed, and why it would "
+                                     "not see the rest.");
+    show->add_option("SOURCE", words.source, "a file or an address")->required();
+    show->add_option("--build", words.build, "the application's build")->required();
+    show->add_option("--system", words.system, "the system's version, major.minor.patch")->required();
+    auto *type = show->add_option("--content-type", words.contentType, "read it as if served with this type");
+    show->add_flag("--json", words.json, "print JSON");
+    auto *validate =
+        feed->add_subcommand("validate", "List the entries that every reader drops, and doubtful "
+                                         "ones. Exit status 1 when any would be dropped.");
+    validate->add_option("SOURCE", words.source, "a file or an address")->required();
+    auto *validateType =
+        validate->add_option("--content-type", words.contentType, "read it as if served with this type");
+
+    auto *checkCommand = application.add_subcommand("check", "Ask the feed of an application for updates.");
+    auto *updateCommand = application.add_subcommand(
+        "update", "Update an application: check, download, unpack, install and open the new one.");
+    CLI::Option *feedOption[2];
+    int index = 0;
+    for (CLI::App *command : {checkCommand, updateCommand}) {
+        command->add_option("--app", words.app, "the application's bundle")->required();
+        feedOption[index++] =
+            command->add_option("--feed", words.feed, "instead of the application's own feed");
+    }
+    checkCommand->add_flag("--json", words.json, "print JSON");
+
+    auto *serveCommand = application.add_subcommand(
+        "serve", "Serve a folder on 127.0.0.1 for development: feeds by GET and POST, archives, pages.\n"
+                 "Prints each request's parameters and profile.");
+    serveCommand->add_option("DIR", words.directory, "the folder")->required()->check(CLI::ExistingDirectory);
+    serveCommand->add_option("--port", words.port, "0 takes a free one")->capture_default_str();
+
+    try {
+        application.parse(argc, argv);
+    } catch (const CLI::ParseError &error) {
+        return application.exit(error) == 0 ? int(ExitDone) : int(ExitUsage);
+    }
+
+    if (compareCommand->parsed())
+        return a->count() > 0 ? compare(text(words.a), text(words.b)) : compareLines();
+    if (versionCommand->parsed())
+        return versionText->count() > 0 ? version(text(words.a)) : versionLines();
+    if (serveCommand->parsed())
+        return serve(text(words.directory), words.port);
+    if (updateCommand->parsed()) {
+        // What installs an application ends its own process; another one waits to tell how it went.
+        if (const std::optional<int> status = superviseInstallation())
+            return *status;
+    }
+    const QCoreApplication qt(argc, argv);
+    if (show->parsed())
+        return feedShow({text(words.source), text(words.build), text(words.system),
+                         textOrNull(type, words.contentType), words.json});
+    if (validate->parsed())
+        return feedValidate({text(words.source), {}, {}, textOrNull(validateType, words.contentType), false});
+    const AppOptions options{text(words.app),
+                             textOrNull(feedOption[checkCommand->parsed() ? 0 : 1], words.feed), words.json};
+    return checkCommand->parsed() ? check(options) : update(options);
+}

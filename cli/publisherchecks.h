@@ -1,0 +1,15 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "feed/readercontext.h"
+
+namespace tx::cli {
+
+/// Entries of a JSON feed that a publisher may not have meant so: no date, an address that is none, a member
+/// that no reader knows, a build that stands twice in a track, an archive that cannot be unpacked.
+[[nodiscard]] QList<SkippedEntry> doubtsAbout(const QByteArray &jsonFeed);
+
+/// Posts whose end date has passed: every reader drops them.
+[[nodiscard]] QList<SkippedEntry> endedPosts(const QByteArray &jsonFeed, const QDateTime &now);
+
+} // namespace tx::cli

@@ -1,0 +1,35 @@
+# One place for the language level, the warnings and the strict Qt definitions of every target.
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+
+find_program(CCACHE_PROGRAM ccache)
+if(CCACHE_PROGRAM AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${CCACHE_PROGRAM})
+endif()
+
+add_library(tarvix_settings INTERFACE)
+target_compile_features(tarvix_settings INTERFACE cxx_std_20)
+target_compile_options(tarvix_settings INTERFACE
+  -Wall -Wextra -Wpedantic -Werror -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-align
+  -Wconversion -Wno-sign-conversion -Wno-missing-field-initializers -Wformat=2 -Wimplicit-fallthrough)
+target_compile_definitions(tarvix_settings INTERFACE
+  QT_NO_KEYWORDS QT_NO_FOREACH QT_NO_CAST_FROM_ASCII QT_NO_CAST_TO_ASCII QT_NO_CAST_FROM_BYTEARRAY
+  QT_NO_URL_CAST_FROM_STRING QT_NO_NARROWING_CONVERSIONS_IN_CONNECT QT_NO_CONTEXTLESS_CONNECT
+  QT_DISABLE_DEPRECATED_BEFORE=0x060400)
+target_include_directories(tarvix_settings INTERFACE ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/include)
+
+set(TARVIXUPDATE_SANITIZE "" CACHE STRING "Sanitizers to build with, such as address,undefined or thread")
+if(TARVIXUPDATE_SANITIZE)
+  add_compile_options(-fsanitize=${TARVIXUPDATE_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+  add_link_options(-fsanitize=${TARVIXUPDATE_SANITIZE})
+endif()
+option(TARVIXUPDATE_COVERAGE "Measure line coverage" OFF)
+if(TARVIXUPDATE_COVERAGE)
+  add_compile_options(--coverage -O0)
+  add_link_options(--coverage)
+endif()

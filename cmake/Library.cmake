@@ -1,0 +1,41 @@
+# The two libraries that are made of the folders' objects.
+get_property(folders GLOBAL PROPERTY TARVIX_FOLDERS)
+set(objects)
+foreach(folder IN LISTS folders)
+  list(APPEND objects $<TARGET_OBJECTS:${folder}>)
+endforeach()
+set(dependencies Qt6::Network Qt6::DBus simdjson::simdjson PkgConfig::plist ZLIB::ZLIB Threads::Threads)
+
+add_library(TarvixUpdate SHARED ${objects})
+add_library(TarvixUpdate::TarvixUpdate ALIAS TarvixUpdate)
+target_link_libraries(TarvixUpdate PUBLIC Qt6::Core PRIVATE ${dependencies} Qt6::Widgets)
+target_include_directories(TarvixUpdate PUBLIC
+  $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include> $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
+target_compile_features(TarvixUpdate PUBLIC cxx_std_20)
+set_target_properties(TarvixUpdate PROPERTIES
+  VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR} AUTOMOC OFF LINKER_LANGUAGE CXX)
+target_link_options(TarvixUpdate PRIVATE -Wl,--no-undefined -Wl,--as-needed)
+if(TARVIXUPDATE_SANITIZE)
+  set_target_properties(TarvixUpdate PROPERTIES LINK_OPTIONS "-Wl,--as-needed")
+endif()
+
+# Everything but the user interface comes out of this archive only when it is used, so a program without
+# windows does not load the widget libraries.
+add_library(TarvixUpdateInternals STATIC ${objects})
+target_link_libraries(TarvixUpdateInternals PUBLIC tarvix_settings Qt6::Core ${dependencies} Qt6::Widgets)
+set_target_properties(TarvixUpdateInternals PROPERTIES AUTOMOC OFF LINKER_LANGUAGE CXX)
+target_link_options(TarvixUpdateInternals INTERFACE -Wl,--as-needed)
+
+include(CMakePackageConfigHelpers)
+install(TARGETS TarvixUpdate EXPORT TarvixUpdateTargets)
+install(DIRECTORY include/TarvixUpdate DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+install(DIRECTORY ${CMAKE_LIBRARY_OUTPUT_DIRECTORY}/TarvixUpdate DESTINATION ${CMAKE_INSTALL_LIBDIR}
+        USE_SOURCE_PERMISSIONS)
+install(EXPORT TarvixUpdateTargets NAMESPACE TarvixUpdate::
+        DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/TarvixUpdate)
+configure_package_config_file(cmake/TarvixUpdateConfig.cmake.in TarvixUpdateConfig.cmake
+  INSTALL_DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/TarvixUpdate)
+write_basic_package_version_file(TarvixUpdateConfigVersion.cmake COMPATIBILITY SameMinorVersion)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/TarvixUpdateConfig.cmake
+              ${CMAKE_CURRENT_BINARY_DIR}/TarvixUpdateConfigVersion.cmake
+        DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/TarvixUpdate)

@@ -1,0 +1,87 @@
+// SPDX-License-Identifier: MIT
+#include "core/host_p.h"
+
+#include "platform/osversion.h"
+#include "platform/services.h"
+#include "platform/volumes.h"
+#include "platform/workspace.h"
+
+#include <QFileInfo>
+#include <QMutex>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+QMutex hostMutex;
+TXUpdateHost *sharedHost = nullptr;
+
+} // namespace
+
+TXUpdateHost *TXUpdateHost::host() {
+    const QMutexLocker locker(&hostMutex);
+    if (!sharedHost) {
+        sharedHost = new TXUpdateHost;
+        sharedHost->init();
+    }
+    return sharedHost;
+}
+
+TXUpdateHost *TXUpdateHost::currentHost() { return host(); }
+
+TXUpdateHost::TXUpdateHost() = default;
+TXUpdateHost::~TXUpdateHost() = default;
+
+void TXUpdateHost::init() {
+    const tx::OSVersion os = tx::operatingSystemVersion();
+    m_systemVersionString = u"%1.%2.%3"_s.arg(os.majorVersion).arg(os.minorVersion).arg(os.patchVersion);
+    m_bundle = TXBundle::mainBundle();
+    if (m_name.isNull())
+        m_name = m_bundle.infoString(u"CFBundleDisplayName"_s);
+    if (m_name.isNull())
+        m_name = m_bundle.infoString(u"CFBundleName"_s);
+    if (m_name.isNull())
+        m_name = QFileInfo(m_bundle.bundlePath()).completeBaseName();
+    if (m_version.isNull())
+        m_version = m_bundle.infoString(u"CFBundleVersion"_s);
+    if (m_displayVersion.isNull())
+        m_displayVersion = m_bundle.infoString(u"CFBundleShortVersionString"_s);
+    if (m_displayVersion.isNull())
+        m_displayVersion = m_version;
+}
+
+bool TXUpdateHost::isRunningOnReadOnlyVolume() const {
+    if (const auto volume = tx::volumeInfo(m_bundle.bundlePath()))
+        return volume->isReadOnly;
+    return tx::mountFlagsAreReadOnly(m_bundle.bundlePath());
+}
+
+bool TXUpdateHost::isRunningTranslocated() const {
+    // No supported system but one starts applications from a hidden copy, and that one is not built for yet.
+    return false;
+}
+
+bool TXUpdateHost::isBackgroundApplication() const {
+    return tx::services().workspace->isBackgroundApplication();
+}
+
+quint32 TXUpdateOSVersion() {
+    const tx::OSVersion os = tx::operatingSystemVersion();
+    return tx::packVersion(os.majorVersion, os.minorVersion, os.patchVersion);
+}
+
+namespace tx {
+
+void resetHost() {
+    const QMutexLocker locker(&hostMutex);
+    delete sharedHost;
+    sharedHost = nullptr;
+}
+
+quint32 packVersion(int majorVersion, int minorVersion, int patchVersion) {
+    constexpr unsigned mask = 0xFF;
+    return (static_cast<unsigned>(majorVersion) & mask) << 16 |
+           (static_cast<unsigned>(minorVersion) & mask) << 8 | (static_cast<unsigned>(patchVersion) & mask);
+}
+
+} // namespace tx

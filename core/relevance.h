@@ -1,0 +1,36 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <TarvixUpdate/TXUpdate.h>
+#include <TarvixUpdate/TXUpdatePost.h>
+
+#include <QList>
+
+namespace tx {
+
+/// Why an item does not apply; null when it does.
+/// `build` and `systemVersion` are the host's; `version` is the item's own build, absent for a post.
+[[nodiscard]] QString reasonAgainst(const std::optional<TXUpdateItemConditions> &conditions,
+                                    const std::optional<QString> &version, const QString &build,
+                                    const QString &systemVersion);
+
+/// Whether the item's bounds hold and, for an update, its version is newer than `build`. Thread: any.
+[[nodiscard]] bool isItemRelevant(const TXUpdateItem &item, const QString &build,
+                                  const QString &systemVersion);
+
+/// The relevant ones, in the order given.
+template <typename Item>
+[[nodiscard]] QList<std::shared_ptr<Item>> relevantItems(const QList<std::shared_ptr<Item>> &items,
+                                                         const QString &build, const QString &systemVersion) {
+    QList<std::shared_ptr<Item>> result;
+    for (const std::shared_ptr<Item> &item : items) {
+        if (isItemRelevant(*item, build, systemVersion))
+            result.append(item);
+    }
+    return result;
+}
+
+/// Whether the user ignores this version or a newer one. An ignore older than 30 days is removed.
+[[nodiscard]] bool isUpdateIgnored(const TXUpdate &update);
+
+} // namespace tx

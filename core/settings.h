@@ -1,0 +1,16 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <TarvixUpdate/TXUpdateSettings.h>
+
+namespace tx {
+
+/// The installation's random identifier: 36 characters, upper-case, made on first use and kept for good.
+/// Thread: any.
+[[nodiscard]] QString anonymousUUID();
+
+/// Where the host's downloads and unpacked archives stand: "<bundle identifier>.TXUpdater" in the private
+/// temporary folder. Not made here. Thread: any.
+[[nodiscard]] QString updateCacheDirectoryFilePath();
+
+} // namespace tx

@@ -1,0 +1,214 @@
+// SPDX-License-Identifier: MIT
+#include "core/updater_p.h"
+
+#include "core/relevance.h"
+#include "core/settings.h"
+#include "core/versioncomparison.h"
+#include "platform/queues.h"
+#include "platform/services.h"
+#include "platform/userdefaults.h"
+
+#include <QCoreApplication>
+#include <QMutex>
+#include <QThread>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+QMutex sharedMutex;
+std::atomic<TXUpdater *> sharedInstance{nullptr};
+
+tx::UserDefaults &defaults() { return tx::UserDefaults::standard(); }
+
+} // namespace
+
+TXUpdaterDelegate::~TXUpdaterDelegate() = default;
+QVariantMap TXUpdaterDelegate::feedParametersForUpdater(TXUpdater *) { return {}; }
+void TXUpdaterDelegate::updaterDidCheckForUpdate(TXUpdater *, const TXUpdateFeedPtr &, const TXError &) {}
+
+TXUpdater *TXUpdater::sharedUpdater() {
+    if (TXUpdater *updater = sharedInstance.load(std::memory_order_acquire))
+        return updater;
+    const QMutexLocker locker(&sharedMutex);
+    if (!sharedInstance.load(std::memory_order_relaxed)) {
+        auto *updater = new TXUpdater;
+        sharedInstance.store(updater, std::memory_order_release);
+        updater->scheduleCheckForUpdate();
+    }
+    return sharedInstance.load(std::memory_order_relaxed);
+}
+
+TXUpdater::TXUpdater()
+    : d(std::make_unique<Private>()) {
+    if (const QCoreApplication *application = QCoreApplication::instance()) {
+        moveToThread(application->thread());
+        d->timer.moveToThread(application->thread());
+    }
+    tx::setVersionComparator(nullptr);
+}
+
+TXUpdater::~TXUpdater() = default;
+
+bool TXUpdater::isChecking() const { return d->isChecking; }
+
+void TXUpdater::setChecking(bool checking) {
+    if (d->isChecking.exchange(checking) != checking)
+        Q_EMIT isCheckingChanged();
+}
+
+TXUpdaterDelegate *TXUpdater::delegate() const { return d->delegate; }
+void TXUpdater::setDelegate(TXUpdaterDelegate *delegate) { d->delegate = delegate; }
+
+QUrl TXUpdater::feedURL() const {
+    const QString text = defaults().stringValue(TXUpdatePrefFeedURLKey);
+    return text.isNull() ? QUrl() : QUrl(text);
+}
+
+void TXUpdater::setFeedURL(const QUrl &url) {
+    (void)defaults().setValue(TXUpdatePrefFeedURLKey,
+                              url.isEmpty() ? QVariant() : QVariant(url.toString(QUrl::FullyEncoded)));
+    Q_EMIT settingsChanged();
+}
+
+TXUpdater::VersionComparator TXUpdater::versionComparator() const { return tx::versionComparator(); }
+
+void TXUpdater::setVersionComparator(const VersionComparator &comparator) {
+    tx::setVersionComparator(comparator);
+}
+
+double TXUpdater::updateCheckInterval() const {
+    return defaults().doubleValue(TXUpdatePrefUpdateCheckIntervalKey);
+}
+
+void TXUpdater::setUpdateCheckInterval(double seconds) {
+    unscheduleCheckForUpdate();
+    (void)defaults().setValue(TXUpdatePrefUpdateCheckIntervalKey, seconds);
+    scheduleCheckForUpdate();
+    Q_EMIT settingsChanged();
+}
+
+bool TXUpdater::automaticallyChecksForUpdates() const {
+    return defaults().boolValue(TXUpdatePrefAutomaticallyChecksForUpdatesKey);
+}
+
+void TXUpdater::setAutomaticallyChecksForUpdates(bool automatically) {
+    unscheduleCheckForUpdate();
+    (void)defaults().setValue(TXUpdatePrefAutomaticallyChecksForUpdatesKey, automatically);
+    scheduleCheckForUpdate();
+    Q_EMIT settingsChanged();
+}
+
+bool TXUpdater::automaticallyDownloadsUpdates() const {
+    return defaults().boolValue(TXUpdatePrefAutomaticallyDownloadsUpdatesKey);
+}
+
+void TXUpdater::setAutomaticallyDownloadsUpdates(bool automatically) {
+    (void)defaults().setValue(TXUpdatePrefAutomaticallyDownloadsUpdatesKey, automatically);
+    Q_EMIT settingsChanged();
+}
+
+bool TXUpdater::sendsSystemProfile() const { return defaults().boolValue(TXUpdatePrefSendsSystemProfileKey); }
+
+void TXUpdater::setSendsSystemProfile(bool sends) {
+    (void)defaults().setValue(TXUpdatePrefSendsSystemProfileKey, sends);
+    Q_EMIT settingsChanged();
+}
+
+QDateTime TXUpdater::lastUpdateCheckDate() const {
+    return defaults().dateValue(TXUpdatePrefLastUpdateCheckDateKey);
+}
+
+bool TXUpdater::isUpdating() const { return false; }
+QString TXUpdater::updateCacheDirectoryFilePath() const { return tx::updateCacheDirectoryFilePath(); }
+QString TXUpdater::anonymousUUID() { return tx::anonymousUUID(); }
+
+void TXUpdater::scheduleCheckForUpdate() {
+    tx::postToMain([this] {
+        unscheduleCheckForUpdate();
+        const double seconds = updateCheckInterval();
+        if (!automaticallyChecksForUpdates() || !(seconds > 0))
+            return;
+        // No date lies further ahead than this; larger numbers would not fit a count of milliseconds.
+        constexpr double longest = 1e12;
+        d->timer.start(std::chrono::milliseconds(static_cast<qint64>(std::min(seconds, longest) * 1000)));
+    });
+}
+
+void TXUpdater::unscheduleCheckForUpdate() {
+    if (QThread::currentThread() == thread())
+        d->timer.stop();
+    else
+        tx::postToMain([this] { d->timer.stop(); });
+}
+
+void TXUpdater::autocheckForUpdate() { checkForUpdate(nullptr); }
+
+void TXUpdater::checkForUpdate(const CompletionHandler &handler) {
+    if (isUpdating() || d->isChecking.exchange(true))
+        return;
+    Q_EMIT isCheckingChanged();
+    tx::runInBackground([this, handler] { performCheck(handler); });
+}
+
+void TXUpdater::performCheck(const CompletionHandler &handler) {
+    QVariantMap parameters;
+    const bool asked = tx::runOnMainAndWait([this, &parameters] {
+        if (d->delegate)
+            parameters = d->delegate->feedParametersForUpdater(this);
+    });
+    if (!asked)
+        return; // the application is ending
+    TXUpdateFeed::fetchFeedAtURL(
+        feedURL(), parameters, {}, [this, handler](const TXUpdateFeedPtr &feed, const TXError &error) {
+            const TXUpdateFeedPtr result = error ? TXUpdateFeedPtr() : feed;
+            if (!result && !error)
+                qFatal("TXUpdater: feed || error");
+            tx::postToMain([this, handler, result, error] { report(handler, result, error); });
+            scheduleCheckForUpdate();
+            setChecking(false);
+        });
+}
+
+void TXUpdater::report(const CompletionHandler &handler, const TXUpdateFeedPtr &feed, const TXError &error) {
+    if (handler)
+        handler(feed, error);
+    else if (d->delegate)
+        d->delegate->updaterDidCheckForUpdate(this, feed, error);
+    if (feed)
+        (void)defaults().setValue(TXUpdatePrefLastUpdateCheckDateKey, tx::services().now());
+    Q_EMIT settingsChanged();
+}
+
+int TXUpdater::compareVersionToVersion(const QString &a, const QString &b) {
+    return tx::compareVersions(a, b);
+}
+
+bool TXUpdater::isVersionNewerThanVersion(const QString &a, const QString &b) {
+    return tx::isVersionNewer(a, b);
+}
+
+bool TXUpdater::isVersionNewerOrEqualToVersion(const QString &a, const QString &b) {
+    return tx::compareVersions(a, b) >= 0;
+}
+
+bool TXUpdater::isVersionOlderOrEqualToVersion(const QString &a, const QString &b) {
+    return tx::compareVersions(a, b) <= 0;
+}
+
+bool TXUpdater::isItemRelevantForAppBuild(const TXUpdateItem &item, const QString &build,
+                                          const QString &osVersion) {
+    return tx::isItemRelevant(item, build, osVersion);
+}
+
+QList<TXUpdatePtr> TXUpdater::relevantItemsForAppBuild(const QList<TXUpdatePtr> &items, const QString &build,
+                                                       const QString &osVersion) {
+    return tx::relevantItems(items, build, osVersion);
+}
+
+QList<TXUpdatePostPtr> TXUpdater::relevantItemsForAppBuild(const QList<TXUpdatePostPtr> &items,
+                                                           const QString &build, const QString &osVersion) {
+    return tx::relevantItems(items, build, osVersion);
+}
+
+bool TXUpdater::isUpdateIgnored(const TXUpdate &update) { return tx::isUpdateIgnored(update); }

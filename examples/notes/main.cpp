@@ -1,0 +1,169 @@
+// SPDX-License-Identifier: MIT
+// TarvixNotes: a notes keeper that updates itself. What a host needs of the framework is in Updating below.
+
+#include <TarvixUpdate/TarvixUpdate.h>
+
+#include <QCoreApplication>
+#include <QDateTime>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QSocketNotifier>
+#include <QStandardPaths>
+#include <QTextStream>
+
+#include <cstdio>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+void say(const QString &line) {
+    std::printf("%s\n", line.toUtf8().constData());
+    std::fflush(stdout);
+}
+
+class Notes {
+public:
+    Notes() {
+        const QString folder = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation);
+        QDir().mkpath(folder);
+        m_path = folder + u"/tarvix-notes.txt"_s;
+    }
+    void add(const QString &text) const {
+        QFile file(m_path);
+        if (file.open(QIODevice::Append))
+            file.write(text.toUtf8() + '\n');
+        else
+            say(u"The note could not be kept: %1"_s.arg(file.errorString()));
+    }
+    void list() const {
+        QFile file(m_path);
+        if (file.open(QIODevice::ReadOnly))
+            say(QString::fromUtf8(file.readAll()).trimmed());
+    }
+
+private:
+    QString m_path;
+};
+
+/// The whole update, told step by step on the terminal.
+class Updating {
+public:
+    void start() {
+        say(u"Asking %1"_s.arg(TXUpdater::sharedUpdater()->feedURL().toString()));
+        m_timer.start();
+        TXUpdater::sharedUpdater()->checkForUpdate([this](const TXUpdateFeedPtr &feed, const TXError &error) {
+            if (error) {
+                fail(error);
+                return;
+            }
+            m_update = feed->recommendedUpdate();
+            if (!m_update) {
+                say(u"This is the latest version."_s);
+                QCoreApplication::exit(0);
+                return;
+            }
+            step(u"check"_s);
+            say(u"Version %1 (build %2) is available: %3"_s.arg(m_update->displayVersion(),
+                                                                m_update->version(), m_update->title()));
+            download();
+        });
+    }
+
+private:
+    void download() {
+        m_update->downloadWithProgress([](double progress) { say(u"  %1 %"_s.arg(qRound(progress * 100))); },
+                                       [this](const TXError &error) {
+                                           if (error) {
+                                               fail(error);
+                                               return;
+                                           }
+                                           step(u"download"_s);
+                                           install();
+                                       });
+    }
+
+    void install() {
+        say(u"Unpacking %1 and handing over to the installer"_s.arg(
+            m_update->downloadPath().section(u'/', -1)));
+        m_update->installWithErrorHandler([this](const TXError &error) {
+            if (error)
+                fail(error);
+            else
+                QCoreApplication::exit(2); // the new version is in the Downloads folder
+        });
+        // On success this process ends and the new version is started in its place.
+    }
+
+    void step(const QString &name) { say(u"step %1 took %2 ms"_s.arg(name).arg(m_timer.restart())); }
+
+    static void fail(const TXError &error) {
+        say(u"%1 %2"_s.arg(error.localizedDescription(), error.localizedFailureReason()));
+        QCoreApplication::exit(1);
+    }
+
+    TXUpdatePtr m_update;
+    QElapsedTimer m_timer;
+};
+
+/// Leaves a line for whoever started the application without a terminal.
+void recordLaunch() {
+    QFile log(qEnvironmentVariable("TARVIX_NOTES_LAUNCH_LOG"));
+    if (log.fileName().isEmpty() || !log.open(QIODevice::Append))
+        return;
+    const TXUpdateHost *host = TXUpdateHost::host();
+    log.write(u"%1 build=%2 version=%3 pid=%4 path=%5\n"_s.arg(QDateTime::currentMSecsSinceEpoch())
+                  .arg(host->version(), host->displayVersion())
+                  .arg(QCoreApplication::applicationPid())
+                  .arg(host->bundle().bundlePath())
+                  .toUtf8());
+}
+
+int runCommand(const QStringList &words, const Notes &notes, Updating &updating) {
+    const QString command = words.value(0);
+    if (command == u"add") {
+        notes.add(words.mid(1).join(u' '));
+    } else if (command == u"list") {
+        notes.list();
+    } else if (command == u"version") {
+        say(u"%1 %2 (build %3)"_s.arg(TXUpdateHost::host()->name(), TXUpdateHost::host()->displayVersion(),
+                                      TXUpdateHost::host()->version()));
+    } else if (command == u"update") {
+        if (words.size() > 1)
+            TXUpdater::sharedUpdater()->setFeedURL(QUrl(words[1]));
+        updating.start();
+        return -1;
+    } else if (command == u"quit") {
+        QCoreApplication::exit(0);
+    } else {
+        say(u"Commands: add TEXT, list, version, update [FEED], quit"_s);
+        return 64;
+    }
+    return 0;
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+    QCoreApplication application(argc, argv);
+    recordLaunch();
+    const Notes notes;
+    Updating updating;
+    const QStringList words = QCoreApplication::arguments().mid(1);
+    if (!words.isEmpty()) {
+        const int status = runCommand(words, notes, updating);
+        return status >= 0 ? status : QCoreApplication::exec();
+    }
+    // Without a command: an application that stays, and takes commands from its terminal when it has one.
+    QTextStream input(stdin);
+    QSocketNotifier notifier(fileno(stdin), QSocketNotifier::Read);
+    QObject::connect(&notifier, &QSocketNotifier::activated, &application, [&] {
+        const QString line = input.readLine();
+        if (line.isNull())
+            notifier.setEnabled(false);
+        else if (!line.trimmed().isEmpty())
+            runCommand(line.trimmed().split(u' '), notes, updating);
+    });
+    return QCoreApplication::exec();
+}

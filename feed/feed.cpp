@@ -1,0 +1,189 @@
+// SPDX-License-Identifier: MIT
+#include <TarvixUpdate/TXUpdateFeed.h>
+
+#include "core/names.h"
+#include "core/settings.h"
+#include "feed/jsonreader.h"
+#include "feed/requestbody.h"
+#include "platform/localization.h"
+#include "platform/services.h"
+#include "platform/urlloading.h"
+
+#include <TarvixUpdate/TXLog.h>
+#include <TarvixUpdate/TXUpdateHost.h>
+
+#include <QJsonDocument>
+#include <QJsonObject>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr qint64 largestFeed = 64LL << 20;
+const QString releaseTrack = u"release"_s;
+
+} // namespace
+
+struct TXUpdateFeed::Private {
+    CompletionHandler handler;
+    QUrl url;
+    QVariantMap profile;
+    QVariantMap parameters;
+    std::optional<QList<TXUpdatePtr>> updates;
+    TXUpdatePtr recommendedUpdate;
+    TrackMap tracks;
+};
+
+QString EscapeForURL(const QString &text) {
+    constexpr std::string_view reserved = "!*'();:@&=+$,/?%#[] ";
+    constexpr char hexadecimal[] = "0123456789ABCDEF";
+    QString result;
+    const QByteArray utf8 = text.toUtf8();
+    result.reserve(utf8.size());
+    for (const char byte : utf8) {
+        const auto value = static_cast<unsigned char>(byte);
+        if (value < 0x80 && reserved.find(byte) == std::string_view::npos) {
+            result += QLatin1Char(byte);
+        } else {
+            result += u'%';
+            result += QLatin1Char(hexadecimal[value >> 4]);
+            result += QLatin1Char(hexadecimal[value & 0x0F]);
+        }
+    }
+    return result;
+}
+
+tx::ReaderContext tx::ReaderContext::forHost() {
+    const TXUpdateHost *host = TXUpdateHost::host();
+    ReaderContext context;
+    context.appBuild = host->version();
+    context.systemVersion = host->systemVersionString();
+    context.now = services().now();
+    return context;
+}
+
+void TXUpdateFeed::fetchFeedAtURL(const QUrl &url, const QVariantMap &parameters, const QVariantMap &profile,
+                                  const CompletionHandler &handler) {
+    std::make_shared<TXUpdateFeed>(url, parameters, profile, handler)->fetch();
+}
+
+TXUpdateFeed::TXUpdateFeed(const QUrl &url, const QVariantMap &parameters, const QVariantMap &profile,
+                           const CompletionHandler &handler)
+    : d(std::make_unique<Private>(Private{handler, url, profile, parameters, {}, {}, {}})) {}
+
+TXUpdateFeed::~TXUpdateFeed() = default;
+
+QUrl TXUpdateFeed::URL() const { return d->url; }
+std::optional<QList<TXUpdatePtr>> TXUpdateFeed::updates() const { return d->updates; }
+TXUpdatePtr TXUpdateFeed::recommendedUpdate() const { return d->recommendedUpdate; }
+TXUpdateFeed::TrackMap TXUpdateFeed::releaseTracks() const { return d->tracks; }
+QString TXUpdateFeed::anonymousUUID() { return tx::anonymousUUID(); }
+
+QUrl TXUpdateFeed::URLWithParameters() const {
+    const TXUpdateHost *host = TXUpdateHost::host();
+    QStringList items;
+    for (const auto &[name, value] :
+         {std::pair(u"appName"_s, host->name()), std::pair(u"appVersion"_s, host->version()),
+          std::pair(u"anonymousUUID"_s, anonymousUUID())})
+        items << name + u'=' + EscapeForURL(value);
+    const QString address = d->url.isEmpty() ? u"(null)"_s : d->url.toString(QUrl::FullyEncoded);
+    const QString text = address + (d->url.hasQuery() ? u'&' : u'?') + items.join(u'&');
+    const QUrl result(text, QUrl::StrictMode);
+    return result.isValid() ? result : QUrl();
+}
+
+QByteArray TXUpdateFeed::requestBody() const {
+    QVariantMap members = tx::requestMembers(d->profile, d->parameters);
+    if (members.isEmpty())
+        return {};
+    const TXUpdateHost *host = TXUpdateHost::host();
+    members.insert(u"appName"_s, host->name());
+    members.insert(u"appVersion"_s, host->version());
+    members.insert(u"anonymousUUID"_s, anonymousUUID());
+    return QJsonDocument(QJsonObject::fromVariantMap(members)).toJson(QJsonDocument::Indented);
+}
+
+void TXUpdateFeed::fetch() {
+    tx::UrlRequest request;
+    request.url = URLWithParameters();
+    request.timeout = std::chrono::seconds(30);
+    request.sizeLimit = largestFeed;
+    request.headers = {{"Cache-Control", "no-cache"}};
+    request.body = requestBody();
+    if (!request.body.isNull()) {
+        request.method = "POST";
+        request.headers.append(qMakePair(QByteArray("Content-Type"), QByteArray("application/json")));
+    }
+    tx::services().urlLoader->load(
+        request, [self = shared_from_this()](const tx::UrlResponse &response, const TXError &error) {
+            if (error)
+                self->completedWithError(errorForLoading(error));
+            else if (response.statusCode != 200)
+                self->completedWithError(errorForHTTPStatus(response.statusCode));
+            else if (response.header("Content-Type") == "application/json")
+                self->parseJSONData(response.body);
+            else
+                self->completedWithError(errorForInvalidFormat());
+        });
+}
+
+void TXUpdateFeed::parseJSONData(const QByteArray &data) {
+    const tx::Result<TrackMap> tracks = tx::readJsonFeed(data, tx::ReaderContext::forHost());
+    if (!tracks) {
+        TXLog(TXLogLevelDetail, u"%@"_s, {tracks.error().toString()});
+        completedWithError(errorForInvalidFormat());
+        return;
+    }
+    setTracks(*tracks);
+    completedWithError({});
+}
+
+void TXUpdateFeed::setTracks(const TrackMap &tracks) {
+    d->tracks = tracks;
+    d->updates.reset();
+    d->recommendedUpdate.reset();
+    if (const TXUpdateTrackPtr release = tracks.value(releaseTrack)) {
+        d->updates = release->updates();
+        d->recommendedUpdate = release->recommendedUpdate();
+    }
+}
+
+void TXUpdateFeed::completedWithError(const TXError &error) {
+    const CompletionHandler handler = std::exchange(d->handler, nullptr);
+    if (handler)
+        handler(shared_from_this(), error);
+}
+
+TXError TXUpdateFeed::errorForLoading(const TXError &error) {
+    QString reason = error.localizedFailureReason();
+    const TXError underlying = error.underlyingError();
+    if (reason.isNull()) {
+        if (!underlying.localizedDescription().isEmpty())
+            reason = tx::localizedFormat(u"An error (%@) occurred during the download."_s,
+                                         {underlying.localizedDescription()});
+        else if (underlying)
+            reason = tx::localizedFormat(u"An error (%@, %d) occurred during the download."_s,
+                                         {underlying.domain(), QString::number(underlying.code())});
+        else
+            reason = tx::localizedString(u"An error occurred during the download."_s);
+    }
+    return TXError(tx::updaterErrorDomain, 0,
+                   tx::localizedString(u"Could not check for updates because of a network error."_s), reason,
+                   tx::localizedString(u"Try again, or check the website for updates."_s))
+        .withUnderlyingError(error);
+}
+
+TXError TXUpdateFeed::errorForInvalidFormat() {
+    return TXError(
+        tx::updaterErrorDomain, 0,
+        tx::localizedString(u"The update feed could not be processed. Check the website for updates."_s),
+        tx::localizedString(u"The format of the update feed is invalid."_s));
+}
+
+TXError TXUpdateFeed::errorForHTTPStatus(int status) {
+    return TXError(
+        tx::updaterErrorDomain, 0,
+        tx::localizedString(u"The update feed could not be retrieved. Check the website for updates."_s),
+        tx::localizedFormat(u"An http status of %ld occurred when accessing the feed."_s,
+                            {QString::number(status)}));
+}

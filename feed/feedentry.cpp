@@ -1,0 +1,65 @@
+// SPDX-License-Identifier: MIT
+#include "feed/feedentry.h"
+
+#include <QStringList>
+
+using namespace Qt::StringLiterals;
+
+namespace tx {
+
+namespace {
+
+constexpr std::array<std::string_view, FeedEntry::memberCount> names{
+    "type",
+    "title",
+    "description",
+    "date",
+    "build",
+    "version",
+    "releaseNotesURL",
+    "downloadURL",
+    "webpageURL",
+    "autodownload",
+    "preferredDisplaySize",
+    "minSystemVersion",
+    "maxSystemVersion",
+    "minBuild",
+    "maxBuild",
+    "launch",
+    "endDate",
+    "display",
+    "postURL",
+    "url",
+};
+
+} // namespace
+
+std::optional<FeedEntry::Member> FeedEntry::memberNamed(std::string_view name) {
+    for (size_t i = 0; i < names.size(); ++i) {
+        if (names[i].size() == name.size() && names[i] == name)
+            return static_cast<Member>(i);
+    }
+    return std::nullopt;
+}
+
+std::string_view FeedEntry::nameOf(Member member) { return names[static_cast<size_t>(member)]; }
+
+QString FeedEntry::text(Member member) const {
+    const std::string_view utf8 = bytes(member);
+    if (!utf8.data())
+        return {};
+    return utf8.empty() ? u""_s : QString::fromUtf8(utf8.data(), static_cast<qsizetype>(utf8.size()));
+}
+
+QString FeedEntry::description() const {
+    QStringList parts;
+    for (size_t i = 0; i < memberCount; ++i) {
+        const auto member = static_cast<Member>(i);
+        if (has(member))
+            parts << QString::fromLatin1(names[i].data(), static_cast<qsizetype>(names[i].size())) +
+                         u" = "_s + text(member);
+    }
+    return u'{' + parts.join(u"; "_s) + u'}';
+}
+
+} // namespace tx

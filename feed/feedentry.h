@@ -1,0 +1,72 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <QString>
+
+#include <array>
+#include <forward_list>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace tx {
+
+/// The members of one feed entry that the readers know, as texts. It refers to the document's own bytes and
+/// turns a text into a QString only when it is asked for: most entries of a long feed are dropped after a
+/// look at three of them. Thread: a value; the document must outlive it.
+class FeedEntry {
+public:
+    enum class Member : size_t {
+        Type,
+        Title,
+        Description,
+        Date,
+        Build,
+        Version,
+        ReleaseNotesURL,
+        DownloadURL,
+        WebpageURL,
+        Autodownload,
+        PreferredDisplaySize,
+        MinSystemVersion,
+        MaxSystemVersion,
+        MinBuild,
+        MaxBuild,
+        Launch,
+        EndDate,
+        Display,
+        PostURL,
+        Url,
+    };
+    FeedEntry() = default;
+    FeedEntry(FeedEntry &&) = default;
+    FeedEntry(const FeedEntry &) = delete;
+    FeedEntry &operator=(const FeedEntry &) = delete;
+
+    static constexpr size_t memberCount = static_cast<size_t>(Member::Url) + 1;
+
+    /// The member of that name; absent for a name that the readers do not know.
+    static std::optional<Member> memberNamed(std::string_view name);
+    static std::string_view nameOf(Member member);
+
+    /// `text` must outlive the entry.
+    void set(Member member, std::string_view text) { m_texts[static_cast<size_t>(member)] = text; }
+    void setOwned(Member member, std::string text) { set(member, m_owned.emplace_front(std::move(text))); }
+    void clear(Member member) { m_texts[static_cast<size_t>(member)] = {}; }
+
+    [[nodiscard]] bool has(Member member) const {
+        return m_texts[static_cast<size_t>(member)].data() != nullptr;
+    }
+    [[nodiscard]] std::string_view bytes(Member member) const { return m_texts[static_cast<size_t>(member)]; }
+    /// Null when the member is absent.
+    [[nodiscard]] QString text(Member member) const;
+
+    /// All members for a log line.
+    [[nodiscard]] QString description() const;
+
+private:
+    std::array<std::string_view, memberCount> m_texts{};
+    std::forward_list<std::string> m_owned; ///< texts keep their place as more are added
+};
+
+} // namespace tx

@@ -1,0 +1,24 @@
+// SPDX-License-Identifier: MIT
+#include "feed/handleddate.h"
+
+#include <QRegularExpression>
+
+using namespace Qt::StringLiterals;
+
+namespace tx {
+
+QDateTime handledPostDate(const QString &text) {
+    static const QRegularExpression form(
+        u"^(\\d{4}-\\d{2}-\\d{2}T\\d{2}:\\d{2}:\\d{2})([+-])(\\d{2}):?(\\d{2})$"_s);
+    const QRegularExpressionMatch match = form.match(text);
+    if (!match.hasMatch())
+        return {};
+    const int offset = match.captured(3).toInt() * 3600 + match.captured(4).toInt() * 60;
+    QDateTime date = QDateTime::fromString(match.captured(1), Qt::ISODate);
+    if (!date.isValid())
+        return {};
+    date.setOffsetFromUtc(match.captured(2) == u"-" ? -offset : offset);
+    return date;
+}
+
+} // namespace tx

@@ -1,0 +1,12 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <QDateTime>
+
+namespace tx {
+
+/// Reads "yyyy-MM-dd'T'HH:mm:ssZ", the zone as "+0100": the dates of the record of handled posts. Invalid for
+/// any other form, the one of feeds among them. Thread: any.
+[[nodiscard]] QDateTime handledPostDate(const QString &text);
+
+} // namespace tx

@@ -1,0 +1,282 @@
+// SPDX-License-Identifier: MIT
+#include "feed/jsonreader.h"
+
+#include "core/names.h"
+#include "core/relevance.h"
+#include "feed/feedvalues.h"
+
+#include <TarvixUpdate/TXLog.h>
+
+#include <QCoreApplication>
+#include <QStringDecoder>
+#include <QThread>
+
+#include <simdjson.h>
+
+using namespace Qt::StringLiterals;
+
+namespace tx {
+
+namespace {
+
+using Member = FeedEntry::Member;
+namespace dom = simdjson::dom;
+
+TXError invalid(const QString &what) {
+    return TXError(updaterErrorDomain, 0, u"The feed cannot be read: "_s + what, what);
+}
+
+QString fromUtf8(std::string_view text) {
+    return QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size()));
+}
+
+/// A number as people write it: 120, 1.5, 1e+20.
+std::string textOfNumber(double number) {
+    constexpr double exactLimit = 9007199254740992.0;
+    if (number == static_cast<double>(static_cast<qint64>(number)) && std::abs(number) < exactLimit)
+        return std::to_string(static_cast<qint64>(number));
+    return QByteArray::number(number, 'g', QLocale::FloatingPointShortest).toStdString();
+}
+
+/// Stores one member as a text. What is no text stands in its text form.
+void store(FeedEntry &entry, Member member, dom::element value) {
+    switch (value.type()) {
+    case dom::element_type::STRING:
+        entry.set(member, value.get_string().value_unsafe());
+        break;
+    case dom::element_type::INT64:
+        entry.setOwned(member, std::to_string(value.get_int64().value_unsafe()));
+        break;
+    case dom::element_type::UINT64:
+        entry.setOwned(member, std::to_string(value.get_uint64().value_unsafe()));
+        break;
+    case dom::element_type::DOUBLE: {
+        const double number = value.get_double().value_unsafe();
+        entry.setOwned(member, std::abs(number) < 9e15 ? textOfNumber(number)
+                                                       : QByteArray::number(number).toStdString());
+        break;
+    }
+    case dom::element_type::BOOL:
+        entry.setOwned(member, value.get_bool().value_unsafe() ? "1" : "0");
+        break;
+    case dom::element_type::NULL_VALUE:
+        entry.clear(member);
+        break;
+    case dom::element_type::ARRAY:
+    case dom::element_type::OBJECT:
+        entry.setOwned(member, simdjson::minify(value));
+        break;
+    }
+}
+
+FeedEntry entryFrom(dom::object object) {
+    FeedEntry entry;
+    for (const dom::key_value_pair &pair : object) {
+        if (const std::optional<Member> member = FeedEntry::memberNamed(pair.key))
+            store(entry, *member, pair.value);
+    }
+    return entry;
+}
+
+/// Makes an object that is used, and at last deleted, on the main thread.
+TXUpdatePtr makeUpdate() {
+    auto *update = new TXUpdate;
+    if (const QCoreApplication *application = QCoreApplication::instance())
+        update->moveToThread(application->thread());
+    return {update, [](TXUpdate *object) {
+                if (object->thread() == QThread::currentThread() || !object->thread())
+                    delete object;
+                else
+                    object->deleteLater();
+            }};
+}
+
+class TrackReader {
+public:
+    TrackReader(const QString &name, const ReaderContext &context)
+        : m_name(name)
+        , m_context(context) {}
+
+    TXError read(dom::array entries) {
+        qsizetype index = 0;
+        for (const dom::element element : entries) {
+            dom::object object;
+            if (element.get(object) != simdjson::SUCCESS)
+                return invalid(u"entry %1 of the track \"%2\" is no object"_s.arg(index).arg(m_name));
+            readEntry(entryFrom(object), index++);
+        }
+        return {};
+    }
+
+    [[nodiscard]] TXUpdateTrackPtr track() const {
+        return std::make_shared<TXUpdateTrack>(m_name, m_updates, m_posts);
+    }
+
+private:
+    void readEntry(const FeedEntry &entry, qsizetype index) {
+        const std::string_view type = entry.bytes(Member::Type);
+        if (type == "build")
+            readUpdate(entry, index);
+        else if (type == "post" || type == "post.v2")
+            readPost(entry, index);
+        else
+            skip(index, entry.has(Member::Type) ? u"unknown type \"%1\""_s.arg(entry.text(Member::Type))
+                                                : u"no type"_s);
+    }
+
+    void readUpdate(const FeedEntry &entry, qsizetype index) {
+        QString reason;
+        // Most entries of a long feed are for older builds: look at the bounds before anything is made. When
+        // reasons are wanted, what is wrong with an entry itself comes first.
+        const bool wantsReasons = static_cast<bool>(m_context.skipped);
+        if (!wantsReasons && entry.has(Member::Build) && !reasonAgainstEntry(entry).isNull())
+            return;
+        const TXUpdatePtr update = json_updateFromDictionary(entry, wantsReasons ? &reason : nullptr);
+        if (!update) {
+            skip(index, reason);
+            return;
+        }
+        if (wantsReasons && !m_context.keepsIrrelevant) {
+            reason = reasonAgainstEntry(entry);
+            if (!reason.isNull()) {
+                skip(index, reason);
+                return;
+            }
+        }
+        m_updates.append(update);
+    }
+
+    QString reasonAgainstEntry(const FeedEntry &entry) const {
+        if (m_context.keepsIrrelevant)
+            return {};
+        return reasonAgainst(TXUpdateItemConditions::conditionsFromDictionary(entry),
+                             entry.text(Member::Build), m_context.appBuild, m_context.systemVersion);
+    }
+
+    void readPost(const FeedEntry &entry, qsizetype index) {
+        QString reason;
+        const TXUpdatePostPtr post = json_postFromDictionary(entry, &reason);
+        if (!post) {
+            skip(index, reason);
+            return;
+        }
+        const QDateTime end = post->endDate();
+        if (end.isValid() && m_context.now > end && !m_context.keepsIrrelevant) {
+            skip(index, u"endDate %1 has passed"_s.arg(post->endDateString()));
+            return;
+        }
+        if (!m_context.keepsIrrelevant)
+            reason =
+                reasonAgainst(post->conditions(), std::nullopt, m_context.appBuild, m_context.systemVersion);
+        if (reason.isNull())
+            m_posts.append(post);
+        else
+            skip(index, reason);
+    }
+
+    void skip(qsizetype index, const QString &reason) const {
+        if (m_context.skipped)
+            m_context.skipped({m_name, index, reason});
+    }
+
+    QString m_name;
+    const ReaderContext &m_context;
+    QList<TXUpdatePtr> m_updates;
+    QList<TXUpdatePostPtr> m_posts;
+};
+
+} // namespace
+
+QByteArray asUtf8(const QByteArray &data) {
+    const auto encoding = QStringConverter::encodingForData(data);
+    if (!encoding)
+        return data;
+    if (*encoding == QStringConverter::Utf8)
+        return data.mid(3);
+    QStringDecoder decoder(*encoding);
+    const QString text = decoder.decode(data);
+    return decoder.hasError() ? QByteArray() : text.toUtf8();
+}
+
+Result<TXUpdateFeed::TrackMap> readJsonFeed(const QByteArray &data, const ReaderContext &context) {
+    const QByteArray document = asUtf8(data);
+    constexpr size_t deepestNesting = 256;
+    dom::parser parser;
+    if (parser.allocate(static_cast<size_t>(document.size()), deepestNesting) != simdjson::SUCCESS)
+        return invalid(u"it is too large"_s);
+    dom::element root;
+    if (const auto error = parser.parse(document.constData(), static_cast<size_t>(document.size())).get(root))
+        return invalid(QString::fromUtf8(simdjson::error_message(error)));
+    dom::object tracks;
+    if (root.get(tracks) != simdjson::SUCCESS)
+        return invalid(u"its top level is no object"_s);
+
+    // Of members with the same name the last one counts.
+    QMap<QString, dom::element> members;
+    for (const dom::key_value_pair &pair : tracks)
+        members.insert(fromUtf8(pair.key), pair.value);
+    TXUpdateFeed::TrackMap result;
+    for (auto it = members.begin(); it != members.end(); ++it) {
+        dom::array entries;
+        if (it.value().get(entries) != simdjson::SUCCESS)
+            return invalid(u"the track \"%1\" is no list"_s.arg(it.key()));
+        TrackReader reader(it.key(), context);
+        if (const TXError error = reader.read(entries))
+            return error;
+        result.insert(it.key(), reader.track());
+    }
+    return result;
+}
+
+TXUpdatePtr json_updateFromDictionary(const FeedEntry &entry, QString *failureReason) {
+    const auto refuse = [&](const QString &reason) {
+        if (failureReason)
+            *failureReason = reason;
+        return TXUpdatePtr();
+    };
+    if (!entry.has(Member::Build))
+        return refuse(u"Update lacks 'build' attribute"_s);
+    const QUrl fileURL = urlFromFeedText(entry.text(Member::DownloadURL));
+    const QUrl linkURL = urlFromFeedText(entry.text(Member::WebpageURL));
+    if (fileURL.isEmpty() && linkURL.isEmpty())
+        return refuse(u"Update lacks download URL or a link."_s);
+    TXUpdatePtr update = makeUpdate();
+    update->setTitle(entry.text(Member::Title));
+    update->setItemDescription(entry.text(Member::Description));
+    update->setDateString(entry.text(Member::Date));
+    update->setVersion(entry.text(Member::Build));
+    update->setDisplayVersion(entry.text(entry.has(Member::Version) ? Member::Version : Member::Build));
+    update->setReleaseNotesURL(urlFromFeedText(entry.text(Member::ReleaseNotesURL)));
+    update->setFileURL(fileURL);
+    update->setLinkURL(linkURL);
+    const std::string_view automatic = entry.bytes(Member::Autodownload);
+    update->setExcludeFromAutoDownloading(automatic == "false" || automatic == "no" ||
+                                          automatic == "disable" || automatic == "disabled");
+    update->setPreferredDisplaySize(sizeFromFeedText(entry.text(Member::PreferredDisplaySize)));
+    update->setConditions(TXUpdateItemConditions::conditionsFromDictionary(entry));
+    if (TXLogGetLevel() >= TXLogLevelDetail && !update->date().isValid())
+        TXLog(TXLogLevelDetail, u"Update has no date: %@"_s, {entry.description()});
+    return update;
+}
+
+TXUpdatePostPtr json_postFromDictionary(const FeedEntry &entry, QString *failureReason) {
+    auto post = std::make_shared<TXUpdatePost>();
+    post->setTitle(entry.text(Member::Title));
+    post->setDateString(entry.text(Member::Date));
+    post->setEndDateString(entry.text(Member::EndDate));
+    post->setDisplayTime(TXUpdatePostDisplayTimeFromString(entry.text(Member::Display)));
+    post->setConditions(TXUpdateItemConditions::conditionsFromDictionary(entry));
+    for (const Member member : {Member::PostURL, Member::Url}) {
+        if (const QUrl url = urlFromFeedText(entry.text(member)); !url.isEmpty())
+            post->setPostURL(url);
+    }
+    post->setPreferredDisplaySize(sizeFromFeedText(entry.text(Member::PreferredDisplaySize)));
+    if (post->postURL().isEmpty()) {
+        if (failureReason)
+            *failureReason = u"Post lacks URL."_s;
+        return nullptr;
+    }
+    return post;
+}
+
+} // namespace tx

@@ -1,0 +1,22 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "feed/feedentry.h"
+#include "feed/readercontext.h"
+#include "platform/result.h"
+
+namespace tx {
+
+/// Reads a JSON feed: an object with one list of entries a track. The error says what is wrong and where; the
+/// whole feed fails with it. Thread: any; the items are moved to the main thread.
+Result<TXUpdateFeed::TrackMap> readJsonFeed(const QByteArray &data, const ReaderContext &context);
+
+/// An entry of type "build"; null, with the reason, when it lacks what an update needs.
+TXUpdatePtr json_updateFromDictionary(const FeedEntry &entry, QString *failureReason);
+/// An entry of type "post" or "post.v2".
+TXUpdatePostPtr json_postFromDictionary(const FeedEntry &entry, QString *failureReason);
+
+/// The same document in UTF-8 without a byte order mark, which UTF-16 and UTF-32 documents must begin with.
+[[nodiscard]] QByteArray asUtf8(const QByteArray &data);
+
+} // namespace tx

@@ -1,0 +1,116 @@
+// SPDX-License-Identifier: MIT
+#include <TarvixUpdate/TXUpdateTrack.h>
+
+#include "core/relevance.h"
+#include "core/versioncomparison.h"
+#include "feed/handleddate.h"
+#include "platform/services.h"
+#include "platform/userdefaults.h"
+
+#include <TarvixUpdate/TXUpdateSettings.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr qint64 recentSeconds = 7776000;  // 90 days
+constexpr qint64 handledSeconds = 2592000; // 30 days
+
+const QString handledPostsKey = u"handledPosts"_s;
+
+} // namespace
+
+TXUpdateTrack::TXUpdateTrack(const QString &name, const QList<TXUpdatePtr> &updates,
+                             const QList<TXUpdatePostPtr> &posts)
+    : m_name(name)
+    , m_updates(updates)
+    , m_posts(posts) {}
+
+TXUpdatePtr TXUpdateTrack::recommendedUpdate() const { return recommendedUpdateBefore({}); }
+
+TXUpdatePtr TXUpdateTrack::recommendedUpdateBefore(const QDateTime &limit) const {
+    TXUpdatePtr best;
+    for (const TXUpdatePtr &update : m_updates) {
+        if (limit.isValid()) {
+            const QDateTime date = update->date();
+            if (!date.isValid() || date >= limit)
+                continue;
+        }
+        // The comparison is cheap and the record of ignored versions is not.
+        if (best && !tx::isVersionNewer(update->version(), best->version()))
+            continue;
+        if (!tx::isUpdateIgnored(*update))
+            best = update;
+    }
+    return best;
+}
+
+QList<TXUpdatePostPtr> TXUpdateTrack::postsSinceDate(const QDateTime &date) const {
+    QList<TXUpdatePostPtr> result;
+    for (const TXUpdatePostPtr &post : m_posts) {
+        const QDateTime postDate = post->date();
+        if (!postDate.isValid() || postDate >= date)
+            result.append(post);
+    }
+    return result;
+}
+
+QList<TXUpdatePostPtr> TXUpdateTrack::recentPosts() const {
+    return postsSinceDate(tx::services().now().addSecs(-recentSeconds));
+}
+
+QDateTime TXUpdateTrack::dateOfMostRecentlyHandledPost() const {
+    QDateTime latest;
+    for (const QVariant &entry : postsCheckInfo().value(handledPostsKey).toList()) {
+        const QDateTime date = tx::handledPostDate(entry.toMap().value(u"date"_s).toString());
+        if (date.isValid() && (!latest.isValid() || date > latest))
+            latest = date;
+    }
+    return latest;
+}
+
+QList<TXUpdatePostPtr> TXUpdateTrack::recentUnhandledPosts() const {
+    const QDateTime latest = dateOfMostRecentlyHandledPost();
+    return latest.isValid() ? postsSinceDate(latest) : recentPosts();
+}
+
+QList<TXUpdatePostPtr> TXUpdateTrack::unhandledPostsWithDisplayTime(TXUpdatePostDisplayTime time) const {
+    const QVariantList handled = postsCheckInfo().value(handledPostsKey).toList();
+    QList<TXUpdatePostPtr> result;
+    for (const TXUpdatePostPtr &post : recentPosts()) {
+        if (post->displayTime() == time && !handled.contains(QVariant(post->identifier())))
+            result.append(post);
+    }
+    return result;
+}
+
+QList<TXUpdatePostPtr> TXUpdateTrack::postsToDisplayDefault() const {
+    return unhandledPostsWithDisplayTime(TXUpdatePostDisplayTimeDefault);
+}
+
+QVariantMap TXUpdateTrack::postsCheckInfo() const {
+    return tx::UserDefaults::standard().mapValue(TXUpdatePrefPostsCheckInfoKey).value(m_name).toMap();
+}
+
+void TXUpdateTrack::updatePostsCheckInfoToHandlePosts(const QList<TXUpdatePostPtr> &posts) const {
+    tx::UserDefaults &defaults = tx::UserDefaults::standard();
+    QVariantMap record = defaults.mapValue(TXUpdatePrefPostsCheckInfoKey);
+    QVariantMap own = record.value(m_name).toMap();
+    const QDateTime cutOff = tx::services().now().addSecs(-handledSeconds);
+    QVariantList list;
+    for (const QVariant &entry : own.value(handledPostsKey).toList()) {
+        // Dates as posts carry them do not parse here, so the record keeps only what the latest call handled.
+        const QString text = entry.toMap().value(u"date"_s).toString();
+        const QDateTime date = tx::handledPostDate(text);
+        if (date.isValid() && date > cutOff)
+            list.append(text);
+    }
+    for (const TXUpdatePostPtr &post : posts) {
+        const QVariant identifier = post->identifier();
+        if (!list.contains(identifier))
+            list.append(identifier);
+    }
+    own.insert(handledPostsKey, list);
+    record.insert(m_name, own);
+    (void)defaults.setValue(TXUpdatePrefPostsCheckInfoKey, record);
+}

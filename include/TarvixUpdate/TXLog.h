@@ -1,0 +1,21 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <TarvixUpdate/TXGlobal.h>
+
+#include <QStringList>
+
+/// Levels of the framework's log: what a line of that level means.
+enum TXLogLevel : int {
+    TXLogLevelFailure = 1, ///< something that the user asked for did not work
+    TXLogLevelStep = 5,    ///< a step of download, unarchiving, installation or relaunch
+    TXLogLevelDetail = 6,  ///< detail for people who debug a feed
+};
+
+/// Writes one line to Qt's message handler, category "tarvixupdate", when `level` is at most TXLogGetLevel().
+/// `format` holds the conversions %@, %s, %d, %ld and %lu, filled in order with `arguments`.
+/// Thread: any.
+TX_EXPORT void TXLog(int level, const QString &format, const QStringList &arguments = {});
+
+/// The level from the environment variable TXUPDATE_LOG_LEVEL, read once; 1 when it is absent or no number.
+[[nodiscard]] TX_EXPORT int TXLogGetLevel();

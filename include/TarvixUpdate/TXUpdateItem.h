@@ -1,0 +1,64 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <TarvixUpdate/TXGlobal.h>
+
+#include <QDateTime>
+#include <QString>
+
+#include <optional>
+
+namespace tx {
+class FeedEntry;
+}
+
+/// What an item requires of the launch of the application.
+enum TXUpdateConditionLaunch : quint64 {
+    TXUpdateConditionLaunchAny = 0,
+    TXUpdateConditionLaunchFirst = 1,
+    TXUpdateConditionLaunchNotFirst = 2,
+};
+
+/// "first", "notFirst" and "any"; every other text, a null one included, is TXUpdateConditionLaunchNotFirst.
+[[nodiscard]] TX_EXPORT TXUpdateConditionLaunch TXUpdateConditionLaunchFromString(const QString &text);
+
+/// Whether an application in the state `current` meets `required`.
+[[nodiscard]] TX_EXPORT bool TXUpdateConditionLaunchSatisfied(TXUpdateConditionLaunch required,
+                                                              TXUpdateConditionLaunch current);
+
+/// Bounds on the application's build and the system's version, and the launch requirement. A bound that is
+/// absent is a null string. A value; thread: any.
+class TX_EXPORT TXUpdateItemConditions {
+public:
+    QString minimumAppBuild;
+    QString maximumAppBuild;
+    QString minimumSystemVersion;
+    QString maximumSystemVersion;
+    TXUpdateConditionLaunch launch = TXUpdateConditionLaunchAny;
+
+    /// Reads "minBuild", "maxBuild", "minSystemVersion", "maxSystemVersion" and "launch" of a feed entry.
+    static TXUpdateItemConditions conditionsFromDictionary(const tx::FeedEntry &entry);
+
+    /// Absent bounds equal only absent ones.
+    [[nodiscard]] bool isEqual(const TXUpdateItemConditions &other) const;
+    friend bool operator==(const TXUpdateItemConditions &a, const TXUpdateItemConditions &b) {
+        return a.isEqual(b);
+    }
+};
+
+/// The running application's state, made by the host.
+struct TXUpdateCurrentConditions {
+    /// TXUpdateConditionLaunchFirst on the first launch, else TXUpdateConditionLaunchNotFirst.
+    TXUpdateConditionLaunch launch = TXUpdateConditionLaunchAny;
+};
+
+/// What updates and posts share.
+class TX_EXPORT TXUpdateItem {
+public:
+    virtual ~TXUpdateItem();
+    /// `dateString` read as a date; invalid when it does not parse.
+    [[nodiscard]] virtual QDateTime date() const = 0;
+    /// As the feed gives it.
+    [[nodiscard]] virtual QString dateString() const = 0;
+    [[nodiscard]] virtual std::optional<TXUpdateItemConditions> conditions() const = 0;
+};

@@ -1,0 +1,48 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <TarvixUpdate/TXUpdate.h>
+#include <TarvixUpdate/TXUpdatePost.h>
+
+#include <QList>
+
+/// One release track of a feed: its updates and posts, in feed order.
+/// Thread: main; reads and writes the record of handled posts in the user defaults.
+class TX_EXPORT TXUpdateTrack {
+public:
+    TXUpdateTrack(const QString &name, const QList<TXUpdatePtr> &updates,
+                  const QList<TXUpdatePostPtr> &posts);
+
+    [[nodiscard]] QString name() const { return m_name; }
+    [[nodiscard]] QList<TXUpdatePtr> updates() const { return m_updates; }
+    [[nodiscard]] QList<TXUpdatePostPtr> posts() const { return m_posts; }
+
+    /// The newest update that the user does not ignore, the first of equal ones; null when there is none.
+    [[nodiscard]] TXUpdatePtr recommendedUpdate() const;
+    /// The same among the updates dated before `limit`, when that is valid.
+    [[nodiscard]] TXUpdatePtr recommendedUpdateBefore(const QDateTime &limit) const;
+
+    /// Posts dated at or after `date`; a post without a date always counts.
+    [[nodiscard]] QList<TXUpdatePostPtr> postsSinceDate(const QDateTime &date) const;
+    /// Posts of the last 90 days.
+    [[nodiscard]] QList<TXUpdatePostPtr> recentPosts() const;
+    /// The latest date among the handled posts; invalid when none can be read.
+    [[nodiscard]] QDateTime dateOfMostRecentlyHandledPost() const;
+    /// Posts since that date, or recent ones when there is none.
+    [[nodiscard]] QList<TXUpdatePostPtr> recentUnhandledPosts() const;
+    /// Recent posts of that display time that are not recorded as handled.
+    [[nodiscard]] QList<TXUpdatePostPtr> unhandledPostsWithDisplayTime(TXUpdatePostDisplayTime time) const;
+    [[nodiscard]] QList<TXUpdatePostPtr> postsToDisplayDefault() const;
+
+    /// This track's part of the posts-check-info record; empty when absent.
+    [[nodiscard]] QVariantMap postsCheckInfo() const;
+    /// Records the posts as handled.
+    void updatePostsCheckInfoToHandlePosts(const QList<TXUpdatePostPtr> &posts) const;
+
+private:
+    QString m_name;
+    QList<TXUpdatePtr> m_updates;
+    QList<TXUpdatePostPtr> m_posts;
+};
+
+using TXUpdateTrackPtr = std::shared_ptr<TXUpdateTrack>;

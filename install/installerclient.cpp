@@ -1,0 +1,226 @@
+// SPDX-License-Identifier: MIT
+#include "install/installerclient.h"
+
+#include "core/names.h"
+#include "core/settings.h"
+#include "platform/authorization.h"
+#include "platform/directories.h"
+#include "platform/filesystem.h"
+#include "platform/format.h"
+#include "platform/frameworkresources.h"
+#include "platform/localization.h"
+#include "platform/services.h"
+#include "platform/tasks.h"
+
+#include <TarvixUpdate/TXLog.h>
+#include <TarvixUpdate/TXUpdateHost.h>
+
+#include <QCoreApplication>
+#include <QFileInfo>
+#include <QProcessEnvironment>
+
+using namespace Qt::StringLiterals;
+using tx::services;
+
+namespace {
+
+const QString toolName = u"TXUpdateInstaller.app"_s;
+
+TXError installError(const QString &reason) {
+    return TXError(tx::updaterErrorDomain, 0, u"The application update could not be installed."_s, reason);
+}
+
+bool fail(TXError *place, const TXError &error) {
+    if (place)
+        *place = error;
+    return false;
+}
+
+void logRights(const QList<tx::AuthorizationItem> &rights) {
+    for (const tx::AuthorizationItem &right : rights) {
+        TXLog(TXLogLevelStep, u"Obtained right:  %s / %lu"_s,
+              {QString::fromUtf8(right.name), QString::number(right.flags)});
+        if (right.value)
+            TXLog(TXLogLevelStep, u"value: %@"_s, {QString::fromUtf8(*right.value)});
+        else
+            TXLog(TXLogLevelStep, u"value: is NULL"_s);
+    }
+}
+
+/// What the password dialog says: only in English, as every other language has the system's own words.
+QList<tx::AuthorizationItem> promptEnvironment(const QString &application) {
+    if (tx::localeLanguageCode().compare(u"en"_s, Qt::CaseInsensitive) != 0)
+        return {};
+    const QString prompt = tx::formatText(u"An administrator's password is required to install %@."_s,
+                                          {QFileInfo(application).fileName()});
+    tx::AuthorizationItem item;
+    item.name = "prompt";
+    item.value = prompt.toUtf8();
+    item.valueLength = static_cast<quint64>(prompt.size()); // in characters, as the interface has it
+    return {item};
+}
+
+} // namespace
+
+TXUpdateInstallerClient *TXUpdateInstallerClient::sharedInstance() {
+    static auto *instance = new TXUpdateInstallerClient;
+    return instance;
+}
+
+QString TXUpdateInstallerClient::sourceOfTool() { return tx::frameworkResourcesPath() + u'/' + toolName; }
+
+QString TXUpdateInstallerClient::copyOfTool() { return tx::updateCacheDirectoryFilePath() + u'/' + toolName; }
+
+QString TXUpdateInstallerClient::executableOfTool() {
+    return copyOfTool() + u"/Contents/MacOS/TXUpdateInstaller"_s;
+}
+
+QString TXUpdateInstallerClient::environmentRecord() {
+    return tx::updateCacheDirectoryFilePath() + u"/TXUpdateInstaller.environment"_s;
+}
+
+QStringList TXUpdateInstallerClient::toolArguments(const QString &application, const QString &archive) const {
+    return {QString::number(QCoreApplication::applicationPid()), application,
+            TXUpdateHost::host()->bundle().bundlePath(), archive};
+}
+
+bool TXUpdateInstallerClient::installUnarchivedApp(const QString &application, const QString &archive,
+                                                   TXError *error) {
+    if (application.isNull())
+        return fail(error, installError(u"There is no application to install."_s));
+    if (!prepareInstallerHelperTool(error))
+        return false;
+    bool launched = false;
+    if (needsAuthorizationToInstallToURL(TXUpdateHost::host()->bundle().bundlePath())) {
+        TXLog(TXLogLevelStep, u"TXUpdate: Installing needs authorization"_s);
+        launched = launchToolWithAuthorizationToInstallURL(application, archive, error);
+    } else {
+        TXLog(TXLogLevelStep, u"TXUpdate: Installing needs no authorization"_s);
+        launched = launchToolToInstallURL(application, archive, error);
+    }
+    if (!launched) {
+        removeInstallerHelperTool();
+        return false;
+    }
+    TXLog(TXLogLevelStep, u"TXUpdate: installer task launched successfully. Exiting now..."_s);
+    services().exitProcess(0);
+    return true;
+}
+
+bool TXUpdateInstallerClient::needsAuthorizationToInstallToURL(const QString &destination) const {
+    const tx::FileSystem &files = *services().fileSystem;
+    return !files.isWritable(destination) || !files.isWritable(QFileInfo(destination).path());
+}
+
+bool TXUpdateInstallerClient::prepareInstallerHelperTool(TXError *error) {
+    tx::FileSystem &files = *services().fileSystem;
+    const auto failStep = [&](const QString &reason, const TXError &cause) {
+        return fail(error, installError(reason).withUnderlyingError(cause));
+    };
+    const QString copy = copyOfTool();
+    if (files.exists(copy)) {
+        if (const TXError cause = files.remove(copy))
+            return failStep(u"A pre-existing installer tool could not be removed."_s, cause);
+    }
+    const QString folder = tx::updateCacheDirectoryFilePath();
+    TXError cause = files.exists(folder) ? TXError() : files.createDirectory(folder, true);
+    if (!cause)
+        cause = files.checkPrivateDirectory(folder);
+    if (cause)
+        return failStep(u"The folder to contain the installer tool could not be created."_s, cause);
+    cause = files.copy(sourceOfTool(), copy);
+    if (!cause) {
+        // The tool starts with next to no environment, and opens the new application in this session.
+        QByteArray record;
+        for (const QString &variable : QProcessEnvironment::systemEnvironment().toStringList())
+            record += variable.toLocal8Bit() + '\0';
+        cause = files.replaceFile(environmentRecord(), record, 0600);
+    }
+    if (cause)
+        return failStep(u"The installer tool could not be copied into its temporary location."_s, cause);
+    if (!files.exists(copy))
+        return fail(error, installError(u"The copied installer tool does not exist where it should."_s));
+    return true;
+}
+
+bool TXUpdateInstallerClient::launchToolToInstallURL(const QString &application, const QString &archive,
+                                                     TXError *error) {
+    tx::TaskRequest request;
+    request.program = executableOfTool();
+    request.arguments = toolArguments(application, archive);
+    request.environment = {u"HostApplicationName="_s + TXUpdateHost::host()->name()};
+    request.ownSession = true;
+    TXLog(TXLogLevelStep, u"TXUpdate: Launching installer %@"_s,
+          {u'(' + request.arguments.join(u", "_s) + u')'});
+    const tx::Result<std::unique_ptr<tx::Task>> task = services().tasks->start(request);
+    if (task)
+        return true;
+    const QString reason = task.error().localizedDescription();
+    TXLog(TXLogLevelFailure, u"TXUpdate: Installer task failed to launch. %@"_s, {reason});
+    return fail(error, TXError(TXCocoaErrorDomain, 0,
+                               tx::localizedString(u"The update could not be installed because the updater "
+                                                   "tool could not be launched."_s),
+                               reason));
+}
+
+bool TXUpdateInstallerClient::launchToolWithAuthorizationToInstallURL(const QString &application,
+                                                                      const QString &archive,
+                                                                      TXError *error) {
+    tx::Authorization &authorization = *services().authorization;
+    tx::AuthorizationItem administrator;
+    administrator.name = "system.privilege.admin";
+    const QList<tx::AuthorizationItem> rights{administrator};
+    const QList<tx::AuthorizationItem> environment = promptEnvironment(application);
+    std::unique_ptr<tx::AuthorizationReference> reference;
+
+    TXLog(TXLogLevelStep, u"TXUpdate: AuthInstall: creating authorization"_s);
+    int status = 0;
+    do {
+        status = authorization.create(environment, tx::AuthorizationFlagDefaults, reference);
+    } while (status == tx::AuthorizationDenied);
+    if (status != tx::AuthorizationSuccess) {
+        TXLog(TXLogLevelFailure, u"TXUpdate: AuthInstall: authorization failed with error %d"_s,
+              {QString::number(status)});
+        return fail(error, installError(u"Couldn't get authorization to launch the installer tool."_s));
+    }
+
+    QList<tx::AuthorizationItem> authorized;
+    status =
+        authorization.copyRights(*reference, rights, environment,
+                                 tx::AuthorizationFlagInteractionAllowed | tx::AuthorizationFlagExtendRights |
+                                     tx::AuthorizationFlagPreAuthorize,
+                                 &authorized);
+    if (status != tx::AuthorizationSuccess) {
+        TXLog(TXLogLevelFailure, u"AuthorizationCopyRights returned %ld"_s, {QString::number(status)});
+        return fail(error, installError(tx::formatText(
+                               u"Couldn't get authorization to launch the installer tool. %d"_s,
+                               {QString::number(status)})));
+    }
+    logRights(authorized);
+
+    const QString tool = executableOfTool();
+    TXLog(TXLogLevelStep, u"TXUpdate: AuthInstall: Will execute with privileges.\nPath: %s"_s, {tool});
+    status = authorization.executeWithPrivileges(*reference, tool, tx::AuthorizationFlagDefaults,
+                                                 toolArguments(application, archive));
+    authorization.free(std::move(reference), tx::AuthorizationFlagDestroyRights);
+    if (status == tx::AuthorizationSuccess)
+        return true;
+    TXLog(TXLogLevelFailure, u"TXUpdate: AuthInstall: execution failed with error %d"_s,
+          {QString::number(status)});
+    QString reason =
+        tx::formatText(u"The authorized installer tool failed to launch. %d"_s, {QString::number(status)});
+    if (status == tx::AuthorizationToolExecuteFailure && !services().fileSystem->exists(tool))
+        reason += tx::formatText(u"\nThe installer tool doesn't exist at:\n%s"_s, {tool});
+    return fail(error, installError(reason));
+}
+
+void TXUpdateInstallerClient::removeInstallerHelperTool() {
+    tx::FileSystem &files = *services().fileSystem;
+    for (const QString &path : {copyOfTool(), environmentRecord()}) {
+        if (!files.exists(path))
+            continue;
+        if (const TXError error = files.remove(path))
+            TXLog(TXLogLevelFailure, u"The installer helper tool could not be removed. %@"_s,
+                  {error.toString()});
+    }
+}

@@ -1,0 +1,39 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <TarvixUpdate/TXError.h>
+
+#include <QStringList>
+
+/// Hands an unpacked application over to the installer tool and ends this process.
+///
+/// The tool is copied into the update cache directory, started with this process's identifier and the paths
+/// of the new application, the host bundle and the archive, and takes over when this process has gone.
+/// Thread: main. Errors: domain "TXUpdater", or NSCocoaErrorDomain when the tool could not be started.
+class TXUpdateInstallerClient {
+public:
+    static TXUpdateInstallerClient *sharedInstance();
+
+    /// Never returns true outside of tests: on success the process ends with status 0.
+    bool installUnarchivedApp(const QString &application, const QString &archive, TXError *error);
+
+    /// True unless this user may write to both the destination and the folder that holds it.
+    [[nodiscard]] bool needsAuthorizationToInstallToURL(const QString &destination) const;
+
+    bool launchToolWithAuthorizationToInstallURL(const QString &application, const QString &archive,
+                                                 TXError *error);
+    bool launchToolToInstallURL(const QString &application, const QString &archive, TXError *error);
+    bool prepareInstallerHelperTool(TXError *error);
+    void removeInstallerHelperTool();
+
+    /// The tool in the framework's resources, its copy, and the copy's executable.
+    [[nodiscard]] static QString sourceOfTool();
+    [[nodiscard]] static QString copyOfTool();
+    [[nodiscard]] static QString executableOfTool();
+    /// This session's environment, recorded for the tool: "NAME=value" texts, each ended by NUL.
+    [[nodiscard]] static QString environmentRecord();
+
+private:
+    TXUpdateInstallerClient() = default;
+    [[nodiscard]] QStringList toolArguments(const QString &application, const QString &archive) const;
+};

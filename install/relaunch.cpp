@@ -1,0 +1,56 @@
+// SPDX-License-Identifier: MIT
+#include "install/updateinstallation.h"
+
+#include "platform/format.h"
+#include "platform/frameworkresources.h"
+#include "platform/services.h"
+#include "platform/tasks.h"
+#include "platform/workspace.h"
+
+#include <TarvixUpdate/TXLog.h>
+#include <TarvixUpdate/TXUpdateHost.h>
+
+#include <QCoreApplication>
+
+using namespace Qt::StringLiterals;
+
+namespace tx {
+
+QString relaunchCommand(qint64 processIdentifier, const QString &bundlePath) {
+    // A quote in the path ends the shell's quoted text, stands for itself and begins the next one.
+    const QString quoted = QString(bundlePath).replace(u'\'', u"'\\''"_s);
+    return formatText(u"(while [ `ps -p %d | wc -l` -gt 1 ]; do sleep 0.1; done; open '%@') &"_s,
+                      {QString::number(processIdentifier), quoted});
+}
+
+} // namespace tx
+
+void TXUpdate::launch() {
+    TXLog(TXLogLevelStep, u"-[TXUpdate launch]"_s);
+    tx::Tasks &tasks = *tx::services().tasks;
+    const qint64 processIdentifier = QCoreApplication::applicationPid();
+    const QString bundlePath = TXUpdateHost::host()->bundle().bundlePath();
+
+    TXLog(TXLogLevelStep, u"-[TXUpdate launch] launching using TXUpdateLauncher"_s);
+    tx::TaskRequest launcher;
+    launcher.program = tx::frameworkResourcesPath() + u"/TXUpdateLauncher"_s;
+    launcher.arguments = {QString::number(processIdentifier), bundlePath,
+                          TXLogGetLevel() >= TXLogLevelStep ? u"debug"_s : u""_s};
+    launcher.ownSession = true;
+    if (const auto task = tasks.start(launcher); !task)
+        TXLog(TXLogLevelFailure, u"TXUpdate failed to launch with TXUpdateLauncher due to an exception. %@"_s,
+              {task.error().localizedDescription()});
+
+    // Both roads are taken each time: whichever opens second finds the application running.
+    TXLog(TXLogLevelStep, u"-[TXUpdate launch] launching using shell script"_s);
+    tx::TaskRequest script;
+    script.program = u"/bin/sh"_s;
+    script.arguments = {u"-c"_s, tx::relaunchCommand(processIdentifier, bundlePath)};
+    script.environment = tx::environmentWithFrameworkTools();
+    script.ownSession = true;
+    if (const auto task = tasks.start(script); !task)
+        TXLog(TXLogLevelFailure, u"TXUpdate failed to launch with script due to an exception. %@"_s,
+              {task.error().localizedDescription()});
+
+    tx::services().workspace->terminate();
+}

@@ -1,0 +1,192 @@
+// SPDX-License-Identifier: MIT
+#include "install/unarchiver.h"
+
+#include "core/names.h"
+#include "core/ratelimiter.h"
+#include "platform/filesystem.h"
+#include "platform/localization.h"
+#include "platform/queues.h"
+#include "platform/services.h"
+#include "platform/specialfiles.h"
+#include "platform/tasks.h"
+#include "platform/workspace.h"
+
+#include <TarvixUpdate/TXBundle.h>
+#include <TarvixUpdate/TXLog.h>
+#include <TarvixUpdate/TXUpdateHost.h>
+
+#include <QDirIterator>
+#include <QFile>
+#include <QFileInfo>
+
+#include <array>
+#include <cstdio>
+#include <cstring>
+
+using namespace Qt::StringLiterals;
+using tx::services;
+
+namespace {
+
+struct ArchiveType {
+    QLatin1StringView suffix;
+    QLatin1StringView command;
+};
+
+constexpr ArchiveType archiveTypes[] = {
+    {".zip"_L1, "ditto -x -k - \"$TXUPDATE_UNARCHIVER_DESTINATION\""_L1},
+    {".tgz"_L1, "tar -zxC \"$TXUPDATE_UNARCHIVER_DESTINATION\""_L1},
+    {".tar.gz"_L1, "tar -zxC \"$TXUPDATE_UNARCHIVER_DESTINATION\""_L1},
+    {".tbz"_L1, "tar -jxC \"$TXUPDATE_UNARCHIVER_DESTINATION\""_L1},
+    {".tar.bz"_L1, "tar -jxC \"$TXUPDATE_UNARCHIVER_DESTINATION\""_L1},
+    {".tar"_L1, "tar -xC \"$TXUPDATE_UNARCHIVER_DESTINATION\""_L1},
+};
+
+const QByteArray quarantine = "com.apple.quarantine";
+
+QString openFailure(const QString &archivePath) {
+    // The number is the same for every reason: it is what users have been told to report.
+    constexpr int number = -54;
+    if (services().fileSystem->exists(archivePath))
+        return tx::localizedFormat(u"Could not open the archive. %s (%d)"_s,
+                                   {QString::fromLocal8Bit(std::strerror(number)), QString::number(number)});
+    return tx::localizedFormat(u"Could not open the archive. File does not exist at path %@"_s,
+                               {archivePath});
+}
+
+} // namespace
+
+TXUpdateUnarchiver::TXUpdateUnarchiver(const QString &archivePath, const ProgressHandler &progress,
+                                       const CompletionHandler &completion)
+    : m_archivePath(archivePath)
+    , m_progress(progress)
+    , m_completion(completion) {}
+
+QString TXUpdateUnarchiver::commandForFileName(const QString &fileName) {
+    const QString name = fileName.toLower();
+    for (const ArchiveType &type : archiveTypes) {
+        if (name.endsWith(type.suffix))
+            return type.command;
+    }
+    return {};
+}
+
+void TXUpdateUnarchiver::unarchive(const QString &archivePath, const ProgressHandler &progress,
+                                   const CompletionHandler &completion) {
+    const QString command = commandForFileName(QFileInfo(archivePath).fileName());
+    const auto unarchiver = std::make_shared<TXUpdateUnarchiver>(archivePath, progress, completion);
+    TXLog(TXLogLevelStep, u"TXUpdate: Unarchive %@"_s, {archivePath});
+    if (!command.isNull()) {
+        unarchiver->unarchiveWithPipingCommand(command);
+        return;
+    }
+    TXLog(TXLogLevelStep, u"TXUpdate: Unarchiving could not happen. Unknown type."_s);
+    completion({}, {});
+}
+
+void TXUpdateUnarchiver::unarchiveWithPipingCommand(const QString &command) {
+    tx::runInBackground([self = shared_from_this(), command] { self->stream(command); });
+}
+
+void TXUpdateUnarchiver::stream(const QString &command) {
+    releaseFromQuarantine(m_archivePath);
+    TXLog(TXLogLevelStep, u"TXUpdate: Unarchiving: opening the file"_s);
+    const std::unique_ptr<std::FILE, int (*)(std::FILE *)> archive(
+        std::fopen(QFile::encodeName(m_archivePath).constData(), "rbe"), &std::fclose);
+    QString reason;
+    QString application;
+    if (archive) {
+        reason = pipeArchive(archive.get(), command, QFileInfo(m_archivePath).path(), application);
+    } else {
+        reason = openFailure(m_archivePath);
+        (void)services().workspace->reveal(m_archivePath);
+    }
+    TXError error;
+    if (!reason.isNull()) {
+        application = QString();
+        TXLog(TXLogLevelStep, u"TXUpdate: Unarchiving failed... %@"_s, {reason});
+        error = TXError(tx::updaterErrorDomain, 0,
+                        tx::localizedString(u"The update could not be unarchived."_s), reason,
+                        u"You can always download the latest version from the website, but try quitting and "
+                        "relaunching the application first."_s);
+    }
+    tx::postToMain([completion = m_completion, application, error] { completion(application, error); });
+}
+
+QString TXUpdateUnarchiver::pipeArchive(std::FILE *archive, const QString &command,
+                                        const QString &destination, QString &application) {
+    // The variable is the command's alone: this process's environment belongs to the host.
+    QStringList environment = tx::environmentWithFrameworkTools();
+    environment.removeIf(
+        [](const QString &v) { return v.startsWith(u"TXUPDATE_UNARCHIVER_DESTINATION="_s); });
+    environment << u"TXUPDATE_UNARCHIVER_DESTINATION="_s + destination;
+    tx::Result<std::unique_ptr<tx::Task>> task = services().tasks->start({.program = u"/bin/sh"_s,
+                                                                          .arguments = {u"-c"_s, command},
+                                                                          .environment = environment,
+                                                                          .writesInput = true});
+    if (!task)
+        return tx::localizedFormat(u"Opening the pipe for the archive failed %d."_s,
+                                   {QString::number(task.error().code())});
+    QString failure;
+    constexpr size_t chunkSize = 32768;
+    std::array<char, chunkSize> buffer{};
+    while (failure.isNull()) {
+        const size_t length = std::fread(buffer.data(), 1, buffer.size(), archive);
+        if (length == 0)
+            break;
+        int number = 0;
+        if ((*task)->write(buffer.data(), static_cast<qsizetype>(length), &number) !=
+            static_cast<qsizetype>(length)) {
+            failure = tx::localizedFormat(u"Piping the archive failed %d."_s, {QString::number(number)});
+            break;
+        }
+        static double lastTime = 0;
+        __TXUpdateAllowOnceEvery(
+            [this] {
+                if (m_progress)
+                    tx::postToMain(m_progress);
+            },
+            &lastTime, 0.1);
+    }
+    (*task)->closeInput();
+    (*task)->wait();
+    if (const int indicator = std::ferror(archive))
+        return tx::localizedFormat(u"An error occured while reading from the archive %d."_s,
+                                   {QString::number(indicator)});
+    if (failure.isNull()) {
+        application = findUnarchivedApplicationInDirectory(destination);
+        if (application.isNull())
+            failure = tx::localizedString(u"Could not find the unarchived application."_s);
+    }
+    return failure;
+}
+
+void TXUpdateUnarchiver::releaseFromQuarantine(const QString &path) {
+    tx::FileSystem &files = *services().fileSystem;
+    (void)files.removeExtendedAttribute(path, quarantine);
+    const QFileInfo info(path);
+    if (!info.isDir() || info.isSymLink())
+        return;
+    QDirIterator entries(path, QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot,
+                         QDirIterator::Subdirectories);
+    while (entries.hasNext())
+        (void)files.removeExtendedAttribute(entries.next(), quarantine);
+}
+
+QString TXUpdateUnarchiver::findUnarchivedApplicationInDirectory(const QString &directory) {
+    const QString identifier = TXUpdateHost::host()->bundle().bundleIdentifier();
+    const tx::Result<QStringList> entries = services().fileSystem->list(directory);
+    if (!entries || identifier.isNull())
+        return {};
+    for (const QString &entry : *entries) {
+        const QString path = directory + u'/' + entry;
+        const QFileInfo info(path);
+        if (!info.isDir() || info.isSymLink() || TXBundle(path).bundleIdentifier() != identifier)
+            continue;
+        const QString special = tx::firstSpecialFile(path);
+        if (special.isNull())
+            return path;
+        TXLog(TXLogLevelFailure, u"TXUpdate: %@ is no file that an application may hold"_s, {special});
+    }
+    return {};
+}

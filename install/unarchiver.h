@@ -1,0 +1,49 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <TarvixUpdate/TXError.h>
+
+#include <QString>
+
+#include <functional>
+#include <memory>
+
+/// Unpacks a downloaded archive beside itself by streaming it into a command, and finds the application in
+/// it.
+///
+/// Thread: `unarchive` on any; the work runs on the background queue, handlers on the main thread.
+/// Errors: domain "TXUpdater", code 0. Files that were written stay where they are.
+class TXUpdateUnarchiver final : public std::enable_shared_from_this<TXUpdateUnarchiver> {
+public:
+    using ProgressHandler = std::function<void()>;
+    /// The application's path and a null error, or a null path and an error. Both null: the archive's type is
+    /// unknown; the handler is then called at once, on the caller's thread.
+    using CompletionHandler = std::function<void(const QString &application, const TXError &error)>;
+
+    /// Returns at once. `progress` may be null.
+    static void unarchive(const QString &archivePath, const ProgressHandler &progress,
+                          const CompletionHandler &completion);
+
+    /// Removes the quarantine mark from an entry and from everything below it.
+    static void releaseFromQuarantine(const QString &path);
+
+    /// The bundle directly in `directory` whose identifier is the host's; null when there is none, or when it
+    /// holds devices, pipes or sockets.
+    [[nodiscard]] static QString findUnarchivedApplicationInDirectory(const QString &directory);
+
+    /// The shell command that unpacks an archive of that name; null for an unknown type.
+    [[nodiscard]] static QString commandForFileName(const QString &fileName);
+
+    TXUpdateUnarchiver(const QString &archivePath, const ProgressHandler &progress,
+                       const CompletionHandler &completion);
+
+private:
+    void unarchiveWithPipingCommand(const QString &command);
+    void stream(const QString &command);
+    [[nodiscard]] QString pipeArchive(std::FILE *archive, const QString &command, const QString &destination,
+                                      QString &application);
+
+    const QString m_archivePath;
+    const ProgressHandler m_progress;
+    const CompletionHandler m_completion;
+};

@@ -1,0 +1,109 @@
+// SPDX-License-Identifier: MIT
+#include "install/updateinstallation.h"
+
+#include "core/names.h"
+#include "install/installerclient.h"
+#include "install/unarchiver.h"
+#include "install/update_p.h"
+#include "platform/directories.h"
+#include "platform/filesystem.h"
+#include "platform/format.h"
+#include "platform/localization.h"
+#include "platform/queues.h"
+#include "platform/services.h"
+#include "platform/workspace.h"
+
+#include <TarvixUpdate/TXLog.h>
+
+#include <QFileInfo>
+#include <QPointer>
+
+using namespace Qt::StringLiterals;
+
+void TXUpdate::installWithErrorHandler(const CompletionHandler &handler) {
+    if (d->isInstalling || !d->isDownloaded)
+        return;
+    d->installErrorHandler = handler;
+    tx::assign(*this, d->isInstalling, true, &TXUpdate::isInstallingChanged);
+    TXLog(TXLogLevelStep, u"TXUpdate: Beginning Installation"_s);
+    tx::UpdateInstallation::install_doUnarchive(*this);
+}
+
+void TXUpdate::cancelInstalling() {}
+
+namespace tx {
+
+void UpdateInstallation::install_doUnarchive(TXUpdate &update) {
+    TXLog(TXLogLevelStep, u"TXUpdate: Beginning unarchive"_s);
+    const QPointer<TXUpdate> guard(&update);
+    TXUpdateUnarchiver::unarchive(
+        update.downloadPath(), [] {},
+        [guard](const QString &application, const TXError &error) {
+            if (!guard)
+                return;
+            if (error)
+                install_failed(*guard, error);
+            else
+                install_doInstall(*guard, application);
+        });
+}
+
+void UpdateInstallation::install_doInstall(TXUpdate &update, const QString &application) {
+    TXLog(TXLogLevelStep, u"TXUpdate: Beginning install"_s);
+    TXError error;
+    if (TXUpdateInstallerClient::sharedInstance()->installUnarchivedApp(application, update.downloadPath(),
+                                                                        &error))
+        return;
+    TXLog(TXLogLevelFailure, u"[TXUpdate] Installing the update failed: %@"_s, {error.toString()});
+    moveIntoDownloads(update, application);
+}
+
+void UpdateInstallation::moveIntoDownloads(TXUpdate &update, const QString &application) {
+    const Result<QString> downloads = downloadsDirectory();
+    if (!downloads) {
+        install_failed(update, downloads.error());
+        return;
+    }
+    const QFileInfo file(application);
+    QString name = formatText(
+        u"%@ %@"_s, {application.isNull() ? QString() : file.completeBaseName(), update.displayVersion()});
+    if (!application.isNull())
+        name += u'.' + file.suffix();
+    const QString target = *downloads + u'/' + safeFileName(name);
+    if (const TXError error = services().fileSystem->move(application, target)) {
+        TXLog(TXLogLevelFailure, u"[TXUpdate] Fallback to moving the update into Downloads failed: %@"_s,
+              {error.toString()});
+        install_failed(
+            update,
+            TXError(u"TXUpdate"_s, 0,
+                    localizedString(u"The application could not be installed automatically."_s), {},
+                    localizedString(
+                        u"To update, go to the website and download the latest version directly."_s)));
+        return;
+    }
+    const QPointer<TXUpdate> guard(&update);
+    (void)services().presentAlert(
+        {localizedString(u"The new version is ready for you to install."_s),
+         localizedString(u"The application could not be installed automatically. Instead, simply quit the "
+                         "application and replace the old version with the new one."_s),
+         {localizedString(u"Show New Version"_s)}});
+    (void)services().workspace->reveal(target);
+    if (guard)
+        install_failed(update, {});
+}
+
+void UpdateInstallation::install_failed(TXUpdate &update, const TXError &error) {
+    TXUpdate::Private &d = *update.d;
+    const TXUpdate::CompletionHandler handler = std::exchange(d.installErrorHandler, nullptr);
+    const bool wasInstalled = std::exchange(d.isInstalled, false);
+    const bool wasInstalling = std::exchange(d.isInstalling, false);
+    if (handler)
+        postToMain([handler, error] { handler(error); });
+    const QPointer<TXUpdate> guard(&update);
+    if (wasInstalling)
+        Q_EMIT update.isInstallingChanged();
+    if (guard && wasInstalled)
+        Q_EMIT update.isInstalledChanged();
+}
+
+} // namespace tx

@@ -1,0 +1,23 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <TarvixUpdate/TXUpdate.h>
+
+namespace tx {
+
+/// The private steps of TXUpdate::installWithErrorHandler. Thread: main.
+class UpdateInstallation {
+public:
+    static void install_doUnarchive(TXUpdate &update);
+    /// `application`: the unpacked application's path; null for an archive of unknown type.
+    static void install_doInstall(TXUpdate &update, const QString &application);
+    static void install_failed(TXUpdate &update, const TXError &error);
+
+private:
+    static void moveIntoDownloads(TXUpdate &update, const QString &application);
+};
+
+/// The command by which the shell opens the host's bundle once the process has gone.
+[[nodiscard]] QString relaunchCommand(qint64 processIdentifier, const QString &bundlePath);
+
+} // namespace tx

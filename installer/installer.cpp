@@ -1,0 +1,232 @@
+// SPDX-License-Identifier: MIT
+#include "installer/installer.h"
+
+#include "platform/linux/openbundle.h"
+
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace tx::installer {
+
+namespace {
+
+std::string describe(const posix::FileError &error) {
+    return error.path + ": " + std::strerror(error.number);
+}
+
+bool isAbsolute(const std::string &path) { return !path.empty() && path.front() == '/'; }
+
+std::string withoutTrailingSlashes(std::string path) {
+    while (path.size() > 1 && path.back() == '/')
+        path.pop_back();
+    return path;
+}
+
+class Installation {
+public:
+    Installation(const Arguments &arguments, Context &context)
+        : m_arguments(arguments)
+        , m_context(context)
+        , m_files(*context.files)
+        , m_staged(stagedPathFor(arguments.hostBundle))
+        , m_backup(backupPathFor(arguments.hostBundle)) {}
+
+    int run() {
+        if (!waitForEnd(m_arguments.hostProcess, m_context.hostLimit)) {
+            m_context.log("the application (process " + std::to_string(m_arguments.hostProcess) +
+                          ") does not end; it was not replaced");
+            return StatusTryLater;
+        }
+        if (!lock()) {
+            m_context.log("another installation of " + m_arguments.hostBundle + " is running");
+            return StatusTryLater;
+        }
+        repair();
+        int status = stage();
+        if (status == StatusDone)
+            status = swap();
+        if (status == StatusDone)
+            clean();
+        const std::string why = m_context.open(m_arguments.hostBundle, m_context.session);
+        if (!why.empty()) {
+            m_context.log(why);
+            if (status == StatusDone)
+                status = StatusCannotOpen;
+        }
+        return status;
+    }
+
+private:
+    /// One installation at a time in a folder. The lock is the folder itself: nothing is left behind.
+    bool lock() {
+        const std::string folder = posix::parentOf(m_arguments.hostBundle);
+        m_lock = posix::Descriptor(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        return !m_lock.isOpen() || flock(m_lock.get(), LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK;
+    }
+
+    /// Undoes or finishes what an interrupted run left.
+    void repair() {
+        if (!posix::entryExists(m_arguments.hostBundle) && posix::entryExists(m_backup)) {
+            if (m_files.rename(m_backup, m_arguments.hostBundle))
+                m_context.log("the application could not be put back from " + m_backup);
+            else
+                m_context.log("an interrupted installation was undone");
+        }
+        // Whatever else stands there is a copy that was not finished, or an old application after the swap.
+        removeLeftover(m_staged);
+        if (posix::entryExists(m_arguments.hostBundle))
+            removeLeftover(m_backup);
+    }
+
+    void removeLeftover(const std::string &path) {
+        if (!posix::entryExists(path))
+            return;
+        if (const posix::FileError error = m_files.removeTree(path))
+            m_context.log("cannot remove " + describe(error));
+    }
+
+    int stage() {
+        struct stat host {};
+        if (lstat(m_arguments.hostBundle.c_str(), &host) != 0) {
+            m_context.log(m_arguments.hostBundle + ": " + std::strerror(errno));
+            return StatusCannotStage;
+        }
+        const bool asRoot = geteuid() == 0;
+        struct stat application {};
+        (void)lstat(m_arguments.newApplication.c_str(), &application);
+        // As root, files that another user made are copied: that user may still hold them open or linked.
+        const bool mayRename = !asRoot || application.st_uid == 0;
+        posix::FileError error =
+            mayRename ? m_files.rename(m_arguments.newApplication, m_staged) : posix::FileError{EXDEV, {}};
+        m_renamed = !error;
+        if (error.number == EXDEV)
+            error = m_files.copyTree(m_arguments.newApplication, m_staged);
+        if (!error && asRoot)
+            error = m_files.changeOwner(m_staged, host.st_uid, host.st_gid);
+        if (!error)
+            error = m_files.syncFileSystem(m_staged);
+        if (!error)
+            return StatusDone;
+        m_context.log("the new application cannot be put into place: " + describe(error));
+        unstage();
+        return StatusCannotStage;
+    }
+
+    /// Puts the new application back where it was, so that a later try finds it.
+    void unstage() {
+        if (m_renamed && !m_files.rename(m_staged, m_arguments.newApplication))
+            return;
+        removeLeftover(m_staged);
+    }
+
+    int swap() {
+        posix::FileError error = m_files.exchange(m_staged, m_arguments.hostBundle);
+        if (error.number == EINVAL || error.number == ENOSYS || error.number == EOPNOTSUPP)
+            error = swapByRenaming();
+        if (error) {
+            m_context.log("the application cannot be replaced: " + describe(error));
+            unstage();
+            return StatusCannotSwap;
+        }
+        // The old application must not be gone from the disk before the new one is there.
+        if (const posix::FileError sync = m_files.syncDirectory(posix::parentOf(m_arguments.hostBundle)))
+            m_context.log("cannot sync " + describe(sync));
+        return StatusDone;
+    }
+
+    /// For file systems that cannot exchange two entries. The next run undoes an interruption in between.
+    posix::FileError swapByRenaming() {
+        if (posix::FileError error = m_files.rename(m_arguments.hostBundle, m_backup))
+            return error;
+        posix::FileError error = m_files.rename(m_staged, m_arguments.hostBundle);
+        if (error && m_files.rename(m_backup, m_arguments.hostBundle))
+            m_context.log("the application could not be put back from " + m_backup);
+        return error;
+    }
+
+    void clean() {
+        removeLeftover(m_staged);
+        removeLeftover(m_backup);
+        // What stands in the user's own folder is removed with no more rights than the user has.
+        const bool lowered = m_context.session.dropsPrivileges && setegid(m_context.session.group) == 0 &&
+                             seteuid(m_context.session.user) == 0;
+        removeLeftover(m_arguments.newApplication);
+        if (const posix::FileError error = m_files.removeFile(m_arguments.archive))
+            m_context.log("cannot remove " + describe(error));
+        if (!m_context.toolBundle.empty()) {
+            removeLeftover(m_context.toolBundle);
+            const std::string record =
+                posix::parentOf(m_context.toolBundle) + "/TXUpdateInstaller.environment";
+            (void)m_files.removeFile(record);
+        }
+        if (lowered && (seteuid(0) != 0 || setegid(0) != 0))
+            m_context.log("cannot regain privileges");
+    }
+
+    const Arguments &m_arguments;
+    Context &m_context;
+    Files &m_files;
+    const std::string m_staged;
+    const std::string m_backup;
+    posix::Descriptor m_lock;
+    bool m_renamed = false;
+};
+
+} // namespace
+
+bool readArguments(const std::vector<std::string> &words, Arguments &arguments, std::string &why) {
+    if (words.size() != 4) {
+        why = "usage: TXUpdateInstaller PID NEW-APPLICATION HOST-BUNDLE ARCHIVE";
+        return false;
+    }
+    char *end = nullptr;
+    errno = 0;
+    const long process = std::strtol(words[0].c_str(), &end, 10);
+    if (words[0].empty() || *end != '\0' || errno != 0 || process <= 1 || process > 0x7FFFFFFF ||
+        process == getpid()) {
+        why = "\"" + words[0] + "\" is not the process identifier of an application";
+        return false;
+    }
+    for (size_t i = 1; i < words.size(); ++i) {
+        if (!isAbsolute(words[i])) {
+            why = "\"" + words[i] + "\" is not an absolute path";
+            return false;
+        }
+    }
+    arguments = {static_cast<pid_t>(process), withoutTrailingSlashes(words[1]),
+                 withoutTrailingSlashes(words[2]), words[3]};
+    if (!posix::isDirectory(arguments.newApplication)) {
+        why = arguments.newApplication + " is no application";
+        return false;
+    }
+    BundleInfo fresh;
+    BundleInfo installed;
+    if (!readBundleInfo(arguments.newApplication, fresh) || fresh.identifier.empty()) {
+        why = arguments.newApplication + " is no application with a bundle identifier";
+        return false;
+    }
+    // After an interrupted installation the old application may stand beside its place.
+    const bool interrupted = !posix::entryExists(arguments.hostBundle);
+    const std::string host = interrupted ? backupPathFor(arguments.hostBundle) : arguments.hostBundle;
+    if (!posix::isDirectory(host) || !readBundleInfo(host, installed) || installed.identifier.empty()) {
+        why = arguments.hostBundle + " is no application with a bundle identifier";
+        return false;
+    }
+    if (fresh.identifier != installed.identifier) {
+        why = "the identifiers differ: " + fresh.identifier + " would replace " + installed.identifier;
+        return false;
+    }
+    if (fresh.executable.empty()) {
+        why = arguments.newApplication + " has no executable";
+        return false;
+    }
+    return true;
+}
+
+int install(const Arguments &arguments, Context &context) { return Installation(arguments, context).run(); }
+
+} // namespace tx::installer

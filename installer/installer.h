@@ -1,0 +1,65 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "installer/files.h"
+
+#include <chrono>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace tx::installer {
+
+/// Exit statuses.
+enum Status : int {
+    StatusDone = 0,
+    StatusUsage = 64,       ///< the arguments are wrong; nothing was touched
+    StatusCannotStage = 73, ///< the new application could not be put beside the old one
+    StatusCannotSwap = 74,  ///< the two could not be exchanged
+    StatusTryLater = 75,    ///< the host does not end, or another installation of it is running
+    StatusCannotOpen = 76,  ///< installed, but the new application could not be started
+};
+
+/// The command line.
+struct Arguments {
+    pid_t hostProcess = 0;
+    std::string newApplication;
+    std::string hostBundle;
+    std::string archive;
+};
+
+/// Who opens the application, and with what.
+struct Session {
+    uid_t user = 0;
+    gid_t group = 0;
+    bool dropsPrivileges = false;
+    std::vector<std::string> environment;
+};
+
+/// The outside world, for tests to replace.
+struct Context {
+    Files *files;
+    std::chrono::milliseconds hostLimit = std::chrono::minutes(2); ///< how long the host may take to end
+    std::string toolBundle; ///< this tool's copy, removed at the end; empty when it runs from elsewhere
+    Session session;
+    /// Opens an application; the reason when it cannot.
+    std::function<std::string(const std::string &bundle, const Session &session)> open;
+    std::function<void(const std::string &line)> log;
+};
+
+/// Reads the command line; `why` says what is wrong with it.
+[[nodiscard]] bool readArguments(const std::vector<std::string> &words, Arguments &arguments,
+                                 std::string &why);
+
+/// Replaces the host bundle by the new application when the host has ended, and opens what stands there.
+/// At every instant a complete application stands at the host's path, or the next run puts one back.
+[[nodiscard]] int install(const Arguments &arguments, Context &context);
+
+/// True when the process has ended, or ends within `limit`.
+[[nodiscard]] bool waitForEnd(pid_t process, std::chrono::milliseconds limit);
+
+/// The session of whoever started the host: by the owner of its process, or of the recorded environment
+/// beside the tool, which only that user may have written.
+[[nodiscard]] Session sessionFor(const Arguments &arguments, const std::string &environmentRecord);
+
+} // namespace tx::installer

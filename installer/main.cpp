@@ -1,0 +1,66 @@
+// SPDX-License-Identifier: MIT
+// TXUpdateInstaller PID NEW-APPLICATION HOST-BUNDLE ARCHIVE: waits until the process PID has ended, replaces
+// HOST-BUNDLE by NEW-APPLICATION in one step and opens it as the user who ran the host.
+
+#include "installer/installer.h"
+
+#include "platform/linux/openbundle.h"
+
+#include <climits>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <syslog.h>
+#include <unistd.h>
+
+namespace {
+
+void report(const std::string &line) {
+    std::fprintf(stderr, "TXUpdateInstaller: %s\n", line.c_str());
+    syslog(LOG_ERR, "%s", line.c_str());
+}
+
+/// The bundle that this executable stands in, when it is an installer's copy; else empty.
+std::string ownBundle() {
+    char path[PATH_MAX];
+    const ssize_t length = readlink("/proc/self/exe", path, sizeof path);
+    const std::string executable(path, length > 0 ? static_cast<size_t>(length) : 0);
+    const std::string inside = "/TXUpdateInstaller.app/Contents/MacOS/TXUpdateInstaller";
+    if (executable.size() <= inside.size() ||
+        executable.compare(executable.size() - inside.size(), inside.size(), inside) != 0)
+        return {};
+    return executable.substr(0, executable.size() - inside.size()) + "/TXUpdateInstaller.app";
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+    using namespace tx::installer;
+    std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGHUP, SIG_IGN);
+    openlog("TXUpdateInstaller", LOG_PID, LOG_USER);
+    Arguments arguments;
+    std::string why;
+    if (!readArguments(std::vector<std::string>(argv + 1, argv + argc), arguments, why)) {
+        report(why);
+        return StatusUsage;
+    }
+    Files files;
+    Context context{.files = &files};
+    const std::string bundle = ownBundle();
+    const std::string folder = tx::posix::parentOf(bundle);
+    context.session = sessionFor(arguments, folder + "/TXUpdateInstaller.environment");
+    // Only a copy beside the archive is this installation's own; the framework's resources are not removed.
+    if (!bundle.empty() && folder == tx::posix::parentOf(arguments.archive))
+        context.toolBundle = bundle;
+    context.log = report;
+    context.open = [](const std::string &application, const Session &session) {
+        tx::OpenOptions options;
+        options.environment = session.environment;
+        options.dropPrivileges = session.dropsPrivileges;
+        options.user = session.user;
+        options.group = session.group;
+        return tx::openBundle(application, options).error;
+    };
+    return install(arguments, context);
+}

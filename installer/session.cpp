@@ -1,0 +1,102 @@
+// SPDX-License-Identifier: MIT
+#include "installer/installer.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <fcntl.h>
+#include <poll.h>
+#include <pwd.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <thread>
+#include <unistd.h>
+
+namespace tx::installer {
+
+namespace {
+
+/// Reads the record when it is a plain file of `user` that nobody else may write to.
+std::vector<std::string> readRecord(const std::string &path, uid_t user) {
+    const posix::Descriptor fd(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK));
+    struct stat info {};
+    if (!fd.isOpen() || fstat(fd.get(), &info) != 0 || !S_ISREG(info.st_mode) || info.st_uid != user ||
+        (info.st_mode & 0077) != 0)
+        return {};
+    std::string content;
+    char buffer[4096];
+    constexpr size_t largestRecord = 4 << 20;
+    for (ssize_t n = 0; (n = read(fd.get(), buffer, sizeof buffer)) > 0 && content.size() < largestRecord;)
+        content.append(buffer, static_cast<size_t>(n));
+    std::vector<std::string> result;
+    for (size_t start = 0; start < content.size();) {
+        const size_t end = std::min(content.find('\0', start), content.size());
+        const std::string variable = content.substr(start, end - start);
+        if (variable.find('=') != std::string::npos)
+            result.push_back(variable);
+        start = end + 1;
+    }
+    return result;
+}
+
+/// The least that a program needs when nothing was recorded.
+std::vector<std::string> plainEnvironment(uid_t user) {
+    std::vector<std::string> result{"PATH=/usr/local/bin:/usr/bin:/bin"};
+    if (const struct passwd *entry = getpwuid(user)) {
+        result.push_back(std::string("HOME=") + entry->pw_dir);
+        result.push_back(std::string("USER=") + entry->pw_name);
+        result.push_back(std::string("LOGNAME=") + entry->pw_name);
+    }
+    result.push_back("XDG_RUNTIME_DIR=/run/user/" + std::to_string(user));
+    return result;
+}
+
+} // namespace
+
+Session sessionFor(const Arguments &arguments, const std::string &environmentRecord) {
+    Session session;
+    session.user = getuid();
+    session.group = getgid();
+    if (geteuid() == 0) {
+        // Started by pkexec: it names the user. Else the user is the one who unpacked the new application.
+        const char *caller = std::getenv("PKEXEC_UID");
+        struct stat info {};
+        if (caller && *caller)
+            session.user = static_cast<uid_t>(std::strtoul(caller, nullptr, 10));
+        else if (lstat(arguments.newApplication.c_str(), &info) == 0)
+            session.user = info.st_uid;
+        if (const struct passwd *entry = getpwuid(session.user))
+            session.group = entry->pw_gid;
+        session.dropsPrivileges = session.user != 0;
+    }
+    session.environment = readRecord(environmentRecord, session.user);
+    if (session.environment.empty())
+        session.environment = plainEnvironment(session.user);
+    return session;
+}
+
+bool waitForEnd(pid_t process, std::chrono::milliseconds limit) {
+    const posix::Descriptor fd(static_cast<int>(syscall(SYS_pidfd_open, process, 0)));
+    if (!fd.isOpen() && errno == ESRCH)
+        return true;
+    const auto deadline = std::chrono::steady_clock::now() + limit;
+    while (fd.isOpen()) {
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+            deadline - std::chrono::steady_clock::now());
+        struct pollfd watched {
+            fd.get(), POLLIN, 0
+        };
+        const int result = poll(&watched, 1, static_cast<int>(std::max<long long>(0, left.count())));
+        if (result >= 0 || errno != EINTR)
+            return result > 0;
+    }
+    // An old kernel: look now and then.
+    while (kill(process, 0) == 0 || errno == EPERM) {
+        if (std::chrono::steady_clock::now() >= deadline)
+            return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+    return true;
+}
+
+} // namespace tx::installer

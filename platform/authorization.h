@@ -1,0 +1,61 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <QByteArray>
+#include <QList>
+#include <QStringList>
+
+#include <memory>
+#include <optional>
+
+namespace tx {
+
+/// Status values of authorization; 0 is success.
+enum AuthorizationStatus : int {
+    AuthorizationSuccess = 0,
+    AuthorizationDenied = -60005,
+    AuthorizationCanceled = -60006,
+    AuthorizationToolExecuteFailure = -60031,
+};
+
+enum AuthorizationFlags : unsigned {
+    AuthorizationFlagDefaults = 0,
+    AuthorizationFlagInteractionAllowed = 1U << 0,
+    AuthorizationFlagExtendRights = 1U << 1,
+    AuthorizationFlagDestroyRights = 1U << 3,
+    AuthorizationFlagPreAuthorize = 1U << 4,
+};
+
+/// A right, or one entry of the environment of the question to the user.
+struct AuthorizationItem {
+    QByteArray name;
+    std::optional<QByteArray> value;
+    quint64 valueLength = 0; ///< as the caller counts it
+    quint32 flags = 0;
+};
+
+class AuthorizationReference {
+public:
+    virtual ~AuthorizationReference() = default;
+};
+
+/// Runs programs with an administrator's rights after asking the user for them. Calls block while the system
+/// shows its dialog. Thread: any.
+class Authorization {
+public:
+    virtual ~Authorization() = default;
+    virtual int create(const QList<AuthorizationItem> &environment, unsigned flags,
+                       std::unique_ptr<AuthorizationReference> &reference) = 0;
+    /// Asks the user for `rights`; the granted ones go to `authorized`.
+    virtual int copyRights(AuthorizationReference &reference, const QList<AuthorizationItem> &rights,
+                           const QList<AuthorizationItem> &environment, unsigned flags,
+                           QList<AuthorizationItem> *authorized) = 0;
+    /// Starts the program and does not wait for it.
+    virtual int executeWithPrivileges(AuthorizationReference &reference, const QString &path, unsigned flags,
+                                      const QStringList &arguments) = 0;
+    virtual void free(std::unique_ptr<AuthorizationReference> reference, unsigned flags) = 0;
+};
+
+Authorization &nativeAuthorization();
+
+} // namespace tx

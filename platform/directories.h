@@ -1,0 +1,27 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "platform/result.h"
+
+#include <QString>
+#include <QStringList>
+
+namespace tx {
+
+/// Folders of this user and this machine. Thread: any.
+[[nodiscard]] QString homeDirectory();
+[[nodiscard]] QString configurationDirectory();
+/// The user's Downloads folder, made when it is missing.
+Result<QString> downloadsDirectory();
+/// A folder private to this user (mode 0700), made on demand. When it cannot be had (another user's folder or
+/// a link stands there) the path is returned all the same and using it fails.
+[[nodiscard]] QString temporaryDirectory();
+/// The user's and the machine's Applications folders.
+[[nodiscard]] QString userApplicationsDirectory();
+[[nodiscard]] QString localApplicationsDirectory();
+/// Language codes in the user's order of preference, such as "de-AT".
+[[nodiscard]] QStringList preferredLanguages();
+/// The language code of the current locale, such as "en".
+[[nodiscard]] QString localeLanguageCode();
+
+} // namespace tx

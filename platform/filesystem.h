@@ -1,0 +1,67 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "platform/result.h"
+
+#include <QByteArray>
+#include <QByteArrayView>
+#include <QStringList>
+
+#include <memory>
+
+namespace tx {
+
+/// A file that is being written. Closed by its destructor.
+class OutputFile {
+public:
+    virtual ~OutputFile() = default;
+    /// Writes all of `data`, or fails and leaves an unspecified part of it written.
+    virtual TXError write(QByteArrayView data) = 0;
+};
+
+/// A lock between processes, held while the object lives.
+class FileLock {
+public:
+    virtual ~FileLock() = default;
+};
+
+/// Every change that the framework makes to the file system, so that a test can make any of them fail.
+/// Thread: any. Errors: TXPOSIXErrorDomain with the errno value, the action and the path.
+class FileSystem {
+public:
+    virtual ~FileSystem() = default;
+
+    /// True when an entry stands at `path`; a link counts whether or not its target exists.
+    [[nodiscard]] virtual bool exists(const QString &path) const = 0;
+    /// True when this process may write to `path`, links followed.
+    [[nodiscard]] virtual bool isWritable(const QString &path) const = 0;
+    /// Bytes of a regular file; an error for anything else, links included.
+    [[nodiscard]] virtual Result<quint64> fileSize(const QString &path) const = 0;
+    /// Names of the entries of a folder, hidden ones included, in no particular order.
+    virtual Result<QStringList> list(const QString &path) const = 0;
+    virtual Result<QByteArray> readFile(const QString &path) const = 0;
+
+    /// Makes a folder with mode 0700; an existing folder is no error.
+    virtual TXError createDirectory(const QString &path, bool withIntermediates) = 0;
+    /// Null when `path` is a folder of this user and no link to one: what stands in it is this user's own.
+    virtual TXError checkPrivateDirectory(const QString &path) const = 0;
+    /// Removes a file, link or tree without following links.
+    virtual TXError remove(const QString &path) = 0;
+    /// Copies a file or tree; `to` must not exist.
+    virtual TXError copy(const QString &from, const QString &to) = 0;
+    /// Moves to `to`, which must not exist, across file systems too.
+    virtual TXError move(const QString &from, const QString &to) = 0;
+    /// Opens for writing, replacing a file of that name; a link of that name is refused. Mode 0600.
+    virtual Result<std::unique_ptr<OutputFile>> create(const QString &path) = 0;
+    /// Replaces the file's whole content in one step, synced to disk.
+    virtual TXError replaceFile(const QString &path, QByteArrayView content, int mode) = 0;
+    /// Removes an extended attribute from the entry itself; an absent attribute is no error.
+    virtual TXError removeExtendedAttribute(const QString &path, const QByteArray &name) = 0;
+    /// Waits for the lock at `path` (a file made for it) and takes it.
+    virtual Result<std::unique_ptr<FileLock>> lock(const QString &path) = 0;
+};
+
+/// The file system of this machine.
+FileSystem &nativeFileSystem();
+
+} // namespace tx

@@ -1,0 +1,14 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <QString>
+#include <QStringList>
+
+namespace tx {
+
+/// Fills the conversions of `format` (%@, %s, %d, %i, %u, %ld, %lu, and the positional %1$@) with the texts
+/// of `arguments`; %% is a percent sign. A conversion without an argument reads "(null)", like a null
+/// argument. Positional conversions let a translation change the order.
+[[nodiscard]] QString formatText(const QString &format, const QStringList &arguments);
+
+} // namespace tx

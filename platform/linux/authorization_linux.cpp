@@ -1,0 +1,93 @@
+// SPDX-License-Identifier: MIT
+#include "platform/authorization.h"
+
+#include "platform/frameworkresources.h"
+#include "platform/services.h"
+#include "platform/tasks.h"
+
+#include <QFile>
+
+using namespace Qt::StringLiterals;
+
+namespace tx {
+
+namespace {
+
+/// A helper that runs with an administrator's rights and waits for the one command that it will become.
+class PolkitReference final : public AuthorizationReference {
+public:
+    std::unique_ptr<Task> helper;
+};
+
+/// What pkexec's exit status says when the helper never spoke.
+int statusFromPkexec(int exitStatus) {
+    constexpr int dismissed = 126;
+    return exitStatus == dismissed ? AuthorizationCanceled : AuthorizationDenied;
+}
+
+/// polkit asks for its password when pkexec starts a program, not before. So that asking and executing stay
+/// two steps, pkexec starts a small helper, which reports "authorized" once it runs and executes what it is
+/// told on its standard input.
+class PolkitAuthorization final : public Authorization {
+public:
+    int create(const QList<AuthorizationItem> &, unsigned,
+               std::unique_ptr<AuthorizationReference> &reference) override {
+        reference = std::make_unique<PolkitReference>();
+        return AuthorizationSuccess;
+    }
+
+    int copyRights(AuthorizationReference &reference, const QList<AuthorizationItem> &rights,
+                   const QList<AuthorizationItem> &, unsigned flags,
+                   QList<AuthorizationItem> *authorized) override {
+        if ((flags & AuthorizationFlagInteractionAllowed) == 0)
+            return AuthorizationDenied;
+        Result<std::unique_ptr<Task>> task =
+            services().tasks->start({.program = u"pkexec"_s,
+                                     .arguments = {frameworkResourcesPath() + u"/TXUpdateAuthorize"_s},
+                                     .writesInput = true,
+                                     .readsOutput = true,
+                                     .ownSession = true});
+        if (!task)
+            return AuthorizationDenied;
+        QByteArray answer;
+        while (!answer.endsWith('\n')) {
+            const QByteArray more = (*task)->read();
+            if (more.isEmpty())
+                return statusFromPkexec((*task)->wait());
+            answer += more;
+        }
+        if (answer != "authorized\n")
+            return AuthorizationDenied;
+        static_cast<PolkitReference &>(reference).helper = std::move(*task);
+        if (authorized)
+            *authorized = rights;
+        return AuthorizationSuccess;
+    }
+
+    int executeWithPrivileges(AuthorizationReference &reference, const QString &path, unsigned,
+                              const QStringList &arguments) override {
+        std::unique_ptr<Task> helper = std::move(static_cast<PolkitReference &>(reference).helper);
+        if (!helper)
+            return AuthorizationDenied;
+        QByteArray command = QFile::encodeName(path) + '\0';
+        for (const QString &argument : arguments)
+            command += QFile::encodeName(argument) + '\0';
+        int ignored = 0;
+        if (helper->write(command.constData(), command.size(), &ignored) != command.size())
+            return AuthorizationToolExecuteFailure;
+        helper->closeInput();
+        // The helper's output closes without a word when the program replaces it.
+        return helper->read().isEmpty() ? AuthorizationSuccess : AuthorizationToolExecuteFailure;
+    }
+
+    void free(std::unique_ptr<AuthorizationReference> reference, unsigned) override { reference.reset(); }
+};
+
+} // namespace
+
+Authorization &nativeAuthorization() {
+    static PolkitAuthorization instance;
+    return instance;
+}
+
+} // namespace tx

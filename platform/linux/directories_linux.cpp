@@ -1,0 +1,59 @@
+// SPDX-License-Identifier: MIT
+#include "platform/directories.h"
+
+#include "platform/filesystem.h"
+#include "platform/linux/userfolders.h"
+#include "platform/services.h"
+
+#include <QFile>
+#include <QLocale>
+#include <QStandardPaths>
+
+#include <TarvixUpdate/TXLog.h>
+
+using namespace Qt::StringLiterals;
+
+namespace tx {
+
+namespace {
+
+QString decoded(const std::string &path) { return QFile::decodeName(path.c_str()); }
+
+} // namespace
+
+QString homeDirectory() { return decoded(posix::homeFolder()); }
+
+QString configurationDirectory() { return decoded(posix::configFolder()); }
+
+Result<QString> downloadsDirectory() {
+    // QStandardPaths asks user-dirs.dirs; without a home in the environment it would answer "/".
+    QString path = qEnvironmentVariableIsEmpty("HOME")
+                       ? QString()
+                       : QStandardPaths::writableLocation(QStandardPaths::DownloadLocation);
+    if (path.isEmpty())
+        path = homeDirectory() + u"/Downloads"_s;
+    if (const TXError error = services().fileSystem->createDirectory(path, true))
+        return error;
+    return path;
+}
+
+QString temporaryDirectory() {
+    std::string why;
+    const std::string path = posix::privateTemporaryFolder(&why);
+    if (!path.empty())
+        return decoded(path);
+    TXLog(TXLogLevelFailure, u"TXUpdate: the temporary folder cannot be used. %@"_s, {decoded(why)});
+    return decoded(posix::cacheFolder()) + u"/TarvixUpdate"_s;
+}
+
+QString userApplicationsDirectory() {
+    return homeDirectory() + u'/' + QStringLiteral(TARVIXUPDATE_USER_APPLICATIONS_DIR);
+}
+
+QString localApplicationsDirectory() { return QStringLiteral(TARVIXUPDATE_LOCAL_APPLICATIONS_DIR); }
+
+QStringList preferredLanguages() { return QLocale::system().uiLanguages(); }
+
+QString localeLanguageCode() { return QLocale().name().section(u'_', 0, 0); }
+
+} // namespace tx

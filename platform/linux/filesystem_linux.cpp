@@ -1,0 +1,214 @@
+// SPDX-License-Identifier: MIT
+#include "platform/filesystem.h"
+#include "platform/linux/posixfiles.h"
+#include "platform/posixerror.h"
+#include "platform/specialfiles.h"
+
+#include <QDir>
+#include <QFile>
+
+#include <cerrno>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+
+using namespace Qt::StringLiterals;
+
+namespace tx {
+
+namespace {
+
+std::string native(const QString &path) { return QFile::encodeName(path).toStdString(); }
+
+TXError toError(const posix::FileError &error, const QString &action) {
+    return error ? posixError(error.number, action, QFile::decodeName(error.path.c_str())) : TXError();
+}
+
+TXError writeAll(int fd, QByteArrayView data, const QString &path) {
+    for (qsizetype written = 0; written < data.size();) {
+        const ssize_t n = ::write(fd, data.data() + written, static_cast<size_t>(data.size() - written));
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0)
+            return posixError(errno ? errno : EIO, u"Cannot write to"_s, path);
+        written += n;
+    }
+    return {};
+}
+
+class NativeOutputFile final : public OutputFile {
+public:
+    NativeOutputFile(posix::Descriptor fd, QString path)
+        : m_fd(std::move(fd))
+        , m_path(std::move(path)) {}
+    TXError write(QByteArrayView data) override { return writeAll(m_fd.get(), data, m_path); }
+
+private:
+    posix::Descriptor m_fd;
+    QString m_path;
+};
+
+class NativeLock final : public FileLock {
+public:
+    explicit NativeLock(posix::Descriptor fd)
+        : m_fd(std::move(fd)) {}
+
+private:
+    posix::Descriptor m_fd;
+};
+
+class NativeFileSystem final : public FileSystem {
+public:
+    bool exists(const QString &path) const override { return posix::entryExists(native(path)); }
+
+    bool isWritable(const QString &path) const override {
+        return faccessat(AT_FDCWD, native(path).c_str(), W_OK, AT_EACCESS) == 0;
+    }
+
+    Result<quint64> fileSize(const QString &path) const override {
+        struct stat info {};
+        if (lstat(native(path).c_str(), &info) != 0)
+            return posixError(errno, u"Cannot examine"_s, path);
+        if (!S_ISREG(info.st_mode))
+            return posixError(EINVAL, u"Not a file:"_s, path);
+        return static_cast<quint64>(info.st_size);
+    }
+
+    Result<QStringList> list(const QString &path) const override {
+        const QDir dir(path);
+        if (!dir.exists() || !dir.isReadable())
+            return posixError(dir.exists() ? EACCES : ENOENT, u"Cannot list"_s, path);
+        return dir.entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot,
+                             QDir::Unsorted);
+    }
+
+    Result<QByteArray> readFile(const QString &path) const override {
+        QFile file(path);
+        errno = 0;
+        if (!file.open(QIODevice::ReadOnly))
+            return posixError(errno ? errno : EIO, u"Cannot open"_s, path);
+        QByteArray content = file.readAll();
+        if (file.error() != QFileDevice::NoError)
+            return posixError(EIO, u"Cannot read"_s, path);
+        return content;
+    }
+
+    TXError createDirectory(const QString &path, bool withIntermediates) override {
+        if (mkdir(native(path).c_str(), 0700) == 0)
+            return {};
+        const int number = errno;
+        if (number == EEXIST && QFileInfo(path).isDir())
+            return {};
+        if (number != ENOENT || !withIntermediates)
+            return posixError(number, u"Cannot create the folder"_s, path);
+        const QString parent = QFileInfo(path).path();
+        if (parent == path)
+            return posixError(number, u"Cannot create the folder"_s, path);
+        if (TXError error = createDirectory(parent, true))
+            return error;
+        return createDirectory(path, false);
+    }
+
+    TXError checkPrivateDirectory(const QString &path) const override {
+        struct stat info {};
+        if (lstat(native(path).c_str(), &info) != 0)
+            return posixError(errno, u"Cannot examine the folder"_s, path);
+        if (!S_ISDIR(info.st_mode))
+            return posixError(ENOTDIR,
+                              S_ISLNK(info.st_mode) ? u"A link stands in place of the folder"_s
+                                                    : u"A file stands in place of the folder"_s,
+                              path);
+        if (info.st_uid != geteuid())
+            return posixError(EPERM, u"Another user owns the folder"_s, path);
+        if ((info.st_mode & 0022) != 0)
+            return posixError(EPERM, u"Other users may write to the folder"_s, path);
+        return {};
+    }
+
+    TXError remove(const QString &path) override {
+        return toError(posix::removeTree(native(path)), u"Cannot remove"_s);
+    }
+
+    TXError copy(const QString &from, const QString &to) override {
+        const std::string target = native(to);
+        const posix::FileError error = posix::copyTree(native(from), target);
+        if (error && error.number != EEXIST)
+            (void)posix::removeTree(target);
+        return toError(error, u"Cannot copy"_s);
+    }
+
+    TXError move(const QString &from, const QString &to) override {
+        const std::string source = native(from);
+        const std::string target = native(to);
+        if (renameat2(AT_FDCWD, source.c_str(), AT_FDCWD, target.c_str(), RENAME_NOREPLACE) == 0)
+            return {};
+        if (errno == EINVAL || errno == ENOSYS) { // a file system without RENAME_NOREPLACE
+            if (posix::entryExists(target))
+                return posixError(EEXIST, u"Cannot move to"_s, to);
+            if (rename(source.c_str(), target.c_str()) == 0)
+                return {};
+        }
+        if (errno != EXDEV)
+            return posixError(errno, u"Cannot move to"_s, to);
+        if (TXError error = copy(from, to))
+            return error;
+        return remove(from);
+    }
+
+    Result<std::unique_ptr<OutputFile>> create(const QString &path) override {
+        posix::Descriptor fd(
+            open(native(path).c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600));
+        if (!fd.isOpen())
+            return posixError(errno, u"Cannot create"_s, path);
+        return std::unique_ptr<OutputFile>(new NativeOutputFile(std::move(fd), path));
+    }
+
+    TXError replaceFile(const QString &path, QByteArrayView content, int mode) override {
+        const std::string target = native(path);
+        std::string temporary = target + ".XXXXXX";
+        posix::Descriptor fd(mkostemp(temporary.data(), O_CLOEXEC));
+        if (!fd.isOpen())
+            return posixError(errno, u"Cannot create a file beside"_s, path);
+        TXError error = writeAll(fd.get(), content, path);
+        if (!error && (fchmod(fd.get(), static_cast<mode_t>(mode)) != 0 || fdatasync(fd.get()) != 0))
+            error = posixError(errno, u"Cannot write to"_s, path);
+        if (!error && rename(temporary.c_str(), target.c_str()) != 0)
+            error = posixError(errno, u"Cannot replace"_s, path);
+        if (error)
+            unlink(temporary.c_str());
+        return error;
+    }
+
+    TXError removeExtendedAttribute(const QString &path, const QByteArray &name) override {
+        if (lremovexattr(native(path).c_str(), name.constData()) == 0 || errno == ENODATA || errno == ENOTSUP)
+            return {};
+        return posixError(errno, u"Cannot remove an attribute of"_s, path);
+    }
+
+    Result<std::unique_ptr<FileLock>> lock(const QString &path) override {
+        posix::Descriptor fd(open(native(path).c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600));
+        if (!fd.isOpen())
+            return posixError(errno, u"Cannot open the lock file"_s, path);
+        while (flock(fd.get(), LOCK_EX) != 0) {
+            if (errno != EINTR)
+                return posixError(errno, u"Cannot lock"_s, path);
+        }
+        return std::unique_ptr<FileLock>(new NativeLock(std::move(fd)));
+    }
+};
+
+} // namespace
+
+QString firstSpecialFile(const QString &path) {
+    const std::string found = posix::findSpecialFile(native(path));
+    return found.empty() ? QString() : QFile::decodeName(found.c_str());
+}
+
+FileSystem &nativeFileSystem() {
+    static NativeFileSystem instance;
+    return instance;
+}
+
+} // namespace tx

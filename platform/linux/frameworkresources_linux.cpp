@@ -1,0 +1,39 @@
+// SPDX-License-Identifier: MIT
+#include "platform/frameworkresources.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+
+#include <dlfcn.h>
+
+using namespace Qt::StringLiterals;
+
+namespace tx {
+
+namespace {
+
+QString findResources() {
+    Dl_info info{};
+    // The object that this very function was loaded from: the shared library, or the program itself.
+    QString folder;
+    if (dladdr(reinterpret_cast<const void *>(&frameworkResourcesPath), &info) != 0 && info.dli_fname)
+        folder = QFileInfo(QFile::decodeName(info.dli_fname)).canonicalPath();
+    for (const QString &relative : {u"/TarvixUpdate/Resources"_s, u"/../lib/TarvixUpdate/Resources"_s,
+                                    u"/../" TARVIXUPDATE_INSTALL_LIBDIR "/TarvixUpdate/Resources"_s}) {
+        const QString candidate = QDir::cleanPath(folder + relative);
+        if (!folder.isEmpty() && QFileInfo(candidate).isDir())
+            return candidate;
+    }
+    const QString fallback = qEnvironmentVariable("TXUPDATE_RESOURCES");
+    return fallback.isEmpty() ? folder + u"/TarvixUpdate/Resources"_s : fallback;
+}
+
+} // namespace
+
+QString frameworkResourcesPath() {
+    static const QString path = findResources();
+    return path;
+}
+
+} // namespace tx

@@ -1,0 +1,242 @@
+// SPDX-License-Identifier: MIT
+#include "platform/linux/openbundle.h"
+
+#include "platform/linux/posixfiles.h"
+#include "platform/linux/userfolders.h"
+
+#include <plist/plist.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <dirent.h>
+#include <fcntl.h>
+#include <fstream>
+#include <grp.h>
+#include <memory>
+#include <pwd.h>
+#include <sstream>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+extern char **environ;
+
+namespace tx {
+
+namespace {
+
+constexpr size_t maximumInfoSize = 4 << 20;
+
+std::string readSmallFile(const std::string &path) {
+    std::ifstream file(path, std::ios::binary);
+    std::string content;
+    char buffer[16384];
+    while (file && content.size() < maximumInfoSize) {
+        file.read(buffer, sizeof buffer);
+        content.append(buffer, static_cast<size_t>(file.gcount()));
+    }
+    return content;
+}
+
+std::string stringMember(plist_t dictionary, const char *key) {
+    plist_t node = plist_dict_get_item(dictionary, key);
+    if (!node || plist_get_node_type(node) != PLIST_STRING)
+        return {};
+    char *value = nullptr;
+    plist_get_string_val(node, &value);
+    const std::string text = value ? value : "";
+    std::free(value);
+    return text;
+}
+
+bool isFile(const std::string &path) {
+    struct stat info {};
+    return stat(path.c_str(), &info) == 0 && S_ISREG(info.st_mode);
+}
+
+std::string realPath(const std::string &path) {
+    const std::unique_ptr<char, decltype(&std::free)> resolved(realpath(path.c_str(), nullptr), &std::free);
+    return resolved ? std::string(resolved.get()) : path;
+}
+
+/// The second word of a process's command line: the script, when the first is its interpreter.
+std::string scriptOf(const std::string &processFolder) {
+    const std::string commandLine = readSmallFile(processFolder + "/cmdline");
+    const size_t end = commandLine.find('\0');
+    return end == std::string::npos ? std::string() : std::string(commandLine.c_str() + end + 1);
+}
+
+bool isScript(const std::string &executable) {
+    std::ifstream file(executable, std::ios::binary);
+    char magic[2] = {};
+    return file.read(magic, 2) && magic[0] == '#' && magic[1] == '!';
+}
+
+/// One opener at a time per bundle path; the lock stands in the user's own folder so that nobody else can
+/// hold it.
+posix::Descriptor lockFor(const std::string &bundlePath) {
+    const std::string folder = posix::privateTemporaryFolder();
+    if (folder.empty())
+        return posix::Descriptor();
+    const size_t hash = std::hash<std::string>{}(bundlePath);
+    std::ostringstream name;
+    name << folder << "/open-" << std::hex << hash << ".lock";
+    posix::Descriptor fd(open(name.str().c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600));
+    while (fd.isOpen() && flock(fd.get(), LOCK_EX) != 0 && errno == EINTR) {
+    }
+    return fd;
+}
+
+/// Runs in the grandchild: only what is safe after a fork of a threaded process, unless privileges are
+/// dropped, which only the single-threaded installer tool asks for.
+[[noreturn]] void becomeApplication(const char *executable, char *const *arguments, char *const *environment,
+                                    const OpenOptions &options, const char *userName, int statusPipe) {
+    const int null = open("/dev/null", O_RDWR);
+    dup2(null, 0);
+    dup2(null, 1);
+    dup2(null, 2);
+    bool ok = chdir("/") == 0;
+    if (options.dropPrivileges)
+        ok = ok && initgroups(userName, options.group) == 0 && setgid(options.group) == 0 &&
+             setuid(options.user) == 0;
+    if (ok)
+        execve(executable, arguments, environment);
+    const int number = errno;
+    (void)!write(statusPipe, &number, sizeof number);
+    _exit(127);
+}
+
+} // namespace
+
+bool readBundleInfo(const std::string &bundlePath, BundleInfo &info) {
+    std::string contents = bundlePath + "/Contents";
+    if (!isFile(contents + "/Info.plist"))
+        contents = bundlePath;
+    const std::string data = readSmallFile(contents + "/Info.plist");
+    plist_t root = nullptr;
+    if (!data.empty())
+        plist_from_memory(data.data(), static_cast<uint32_t>(data.size()), &root);
+    if (!root)
+        return false;
+    const std::unique_ptr<void, decltype(&plist_free)> owner(root, &plist_free);
+    if (plist_get_node_type(root) != PLIST_DICT)
+        return false;
+    info.identifier = stringMember(root, "CFBundleIdentifier");
+    const std::string name = stringMember(root, "CFBundleExecutable");
+    info.executable.clear();
+    if (!name.empty() && name.find('/') == std::string::npos) {
+        for (const char *folder : {"/Linux/", "/MacOS/", "/"}) {
+            if (isFile(contents + folder + name)) {
+                info.executable = contents + folder + name;
+                break;
+            }
+        }
+    }
+    return true;
+}
+
+std::vector<pid_t> processesRunning(const std::string &executable) {
+    std::vector<pid_t> result;
+    const std::string wanted = realPath(executable);
+    const bool script = isScript(wanted);
+    struct CloseDirectory {
+        void operator()(DIR *directory) const { closedir(directory); }
+    };
+    const std::unique_ptr<DIR, CloseDirectory> proc(opendir("/proc"));
+    while (const dirent *entry = proc ? readdir(proc.get()) : nullptr) {
+        const pid_t pid = static_cast<pid_t>(std::strtol(entry->d_name, nullptr, 10));
+        if (pid <= 0)
+            continue;
+        const std::string folder = std::string("/proc/") + entry->d_name;
+        char target[PATH_MAX];
+        const ssize_t length = readlink((folder + "/exe").c_str(), target, sizeof target);
+        if (length <= 0)
+            continue;
+        const std::string running(target, static_cast<size_t>(length));
+        if (running == wanted || (script && realPath(scriptOf(folder)) == wanted))
+            result.push_back(pid);
+    }
+    return result;
+}
+
+OpenResult openBundle(const std::string &bundlePath, const OpenOptions &options) {
+    restoreBackup(bundlePath);
+    BundleInfo info;
+    if (!readBundleInfo(bundlePath, info))
+        return {bundlePath + " is not an application: it has no readable Info.plist", false};
+    if (info.executable.empty())
+        return {bundlePath + " has no executable", false};
+    const posix::Descriptor lock = lockFor(realPath(bundlePath));
+    if (!processesRunning(info.executable).empty())
+        return {{}, true};
+
+    std::vector<std::string> environment = options.environment;
+    if (environment.empty()) {
+        for (char **variable = environ; variable && *variable; ++variable)
+            environment.emplace_back(*variable);
+    }
+    std::vector<char *> variables;
+    for (std::string &variable : environment)
+        variables.push_back(variable.data());
+    variables.push_back(nullptr);
+    std::string argument = info.executable;
+    char *arguments[] = {argument.data(), nullptr};
+    const struct passwd *user = options.dropPrivileges ? getpwuid(options.user) : nullptr;
+    const std::string userName = user ? user->pw_name : "";
+
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0)
+        return {std::string("cannot make a pipe: ") + std::strerror(errno), false};
+    posix::Descriptor reading(ends[0]);
+    posix::Descriptor writing(ends[1]);
+    const pid_t child = fork();
+    if (child < 0)
+        return {std::string("cannot start a process: ") + std::strerror(errno), false};
+    if (child == 0) {
+        setsid();
+        const pid_t grandchild = fork();
+        if (grandchild == 0)
+            becomeApplication(info.executable.c_str(), arguments, variables.data(), options, userName.c_str(),
+                              writing.get());
+        _exit(grandchild < 0 ? 1 : 0);
+    }
+    writing.reset();
+    int status = 0;
+    while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
+    }
+    // The pipe closes without a word when the program is executed.
+    int number = 0;
+    ssize_t length = 0;
+    while ((length = read(reading.get(), &number, sizeof number)) < 0 && errno == EINTR) {
+    }
+    if (length == static_cast<ssize_t>(sizeof number))
+        return {info.executable + " could not be started: " + std::strerror(number), false};
+    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0)
+        return {info.executable + " could not be started", false};
+    return {};
+}
+
+namespace {
+
+std::string besideBundle(const std::string &bundlePath, const char *suffix) {
+    const std::string parent = posix::parentOf(bundlePath);
+    return (parent == "/" ? parent : parent + '/') + '.' + posix::lastComponentOf(bundlePath) + suffix;
+}
+
+} // namespace
+
+std::string stagedPathFor(const std::string &bundlePath) { return besideBundle(bundlePath, ".txupdate-new"); }
+std::string backupPathFor(const std::string &bundlePath) { return besideBundle(bundlePath, ".txupdate-old"); }
+
+bool restoreBackup(const std::string &bundlePath) {
+    const std::string backup = backupPathFor(bundlePath);
+    if (posix::entryExists(bundlePath) || !posix::entryExists(backup))
+        return false;
+    return rename(backup.c_str(), bundlePath.c_str()) == 0;
+}
+
+} // namespace tx

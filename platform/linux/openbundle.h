@@ -1,0 +1,51 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <string>
+#include <sys/types.h>
+#include <vector>
+
+/// Starting of application bundles without Qt, shared by the workspace, the `open` tool, the relaunch tool
+/// and the installer tool. Thread: any.
+namespace tx {
+
+/// What the framework needs of a bundle's Info.plist.
+struct BundleInfo {
+    std::string identifier; ///< CFBundleIdentifier; empty when absent
+    std::string executable; ///< full path of the executable; empty when it names no file in the bundle
+};
+
+/// Reads `Contents/Info.plist` or `Info.plist` of the bundle, XML or binary. False when there is none.
+[[nodiscard]] bool readBundleInfo(const std::string &bundlePath, BundleInfo &info);
+
+/// The processes that run `executable`, by their executable's path or, for a script, by the path that its
+/// interpreter was given. Only processes that this user may examine are found.
+[[nodiscard]] std::vector<pid_t> processesRunning(const std::string &executable);
+
+/// As whom and with what an application is started.
+struct OpenOptions {
+    std::vector<std::string> environment; ///< "NAME=value"; empty: this process's own
+    bool dropPrivileges = false;          ///< start as `user` and `group` with that user's groups
+    uid_t user = 0;
+    gid_t group = 0;
+};
+
+struct OpenResult {
+    std::string error; ///< empty on success
+    bool wasRunning = false;
+};
+
+/// Starts the bundle's executable detached, in a session of its own, unless an instance of the same bundle
+/// path runs already. Two openers at once start one instance. Returns once the new program is being executed.
+[[nodiscard]] OpenResult openBundle(const std::string &bundlePath, const OpenOptions &options = {});
+
+/// Names beside a bundle that an installation uses: the new application before the swap and the old one
+/// after it, and the old one between two renames on a file system without an atomic exchange.
+[[nodiscard]] std::string stagedPathFor(const std::string &bundlePath);
+[[nodiscard]] std::string backupPathFor(const std::string &bundlePath);
+
+/// Puts the old application back when an installation was interrupted between two renames: nothing stands at
+/// the bundle's path and a backup does. True when it did.
+bool restoreBackup(const std::string &bundlePath);
+
+} // namespace tx

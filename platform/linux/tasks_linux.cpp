@@ -1,0 +1,234 @@
+// SPDX-License-Identifier: MIT
+#include "platform/tasks.h"
+
+#include "platform/frameworkresources.h"
+#include "platform/linux/posixfiles.h"
+#include "platform/posixerror.h"
+
+#include <QFile>
+
+#include <cerrno>
+#include <csignal>
+#include <fcntl.h>
+#include <pthread.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+extern char **environ;
+
+using namespace Qt::StringLiterals;
+
+namespace tx {
+
+namespace {
+
+/// Keeps a write to a closed pipe from ending the host: the signal is blocked for this thread and taken off
+/// its queue if the write raised it.
+class PipeSignalGuard {
+public:
+    PipeSignalGuard() {
+        sigemptyset(&m_signals);
+        sigaddset(&m_signals, SIGPIPE);
+        sigset_t pending;
+        sigpending(&pending);
+        m_wasPending = sigismember(&pending, SIGPIPE) == 1;
+        pthread_sigmask(SIG_BLOCK, &m_signals, &m_before);
+    }
+    ~PipeSignalGuard() {
+        if (!m_wasPending) {
+            const timespec now{0, 0};
+            while (sigtimedwait(&m_signals, nullptr, &now) < 0 && errno == EINTR) {
+            }
+        }
+        pthread_sigmask(SIG_SETMASK, &m_before, nullptr);
+    }
+    Q_DISABLE_COPY_MOVE(PipeSignalGuard)
+
+private:
+    sigset_t m_signals;
+    sigset_t m_before;
+    bool m_wasPending = false;
+};
+
+int waitFor(pid_t pid) {
+    int status = 0;
+    while (waitpid(pid, &status, 0) < 0) {
+        if (errno != EINTR)
+            return -1;
+    }
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+class NativeTask final : public Task {
+public:
+    NativeTask(pid_t pid, posix::Descriptor input, posix::Descriptor output)
+        : m_pid(pid)
+        , m_input(std::move(input))
+        , m_output(std::move(output)) {}
+
+    ~NativeTask() override {
+        m_input.reset();
+        m_output.reset();
+        // Nobody waits any more: a sleeping thread collects the process so that it does not stay a zombie.
+        if (!m_waited)
+            std::thread([pid = m_pid] { waitFor(pid); }).detach();
+    }
+    Q_DISABLE_COPY_MOVE(NativeTask)
+
+    qint64 processIdentifier() const override { return m_pid; }
+
+    qsizetype write(const char *data, qsizetype size, int *errorNumber) override {
+        const PipeSignalGuard guard;
+        qsizetype written = 0;
+        while (written < size) {
+            const ssize_t n = ::write(m_input.get(), data + written, static_cast<size_t>(size - written));
+            if (n < 0 && errno == EINTR)
+                continue;
+            if (n <= 0) {
+                if (errorNumber)
+                    *errorNumber = errno;
+                break;
+            }
+            written += n;
+        }
+        return written;
+    }
+
+    void closeInput() override { m_input.reset(); }
+
+    QByteArray read() override {
+        QByteArray buffer(4096, Qt::Uninitialized);
+        ssize_t n = 0;
+        while ((n = ::read(m_output.get(), buffer.data(), static_cast<size_t>(buffer.size()))) < 0 &&
+               errno == EINTR) {
+        }
+        buffer.truncate(n > 0 ? n : 0);
+        return buffer;
+    }
+
+    int wait() override {
+        if (!m_waited)
+            m_status = waitFor(m_pid);
+        m_waited = true;
+        return m_status;
+    }
+
+private:
+    pid_t m_pid;
+    posix::Descriptor m_input;
+    posix::Descriptor m_output;
+    bool m_waited = false;
+    int m_status = 0;
+};
+
+/// The settings of posix_spawn: default signals, standard streams from pipes or /dev/null, nothing else open.
+class SpawnSettings {
+public:
+    explicit SpawnSettings(const TaskRequest &request) {
+        posix_spawnattr_init(&m_attributes);
+        posix_spawn_file_actions_init(&m_actions);
+        sigset_t none;
+        sigset_t defaults;
+        sigemptyset(&none);
+        sigemptyset(&defaults);
+        sigaddset(&defaults, SIGPIPE);
+        posix_spawnattr_setsigmask(&m_attributes, &none);
+        posix_spawnattr_setsigdefault(&m_attributes, &defaults);
+        short flags = POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF;
+        if (request.ownSession)
+            flags |= POSIX_SPAWN_SETSID;
+        posix_spawnattr_setflags(&m_attributes, flags);
+    }
+    ~SpawnSettings() {
+        posix_spawnattr_destroy(&m_attributes);
+        posix_spawn_file_actions_destroy(&m_actions);
+    }
+    Q_DISABLE_COPY_MOVE(SpawnSettings)
+
+    void connect(int stream, const posix::Descriptor &end) {
+        if (end.isOpen())
+            posix_spawn_file_actions_adddup2(&m_actions, end.get(), stream);
+        else if (stream == STDIN_FILENO)
+            posix_spawn_file_actions_addopen(&m_actions, stream, "/dev/null", O_RDWR, 0);
+    }
+
+    int spawn(pid_t *pid, const char *program, char *const *arguments, char *const *environment) {
+        posix_spawn_file_actions_addclosefrom_np(&m_actions, STDERR_FILENO + 1);
+        return posix_spawnp(pid, program, &m_actions, &m_attributes, arguments, environment);
+    }
+
+private:
+    posix_spawnattr_t m_attributes;
+    posix_spawn_file_actions_t m_actions;
+};
+
+std::vector<char *> pointersTo(QList<QByteArray> &texts) {
+    std::vector<char *> pointers;
+    pointers.reserve(static_cast<size_t>(texts.size()) + 1);
+    for (QByteArray &text : texts)
+        pointers.push_back(text.data());
+    pointers.push_back(nullptr);
+    return pointers;
+}
+
+class NativeTasks final : public Tasks {
+public:
+    Result<std::unique_ptr<Task>> start(const TaskRequest &request) override {
+        int inputEnds[2] = {-1, -1};
+        int outputEnds[2] = {-1, -1};
+        if ((request.writesInput && pipe2(inputEnds, O_CLOEXEC) != 0) ||
+            (request.readsOutput && pipe2(outputEnds, O_CLOEXEC) != 0))
+            return posixError(errno, u"Cannot make a pipe for"_s, request.program);
+        const posix::Descriptor childInput(inputEnds[0]);
+        posix::Descriptor input(inputEnds[1]);
+        posix::Descriptor output(outputEnds[0]);
+        const posix::Descriptor childOutput(outputEnds[1]);
+
+        QList<QByteArray> words{QFile::encodeName(request.program)};
+        for (const QString &argument : request.arguments)
+            words.append(QFile::encodeName(argument));
+        QList<QByteArray> variables;
+        if (request.environment) {
+            for (const QString &variable : *request.environment)
+                variables.append(QFile::encodeName(variable));
+        }
+        const std::vector<char *> argv = pointersTo(words);
+        const std::vector<char *> envp = pointersTo(variables);
+
+        SpawnSettings settings(request);
+        settings.connect(STDIN_FILENO, childInput);
+        settings.connect(STDOUT_FILENO, childOutput);
+        pid_t pid = 0;
+        const int number = settings.spawn(&pid, words.first().constData(), argv.data(),
+                                          request.environment ? envp.data() : environ);
+        if (number != 0)
+            return posixError(number, u"Cannot start"_s, request.program);
+        return std::unique_ptr<Task>(new NativeTask(pid, std::move(input), std::move(output)));
+    }
+};
+
+} // namespace
+
+Tasks &nativeTasks() {
+    static NativeTasks instance;
+    return instance;
+}
+
+QStringList environmentWithFrameworkTools() {
+    QStringList result;
+    QString path = u"/usr/local/bin:/usr/bin:/bin"_s;
+    for (char **variable = environ; variable && *variable; ++variable) {
+        const QString text = QFile::decodeName(*variable);
+        if (text.startsWith(u"PATH="_s))
+            path = text.mid(5);
+        else
+            result.append(text);
+    }
+    result.append(u"PATH="_s + frameworkResourcesPath() + u':' + path);
+    return result;
+}
+
+} // namespace tx

@@ -1,0 +1,48 @@
+// SPDX-License-Identifier: MIT
+// open PATH|URL: starts an application bundle unless it runs already, and hands anything else to the desktop.
+
+#include "platform/linux/openbundle.h"
+#include "platform/linux/posixfiles.h"
+
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <sys/stat.h>
+#include <unistd.h>
+
+int main(int argc, char **argv) {
+    if (argc != 2 || argv[1][0] == '\0' || argv[1][0] == '-') {
+        std::fputs("usage: open PATH|URL\n"
+                   "Starts the application bundle at PATH, unless it runs already. Other files, folders and\n"
+                   "addresses are opened by the desktop. Exit status: 0 done, 1 failed, 64 misuse.\n",
+                   stderr);
+        return 64;
+    }
+    std::string target = argv[1];
+    while (target.size() > 1 && target.back() == '/')
+        target.pop_back();
+    if (target.front() != '/' && target.find("://") == std::string::npos) {
+        char folder[PATH_MAX];
+        if (getcwd(folder, sizeof folder))
+            target = std::string(folder) + '/' + target;
+    }
+    tx::restoreBackup(target);
+    tx::BundleInfo info;
+    if (tx::readBundleInfo(target, info) && !info.executable.empty()) {
+        const tx::OpenResult result = tx::openBundle(target);
+        if (result.error.empty())
+            return 0;
+        std::fprintf(stderr, "open: %s\n", result.error.c_str());
+        return 1;
+    }
+    struct stat file {};
+    if (target.find("://") == std::string::npos && stat(target.c_str(), &file) != 0) {
+        std::fprintf(stderr, "open: %s: %s\n", target.c_str(), std::strerror(errno));
+        return 1;
+    }
+    execlp("xdg-open", "xdg-open", target.c_str(), static_cast<char *>(nullptr));
+    std::fprintf(stderr, "open: xdg-open cannot be run: %s\n", std::strerror(errno));
+    return 1;
+}

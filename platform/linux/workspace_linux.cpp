@@ -1,0 +1,101 @@
+// SPDX-License-Identifier: MIT
+#include "platform/workspace.h"
+
+#include "platform/filesystem.h"
+#include "platform/linux/openbundle.h"
+#include "platform/posixerror.h"
+#include "platform/services.h"
+#include "platform/tasks.h"
+
+#include <QCoreApplication>
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QStandardPaths>
+
+#include <cerrno>
+
+using namespace Qt::StringLiterals;
+
+namespace tx {
+
+namespace {
+
+TXError openWithDesktop(const QString &target) {
+    const Result<std::unique_ptr<Task>> task =
+        services().tasks->start({.program = u"xdg-open"_s, .arguments = {target}, .ownSession = true});
+    return task ? TXError() : task.error();
+}
+
+class NativeWorkspace final : public Workspace {
+public:
+    TXError openUrl(const QUrl &url) override { return openWithDesktop(url.toString(QUrl::FullyEncoded)); }
+
+    TXError openFile(const QString &path) override {
+        if (QFileInfo(path).isDir() && path.endsWith(u".app"_s)) {
+            const OpenResult result = openBundle(QFile::encodeName(path).toStdString());
+            if (!result.error.empty())
+                return TXError(u"TXUpdater"_s, 0, QString::fromStdString(result.error));
+            return {};
+        }
+        return openWithDesktop(path);
+    }
+
+    TXError reveal(const QString &path) override {
+        QDBusMessage call = QDBusMessage::createMethodCall(u"org.freedesktop.FileManager1"_s,
+                                                           u"/org/freedesktop/FileManager1"_s,
+                                                           u"org.freedesktop.FileManager1"_s, u"ShowItems"_s);
+        call << QStringList{QUrl::fromLocalFile(path).toString(QUrl::FullyEncoded)} << QString();
+        const QDBusConnection bus = QDBusConnection::sessionBus();
+        constexpr int timeoutMilliseconds = 5000;
+        if (bus.isConnected() &&
+            bus.call(call, QDBus::Block, timeoutMilliseconds).type() == QDBusMessage::ReplyMessage)
+            return {};
+        // Without such a file manager the folder alone has to do.
+        return openWithDesktop(QFileInfo(path).path());
+    }
+
+    Result<QString> moveToTrash(const QString &path) override {
+        // Without a data folder Qt would make a Trash in the current folder.
+        const QString data = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation);
+        if (!QDir::isAbsolutePath(data))
+            return posixError(ENOENT, u"There is no Trash for"_s, path);
+        if (const TXError error = services().fileSystem->createDirectory(data, true))
+            return error;
+        QString newPath;
+        QFile file(path);
+        if (!file.moveToTrash() || !QDir::isAbsolutePath(file.fileName()))
+            return TXError(TXPOSIXErrorDomain, EIO,
+                           u"Cannot move %1 to the Trash: %2"_s.arg(path, file.errorString()));
+        newPath = file.fileName();
+        return newPath;
+    }
+
+    QList<qint64> runningApplications(const QString &executablePath) const override {
+        QList<qint64> result;
+        for (const pid_t pid : processesRunning(QFile::encodeName(executablePath).toStdString()))
+            result.append(pid);
+        return result;
+    }
+
+    void terminate() override {
+        if (QCoreApplication::instance())
+            QCoreApplication::quit();
+    }
+
+    bool isBackgroundApplication() const override {
+        // Only an application with a window system behind it can show ordinary windows.
+        return !QCoreApplication::instance() || !QCoreApplication::instance()->inherits("QGuiApplication");
+    }
+};
+
+} // namespace
+
+Workspace &nativeWorkspace() {
+    static NativeWorkspace instance;
+    return instance;
+}
+
+} // namespace tx

@@ -1,0 +1,79 @@
+// SPDX-License-Identifier: MIT
+#include "platform/localization.h"
+
+#include "platform/directories.h"
+#include "platform/format.h"
+#include "platform/stringstable.h"
+
+#include <TarvixUpdate/TXLog.h>
+
+#include <QCoreApplication>
+#include <QFile>
+#include <QMutex>
+
+using namespace Qt::StringLiterals;
+
+namespace tx {
+
+namespace {
+
+/// Reads a table once for the life of the process; a missing one is remembered as empty.
+const QHash<QString, QString> &tableAt(const QString &path) {
+    static QMutex mutex;
+    static QHash<QString, QSharedPointer<const QHash<QString, QString>>> cache;
+    const QMutexLocker locker(&mutex);
+    auto &slot = cache[path];
+    if (!slot) {
+        auto table = QSharedPointer<QHash<QString, QString>>::create();
+        QFile file(path);
+        if (file.open(QIODevice::ReadOnly)) {
+            Result<QHash<QString, QString>> read = readStringsTable(file.readAll());
+            if (read)
+                *table = *read;
+            else
+                TXLog(TXLogLevelFailure, u"TXUpdate: %@: %@"_s, {path, read.error().toString()});
+        }
+        slot = table;
+    }
+    return *slot;
+}
+
+/// "pt-BR" is looked up as pt-BR, pt_BR and pt; "zh-Hans-CN" as itself, zh-Hans and zh.
+QStringList folderNames(const QString &language) {
+    QStringList names;
+    for (QString name = language;;) {
+        names << name << QString(name).replace(u'-', u'_');
+        const qsizetype dash = name.lastIndexOf(u'-');
+        if (dash < 0)
+            break;
+        name.truncate(dash);
+    }
+    names.removeDuplicates();
+    return names;
+}
+
+} // namespace
+
+QString localizedString(const QString &key, const QString &table, const TXBundle &bundle,
+                        const QStringList &languages) {
+    for (const QString &language : languages) {
+        for (const QString &name : folderNames(language)) {
+            const auto &texts = tableAt(u"%1/%2.lproj/%3.strings"_s.arg(bundle.resourcesPath(), name, table));
+            if (const auto found = texts.find(key); found != texts.end() && !found->isEmpty())
+                return *found;
+        }
+        if (language == u"en" || language.startsWith(u"en-"))
+            break; // the keys are English: a later language would be less wanted
+    }
+    return QCoreApplication::translate("TarvixUpdate", key.toUtf8().constData());
+}
+
+QString localizedString(const QString &key, const QString &table) {
+    return localizedString(key, table, TXBundle::mainBundle(), preferredLanguages());
+}
+
+QString localizedFormat(const QString &key, const QStringList &arguments) {
+    return formatText(localizedString(key), arguments);
+}
+
+} // namespace tx

@@ -1,0 +1,23 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <TarvixUpdate/TXBundle.h>
+
+#include <QStringList>
+
+namespace tx {
+
+/// The text for an English key, in the user's language: from `<language>.lproj/<table>.strings` of the main
+/// bundle, then from the application's Qt translators (context "TarvixUpdate"), then the key itself.
+/// Thread: any.
+[[nodiscard]] QString localizedString(const QString &key,
+                                      const QString &table = QStringLiteral("Localizable"));
+
+/// The same with everything given. English needs no table: a user who prefers it gets the key.
+[[nodiscard]] QString localizedString(const QString &key, const QString &table, const TXBundle &bundle,
+                                      const QStringList &languages);
+
+/// The localized format filled with `arguments`.
+[[nodiscard]] QString localizedFormat(const QString &key, const QStringList &arguments);
+
+} // namespace tx

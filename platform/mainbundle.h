@@ -1,0 +1,20 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <TarvixUpdate/TXBundle.h>
+
+namespace tx {
+
+/// The path of the running executable as it was when the framework was loaded: it stays right when another
+/// process replaces the bundle.
+[[nodiscard]] QString executablePathAtStart();
+
+/// The bundle that holds `executable`: the `.app` directory around Contents/MacOS or Contents/Linux, the
+/// nearest folder with an Info.plist at its top, or the executable's own folder.
+[[nodiscard]] QString bundlePathForExecutable(const QString &executable);
+
+/// Makes TXBundle::mainBundle() answer `bundle`: for a program that acts for another application. A null
+/// bundle undoes it. Call it before the framework is used.
+void setMainBundle(const TXBundle &bundle);
+
+} // namespace tx

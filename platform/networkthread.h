@@ -1,0 +1,52 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "platform/urlloading.h"
+
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QThread>
+
+#include <atomic>
+#include <functional>
+#include <mutex>
+
+namespace tx {
+
+/// The thread that holds the framework's network access manager. It starts on first use, sleeps between
+/// transfers and ends with the application.
+class NetworkThread {
+public:
+    static NetworkThread &instance();
+
+    /// Runs `work` on the thread, in order. Thread: any.
+    void post(std::function<void(QNetworkAccessManager &)> work);
+    /// Runs `work` on the thread and waits; does nothing when the thread has ended. Thread: any but itself.
+    void runAndWait(const std::function<void()> &work);
+    void stop();
+
+private:
+    NetworkThread() = default;
+    void start();
+    /// Held by every caller but the thread itself, which may be what a caller waits for.
+    [[nodiscard]] std::unique_lock<std::mutex> lock();
+
+    std::mutex m_mutex;
+    std::atomic<QThread *> m_thread{nullptr};
+    QNetworkAccessManager *m_manager = nullptr; ///< lives on the thread
+};
+
+/// The request as the access manager wants it: redirects followed but never to less security, one
+/// connection that closes afterwards so that an idle process is not woken by it.
+[[nodiscard]] QNetworkRequest networkRequestFor(const UrlRequest &request);
+
+/// The URL error for a reply that failed in transport. `untrusted`: the certificate was refused.
+TXError transportError(const QNetworkReply &reply, bool untrusted);
+
+/// True when the TLS errors say that the certificate itself cannot be trusted.
+[[nodiscard]] bool meansUntrusted(const QList<QSslError> &errors);
+
+/// True for a reply that failed before, or instead of, an HTTP status.
+[[nodiscard]] bool failedInTransport(const QNetworkReply &reply);
+
+} // namespace tx

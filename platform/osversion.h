@@ -1,0 +1,22 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <QString>
+
+namespace tx {
+
+struct OSVersion {
+    int majorVersion = 0;
+    int minorVersion = 0;
+    int patchVersion = 0;
+    QString build; ///< the kernel's release
+};
+
+/// The running system's version. Read on each call.
+[[nodiscard]] OSVersion operatingSystemVersion();
+
+/// The version that an os-release text and a kernel release give: VERSION_ID as major.minor.patch, or the
+/// kernel's version where a rolling distribution has none.
+[[nodiscard]] OSVersion osVersionFrom(const QString &osRelease, const QString &kernelRelease);
+
+} // namespace tx

@@ -1,0 +1,46 @@
+// SPDX-License-Identifier: MIT
+#include "platform/services.h"
+
+#include "platform/authorization.h"
+#include "platform/filesystem.h"
+#include "platform/tasks.h"
+#include "platform/urlloading.h"
+#include "platform/workspace.h"
+
+#include <TarvixUpdate/TXLog.h>
+
+#include <chrono>
+#include <cstdlib>
+
+using namespace Qt::StringLiterals;
+
+namespace tx {
+
+int presentAlertInLog(const Alert &alert) {
+    TXLog(TXLogLevelFailure, u"%@ %@"_s, {alert.message, alert.informative});
+    return 0;
+}
+
+Services &services() {
+    static Services instance{
+        &nativeFileSystem(),
+        &nativeTasks(),
+        &nativeWorkspace(),
+        &nativeAuthorization(),
+        &nativeUrlLoader(),
+        presentAlertInLog,
+        [](int status) {
+            nativeUrlLoader().stop();
+            std::exit(status);
+        },
+        [] { return QDateTime::currentDateTimeUtc(); },
+        [] {
+            using namespace std::chrono;
+            constexpr double referenceDate = 978307200;
+            return duration<double>(system_clock::now().time_since_epoch()).count() - referenceDate;
+        },
+    };
+    return instance;
+}
+
+} // namespace tx

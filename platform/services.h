@@ -1,0 +1,37 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "platform/alert.h"
+
+#include <QDateTime>
+
+#include <functional>
+
+namespace tx {
+
+class Authorization;
+class FileSystem;
+class Tasks;
+class UrlLoader;
+class Workspace;
+
+/// Everything through which the framework touches the world outside its process. A test replaces members, or
+/// makes them fail. Objects are not owned.
+struct Services {
+    FileSystem *fileSystem;
+    Tasks *tasks;
+    Workspace *workspace;
+    Authorization *authorization;
+    UrlLoader *urlLoader;
+    AlertPresenter presentAlert;
+    /// Ends the process.
+    std::function<void(int status)> exitProcess;
+    std::function<QDateTime()> now;
+    /// The current time as seconds since 2001-01-01 UTC, with fractions.
+    std::function<double()> secondsSinceReferenceDate;
+};
+
+/// The services in force. Replace members before other threads use them.
+Services &services();
+
+} // namespace tx

@@ -1,0 +1,15 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "platform/result.h"
+
+#include <QByteArray>
+#include <QHash>
+
+namespace tx {
+
+/// Reads a `.strings` table: `"key" = "value";` with comments, in UTF-8 or in UTF-16 with a byte order mark,
+/// or a property list that holds a dictionary. Errors: domain "TXUpdater", with the line.
+Result<QHash<QString, QString>> readStringsTable(const QByteArray &data);
+
+} // namespace tx

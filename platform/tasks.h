@@ -1,0 +1,53 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "platform/result.h"
+
+#include <QByteArray>
+#include <QStringList>
+
+#include <memory>
+#include <optional>
+
+namespace tx {
+
+/// What to run and how.
+struct TaskRequest {
+    QString program; ///< a path, or a name that is looked up in PATH
+    QStringList arguments;
+    std::optional<QStringList> environment; ///< "NAME=value"; absent: this process's own
+    bool writesInput = false;               ///< Task::write feeds its standard input
+    bool readsOutput = false;               ///< Task::read takes its standard output
+    bool ownSession = false;                ///< the program outlives this process and its terminal
+};
+
+/// A child process. Destroying the object closes its pipes and leaves the process running; it is collected
+/// when it ends. Thread: one at a time.
+class Task {
+public:
+    virtual ~Task() = default;
+    [[nodiscard]] virtual qint64 processIdentifier() const = 0;
+    /// Writes to the standard input; returns how many bytes were taken, fewer than given after an error, with
+    /// errno in `errorNumber`.
+    virtual qsizetype write(const char *data, qsizetype size, int *errorNumber) = 0;
+    virtual void closeInput() = 0;
+    /// Reads what there is of the standard output; empty at its end.
+    virtual QByteArray read() = 0;
+    /// Waits for the end; the exit status, or 128 plus the signal that ended it.
+    virtual int wait() = 0;
+};
+
+/// Starts child processes with exact argument vectors. Thread: any.
+class Tasks {
+public:
+    virtual ~Tasks() = default;
+    /// Starts a direct child of this process. Errors: TXPOSIXErrorDomain, the program in the text.
+    virtual Result<std::unique_ptr<Task>> start(const TaskRequest &request) = 0;
+};
+
+Tasks &nativeTasks();
+
+/// This process's environment as "NAME=value", with the framework's own tools first in PATH.
+[[nodiscard]] QStringList environmentWithFrameworkTools();
+
+} // namespace tx

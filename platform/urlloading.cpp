@@ -1,0 +1,116 @@
+// SPDX-License-Identifier: MIT
+#include "platform/urlloading.h"
+
+#include "platform/networkthread.h"
+#include "platform/urldownload.h"
+
+#include <QSslError>
+
+using namespace Qt::StringLiterals;
+
+namespace tx {
+
+namespace {
+
+/// One request whose body is kept in memory. Lives on the network thread as a child of its reply.
+class LoadJob final : public QObject {
+public:
+    LoadJob(QNetworkReply *reply, qint64 sizeLimit, UrlLoadHandler handler)
+        : QObject(reply)
+        , m_reply(reply)
+        , m_sizeLimit(sizeLimit)
+        , m_handler(std::move(handler)) {
+        connect(reply, &QNetworkReply::readyRead, this, [this] { readSome(); });
+        connect(reply, &QNetworkReply::sslErrors, this,
+                [this](const QList<QSslError> &errors) { m_untrusted = meansUntrusted(errors); });
+        connect(reply, &QNetworkReply::finished, this, [this] { finish(); });
+    }
+
+private:
+    void readSome() {
+        if (m_tooLarge)
+            return;
+        m_response.body += m_reply->readAll();
+        if (m_sizeLimit > 0 && m_response.body.size() > m_sizeLimit) {
+            m_tooLarge = true;
+            m_response.body.clear();
+            m_reply->abort();
+        }
+    }
+
+    void finish() {
+        TXError error;
+        if (!m_tooLarge && !failedInTransport(*m_reply))
+            readSome();
+        if (m_tooLarge)
+            error = urlError(UrlErrorDataLengthExceedsMaximum, m_reply->url(),
+                             u"more than %1 bytes"_s.arg(m_sizeLimit));
+        else if (failedInTransport(*m_reply))
+            error = transportError(*m_reply, m_untrusted);
+        m_response.statusCode = m_reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
+        m_response.headers = m_reply->rawHeaderPairs();
+        const UrlLoadHandler handler = std::move(m_handler);
+        m_reply->deleteLater();
+        handler(m_response, error);
+    }
+
+    QNetworkReply *m_reply;
+    qint64 m_sizeLimit;
+    UrlLoadHandler m_handler;
+    UrlResponse m_response;
+    bool m_untrusted = false;
+    bool m_tooLarge = false;
+};
+
+class NativeUrlLoader final : public UrlLoader {
+public:
+    void load(const UrlRequest &request, UrlLoadHandler handler) override {
+        NetworkThread::instance().post(
+            [request, handler = std::move(handler)](QNetworkAccessManager &manager) {
+                if (const TXError error = checkAddress(request.url)) {
+                    handler({}, error);
+                    return;
+                }
+                QNetworkReply *reply =
+                    manager.sendCustomRequest(networkRequestFor(request), request.method, request.body);
+                new LoadJob(reply, request.sizeLimit, handler);
+            });
+    }
+
+    std::unique_ptr<UrlDownload> startDownload(const UrlRequest &request,
+                                               UrlDownloadDelegate &delegate) override {
+        return tx::startDownload(request, delegate);
+    }
+
+    void stop() override { NetworkThread::instance().stop(); }
+};
+
+} // namespace
+
+TXError checkAddress(const QUrl &url) {
+    if (!url.isValid() || url.isEmpty())
+        return urlError(UrlErrorBadURL, url, u"The address is invalid."_s);
+    if (url.scheme() != u"http" && url.scheme() != u"https")
+        return urlError(UrlErrorUnsupportedURL, url,
+                        url.scheme().isEmpty()
+                            ? u"The address has no protocol."_s
+                            : u"The protocol \"%1\" is not supported."_s.arg(url.scheme()));
+    if (url.host().isEmpty())
+        return urlError(UrlErrorBadURL, url, u"The address names no host."_s);
+    return {};
+}
+
+QByteArray UrlResponse::header(const QByteArray &name) const {
+    for (const auto &[key, value] : headers) {
+        if (key.compare(name, Qt::CaseInsensitive) == 0)
+            return value;
+    }
+    return {};
+}
+
+UrlLoader &nativeUrlLoader() {
+    static NativeUrlLoader instance;
+    return instance;
+}
+
+} // namespace tx

@@ -1,0 +1,60 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "platform/result.h"
+
+#include <QDateTime>
+#include <QMutex>
+#include <QVariant>
+
+namespace tx {
+
+/// An application's settings: typed values under keys, in one property-list file that a person can read.
+///
+/// Each write reads the file anew under a lock between processes, changes one key and replaces the whole file
+/// in one step, so that writers neither tear nor lose each other's values. A file that cannot be read is set
+/// aside as "<name>.broken-<n>" with a warning before anything is written.
+///
+/// Thread: any. Values: bool, double, QString, QDateTime (whole seconds), QVariantList, QVariantMap.
+/// An absent key, or one of another type, reads as false, 0 or null.
+class UserDefaults {
+public:
+    /// The settings in the file at `path`.
+    explicit UserDefaults(const QString &path);
+
+    /// The settings of the main bundle: `<configuration folder>/<bundle identifier>.plist`.
+    static UserDefaults &standard();
+
+    [[nodiscard]] QString filePath() const { return m_path; }
+    [[nodiscard]] QVariant value(const QString &key) const;
+    [[nodiscard]] bool boolValue(const QString &key) const;
+    [[nodiscard]] double doubleValue(const QString &key) const;
+    [[nodiscard]] QString stringValue(const QString &key) const;
+    [[nodiscard]] QDateTime dateValue(const QString &key) const;
+    [[nodiscard]] QVariantMap mapValue(const QString &key) const;
+
+    /// Stores a value; an invalid one removes the key. A failure is logged and returned.
+    TXError setValue(const QString &key, const QVariant &value);
+    TXError remove(const QString &key) { return setValue(key, {}); }
+    /// Stores `value` unless the key has a text already; the text that stands afterwards.
+    QString textOrSet(const QString &key, const QString &value);
+
+private:
+    struct Stamp {
+        qint64 size = -1;
+        qint64 modified = 0;
+        quint64 inode = 0;
+        bool operator==(const Stamp &) const = default;
+    };
+    static Stamp stampOf(const QString &path);
+    void refresh() const;
+    TXError change(const QString &key, const QVariant &value, bool onlyIfAbsent);
+
+    const QString m_path;
+    mutable QMutex m_mutex;
+    mutable Stamp m_stamp;
+    mutable QVariantMap m_values;
+    mutable bool m_readable = true;
+};
+
+} // namespace tx

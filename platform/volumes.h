@@ -1,0 +1,29 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <QString>
+
+#include <optional>
+
+namespace tx {
+
+/// The mounted volume that holds a path.
+struct VolumeInfo {
+    QString rootPath; ///< where it is mounted
+    QString device;   ///< such as /dev/sda1
+    bool isReadOnly = false;
+    bool isRemovable = false; ///< its device says so, or it is a loop device
+    bool isDiskImage = false; ///< a loop device that is mounted read-only
+};
+
+/// Absent when the volume cannot be asked, such as for a missing path. Thread: any.
+[[nodiscard]] std::optional<VolumeInfo> volumeInfo(const QString &path);
+
+/// What a device node says of itself below `sysRoot` ("/sys"): partitions ask their disk.
+[[nodiscard]] bool deviceIsRemovable(const QString &device, const QString &sysRoot);
+[[nodiscard]] bool deviceIsLoop(const QString &device);
+
+/// The mount flags' read-only bit; false when they cannot be had.
+[[nodiscard]] bool mountFlagsAreReadOnly(const QString &path);
+
+} // namespace tx

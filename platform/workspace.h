@@ -1,0 +1,33 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "platform/result.h"
+
+#include <QList>
+#include <QUrl>
+
+namespace tx {
+
+/// The desktop around the application. Thread: any, unless said.
+class Workspace {
+public:
+    virtual ~Workspace() = default;
+    /// Opens an address in the program that the user prefers for it.
+    virtual TXError openUrl(const QUrl &url) = 0;
+    /// Opens a file or folder; an application bundle is started, unless it runs already.
+    virtual TXError openFile(const QString &path) = 0;
+    /// Shows the entry, selected, in the file manager.
+    virtual TXError reveal(const QString &path) = 0;
+    /// Moves the entry to the desktop's Trash; never deletes. The new path.
+    virtual Result<QString> moveToTrash(const QString &path) = 0;
+    /// Processes of this user that run the executable at this path.
+    [[nodiscard]] virtual QList<qint64> runningApplications(const QString &executablePath) const = 0;
+    /// Asks this application to end in the ordinary way, which it may refuse. Thread: main.
+    virtual void terminate() = 0;
+    /// Whether this application shows no ordinary windows: it has no graphical session of its own.
+    [[nodiscard]] virtual bool isBackgroundApplication() const = 0;
+};
+
+Workspace &nativeWorkspace();
+
+} // namespace tx

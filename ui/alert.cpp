@@ -1,0 +1,37 @@
+// SPDX-License-Identifier: MIT
+#include "platform/alert.h"
+#include "platform/services.h"
+
+#include <QApplication>
+#include <QMessageBox>
+#include <QPushButton>
+
+namespace tx {
+
+namespace {
+
+int presentAlertInWindow(const Alert &alert) {
+    if (!qobject_cast<QApplication *>(QCoreApplication::instance()))
+        return presentAlertInLog(alert);
+    QMessageBox box(QMessageBox::Information, QGuiApplication::applicationDisplayName(), alert.message);
+    box.setInformativeText(alert.informative);
+    QList<QPushButton *> buttons;
+    for (const QString &text : alert.buttons)
+        buttons.append(
+            box.addButton(text, buttons.isEmpty() ? QMessageBox::AcceptRole : QMessageBox::RejectRole));
+    if (!buttons.isEmpty())
+        box.setDefaultButton(buttons.first());
+    box.exec();
+    return std::max(0, static_cast<int>(buttons.indexOf(qobject_cast<QPushButton *>(box.clickedButton()))));
+}
+
+/// Loading the framework puts the window in place of the log; a program that holds the framework without its
+/// user interface keeps the log.
+const bool registered = [] {
+    services().presentAlert = presentAlertInWindow;
+    return true;
+}();
+
+} // namespace
+
+} // namespace tx
