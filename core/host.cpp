@@ -3,7 +3,6 @@
 
 #include "platform/osversion.h"
 #include "platform/services.h"
-#include "platform/volumes.h"
 #include "platform/workspace.h"
 
 #include <QFileInfo>
@@ -51,9 +50,9 @@ void TXUpdateHost::init() {
 }
 
 bool TXUpdateHost::isRunningOnReadOnlyVolume() const {
-    if (const auto volume = tx::volumeInfo(m_bundle.bundlePath()))
+    if (const auto volume = tx::services().volumeInfo(m_bundle.bundlePath()))
         return volume->isReadOnly;
-    return tx::mountFlagsAreReadOnly(m_bundle.bundlePath());
+    return tx::services().mountFlagsAreReadOnly(m_bundle.bundlePath());
 }
 
 bool TXUpdateHost::isRunningTranslocated() const {

@@ -66,7 +66,14 @@ void NetworkThread::stop() {
     if (!thread || QThread::currentThread() == thread)
         return;
     QMetaObject::invokeMethod(
-        m_manager, [manager = m_manager] { delete manager; }, Qt::BlockingQueuedConnection);
+        m_manager,
+        [manager = m_manager] {
+            // A reply that is deleted reports an end, which nobody is to hear any more.
+            for (QNetworkReply *reply : manager->findChildren<QNetworkReply *>())
+                reply->disconnect();
+            delete manager;
+        },
+        Qt::BlockingQueuedConnection);
     thread->quit();
     thread->wait();
     m_thread = nullptr;

@@ -29,6 +29,8 @@ Services &services() {
         &nativeAuthorization(),
         &nativeUrlLoader(),
         presentAlertInLog,
+        volumeInfo,
+        mountFlagsAreReadOnly,
         [](int status) {
             nativeUrlLoader().stop();
             std::exit(status);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "platform/alert.h"
+#include "platform/volumes.h"
 
 #include <QDateTime>
 
@@ -24,6 +25,9 @@ struct Services {
     Authorization *authorization;
     UrlLoader *urlLoader;
     AlertPresenter presentAlert;
+    /// Facts about the volume that holds a path, and the mount flags' read-only bit for when there are none.
+    std::function<std::optional<VolumeInfo>(const QString &path)> volumeInfo;
+    std::function<bool(const QString &path)> mountFlagsAreReadOnly;
     /// Ends the process.
     std::function<void(int status)> exitProcess;
     std::function<QDateTime()> now;

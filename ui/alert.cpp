@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-#include "platform/alert.h"
+#include "ui/alert.h"
+
 #include "platform/services.h"
 
 #include <QApplication>
@@ -7,8 +8,6 @@
 #include <QPushButton>
 
 namespace tx {
-
-namespace {
 
 int presentAlertInWindow(const Alert &alert) {
     if (!qobject_cast<QApplication *>(QCoreApplication::instance()))
@@ -24,6 +23,8 @@ int presentAlertInWindow(const Alert &alert) {
     box.exec();
     return std::max(0, static_cast<int>(buttons.indexOf(qobject_cast<QPushButton *>(box.clickedButton()))));
 }
+
+namespace {
 
 /// Loading the framework puts the window in place of the log; a program that holds the framework without its
 /// user interface keeps the log.

@@ -8,6 +8,7 @@
 #include <algorithm>
 
 #include <cerrno>
+#include <clocale>
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
@@ -105,6 +106,8 @@ int main(int argc, char **argv) {
     if (argc != 5 || std::strcmp(argv[1], "-x") != 0 || std::strcmp(argv[2], "-k") != 0 ||
         std::strcmp(argv[3], "-") != 0)
         return usage();
+    // Names in archives are UTF-8, whatever the caller's language is.
+    std::setlocale(LC_CTYPE, "C.UTF-8");
     const std::string directory = argv[4];
     const int input = chdir(directory.c_str()) == 0 ? seekableInput(".") : -1;
     if (input < 0)

@@ -21,9 +21,10 @@ int main(int argc, char **argv) {
         return 64;
     }
     std::string target = argv[1];
-    while (target.size() > 1 && target.back() == '/')
+    const bool isAddress = target.find("://") != std::string::npos;
+    while (!isAddress && target.size() > 1 && target.back() == '/')
         target.pop_back();
-    if (target.front() != '/' && target.find("://") == std::string::npos) {
+    if (target.front() != '/' && !isAddress) {
         char folder[PATH_MAX];
         if (getcwd(folder, sizeof folder))
             target = std::string(folder) + '/' + target;
@@ -38,7 +39,7 @@ int main(int argc, char **argv) {
         return 1;
     }
     struct stat file {};
-    if (target.find("://") == std::string::npos && stat(target.c_str(), &file) != 0) {
+    if (!isAddress && stat(target.c_str(), &file) != 0) {
         std::fprintf(stderr, "open: %s: %s\n", target.c_str(), std::strerror(errno));
         return 1;
     }

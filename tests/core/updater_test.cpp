@@ -1,0 +1,204 @@
+// SPDX-License-Identifier: MIT
+#include "core/updater_p.h"
+#include "platform/userdefaults.h"
+#include "tests/support/environment.h"
+#include "tests/support/feedserver.h"
+
+#include <QSignalSpy>
+#include <QThread>
+
+using namespace Qt::StringLiterals;
+using tx::test::FeedServer;
+using tx::test::HttpReply;
+using tx::test::waitUntil;
+
+namespace {
+
+const QByteArray oneUpdate =
+    R"({"release":[{"type":"build","build":"1043","downloadURL":"https://e.org/a.zip"}]})";
+
+struct Outcome {
+    TXUpdateFeedPtr feed;
+    TXError error;
+    int calls = 0;
+    bool onMain = false;
+    void operator()(const TXUpdateFeedPtr &f, const TXError &e) {
+        feed = f;
+        error = e;
+        ++calls;
+        onMain = QThread::currentThread() == QCoreApplication::instance()->thread();
+    }
+};
+
+class Updater : public tx::test::FrameworkTest {
+protected:
+    TXUpdater *updater = TXUpdater::sharedUpdater();
+    Outcome outcome;
+
+    ~Updater() override { updater->setDelegate(nullptr); }
+    void check() {
+        outcome = {};
+        updater->checkForUpdate([this](const TXUpdateFeedPtr &f, const TXError &e) { outcome(f, e); });
+        ASSERT_TRUE(waitUntil([this] { return outcome.calls > 0 && !updater->isChecking(); }));
+        tx::test::drainEvents();
+    }
+};
+
+static_assert(!std::is_default_constructible_v<TXUpdater>, "there is only the shared updater");
+
+TEST_F(Updater, IsOneObjectOnTheMainThread) {
+    EXPECT_EQ(TXUpdater::sharedUpdater(), updater);
+    EXPECT_EQ(updater->thread(), QCoreApplication::instance()->thread());
+}
+
+TEST_F(Updater, CheckDeliversTheFeedOnTheMainThreadAndStoresTheDate) {
+    FeedServer server;
+    server.expect("GET", "/feed.json", HttpReply::json(oneUpdate));
+    updater->setFeedURL(QUrl(server.url(u"/feed.json"_s)));
+    setNow(QDateTime(QDate(2026, 5, 1), QTime(8, 0), Qt::UTC));
+    check();
+    ASSERT_TRUE(outcome.feed) << outcome.error.toString().toStdString();
+    EXPECT_TRUE(outcome.error.isNull());
+    EXPECT_TRUE(outcome.onMain);
+    ASSERT_TRUE(outcome.feed->recommendedUpdate());
+    EXPECT_EQ(outcome.feed->recommendedUpdate()->version(), u"1043"_s);
+    EXPECT_EQ(outcome.feed->recommendedUpdate()->thread(), QCoreApplication::instance()->thread());
+    EXPECT_EQ(updater->lastUpdateCheckDate(), QDateTime(QDate(2026, 5, 1), QTime(8, 0), Qt::UTC));
+}
+
+TEST_F(Updater, FailedCheckLeavesTheDateAlone) {
+    FeedServer server;
+    server.expect("GET", "/feed.json", HttpReply{.status = 500});
+    updater->setFeedURL(QUrl(server.url(u"/feed.json"_s)));
+    check();
+    EXPECT_FALSE(outcome.feed);
+    EXPECT_TRUE(outcome.error);
+    EXPECT_FALSE(updater->lastUpdateCheckDate().isValid());
+}
+
+TEST_F(Updater, CheckWithoutAFeedAddressEndsWithALoadingError) {
+    check();
+    EXPECT_EQ(outcome.error.localizedDescription(),
+              u"Could not check for updates because of a network error."_s);
+    EXPECT_EQ(outcome.error.underlyingError().domain(), u"NSURLErrorDomain"_s);
+}
+
+TEST_F(Updater, SecondCheckIsDroppedWhileOneRuns) {
+    FeedServer server;
+    server.expect("GET", "/feed.json", HttpReply::json("{}"));
+    updater->setFeedURL(QUrl(server.url(u"/feed.json"_s)));
+    Outcome dropped;
+    updater->checkForUpdate([this](const TXUpdateFeedPtr &f, const TXError &e) { outcome(f, e); });
+    EXPECT_TRUE(updater->isChecking());
+    updater->checkForUpdate([&dropped](const TXUpdateFeedPtr &f, const TXError &e) { dropped(f, e); });
+    ASSERT_TRUE(waitUntil([this] { return outcome.calls > 0; }));
+    tx::test::drainEvents();
+    EXPECT_EQ(dropped.calls, 0);
+    EXPECT_EQ(outcome.calls, 1);
+}
+
+TEST_F(Updater, NewCheckMayStartFromWithinTheReport) {
+    FeedServer server;
+    server.expect("GET", "/feed.json", HttpReply::json("{}"));
+    server.expect("GET", "/feed.json", HttpReply::json("{}"));
+    updater->setFeedURL(QUrl(server.url(u"/feed.json"_s)));
+    Outcome second;
+    bool wasChecking = true;
+    updater->checkForUpdate([&](const TXUpdateFeedPtr &, const TXError &) {
+        // The flag is cleared on the network thread, as a rule before this runs.
+        ASSERT_TRUE(waitUntil([this] { return !updater->isChecking(); }));
+        wasChecking = updater->isChecking();
+        updater->checkForUpdate([&second](const TXUpdateFeedPtr &f, const TXError &e) { second(f, e); });
+    });
+    ASSERT_TRUE(waitUntil([&] { return second.calls > 0; }));
+    EXPECT_FALSE(wasChecking);
+}
+
+class RecordingDelegate : public TXUpdaterDelegate {
+public:
+    QVariantMap feedParametersForUpdater(TXUpdater *) override {
+        ++asked;
+        askedOnMain = QThread::currentThread() == QCoreApplication::instance()->thread();
+        return parameters;
+    }
+    void updaterDidCheckForUpdate(TXUpdater *, const TXUpdateFeedPtr &feed, const TXError &error) override {
+        outcome(feed, error);
+    }
+    QVariantMap parameters;
+    int asked = 0;
+    bool askedOnMain = false;
+    Outcome outcome;
+};
+
+TEST_F(Updater, DelegateGivesParametersAndIsToldOfChecksWithoutHandler) {
+    FeedServer server;
+    server.expect("POST", "/feed.json", HttpReply::json("{}"));
+    updater->setFeedURL(QUrl(server.url(u"/feed.json"_s)));
+    RecordingDelegate delegate;
+    delegate.parameters = {{u"source"_s, u"menu"_s}};
+    updater->setDelegate(&delegate);
+    updater->autocheckForUpdate();
+    ASSERT_TRUE(waitUntil([&] { return delegate.outcome.calls > 0; }));
+    tx::test::drainEvents();
+    EXPECT_EQ(delegate.asked, 1);
+    EXPECT_TRUE(delegate.askedOnMain);
+    EXPECT_TRUE(delegate.outcome.feed);
+    EXPECT_TRUE(delegate.outcome.onMain);
+    EXPECT_THAT(server.requests().first().body.toStdString(), testing::HasSubstr("\"source\": \"menu\""));
+}
+
+TEST_F(Updater, DelegateIsNotToldWhenThereIsAHandler) {
+    RecordingDelegate delegate;
+    updater->setDelegate(&delegate);
+    check();
+    EXPECT_EQ(delegate.asked, 1);
+    EXPECT_EQ(delegate.outcome.calls, 0);
+}
+
+class UpdaterTimer : public Updater {
+protected:
+    /// The timer runs on real time; what it was set to shows in when it fires.
+    bool firesWithin(int milliseconds, FeedServer &server) {
+        const qsizetype before = server.requests().size();
+        return waitUntil([&] { return server.requests().size() > before; }, milliseconds);
+    }
+};
+
+TEST_F(UpdaterTimer, ChecksRepeatAtTheIntervalAndStopWhenSwitchedOff) {
+    FeedServer server;
+    server.always([](const tx::test::HttpRequest &) { return HttpReply::json("{}"); });
+    updater->setFeedURL(QUrl(server.url(u"/feed.json"_s)));
+    updater->setUpdateCheckInterval(0.05);
+    EXPECT_FALSE(firesWithin(200, server)) << "automatic checks are off";
+    updater->setAutomaticallyChecksForUpdates(true);
+    EXPECT_TRUE(firesWithin(20000, server));
+    EXPECT_TRUE(firesWithin(20000, server)) << "it repeats";
+    updater->setUpdateCheckInterval(-1);
+    ASSERT_TRUE(waitUntil([this] { return !updater->isChecking(); }));
+    tx::test::drainEvents();
+    EXPECT_FALSE(firesWithin(200, server)) << "an interval that is not positive";
+    updater->setUpdateCheckInterval(0.05);
+    EXPECT_TRUE(firesWithin(20000, server));
+    updater->setAutomaticallyChecksForUpdates(false);
+    ASSERT_TRUE(waitUntil([this] { return !updater->isChecking(); }));
+    tx::test::drainEvents();
+    EXPECT_FALSE(firesWithin(200, server));
+}
+
+TEST_F(UpdaterTimer, FirstFiringIsOneWholeIntervalAway) {
+    FeedServer server; // an early request would be unexpected
+    updater->setFeedURL(QUrl(server.url(u"/feed.json"_s)));
+    updater->setUpdateCheckInterval(3600);
+    updater->setAutomaticallyChecksForUpdates(true);
+    EXPECT_FALSE(firesWithin(200, server));
+    updater->setAutomaticallyChecksForUpdates(false);
+    tx::test::drainEvents();
+}
+
+TEST_F(Updater, AnnouncesThatItIsChecking) {
+    QSignalSpy spy(updater, &TXUpdater::isCheckingChanged);
+    check();
+    EXPECT_GE(spy.count(), 2);
+}
+
+} // namespace

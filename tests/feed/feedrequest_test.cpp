@@ -1,0 +1,285 @@
+// SPDX-License-Identifier: MIT
+#include "core/host_p.h"
+#include "feed/requestbody.h"
+#include "platform/mainbundle.h"
+#include "platform/userdefaults.h"
+#include "tests/support/builders.h"
+#include "tests/support/environment.h"
+#include "tests/support/feedserver.h"
+
+#include <TarvixUpdate/TXUpdateFeed.h>
+#include <TarvixUpdate/TXUpdateSettings.h>
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+
+#include <limits>
+
+using namespace Qt::StringLiterals;
+using tx::test::FeedServer;
+using tx::test::HttpReply;
+using tx::test::waitUntil;
+
+namespace {
+
+TEST(EscapeForURL, EncodesReservedAndNonAscii) {
+    EXPECT_EQ(EscapeForURL(u"!*'();:@&=+$,/?%#[] "_s),
+              u"%21%2A%27%28%29%3B%3A%40%26%3D%2B%24%2C%2F%3F%25%23%5B%5D%20"_s);
+    EXPECT_EQ(EscapeForURL(u"az09-._~\"<>{}\\^`|\x01\x7f"_s), u"az09-._~\"<>{}\\^`|\x01\x7f"_s);
+    EXPECT_EQ(EscapeForURL(u"\u00FC\u20AC\U0001F600"_s), u"%C3%BC%E2%82%AC%F0%9F%98%80"_s);
+    EXPECT_EQ(EscapeForURL({}), QString());
+}
+
+class FeedRequest : public tx::test::FrameworkTest {
+protected:
+    TXUpdateFeedPtr feed;
+    TXError error;
+    int calls = 0;
+
+    FeedRequest() {
+        hostNamed(u"My App"_s);
+        EXPECT_TRUE(tx::UserDefaults::standard().setValue(TXUpdatePrefAnonymousUUIDKey, u"U-1"_s).isNull());
+    }
+    void hostNamed(const QString &name) {
+        tx::test::makeBundle(path(u"Host.app"_s), {.name = name});
+        tx::setMainBundle(TXBundle(path(u"Host.app"_s)));
+        tx::resetHost();
+    }
+    static TXUpdateFeed request(const QString &url, const QVariantMap &parameters = {},
+                                const QVariantMap &profile = {}) {
+        return {url.isNull() ? QUrl() : QUrl(url), parameters, profile, {}};
+    }
+    void fetch(const QUrl &url, const QVariantMap &parameters = {}, const QVariantMap &profile = {}) {
+        calls = 0;
+        std::atomic<int> done{0};
+        TXUpdateFeed::fetchFeedAtURL(url, parameters, profile,
+                                     [&](const TXUpdateFeedPtr &f, const TXError &e) {
+                                         feed = f;
+                                         error = e;
+                                         ++calls;
+                                         ++done;
+                                     });
+        ASSERT_TRUE(waitUntil([&] { return done > 0; }));
+    }
+};
+
+TEST_F(FeedRequest, AddressGetsThreeItemsInOrder) {
+    EXPECT_EQ(request(u"http://e.org/f"_s).URLWithParameters().toString(QUrl::FullyEncoded),
+              u"http://e.org/f?appName=My%20App&appVersion=1042&anonymousUUID=U-1"_s);
+    EXPECT_EQ(request(u"http://e.org/f?channel=beta"_s).URLWithParameters().toString(QUrl::FullyEncoded),
+              u"http://e.org/f?channel=beta&appName=My%20App&appVersion=1042&anonymousUUID=U-1"_s);
+    EXPECT_EQ(request(u"http://e.org/f?"_s).URLWithParameters().toString(QUrl::FullyEncoded),
+              u"http://e.org/f?&appName=My%20App&appVersion=1042&anonymousUUID=U-1"_s)
+        << "an empty query is one";
+    EXPECT_EQ(request(u"http://e.org/f#part"_s).URLWithParameters().toString(QUrl::FullyEncoded),
+              u"http://e.org/f#part?appName=My%20App&appVersion=1042&anonymousUUID=U-1"_s)
+        << "a fragment is not treated specially";
+}
+
+TEST_F(FeedRequest, AmpersandInTheNameIsEscaped) {
+    hostNamed(u"Salt & Pepper"_s);
+    EXPECT_THAT(request(u"http://e.org/f"_s).URLWithParameters().toString(QUrl::FullyEncoded).toStdString(),
+                testing::HasSubstr("appName=Salt%20%26%20Pepper&"));
+}
+
+TEST_F(FeedRequest, ParametersNeverGoIntoTheAddress) {
+    const TXUpdateFeed feedWithParameters = request(u"http://e.org/f"_s, {{u"source"_s, u"menu"_s}});
+    EXPECT_FALSE(feedWithParameters.URLWithParameters().toString().contains(u"menu"_s));
+    EXPECT_EQ(feedWithParameters.URL(), QUrl(u"http://e.org/f"_s));
+}
+
+TEST_F(FeedRequest, IllegalCharacterOfTheHostGivesNoAddress) {
+    for (const QString &name : {u"A<B>"_s, u"A\"B"_s, u"A|B"_s, u"A^B"_s, u"A`B"_s, u"A{B}"_s, u"A\\B"_s}) {
+        hostNamed(name);
+        EXPECT_TRUE(request(u"http://e.org/f"_s).URLWithParameters().isEmpty()) << name.toStdString();
+    }
+    fetch(QUrl(u"http://127.0.0.1:1/f"_s));
+    EXPECT_EQ(error.underlyingError().code(), -1000);
+}
+
+TEST_F(FeedRequest, WithoutProfileAndParametersItIsAGetWithoutBody) {
+    FeedServer server;
+    server.expect("GET", "/feed.json", HttpReply::json("{}"));
+    fetch(QUrl(server.url(u"/feed.json"_s)));
+    const auto sent = server.requests().first();
+    EXPECT_EQ(sent.target, QByteArray("/feed.json?appName=My%20App&appVersion=1042&anonymousUUID=U-1"));
+    EXPECT_TRUE(sent.body.isEmpty());
+    EXPECT_FALSE(sent.headers.contains("content-type"));
+    EXPECT_TRUE(sent.headers.contains("cache-control"));
+    EXPECT_TRUE(request(u"http://e.org/f"_s).requestBody().isNull());
+}
+
+TEST_F(FeedRequest, ParametersMakeItAPostWithPrettyJson) {
+    FeedServer server;
+    server.expect("POST", "/feed.json", HttpReply::json("{}"));
+    const QDateTime when(QDate(2026, 1, 2), QTime(3, 4, 5), Qt::UTC);
+    fetch(QUrl(server.url(u"/feed.json"_s)), {{u"source"_s, u"menu"_s},
+                                              {u"tags"_s, QStringList{u"a"_s, u"b"_s}},
+                                              {u"when"_s, when},
+                                              {u"appName"_s, u"fake"_s},
+                                              {u"count"_s, 3},
+                                              {u"on"_s, true}});
+    const auto sent = server.requests().first();
+    EXPECT_EQ(sent.headers.value("content-type"), QByteArray("application/json"));
+    EXPECT_TRUE(sent.body.contains("\n")) << "pretty-printed";
+    const QJsonObject body = QJsonDocument::fromJson(sent.body).object();
+    EXPECT_EQ(body, (QJsonObject{{u"source"_s, u"menu"_s},
+                                 {u"tags"_s, QJsonArray{u"a"_s, u"b"_s}},
+                                 {u"when"_s, u"2026-01-02 03:04:05 +0000"_s},
+                                 {u"appName"_s, u"My App"_s},
+                                 {u"appVersion"_s, u"1042"_s},
+                                 {u"anonymousUUID"_s, u"U-1"_s},
+                                 {u"count"_s, 3},
+                                 {u"on"_s, true}}));
+}
+
+TEST_F(FeedRequest, ProfileGoesIntoTheBodyAndAParameterOverwritesIt) {
+    const QVariantMap profile{{u"OSVersion"_s, u"12"_s}};
+    const auto bodyOf = [&](const QVariantMap &parameters) {
+        return QJsonDocument::fromJson(request(u"http://e.org/"_s, parameters, profile).requestBody())
+            .object();
+    };
+    EXPECT_EQ(bodyOf({})[u"systemProfile"_s], (QJsonObject{{u"OSVersion"_s, u"12"_s}}));
+    EXPECT_EQ(bodyOf({})[u"appVersion"_s], u"1042"_s);
+    EXPECT_EQ(bodyOf({{u"systemProfile"_s, u"mine"_s}})[u"systemProfile"_s], u"mine"_s);
+}
+
+TEST_F(FeedRequest, ValuesThatJsonCannotHoldBecomeDescriptions) {
+    const QDateTime when(QDate(2026, 1, 2), QTime(3, 4, 5), Qt::UTC);
+    const QVariantMap members =
+        tx::requestMembers({}, {{u"list"_s, QVariantList{1, when}},
+                                {u"good"_s, QVariantMap{{u"a"_s, QVariantList{1, u"x"_s}}}},
+                                {u"map"_s, QVariantMap{{u"k"_s, when}}},
+                                {u"data"_s, QByteArray("\x00\xff", 2)},
+                                {u"url"_s, QUrl(u"http://e.org/a b"_s)},
+                                {u"none"_s, QVariant()},
+                                {u"nan"_s, std::numeric_limits<double>::quiet_NaN()}});
+    EXPECT_EQ(members.value(u"list"_s), u"(1, 2026-01-02 03:04:05 +0000)"_s);
+    EXPECT_EQ(members.value(u"good"_s), (QVariantMap{{u"a"_s, QVariantList{1, u"x"_s}}}));
+    EXPECT_EQ(members.value(u"map"_s), u"{k = 2026-01-02 03:04:05 +0000;}"_s);
+    EXPECT_EQ(members.value(u"data"_s), u"<00ff>"_s);
+    EXPECT_EQ(members.value(u"url"_s), u"http://e.org/a%20b"_s);
+    EXPECT_EQ(members.value(u"none"_s), u"<null>"_s);
+    EXPECT_EQ(members.value(u"nan"_s), u"nan"_s);
+    EXPECT_THAT(logLines(), testing::Contains(u"ERROR making json string for update info"_s));
+}
+
+TEST_F(FeedRequest, SuccessSetsTracksUpdatesAndRecommendation) {
+    FeedServer server;
+    server.expect("GET", "/f", HttpReply::json(R"({"release":[
+        {"type":"build","build":"1043","downloadURL":"https://e.org/3"},
+        {"type":"build","build":"1044","downloadURL":"https://e.org/4"}],"beta":[]})"));
+    fetch(QUrl(server.url(u"/f"_s)));
+    EXPECT_TRUE(error.isNull());
+    ASSERT_TRUE(feed->updates());
+    EXPECT_EQ(feed->updates()->size(), 2);
+    EXPECT_EQ(feed->recommendedUpdate()->version(), u"1044"_s);
+    EXPECT_EQ(feed->releaseTracks().keys(), (QStringList{u"beta"_s, u"release"_s}));
+    EXPECT_EQ(calls, 1);
+}
+
+TEST_F(FeedRequest, FeedWithoutReleaseTrackSucceedsWithoutUpdates) {
+    FeedServer server;
+    server.expect("GET", "/f", HttpReply::json(R"({"beta":[]})"));
+    fetch(QUrl(server.url(u"/f"_s)));
+    EXPECT_TRUE(error.isNull());
+    EXPECT_FALSE(feed->updates().has_value());
+    EXPECT_FALSE(feed->recommendedUpdate());
+    EXPECT_TRUE(feed->releaseTracks().contains(u"beta"_s));
+}
+
+TEST_F(FeedRequest, InvalidFormatHasItsWords) {
+    FeedServer server;
+    server.expect("GET", "/f", HttpReply::json("[]"));
+    fetch(QUrl(server.url(u"/f"_s)));
+    EXPECT_EQ(error, TXError(u"TXUpdater"_s, 0,
+                             u"The update feed could not be processed. Check the website for updates."_s,
+                             u"The format of the update feed is invalid."_s));
+    EXPECT_FALSE(feed->updates().has_value());
+}
+
+TEST_F(FeedRequest, OnlyTheExactContentTypeIsJson) {
+    for (const QByteArray type : {"application/json; charset=utf-8", "Application/JSON", "text/json", ""}) {
+        FeedServer server;
+        HttpReply reply{.body = "{}"};
+        if (!type.isEmpty())
+            reply.headers = {{"Content-Type", type}};
+        server.expect("GET", "/f", reply);
+        fetch(QUrl(server.url(u"/f"_s)));
+        EXPECT_EQ(error.localizedFailureReason(), u"The format of the update feed is invalid."_s)
+            << type.constData();
+    }
+    FeedServer server;
+    server.expect("GET", "/f", HttpReply{.headers = {{"content-TYPE", "application/json"}}, .body = "{}"});
+    fetch(QUrl(server.url(u"/f"_s)));
+    EXPECT_TRUE(error.isNull()) << "the header's name in any case";
+}
+
+TEST_F(FeedRequest, EveryOtherStatusIsAnError) {
+    for (const int status : {201, 204, 304, 403, 404, 500, 503}) {
+        FeedServer server;
+        server.expect("GET", "/f",
+                      HttpReply{.status = status, .headers = {{"Content-Type", "application/json"}}});
+        fetch(QUrl(server.url(u"/f"_s)));
+        EXPECT_EQ(error, TXError(u"TXUpdater"_s, 0,
+                                 u"The update feed could not be retrieved. Check the website for updates."_s,
+                                 u"An http status of %1 occurred when accessing the feed."_s.arg(status)));
+    }
+}
+
+TEST_F(FeedRequest, LoadingErrorsNameTheirReason) {
+    const auto reasonFor = [](const TXError &cause) {
+        const TXError result = TXUpdateFeed::errorForLoading(cause);
+        EXPECT_EQ(result.domain(), u"TXUpdater"_s);
+        EXPECT_EQ(result.code(), 0);
+        EXPECT_EQ(result.localizedDescription(),
+                  u"Could not check for updates because of a network error."_s);
+        EXPECT_EQ(result.localizedRecoverySuggestion(), u"Try again, or check the website for updates."_s);
+        EXPECT_EQ(result.underlyingError(), cause);
+        return result.localizedFailureReason();
+    };
+    const TXError plain(u"D"_s, 1, u"text"_s);
+    EXPECT_EQ(reasonFor(TXError(u"D"_s, 1, u"text"_s, u"own reason"_s)), u"own reason"_s);
+    EXPECT_EQ(reasonFor(plain.withUnderlyingError(TXError(u"E"_s, 2, u"cause"_s))),
+              u"An error (cause) occurred during the download."_s);
+    EXPECT_EQ(reasonFor(plain.withUnderlyingError(TXError(u"E"_s, 2))),
+              u"An error (E, 2) occurred during the download."_s);
+    EXPECT_EQ(reasonFor(plain), u"An error occurred during the download."_s);
+}
+
+TEST_F(FeedRequest, TextsComeFromTheHostsTable) {
+    tx::test::writeFile(path(u"Host.app/Contents/Resources/%1.lproj/Localizable.strings"_s.arg(
+                            QLocale::system().uiLanguages().first())),
+                        "\"The format of the update feed is invalid.\" = \"Ung\xC3\xBCltig\";");
+    EXPECT_EQ(TXUpdateFeed::errorForInvalidFormat().localizedFailureReason(), u"Ung\u00FCltig"_s);
+}
+
+TEST_F(FeedRequest, RefusedConnectionIsALoadingError) {
+    int port = 0;
+    { port = FeedServer().port(); }
+    fetch(QUrl(u"http://127.0.0.1:%1/f"_s.arg(port)));
+    EXPECT_EQ(error.localizedDescription(), u"Could not check for updates because of a network error."_s);
+    EXPECT_EQ(error.underlyingError().domain(), u"NSURLErrorDomain"_s);
+    EXPECT_EQ(error.underlyingError().code(), -1004);
+    EXPECT_THAT(error.localizedFailureReason().toStdString(), testing::HasSubstr("onnection refused"));
+}
+
+TEST_F(FeedRequest, FeedLivesUntilItsHandlerWasCalled) {
+    FeedServer server;
+    server.expect("GET", "/f", HttpReply::json("{}"));
+    std::atomic<bool> done{false};
+    std::weak_ptr<TXUpdateFeed> weak;
+    {
+        const auto own = std::make_shared<TXUpdateFeed>(
+            QUrl(server.url(u"/f"_s)), QVariantMap(), QVariantMap(),
+            [&done](const TXUpdateFeedPtr &f, const TXError &) { done = f != nullptr; });
+        weak = own;
+        own->fetch();
+    }
+    EXPECT_FALSE(weak.expired());
+    ASSERT_TRUE(waitUntil([&] { return done.load(); }));
+    ASSERT_TRUE(waitUntil([&] { return weak.expired(); }));
+}
+
+} // namespace

@@ -1,0 +1,297 @@
+// SPDX-License-Identifier: MIT
+#include "feed/itemdate.h"
+#include "feed/jsonreader.h"
+#include "tests/support/environment.h"
+
+#include <QStringEncoder>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+class JsonReader : public tx::test::FrameworkTest {
+protected:
+    const QDateTime now = QDateTime(QDate(2026, 6, 1), QTime(12, 0), Qt::UTC);
+    QStringList skipped;
+
+    tx::Result<TXUpdateFeed::TrackMap> read(const QByteArray &document) {
+        skipped.clear();
+        tx::ReaderContext context{u"1042"_s, u"12.0.0"_s, now, {}, false};
+        context.skipped = [this](const tx::SkippedEntry &e) {
+            skipped << u"%1[%2] %3"_s.arg(e.track).arg(e.index).arg(e.reason);
+        };
+        return tx::readJsonFeed(document, context);
+    }
+    /// The update that a single entry gives; null when it is dropped.
+    TXUpdatePtr update(const QByteArray &members) {
+        const auto tracks = read("{\"release\":[{\"type\":\"build\"," + members + "}]}");
+        EXPECT_TRUE(bool(tracks)) << tracks.error().toString().toStdString();
+        if (!tracks || tracks->value(u"release"_s)->updates().isEmpty())
+            return nullptr;
+        return tracks->value(u"release"_s)->updates().first();
+    }
+    TXUpdatePostPtr post(const QByteArray &members, const QByteArray &type = "post") {
+        const auto tracks = read("{\"release\":[{\"type\":\"" + type + "\"," + members + "}]}");
+        EXPECT_TRUE(bool(tracks)) << tracks.error().toString().toStdString();
+        if (!tracks || tracks->value(u"release"_s)->posts().isEmpty())
+            return nullptr;
+        return tracks->value(u"release"_s)->posts().first();
+    }
+};
+
+TEST_F(JsonReader, BuildFillsEveryProperty) {
+    const TXUpdatePtr u = update(R"("title":"T","description":"<b>D</b>","date":"2026-05-01 10:00:00",
+        "build":"1043","version":"2.1","releaseNotesURL":"https://e.org/n","downloadURL":"https://e.org/d.zip",
+        "webpageURL":"https://e.org/w","autodownload":"no","preferredDisplaySize":"{640, 480}",
+        "minSystemVersion":"11.0","maxSystemVersion":"13.0","minBuild":"1000","maxBuild":"2000","launch":"any")");
+    ASSERT_TRUE(u);
+    EXPECT_EQ(u->title(), u"T"_s);
+    EXPECT_EQ(u->itemDescription(), u"<b>D</b>"_s);
+    EXPECT_EQ(u->dateString(), u"2026-05-01 10:00:00"_s);
+    EXPECT_EQ(u->date().toUTC().toString(Qt::ISODate), u"2026-05-01T17:00:00Z"_s);
+    EXPECT_EQ(u->version(), u"1043"_s);
+    EXPECT_EQ(u->displayVersion(), u"2.1"_s);
+    EXPECT_EQ(u->releaseNotesURL(), QUrl(u"https://e.org/n"_s));
+    EXPECT_EQ(u->fileURL(), QUrl(u"https://e.org/d.zip"_s));
+    EXPECT_EQ(u->linkURL(), QUrl(u"https://e.org/w"_s));
+    EXPECT_TRUE(u->excludeFromAutoDownloading());
+    EXPECT_EQ(u->preferredDisplaySize(), QSizeF(640, 480));
+    ASSERT_TRUE(u->conditions());
+    EXPECT_EQ(u->conditions()->minimumSystemVersion, u"11.0"_s);
+    EXPECT_EQ(u->conditions()->maximumSystemVersion, u"13.0"_s);
+    EXPECT_EQ(u->conditions()->minimumAppBuild, u"1000"_s);
+    EXPECT_EQ(u->conditions()->maximumAppBuild, u"2000"_s);
+    EXPECT_EQ(u->conditions()->launch, TXUpdateConditionLaunchAny);
+    EXPECT_TRUE(u->extra().isNull());
+}
+
+TEST_F(JsonReader, MissingMembersStayAbsentAndConditionsAreAlwaysSet) {
+    const TXUpdatePtr u = update(R"("build":"1043","webpageURL":"https://e.org/w")");
+    ASSERT_TRUE(u);
+    EXPECT_TRUE(u->title().isNull());
+    EXPECT_TRUE(u->itemDescription().isNull());
+    EXPECT_TRUE(u->dateString().isNull());
+    EXPECT_EQ(u->displayVersion(), u"1043"_s) << "falls back to the build";
+    EXPECT_FALSE(u->canBeDownloaded());
+    EXPECT_TRUE(u->releaseNotesURL().isEmpty());
+    EXPECT_FALSE(u->excludeFromAutoDownloading());
+    EXPECT_EQ(u->preferredDisplaySize(), QSizeF(0, 0));
+    ASSERT_TRUE(u->conditions());
+    EXPECT_EQ(u->conditions()->launch, TXUpdateConditionLaunchNotFirst);
+}
+
+TEST_F(JsonReader, AutodownloadIsSwitchedOffByFourTextsOnly) {
+    const QList<std::pair<QByteArray, bool>> cases{
+        {"\"false\"", true}, {"\"no\"", true}, {"\"disable\"", true}, {"\"disabled\"", true},
+        {"false", false},    {"true", false},  {"\"False\"", false},  {"\"\"", false},
+        {"0", false},        {"null", false}};
+    for (const auto &[value, excluded] : cases) {
+        const TXUpdatePtr u =
+            update(R"("build":"1043","downloadURL":"https://e.org/d.zip","autodownload":)" + value);
+        ASSERT_TRUE(u);
+        EXPECT_EQ(u->excludeFromAutoDownloading(), excluded) << value.constData();
+    }
+}
+
+TEST_F(JsonReader, PostFillsEveryProperty) {
+    for (const QByteArray type : {"post", "post.v2"}) {
+        const TXUpdatePostPtr p =
+            post(R"("title":"T","date":"2026-05-01 10:00:00","endDate":"2026-07-01 10:00:00",
+            "display":"atQuit","postURL":"https://e.org/p","preferredDisplaySize":"{300, 200}","launch":"first",
+            "maxBuild":"2000")",
+                 type);
+        ASSERT_TRUE(p);
+        EXPECT_EQ(p->title(), u"T"_s);
+        EXPECT_EQ(p->dateString(), u"2026-05-01 10:00:00"_s);
+        EXPECT_EQ(p->endDateString(), u"2026-07-01 10:00:00"_s);
+        EXPECT_EQ(p->displayTime(), TXUpdatePostDisplayTimeAtQuit);
+        EXPECT_EQ(p->postURL(), QUrl(u"https://e.org/p"_s));
+        EXPECT_EQ(p->preferredDisplaySize(), QSizeF(300, 200));
+        EXPECT_EQ(p->conditions()->launch, TXUpdateConditionLaunchFirst);
+        EXPECT_EQ(p->conditions()->maximumAppBuild, u"2000"_s);
+    }
+}
+
+TEST_F(JsonReader, UrlWinsOverPostURL) {
+    EXPECT_EQ(post(R"("postURL":"https://e.org/1","url":"https://e.org/2")")->postURL(),
+              QUrl(u"https://e.org/2"_s));
+    EXPECT_EQ(post(R"("url":"https://e.org/2","postURL":"https://e.org/1")")->postURL(),
+              QUrl(u"https://e.org/2"_s));
+    EXPECT_EQ(post(R"("postURL":"https://e.org/1","url":"http://[")")->postURL(), QUrl(u"https://e.org/1"_s))
+        << "a text that is no address counts as none";
+}
+
+TEST_F(JsonReader, PostEndsWhenItsEndDateHasPassed) {
+    const auto ending = [](const QDateTime &end) {
+        return "\"url\":\"https://e.org/\",\"endDate\":\"" + tx::itemDateToString(end).toUtf8() + '"';
+    };
+    EXPECT_TRUE(post(ending(now.addSecs(1))));
+    EXPECT_TRUE(post(ending(now)));
+    EXPECT_FALSE(post(ending(now.addSecs(-1))));
+    EXPECT_THAT(skipped.join(u'|').toStdString(), testing::HasSubstr("has passed"));
+    EXPECT_TRUE(post(R"("url":"https://e.org/","endDate":"tomorrow")")) << "an unreadable end date is none";
+}
+
+TEST_F(JsonReader, DroppedEntriesHaveTheirReasons) {
+    const auto tracks = read(R"({"release":[
+        {"type":"build","downloadURL":"https://e.org/d.zip"},
+        {"type":"build","build":"1043"},
+        {"type":"build","build":"1043","downloadURL":"http://["},
+        {"type":"post"},
+        {"type":"banner"},
+        {},
+        {"type":7},
+        {"type":"build","build":"1042","downloadURL":"https://e.org/d.zip"},
+        {"type":"build","build":"2000","downloadURL":"https://e.org/d.zip","maxBuild":"1000"},
+        {"type":"post","url":"https://e.org/","minSystemVersion":"99"},
+        {"type":"build","build":"1043","downloadURL":"https://e.org/d.zip"}]})");
+    ASSERT_TRUE(bool(tracks));
+    EXPECT_EQ(tracks->value(u"release"_s)->updates().size(), 1);
+    EXPECT_EQ(tracks->value(u"release"_s)->posts().size(), 0);
+    EXPECT_EQ(skipped, (QStringList{u"release[0] Update lacks 'build' attribute"_s,
+                                    u"release[1] Update lacks download URL or a link."_s,
+                                    u"release[2] Update lacks download URL or a link."_s,
+                                    u"release[3] Post lacks URL."_s, u"release[4] unknown type \"banner\""_s,
+                                    u"release[5] no type"_s, u"release[6] unknown type \"7\""_s,
+                                    u"release[7] build 1042 is not newer than build 1042"_s,
+                                    u"release[8] maxBuild 1000 is older than build 1042"_s,
+                                    u"release[9] minSystemVersion 99 is newer than system 12.0.0"_s}));
+}
+
+TEST_F(JsonReader, TracksKeepTheirNamesAndOrder) {
+    const auto tracks = read(R"({"release":[],"beta":[
+        {"type":"build","build":"1045","downloadURL":"https://e.org/5.zip"},
+        {"type":"post","url":"https://e.org/p"},
+        {"type":"build","build":"1044","downloadURL":"https://e.org/4.zip"}]})");
+    ASSERT_TRUE(bool(tracks));
+    EXPECT_EQ(tracks->keys(), (QStringList{u"beta"_s, u"release"_s}));
+    const TXUpdateTrackPtr beta = tracks->value(u"beta"_s);
+    ASSERT_EQ(beta->updates().size(), 2);
+    EXPECT_EQ(beta->updates()[0]->version(), u"1045"_s);
+    EXPECT_EQ(beta->updates()[1]->version(), u"1044"_s);
+    EXPECT_EQ(beta->name(), u"beta"_s);
+    EXPECT_TRUE(tracks->value(u"release"_s)->updates().isEmpty());
+}
+
+TEST_F(JsonReader, EmptyObjectHasNoTracks) {
+    const auto tracks = read("{}");
+    ASSERT_TRUE(bool(tracks));
+    EXPECT_TRUE(tracks->isEmpty());
+}
+
+TEST_F(JsonReader, ValuesOfOtherTypesStandInTheirTextForm) {
+    const TXUpdatePtr u =
+        update(R"("build":1043,"downloadURL":"https://e.org/d.zip","title":true,"version":2.5,
+        "description":[1,{"a":null}],"date":20260501,"launch":1,"maxBuild":1e3,"preferredDisplaySize":false)");
+    EXPECT_FALSE(u) << "maxBuild 1000 is below this build";
+    const TXUpdatePtr v =
+        update(R"("build":1043,"downloadURL":"https://e.org/d.zip","title":true,"version":2.5,
+        "description":[1,{"a":null}],"date":20260501,"launch":1,"maxBuild":18446744073709551615)");
+    ASSERT_TRUE(v);
+    EXPECT_EQ(v->version(), u"1043"_s);
+    EXPECT_EQ(v->title(), u"1"_s);
+    EXPECT_EQ(v->displayVersion(), u"2.5"_s);
+    EXPECT_EQ(v->itemDescription(), u"[1,{\"a\":null}]"_s);
+    EXPECT_EQ(v->dateString(), u"20260501"_s);
+    EXPECT_EQ(v->conditions()->launch, TXUpdateConditionLaunchNotFirst);
+    EXPECT_EQ(v->conditions()->maximumAppBuild, u"18446744073709551615"_s);
+    const TXUpdatePtr w =
+        update(R"("build":"1043","downloadURL":"https://e.org/d.zip","title":false,"version":null)");
+    ASSERT_TRUE(w);
+    EXPECT_EQ(w->title(), u"0"_s);
+    EXPECT_EQ(w->displayVersion(), u"1043"_s) << "null is no text";
+    EXPECT_FALSE(update(R"("build":null,"downloadURL":"https://e.org/d.zip")"));
+    const TXUpdatePtr x = update(R"("build":-3.5e30,"downloadURL":7,"webpageURL":"https://e.org/")");
+    EXPECT_FALSE(x);
+}
+
+TEST_F(JsonReader, EmptyTextIsNotAbsent) {
+    const TXUpdatePtr u =
+        update(R"("build":"1043","downloadURL":"https://e.org/d.zip","version":"","title":"")");
+    ASSERT_TRUE(u);
+    EXPECT_FALSE(u->displayVersion().isNull());
+    EXPECT_TRUE(u->displayVersion().isEmpty());
+    EXPECT_FALSE(u->title().isNull());
+}
+
+TEST_F(JsonReader, LastOfDuplicateMembersCounts) {
+    const TXUpdatePtr u = update(
+        R"("build":"1000","build":"1043","downloadURL":"https://e.org/1","downloadURL":"https://e.org/2")");
+    ASSERT_TRUE(u);
+    EXPECT_EQ(u->version(), u"1043"_s);
+    EXPECT_EQ(u->fileURL(), QUrl(u"https://e.org/2"_s));
+    const auto tracks = read(R"({"release":5,"release":[]})");
+    ASSERT_TRUE(bool(tracks));
+    EXPECT_TRUE(tracks->contains(u"release"_s));
+    EXPECT_FALSE(bool(read(R"({"release":[],"release":5})")));
+}
+
+TEST_F(JsonReader, EncodingsWithAByteOrderMark) {
+    const QString text =
+        u"{\"release\":[{\"type\":\"build\",\"build\":\"1043\",\"title\":\"\u00FC\U0001F600\","
+        "\"downloadURL\":\"https://e.org/d.zip\"}]}"_s;
+    using E = QStringConverter;
+    for (const E::Encoding encoding : {E::Utf8, E::Utf16LE, E::Utf16BE, E::Utf32LE, E::Utf32BE}) {
+        QStringEncoder encoder(encoding, E::Flag::WriteBom);
+        const auto tracks = read(encoder.encode(text));
+        ASSERT_TRUE(bool(tracks)) << E::nameForEncoding(encoding);
+        EXPECT_EQ(tracks->value(u"release"_s)->updates().first()->title(), u"\u00FC\U0001F600"_s);
+    }
+}
+
+class JsonReaderFailure : public JsonReader, public testing::WithParamInterface<QByteArray> {};
+
+TEST_P(JsonReaderFailure, WholeFeedIsRefusedWithAReason) {
+    const auto tracks = read(GetParam());
+    ASSERT_FALSE(bool(tracks));
+    EXPECT_FALSE(tracks.error().localizedFailureReason().isEmpty());
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Documents, JsonReaderFailure,
+    testing::Values(QByteArray(""), QByteArray("nonsense"), QByteArray("[]"), QByteArray("7"),
+                    QByteArray("\"x\""), QByteArray("null"), QByteArray("{\"release\":{}}"),
+                    QByteArray("{\"release\":null}"), QByteArray("{\"release\":\"x\"}"),
+                    QByteArray("{\"release\":[7]}"), QByteArray("{\"release\":[[]]}"),
+                    QByteArray("{\"a\":[],\"release\":[{},null]}"), QByteArray("{\"release\":[}"),
+                    QByteArray("{\"release\":[]"), QByteArray("{\"release\":[]} x"),
+                    QByteArray("{\"release\":[{\"title\":\"\xff\xfe\"}]}"),
+                    QByteArray("{\"release\":[{\"title\":\"\\ud800\"}]}"),
+                    QByteArray("{\"release\":[{\"title\":\"\\udc00x\"}]}"),
+                    QByteArray("{\"release\":[{\"title\":\"a\nb\"}]}"),
+                    QByteArray("{\"a\":" + QByteArray(5000, '[')),
+                    QByteArray("{\"a\":" + QByteArray(5000, '[') + QByteArray(5000, ']') + "}"),
+                    QByteArray("\xfe\xff\xd8\x00", 4)));
+
+TEST_F(JsonReader, UpdateWithoutDateIsKeptAndLogged) {
+    ASSERT_TRUE(update(R"("build":"1043","downloadURL":"https://e.org/d.zip","date":"Tue, 10 Jun 2003")"));
+    EXPECT_THAT(logLines().join(u'\n').toStdString(), testing::HasSubstr("Update has no date: {"));
+    EXPECT_THAT(
+        logLines().join(u'\n').toStdString(),
+        testing::HasSubstr("Update date getObjectValue error:Tue, 10 Jun 2003 -- yyyy-MM-dd HH:mm:ss -- "
+                           "America/Los_Angeles"));
+}
+
+TEST_F(JsonReader, ReaderWithoutObserverGivesTheSame) {
+    const QByteArray document = R"({"release":[{"type":"build","build":"1","downloadURL":"https://e.org/"},
+        {"type":"build","build":"1043","downloadURL":"https://e.org/"},{"type":"build"},{"type":"post"}]})";
+    const auto quiet = tx::readJsonFeed(document, {u"1042"_s, u"12.0.0"_s, now, {}, false});
+    ASSERT_TRUE(bool(quiet));
+    ASSERT_EQ(quiet->value(u"release"_s)->updates().size(), 1);
+    EXPECT_EQ(quiet->value(u"release"_s)->updates().first()->version(), u"1043"_s);
+}
+
+TEST_F(JsonReader, ReasonsGoToThePlaceThatIsGiven) {
+    tx::FeedEntry entry;
+    QString reason;
+    EXPECT_FALSE(tx::json_updateFromDictionary(entry, &reason));
+    EXPECT_EQ(reason, u"Update lacks 'build' attribute"_s);
+    EXPECT_FALSE(tx::json_updateFromDictionary(entry, nullptr));
+    entry.set(tx::FeedEntry::Member::Build, "1");
+    EXPECT_FALSE(tx::json_updateFromDictionary(entry, &reason));
+    EXPECT_EQ(reason, u"Update lacks download URL or a link."_s);
+    EXPECT_FALSE(tx::json_postFromDictionary(entry, &reason));
+    EXPECT_EQ(reason, u"Post lacks URL."_s);
+}
+
+} // namespace

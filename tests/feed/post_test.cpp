@@ -1,0 +1,95 @@
+// SPDX-License-Identifier: MIT
+#include "feed/feedvalues.h"
+#include "feed/handleddate.h"
+#include "feed/itemdate.h"
+#include "tests/support/environment.h"
+
+#include <TarvixUpdate/TXUpdatePost.h>
+
+#include <QTimeZone>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+struct DateCase {
+    QString text;
+    QString utc; ///< ISO 8601, or null for an invalid date
+};
+
+class ItemDate : public testing::TestWithParam<DateCase> {};
+
+TEST_P(ItemDate, IsReadAsPacificTime) {
+    const QDateTime date = tx::itemDateFromString(GetParam().text);
+    EXPECT_EQ(date.isValid(), !GetParam().utc.isNull());
+    EXPECT_EQ(date.toUTC().toString(Qt::ISODate), GetParam().utc);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Forms, ItemDate,
+    testing::Values(DateCase{u"2024-01-15 12:00:00"_s, u"2024-01-15T20:00:00Z"_s},
+                    DateCase{u"2024-07-15 12:00:00"_s, u"2024-07-15T19:00:00Z"_s},
+                    DateCase{u"2024-02-29 00:00:00"_s, u"2024-02-29T08:00:00Z"_s},
+                    DateCase{u"2023-02-29 00:00:00"_s, {}}, DateCase{u"2024-01-15"_s, {}},
+                    DateCase{u"2024-01-15T12:00:00"_s, {}}, DateCase{u"2024-01-15 25:00:00"_s, {}},
+                    DateCase{u"2024-01-15 12:00:00 "_s, {}}, DateCase{u"Tue, 10 Jun 2003 04:00:00 GMT"_s, {}},
+                    DateCase{u"2024-1x-15 12:00:00"_s, {}}, DateCase{u""_s, {}}, DateCase{QString(), {}}));
+
+TEST(HandledDate, TakesAZoneAndRefusesTheFeedsForm) {
+    EXPECT_EQ(tx::handledPostDate(u"2024-01-15T12:00:00+0100"_s).toUTC().toString(Qt::ISODate),
+              u"2024-01-15T11:00:00Z"_s);
+    EXPECT_EQ(tx::handledPostDate(u"2024-01-15T12:00:00-0830"_s).toUTC().toString(Qt::ISODate),
+              u"2024-01-15T20:30:00Z"_s);
+    EXPECT_FALSE(tx::handledPostDate(u"2024-01-15 12:00:00"_s).isValid());
+    EXPECT_FALSE(tx::handledPostDate(u"2024-01-15T12:00:00"_s).isValid());
+    EXPECT_FALSE(tx::handledPostDate(u"2024-13-15T12:00:00+0000"_s).isValid());
+}
+
+TEST(Post, DisplayTimesAreExactTexts) {
+    EXPECT_EQ(TXUpdatePostDisplayTimeFromString(u"atQuit"_s), 1);
+    EXPECT_EQ(TXUpdatePostDisplayTimeFromString(u"passive"_s), 2);
+    for (const QString &other : {u"atquit"_s, u"Passive"_s, u""_s, QString()})
+        EXPECT_EQ(TXUpdatePostDisplayTimeFromString(other), 0) << other.toStdString();
+}
+
+TEST(Post, IdentifierIsDateAndTitleAsWritten) {
+    TXUpdatePost post;
+    post.setTitle(u"News"_s);
+    post.setDateString(u"whenever"_s);
+    EXPECT_EQ(post.identifier(), (QVariantMap{{u"date"_s, u"whenever"_s}, {u"title"_s, u"News"_s}}));
+    EXPECT_FALSE(post.date().isValid());
+    EXPECT_FALSE(post.endDate().isValid());
+    post.setEndDateString(u"2024-01-15 12:00:00"_s);
+    EXPECT_EQ(post.endDate().toUTC().toString(Qt::ISODate), u"2024-01-15T20:00:00Z"_s);
+}
+
+TEST(FeedValues, AddressesAreEncodedRatherThanRefused) {
+    const QList<std::pair<QString, QString>> cases{{u"https://e.org/a b.zip"_s, u"https://e.org/a%20b.zip"_s},
+                                                   {u"https://e.org/\u00FC"_s, u"https://e.org/%C3%BC"_s},
+                                                   {u"  https://e.org/x  "_s, u"https://e.org/x"_s},
+                                                   {u"https://e.org/%2F%25"_s, u"https://e.org/%2F%25"_s},
+                                                   {u"http://[broken"_s, u""_s},
+                                                   {u"http://e.org:port/"_s, u""_s},
+                                                   {u""_s, u""_s},
+                                                   {QString(), u""_s}};
+    for (const auto &[text, encoded] : cases)
+        EXPECT_EQ(tx::urlFromFeedText(text).toString(QUrl::FullyEncoded), encoded) << text.toStdString();
+}
+
+TEST(FeedValues, SizesInBraces) {
+    const QList<std::pair<QString, QSizeF>> cases{{u"{640, 480}"_s, {640, 480}},
+                                                  {u"{640.5,480}"_s, {640.5, 480}},
+                                                  {u" { 1 , 2 } "_s, {1, 2}},
+                                                  {u"640, 480"_s, {0, 0}},
+                                                  {u"{640}"_s, {0, 0}},
+                                                  {u"{a, b}"_s, {0, 0}},
+                                                  {u"{1, 2, 3}"_s, {0, 0}},
+                                                  {u"{-1, 2}"_s, {0, 0}},
+                                                  {u"{nan, 2}"_s, {0, 0}},
+                                                  {u""_s, {0, 0}},
+                                                  {QString(), {0, 0}}};
+    for (const auto &[text, size] : cases)
+        EXPECT_EQ(tx::sizeFromFeedText(text), size) << text.toStdString();
+}
+
+} // namespace

@@ -1,0 +1,156 @@
+// SPDX-License-Identifier: MIT
+#include "feed/itemdate.h"
+#include "platform/userdefaults.h"
+#include "tests/support/environment.h"
+
+#include <TarvixUpdate/TXUpdateSettings.h>
+#include <TarvixUpdate/TXUpdateTrack.h>
+
+using namespace Qt::StringLiterals;
+using tx::UserDefaults;
+
+namespace {
+
+class Track : public tx::test::FrameworkTest {
+protected:
+    const QDateTime now = QDateTime(QDate(2026, 6, 1), QTime(12, 0), Qt::UTC);
+
+    Track() { setNow(now); }
+
+    static TXUpdatePtr update(const QString &version, const QDateTime &date = {}) {
+        auto result = std::make_shared<TXUpdate>();
+        result->setVersion(version);
+        if (date.isValid())
+            result->setDateString(tx::itemDateToString(date));
+        return result;
+    }
+    static TXUpdatePostPtr post(const QString &title, const QDateTime &date,
+                                TXUpdatePostDisplayTime time = TXUpdatePostDisplayTimeDefault) {
+        auto result = std::make_shared<TXUpdatePost>();
+        result->setTitle(title);
+        result->setDateString(date.isValid() ? tx::itemDateToString(date) : u"undated"_s);
+        result->setDisplayTime(time);
+        return result;
+    }
+    static TXUpdateTrack updates(const QList<TXUpdatePtr> &list) { return {u"release"_s, list, {}}; }
+    static TXUpdateTrack posts(const QList<TXUpdatePostPtr> &list) { return {u"release"_s, {}, list}; }
+    static QStringList titles(const QList<TXUpdatePostPtr> &list) {
+        QStringList result;
+        for (const TXUpdatePostPtr &p : list)
+            result << p->title();
+        return result;
+    }
+    static QVariantList handled() {
+        return UserDefaults::standard()
+            .mapValue(TXUpdatePrefPostsCheckInfoKey)
+            .value(u"release"_s)
+            .toMap()
+            .value(u"handledPosts"_s)
+            .toList();
+    }
+    static void storeHandled(const QVariantList &list) {
+        ASSERT_TRUE(UserDefaults::standard()
+                        .setValue(TXUpdatePrefPostsCheckInfoKey,
+                                  QVariantMap{{u"release"_s, QVariantMap{{u"handledPosts"_s, list}}}})
+                        .isNull());
+    }
+};
+
+TEST_F(Track, RecommendsTheNewestAndTheFirstOfEqualOnes) {
+    const QList<TXUpdatePtr> list{update(u"2"_s), update(u"3"_s), update(u"3"_s), update(u"1"_s)};
+    EXPECT_EQ(updates(list).recommendedUpdate(), list[1]);
+    EXPECT_EQ(updates({}).recommendedUpdate(), nullptr);
+}
+
+TEST_F(Track, PassesOverIgnoredUpdates) {
+    const QList<TXUpdatePtr> list{update(u"2"_s), update(u"3"_s), update(u"4"_s)};
+    list[1]->ignore();
+    EXPECT_EQ(updates(list).recommendedUpdate(), list[2]);
+    list[2]->ignore();
+    EXPECT_EQ(updates(list).recommendedUpdate(), nullptr);
+}
+
+TEST_F(Track, RecommendsOnlyWhatIsDatedBeforeTheLimit) {
+    const QList<TXUpdatePtr> list{update(u"2"_s, now.addDays(-2)), update(u"3"_s, now), update(u"4"_s)};
+    EXPECT_EQ(updates(list).recommendedUpdateBefore(now), list[0]) << "neither the limit itself nor no date";
+    EXPECT_EQ(updates(list).recommendedUpdateBefore(now.addSecs(1)), list[1]);
+    EXPECT_EQ(updates(list).recommendedUpdateBefore({}), list[2]);
+}
+
+TEST_F(Track, RecentPostsGoBackNinetyDaysToTheSecond) {
+    const TXUpdateTrack track = posts({post(u"new"_s, now), post(u"edge"_s, now.addSecs(-7776000)),
+                                       post(u"old"_s, now.addSecs(-7776001)), post(u"undated"_s, {})});
+    EXPECT_EQ(titles(track.recentPosts()), (QStringList{u"new"_s, u"edge"_s, u"undated"_s}));
+    EXPECT_EQ(titles(track.postsSinceDate(now.addSecs(1))), QStringList{u"undated"_s});
+}
+
+TEST_F(Track, UnhandledPostsHaveTheDisplayTimeAndAreNotRecorded) {
+    const TXUpdatePostPtr seen = post(u"seen"_s, now.addDays(-1));
+    const TXUpdateTrack track = posts(
+        {seen, post(u"fresh"_s, now), post(u"quit"_s, now, TXUpdatePostDisplayTimeAtQuit),
+         post(u"passive"_s, now, TXUpdatePostDisplayTimePassive), post(u"ancient"_s, now.addDays(-91))});
+    EXPECT_EQ(titles(track.postsToDisplayDefault()), (QStringList{u"seen"_s, u"fresh"_s}));
+    track.updatePostsCheckInfoToHandlePosts({seen});
+    EXPECT_EQ(titles(track.postsToDisplayDefault()), QStringList{u"fresh"_s});
+    EXPECT_EQ(titles(track.unhandledPostsWithDisplayTime(TXUpdatePostDisplayTimeAtQuit)),
+              QStringList{u"quit"_s});
+    EXPECT_EQ(titles(track.unhandledPostsWithDisplayTime(TXUpdatePostDisplayTimePassive)),
+              QStringList{u"passive"_s});
+}
+
+TEST_F(Track, RecordHoldsOnlyThePostsOfTheLatestCall) {
+    const TXUpdatePostPtr one = post(u"1"_s, now);
+    const TXUpdatePostPtr two = post(u"2"_s, now);
+    const TXUpdatePostPtr three = post(u"3"_s, now);
+    const TXUpdateTrack track = posts({one, two, three});
+    track.updatePostsCheckInfoToHandlePosts({one, two, one});
+    EXPECT_EQ(handled(), (QVariantList{one->identifier(), two->identifier()})) << "each once";
+    track.updatePostsCheckInfoToHandlePosts({three});
+    EXPECT_EQ(handled(), QVariantList{three->identifier()});
+}
+
+TEST_F(Track, OlderEntriesWithAReadableRecentDateAreKeptAsThatText) {
+    const QString recent = u"2026-05-20T00:00:00+0000"_s;
+    storeHandled({QVariantMap{{u"date"_s, recent}, {u"title"_s, u"a"_s}},
+                  QVariantMap{{u"date"_s, u"2026-05-02T12:00:00+0000"_s}, {u"title"_s, u"thirty days"_s}},
+                  QVariantMap{{u"title"_s, u"no date"_s}}, u"2026-05-21T00:00:00+0000"_s});
+    const TXUpdatePostPtr one = post(u"1"_s, now);
+    posts({one}).updatePostsCheckInfoToHandlePosts({one});
+    EXPECT_EQ(handled(), (QVariantList{recent, one->identifier()}));
+}
+
+TEST_F(Track, NothingElseInTheRecordChanges) {
+    const QVariantMap other{{u"handledPosts"_s, QVariantList{}}, {u"more"_s, u"kept"_s}};
+    ASSERT_TRUE(
+        UserDefaults::standard()
+            .setValue(TXUpdatePrefPostsCheckInfoKey,
+                      QVariantMap{{u"beta"_s, other}, {u"release"_s, QVariantMap{{u"own"_s, u"kept"_s}}}})
+            .isNull());
+    posts({}).updatePostsCheckInfoToHandlePosts({post(u"1"_s, now)});
+    const QVariantMap record = UserDefaults::standard().mapValue(TXUpdatePrefPostsCheckInfoKey);
+    EXPECT_EQ(record.value(u"beta"_s).toMap(), other);
+    EXPECT_EQ(record.value(u"release"_s).toMap().value(u"own"_s), u"kept"_s);
+    EXPECT_EQ(posts({}).postsCheckInfo(), record.value(u"release"_s).toMap());
+}
+
+TEST_F(Track, LatestHandledDateComesFromEntriesThatParse) {
+    EXPECT_FALSE(posts({}).dateOfMostRecentlyHandledPost().isValid());
+    storeHandled({QVariantMap{{u"date"_s, u"2026-05-20T00:00:00+0000"_s}},
+                  QVariantMap{{u"date"_s, u"2026-05-22T00:00:00+0000"_s}},
+                  QVariantMap{{u"date"_s, u"2026-05-21T00:00:00+0000"_s}}, u"2026-05-30T00:00:00+0000"_s,
+                  QVariantMap{{u"date"_s, u"2026-05-31 00:00:00"_s}}, QVariantMap{}});
+    EXPECT_EQ(posts({}).dateOfMostRecentlyHandledPost(), QDateTime(QDate(2026, 5, 22), QTime(0, 0), Qt::UTC));
+    const TXUpdateTrack track =
+        posts({post(u"before"_s, QDateTime(QDate(2026, 5, 21), QTime(0, 0), Qt::UTC)),
+               post(u"after"_s, QDateTime(QDate(2026, 5, 23), QTime(0, 0), Qt::UTC))});
+    EXPECT_EQ(titles(track.recentUnhandledPosts()), QStringList{u"after"_s});
+}
+
+TEST_F(Track, RecordOfThisVersionGivesNoDateAndFallsBackToNinetyDays) {
+    const TXUpdateTrack track = posts({post(u"old"_s, now.addDays(-80)), post(u"new"_s, now)});
+    track.updatePostsCheckInfoToHandlePosts(track.posts());
+    EXPECT_FALSE(track.dateOfMostRecentlyHandledPost().isValid());
+    EXPECT_EQ(titles(track.recentUnhandledPosts()), (QStringList{u"old"_s, u"new"_s}));
+}
+
+} // namespace

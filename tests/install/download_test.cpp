@@ -1,0 +1,421 @@
+// SPDX-License-Identifier: MIT
+#include "core/settings.h"
+#include "install/updatedownload.h"
+#include "platform/filesystem.h"
+#include "tests/support/builders.h"
+#include "tests/support/environment.h"
+#include "tests/support/fakes.h"
+#include "tests/support/feedserver.h"
+#include "tests/support/tlsserver.h"
+
+#include <QSignalSpy>
+
+#include <limits>
+#include <sys/stat.h>
+#include <unistd.h>
+
+using namespace Qt::StringLiterals;
+using tx::test::FeedServer;
+using tx::test::HttpReply;
+using tx::test::namesIn;
+using tx::test::readFile;
+using tx::test::waitUntil;
+using tx::test::writeFile;
+
+namespace {
+
+class Download : public tx::test::FrameworkTest {
+protected:
+    TXUpdatePtr update = std::make_shared<TXUpdate>();
+    const QString cache = tx::updateCacheDirectoryFilePath();
+    QList<double> progress;
+    int completions = 0;
+    TXError error;
+
+    Download() { update->setVersion(u"5"_s); }
+    void start(const QString &url) {
+        update->setFileURL(QUrl(url));
+        update->downloadWithProgress([this](double p) { progress << p; },
+                                     [this](const TXError &e) {
+                                         error = e;
+                                         ++completions;
+                                     });
+    }
+    void run(const QString &url) {
+        start(url);
+        ASSERT_TRUE(waitUntil([this] { return completions > 0; }));
+        tx::test::drainEvents();
+        EXPECT_EQ(completions, 1);
+    }
+    void expectIdle() {
+        EXPECT_FALSE(update->isDownloading());
+        EXPECT_FALSE(update->isDownloaded());
+        EXPECT_TRUE(update->downloadPath().isNull());
+        EXPECT_EQ(update->downloadProgress(), 0.0);
+    }
+};
+
+TEST_F(Download, StoresTheArchiveAndReports) {
+    FeedServer server;
+    const QByteArray body(700000, 'x');
+    server.expect("GET", "/App.zip", HttpReply::file(body));
+    QSignalSpy downloading(update.get(), &TXUpdate::isDownloadingChanged);
+    start(server.url(u"/App.zip"_s));
+    EXPECT_TRUE(update->isDownloading());
+    EXPECT_EQ(update->downloadSize(), 0U);
+    ASSERT_TRUE(waitUntil([this] { return completions > 0; }));
+    EXPECT_TRUE(error.isNull());
+    EXPECT_TRUE(update->isDownloaded());
+    EXPECT_FALSE(update->isDownloading());
+    EXPECT_EQ(update->downloadPath(), cache + u"/App - 5.zip"_s);
+    EXPECT_EQ(readFile(update->downloadPath()), body);
+    EXPECT_EQ(update->downloadSize(), 700000U);
+    EXPECT_EQ(update->downloadProgress(), 1.0);
+    ASSERT_FALSE(progress.isEmpty());
+    EXPECT_EQ(progress.last(), 1.0);
+    EXPECT_TRUE(std::is_sorted(progress.begin(), progress.end()));
+    EXPECT_EQ(downloading.count(), 2);
+    struct stat info {};
+    ASSERT_EQ(stat(cache.toUtf8().constData(), &info), 0);
+    EXPECT_EQ(info.st_mode & 0777, 0700U);
+}
+
+TEST_F(Download, SecondStartDoesNothing) {
+    FeedServer server;
+    server.expect("GET", "/App.zip", HttpReply::file("x"));
+    start(server.url(u"/App.zip"_s));
+    int others = 0;
+    const auto startAgain = [&] {
+        update->downloadWithProgress([&](double) { ++others; }, [&](const TXError &) { ++others; });
+    };
+    startAgain();
+    ASSERT_TRUE(waitUntil([this] { return completions > 0; }));
+    startAgain();
+    tx::test::drainEvents();
+    EXPECT_EQ(others, 0);
+    EXPECT_EQ(completions, 1);
+}
+
+TEST_F(Download, ProgressIsThrottledAndTheCountExact) {
+    double now = 1000;
+    tx::services().secondsSinceReferenceDate = [&now] { return now; };
+    const auto shared = std::make_shared<tx::UpdateDownload>(
+        *update, [this](double p) { progress << p; }, nullptr);
+    class NoTransfer : public tx::UrlDownload {
+        void setDestination(const QString &) override {}
+        void cancel() override {}
+    } transfer;
+    shared->downloadDidReceiveResponse(transfer, 1000);
+    EXPECT_EQ(update->downloadSize(), 1000U);
+    shared->downloadDidReceiveDataOfLength(transfer, 100);
+    for (int i = 0; i < 5; ++i)
+        shared->downloadDidReceiveDataOfLength(transfer, 50);
+    EXPECT_EQ(progress, QList<double>{0.1}) << "once in a tenth of a second";
+    now += 0.11;
+    shared->downloadDidReceiveDataOfLength(transfer, 50);
+    EXPECT_EQ(progress, (QList<double>{0.1, 0.4}));
+    now += 0.11;
+    shared->downloadDidReceiveDataOfLength(transfer, 1600);
+    EXPECT_EQ(update->downloadSize(), 2000U) << "grown to what came";
+    EXPECT_EQ(update->downloadProgress(), 1.0);
+    // Another download shares the budget.
+    TXUpdate second;
+    const auto other = std::make_shared<tx::UpdateDownload>(
+        second, [this](double p) { progress << p; }, nullptr);
+    other->downloadDidReceiveResponse(transfer, 10);
+    other->downloadDidReceiveDataOfLength(transfer, 10);
+    EXPECT_EQ(progress.size(), 3);
+}
+
+TEST_F(Download, UnknownLengthStaysNearZeroUntilTheEnd) {
+    FeedServer server;
+    // The transport may ask again when the end of the body and of the connection come at once.
+    server.always([](const tx::test::HttpRequest &) {
+        return HttpReply{.body = QByteArray(100000, 'x'), .announcedLength = -1};
+    });
+    run(server.url(u"/App.zip"_s));
+    EXPECT_EQ(update->downloadSize(), std::numeric_limits<quint64>::max());
+    for (const double p : progress.mid(0, progress.size() - 1))
+        EXPECT_LT(p, 0.001);
+    EXPECT_EQ(progress.last(), 1.0);
+}
+
+TEST_F(Download, OtherEntriesOfTheCacheAreRemoved) {
+    writeFile(cache + u"/Old - 4.zip"_s, "x");
+    writeFile(cache + u"/Old.app/Contents/Info.plist"_s, "x");
+    writeFile(cache + u"/.hidden"_s, "x");
+    chmod(cache.toUtf8().constData(), 0700);
+    FeedServer server;
+    server.expect("GET", "/App.zip", HttpReply::file("new"));
+    run(server.url(u"/App.zip"_s));
+    EXPECT_EQ(namesIn(cache), QStringList{u"App - 5.zip"_s});
+}
+
+TEST_F(Download, FileOfTheAnnouncedSizeIsReused) {
+    writeFile(cache + u"/App - 5.zip"_s, "0123456789");
+    chmod(cache.toUtf8().constData(), 0700);
+    FeedServer server;
+    server.expect("GET", "/App.zip", HttpReply{.body = "abcdefghij"});
+    run(server.url(u"/App.zip"_s));
+    EXPECT_TRUE(error.isNull());
+    EXPECT_TRUE(update->isDownloaded());
+    EXPECT_EQ(progress.last(), 1.0);
+    EXPECT_EQ(readFile(update->downloadPath()), QByteArray("0123456789")) << "nothing was fetched again";
+}
+
+TEST_F(Download, FileOfAnotherSizeIsOverwritten) {
+    writeFile(cache + u"/App - 5.zip"_s, "a much longer file than the new one");
+    chmod(cache.toUtf8().constData(), 0700);
+    FeedServer server;
+    server.expect("GET", "/App.zip", HttpReply::file("new"));
+    run(server.url(u"/App.zip"_s));
+    EXPECT_EQ(readFile(update->downloadPath()), QByteArray("new"));
+}
+
+TEST_F(Download, FolderInPlaceOfTheFileIsReplaced) {
+    writeFile(cache + u"/App - 5.zip/inside"_s, "x");
+    chmod(cache.toUtf8().constData(), 0700);
+    FeedServer server;
+    server.expect("GET", "/App.zip", HttpReply::file("new"));
+    run(server.url(u"/App.zip"_s));
+    EXPECT_TRUE(error.isNull()) << error.toString().toStdString();
+    EXPECT_EQ(readFile(update->downloadPath()), QByteArray("new"));
+}
+
+TEST_F(Download, GzipTypeIsStoredAsSent) {
+    const QByteArray coded = QByteArray::fromHex("1f8b0800000000000003cb48cdc9c9070086a6103605000000");
+    for (const auto &[type, stored] : QList<std::pair<QByteArray, QByteArray>>{
+             {"application/x-gzip", coded}, {"application/gzip", coded}, {"text/plain", "hello"}}) {
+        update = std::make_shared<TXUpdate>();
+        update->setVersion(u"5"_s);
+        completions = 0;
+        FeedServer server;
+        server.expect(
+            "GET", "/App.tgz",
+            HttpReply{.headers = {{"Content-Type", type}, {"Content-Encoding", "gzip"}}, .body = coded});
+        run(server.url(u"/App.tgz"_s));
+        EXPECT_EQ(readFile(update->downloadPath()), stored) << type.constData();
+        QFile::remove(update->downloadPath());
+    }
+}
+
+struct NameCase {
+    QString suggested;
+    QString version;
+    QString expected;
+};
+
+class DownloadName : public testing::TestWithParam<NameCase> {};
+
+TEST_P(DownloadName, StaysInItsFolder) {
+    const QString name = tx::downloadFileName(GetParam().suggested, GetParam().version);
+    EXPECT_EQ(name, GetParam().expected);
+    EXPECT_FALSE(name.contains(u'/'));
+    EXPECT_LE(name.toUtf8().size(), 255);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Names, DownloadName,
+    testing::Values(
+        NameCase{u"App.zip"_s, u"1234"_s, u"App - 1234.zip"_s},
+        NameCase{u"Foo.zip.txt"_s, u"5"_s, u"Foo - 5.zip"_s},
+        NameCase{u"Foo.dmg"_s, u"5"_s, u"Foo - 5.dmg"_s}, NameCase{u"App"_s, u"1234"_s, u"App - 1234."_s},
+        NameCase{u"App.txt"_s, u"5"_s, u"App - 5."_s}, NameCase{u"App.tar.gz"_s, u"5"_s, u"App.tar - 5.gz"_s},
+        NameCase{u"../../etc/passwd.zip"_s, u"5"_s, u"..-..-etc-passwd - 5.zip"_s},
+        NameCase{u".."_s, u"5"_s, u".. - 5."_s}, NameCase{u".hidden"_s, u"5"_s, u".hidden - 5."_s},
+        NameCase{u"a\nb\x01.zip"_s, u"5"_s, u"a-b- - 5.zip"_s},
+        NameCase{u"a\\b.zip"_s, u"../6\x7f"_s, u"a-b - ..-6-.zip"_s},
+        NameCase{u"x"_s.repeated(300) + u".zip"_s, u"5"_s, u"x"_s.repeated(247) + u" - 5.zip"_s},
+        NameCase{u"App.zip"_s, u"9"_s.repeated(300), u"App - "_s + u"9"_s.repeated(40) + u".zip"_s},
+        NameCase{u"a."_s + u"z"_s.repeated(300), u"5"_s, u"a."_s + u"z"_s.repeated(248) + u" - 5."_s}));
+
+TEST_F(Download, SuggestedNamesAreTamedOnTheWay) {
+    FeedServer server;
+    server.expect(
+        "GET", "/x",
+        HttpReply{.headers = {{"Content-Disposition", "attachment; filename=\"../../../evil.zip\""}},
+                  .body = "x"});
+    run(server.url(u"/x"_s));
+    EXPECT_EQ(update->downloadPath(), cache + u"/..-..-..-evil - 5.zip"_s);
+    EXPECT_EQ(namesIn(cache), QStringList{u"..-..-..-evil - 5.zip"_s});
+}
+
+TEST_F(Download, MissingFileHasItsWords) {
+    FeedServer server;
+    server.expect("GET", "/x.zip", HttpReply::file("x"));
+    tx::test::FaultFileSystem faults;
+    faults.failOn(u"exists"_s, ENOENT, u"x - 5.zip"_s);
+    run(server.url(u"/x.zip"_s));
+    EXPECT_EQ(error,
+              TXError(u"TXUpdater"_s, 0, u"An error occurred while downloading the update."_s,
+                      u"The downloaded file is unexpectedly missing."_s,
+                      u"You can always download the latest version from the website, but try quitting and "
+                      "relaunching the application first."_s));
+    expectIdle();
+}
+
+TEST_F(Download, AbsentArchiveHasItsWords) {
+    FeedServer server;
+    server.expect("GET", "/x.zip", HttpReply{.status = 404});
+    run(server.url(u"/x.zip"_s));
+    EXPECT_EQ(error,
+              TXError(u"NSURLErrorDomain"_s, -1100, u"The update could not be downloaded."_s, {},
+                      u"The file at the URL in the update information does not exist. Please download the "
+                      "update directly from the website."_s));
+    expectIdle();
+}
+
+TEST_F(Download, UntrustedCertificateHasItsWords) {
+    tx::test::TlsServer server(path(u"tls"_s));
+    run(server.url(u"/x.zip"_s));
+    EXPECT_EQ(error,
+              TXError(u"NSURLErrorDomain"_s, -1202, u"The update could not be downloaded."_s, {},
+                      u"The certificate for the server is invalid and poses a security risk. Please download "
+                      "the update directly from the website."_s));
+    EXPECT_EQ(server.requests(), 0);
+}
+
+TEST_F(Download, OtherErrorsPassAndLeaveItRetryable) {
+    FeedServer server;
+    // The transport may ask again when a connection closes early.
+    server.always(
+        [](const tx::test::HttpRequest &) { return HttpReply{.body = "half", .announcedLength = 8}; });
+    run(server.url(u"/x.zip"_s));
+    EXPECT_EQ(error.code(), -1005);
+    EXPECT_TRUE(namesIn(cache).isEmpty()) << "no partial file";
+    expectIdle();
+    completions = 0;
+    server.always([](const tx::test::HttpRequest &) { return HttpReply::file("whole"); });
+    run(server.url(u"/x.zip"_s));
+    EXPECT_TRUE(error.isNull());
+    EXPECT_TRUE(update->isDownloaded());
+}
+
+TEST_F(Download, CancelEndsWithoutAnError) {
+    FeedServer server;
+    server.expect("GET", "/x.zip",
+                  HttpReply{.body = QByteArray(50000, 'x'), .announcedLength = 100000, .stalls = true});
+    update->cancelDownload(); // not downloading: nothing
+    start(server.url(u"/x.zip"_s));
+    ASSERT_TRUE(waitUntil([this] { return !namesIn(cache).isEmpty(); }));
+    update->cancelDownload();
+    EXPECT_EQ(completions, 1);
+    EXPECT_TRUE(error.isNull());
+    EXPECT_EQ(progress.last(), 0.0);
+    expectIdle();
+    EXPECT_TRUE(namesIn(cache).isEmpty());
+    update->cancelDownload();
+    EXPECT_EQ(completions, 1);
+}
+
+TEST_F(Download, CancelRightAfterTheStart) {
+    FeedServer server;
+    server.always([](const tx::test::HttpRequest &) { return HttpReply{.stalls = true}; });
+    start(server.url(u"/x.zip"_s));
+    update->cancelDownload();
+    EXPECT_EQ(completions, 1);
+    tx::test::drainEvents();
+    expectIdle();
+}
+
+TEST_F(Download, CancelFromWithinTheProgress) {
+    FeedServer server;
+    server.expect("GET", "/x.zip",
+                  HttpReply{.body = QByteArray(500000, 'x'), .announcedLength = 1000000, .stalls = true});
+    update->setFileURL(QUrl(server.url(u"/x.zip"_s)));
+    update->downloadWithProgress(
+        [this](double p) {
+            if (p > 0)
+                update->cancelDownload();
+        },
+        [this](const TXError &) { ++completions; });
+    ASSERT_TRUE(waitUntil([this] { return completions > 0; }));
+    tx::test::drainEvents();
+    EXPECT_EQ(completions, 1);
+    expectIdle();
+}
+
+TEST_F(Download, UpdateMayGoWhileItDownloads) {
+    FeedServer server;
+    server.expect("GET", "/x.zip",
+                  HttpReply{.body = QByteArray(50000, 'x'), .announcedLength = 100000, .stalls = true});
+    start(server.url(u"/x.zip"_s));
+    ASSERT_TRUE(waitUntil([this] { return !namesIn(cache).isEmpty(); }));
+    update.reset();
+    EXPECT_TRUE(namesIn(cache).isEmpty());
+    tx::test::drainEvents();
+    EXPECT_EQ(completions, 0);
+}
+
+TEST_F(Download, UpdateMayGoInItsOwnCompletion) {
+    FeedServer server;
+    server.expect("GET", "/x.zip", HttpReply::file("x"));
+    update->setFileURL(QUrl(server.url(u"/x.zip"_s)));
+    update->downloadWithProgress(nullptr, [this](const TXError &) {
+        update.reset();
+        ++completions;
+    });
+    ASSERT_TRUE(waitUntil([this] { return completions > 0; }));
+    tx::test::drainEvents();
+}
+
+TEST_F(Download, LinkInPlaceOfTheCacheIsRefusedAndNothingBehindItIsTouched) {
+    writeFile(path(u"precious/file"_s), "kept");
+    QDir().mkpath(QFileInfo(cache).path());
+    ASSERT_TRUE(QFile::link(path(u"precious"_s), cache));
+    FeedServer server;
+    server.expect("GET", "/x.zip", HttpReply::file("x"));
+    run(server.url(u"/x.zip"_s));
+    EXPECT_EQ(error.code(), -3000);
+    EXPECT_THAT(error.underlyingError().localizedDescription().toStdString(),
+                testing::HasSubstr(cache.toStdString()));
+    EXPECT_EQ(namesIn(path(u"precious"_s)), QStringList{u"file"_s});
+    expectIdle();
+}
+
+TEST_F(Download, CacheOfAnotherUserIsRefused) {
+    QDir().mkpath(cache);
+    chmod(cache.toUtf8().constData(), 0700);
+    FeedServer server;
+    server.expect("GET", "/x.zip", HttpReply::file("x"));
+    tx::test::FaultFileSystem faults;
+    if (geteuid() == 0)
+        ASSERT_EQ(chown(cache.toUtf8().constData(), 65534, 65534), 0);
+    else
+        faults.failOn(u"checkPrivateDirectory"_s, EPERM);
+    run(server.url(u"/x.zip"_s));
+    EXPECT_EQ(error.code(), -3000);
+    expectIdle();
+}
+
+TEST_F(Download, CacheThatCannotBeMadeIsAnError) {
+    FeedServer server;
+    server.expect("GET", "/x.zip", HttpReply::file("x"));
+    tx::test::FaultFileSystem faults;
+    faults.failOn(u"createDirectory"_s, EACCES);
+    run(server.url(u"/x.zip"_s));
+    EXPECT_EQ(error.code(), -3000);
+    expectIdle();
+}
+
+TEST_F(Download, FullDiskIsAnErrorWithoutLeftovers) {
+    FeedServer server;
+    server.expect("GET", "/x.zip", HttpReply::file(QByteArray(900000, 'x')));
+    tx::test::FaultFileSystem faults;
+    faults.spaceLeft = 300000;
+    run(server.url(u"/x.zip"_s));
+    EXPECT_EQ(error.code(), -3003);
+    EXPECT_TRUE(namesIn(cache).isEmpty());
+    expectIdle();
+}
+
+TEST_F(Download, CleanupRemovesTheFolder) {
+    update->cleanup(); // nothing is downloaded
+    FeedServer server;
+    server.expect("GET", "/x.zip", HttpReply::file("x"));
+    run(server.url(u"/x.zip"_s));
+    update->cleanup();
+    EXPECT_FALSE(QFileInfo::exists(cache));
+}
+
+} // namespace

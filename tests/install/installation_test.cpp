@@ -1,0 +1,200 @@
+// SPDX-License-Identifier: MIT
+#include "core/settings.h"
+#include "install/installerclient.h"
+#include "install/updateinstallation.h"
+#include "platform/directories.h"
+#include "tests/support/builders.h"
+#include "tests/support/environment.h"
+#include "tests/support/fakes.h"
+
+#include <QSignalSpy>
+
+#include <sys/stat.h>
+
+using namespace Qt::StringLiterals;
+using tx::test::waitUntil;
+
+namespace {
+
+class Installing : public tx::test::FrameworkTest {
+protected:
+    TXUpdatePtr update = std::make_shared<TXUpdate>();
+    const QString cache = tx::updateCacheDirectoryFilePath();
+    tx::test::RecordingWorkspace workspace;
+    QList<int> exits;
+    QList<tx::Alert> alerts;
+    int calls = 0;
+    TXError error;
+
+    Installing() {
+        tx::services().exitProcess = [this](int status) { exits << status; };
+        tx::services().presentAlert = [this](const tx::Alert &alert) {
+            alerts << alert;
+            return 0;
+        };
+        update->setVersion(u"2000"_s);
+        update->setDisplayVersion(u"2.1"_s);
+        tx::test::makeBundle(path(u"staging/MyApp.app"_s), {.build = u"2000"_s});
+        tx::test::makeArchive(cache + u"/MyApp - 2000.zip"_s, tx::test::ArchiveKind::Zip,
+                              tx::test::entriesOf(path(u"staging/MyApp.app"_s)));
+        chmod(cache.toUtf8().constData(), 0700);
+        downloaded(cache + u"/MyApp - 2000.zip"_s);
+    }
+    void downloaded(const QString &file) {
+        update->setDownloadPath(file);
+        update->setDownloaded(true);
+    }
+    void install() {
+        update->installWithErrorHandler([this](const TXError &e) {
+            error = e;
+            ++calls;
+        });
+    }
+    void installAndWait() {
+        install();
+        ASSERT_TRUE(waitUntil([this] { return calls > 0; }));
+        tx::test::drainEvents();
+        EXPECT_EQ(calls, 1);
+        EXPECT_FALSE(update->isInstalling());
+        EXPECT_FALSE(update->isInstalled());
+        EXPECT_TRUE(update->isDownloaded()) << "the user may try again";
+    }
+};
+
+/// The installer tool cannot be started; everything else can.
+class WithoutInstaller : public Installing {
+protected:
+    tx::test::RecordingTasks tasks;
+    WithoutInstaller() {
+        tasks.runsForReal = true;
+        tasks.failing = [](const tx::TaskRequest &r) {
+            return r.program.endsWith(u"/TXUpdateInstaller"_s) ? EACCES : 0;
+        };
+    }
+};
+
+TEST_F(Installing, HandsTheUnpackedApplicationToTheInstaller) {
+    tx::test::RecordingTasks tasks;
+    tasks.runsForReal = true;
+    tasks.failing = [this](const tx::TaskRequest &r) {
+        if (r.program.endsWith(u"/TXUpdateInstaller"_s))
+            exits << -1; // counted, and replaced by a harmless start below
+        return 0;
+    };
+    // The real tool would wait for this process to end: let a stand-in take its place.
+    tx::test::FaultFileSystem files;
+    files.observer = [](const QString &operation, const QString &p) {
+        if (operation == u"replaceFile" && p.endsWith(u".environment"_s))
+            tx::test::writeFile(TXUpdateInstallerClient::executableOfTool(), "#!/bin/sh\nexit 0\n",
+                                QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    };
+    QSignalSpy installing(update.get(), &TXUpdate::isInstallingChanged);
+    install();
+    EXPECT_TRUE(update->isInstalling());
+    ASSERT_TRUE(waitUntil([this] { return exits.contains(0); }));
+    EXPECT_EQ(exits, (QList<int>{-1, 0}));
+    EXPECT_EQ(tasks.started.last().arguments[1], cache + u"/MyApp.app"_s);
+    EXPECT_EQ(tasks.started.last().arguments[3], cache + u"/MyApp - 2000.zip"_s);
+    tx::test::drainEvents();
+    EXPECT_EQ(calls, 0) << "the handler is never called on success";
+    EXPECT_TRUE(update->isInstalling());
+    EXPECT_EQ(installing.count(), 1);
+    const QStringList log = logLines();
+    EXPECT_LT(log.indexOf(u"TXUpdate: Beginning Installation"_s),
+              log.indexOf(u"TXUpdate: Beginning unarchive"_s));
+    EXPECT_LT(log.indexOf(u"TXUpdate: Beginning unarchive"_s), log.indexOf(u"TXUpdate: Beginning install"_s));
+}
+
+TEST_F(Installing, IsIgnoredBeforeTheDownloadAndWhileInstalling) {
+    update->setDownloaded(false);
+    install();
+    tx::test::drainEvents();
+    EXPECT_FALSE(update->isInstalling());
+    update->setDownloaded(true);
+    update->setDownloadPath(cache + u"/broken.zip"_s);
+    tx::test::writeFile(cache + u"/broken.zip"_s, "x");
+    int first = 0;
+    update->installWithErrorHandler([&](const TXError &) { ++first; });
+    install();                  // dropped
+    update->cancelInstalling(); // does nothing
+    EXPECT_TRUE(update->isInstalling());
+    ASSERT_TRUE(waitUntil([&] { return first > 0; }));
+    tx::test::drainEvents();
+    EXPECT_EQ(calls, 0);
+}
+
+TEST_F(Installing, UnarchivingErrorIsHandedOn) {
+    tx::test::writeFile(cache + u"/broken.zip"_s, "x");
+    downloaded(cache + u"/broken.zip"_s);
+    installAndWait();
+    EXPECT_EQ(error.localizedDescription(), u"The update could not be unarchived."_s);
+    EXPECT_TRUE(QFileInfo::exists(cache + u"/broken.zip"_s)) << "the archive stays";
+    EXPECT_TRUE(alerts.isEmpty());
+}
+
+TEST_F(WithoutInstaller, NewVersionGoesIntoDownloadsAndTheUserIsTold) {
+    installAndWait();
+    EXPECT_TRUE(error.isNull()) << error.toString().toStdString();
+    const QString target = *tx::downloadsDirectory() + u"/MyApp 2.1.app"_s;
+    EXPECT_EQ(tx::test::treeOf(target), tx::test::treeOf(path(u"staging/MyApp.app"_s)));
+    ASSERT_EQ(alerts.size(), 1);
+    EXPECT_EQ(alerts.first().message, u"The new version is ready for you to install."_s);
+    EXPECT_EQ(alerts.first().informative, u"The application could not be installed automatically. Instead, "
+                                          u"simply quit the application and replace "
+                                          "the old version with the new one."_s);
+    EXPECT_EQ(alerts.first().buttons, QStringList{u"Show New Version"_s});
+    EXPECT_EQ(workspace.revealed, QStringList{target});
+    EXPECT_TRUE(exits.isEmpty());
+    EXPECT_THAT(logLines().join(u'\n').toStdString(),
+                testing::HasSubstr("[TXUpdate] Installing the update failed: NSCocoaErrorDomain"));
+}
+
+TEST_F(WithoutInstaller, VersionCannotLeadOutOfDownloads) {
+    update->setDisplayVersion(u"../../evil"_s);
+    installAndWait();
+    EXPECT_TRUE(QFileInfo(*tx::downloadsDirectory() + u"/MyApp ..-..-evil.app"_s).isDir());
+}
+
+TEST_F(WithoutInstaller, FailedMoveHasItsWords) {
+    tx::test::FaultFileSystem faults;
+    faults.failOn(u"move"_s, EACCES);
+    installAndWait();
+    EXPECT_EQ(error, TXError(u"TXUpdate"_s, 0, u"The application could not be installed automatically."_s, {},
+                             u"To update, go to the website and download the latest version directly."_s));
+    EXPECT_TRUE(alerts.isEmpty());
+    EXPECT_THAT(logLines().join(u'\n').toStdString(),
+                testing::HasSubstr("[TXUpdate] Fallback to moving the update into Downloads failed: "));
+}
+
+TEST_F(WithoutInstaller, ApplicationThatStandsInDownloadsAlreadyIsKept) {
+    const QString target = *tx::downloadsDirectory() + u"/MyApp 2.1.app"_s;
+    tx::test::writeFile(target + u"/kept"_s, "x");
+    installAndWait();
+    EXPECT_EQ(error.domain(), u"TXUpdate"_s);
+    EXPECT_TRUE(QFileInfo::exists(target + u"/kept"_s));
+}
+
+TEST_F(WithoutInstaller, MissingDownloadsFolderIsTheSystemsError) {
+    tx::test::FaultFileSystem faults;
+    faults.failOn(u"createDirectory"_s, EROFS, u"Downloads"_s);
+    installAndWait();
+    EXPECT_EQ(error.domain(), u"NSPOSIXErrorDomain"_s);
+    EXPECT_EQ(error.code(), EROFS);
+}
+
+TEST_F(Installing, UnknownArchiveTypeRunsIntoTheFallback) {
+    tx::test::writeFile(cache + u"/MyApp.dmg"_s, "x");
+    downloaded(cache + u"/MyApp.dmg"_s);
+    installAndWait();
+    EXPECT_EQ(error.domain(), u"TXUpdate"_s);
+    EXPECT_TRUE(exits.isEmpty());
+    EXPECT_TRUE(alerts.isEmpty());
+}
+
+TEST_F(Installing, UpdateMayGoWhileItUnpacks) {
+    install();
+    update.reset();
+    EXPECT_FALSE(waitUntil([this] { return calls > 0 || !exits.isEmpty(); }, 300));
+}
+
+} // namespace

@@ -1,0 +1,256 @@
+// SPDX-License-Identifier: MIT
+#include "install/installerclient.h"
+
+#include "core/settings.h"
+#include "tests/support/builders.h"
+#include "tests/support/environment.h"
+#include "tests/support/fakes.h"
+
+#include <QCoreApplication>
+#include <QLocale>
+
+#include <sys/stat.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+class InstallerClient : public tx::test::FrameworkTest {
+protected:
+    TXUpdateInstallerClient *client = TXUpdateInstallerClient::sharedInstance();
+    tx::test::RecordingTasks tasks;
+    tx::test::ScriptedAuthorization authorization;
+    QList<int> exits;
+    TXError error;
+    const QString application = path(u"cache/New \u00FC.app"_s);
+    const QString archive = path(u"cache/New - 5.zip"_s);
+    const QString cache = tx::updateCacheDirectoryFilePath();
+
+    InstallerClient() {
+        tx::services().exitProcess = [this](int status) { exits << status; };
+        QLocale::setDefault(QLocale(u"en_GB"_s));
+    }
+    ~InstallerClient() override { QLocale::setDefault(QLocale::c()); }
+
+    QStringList expectedArguments() const {
+        return {QString::number(QCoreApplication::applicationPid()), application,
+                path(u"Applications/Host.app"_s), archive};
+    }
+    bool authorized() {
+        return client->launchToolWithAuthorizationToInstallURL(application, archive, &error);
+    }
+    void expectReason(const QString &reason) {
+        EXPECT_EQ(error,
+                  TXError(u"TXUpdater"_s, 0, u"The application update could not be installed."_s, reason));
+    }
+};
+
+TEST_F(InstallerClient, StartsTheToolFromItsCopyAndEndsTheProcess) {
+    EXPECT_TRUE(client->installUnarchivedApp(application, archive, &error));
+    EXPECT_EQ(exits, QList<int>{0});
+    ASSERT_EQ(tasks.started.size(), 1);
+    const tx::TaskRequest &started = tasks.started.first();
+    EXPECT_EQ(started.program, cache + u"/TXUpdateInstaller.app/Contents/MacOS/TXUpdateInstaller"_s);
+    EXPECT_EQ(started.arguments, expectedArguments());
+    ASSERT_TRUE(started.environment);
+    EXPECT_EQ(*started.environment, QStringList{u"HostApplicationName=Host"_s}) << "exactly this variable";
+    EXPECT_TRUE(started.ownSession);
+    EXPECT_TRUE(QFileInfo(started.program).isExecutable());
+    EXPECT_THAT(
+        logLines(),
+        testing::ElementsAre(u"TXUpdate: Installing needs no authorization"_s,
+                             u"TXUpdate: Launching installer (%1)"_s.arg(expectedArguments().join(u", "_s)),
+                             u"TXUpdate: installer task launched successfully. Exiting now..."_s));
+}
+
+TEST_F(InstallerClient, SessionIsRecordedForTheUserAlone) {
+    qputenv("TARVIX_TEST_SESSION", "a=b\nc");
+    EXPECT_TRUE(client->prepareInstallerHelperTool(&error));
+    const QByteArray record = tx::test::readFile(cache + u"/TXUpdateInstaller.environment"_s);
+    EXPECT_TRUE(record.split('\0').contains("TARVIX_TEST_SESSION=a=b\nc"));
+    struct stat info {};
+    ASSERT_EQ(lstat((cache + u"/TXUpdateInstaller.environment"_s).toUtf8().constData(), &info), 0);
+    EXPECT_EQ(info.st_mode & 07777, 0600U);
+    qunsetenv("TARVIX_TEST_SESSION");
+}
+
+TEST_F(InstallerClient, StaleCopyIsReplaced) {
+    tx::test::writeFile(cache + u"/TXUpdateInstaller.app/stale"_s, "x");
+    chmod(cache.toUtf8().constData(), 0700);
+    EXPECT_TRUE(client->prepareInstallerHelperTool(&error));
+    EXPECT_EQ(tx::test::treeOf(TXUpdateInstallerClient::copyOfTool()),
+              tx::test::treeOf(TXUpdateInstallerClient::sourceOfTool()));
+}
+
+TEST_F(InstallerClient, AuthorizationIsNeededUnlessBundleAndFolderAreWritable) {
+    for (const QString &closed : {QString(), u"Applications/Host.app"_s, u"Applications"_s}) {
+        const QString folder = path(closed.isNull() ? u"x"_s : closed);
+        QDir().mkpath(path(u"x"_s));
+        ASSERT_EQ(chmod(folder.toUtf8().constData(), 0500), 0);
+        {
+            const tx::test::DroppedPrivileges user(path(u""_s));
+            EXPECT_EQ(client->needsAuthorizationToInstallToURL(path(u"Applications/Host.app"_s)),
+                      !closed.isNull())
+                << closed.toStdString();
+        }
+        ASSERT_EQ(chmod(folder.toUtf8().constData(), 0700), 0);
+    }
+}
+
+TEST_F(InstallerClient, EachStepOfThePreparationHasItsReason) {
+    struct Case {
+        QString operation;
+        QString part;
+        QString reason;
+    };
+    for (const Case &c :
+         {Case{u"remove"_s, u"TXUpdateInstaller.app"_s,
+               u"A pre-existing installer tool could not be removed."_s},
+          Case{u"createDirectory"_s, {}, u"The folder to contain the installer tool could not be created."_s},
+          Case{u"checkPrivateDirectory"_s,
+               {},
+               u"The folder to contain the installer tool could not be created."_s},
+          Case{u"copy"_s, {}, u"The installer tool could not be copied into its temporary location."_s},
+          Case{u"replaceFile"_s,
+               {},
+               u"The installer tool could not be copied into its temporary location."_s}}) {
+        QDir(cache).removeRecursively();
+        if (c.operation == u"remove") {
+            tx::test::writeFile(cache + u"/TXUpdateInstaller.app/x"_s, "x");
+            chmod(cache.toUtf8().constData(), 0700);
+        }
+        tx::test::FaultFileSystem faults;
+        faults.failOn(c.operation, EIO, c.part);
+        EXPECT_FALSE(client->installUnarchivedApp(application, archive, &error)) << c.operation.toStdString();
+        EXPECT_EQ(error.domain(), u"TXUpdater"_s);
+        EXPECT_EQ(error.localizedDescription(), u"The application update could not be installed."_s);
+        EXPECT_EQ(error.localizedFailureReason(), c.reason);
+        EXPECT_EQ(error.underlyingError().code(), EIO);
+    }
+    EXPECT_TRUE(exits.isEmpty());
+}
+
+TEST_F(InstallerClient, CopyThatIsNotThereIsNoticed) {
+    tx::test::FaultFileSystem faults;
+    faults.failOn(u"exists"_s, ENOENT, u"TXUpdateInstaller.app"_s);
+    EXPECT_FALSE(client->prepareInstallerHelperTool(&error));
+    expectReason(u"The copied installer tool does not exist where it should."_s);
+    EXPECT_TRUE(error.underlyingError().isNull());
+}
+
+TEST_F(InstallerClient, FailedLaunchIsReportedAndTheCopyRemoved) {
+    tasks.failing = [](const tx::TaskRequest &) { return ENOEXEC; };
+    EXPECT_FALSE(client->installUnarchivedApp(application, archive, &error));
+    EXPECT_EQ(error.domain(), u"NSCocoaErrorDomain"_s);
+    EXPECT_EQ(error.code(), 0);
+    EXPECT_EQ(error.localizedDescription(),
+              u"The update could not be installed because the updater tool could not be launched."_s);
+    EXPECT_THAT(error.localizedFailureReason().toStdString(), testing::HasSubstr("Exec format error"));
+    EXPECT_FALSE(QFileInfo::exists(TXUpdateInstallerClient::copyOfTool()));
+    EXPECT_FALSE(QFileInfo::exists(TXUpdateInstallerClient::environmentRecord()));
+    EXPECT_TRUE(exits.isEmpty());
+    EXPECT_THAT(logLines().join(u'\n').toStdString(),
+                testing::HasSubstr("TXUpdate: Installer task failed to launch. "));
+}
+
+TEST_F(InstallerClient, CopyThatCannotBeRemovedIsLogged) {
+    EXPECT_TRUE(client->prepareInstallerHelperTool(nullptr));
+    tx::test::FaultFileSystem faults;
+    faults.failOn(u"remove"_s, EBUSY);
+    client->removeInstallerHelperTool();
+    EXPECT_THAT(logLines().join(u'\n').toStdString(),
+                testing::HasSubstr("The installer helper tool could not be removed. "));
+}
+
+TEST_F(InstallerClient, NothingToInstallIsAnErrorAndTheHostLives) {
+    EXPECT_FALSE(client->installUnarchivedApp({}, archive, &error));
+    EXPECT_EQ(error.localizedDescription(), u"The application update could not be installed."_s);
+    EXPECT_TRUE(exits.isEmpty());
+    EXPECT_TRUE(tasks.started.isEmpty());
+}
+
+TEST_F(InstallerClient, AuthorizedRoadAsksForTheRightAndExecutesTheSameArguments) {
+    tx::AuthorizationItem plain;
+    plain.name = "system.privilege.admin";
+    tx::AuthorizationItem valued;
+    valued.name = "x";
+    valued.value = "v";
+    valued.flags = 3;
+    authorization.grants = {plain, valued};
+    tx::test::FaultFileSystem faults;
+    faults.failOn(u"isWritable"_s, EACCES);
+    EXPECT_TRUE(client->installUnarchivedApp(application, archive, &error));
+    EXPECT_EQ(exits, QList<int>{0});
+    EXPECT_TRUE(tasks.started.isEmpty());
+    EXPECT_EQ(authorization.calls,
+              (QStringList{u"create 0"_s, u"copyRights"_s, u"execute 0"_s, u"free 8"_s}));
+    ASSERT_EQ(authorization.lastRights.size(), 1);
+    EXPECT_EQ(authorization.lastRights.first().name, QByteArray("system.privilege.admin"));
+    EXPECT_FALSE(authorization.lastRights.first().value.has_value());
+    EXPECT_EQ(authorization.rightsFlags, 19U);
+    EXPECT_EQ(authorization.executedPath, TXUpdateInstallerClient::executableOfTool());
+    EXPECT_EQ(authorization.executedArguments, expectedArguments());
+    EXPECT_THAT(logLines(),
+                testing::ElementsAre(u"TXUpdate: Installing needs authorization"_s,
+                                     u"TXUpdate: AuthInstall: creating authorization"_s,
+                                     u"Obtained right:  system.privilege.admin / 0"_s, u"value: is NULL"_s,
+                                     u"Obtained right:  x / 3"_s, u"value: v"_s,
+                                     u"TXUpdate: AuthInstall: Will execute with privileges.\nPath: "_s +
+                                         TXUpdateInstallerClient::executableOfTool(),
+                                     u"TXUpdate: installer task launched successfully. Exiting now..."_s));
+}
+
+TEST_F(InstallerClient, PromptIsEnglishOnlyAndCountedInCharacters) {
+    ASSERT_TRUE(authorized());
+    ASSERT_EQ(authorization.lastEnvironment.size(), 1);
+    const QString prompt = u"An administrator's password is required to install New \u00FC.app."_s;
+    EXPECT_EQ(authorization.lastEnvironment.first().name, QByteArray("prompt"));
+    EXPECT_EQ(authorization.lastEnvironment.first().value, prompt.toUtf8());
+    EXPECT_EQ(authorization.lastEnvironment.first().valueLength, quint64(prompt.size()));
+    EXPECT_EQ(authorization.lastEnvironment.first().flags, 0U);
+    QLocale::setDefault(QLocale(u"de_DE"_s));
+    ASSERT_TRUE(authorized());
+    EXPECT_TRUE(authorization.lastEnvironment.isEmpty());
+}
+
+TEST_F(InstallerClient, DeniedCreationIsRepeatedUntilItIsNot) {
+    authorization.createStatuses = {-60005, -60005, -60005, 0};
+    EXPECT_TRUE(authorized());
+    EXPECT_EQ(authorization.calls.count(u"create 0"_s), 4);
+}
+
+TEST_F(InstallerClient, FailedCreationHasItsReason) {
+    authorization.createStatuses = {-60008};
+    EXPECT_FALSE(authorized());
+    expectReason(u"Couldn't get authorization to launch the installer tool."_s);
+    EXPECT_THAT(logLines(),
+                testing::Contains(u"TXUpdate: AuthInstall: authorization failed with error -60008"_s));
+}
+
+TEST_F(InstallerClient, CancelledDialogHasItsNumberAndTheReferenceIsKept) {
+    authorization.rightsStatus = -60006;
+    EXPECT_FALSE(authorized());
+    expectReason(u"Couldn't get authorization to launch the installer tool. -60006"_s);
+    EXPECT_THAT(logLines(), testing::Contains(u"AuthorizationCopyRights returned -60006"_s));
+    EXPECT_EQ(authorization.calls, (QStringList{u"create 0"_s, u"copyRights"_s}));
+}
+
+TEST_F(InstallerClient, FailedExecutionHasItsReasonAndNamesAMissingTool) {
+    ASSERT_TRUE(client->prepareInstallerHelperTool(nullptr));
+    authorization.executeStatus = -60031;
+    EXPECT_FALSE(authorized());
+    expectReason(u"The authorized installer tool failed to launch. -60031"_s);
+    EXPECT_EQ(authorization.calls.last(), u"free 8"_s);
+    client->removeInstallerHelperTool();
+    EXPECT_FALSE(authorized());
+    expectReason(
+        u"The authorized installer tool failed to launch. -60031\nThe installer tool doesn't exist at:\n%1"_s
+            .arg(TXUpdateInstallerClient::executableOfTool()));
+    authorization.executeStatus = -60007;
+    EXPECT_FALSE(authorized());
+    expectReason(u"The authorized installer tool failed to launch. -60007"_s);
+    EXPECT_THAT(logLines(),
+                testing::Contains(u"TXUpdate: AuthInstall: execution failed with error -60007"_s));
+}
+
+} // namespace

@@ -1,0 +1,299 @@
+// SPDX-License-Identifier: MIT
+#include "install/unarchiver.h"
+#include "platform/filesystem.h"
+#include "tests/support/builders.h"
+#include "tests/support/environment.h"
+#include "tests/support/fakes.h"
+
+#include <QCoreApplication>
+#include <QThread>
+
+#include <sys/stat.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+
+using namespace Qt::StringLiterals;
+using tx::test::ArchiveEntry;
+using tx::test::ArchiveKind;
+using tx::test::waitUntil;
+
+namespace {
+
+class Unarchiver : public tx::test::FrameworkTest {
+protected:
+    const QString folder = path(u"a \"b's\" $folder"_s).remove(u'"');
+    QString application;
+    TXError error;
+    int completions = 0;
+    int progress = 0;
+    bool onMain = false;
+    tx::test::RecordingWorkspace workspace;
+
+    Unarchiver() { QDir().mkpath(folder); }
+
+    QString archive(ArchiveKind kind, const QList<ArchiveEntry> &entries, const QString &name = u"App"_s) {
+        const QString file = folder + u'/' + name + QString::fromLatin1(tx::test::suffixOf(kind));
+        tx::test::makeArchive(file, kind, entries);
+        return file;
+    }
+    /// An archive of a new build of the host.
+    QList<ArchiveEntry> newBuild(const QString &identifier = u"org.example.Host"_s) {
+        const QString bundle = path(u"staging/New.app"_s);
+        tx::test::makeBundle(bundle, {.identifier = identifier, .build = u"2000"_s});
+        tx::test::writeFile(bundle + u"/Contents/Resources/data"_s, QByteArray(100000, 'd'));
+        EXPECT_EQ(symlink("data", (bundle + u"/Contents/Resources/link"_s).toUtf8().constData()), 0);
+        const auto entries = tx::test::entriesOf(bundle);
+        return entries;
+    }
+    void unarchive(const QString &file) {
+        TXUpdateUnarchiver::unarchive(
+            file, [this] { ++progress; },
+            [this](const QString &a, const TXError &e) {
+                application = a;
+                error = e;
+                ++completions;
+                onMain = QThread::currentThread() == QCoreApplication::instance()->thread();
+            });
+        ASSERT_TRUE(waitUntil([this] { return completions > 0; }, 200000));
+        tx::test::drainEvents();
+        EXPECT_EQ(completions, 1);
+    }
+    void expectFailure(const QString &reason) {
+        EXPECT_TRUE(application.isNull());
+        EXPECT_EQ(
+            error,
+            TXError(u"TXUpdater"_s, 0, u"The update could not be unarchived."_s, reason,
+                    u"You can always download the latest version from the website, but try quitting and "
+                    "relaunching the application first."_s));
+        EXPECT_THAT(logLines(), testing::Contains(u"TXUpdate: Unarchiving failed... "_s + reason));
+    }
+};
+
+class UnarchiverKind : public Unarchiver, public testing::WithParamInterface<ArchiveKind> {};
+
+TEST_P(UnarchiverKind, UnpacksBesideTheArchiveWithModesAndLinks) {
+    const auto entries = newBuild();
+    unarchive(archive(GetParam(), entries));
+    EXPECT_TRUE(error.isNull()) << error.toString().toStdString();
+    EXPECT_TRUE(onMain);
+    EXPECT_EQ(application, folder + u"/New.app"_s);
+    EXPECT_EQ(tx::test::treeOf(application), tx::test::treeOf(path(u"staging/New.app"_s)));
+}
+
+INSTANTIATE_TEST_SUITE_P(Kinds, UnarchiverKind,
+                         testing::Values(ArchiveKind::Zip, ArchiveKind::Tgz, ArchiveKind::Tbz,
+                                         ArchiveKind::Tar));
+
+TEST_F(Unarchiver, CommandIsChosenBySuffixInAnyCase) {
+    const QString zip = u"ditto -x -k - \"$TXUPDATE_UNARCHIVER_DESTINATION\""_s;
+    const QString gzip = u"tar -zxC \"$TXUPDATE_UNARCHIVER_DESTINATION\""_s;
+    const QString bzip = u"tar -jxC \"$TXUPDATE_UNARCHIVER_DESTINATION\""_s;
+    const QList<std::pair<QString, QString>> cases{
+        {u"a.zip"_s, zip},
+        {u"Update.ZIP"_s, zip},
+        {u"a.tgz"_s, gzip},
+        {u"a.tar.gz"_s, gzip},
+        {u"a.tbz"_s, bzip},
+        {u"a.tar.bz"_s, bzip},
+        {u"a.tar"_s, u"tar -xC \"$TXUPDATE_UNARCHIVER_DESTINATION\""_s},
+        {u"a.tar.bz2"_s, {}},
+        {u"a.tbz2"_s, {}},
+        {u"App.tar - 5.gz"_s, {}},
+        {u"a.dmg"_s, {}},
+        {u"zip"_s, {}}};
+    for (const auto &[name, command] : cases)
+        EXPECT_EQ(TXUpdateUnarchiver::commandForFileName(name), command) << name.toStdString();
+}
+
+TEST_F(Unarchiver, UnknownTypeIsReportedAtOnceWithNeitherApplicationNorError) {
+    bool called = false;
+    TXUpdateUnarchiver::unarchive(path(u"a.dmg"_s), nullptr, [&](const QString &a, const TXError &e) {
+        called = true;
+        EXPECT_TRUE(a.isNull());
+        EXPECT_TRUE(e.isNull());
+    });
+    EXPECT_TRUE(called) << "before the call returns";
+    EXPECT_THAT(logLines(), testing::Contains(u"TXUpdate: Unarchiving could not happen. Unknown type."_s));
+}
+
+TEST_F(Unarchiver, AbsentArchiveIsNamedAndRevealed) {
+    unarchive(folder + u"/none.zip"_s);
+    expectFailure(
+        u"Could not open the archive. File does not exist at path %1"_s.arg(folder + u"/none.zip"_s));
+    EXPECT_EQ(workspace.revealed, QStringList{folder + u"/none.zip"_s});
+}
+
+TEST_F(Unarchiver, UnreadableArchiveHasTheFixedNumberAndIsRevealed) {
+    const QString file = archive(ArchiveKind::Zip, newBuild());
+    ASSERT_EQ(chmod(file.toUtf8().constData(), 0), 0);
+    const bool asRoot = geteuid() == 0;
+    // Root may read everything; the background job runs as root then, so what cannot be opened is a loop of
+    // links.
+    if (asRoot) {
+        QFile::remove(file);
+        ASSERT_TRUE(QFile::link(file, file));
+    }
+    unarchive(file);
+    expectFailure(u"Could not open the archive. Unknown error -54 (-54)"_s);
+    EXPECT_EQ(workspace.revealed, QStringList{file});
+}
+
+TEST_F(Unarchiver, CorruptArchiveLeavesNoApplication) {
+    for (const QByteArray &content : {QByteArray("neither"), QByteArray(), QByteArray(40000, '\x1f')}) {
+        for (const QString &name : {u"a.zip"_s, u"a.tgz"_s, u"a.tbz"_s, u"a.tar"_s}) {
+            completions = 0;
+            tx::test::writeFile(folder + u'/' + name, content);
+            unarchive(folder + u'/' + name);
+            expectFailure(u"Could not find the unarchived application."_s);
+        }
+    }
+}
+
+TEST_F(Unarchiver, OtherProductAndNestedFolderAreNotTaken) {
+    unarchive(archive(ArchiveKind::Zip, newBuild(u"org.example.Other"_s)));
+    expectFailure(u"Could not find the unarchived application."_s);
+    auto nested = newBuild();
+    for (ArchiveEntry &entry : nested)
+        entry.name.prepend(u"Folder/"_s);
+    completions = 0;
+    unarchive(archive(ArchiveKind::Tgz, nested, u"Nested"_s));
+    expectFailure(u"Could not find the unarchived application."_s);
+}
+
+TEST_F(Unarchiver, LinkToAnApplicationIsNotTaken) {
+    tx::test::makeBundle(path(u"outside/Real.app"_s), {});
+    unarchive(archive(ArchiveKind::Tar, {{u"A.app"_s, ArchiveEntry::SymbolicLink,
+                                          path(u"outside/Real.app"_s).toUtf8(), 0777}}));
+    expectFailure(u"Could not find the unarchived application."_s);
+}
+
+TEST_F(Unarchiver, EntriesThatWouldLeaveTheFolderDoNot) {
+    tx::test::writeFile(path(u"victim"_s), "kept");
+    for (const ArchiveKind kind : {ArchiveKind::Zip, ArchiveKind::Tgz}) {
+        completions = 0;
+        auto entries = newBuild();
+        entries.append({u"../victim"_s, ArchiveEntry::File, "bad", 0644});
+        entries.append({path(u"absolute"_s), ArchiveEntry::File, "bad", 0644});
+        entries.append({u"New.app/up"_s, ArchiveEntry::SymbolicLink, "../..", 0777});
+        entries.append({u"New.app/up/victim"_s, ArchiveEntry::File, "bad", 0644});
+        unarchive(archive(kind, entries));
+        EXPECT_EQ(tx::test::readFile(path(u"victim"_s)), QByteArray("kept"));
+        EXPECT_FALSE(QFileInfo::exists(path(u"absolute"_s)));
+    }
+}
+
+TEST_F(Unarchiver, ApplicationWithASpecialFileIsNotTaken) {
+    auto entries = newBuild();
+    entries.append({u"New.app/Contents/pipe"_s, ArchiveEntry::Fifo, {}, 0644});
+    entries.append({u"New.app/Contents/null"_s, ArchiveEntry::CharacterDevice, {}, 0666});
+    unarchive(archive(ArchiveKind::Tgz, entries));
+    expectFailure(u"Could not find the unarchived application."_s);
+    EXPECT_THAT(logLines().join(u'\n').toStdString(),
+                testing::HasSubstr("is no file that an application may hold"));
+}
+
+TEST_F(Unarchiver, ManyEntries) {
+    // In memory: how fast a disk makes that many files is not what is tested.
+    const QTemporaryDir memory(u"/dev/shm/tarvix-XXXXXX"_s);
+    ASSERT_TRUE(memory.isValid());
+    auto entries = newBuild();
+    for (int i = 0; i < 100000; ++i)
+        entries.append(
+            {u"New.app/Contents/Resources/%1/%2"_s.arg(i / 1000).arg(i), ArchiveEntry::File, {}, 0644});
+    tx::test::makeArchive(memory.filePath(u"App.tar"_s), ArchiveKind::Tar, entries);
+    unarchive(memory.filePath(u"App.tar"_s));
+    EXPECT_TRUE(error.isNull()) << error.toString().toStdString();
+    EXPECT_TRUE(QFileInfo::exists(application + u"/Contents/Resources/99/99999"_s));
+}
+
+TEST_F(Unarchiver, PipeThatCannotBeOpenedIsReported) {
+    tx::test::RecordingTasks tasks;
+    tasks.failing = [](const tx::TaskRequest &) { return EMFILE; };
+    unarchive(archive(ArchiveKind::Zip, newBuild()));
+    expectFailure(u"Opening the pipe for the archive failed %1."_s.arg(EMFILE));
+}
+
+/// A command that stops reading.
+class DeafTasks : public tx::Tasks {
+public:
+    DeafTasks() { tx::services().tasks = this; }
+    ~DeafTasks() override { tx::services().tasks = &tx::nativeTasks(); }
+    Q_DISABLE_COPY_MOVE(DeafTasks)
+    tx::Result<std::unique_ptr<tx::Task>> start(const tx::TaskRequest &request) override {
+        tx::TaskRequest deaf = request;
+        deaf.arguments = {u"-c"_s, u"exec true"_s};
+        auto task = tx::nativeTasks().start(deaf);
+        (*task)->wait();
+        return task;
+    }
+};
+
+TEST_F(Unarchiver, ShortWriteIsReportedEvenWhenAnApplicationStandsThere) {
+    tx::test::makeBundle(folder + u"/Old.app"_s, {});
+    const DeafTasks deaf;
+    unarchive(archive(ArchiveKind::Zip, newBuild()));
+    expectFailure(u"Piping the archive failed %1."_s.arg(EPIPE));
+}
+
+TEST_F(Unarchiver, ReadErrorIsReported) {
+    QDir().mkpath(folder + u"/folder.zip"_s); // opens, but cannot be read
+    unarchive(folder + u"/folder.zip"_s);
+    expectFailure(u"An error occured while reading from the archive 1."_s);
+}
+
+TEST_F(Unarchiver, HostsEnvironmentIsNotTouched) {
+    qputenv("TXUPDATE_UNARCHIVER_DESTINATION", "mine");
+    unarchive(archive(ArchiveKind::Zip, newBuild()));
+    EXPECT_TRUE(error.isNull()) << error.toString().toStdString();
+    EXPECT_EQ(qgetenv("TXUPDATE_UNARCHIVER_DESTINATION"), QByteArray("mine"));
+    qunsetenv("TXUPDATE_UNARCHIVER_DESTINATION");
+}
+
+TEST_F(Unarchiver, ProgressIsReportedOnTheMainThread) {
+    double now = 0;
+    tx::services().secondsSinceReferenceDate = [&now] { return now += 1; };
+    auto entries = newBuild();
+    QByteArray noise(400000, 0);
+    for (qsizetype i = 0; i < noise.size(); ++i)
+        noise[i] = static_cast<char>((i * 7919) >> 3);
+    entries.append({u"New.app/noise"_s, ArchiveEntry::File, noise, 0644});
+    unarchive(archive(ArchiveKind::Tar, entries));
+    EXPECT_GT(progress, 3) << "one a chunk of 32768 bytes when time passes";
+}
+
+TEST_F(Unarchiver, StepsAreLogged) {
+    const QString file = archive(ArchiveKind::Zip, newBuild());
+    unarchive(file);
+    EXPECT_EQ(logLines(),
+              (QStringList{u"TXUpdate: Unarchive "_s + file, u"TXUpdate: Unarchiving: opening the file"_s}));
+}
+
+TEST_F(Unarchiver, QuarantineIsRemovedFromAnEntryAndBelowIt) {
+    tx::test::FaultFileSystem files;
+    QStringList touched;
+    files.observer = [&](const QString &operation, const QString &p) {
+        if (operation == u"removeExtendedAttribute")
+            touched << p;
+    };
+    tx::test::writeFile(path(u"q/deep/er/file"_s), "x");
+    ASSERT_TRUE(QFile::link(path(u"home"_s), path(u"q/link"_s)));
+    TXUpdateUnarchiver::releaseFromQuarantine(path(u"q"_s));
+    touched.sort();
+    EXPECT_EQ(touched, (QStringList{path(u"q"_s), path(u"q/deep"_s), path(u"q/deep/er"_s),
+                                    path(u"q/deep/er/file"_s), path(u"q/link"_s)}));
+    touched.clear();
+    TXUpdateUnarchiver::releaseFromQuarantine(path(u"q/link"_s));
+    EXPECT_EQ(touched, QStringList{path(u"q/link"_s)}) << "a link is not followed";
+}
+
+TEST_F(Unarchiver, ApplicationIsFoundByIdentifierWhateverItsName) {
+    tx::test::makeBundle(path(u"found/Other.app"_s), {.identifier = u"org.example.Other"_s});
+    tx::test::writeFile(path(u"found/file"_s), "x");
+    EXPECT_TRUE(TXUpdateUnarchiver::findUnarchivedApplicationInDirectory(path(u"found"_s)).isNull());
+    tx::test::makeBundle(path(u"found/any name"_s), {});
+    EXPECT_EQ(TXUpdateUnarchiver::findUnarchivedApplicationInDirectory(path(u"found"_s)),
+              path(u"found/any name"_s));
+    EXPECT_TRUE(TXUpdateUnarchiver::findUnarchivedApplicationInDirectory(path(u"none"_s)).isNull());
+}
+
+} // namespace

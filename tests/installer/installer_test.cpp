@@ -1,0 +1,387 @@
+// SPDX-License-Identifier: MIT
+#include "installer/installer.h"
+
+#include "platform/linux/openbundle.h"
+#include "tests/support/builders.h"
+#include "tests/support/environment.h"
+#include "tests/support/processes.h"
+
+#include <QProcess>
+#include <QThread>
+
+#include <csignal>
+#include <sys/stat.h>
+#include <thread>
+#include <unistd.h>
+
+using namespace Qt::StringLiterals;
+using tx::test::ProcessResult;
+using tx::test::runProcess;
+using tx::test::waitUntil;
+
+namespace {
+
+/// The identifier of a process that has ended.
+QString endedProcess() {
+    QProcess process;
+    process.start(u"true"_s, {});
+    process.waitForStarted();
+    const qint64 pid = process.processId();
+    process.waitForFinished();
+    return QString::number(pid);
+}
+
+class InstallerTool : public tx::test::FrameworkTest {
+protected:
+    const QString folder = path(u"Applications"_s);
+    const QString app = folder + u"/My \"App\" it's.app"_s;
+    const QString fresh = path(u"cache/New.app"_s);
+    const QString archive = path(u"cache/New - 2.zip"_s);
+    QStringList oldTree;
+    QStringList newTree;
+
+    InstallerTool() {
+        QDir(folder).removeRecursively();
+        prepare();
+    }
+    void prepare() {
+        QDir(path(u"cache"_s)).removeRecursively();
+        QDir(folder).removeRecursively();
+        tx::test::makeBundle(app, {.build = u"1"_s, .program = program("old")});
+        tx::test::writeFile(app + u"/Contents/Resources/only-old"_s, "x");
+        tx::test::makeBundle(fresh, {.build = u"2"_s, .program = program("new")});
+        tx::test::writeFile(fresh + u"/Contents/Resources/data"_s, QByteArray(50000, 'n'));
+        EXPECT_EQ(symlink("data", (fresh + u"/Contents/Resources/link"_s).toUtf8().constData()), 0);
+        tx::test::writeFile(archive, "archive");
+        oldTree = tx::test::treeOf(app);
+        newTree = tx::test::treeOf(fresh);
+    }
+    QByteArray program(const QByteArray &mark) const {
+        return "#!/bin/sh\necho " + mark + " $MARK > '" + path(u"ran"_s).toUtf8() + "'\n";
+    }
+    QStringList arguments(const QString &process) const { return {process, fresh, app, archive}; }
+    static QString tool() {
+        return QStringLiteral(TEST_RESOURCES) + u"/TXUpdateInstaller.app/Contents/MacOS/TXUpdateInstaller"_s;
+    }
+    ProcessResult runTool(const QStringList &words) const { return runProcess(tool(), words); }
+    ProcessResult drive(const QString &mode, int call) const {
+        return runProcess(QStringLiteral(TEST_HELPERS) + u"/installer_fault_driver"_s,
+                          QStringList{mode, QString::number(call)} + arguments(endedProcess()));
+    }
+    bool isOld() const { return tx::test::treeOf(app) == oldTree; }
+    bool isNew() const { return tx::test::treeOf(app) == newTree; }
+    QStringList strays() const {
+        QStringList names = tx::test::namesIn(folder);
+        names.removeOne(QFileInfo(app).fileName());
+        return names;
+    }
+    QByteArray ran() const { return tx::test::readFile(path(u"ran"_s)).trimmed(); }
+};
+
+TEST_F(InstallerTool, ReplacesTheApplicationCleansUpAndOpensIt) {
+    const ProcessResult result = runTool(arguments(endedProcess()));
+    EXPECT_EQ(result.status, 0) << result.errors.constData();
+    EXPECT_TRUE(isNew());
+    EXPECT_TRUE(strays().isEmpty());
+    EXPECT_TRUE(tx::test::namesIn(path(u"cache"_s)).isEmpty()) << "archive and new application are gone";
+    ASSERT_TRUE(waitUntil([this] { return ran() == "new"; }));
+}
+
+TEST_F(InstallerTool, WrongCommandLinesTouchNothing) {
+    tx::test::makeBundle(path(u"Other.app"_s), {.identifier = u"org.example.Other"_s});
+    tx::test::makeBundle(path(u"Nameless.app"_s), {.identifier = u""_s});
+    tx::test::makeBundle(path(u"Empty.app"_s), {});
+    QFile::remove(path(u"Empty.app/Contents/Linux/Program"_s));
+    ASSERT_TRUE(QFile::link(fresh, path(u"Link.app"_s)));
+    const QString pid = endedProcess();
+    const QList<std::pair<QStringList, std::string>> cases{
+        {{}, "usage:"},
+        {{pid, fresh, app}, "usage:"},
+        {{pid, fresh, app, archive, u"more"_s}, "usage:"},
+        {{u"x"_s, fresh, app, archive}, "process identifier"},
+        {{u"12x"_s, fresh, app, archive}, "process identifier"},
+        {{u""_s, fresh, app, archive}, "process identifier"},
+        {{u"0"_s, fresh, app, archive}, "process identifier"},
+        {{u"1"_s, fresh, app, archive}, "process identifier"},
+        {{u"-5"_s, fresh, app, archive}, "process identifier"},
+        {{u"99999999999"_s, fresh, app, archive}, "process identifier"},
+        {{pid, u"New.app"_s, app, archive}, "absolute"},
+        {{pid, fresh, u"Host.app"_s, archive}, "absolute"},
+        {{pid, fresh, app, u"a.zip"_s}, "absolute"},
+        {{pid, path(u"none"_s), app, archive}, "is no application"},
+        {{pid, path(u"Link.app"_s), app, archive}, "is no application"},
+        {{pid, fresh, path(u"none"_s), archive}, "is no application"},
+        {{pid, path(u"Nameless.app"_s), app, archive}, "is no application"},
+        {{pid, path(u"Other.app"_s), app, archive}, "identifiers differ"},
+        {{pid, path(u"Empty.app"_s), app, archive}, "has no executable"}};
+    for (const auto &[words, reason] : cases) {
+        const ProcessResult result = runTool(words);
+        EXPECT_EQ(result.status, 64) << words.join(u' ').toStdString();
+        EXPECT_THAT(result.errors.toStdString(), testing::HasSubstr(reason));
+        EXPECT_TRUE(isOld());
+        EXPECT_TRUE(QFileInfo::exists(archive));
+        EXPECT_EQ(tx::test::treeOf(fresh), newTree);
+    }
+    EXPECT_TRUE(ran().isEmpty());
+}
+
+TEST_F(InstallerTool, WaitsForTheHostToEnd) {
+    QProcess host;
+    host.start(u"sleep"_s, {u"1000"_s});
+    ASSERT_TRUE(host.waitForStarted());
+    QProcess installer;
+    installer.start(tool(), arguments(QString::number(host.processId())));
+    ASSERT_TRUE(installer.waitForStarted());
+    EXPECT_FALSE(installer.waitForFinished(200));
+    EXPECT_TRUE(isOld());
+    host.kill();
+    host.waitForFinished();
+    ASSERT_TRUE(installer.waitForFinished(20000));
+    EXPECT_EQ(installer.exitCode(), 0);
+    EXPECT_TRUE(isNew());
+}
+
+TEST_F(InstallerTool, HostThatDoesNotEndIsLeftAlone) {
+    QProcess host;
+    host.start(u"sleep"_s, {u"1000"_s});
+    ASSERT_TRUE(host.waitForStarted());
+    const ProcessResult result =
+        runProcess(QStringLiteral(TEST_HELPERS) + u"/installer_fault_driver"_s,
+                   QStringList{u"none"_s, u"0"_s} + arguments(QString::number(host.processId())));
+    EXPECT_EQ(result.status, tx::installer::StatusTryLater);
+    EXPECT_THAT(result.errors.toStdString(), testing::HasSubstr("does not end"));
+    EXPECT_TRUE(isOld());
+    EXPECT_EQ(tx::test::treeOf(fresh), newTree);
+    host.kill();
+    host.waitForFinished();
+}
+
+TEST_F(InstallerTool, TwoAtOnceLeaveOneCompleteApplication) {
+    const QString pid = endedProcess();
+    QProcess tools[2];
+    for (QProcess &each : tools)
+        each.start(tool(), arguments(pid));
+    QList<int> statuses;
+    for (QProcess &each : tools) {
+        ASSERT_TRUE(each.waitForFinished(20000));
+        statuses << each.exitCode();
+    }
+    EXPECT_TRUE(statuses.contains(0)) << statuses[0] << ' ' << statuses[1];
+    EXPECT_TRUE(isNew());
+    EXPECT_TRUE(strays().isEmpty());
+}
+
+TEST_F(InstallerTool, SecondOneIsRefusedWhileTheFirstHoldsTheFolder) {
+    QProcess holder;
+    holder.start(u"flock"_s, {folder, u"sh"_s, u"-c"_s, u"echo held; sleep 1000"_s});
+    ASSERT_TRUE(holder.waitForReadyRead(20000));
+    const ProcessResult result = runTool(arguments(endedProcess()));
+    EXPECT_EQ(result.status, 75);
+    EXPECT_THAT(result.errors.toStdString(), testing::HasSubstr("another installation"));
+    EXPECT_TRUE(isOld());
+    holder.kill();
+    holder.waitForFinished();
+}
+
+TEST_F(InstallerTool, AnotherFileSystemIsCopiedFrom) {
+    QTemporaryDir other(u"/dev/shm/tarvix-XXXXXX"_s);
+    ASSERT_TRUE(other.isValid());
+    const QString far = other.filePath(u"New.app"_s);
+    ASSERT_EQ(runProcess(u"cp"_s, {u"-a"_s, fresh, far}).status, 0);
+    const ProcessResult result = runTool({endedProcess(), far, app, archive});
+    EXPECT_EQ(result.status, 0) << result.errors.constData();
+    EXPECT_TRUE(isNew());
+    EXPECT_FALSE(QFileInfo::exists(far));
+}
+
+TEST_F(InstallerTool, ReadOnlyFolderLeavesTheOldApplicationAndOpensIt) {
+    ASSERT_EQ(chmod(folder.toUtf8().constData(), 0500), 0);
+    const QString pid = endedProcess();
+    ProcessResult result;
+    if (geteuid() == 0) {
+        // As an ordinary user: root may write everywhere.
+        (void)tx::posix::changeOwner(path(u""_s).toStdString(), 65534, 65534);
+        result = runProcess(u"setpriv"_s,
+                            QStringList{u"--reuid=65534"_s, u"--regid=65534"_s, u"--clear-groups"_s, tool()} +
+                                arguments(pid));
+    } else {
+        result = runTool(arguments(pid));
+    }
+    EXPECT_EQ(result.status, 73) << result.errors.constData();
+    EXPECT_THAT(result.errors.toStdString(), testing::HasSubstr("cannot be put into place"));
+    ASSERT_EQ(chmod(folder.toUtf8().constData(), 0700), 0);
+    EXPECT_TRUE(isOld());
+    EXPECT_EQ(tx::test::treeOf(fresh), newTree) << "a later try finds it";
+    ASSERT_TRUE(waitUntil([this] { return ran() == "old"; }));
+}
+
+TEST_F(InstallerTool, OwnerAndGroupOfTheOldApplicationStay) {
+    if (geteuid() != 0) {
+        SUCCEED() << "only root changes owners";
+        return;
+    }
+    ASSERT_FALSE(tx::posix::changeOwner(app.toStdString(), 1234, 5678));
+    ASSERT_FALSE(tx::posix::changeOwner(fresh.toStdString(), 65534, 65534));
+    EXPECT_EQ(drive(u"none"_s, 0).status, 0);
+    for (const QString &entry :
+         {app, app + u"/Contents/Linux/Program"_s, app + u"/Contents/Resources/link"_s}) {
+        struct stat info {};
+        ASSERT_EQ(lstat(entry.toUtf8().constData(), &info), 0);
+        EXPECT_EQ(info.st_uid, 1234U);
+        EXPECT_EQ(info.st_gid, 5678U);
+    }
+    EXPECT_TRUE(isNew());
+}
+
+TEST_F(InstallerTool, RecordedSessionIsTheUsersOwn) {
+    const QString record = path(u"record"_s);
+    const tx::installer::Arguments words{1, fresh.toStdString(), app.toStdString(), archive.toStdString()};
+    const auto sessionFrom = [&](int mode) {
+        tx::test::writeFile(record, QByteArray("MARK=here\0NEW=line\nin it\0junk\0", 31));
+        EXPECT_EQ(chmod(record.toUtf8().constData(), static_cast<mode_t>(mode)), 0);
+        return tx::installer::sessionFor(words, record.toStdString()).environment;
+    };
+    EXPECT_EQ(sessionFrom(0600), (std::vector<std::string>{"MARK=here", "NEW=line\nin it"}));
+    EXPECT_THAT(sessionFrom(0644), testing::Not(testing::Contains("MARK=here"))) << "others may read it";
+    EXPECT_THAT(sessionFrom(0644), testing::Contains(testing::StartsWith("PATH=")));
+    ASSERT_TRUE(QFile::rename(record, path(u"elsewhere"_s)));
+    ASSERT_TRUE(QFile::link(path(u"elsewhere"_s), record));
+    EXPECT_THAT(tx::installer::sessionFor(words, record.toStdString()).environment,
+                testing::Not(testing::Contains("MARK=here")))
+        << "a link is not followed";
+}
+
+TEST_F(InstallerTool, RootOpensAsTheUserWhoRanTheHost) {
+    const tx::installer::Arguments words{1, fresh.toStdString(), app.toStdString(), archive.toStdString()};
+    qputenv("PKEXEC_UID", "65534");
+    const tx::installer::Session session = tx::installer::sessionFor(words, "/none");
+    qunsetenv("PKEXEC_UID");
+    if (geteuid() == 0) {
+        EXPECT_EQ(session.user, 65534U);
+        EXPECT_TRUE(session.dropsPrivileges);
+        ASSERT_FALSE(tx::posix::changeOwner(fresh.toStdString(), 65533, 65533));
+        EXPECT_EQ(tx::installer::sessionFor(words, "/none").user, 65533U) << "else the one who unpacked it";
+    } else {
+        EXPECT_EQ(session.user, getuid());
+        EXPECT_FALSE(session.dropsPrivileges);
+    }
+}
+
+TEST_F(InstallerTool, CopyInTheCacheRemovesItselfAndUsesTheRecordedSession) {
+    const QString cache = path(u"cache"_s);
+    ASSERT_EQ(
+        runProcess(u"cp"_s, {u"-R"_s, QStringLiteral(TEST_RESOURCES) + u"/TXUpdateInstaller.app"_s, cache})
+            .status,
+        0);
+    QByteArray record = "MARK=session";
+    record += '\0';
+    tx::test::writeFile(cache + u"/TXUpdateInstaller.environment"_s,
+                        record + "PATH=/usr/bin:/bin" + QByteArray(1, '\0'),
+                        QFile::ReadOwner | QFile::WriteOwner);
+    const ProcessResult result = runProcess(
+        u"env"_s, QStringList{u"-i"_s, u"HostApplicationName=Host"_s,
+                              cache + u"/TXUpdateInstaller.app/Contents/MacOS/TXUpdateInstaller"_s} +
+                      arguments(endedProcess()));
+    EXPECT_EQ(result.status, 0) << result.errors.constData();
+    EXPECT_TRUE(isNew());
+    EXPECT_TRUE(tx::test::namesIn(cache).isEmpty()) << tx::test::namesIn(cache).join(u' ').toStdString();
+    ASSERT_TRUE(waitUntil([this] { return ran() == "new session"; }));
+}
+
+/// Polls the path while installations run: a complete application must stand there at every look.
+TEST_F(InstallerTool, ApplicationStandsAtEveryInstant) {
+    std::atomic<bool> stop{false};
+    std::atomic<int> missing{0};
+    std::atomic<int> looks{0};
+    const std::string plist = (app + u"/Contents/Info.plist"_s).toStdString();
+    std::thread watcher([&] {
+        struct stat info {};
+        while (!stop) {
+            missing += stat(plist.c_str(), &info) != 0 || info.st_size == 0;
+            ++looks;
+        }
+    });
+    for (int i = 0; i < 20; ++i) {
+        QDir(path(u"cache"_s)).removeRecursively();
+        tx::test::makeBundle(fresh, {.build = QString::number(i)});
+        EXPECT_EQ(drive(u"none"_s, 0).status, 0);
+    }
+    stop = true;
+    watcher.join();
+    EXPECT_EQ(missing, 0);
+    EXPECT_GT(looks, 1000);
+}
+
+struct FaultCase {
+    const char *road;
+    const char *mode;
+};
+
+/// Every change of the file system fails, or the process is killed before, after or in the middle of it.
+class InstallerFault : public InstallerTool, public testing::WithParamInterface<FaultCase> {};
+
+TEST_P(InstallerFault, LeavesACompleteApplicationAndTheNextRunRepairs) {
+    const QString road = QString::fromLatin1(GetParam().road);
+    const QString mode = QString::fromLatin1(GetParam().mode);
+    const bool kills = mode != u"fail";
+    int calls = 0;
+    {
+        const ProcessResult clean = drive(road + u"none"_s, 0);
+        ASSERT_EQ(clean.status, 0) << clean.errors.constData();
+        ASSERT_TRUE(isNew());
+        calls = static_cast<int>(clean.output.count('\n')) - 1; // the last line is the opening
+        ASSERT_GT(calls, 4) << clean.output.constData();
+    }
+    for (int call = 1; call <= calls; ++call) {
+        prepare();
+        const ProcessResult broken = drive(road + mode, call);
+        SCOPED_TRACE(broken.output.toStdString() + broken.errors.toStdString());
+        const bool between = road.startsWith(u"noexchange"_s) && !QFileInfo::exists(app);
+        if (between) {
+            // Without an atomic exchange there is one gap; the next start closes it.
+            EXPECT_TRUE(kills);
+            EXPECT_EQ(tx::test::treeOf(QString::fromStdString(tx::backupPathFor(app.toStdString()))),
+                      oldTree);
+        } else {
+            EXPECT_TRUE(isOld() || isNew());
+        }
+        if (!kills) {
+            EXPECT_FALSE(broken.errors.isEmpty()) << "the reason is logged";
+            EXPECT_THAT(broken.output.toStdString(), testing::HasSubstr("opened " + app.toStdString()))
+                << "what stands there is opened";
+        }
+        const bool wasNew = isNew();
+        // The next run: the update is tried again from a newly unpacked archive.
+        tx::test::makeBundle(fresh, {.build = u"2"_s, .program = program("new")});
+        tx::test::writeFile(fresh + u"/Contents/Resources/data"_s, QByteArray(50000, 'n'));
+        EXPECT_EQ(symlink("data", (fresh + u"/Contents/Resources/link"_s).toUtf8().constData()), 0);
+        const ProcessResult again = drive(road + u"none"_s, 0);
+        EXPECT_EQ(again.status, 0) << again.errors.constData() << wasNew;
+        EXPECT_TRUE(isNew());
+        EXPECT_TRUE(strays().isEmpty()) << strays().join(u' ').toStdString();
+        EXPECT_TRUE(tx::test::namesIn(path(u"cache"_s)).isEmpty());
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Matrix, InstallerFault,
+    testing::Values(FaultCase{"", "fail"}, FaultCase{"", "kill-before"}, FaultCase{"", "kill-after"},
+                    FaultCase{"", "half"}, FaultCase{"noexchange:", "fail"},
+                    FaultCase{"noexchange:", "kill-before"}, FaultCase{"noexchange:", "kill-after"},
+                    FaultCase{"noexchange:", "half"}, FaultCase{"cross:", "fail"},
+                    FaultCase{"cross:", "kill-before"}, FaultCase{"cross:", "kill-after"},
+                    FaultCase{"cross:", "half"}, FaultCase{"noexchange:cross:", "kill-after"}),
+    [](const testing::TestParamInfo<FaultCase> &each) {
+        std::string name = std::string(each.param.road) + each.param.mode;
+        for (char &c : name)
+            c = std::isalnum(static_cast<unsigned char>(c)) ? c : '_';
+        return name;
+    });
+
+TEST(InstallerWait, EndsWithTheProcessOrTheLimit) {
+    EXPECT_TRUE(
+        tx::installer::waitForEnd(static_cast<pid_t>(endedProcess().toInt()), std::chrono::seconds(10)));
+    EXPECT_FALSE(tx::installer::waitForEnd(getppid(), std::chrono::milliseconds(50)));
+}
+
+} // namespace

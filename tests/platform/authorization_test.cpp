@@ -1,0 +1,88 @@
+// SPDX-License-Identifier: MIT
+#include "platform/authorization.h"
+#include "tests/support/builders.h"
+#include "tests/support/environment.h"
+#include "tests/support/processes.h"
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr unsigned interactive = tx::AuthorizationFlagInteractionAllowed | tx::AuthorizationFlagExtendRights |
+                                 tx::AuthorizationFlagPreAuthorize;
+
+/// pkexec is played by a script in front of the PATH.
+class Polkit : public tx::test::FrameworkTest {
+protected:
+    std::unique_ptr<tx::AuthorizationReference> reference;
+    tx::Authorization &authorization = tx::nativeAuthorization();
+    const QByteArray pathBefore = qgetenv("PATH");
+
+    Polkit() { EXPECT_EQ(authorization.create({}, 0, reference), 0); }
+    ~Polkit() override { qputenv("PATH", pathBefore); }
+
+    void pkexec(const QByteArray &script) {
+        tx::test::writeFile(path(u"bin/pkexec"_s), "#!/bin/sh\n" + script + '\n',
+                            QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        qputenv("PATH", path(u"bin:"_s).toUtf8() + pathBefore);
+    }
+    int copyRights(unsigned flags = interactive) {
+        tx::AuthorizationItem right;
+        right.name = "system.privilege.admin";
+        return authorization.copyRights(*reference, {right}, {}, flags, &granted);
+    }
+    QList<tx::AuthorizationItem> granted;
+};
+
+TEST_F(Polkit, RunsTheProgramWithItsExactArguments) {
+    pkexec("exec \"$@\"");
+    ASSERT_EQ(copyRights(), 0);
+    ASSERT_EQ(granted.size(), 1);
+    EXPECT_EQ(granted.first().name, QByteArray("system.privilege.admin"));
+    const QString out = path(u"out"_s);
+    EXPECT_EQ(authorization.executeWithPrivileges(
+                  *reference, u"/bin/sh"_s, 0,
+                  {u"-c"_s, u"printf '[%s]' \"$@\" > \"$0.tmp\"; mv \"$0.tmp\" \"$0\""_s, out, u"a b"_s,
+                   u"it's"_s, u"\u00FC\n$HOME"_s}),
+              0);
+    ASSERT_TRUE(tx::test::waitUntil([&] { return QFileInfo::exists(out); }));
+    EXPECT_EQ(tx::test::readFile(out), QByteArray("[a b][it's][\xC3\xBC\n$HOME]"));
+    authorization.free(std::move(reference), tx::AuthorizationFlagDestroyRights);
+}
+
+TEST_F(Polkit, CancelledDialogIsItsOwnStatus) {
+    pkexec("exit 126");
+    EXPECT_EQ(copyRights(), -60006);
+}
+
+TEST_F(Polkit, DeniedAndMissingAreDenied) {
+    pkexec("exit 127");
+    EXPECT_EQ(copyRights(), -60005);
+    qputenv("PATH", "/nonexistent");
+    EXPECT_EQ(copyRights(), -60005);
+}
+
+TEST_F(Polkit, WithoutInteractionNobodyIsAsked) {
+    pkexec("exec \"$@\"");
+    EXPECT_EQ(copyRights(0), -60005);
+}
+
+TEST_F(Polkit, ProgramThatCannotBeExecutedIsReported) {
+    pkexec("exec \"$@\"");
+    ASSERT_EQ(copyRights(), 0);
+    EXPECT_EQ(authorization.executeWithPrivileges(*reference, u"/no/such/tool"_s, 0, {}), -60031);
+    EXPECT_EQ(authorization.executeWithPrivileges(*reference, u"/bin/true"_s, 0, {}), -60005)
+        << "the rights were used up";
+}
+
+TEST_F(Polkit, HelperRefusesMisuse) {
+    const QString helper = QStringLiteral(TEST_RESOURCES) + u"/TXUpdateAuthorize"_s;
+    const auto misused = tx::test::runProcess(helper, {u"x"_s});
+    EXPECT_EQ(misused.status, 64);
+    EXPECT_THAT(misused.errors.toStdString(), testing::HasSubstr("usage"));
+    EXPECT_EQ(tx::test::runProcess(helper, {}, "").status, 64) << "no command";
+    EXPECT_EQ(tx::test::runProcess(helper, {}, "true").status, 64) << "not ended by NUL";
+    EXPECT_EQ(tx::test::runProcess(helper, {}, QByteArray("true\0", 5)).status, 64) << "no absolute path";
+}
+
+} // namespace

@@ -1,0 +1,174 @@
+// SPDX-License-Identifier: MIT
+#include "platform/filesystem.h"
+#include "platform/linux/posixfiles.h"
+#include "platform/specialfiles.h"
+#include "tests/support/builders.h"
+#include "tests/support/environment.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+
+using namespace Qt::StringLiterals;
+namespace posix = tx::posix;
+
+namespace {
+
+class Files : public tx::test::FrameworkTest {
+protected:
+    tx::FileSystem &files = tx::nativeFileSystem();
+
+    QString makeTree(const QString &name) {
+        const QString tree = path(name);
+        tx::test::writeFile(tree + u"/run"_s, "#!/bin/sh\n",
+                            QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        tx::test::writeFile(tree + u"/deep/er/data"_s, QByteArray(70000, 'x'));
+        tx::test::writeFile(tree + u"/empty"_s, "");
+        EXPECT_EQ(symlink("deep/er", (tree + u"/link"_s).toUtf8().constData()), 0);
+        EXPECT_EQ(symlink("/nowhere", (tree + u"/dangling"_s).toUtf8().constData()), 0);
+        EXPECT_EQ(chmod((tree + u"/deep"_s).toUtf8().constData(), 0500), 0);
+        return tree;
+    }
+};
+
+TEST_F(Files, CopyKeepsModesLinksTimesAndAttributes) {
+    const QString tree = makeTree(u"a"_s);
+    const QByteArray file = (tree + u"/run"_s).toUtf8();
+    const bool attributes = setxattr(file.constData(), "user.test", "v", 1, 0) == 0;
+    const timespec times[2] = {{1000, 0}, {1700000000, 5}};
+    ASSERT_EQ(utimensat(AT_FDCWD, file.constData(), times, 0), 0);
+    ASSERT_TRUE(files.copy(tree, path(u"b"_s)).isNull());
+    EXPECT_EQ(tx::test::treeOf(path(u"b"_s)), tx::test::treeOf(tree));
+    struct stat info {};
+    ASSERT_EQ(stat(path(u"b/run"_s).toUtf8().constData(), &info), 0);
+    EXPECT_EQ(info.st_mtim.tv_sec, 1700000000);
+    char value = 0;
+    EXPECT_EQ(getxattr(path(u"b/run"_s).toUtf8().constData(), "user.test", &value, 1), attributes ? 1 : -1);
+    EXPECT_EQ(files.copy(tree, path(u"b"_s)).code(), EEXIST);
+    EXPECT_TRUE(QFileInfo::exists(path(u"b/run"_s))) << "what stood there stays";
+}
+
+TEST_F(Files, CopyOfASpecialFileFailsAndLeavesNothing) {
+    const QString tree = makeTree(u"a"_s);
+    ASSERT_EQ(mkfifo((tree + u"/pipe"_s).toUtf8().constData(), 0600), 0);
+    EXPECT_FALSE(files.copy(tree, path(u"b"_s)).isNull());
+    EXPECT_FALSE(files.exists(path(u"b"_s)));
+    EXPECT_EQ(tx::firstSpecialFile(tree), tree + u"/pipe"_s);
+    EXPECT_TRUE(tx::firstSpecialFile(tree + u"/deep"_s).isNull());
+}
+
+TEST_F(Files, RemoveTakesReadOnlyFoldersAndNeverFollowsLinks) {
+    tx::test::writeFile(path(u"outside/kept"_s), "x");
+    const QString tree = makeTree(u"a"_s);
+    ASSERT_EQ(symlink(path(u"outside"_s).toUtf8().constData(), (tree + u"/out"_s).toUtf8().constData()), 0);
+    {
+        const tx::test::DroppedPrivileges user(path(u""_s));
+        EXPECT_TRUE(files.remove(tree).isNull());
+    }
+    EXPECT_FALSE(files.exists(tree));
+    EXPECT_TRUE(files.exists(path(u"outside/kept"_s)));
+    EXPECT_TRUE(files.remove(path(u"absent"_s)).isNull());
+}
+
+TEST_F(Files, MoveDoesNotReplace) {
+    tx::test::writeFile(path(u"a"_s), "a");
+    tx::test::writeFile(path(u"b"_s), "b");
+    EXPECT_EQ(files.move(path(u"a"_s), path(u"b"_s)).code(), EEXIST);
+    EXPECT_EQ(tx::test::readFile(path(u"b"_s)), QByteArray("b"));
+    EXPECT_TRUE(files.move(path(u"a"_s), path(u"c"_s)).isNull());
+    EXPECT_EQ(tx::test::readFile(path(u"c"_s)), QByteArray("a"));
+    EXPECT_EQ(files.move(path(u"none"_s), path(u"d"_s)).code(), ENOENT);
+}
+
+TEST_F(Files, MoveCrossesFileSystems) {
+    QTemporaryDir other(u"/dev/shm/tarvix-XXXXXX"_s);
+    ASSERT_TRUE(other.isValid());
+    const QString tree = makeTree(u"a"_s);
+    const QStringList before = tx::test::treeOf(tree);
+    ASSERT_TRUE(files.move(tree, other.filePath(u"b"_s)).isNull());
+    EXPECT_EQ(tx::test::treeOf(other.filePath(u"b"_s)), before);
+    EXPECT_FALSE(files.exists(tree));
+    (void)files.remove(other.filePath(u"b"_s));
+}
+
+TEST_F(Files, CreateRefusesALinkAndReplacesAFile) {
+    tx::test::writeFile(path(u"victim"_s), "kept");
+    ASSERT_TRUE(QFile::link(path(u"victim"_s), path(u"link"_s)));
+    EXPECT_EQ(files.create(path(u"link"_s)).error().code(), ELOOP);
+    EXPECT_EQ(tx::test::readFile(path(u"victim"_s)), QByteArray("kept"));
+    tx::test::writeFile(path(u"file"_s), "longer than new");
+    ASSERT_TRUE((*files.create(path(u"file"_s)))->write("new").isNull());
+    EXPECT_EQ(tx::test::readFile(path(u"file"_s)), QByteArray("new"));
+}
+
+TEST_F(Files, WritesOfEverySizeArriveWhole) {
+    for (const qsizetype size : {0, 1, 4095, 4096, 4097, 300000}) {
+        QByteArray data(size, 'a');
+        for (qsizetype i = 0; i < size; ++i)
+            data[i] = static_cast<char>('a' + i % 26);
+        ASSERT_TRUE((*files.create(path(u"f"_s)))->write(data).isNull());
+        EXPECT_EQ(tx::test::readFile(path(u"f"_s)), data);
+        EXPECT_EQ(*files.fileSize(path(u"f"_s)), quint64(size));
+        ASSERT_TRUE(files.copy(path(u"f"_s), path(u"g"_s)).isNull());
+        EXPECT_EQ(tx::test::readFile(path(u"g"_s)), data);
+        ASSERT_TRUE(files.remove(path(u"g"_s)).isNull());
+    }
+    EXPECT_FALSE(bool(files.fileSize(path(u""_s)))) << "a folder has no size";
+}
+
+TEST_F(Files, PrivateDirectoryIsThisUsersOwnAndNoLink) {
+    QDir().mkpath(path(u"own"_s));
+    EXPECT_TRUE(files.checkPrivateDirectory(path(u"own"_s)).isNull());
+    ASSERT_TRUE(QFile::link(path(u"own"_s), path(u"link"_s)));
+    EXPECT_FALSE(files.checkPrivateDirectory(path(u"link"_s)).isNull());
+    tx::test::writeFile(path(u"file"_s), "");
+    EXPECT_FALSE(files.checkPrivateDirectory(path(u"file"_s)).isNull());
+    EXPECT_FALSE(files.checkPrivateDirectory(path(u"none"_s)).isNull());
+    ASSERT_EQ(chmod(path(u"own"_s).toUtf8().constData(), 0777), 0);
+    EXPECT_FALSE(files.checkPrivateDirectory(path(u"own"_s)).isNull()) << "others may write to it";
+    if (geteuid() == 0) {
+        ASSERT_EQ(chmod(path(u"own"_s).toUtf8().constData(), 0700), 0);
+        ASSERT_EQ(chown(path(u"own"_s).toUtf8().constData(), 65534, 65534), 0);
+        EXPECT_FALSE(files.checkPrivateDirectory(path(u"own"_s)).isNull()) << "another user's";
+    }
+}
+
+TEST_F(Files, DirectoriesAreMadeWithOrWithoutParents) {
+    EXPECT_EQ(files.createDirectory(path(u"x/y"_s), false).code(), ENOENT);
+    EXPECT_TRUE(files.createDirectory(path(u"x/y"_s), true).isNull());
+    EXPECT_TRUE(files.createDirectory(path(u"x/y"_s), false).isNull()) << "one that stands is no error";
+    tx::test::writeFile(path(u"file"_s), "");
+    EXPECT_EQ(files.createDirectory(path(u"file"_s), false).code(), EEXIST);
+}
+
+TEST_F(Files, WritabilityIsTheUsers) {
+    QDir().mkpath(path(u"closed"_s));
+    ASSERT_EQ(chmod(path(u"closed"_s).toUtf8().constData(), 0500), 0);
+    const tx::test::DroppedPrivileges user(path(u""_s));
+    EXPECT_FALSE(files.isWritable(path(u"closed"_s)));
+    EXPECT_TRUE(files.isWritable(path(u"home"_s)));
+    EXPECT_FALSE(files.isWritable(path(u"none"_s)));
+    EXPECT_FALSE(files.createDirectory(path(u"closed/x"_s), false).isNull());
+}
+
+TEST(PosixPaths, ParentAndLastComponent) {
+    EXPECT_EQ(posix::parentOf("/a/b.app/"), "/a");
+    EXPECT_EQ(posix::parentOf("/a//b"), "/a");
+    EXPECT_EQ(posix::parentOf("/a"), "/");
+    EXPECT_EQ(posix::parentOf("/"), "/");
+    EXPECT_EQ(posix::lastComponentOf("/a/b.app/"), "b.app");
+    EXPECT_EQ(posix::lastComponentOf("/a"), "a");
+    EXPECT_EQ(posix::lastComponentOf("/"), "");
+}
+
+TEST_F(Files, ExchangeSwapsTwoTreesInOneStep) {
+    tx::test::writeFile(path(u"a/x"_s), "a");
+    tx::test::writeFile(path(u"b/x"_s), "b");
+    EXPECT_FALSE(posix::exchange(path(u"a"_s).toStdString(), path(u"b"_s).toStdString()));
+    EXPECT_EQ(tx::test::readFile(path(u"a/x"_s)), QByteArray("b"));
+    EXPECT_EQ(tx::test::readFile(path(u"b/x"_s)), QByteArray("a"));
+    EXPECT_EQ(posix::exchange(path(u"a"_s).toStdString(), path(u"none"_s).toStdString()).number, ENOENT);
+}
+
+} // namespace

@@ -1,0 +1,157 @@
+// SPDX-License-Identifier: MIT
+#include "platform/directories.h"
+#include "platform/frameworkresources.h"
+#include "platform/linux/userfolders.h"
+#include "platform/osversion.h"
+#include "platform/volumes.h"
+#include "platform/workspace.h"
+#include "tests/support/builders.h"
+#include "tests/support/environment.h"
+#include "tests/support/fakes.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+struct OSCase {
+    QString release;
+    QString kernel;
+    std::array<int, 3> expected;
+};
+
+class OSRelease : public testing::TestWithParam<OSCase> {};
+
+TEST_P(OSRelease, GivesTheVersion) {
+    const tx::OSVersion version = tx::osVersionFrom(GetParam().release, GetParam().kernel);
+    EXPECT_EQ((std::array{version.majorVersion, version.minorVersion, version.patchVersion}),
+              GetParam().expected);
+    EXPECT_EQ(version.build, GetParam().kernel);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Systems, OSRelease,
+    testing::Values(OSCase{u"NAME=x\nVERSION_ID=\"12\"\n"_s, u"6.1.0-18-amd64"_s, {12, 0, 0}},
+                    OSCase{u"VERSION_ID='22.04'"_s, u"6.1.0"_s, {22, 4, 0}},
+                    OSCase{u"VERSION_ID=15.5.1-rc\n"_s, u"6.1.0"_s, {15, 5, 1}},
+                    OSCase{u"ID=arch\n"_s, u"6.9.3-arch1-1"_s, {6, 9, 3}},
+                    OSCase{u"VERSION_ID=\"rolling\"\n"_s, u"5.10"_s, {5, 10, 0}},
+                    OSCase{{}, u"x"_s, {0, 0, 0}}));
+
+class Folders : public tx::test::FrameworkTest {};
+
+TEST_F(Folders, TemporaryOneIsPrivateAndMadeOnDemand) {
+    const QString folder = tx::temporaryDirectory();
+    EXPECT_EQ(folder, path(u"home/.cache/TarvixUpdate"_s));
+    struct stat info {};
+    ASSERT_EQ(lstat(folder.toUtf8().constData(), &info), 0);
+    EXPECT_EQ(info.st_mode & 07777, 0700U);
+    ASSERT_EQ(chmod(folder.toUtf8().constData(), 0755), 0);
+    EXPECT_EQ(tx::temporaryDirectory(), folder);
+    ASSERT_EQ(lstat(folder.toUtf8().constData(), &info), 0);
+    EXPECT_EQ(info.st_mode & 07777, 0700U) << "closed again";
+}
+
+TEST_F(Folders, TemporaryOneIsNotTakenThroughALink) {
+    QDir().mkpath(path(u"elsewhere"_s));
+    QDir().mkpath(path(u"home/.cache"_s));
+    ASSERT_TRUE(QFile::link(path(u"elsewhere"_s), path(u"home/.cache/TarvixUpdate"_s)));
+    std::string why;
+    EXPECT_EQ(tx::posix::privateTemporaryFolder(&why), "");
+    EXPECT_THAT(why, testing::HasSubstr("is not a folder"));
+    (void)tx::temporaryDirectory();
+    EXPECT_THAT(logLines().join(u'\n').toStdString(),
+                testing::HasSubstr("the temporary folder cannot be used"));
+}
+
+TEST_F(Folders, WithoutHomeTheUserDatabaseIsAsked) {
+    qunsetenv("HOME");
+    qunsetenv("XDG_CACHE_HOME");
+    EXPECT_EQ(tx::homeDirectory(), QString::fromStdString(tx::posix::homeFolder()));
+    EXPECT_TRUE(tx::homeDirectory().startsWith(u'/'));
+    EXPECT_EQ(tx::userApplicationsDirectory(), tx::homeDirectory() + u"/Applications"_s);
+    EXPECT_EQ(tx::localApplicationsDirectory(), u"/opt"_s);
+}
+
+TEST_F(Folders, DownloadsAreMadeWhenMissing) {
+    const auto folder = tx::downloadsDirectory();
+    ASSERT_TRUE(bool(folder));
+    EXPECT_TRUE(folder->startsWith(path(u"home"_s))) << folder->toStdString();
+    EXPECT_TRUE(QFileInfo(*folder).isDir());
+}
+
+TEST_F(Folders, DownloadsThatCannotBeMadeAreAnError) {
+    tx::test::FaultFileSystem faults;
+    faults.failOn(u"createDirectory"_s, EACCES);
+    EXPECT_EQ(tx::downloadsDirectory().error().code(), EACCES);
+}
+
+class Volumes : public tx::test::FrameworkTest {};
+
+TEST_F(Volumes, KnowWhatHoldsAPath) {
+    const auto info = tx::volumeInfo(path(u""_s));
+    ASSERT_TRUE(info);
+    EXPECT_TRUE(path(u""_s).startsWith(info->rootPath));
+    EXPECT_FALSE(info->isReadOnly);
+    EXPECT_FALSE(tx::mountFlagsAreReadOnly(path(u""_s)));
+    EXPECT_FALSE(tx::volumeInfo(u"/no/such/path"_s));
+    EXPECT_FALSE(tx::mountFlagsAreReadOnly(u"/no/such/path"_s));
+}
+
+TEST_F(Volumes, RemovableIsWhatTheDeviceOrItsDiskSays) {
+    const QString sys = path(u"sys"_s);
+    tx::test::writeFile(sys + u"/devices/usb/sdb/removable"_s, "1\n");
+    tx::test::writeFile(sys + u"/devices/usb/sdb/sdb1/partition"_s, "1\n");
+    tx::test::writeFile(sys + u"/devices/pci/sda/removable"_s, "0\n");
+    QDir().mkpath(sys + u"/class/block"_s);
+    QFile::link(sys + u"/devices/usb/sdb"_s, sys + u"/class/block/sdb"_s);
+    QFile::link(sys + u"/devices/usb/sdb/sdb1"_s, sys + u"/class/block/sdb1"_s);
+    QFile::link(sys + u"/devices/pci/sda"_s, sys + u"/class/block/sda"_s);
+    EXPECT_TRUE(tx::deviceIsRemovable(u"/dev/sdb"_s, sys));
+    EXPECT_TRUE(tx::deviceIsRemovable(u"/dev/sdb1"_s, sys));
+    EXPECT_FALSE(tx::deviceIsRemovable(u"/dev/sda"_s, sys));
+    EXPECT_FALSE(tx::deviceIsRemovable(u"tmpfs"_s, sys));
+    EXPECT_TRUE(tx::deviceIsLoop(u"/dev/loop3"_s));
+    EXPECT_FALSE(tx::deviceIsLoop(u"/dev/sda"_s));
+}
+
+TEST(Resources, StandBesideTheLibraryOrWhereTheTestSays) {
+    EXPECT_TRUE(QFileInfo(tx::frameworkResourcesPath() + u"/TXUpdateInstaller.app"_s).isDir())
+        << tx::frameworkResourcesPath().toStdString();
+}
+
+class Desktop : public tx::test::FrameworkTest {};
+
+TEST_F(Desktop, AddressesAndFilesGoToTheUsersProgram) {
+    tx::test::RecordingTasks tasks;
+    EXPECT_TRUE(tx::nativeWorkspace().openUrl(QUrl(u"https://e.org/a b"_s)).isNull());
+    EXPECT_TRUE(tx::nativeWorkspace().openFile(path(u"x.txt"_s)).isNull());
+    ASSERT_EQ(tasks.started.size(), 2);
+    EXPECT_EQ(tasks.started[0].program, u"xdg-open"_s);
+    EXPECT_EQ(tasks.started[0].arguments, QStringList{u"https://e.org/a%20b"_s});
+    EXPECT_EQ(tasks.started[1].arguments, QStringList{path(u"x.txt"_s)});
+    tasks.failing = [](const tx::TaskRequest &) { return ENOENT; };
+    EXPECT_EQ(tx::nativeWorkspace().openUrl(QUrl(u"https://e.org/"_s)).code(), ENOENT);
+}
+
+TEST_F(Desktop, RevealFallsBackToTheFolderWithoutAFileManager) {
+    qputenv("DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent/bus");
+    tx::test::RecordingTasks tasks;
+    EXPECT_TRUE(tx::nativeWorkspace().reveal(path(u"folder/file"_s)).isNull());
+    ASSERT_EQ(tasks.started.size(), 1);
+    EXPECT_EQ(tasks.started[0].arguments, QStringList{path(u"folder"_s)});
+}
+
+TEST_F(Desktop, TrashTakesAFileAndLeavesNoStrayFolder) {
+    tx::test::writeFile(path(u"home/file.txt"_s), "x");
+    const auto trashed = tx::nativeWorkspace().moveToTrash(path(u"home/file.txt"_s));
+    ASSERT_TRUE(bool(trashed)) << trashed.error().toString().toStdString();
+    EXPECT_TRUE(trashed->startsWith(path(u"home/.local/share/Trash/files/"_s))) << trashed->toStdString();
+    EXPECT_EQ(tx::test::readFile(*trashed), QByteArray("x"));
+    EXPECT_FALSE(QFileInfo::exists(path(u"home/file.txt"_s)));
+    EXPECT_FALSE(bool(tx::nativeWorkspace().moveToTrash(path(u"home/none"_s))));
+}
+
+} // namespace

@@ -1,0 +1,98 @@
+// SPDX-License-Identifier: MIT
+#include "platform/frameworkresources.h"
+#include "platform/tasks.h"
+#include "tests/support/environment.h"
+
+#include <csignal>
+
+#include <unistd.h>
+
+using namespace Qt::StringLiterals;
+using tx::TaskRequest;
+
+namespace {
+
+QByteArray outputOf(TaskRequest request, int *status = nullptr) {
+    request.readsOutput = true;
+    auto task = tx::nativeTasks().start(request);
+    if (!task)
+        return "failed: " + task.error().toString().toUtf8();
+    QByteArray all;
+    for (QByteArray part; !(part = (*task)->read()).isEmpty();)
+        all += part;
+    const int code = (*task)->wait();
+    if (status)
+        *status = code;
+    return all;
+}
+
+TEST(Tasks, ArgumentsAndEnvironmentArriveExactly) {
+    EXPECT_EQ(
+        outputOf({.program = u"/usr/bin/printf"_s, .arguments = {u"[%s]"_s, u"a b"_s, u"$HOME\n'"_s, u""_s}}),
+        QByteArray("[a b][$HOME\n'][]"));
+    EXPECT_EQ(outputOf({.program = u"/usr/bin/env"_s, .environment = QStringList{u"ONE=1 2"_s}}),
+              QByteArray("ONE=1 2\n"));
+}
+
+TEST(Tasks, InputGoesThroughAPipeAndEndsWithIt) {
+    auto task = tx::nativeTasks().start({.program = u"cat"_s, .writesInput = true, .readsOutput = true});
+    ASSERT_TRUE(bool(task));
+    EXPECT_EQ((*task)->write("hello", 5, nullptr), 5);
+    (*task)->closeInput();
+    EXPECT_EQ((*task)->read(), QByteArray("hello"));
+    EXPECT_EQ((*task)->wait(), 0);
+}
+
+TEST(Tasks, WriteToAProgramThatEndedFailsWithoutASignal) {
+    auto task = tx::nativeTasks().start({.program = u"true"_s, .writesInput = true});
+    ASSERT_TRUE(bool(task));
+    (*task)->wait();
+    int number = 0;
+    EXPECT_LT((*task)->write("x", 1, &number), 1);
+    EXPECT_EQ(number, EPIPE);
+    sigset_t pending;
+    sigpending(&pending);
+    EXPECT_EQ(sigismember(&pending, SIGPIPE), 0);
+}
+
+TEST(Tasks, StatusIsTheExitCodeOrTheSignal) {
+    int status = 0;
+    outputOf({.program = u"sh"_s, .arguments = {u"-c"_s, u"exit 7"_s}}, &status);
+    EXPECT_EQ(status, 7);
+    outputOf({.program = u"sh"_s, .arguments = {u"-c"_s, u"kill -9 $$"_s}}, &status);
+    EXPECT_EQ(status, 128 + 9);
+}
+
+TEST(Tasks, MissingProgramIsAnErrorThatNamesIt) {
+    const auto task = tx::nativeTasks().start({.program = u"/no/such/program"_s});
+    ASSERT_FALSE(bool(task));
+    EXPECT_EQ(task.error().code(), ENOENT);
+    EXPECT_THAT(task.error().localizedDescription().toStdString(), testing::HasSubstr("/no/such/program"));
+}
+
+TEST(Tasks, ChildIsADirectOneAndMayHaveASessionOfItsOwn) {
+    const QByteArray parent = outputOf({.program = u"sh"_s, .arguments = {u"-c"_s, u"echo $PPID"_s}});
+    EXPECT_EQ(parent.trimmed().toLongLong(), getpid());
+    const auto sessionOf = [](bool own) {
+        return outputOf({.program = u"sh"_s,
+                         .arguments = {u"-c"_s, u"cut -d' ' -f6 /proc/$$/stat"_s},
+                         .ownSession = own})
+            .trimmed()
+            .toLongLong();
+    };
+    EXPECT_EQ(sessionOf(false), getsid(0));
+    EXPECT_NE(sessionOf(true), getsid(0));
+}
+
+TEST(Tasks, FrameworkToolsComeFirstInThePath) {
+    QString found;
+    for (const QString &variable : tx::environmentWithFrameworkTools()) {
+        if (variable.startsWith(u"PATH="_s)) {
+            EXPECT_TRUE(found.isNull()) << "once";
+            found = variable;
+        }
+    }
+    EXPECT_TRUE(found.startsWith(u"PATH="_s + tx::frameworkResourcesPath() + u':')) << found.toStdString();
+}
+
+} // namespace

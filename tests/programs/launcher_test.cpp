@@ -1,0 +1,78 @@
+// SPDX-License-Identifier: MIT
+#include "tests/support/builders.h"
+#include "tests/support/environment.h"
+#include "tests/support/processes.h"
+
+#include <QElapsedTimer>
+#include <QProcess>
+
+#include <unistd.h>
+
+using namespace Qt::StringLiterals;
+using tx::test::runProcess;
+using tx::test::waitUntil;
+
+namespace {
+
+class Launcher : public tx::test::FrameworkTest {
+protected:
+    const QString app = path(u"it's \"here\" $x.app"_s);
+    const QString ran = path(u"ran"_s);
+    const tx::test::ProcessReaper reaper{app + u"/Contents/Linux/Program"_s};
+
+    Launcher() {
+        tx::test::makeBundle(
+            app, {.program = "#!/bin/sh\necho x >> '" + ran.toUtf8() + "'\nwhile :; do sleep 1000; done\n"});
+    }
+    static QString tool() { return QStringLiteral(TEST_RESOURCES) + u"/TXUpdateLauncher"_s; }
+};
+
+TEST_F(Launcher, WrongArgumentCountIsRefusedAtOnce) {
+    EXPECT_EQ(runProcess(tool(), {u"1"_s, app}).status, 1);
+    EXPECT_EQ(runProcess(tool(), {u"1"_s, app, u""_s, u"more"_s}).status, 1);
+    EXPECT_EQ(runProcess(tool(), {}).status, 1);
+    EXPECT_TRUE(tx::test::readFile(ran).isEmpty());
+}
+
+TEST_F(Launcher, OpensAtOnceWhenItsParentIsAnotherProcess) {
+    for (const QString &pid : {u"1"_s, u"no number"_s}) {
+        QFile::remove(ran);
+        QElapsedTimer clock;
+        clock.start();
+        EXPECT_EQ(runProcess(tool(), {pid, app, u""_s}).status, 0);
+        EXPECT_LT(clock.elapsed(), 900) << "without sleeping";
+    }
+}
+
+TEST_F(Launcher, ExitsWithZeroWhateverTheOpenReported) {
+    EXPECT_EQ(runProcess(tool(), {u"1"_s, path(u"none.app"_s), u"debug"_s}).status, 0);
+}
+
+TEST_F(Launcher, WaitsForItsParentToGo) {
+    // The shell is the host: it starts the tool, stays until told, and goes.
+    QProcess host;
+    host.start(u"sh"_s, {u"-c"_s, u"\"$0\" $$ \"$1\" '' & read line"_s, tool(), app});
+    ASSERT_TRUE(host.waitForStarted());
+    EXPECT_FALSE(waitUntil([this] { return !tx::test::readFile(ran).isEmpty(); }, 300));
+    host.closeWriteChannel();
+    ASSERT_TRUE(host.waitForFinished(20000));
+    EXPECT_TRUE(waitUntil([this] { return !tx::test::readFile(ran).isEmpty(); }));
+}
+
+TEST_F(Launcher, RelaunchScriptOpensWhenTheProcessHasGone) {
+    // Both roads, as a host takes them; the application comes back once, whatever its path holds.
+    QProcess host;
+    const QString script =
+        u"(while [ `ps -p $$ | wc -l` -gt 1 ]; do sleep 0.1; done; open \"$1\") & \"$0\" $$ \"$1\" '' & read line"_s;
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(u"PATH"_s, QStringLiteral(TEST_RESOURCES) + u':' + environment.value(u"PATH"_s));
+    host.setProcessEnvironment(environment);
+    host.start(u"sh"_s, {u"-c"_s, script, tool(), app});
+    ASSERT_TRUE(host.waitForStarted());
+    host.closeWriteChannel();
+    ASSERT_TRUE(host.waitForFinished(20000));
+    ASSERT_TRUE(waitUntil([this] { return !tx::test::readFile(ran).isEmpty(); }));
+    EXPECT_FALSE(waitUntil([this] { return tx::test::readFile(ran).count('\n') > 1; }, 1500));
+}
+
+} // namespace

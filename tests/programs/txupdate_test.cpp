@@ -1,0 +1,354 @@
+// SPDX-License-Identifier: MIT
+#include "tests/support/builders.h"
+#include "tests/support/environment.h"
+#include "tests/support/feedserver.h"
+#include "tests/support/processes.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QTcpSocket>
+
+using namespace Qt::StringLiterals;
+using tx::test::FeedServer;
+using tx::test::HttpReply;
+using tx::test::ProcessResult;
+
+namespace {
+
+class TxUpdate : public tx::test::FrameworkTest {
+protected:
+    static ProcessResult run(const QStringList &words, const QByteArray &input = {}) {
+        return tx::test::runProcess(QStringLiteral(TEST_PROGRAMS) + u"/txupdate"_s, words, input,
+                                    {u"TXUPDATE_LOG_LEVEL=1"_s});
+    }
+    /// Runs while this process serves.
+    static ProcessResult runWhileServing(const QStringList &words) {
+        QProcess process;
+        process.start(QStringLiteral(TEST_PROGRAMS) + u"/txupdate"_s, words);
+        EXPECT_TRUE(process.waitForFinished(60000));
+        return {process.exitCode(), process.readAllStandardOutput(), process.readAllStandardError()};
+    }
+    QString file(const QByteArray &content, const QString &name = u"feed.json"_s) {
+        tx::test::writeFile(path(name), content);
+        return path(name);
+    }
+    QStringList show(const QString &source) const {
+        return {u"feed"_s, u"show"_s,     source,      u"--build"_s,
+                u"1042"_s, u"--system"_s, u"12.0.0"_s, u"--json"_s};
+    }
+    static QJsonObject json(const ProcessResult &result) {
+        return QJsonDocument::fromJson(result.output).object();
+    }
+};
+
+TEST_F(TxUpdate, CompareAnswersArgumentsAndLines) {
+    EXPECT_EQ(run({u"compare"_s, u"1.0b1"_s, u"1.0"_s}).output, QByteArray("-1\n"));
+    EXPECT_EQ(run({u"compare"_s, u"1.0"_s, u"1.0"_s}).output, QByteArray("0\n"));
+    EXPECT_EQ(run({u"compare"_s, u"1.10"_s, u"1.9"_s}).output, QByteArray("1\n"));
+    const ProcessResult lines =
+        run({u"compare"_s}, "[\"1.0\",\"1.0.1\"]\n[\"\\u0661\", \"1\"]\n[null,\"\"]\n[\"2\",\"1\"]\n");
+    EXPECT_EQ(lines.status, 0);
+    EXPECT_EQ(lines.output, QByteArray("-1\n0\n0\n1\n"));
+}
+
+TEST_F(TxUpdate, CompareNamesABadLine) {
+    for (const QByteArray bad : {"nonsense", "[1,2]", "[\"1\"]", "\"1\"", "[\"1\",\"2\",\"3\"]", ""}) {
+        const ProcessResult result = run({u"compare"_s}, "[\"1\",\"1\"]\n" + bad + "\n[\"1\",\"1\"]\n");
+        EXPECT_EQ(result.status, 65) << bad.constData();
+        EXPECT_EQ(result.output, QByteArray("0\n"));
+        EXPECT_THAT(result.errors.toStdString(), testing::HasSubstr("standard input, line 2"));
+    }
+}
+
+TEST_F(TxUpdate, VersionPrintsTheParts) {
+    EXPECT_EQ(run({u"version"_s, u"4.2 rc1"_s}).output,
+              QByteArray("{\"format\":0,\"stringValue\":\"4.2fc\",\"majorVersion\":4,\"minorVersion\":2,"
+                         "\"patchVersion\":0,"
+                         "\"suffix\":4,\"suffixString\":\"fc\",\"suffixVersion\":1}\n"));
+    const ProcessResult lines = run({u"version"_s}, "\"Version 3\"\n\"18446744073709551616.1\"\n");
+    EXPECT_EQ(lines.status, 0);
+    EXPECT_TRUE(lines.output.startsWith("{\"format\":1,\"stringValue\":\"version 3\",\"majorVersion\":0,"));
+    EXPECT_TRUE(lines.output.contains("\"suffixString\":null"));
+    EXPECT_TRUE(lines.output.contains("\"majorVersion\":9223372036854775807"));
+    EXPECT_EQ(run({u"version"_s}, "7\n").status, 65);
+}
+
+TEST_F(TxUpdate, FeedShowPrintsEverythingAsJson) {
+    const ProcessResult result = run(show(file(R"({"release":[
+        {"type":"build","build":"1043","version":"2.1","title":"T","date":"2026-05-01 10:00:00",
+         "downloadURL":"https://e.org/d.zip","preferredDisplaySize":"{640, 480}","minBuild":"1"},
+        {"type":"post","url":"https://e.org/p","display":"passive","title":"P"},
+        {"type":"build","build":"1000","downloadURL":"https://e.org/d.zip"},
+        {"type":"build","build":"3000"}],"beta":[]})")));
+    EXPECT_EQ(result.status, 0) << result.errors.constData();
+    const QJsonObject all = json(result);
+    const QJsonArray tracks = all[u"tracks"_s].toArray();
+    ASSERT_EQ(tracks.size(), 2);
+    EXPECT_EQ(tracks[0].toObject(), (QJsonObject{{u"name"_s, u"beta"_s},
+                                                 {u"recommendedUpdate"_s, QJsonValue()},
+                                                 {u"updates"_s, QJsonArray()},
+                                                 {u"posts"_s, QJsonArray()}}));
+    const QJsonObject release = tracks[1].toObject();
+    EXPECT_EQ(release[u"recommendedUpdate"_s], u"1043"_s);
+    const QJsonObject update = release[u"updates"_s].toArray()[0].toObject();
+    EXPECT_EQ(update[u"version"_s], u"1043"_s);
+    EXPECT_EQ(update[u"displayVersion"_s], u"2.1"_s);
+    EXPECT_EQ(update[u"date"_s], u"2026-05-01T17:00:00Z"_s);
+    EXPECT_EQ(update[u"dateString"_s], u"2026-05-01 10:00:00"_s);
+    EXPECT_EQ(update[u"fileURL"_s], u"https://e.org/d.zip"_s);
+    EXPECT_TRUE(update[u"linkURL"_s].isNull());
+    EXPECT_TRUE(update.contains(u"linkURL"_s));
+    EXPECT_EQ(update[u"preferredDisplaySize"_s], (QJsonArray{640, 480}));
+    EXPECT_EQ(update[u"conditions"_s].toObject(), (QJsonObject{{u"minimumAppBuild"_s, u"1"_s},
+                                                               {u"maximumAppBuild"_s, QJsonValue()},
+                                                               {u"minimumSystemVersion"_s, QJsonValue()},
+                                                               {u"maximumSystemVersion"_s, QJsonValue()},
+                                                               {u"launch"_s, 2}}));
+    const QJsonObject post = release[u"posts"_s].toArray()[0].toObject();
+    EXPECT_EQ(post[u"displayTime"_s], 2);
+    EXPECT_EQ(post[u"postURL"_s], u"https://e.org/p"_s);
+    EXPECT_EQ(post[u"preferredDisplaySize"_s], (QJsonArray{0, 0}));
+    EXPECT_EQ(all[u"skipped"_s].toArray(),
+              (QJsonArray{QJsonObject{{u"track"_s, u"release"_s},
+                                      {u"index"_s, 2},
+                                      {u"reason"_s, u"build 1000 is not newer than build 1042"_s}},
+                          QJsonObject{{u"track"_s, u"release"_s},
+                                      {u"index"_s, 3},
+                                      {u"reason"_s, u"Update lacks download URL or a link."_s}}}));
+}
+
+TEST_F(TxUpdate, FeedShowIsReadableByAPerson) {
+    QStringList words = show(file(
+        R"({"release":[{"type":"build","build":"1043","downloadURL":"https://e.org/d.zip"},{"type":"x"}]})"));
+    words.removeLast();
+    const ProcessResult result = run(words);
+    EXPECT_EQ(result.status, 0);
+    for (const char *part : {"Track \"release\": 1 updates, 0 posts", "* 1043 (build 1043), no date",
+                             "Recommended: build 1043", "release[1]: unknown type \"x\""})
+        EXPECT_THAT(result.output.toStdString(), testing::HasSubstr(part));
+}
+
+TEST_F(TxUpdate, FeedThatFailsPrintsItsError) {
+    const ProcessResult result = run(show(file("[]")));
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(json(result)[u"error"_s].toObject(),
+              (QJsonObject{{u"domain"_s, u"TXUpdater"_s},
+                           {u"code"_s, 0},
+                           {u"description"_s,
+                            u"The update feed could not be processed. Check the website for updates."_s},
+                           {u"failureReason"_s, u"The format of the update feed is invalid."_s},
+                           {u"recoverySuggestion"_s, QJsonValue()}}));
+    EXPECT_THAT(result.errors.toStdString(), testing::HasSubstr("its top level is no object"));
+    const ProcessResult missing = run(show(path(u"none.json"_s)));
+    EXPECT_EQ(missing.status, 1);
+    EXPECT_THAT(missing.output.toStdString(), testing::HasSubstr("none.json"));
+}
+
+TEST_F(TxUpdate, FeedShowReadsAnAddressWithItsType) {
+    FeedServer server;
+    server.expect("GET", "/f", HttpReply::json("{\"release\":[]}"));
+    server.expect("GET", "/f", HttpReply::file("{\"release\":[]}", "text/plain"));
+    server.expect("GET", "/f", HttpReply::file("{\"release\":[]}", "text/plain"));
+    server.expect("GET", "/f", HttpReply{.status = 404});
+    EXPECT_EQ(runWhileServing(show(server.url(u"/f"_s))).status, 0);
+    EXPECT_EQ(runWhileServing(show(server.url(u"/f"_s))).status, 1);
+    EXPECT_EQ(
+        runWhileServing(show(server.url(u"/f"_s)) + QStringList{u"--content-type"_s, u"application/json"_s})
+            .status,
+        0);
+    const ProcessResult notFound = runWhileServing(show(server.url(u"/f"_s)));
+    EXPECT_EQ(notFound.status, 1);
+    EXPECT_EQ(json(notFound)[u"error"_s].toObject()[u"failureReason"_s],
+              u"An http status of 404 occurred when accessing the feed."_s);
+    EXPECT_EQ(server.requests().first().target, QByteArray("/f")) << "nothing is added";
+}
+
+TEST_F(TxUpdate, ValidateListsWhatIsDroppedAndDoubtful) {
+    const ProcessResult bad = run({u"feed"_s, u"validate"_s, file(R"({"release":[
+        {"type":"build","build":"1","downloadURL":"https://e.org/a.zip","date":"2026-05-01 10:00:00"},
+        {"type":"build","build":"1","downloadURL":"https://e.org/a.dmg","date":"May 1"},
+        {"type":"build","build":"2","webpageURL":"https://e.org/","releaseNotesURL":"notes.html","colour":"red"},
+        {"type":"build","build":"3"},
+        {"type":"post","url":"https://e.org/","date":"2026-05-01 10:00:00","endDate":"2001-01-01 00:00:00"},
+        {"type":"banner"}]})")});
+    EXPECT_EQ(bad.status, 1);
+    for (const char *line :
+         {"error: release[3]: Update lacks download URL or a link.",
+          "error: release[4]: endDate 2001-01-01 00:00:00 has passed",
+          "error: release[5]: unknown type \"banner\"", "warning: release[1]: duplicate build \"1\"",
+          "warning: release[1]: the date \"May 1\" is not of the form",
+          "warning: release[1]: the archive \"a.dmg\" cannot be unpacked", "warning: release[2]: no date",
+          "warning: release[2]: bad URL \"notes.html\"", "warning: release[2]: unknown member \"colour\""})
+        EXPECT_THAT(bad.output.toStdString(), testing::HasSubstr(line));
+    EXPECT_THAT(bad.output.toStdString(), testing::Not(testing::HasSubstr("release[0]")));
+    const ProcessResult good = run(
+        {u"feed"_s, u"validate"_s,
+         file(
+             R"({"release":[{"type":"build","build":"1","downloadURL":"https://e.org/a.zip","date":"2026-05-01 10:00:00"}]})")});
+    EXPECT_EQ(good.status, 0) << good.output.constData();
+    EXPECT_EQ(run({u"feed"_s, u"validate"_s, file("{")}).status, 1);
+}
+
+TEST_F(TxUpdate, CheckAsksTheFeedForTheApplication) {
+    FeedServer server;
+    const QByteArray body =
+        R"({"release":[{"type":"build","build":"1043","version":"2.1","downloadURL":"https://e.org/d.zip"}]})";
+    server.expect("GET", "/f", HttpReply::json(body));
+    server.expect("GET", "/f", HttpReply::json(body));
+    server.expect("GET", "/f", HttpReply::json("{\"release\":[]}"));
+    server.expect("GET", "/f", HttpReply{.status = 500});
+    const QStringList words{u"check"_s, u"--app"_s, path(u"Applications/Host.app"_s), u"--feed"_s,
+                            server.url(u"/f"_s)};
+    const ProcessResult available = runWhileServing(words);
+    EXPECT_EQ(available.status, 0) << available.errors.constData();
+    EXPECT_EQ(available.output, QByteArray("Host 2.1 (build 1043) is available; this is build 1042.\n"));
+    EXPECT_TRUE(
+        server.requests().first().target.startsWith("/f?appName=Host&appVersion=1042&anonymousUUID="));
+    const ProcessResult asJson = runWhileServing(words + QStringList{u"--json"_s});
+    EXPECT_EQ(json(asJson)[u"tracks"_s].toArray()[0].toObject()[u"recommendedUpdate"_s], u"1043"_s);
+    EXPECT_EQ(runWhileServing(words).output, QByteArray("Host is up to date.\n"));
+    const ProcessResult failed = runWhileServing(words);
+    EXPECT_EQ(failed.status, 1);
+    EXPECT_THAT(failed.errors.toStdString(), testing::HasSubstr("An http status of 500 occurred"));
+}
+
+TEST_F(TxUpdate, CheckWithoutFeedOrApplicationSaysSo) {
+    const ProcessResult noFeed = run({u"check"_s, u"--app"_s, path(u"Applications/Host.app"_s)});
+    EXPECT_EQ(noFeed.status, 1);
+    EXPECT_THAT(noFeed.errors.toStdString(), testing::HasSubstr("--feed"));
+    const ProcessResult noApp =
+        run({u"check"_s, u"--app"_s, path(u"home"_s), u"--feed"_s, u"http://127.0.0.1:1/"_s});
+    EXPECT_EQ(noApp.status, 1);
+    EXPECT_THAT(noApp.errors.toStdString(), testing::HasSubstr("is no application"));
+}
+
+class TxUpdateInstall : public TxUpdate {
+protected:
+    const QString app = path(u"Applications/Host.app"_s);
+    const QString ran = path(u"ran"_s);
+    const tx::test::ProcessReaper reaper{app + u"/Contents/Linux/Program"_s};
+
+    QByteArray newArchive() {
+        tx::test::makeBundle(path(u"staging/Host.app"_s),
+                             {.build = u"1043"_s,
+                              .displayVersion = u"2.1"_s,
+                              .program = "#!/bin/sh\necho new > '" + ran.toUtf8() + "'\n"});
+        tx::test::makeArchive(path(u"new.tgz"_s), tx::test::ArchiveKind::Tgz,
+                              tx::test::entriesOf(path(u"staging/Host.app"_s)));
+        return tx::test::readFile(path(u"new.tgz"_s));
+    }
+    QStringList words(const FeedServer &server) const {
+        return {u"update"_s, u"--app"_s, app, u"--feed"_s, server.url(u"/f"_s)};
+    }
+};
+
+TEST_F(TxUpdateInstall, UpdateReplacesTheApplicationAndWaitsForIt) {
+    FeedServer server;
+    server.expect("GET", "/f",
+                  HttpReply::json("{\"release\":[{\"type\":\"build\",\"build\":\"1043\",\"downloadURL\":\"" +
+                                  server.url(u"/new.tgz"_s).toUtf8() + "\"}]}"));
+    server.expect("GET", "/new.tgz", HttpReply::file(newArchive()));
+    const ProcessResult result = runWhileServing(words(server));
+    EXPECT_EQ(result.status, 0) << result.errors.constData();
+    EXPECT_TRUE(result.output.endsWith("Installed.\n")) << result.output.constData();
+    EXPECT_FALSE(result.output.contains('\r')) << "no progress bar without a terminal";
+    EXPECT_EQ(TXBundle(app).infoString(u"CFBundleVersion"_s), u"1043"_s) << "done when the command ends";
+    EXPECT_EQ(tx::test::namesIn(path(u"Applications"_s)), QStringList{u"Host.app"_s});
+    EXPECT_TRUE(tx::test::waitUntil([this] { return tx::test::readFile(ran) == "new\n"; }));
+}
+
+TEST_F(TxUpdateInstall, DownloadErrorLeavesTheApplication) {
+    FeedServer server;
+    server.expect("GET", "/f",
+                  HttpReply::json("{\"release\":[{\"type\":\"build\",\"build\":\"1043\",\"downloadURL\":\"" +
+                                  server.url(u"/new.tgz"_s).toUtf8() + "\"}]}"));
+    server.expect("GET", "/new.tgz", HttpReply{.status = 404});
+    const ProcessResult result = runWhileServing(words(server));
+    EXPECT_EQ(result.status, 1);
+    EXPECT_THAT(result.errors.toStdString(), testing::HasSubstr("The update could not be downloaded."));
+    EXPECT_EQ(TXBundle(app).infoString(u"CFBundleVersion"_s), u"1042"_s);
+}
+
+TEST_F(TxUpdateInstall, RunningApplicationIsNotReplaced) {
+    tx::test::makeBundle(
+        app, {.program = "#!/bin/sh\necho up > '" + ran.toUtf8() + "'\nwhile :; do sleep 1000; done\n"});
+    QProcess running;
+    running.start(app + u"/Contents/Linux/Program"_s, {});
+    ASSERT_TRUE(tx::test::waitUntil([this] { return tx::test::readFile(ran) == "up\n"; }));
+    FeedServer server;
+    const ProcessResult result = runWhileServing(words(server));
+    EXPECT_EQ(result.status, 1);
+    EXPECT_THAT(result.errors.toStdString(), testing::HasSubstr("is running: quit it first"));
+    running.kill();
+    running.waitForFinished();
+}
+
+TEST_F(TxUpdate, ServeAnswersGetAndPostAndPrintsWhatCame) {
+    QDir().mkpath(path(u"site/sub"_s));
+    file("{\"release\":[]}", u"site/feed.json"_s);
+    file("secret", u"outside.txt"_s);
+    file("zip", u"site/a.zip"_s);
+    ASSERT_TRUE(QFile::link(path(u"outside.txt"_s), path(u"site/link.txt"_s)));
+    QProcess server;
+    server.start(QStringLiteral(TEST_PROGRAMS) + u"/txupdate"_s,
+                 {u"serve"_s, path(u"site"_s), u"--port"_s, u"0"_s});
+    ASSERT_TRUE(server.waitForReadyRead(20000));
+    const int port = QString::fromUtf8(server.readLine()).section(u':', -1).section(u'/', 0, 0).toInt();
+    ASSERT_GT(port, 0);
+    const auto ask = [port](const QByteArray &request) {
+        QTcpSocket socket;
+        socket.connectToHost(u"127.0.0.1"_s, static_cast<quint16>(port));
+        EXPECT_TRUE(socket.waitForConnected(20000));
+        socket.write(request);
+        QByteArray all;
+        while (socket.waitForReadyRead(20000))
+            all += socket.readAll();
+        return all;
+    };
+    const QByteArray close = " HTTP/1.1\r\nHost: x\r\nConnection: close\r\n";
+    const QByteArray got = ask("GET /feed.json?appName=My%20App" + close + "\r\n");
+    EXPECT_TRUE(got.startsWith("HTTP/1.1 200"));
+    EXPECT_TRUE(got.contains("Content-Type: application/json\r\n")) << got.constData();
+    EXPECT_TRUE(got.endsWith("{\"release\":[]}"));
+    const QByteArray body = "{\"source\":\"menu\",\"systemProfile\":{\"OSVersion\":\"12\"}}";
+    EXPECT_TRUE(ask("POST /feed.json" + close + "Content-Type: application/json\r\nContent-Length: " +
+                    QByteArray::number(body.size()) + "\r\n\r\n" + body)
+                    .startsWith("HTTP/1.1 200"));
+    EXPECT_TRUE(ask("GET /a.zip" + close + "\r\n").contains("Content-Type: application/zip\r\n"));
+    for (const QByteArray outside : {"/../outside.txt", "/link.txt", "/none", "/sub", "/%2e%2e/outside.txt"})
+        EXPECT_TRUE(ask("GET " + outside + close + "\r\n").startsWith("HTTP/1.1 404")) << outside.constData();
+    QByteArray printed;
+    EXPECT_TRUE(tx::test::waitUntil([&] {
+        printed += server.readAllStandardOutput();
+        return printed.contains("profile: OSVersion = 12") && printed.contains("%2e") == false &&
+               printed.contains("/sub");
+    }));
+    EXPECT_TRUE(printed.contains("GET /feed.json -> 200\n    appName = My App\n")) << printed.constData();
+    EXPECT_TRUE(printed.contains("body: source = menu"));
+    server.kill();
+    server.waitForFinished();
+}
+
+TEST_F(TxUpdate, EveryCommandHasHelpAndMisuseExits64) {
+    for (const QStringList &command :
+         {QStringList{}, QStringList{u"compare"_s}, QStringList{u"version"_s},
+          QStringList{u"feed"_s, u"show"_s}, QStringList{u"feed"_s, u"validate"_s}, QStringList{u"check"_s},
+          QStringList{u"update"_s}, QStringList{u"serve"_s}}) {
+        const ProcessResult help = run(command + QStringList{u"--help"_s});
+        EXPECT_EQ(help.status, 0);
+        EXPECT_FALSE(help.output.isEmpty());
+    }
+    for (const QStringList &wrong :
+         {QStringList{}, QStringList{u"dance"_s}, QStringList{u"compare"_s, u"1"_s}, QStringList{u"feed"_s},
+          QStringList{u"feed"_s, u"show"_s, u"x"_s}, QStringList{u"check"_s},
+          QStringList{u"serve"_s, u"/no/such/folder"_s}}) {
+        const ProcessResult result = run(wrong);
+        EXPECT_EQ(result.status, 64) << wrong.join(u' ').toStdString();
+        EXPECT_FALSE(result.errors.isEmpty());
+    }
+    EXPECT_EQ(run({u"--version"_s}).output.trimmed(), QByteArray(TARVIXUPDATE_VERSION));
+}
+
+} // namespace

@@ -1,0 +1,170 @@
+// SPDX-License-Identifier: MIT
+#include "tests/support/builders.h"
+
+#include "platform/propertylist.h"
+
+#include <archive.h>
+#include <archive_entry.h>
+#include <gtest/gtest.h>
+
+#include <QDirIterator>
+#include <QFileInfo>
+#include <QVariantMap>
+
+#include <filesystem>
+#include <sys/stat.h>
+
+using namespace Qt::StringLiterals;
+
+namespace tx::test {
+
+void writeFile(const QString &path, const QByteArray &content, QFile::Permissions permissions) {
+    QDir().mkpath(QFileInfo(path).path());
+    QFile file(path);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly)) << path.toStdString();
+    ASSERT_EQ(file.write(content), content.size());
+    file.close();
+    if (permissions)
+        file.setPermissions(permissions);
+}
+
+QByteArray readFile(const QString &path) {
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+QStringList treeOf(const QString &path) {
+    QStringList result;
+    QDirIterator it(path, QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot,
+                    QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        const QString entry = it.next();
+        struct stat info {};
+        lstat(QFile::encodeName(entry).constData(), &info);
+        QString line = entry.mid(path.size()) + u' ' + QString::number(info.st_mode, 8);
+        if (S_ISLNK(info.st_mode))
+            line += u" -> "_s +
+                    QString::fromStdString(std::filesystem::read_symlink(entry.toStdString()).string());
+        else if (S_ISREG(info.st_mode))
+            line += u' ' + QString::fromLatin1(readFile(entry).toHex().right(200));
+        result.append(line);
+    }
+    result.sort();
+    return result;
+}
+
+QStringList namesIn(const QString &path) {
+    return QDir(path).entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot,
+                                QDir::Name);
+}
+
+void makeBundle(const QString &path, const BundleDescription &description) {
+    QDir(path).removeRecursively();
+    QVariantMap info{{u"CFBundleIdentifier"_s, description.identifier},
+                     {u"CFBundleExecutable"_s, description.executable}};
+    if (!description.build.isNull())
+        info.insert(u"CFBundleVersion"_s, description.build);
+    if (!description.displayVersion.isNull())
+        info.insert(u"CFBundleShortVersionString"_s, description.displayVersion);
+    if (!description.name.isNull())
+        info.insert(u"CFBundleName"_s, description.name);
+    writeFile(path + u"/Contents/Info.plist"_s, writePropertyList(info));
+    constexpr auto executable = QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner | QFile::ReadGroup |
+                                QFile::ExeGroup | QFile::ReadOther | QFile::ExeOther;
+    writeFile(path + u"/Contents/Linux/"_s + description.executable, description.program, executable);
+}
+
+const char *suffixOf(ArchiveKind kind) {
+    switch (kind) {
+    case ArchiveKind::Zip:
+        return ".zip";
+    case ArchiveKind::Tgz:
+        return ".tgz";
+    case ArchiveKind::Tbz:
+        return ".tbz";
+    default:
+        return ".tar";
+    }
+}
+
+void PrintTo(ArchiveKind kind, std::ostream *out) { *out << suffixOf(kind); }
+
+void makeArchive(const QString &path, ArchiveKind kind, const QList<ArchiveEntry> &entries) {
+    QDir().mkpath(QFileInfo(path).path());
+    archive *writer = archive_write_new();
+    if (kind == ArchiveKind::Zip) {
+        archive_write_set_format_zip(writer);
+    } else {
+        archive_write_set_format_pax_restricted(writer);
+        if (kind == ArchiveKind::Tgz)
+            archive_write_add_filter_gzip(writer);
+        else if (kind == ArchiveKind::Tbz)
+            archive_write_add_filter_bzip2(writer);
+    }
+    ASSERT_EQ(archive_write_open_filename(writer, path.toUtf8().constData()), ARCHIVE_OK);
+    for (const ArchiveEntry &entry : entries) {
+        archive_entry *header = archive_entry_new();
+        archive_entry_set_pathname(header, entry.name.toUtf8().constData());
+        archive_entry_set_perm(header, static_cast<mode_t>(entry.mode));
+        archive_entry_set_mtime(header, 1700000000, 0);
+        switch (entry.type) {
+        case ArchiveEntry::File:
+            archive_entry_set_filetype(header, AE_IFREG);
+            archive_entry_set_size(header, entry.content.size());
+            break;
+        case ArchiveEntry::Directory:
+            archive_entry_set_filetype(header, AE_IFDIR);
+            break;
+        case ArchiveEntry::SymbolicLink:
+            archive_entry_set_filetype(header, AE_IFLNK);
+            archive_entry_set_symlink(header, entry.content.constData());
+            break;
+        case ArchiveEntry::HardLink:
+            archive_entry_set_filetype(header, AE_IFREG);
+            archive_entry_set_hardlink(header, entry.content.constData());
+            break;
+        case ArchiveEntry::Fifo:
+            archive_entry_set_filetype(header, AE_IFIFO);
+            break;
+        case ArchiveEntry::CharacterDevice:
+            archive_entry_set_filetype(header, AE_IFCHR);
+            archive_entry_set_rdevmajor(header, 1);
+            archive_entry_set_rdevminor(header, 3);
+            break;
+        }
+        ASSERT_GE(archive_write_header(writer, header), ARCHIVE_WARN) << archive_error_string(writer);
+        if (entry.type == ArchiveEntry::File && !entry.content.isEmpty()) {
+            ASSERT_EQ(archive_write_data(writer, entry.content.constData(), size_t(entry.content.size())),
+                      entry.content.size());
+        }
+        archive_entry_free(header);
+    }
+    ASSERT_EQ(archive_write_close(writer), ARCHIVE_OK);
+    archive_write_free(writer);
+}
+
+QList<ArchiveEntry> entriesOf(const QString &folder) {
+    const QString top = QFileInfo(folder).fileName();
+    QList<ArchiveEntry> result{{top + u'/', ArchiveEntry::Directory, {}, 0755}};
+    QDirIterator it(folder, QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot,
+                    QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        const QString path = it.next();
+        const QString name = top + path.mid(folder.size());
+        struct stat info {};
+        lstat(QFile::encodeName(path).constData(), &info);
+        const int mode = static_cast<int>(info.st_mode & 07777);
+        if (S_ISLNK(info.st_mode))
+            result.append(
+                {name, ArchiveEntry::SymbolicLink,
+                 QByteArray::fromStdString(std::filesystem::read_symlink(path.toStdString()).string()),
+                 0777});
+        else if (S_ISDIR(info.st_mode))
+            result.append({name + u'/', ArchiveEntry::Directory, {}, mode});
+        else
+            result.append({name, ArchiveEntry::File, readFile(path), mode});
+    }
+    return result;
+}
+
+} // namespace tx::test

@@ -1,0 +1,198 @@
+// SPDX-License-Identifier: MIT
+#include "tests/support/fakes.h"
+
+#include "platform/posixerror.h"
+
+using namespace Qt::StringLiterals;
+
+namespace tx::test {
+
+namespace {
+
+/// Writes until the disk of the test is full.
+class LimitedFile final : public OutputFile {
+public:
+    LimitedFile(std::unique_ptr<OutputFile> file, qint64 &space, QString path)
+        : m_file(std::move(file))
+        , m_space(space)
+        , m_path(std::move(path)) {}
+    TXError write(QByteArrayView data) override {
+        if (m_space >= 0 && data.size() > m_space)
+            return posixError(ENOSPC, u"Cannot write to"_s, m_path);
+        if (m_space >= 0)
+            m_space -= data.size();
+        return m_file->write(data);
+    }
+
+private:
+    std::unique_ptr<OutputFile> m_file;
+    qint64 &m_space;
+    QString m_path;
+};
+
+class FinishedTask final : public Task {
+public:
+    qint64 processIdentifier() const override { return 4711; }
+    qsizetype write(const char *, qsizetype size, int *) override { return size; }
+    void closeInput() override {}
+    QByteArray read() override { return {}; }
+    int wait() override { return 0; }
+};
+
+} // namespace
+
+FaultFileSystem::FaultFileSystem()
+    : m_before(services().fileSystem) {
+    services().fileSystem = this;
+}
+FaultFileSystem::~FaultFileSystem() { services().fileSystem = m_before; }
+
+void FaultFileSystem::failOn(const QString &operation, int number, const QString &part) {
+    m_faults.insert(operation, {number, part});
+}
+
+TXError FaultFileSystem::failure(const QString &operation, const QString &path) const {
+    if (observer)
+        observer(operation, path);
+    const auto fault = m_faults.find(operation);
+    if (fault == m_faults.end() || !path.contains(fault->part))
+        return {};
+    return posixError(fault->number, u"Cannot "_s + operation, path);
+}
+
+bool FaultFileSystem::exists(const QString &path) const {
+    return !failure(u"exists"_s, path) && m_before->exists(path);
+}
+bool FaultFileSystem::isWritable(const QString &path) const {
+    return !failure(u"isWritable"_s, path) && m_before->isWritable(path);
+}
+Result<quint64> FaultFileSystem::fileSize(const QString &path) const { return m_before->fileSize(path); }
+Result<QStringList> FaultFileSystem::list(const QString &path) const { return m_before->list(path); }
+Result<QByteArray> FaultFileSystem::readFile(const QString &path) const {
+    if (TXError error = failure(u"readFile"_s, path))
+        return error;
+    return m_before->readFile(path);
+}
+TXError FaultFileSystem::createDirectory(const QString &path, bool withIntermediates) {
+    if (TXError error = failure(u"createDirectory"_s, path))
+        return error;
+    return m_before->createDirectory(path, withIntermediates);
+}
+TXError FaultFileSystem::checkPrivateDirectory(const QString &path) const {
+    if (TXError error = failure(u"checkPrivateDirectory"_s, path))
+        return error;
+    return m_before->checkPrivateDirectory(path);
+}
+TXError FaultFileSystem::remove(const QString &path) {
+    if (TXError error = failure(u"remove"_s, path))
+        return error;
+    return m_before->remove(path);
+}
+TXError FaultFileSystem::copy(const QString &from, const QString &to) {
+    if (TXError error = failure(u"copy"_s, to))
+        return error;
+    return m_before->copy(from, to);
+}
+TXError FaultFileSystem::move(const QString &from, const QString &to) {
+    if (TXError error = failure(u"move"_s, to))
+        return error;
+    return m_before->move(from, to);
+}
+Result<std::unique_ptr<OutputFile>> FaultFileSystem::create(const QString &path) {
+    if (TXError error = failure(u"create"_s, path))
+        return error;
+    Result<std::unique_ptr<OutputFile>> file = m_before->create(path);
+    if (!file)
+        return file;
+    return std::unique_ptr<OutputFile>(new LimitedFile(std::move(*file), spaceLeft, path));
+}
+TXError FaultFileSystem::replaceFile(const QString &path, QByteArrayView content, int mode) {
+    if (TXError error = failure(u"replaceFile"_s, path))
+        return error;
+    return m_before->replaceFile(path, content, mode);
+}
+TXError FaultFileSystem::removeExtendedAttribute(const QString &path, const QByteArray &name) {
+    if (TXError error = failure(u"removeExtendedAttribute"_s, path))
+        return error;
+    return m_before->removeExtendedAttribute(path, name);
+}
+Result<std::unique_ptr<FileLock>> FaultFileSystem::lock(const QString &path) {
+    if (TXError error = failure(u"lock"_s, path))
+        return error;
+    return m_before->lock(path);
+}
+
+RecordingTasks::RecordingTasks()
+    : m_before(services().tasks) {
+    services().tasks = this;
+}
+RecordingTasks::~RecordingTasks() { services().tasks = m_before; }
+
+Result<std::unique_ptr<Task>> RecordingTasks::start(const TaskRequest &request) {
+    started.append(request);
+    if (const int number = failing(request))
+        return posixError(number, u"Cannot start"_s, request.program);
+    if (runsForReal)
+        return m_before->start(request);
+    return std::unique_ptr<Task>(new FinishedTask);
+}
+
+RecordingWorkspace::RecordingWorkspace()
+    : m_before(services().workspace) {
+    services().workspace = this;
+}
+RecordingWorkspace::~RecordingWorkspace() { services().workspace = m_before; }
+
+TXError RecordingWorkspace::openUrl(const QUrl &url) {
+    opened.append(url.toString());
+    return {};
+}
+TXError RecordingWorkspace::openFile(const QString &path) {
+    opened.append(path);
+    return {};
+}
+TXError RecordingWorkspace::reveal(const QString &path) {
+    revealed.append(path);
+    return {};
+}
+Result<QString> RecordingWorkspace::moveToTrash(const QString &path) { return m_before->moveToTrash(path); }
+QList<qint64> RecordingWorkspace::runningApplications(const QString &executablePath) const {
+    return m_before->runningApplications(executablePath);
+}
+void RecordingWorkspace::terminate() { ++terminations; }
+bool RecordingWorkspace::isBackgroundApplication() const { return background; }
+
+ScriptedAuthorization::ScriptedAuthorization()
+    : m_before(services().authorization) {
+    services().authorization = this;
+}
+ScriptedAuthorization::~ScriptedAuthorization() { services().authorization = m_before; }
+
+int ScriptedAuthorization::create(const QList<AuthorizationItem> &environment, unsigned flags,
+                                  std::unique_ptr<AuthorizationReference> &reference) {
+    calls.append(u"create %1"_s.arg(flags));
+    lastEnvironment = environment;
+    reference = std::make_unique<AuthorizationReference>();
+    return createStatuses.size() > 1 ? createStatuses.takeFirst() : createStatuses.first();
+}
+int ScriptedAuthorization::copyRights(AuthorizationReference &, const QList<AuthorizationItem> &rights,
+                                      const QList<AuthorizationItem> &, unsigned flags,
+                                      QList<AuthorizationItem> *authorized) {
+    calls.append(u"copyRights"_s);
+    lastRights = rights;
+    rightsFlags = flags;
+    *authorized = grants;
+    return rightsStatus;
+}
+int ScriptedAuthorization::executeWithPrivileges(AuthorizationReference &, const QString &path,
+                                                 unsigned flags, const QStringList &arguments) {
+    calls.append(u"execute %1"_s.arg(flags));
+    executedPath = path;
+    executedArguments = arguments;
+    return executeStatus;
+}
+void ScriptedAuthorization::free(std::unique_ptr<AuthorizationReference>, unsigned flags) {
+    calls.append(u"free %1"_s.arg(flags));
+}
+
+} // namespace tx::test

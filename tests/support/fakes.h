@@ -1,0 +1,128 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "platform/authorization.h"
+#include "platform/filesystem.h"
+#include "platform/services.h"
+#include "platform/tasks.h"
+#include "platform/workspace.h"
+
+#include <QMap>
+
+#include <functional>
+
+namespace tx::test {
+
+/// Passes everything on to the real file system, except what a test makes fail.
+class FaultFileSystem : public FileSystem {
+public:
+    FaultFileSystem();
+    ~FaultFileSystem() override;
+    Q_DISABLE_COPY_MOVE(FaultFileSystem)
+
+    /// Makes the named operation fail with this errno, on paths that contain `part`.
+    void failOn(const QString &operation, int number, const QString &part = {});
+    /// Bytes that may still be written before the disk is full; negative: no limit.
+    qint64 spaceLeft = -1;
+    /// Called before the named operation.
+    std::function<void(const QString &operation, const QString &path)> observer;
+
+    bool exists(const QString &path) const override;
+    bool isWritable(const QString &path) const override;
+    Result<quint64> fileSize(const QString &path) const override;
+    Result<QStringList> list(const QString &path) const override;
+    Result<QByteArray> readFile(const QString &path) const override;
+    TXError createDirectory(const QString &path, bool withIntermediates) override;
+    TXError checkPrivateDirectory(const QString &path) const override;
+    TXError remove(const QString &path) override;
+    TXError copy(const QString &from, const QString &to) override;
+    TXError move(const QString &from, const QString &to) override;
+    Result<std::unique_ptr<OutputFile>> create(const QString &path) override;
+    TXError replaceFile(const QString &path, QByteArrayView content, int mode) override;
+    TXError removeExtendedAttribute(const QString &path, const QByteArray &name) override;
+    Result<std::unique_ptr<FileLock>> lock(const QString &path) override;
+
+private:
+    TXError failure(const QString &operation, const QString &path) const;
+    struct Fault {
+        int number;
+        QString part;
+    };
+    QMap<QString, Fault> m_faults;
+    FileSystem *m_before;
+};
+
+/// Records what is started. Runs it for real only when told to.
+class RecordingTasks : public Tasks {
+public:
+    RecordingTasks();
+    ~RecordingTasks() override;
+    Q_DISABLE_COPY_MOVE(RecordingTasks)
+
+    Result<std::unique_ptr<Task>> start(const TaskRequest &request) override;
+
+    QList<TaskRequest> started;
+    /// The errno of a start that fails, by program; 0 lets it succeed.
+    std::function<int(const TaskRequest &)> failing = [](const TaskRequest &) { return 0; };
+    bool runsForReal = false;
+
+private:
+    Tasks *m_before;
+};
+
+/// Records what the desktop is asked to do.
+class RecordingWorkspace : public Workspace {
+public:
+    RecordingWorkspace();
+    ~RecordingWorkspace() override;
+    Q_DISABLE_COPY_MOVE(RecordingWorkspace)
+
+    TXError openUrl(const QUrl &url) override;
+    TXError openFile(const QString &path) override;
+    TXError reveal(const QString &path) override;
+    Result<QString> moveToTrash(const QString &path) override;
+    QList<qint64> runningApplications(const QString &executablePath) const override;
+    void terminate() override;
+    bool isBackgroundApplication() const override;
+
+    QStringList opened;
+    QStringList revealed;
+    int terminations = 0;
+    bool background = false;
+
+private:
+    Workspace *m_before;
+};
+
+/// Answers every step with a status that the test chose.
+class ScriptedAuthorization : public Authorization {
+public:
+    ScriptedAuthorization();
+    ~ScriptedAuthorization() override;
+    Q_DISABLE_COPY_MOVE(ScriptedAuthorization)
+
+    int create(const QList<AuthorizationItem> &environment, unsigned flags,
+               std::unique_ptr<AuthorizationReference> &reference) override;
+    int copyRights(AuthorizationReference &reference, const QList<AuthorizationItem> &rights,
+                   const QList<AuthorizationItem> &environment, unsigned flags,
+                   QList<AuthorizationItem> *authorized) override;
+    int executeWithPrivileges(AuthorizationReference &reference, const QString &path, unsigned flags,
+                              const QStringList &arguments) override;
+    void free(std::unique_ptr<AuthorizationReference> reference, unsigned flags) override;
+
+    QList<int> createStatuses{0}; ///< answered in order, the last one for good
+    int rightsStatus = 0;
+    int executeStatus = 0;
+    QStringList calls;
+    QList<AuthorizationItem> lastEnvironment;
+    QList<AuthorizationItem> lastRights;
+    QList<AuthorizationItem> grants;
+    unsigned rightsFlags = 0;
+    QString executedPath;
+    QStringList executedArguments;
+
+private:
+    Authorization *m_before;
+};
+
+} // namespace tx::test

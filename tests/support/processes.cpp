@@ -1,0 +1,44 @@
+// SPDX-License-Identifier: MIT
+#include "tests/support/processes.h"
+
+#include "platform/linux/openbundle.h"
+
+#include <QProcess>
+
+#include <csignal>
+
+namespace tx::test {
+
+ProcessResult runProcess(const QString &program, const QStringList &arguments, const QByteArray &input,
+                         const QStringList &environment) {
+    QProcess process;
+    if (!environment.isEmpty()) {
+        QProcessEnvironment variables = QProcessEnvironment::systemEnvironment();
+        for (const QString &variable : environment)
+            variables.insert(variable.section(u'=', 0, 0), variable.section(u'=', 1));
+        process.setProcessEnvironment(variables);
+    }
+    process.start(program, arguments);
+    process.write(input);
+    process.closeWriteChannel();
+    ProcessResult result;
+    constexpr int limit = 100000;
+    if (!process.waitForFinished(limit)) {
+        process.kill();
+        process.waitForFinished();
+    }
+    result.status =
+        process.exitStatus() == QProcess::NormalExit ? process.exitCode() : 128 + process.exitCode();
+    result.output = process.readAllStandardOutput();
+    result.errors = process.readAllStandardError();
+    return result;
+}
+
+bool isAlive(qint64 processIdentifier) { return kill(static_cast<pid_t>(processIdentifier), 0) == 0; }
+
+ProcessReaper::~ProcessReaper() {
+    for (const pid_t process : processesRunning(m_executable.toStdString()))
+        kill(process, SIGKILL);
+}
+
+} // namespace tx::test
