@@ -89,11 +89,20 @@ QNetworkRequest networkRequestFor(const UrlRequest &request) {
     result.setAttribute(QNetworkRequest::CookieLoadControlAttribute, QNetworkRequest::Manual);
     result.setAttribute(QNetworkRequest::CookieSaveControlAttribute, QNetworkRequest::Manual);
     result.setTransferTimeout(static_cast<int>(request.timeout.count()));
-    result.setRawHeader("Connection", "close");
     result.setRawHeader("User-Agent", "TarvixUpdate/" TARVIXUPDATE_VERSION);
     for (const auto &[name, value] : request.headers)
         result.setRawHeader(name, value);
     return result;
+}
+
+void closeIdleConnections(QNetworkAccessManager &manager) {
+    QMetaObject::invokeMethod(
+        &manager,
+        [&manager] {
+            if (manager.findChildren<QNetworkReply *>().isEmpty())
+                manager.clearConnectionCache();
+        },
+        Qt::QueuedConnection);
 }
 
 bool meansUntrusted(const QList<QSslError> &errors) {

@@ -65,6 +65,8 @@ public:
 
     ~DownloadJob() override {
         m_reply->disconnect(this);
+        if (QNetworkAccessManager *manager = m_reply->manager())
+            closeIdleConnections(*manager);
         discardFile();
     }
     Q_DISABLE_COPY_MOVE(DownloadJob)

@@ -51,6 +51,7 @@ private:
         m_response.headers = m_reply->rawHeaderPairs();
         const UrlLoadHandler handler = std::move(m_handler);
         m_reply->deleteLater();
+        closeIdleConnections(*m_reply->manager());
         handler(m_response, error);
     }
 

@@ -144,7 +144,8 @@ void FeedServer::serve(int connection) {
             break;
         sent += n;
     }
-    if (reply.stalls) {
+    const bool complete = reply.announcedLength == -2 || reply.announcedLength == reply.body.size();
+    if (reply.stalls || complete) {
         // Until the client goes away or the test ends.
         char byte = 0;
         pollfd watched[] = {{connection, POLLIN, 0}, {m_wake[0], POLLIN, 0}};

@@ -1,0 +1,70 @@
+// SPDX-License-Identifier: MIT
+// A whole check over loopback in one process against a bare GET of the 10-entry feed.
+// Environment: TARVIX_BENCH_FEED_10 and TARVIX_BENCH_FEED_1000, the addresses.
+#include "bench/benchhost.h"
+
+#include <TarvixUpdate/TXUpdater.h>
+
+#include <benchmark/benchmark.h>
+
+#include <QCoreApplication>
+#include <QEventLoop>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+
+namespace {
+
+void check(benchmark::State &state, const char *variable) {
+    TXUpdater *updater = TXUpdater::sharedUpdater();
+    updater->setFeedURL(QUrl(qEnvironmentVariable(variable)));
+    for (auto _ : state) {
+        QEventLoop loop;
+        bool failed = false;
+        updater->checkForUpdate([&](const TXUpdateFeedPtr &feed, const TXError &) {
+            failed = !feed;
+            loop.quit();
+        });
+        loop.exec();
+        state.PauseTiming();
+        if (failed)
+            state.SkipWithError("the check failed");
+        while (updater->isChecking())
+            QCoreApplication::processEvents();
+        QCoreApplication::processEvents();
+        state.ResumeTiming();
+    }
+}
+BENCHMARK_CAPTURE(check, entries_10, "TARVIX_BENCH_FEED_10")
+    ->Unit(benchmark::kMicrosecond)
+    ->UseRealTime()
+    ->Iterations(300)
+    ->Repetitions(5);
+BENCHMARK_CAPTURE(check, entries_1000, "TARVIX_BENCH_FEED_1000")
+    ->Unit(benchmark::kMicrosecond)
+    ->UseRealTime()
+    ->Iterations(300)
+    ->Repetitions(5);
+
+void bareGet(benchmark::State &state) {
+    QNetworkAccessManager manager;
+    const QNetworkRequest request(QUrl(qEnvironmentVariable("TARVIX_BENCH_FEED_10")));
+    for (auto _ : state) {
+        QEventLoop loop;
+        QNetworkReply *reply = manager.get(request);
+        QObject::connect(reply, &QNetworkReply::finished, &loop, &QEventLoop::quit);
+        loop.exec();
+        benchmark::DoNotOptimize(reply->readAll());
+        reply->deleteLater();
+    }
+}
+BENCHMARK(bareGet)->Unit(benchmark::kMicrosecond)->UseRealTime()->Iterations(300)->Repetitions(5);
+
+} // namespace
+
+int main(int argc, char **argv) {
+    const QCoreApplication application(argc, argv);
+    becomeBenchHost();
+    benchmark::Initialize(&argc, argv);
+    benchmark::RunSpecifiedBenchmarks();
+    return 0;
+}

@@ -1,0 +1,24 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <QByteArray>
+
+/// A feed of `count` entries as publishers write them; the builds from 100001 on, half of which are newer
+/// than 100000 + count / 2.
+inline QByteArray feedDocument(int count) {
+    QByteArray result = "{\"release\":[";
+    for (int i = 1; i <= count; ++i) {
+        const QByteArray build = QByteArray::number(100000 + i);
+        if (i > 1)
+            result += ',';
+        result += "{\"type\":\"build\",\"title\":\"Example 4." + build +
+                  "\",\"description\":\"Finds notes as you type, opens large files faster and no longer "
+                  "forgets its "
+                  "window.\",\"date\":\"2026-05-01 10:00:00\",\"build\":\"" +
+                  build + "\",\"version\":\"4." + build +
+                  "\",\"releaseNotesURL\":\"https://updates.example.org/notes/" + build +
+                  ".html\",\"downloadURL\":\"https://updates.example.org/archives/Example-" + build +
+                  ".zip\",\"minSystemVersion\":\"10.0\",\"launch\":\"any\"}";
+    }
+    return result + "]}";
+}
