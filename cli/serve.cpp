@@ -3,127 +3,23 @@
 
 #include <QFile>
 #include <QFileInfo>
-#include <QJsonDocument>
-#include <QJsonObject>
 
-#include <httplib.h>
-
-#include <cstdio>
-#include <mutex>
+#include <cerrno>
+#include <cstring>
+#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 
 namespace tx::cli {
 
-namespace {
-
-const char *contentTypeFor(const QString &suffix) {
-    struct Row {
-        QLatin1StringView suffix;
-        const char *type;
-    };
-    // Exactly this type makes an application read a feed as JSON.
-    static constexpr Row rows[] = {
-        {"json"_L1, "application/json"}, {"xml"_L1, "application/rss+xml"},
-        {"html"_L1, "text/html"},        {"txt"_L1, "text/plain"},
-        {"css"_L1, "text/css"},          {"js"_L1, "text/javascript"},
-        {"png"_L1, "image/png"},         {"svg"_L1, "image/svg+xml"},
-        {"zip"_L1, "application/zip"},   {"tgz"_L1, "application/gzip"},
-        {"gz"_L1, "application/gzip"},   {"tbz"_L1, "application/x-bzip2"},
-        {"tar"_L1, "application/x-tar"},
-    };
-    for (const Row &row : rows) {
-        if (suffix.compare(row.suffix, Qt::CaseInsensitive) == 0)
-            return row.type;
-    }
-    return "application/octet-stream";
+int serve(const QString &directory, int port) {
+    // It stands beside this program.
+    const QString program = QFileInfo(u"/proc/self/exe"_s).canonicalPath() + u"/txupdate-serve"_s;
+    const QByteArray path = QFile::encodeName(program);
+    execl(path.constData(), "txupdate-serve", QFile::encodeName(directory).constData(),
+          QByteArray::number(port).constData(), static_cast<char *>(nullptr));
+    complain(u"%1 cannot be run: %2"_s.arg(program, QString::fromLocal8Bit(std::strerror(errno))));
+    return ExitFailed;
 }
-
-class Server {
-public:
-    explicit Server(const QString &directory)
-        : m_root(QFileInfo(directory).canonicalFilePath()) {
-        const auto handler = [this](const httplib::Request &request, httplib::Response &response) {
-            answer(request, response);
-            print(request, response);
-        };
-        m_server.Get(".*", handler);
-        m_server.Post(".*", handler);
-        constexpr size_t threads = 64;
-        m_server.new_task_queue = [] { return new httplib::ThreadPool(threads); };
-        m_server.set_tcp_nodelay(true);
-        constexpr size_t largestBody = 16 << 20;
-        m_server.set_payload_max_length(largestBody);
-    }
-
-    int run(int port) {
-        const std::string address = "127.0.0.1";
-        const int bound = port == 0 ? m_server.bind_to_any_port(address) : port;
-        if (bound < 0 || (port != 0 && !m_server.bind_to_port(address, port))) {
-            complain(u"cannot listen on port %1: it is taken"_s.arg(port));
-            return ExitFailed;
-        }
-        std::printf("Serving %s on http://127.0.0.1:%d/\n", m_root.toUtf8().constData(), bound);
-        std::fflush(stdout);
-        return m_server.listen_after_bind() ? ExitDone : ExitFailed;
-    }
-
-private:
-    void answer(const httplib::Request &request, httplib::Response &response) const {
-        const QFileInfo file(m_root + u'/' + QString::fromStdString(request.path));
-        const QString path = file.canonicalFilePath();
-        // Links and ".." may not lead out of the folder.
-        if (path.isEmpty() || !path.startsWith(m_root + u'/') || !QFileInfo(path).isFile()) {
-            response.status = 404;
-            response.set_content("There is no such file.\n", "text/plain");
-            return;
-        }
-        auto content = std::make_shared<QFile>(path);
-        if (!content->open(QIODevice::ReadOnly)) {
-            response.status = 403;
-            return;
-        }
-        const auto size = static_cast<size_t>(content->size());
-        const char *type = contentTypeFor(QFileInfo(path).suffix());
-        if (size == 0) {
-            response.set_content("", type);
-            return;
-        }
-        response.set_content_provider(
-            size, type, [content](size_t offset, size_t length, httplib::DataSink &sink) {
-                constexpr size_t step = 256 << 10;
-                content->seek(static_cast<qint64>(offset));
-                const QByteArray data = content->read(static_cast<qint64>(std::min(length, step)));
-                return !data.isEmpty() && sink.write(data.constData(), static_cast<size_t>(data.size()));
-            });
-    }
-
-    void print(const httplib::Request &request, const httplib::Response &response) {
-        const std::lock_guard lock(m_mutex);
-        std::printf("%s %s -> %d\n", request.method.c_str(), request.path.c_str(),
-                    response.status < 0 ? 200 : response.status);
-        for (const auto &[name, value] : request.params)
-            std::printf("    %s = %s\n", name.c_str(), value.c_str());
-        const QJsonObject body = QJsonDocument::fromJson(QByteArray::fromStdString(request.body)).object();
-        for (auto it = body.begin(); it != body.end(); ++it) {
-            if (!it.value().isObject())
-                std::printf("    body: %s = %s\n", it.key().toUtf8().constData(),
-                            it.value().toVariant().toString().toUtf8().constData());
-        }
-        const QJsonObject profile = body[u"systemProfile"_s].toObject();
-        for (auto it = profile.begin(); it != profile.end(); ++it)
-            std::printf("    profile: %s = %s\n", it.key().toUtf8().constData(),
-                        it.value().toString().toUtf8().constData());
-        std::fflush(stdout);
-    }
-
-    QString m_root;
-    httplib::Server m_server;
-    std::mutex m_mutex;
-};
-
-} // namespace
-
-int serve(const QString &directory, int port) { return Server(directory).run(port); }
 
 } // namespace tx::cli

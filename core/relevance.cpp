@@ -45,23 +45,32 @@ bool isItemRelevant(const TXUpdateItem &item, const QString &build, const QStrin
     return reasonAgainst(item.conditions(), version, build, systemVersion).isNull();
 }
 
-bool isUpdateIgnored(const TXUpdate &update) {
-    UserDefaults &defaults = UserDefaults::standard();
-    const QVariant stored = defaults.value(TXUpdatePrefIgnoreVersionKey);
+IgnoredVersions::IgnoredVersions() {
+    const QVariant stored = UserDefaults::standard().value(TXUpdatePrefIgnoreVersionKey);
     // An earlier form of the record was a plain text: it ignores nothing and stays.
     if (stored.typeId() != QMetaType::QVariantMap)
-        return false;
+        return;
     const QVariantMap record = stored.toMap();
     const QVariant version = record.value(u"version"_s);
     const QDateTime date = record.value(u"date"_s).toDateTime();
     if (version.typeId() != QMetaType::QString || !date.isValid())
+        return;
+    m_version = version.toString();
+    m_expiry = date.addSecs(ignoreSeconds);
+}
+
+bool IgnoredVersions::contains(const TXUpdate &update) {
+    if (m_version.isNull())
         return false;
-    if (version.toString() != update.version() && !isVersionNewer(version.toString(), update.version()))
+    if (m_version != update.version() && !isVersionNewer(m_version, update.version()))
         return false;
-    if (services().now() <= date.addSecs(ignoreSeconds))
+    if (services().now() <= m_expiry)
         return true;
-    (void)defaults.remove(TXUpdatePrefIgnoreVersionKey);
+    (void)UserDefaults::standard().remove(TXUpdatePrefIgnoreVersionKey);
+    m_version = QString();
     return false;
 }
+
+bool isUpdateIgnored(const TXUpdate &update) { return IgnoredVersions().contains(update); }
 
 } // namespace tx

@@ -30,7 +30,19 @@ template <typename Item>
     return result;
 }
 
-/// Whether the user ignores this version or a newer one. An ignore older than 30 days is removed.
+/// What the user ignores, read once for questions about many updates. Thread: main.
+class IgnoredVersions {
+public:
+    IgnoredVersions();
+    /// Whether this version or a newer one is ignored. An ignore older than 30 days is removed.
+    [[nodiscard]] bool contains(const TXUpdate &update);
+
+private:
+    QString m_version; ///< null when nothing is ignored
+    QDateTime m_expiry;
+};
+
+/// The same for one update.
 [[nodiscard]] bool isUpdateIgnored(const TXUpdate &update);
 
 } // namespace tx

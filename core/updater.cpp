@@ -153,12 +153,14 @@ void TXUpdater::checkForUpdate(const CompletionHandler &handler) {
 
 void TXUpdater::performCheck(const CompletionHandler &handler) {
     QVariantMap parameters;
-    const bool asked = tx::runOnMainAndWait([this, &parameters] {
-        if (d->delegate)
-            parameters = d->delegate->feedParametersForUpdater(this);
-    });
-    if (!asked)
-        return; // the application is ending
+    if (d->delegate) {
+        const bool asked = tx::runOnMainAndWait([this, &parameters] {
+            if (TXUpdaterDelegate *delegate = d->delegate)
+                parameters = delegate->feedParametersForUpdater(this);
+        });
+        if (!asked)
+            return; // the application is ending
+    }
     TXUpdateFeed::fetchFeedAtURL(
         feedURL(), parameters, {}, [this, handler](const TXUpdateFeedPtr &feed, const TXError &error) {
             const TXUpdateFeedPtr result = error ? TXUpdateFeedPtr() : feed;
@@ -173,8 +175,8 @@ void TXUpdater::performCheck(const CompletionHandler &handler) {
 void TXUpdater::report(const CompletionHandler &handler, const TXUpdateFeedPtr &feed, const TXError &error) {
     if (handler)
         handler(feed, error);
-    else if (d->delegate)
-        d->delegate->updaterDidCheckForUpdate(this, feed, error);
+    else if (TXUpdaterDelegate *delegate = d->delegate)
+        delegate->updaterDidCheckForUpdate(this, feed, error);
     if (feed)
         (void)defaults().setValue(TXUpdatePrefLastUpdateCheckDateKey, tx::services().now());
     Q_EMIT settingsChanged();

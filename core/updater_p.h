@@ -10,6 +10,6 @@
 struct TXUpdater::Private {
     /// Set on the thread that starts a check and cleared on the network thread.
     std::atomic<bool> isChecking{false};
-    TXUpdaterDelegate *delegate = nullptr;
+    std::atomic<TXUpdaterDelegate *> delegate{nullptr}; ///< set on the main thread, looked at by a check
     tx::LongTimer timer{[] { TXUpdater::sharedUpdater()->autocheckForUpdate(); }};
 };

@@ -15,6 +15,52 @@ QUrl urlFromFeedText(const QString &text) {
     return url.isValid() ? url : QUrl();
 }
 
+namespace {
+
+bool isHexadecimal(char c) {
+    return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
+}
+bool isHostCharacter(char c) {
+    return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || c == '.' || c == '-';
+}
+
+/// True for an address that every parser takes and none would write otherwise: http or https, a lower-case
+/// host name without a port, and then characters that need no encoding.
+bool isPlainAddress(std::string_view text) {
+    constexpr std::string_view secure = "https://";
+    constexpr std::string_view open = "http://";
+    size_t position = text.starts_with(secure) ? secure.size() : (text.starts_with(open) ? open.size() : 0);
+    const size_t host = position;
+    for (char before = '.'; position < text.size() && isHostCharacter(text[position]); ++position) {
+        if (before < '0' && text[position] < '0')
+            return false; // two of dot and dash, or one at the beginning
+        before = text[position];
+    }
+    // A name with a letter at its end is no IP address, which has rules of its own.
+    if (host == 0 || position == host || position == text.size() || text[position] != '/' ||
+        text[position - 1] < 'a')
+        return false;
+    for (; position < text.size(); ++position) {
+        const char c = text[position];
+        const bool plain = isHexadecimal(c) || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '/' ||
+                           c == '-' || c == '.' || c == '_' || c == '~';
+        if (!plain)
+            return false;
+    }
+    return true;
+}
+
+} // namespace
+
+QByteArray encodedUrlFromFeedText(std::string_view text) {
+    if (text.empty())
+        return {};
+    const auto size = static_cast<qsizetype>(text.size());
+    if (isPlainAddress(text))
+        return {text.data(), size};
+    return urlFromFeedText(QString::fromUtf8(text.data(), size)).toEncoded();
+}
+
 QSizeF sizeFromFeedText(const QString &text) {
     const QSizeF zero(0, 0);
     const QString trimmed = text.trimmed();

@@ -5,11 +5,17 @@
 #include <QString>
 #include <QUrl>
 
+#include <string_view>
+
 namespace tx {
 
 /// An address as feeds write it: blanks at the ends are dropped, others and non-ASCII characters are
 /// percent-encoded. An empty URL for a null text or one that is no URL. Thread: any.
 [[nodiscard]] QUrl urlFromFeedText(const QString &text);
+
+/// The same in percent-encoded form, from UTF-8; empty for none. Plain http addresses, as nearly all are, are
+/// taken as they stand without being taken apart.
+[[nodiscard]] QByteArray encodedUrlFromFeedText(std::string_view text);
 
 /// "{640, 480}" as a size; the zero size for any other form. Thread: any.
 [[nodiscard]] QSizeF sizeFromFeedText(const QString &text);

@@ -4,12 +4,11 @@
 #include "core/names.h"
 #include "core/relevance.h"
 #include "feed/feedvalues.h"
+#include "install/updatebuilder.h"
 
 #include <TarvixUpdate/TXLog.h>
 
-#include <QCoreApplication>
 #include <QStringDecoder>
-#include <QThread>
 
 #include <simdjson.h>
 
@@ -76,19 +75,6 @@ FeedEntry entryFrom(dom::object object) {
             store(entry, *member, pair.value);
     }
     return entry;
-}
-
-/// Makes an object that is used, and at last deleted, on the main thread.
-TXUpdatePtr makeUpdate() {
-    auto *update = new TXUpdate;
-    if (const QCoreApplication *application = QCoreApplication::instance())
-        update->moveToThread(application->thread());
-    return {update, [](TXUpdate *object) {
-                if (object->thread() == QThread::currentThread() || !object->thread())
-                    delete object;
-                else
-                    object->deleteLater();
-            }};
 }
 
 class TrackReader {
@@ -236,24 +222,24 @@ TXUpdatePtr json_updateFromDictionary(const FeedEntry &entry, QString *failureRe
     };
     if (!entry.has(Member::Build))
         return refuse(u"Update lacks 'build' attribute"_s);
-    const QUrl fileURL = urlFromFeedText(entry.text(Member::DownloadURL));
-    const QUrl linkURL = urlFromFeedText(entry.text(Member::WebpageURL));
-    if (fileURL.isEmpty() && linkURL.isEmpty())
+    UpdateFields fields;
+    fields.fileURL = encodedUrlFromFeedText(entry.bytes(Member::DownloadURL));
+    fields.linkURL = encodedUrlFromFeedText(entry.bytes(Member::WebpageURL));
+    if (fields.fileURL.isEmpty() && fields.linkURL.isEmpty())
         return refuse(u"Update lacks download URL or a link."_s);
-    TXUpdatePtr update = makeUpdate();
-    update->setTitle(entry.text(Member::Title));
-    update->setItemDescription(entry.text(Member::Description));
-    update->setDateString(entry.text(Member::Date));
-    update->setVersion(entry.text(Member::Build));
-    update->setDisplayVersion(entry.text(entry.has(Member::Version) ? Member::Version : Member::Build));
-    update->setReleaseNotesURL(urlFromFeedText(entry.text(Member::ReleaseNotesURL)));
-    update->setFileURL(fileURL);
-    update->setLinkURL(linkURL);
+    fields.title = entry.text(Member::Title);
+    fields.itemDescription = entry.text(Member::Description);
+    fields.dateString = entry.text(Member::Date);
+    fields.version = entry.text(Member::Build);
+    fields.displayVersion = entry.has(Member::Version) ? entry.text(Member::Version) : fields.version;
+    fields.releaseNotesURL = encodedUrlFromFeedText(entry.bytes(Member::ReleaseNotesURL));
     const std::string_view automatic = entry.bytes(Member::Autodownload);
-    update->setExcludeFromAutoDownloading(automatic == "false" || automatic == "no" ||
-                                          automatic == "disable" || automatic == "disabled");
-    update->setPreferredDisplaySize(sizeFromFeedText(entry.text(Member::PreferredDisplaySize)));
-    update->setConditions(TXUpdateItemConditions::conditionsFromDictionary(entry));
+    fields.excludeFromAutoDownloading =
+        automatic == "false" || automatic == "no" || automatic == "disable" || automatic == "disabled";
+    if (entry.has(Member::PreferredDisplaySize))
+        fields.preferredDisplaySize = sizeFromFeedText(entry.text(Member::PreferredDisplaySize));
+    fields.conditions = TXUpdateItemConditions::conditionsFromDictionary(entry);
+    TXUpdatePtr update = UpdateBuilder::make(std::move(fields));
     if (TXLogGetLevel() >= TXLogLevelDetail && !update->date().isValid())
         TXLog(TXLogLevelDetail, u"Update has no date: %@"_s, {entry.description()});
     return update;

@@ -30,16 +30,16 @@ TXUpdatePtr TXUpdateTrack::recommendedUpdate() const { return recommendedUpdateB
 
 TXUpdatePtr TXUpdateTrack::recommendedUpdateBefore(const QDateTime &limit) const {
     TXUpdatePtr best;
+    tx::IgnoredVersions ignored;
     for (const TXUpdatePtr &update : m_updates) {
         if (limit.isValid()) {
             const QDateTime date = update->date();
             if (!date.isValid() || date >= limit)
                 continue;
         }
-        // The comparison is cheap and the record of ignored versions is not.
-        if (best && !tx::isVersionNewer(update->version(), best->version()))
+        if (ignored.contains(*update))
             continue;
-        if (!tx::isUpdateIgnored(*update))
+        if (!best || tx::isVersionNewer(update->version(), best->version()))
             best = update;
     }
     return best;

@@ -144,8 +144,8 @@ bool TXUpdate::isEqual(const TXUpdate &other) const {
     const Private &o = *other.d;
     return same(d->title, o.title) && same(d->version, o.version) && same(d->dateString, o.dateString) &&
            same(d->itemDescription, o.itemDescription) && same(d->extra, o.extra) &&
-           d->releaseNotesURL == o.releaseNotesURL && d->fileURL == o.fileURL && d->linkURL == o.linkURL &&
-           d->conditions == o.conditions;
+           releaseNotesURL() == other.releaseNotesURL() && fileURL() == other.fileURL() &&
+           linkURL() == other.linkURL() && d->conditions == o.conditions;
 }
 
 void TXUpdate::ignore() {

@@ -1,24 +1,11 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <TarvixUpdate/TXUpdate.h>
+#include "install/updatebuilder.h"
 
-struct TXUpdate::Private {
-    QString title;
-    QString version;
-    QString displayVersion;
-    QString dateString;
-    QString itemDescription;
-    QString extra;
-    // Kept encoded and parsed when asked for: a parsed address takes ten times the memory, and a feed may
-    // hold thousands of updates of which one is used.
-    QByteArray releaseNotesURL;
-    QByteArray fileURL;
-    QByteArray linkURL;
-    QSizeF preferredDisplaySize{0, 0};
-    std::optional<TXUpdateItemConditions> conditions;
-    bool excludeFromAutoDownloading = false;
-
+// Addresses are kept encoded and parsed when asked for: a parsed one takes ten times the memory, and a feed
+// may hold thousands of updates of which one is used.
+struct TXUpdate::Private : tx::UpdateFields {
     bool isDownloaded = false;
     bool isDownloading = false;
     bool isInstalling = false;

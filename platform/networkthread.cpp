@@ -3,8 +3,10 @@
 
 #include "platform/queues.h"
 
+#include <QHostAddress>
 #include <QNetworkProxy>
 #include <QSslError>
+#include <QTimer>
 
 using namespace Qt::StringLiterals;
 
@@ -16,6 +18,10 @@ namespace {
 class SystemProxyFactory final : public QNetworkProxyFactory {
 public:
     QList<QNetworkProxy> queryProxy(const QNetworkProxyQuery &query) override {
+        // This machine is reached without a proxy, and without the cost of asking for one.
+        const QString host = query.peerHostName();
+        if (host == u"localhost" || QHostAddress(host).isLoopback())
+            return {QNetworkProxy::NoProxy};
         return systemProxyForQuery(query);
     }
 };
@@ -96,13 +102,12 @@ QNetworkRequest networkRequestFor(const UrlRequest &request) {
 }
 
 void closeIdleConnections(QNetworkAccessManager &manager) {
-    QMetaObject::invokeMethod(
-        &manager,
-        [&manager] {
-            if (manager.findChildren<QNetworkReply *>().isEmpty())
-                manager.clearConnectionCache();
-        },
-        Qt::QueuedConnection);
+    // Long enough for the archive to follow its feed on the same connection.
+    constexpr std::chrono::milliseconds linger(500);
+    QTimer::singleShot(linger, &manager, [&manager] {
+        if (manager.findChildren<QNetworkReply *>().isEmpty())
+            manager.clearConnectionCache();
+    });
 }
 
 bool meansUntrusted(const QList<QSslError> &errors) {

@@ -39,9 +39,9 @@ private:
 /// The request as the access manager wants it: redirects followed, but never to less security.
 [[nodiscard]] QNetworkRequest networkRequestFor(const UrlRequest &request);
 
-/// Closes the connections that were kept for further requests, once no transfer runs any more: a server that
-/// closes them later would wake an idle process. Asking the server to close instead does not do: when its
-/// answer and the end of the connection come at once, the access manager may ask a second time.
+/// Closes the connections that were kept for further requests, shortly, once no transfer runs any more: a
+/// server that closes them later would wake an idle process. Asking the server to close instead does not do:
+/// when its answer and the end of the connection come at once, the access manager may ask a second time.
 void closeIdleConnections(QNetworkAccessManager &manager);
 
 /// The URL error for a reply that failed in transport. `untrusted`: the certificate was refused.

@@ -12,6 +12,7 @@
 #include <memory>
 
 namespace tx {
+class UpdateBuilder;
 class UpdateDownload;
 class UpdateInstallation;
 } // namespace tx
@@ -146,6 +147,7 @@ Q_SIGNALS:
     void isInstalledChanged();
 
 private:
+    friend class tx::UpdateBuilder;
     friend class tx::UpdateDownload;
     friend class tx::UpdateInstallation;
     struct Private;

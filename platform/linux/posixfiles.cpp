@@ -219,9 +219,12 @@ FileError removeTree(const std::string &path) {
 }
 
 FileError changeOwner(const std::string &path, uid_t owner, gid_t group) {
-    if (lchown(path.c_str(), owner, group) != 0)
+    struct stat info {};
+    if (lstat(path.c_str(), &info) != 0)
         return failure(path);
-    if (!isDirectory(path))
+    if ((info.st_uid != owner || info.st_gid != group) && lchown(path.c_str(), owner, group) != 0)
+        return failure(path);
+    if (!S_ISDIR(info.st_mode))
         return {};
     std::error_code error;
     for (const fs::directory_entry &entry : fs::directory_iterator(path, error)) {

@@ -2,14 +2,13 @@
 #include "platform/workspace.h"
 
 #include "platform/filesystem.h"
+#include "platform/frameworkresources.h"
 #include "platform/linux/openbundle.h"
 #include "platform/posixerror.h"
 #include "platform/services.h"
 #include "platform/tasks.h"
 
 #include <QCoreApplication>
-#include <QDBusConnection>
-#include <QDBusMessage>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -44,17 +43,12 @@ public:
     }
 
     TXError reveal(const QString &path) override {
-        QDBusMessage call = QDBusMessage::createMethodCall(u"org.freedesktop.FileManager1"_s,
-                                                           u"/org/freedesktop/FileManager1"_s,
-                                                           u"org.freedesktop.FileManager1"_s, u"ShowItems"_s);
-        call << QStringList{QUrl::fromLocalFile(path).toString(QUrl::FullyEncoded)} << QString();
-        const QDBusConnection bus = QDBusConnection::sessionBus();
-        constexpr int timeoutMilliseconds = 5000;
-        if (bus.isConnected() &&
-            bus.call(call, QDBus::Block, timeoutMilliseconds).type() == QDBusMessage::ReplyMessage)
-            return {};
-        // Without such a file manager the folder alone has to do.
-        return openWithDesktop(QFileInfo(path).path());
+        // The bus costs a host more than a helper that is started when somebody wants to see a file.
+        const Result<std::unique_ptr<Task>> task =
+            services().tasks->start({.program = frameworkResourcesPath() + u"/TXUpdateReveal"_s,
+                                     .arguments = {path},
+                                     .ownSession = true});
+        return task ? TXError() : task.error();
     }
 
     Result<QString> moveToTrash(const QString &path) override {

@@ -76,6 +76,21 @@ TEST(FeedValues, AddressesAreEncodedRatherThanRefused) {
         EXPECT_EQ(tx::urlFromFeedText(text).toString(QUrl::FullyEncoded), encoded) << text.toStdString();
 }
 
+TEST(FeedValues, EncodedAddressesAreTheSameOnBothRoads) {
+    for (const QString &text :
+         {u"https://e.org/a/B-c_d~1.zip"_s, u"http://a-b.example.org/"_s, u"https://e.org"_s,
+          u"https://E.org/x"_s, u"https://e.org:8080/x"_s, u"https://127.0.0.1/x"_s,
+          u"https://e.org/x?y=z#f"_s, u"https://e.org/a b"_s, u"https://e.org/%41"_s, u"https://-e.org/"_s,
+          u"https://.org/"_s, u"https:///x"_s, u"ftp://e.org/x"_s, u"https://e..org/x"_s,
+          u"https://e.org/../x"_s, u"http://["_s, u"plain"_s, u""_s, u"https://\u00FC.org/"_s}) {
+        const QByteArray utf8 = text.toUtf8();
+        EXPECT_EQ(QUrl::fromEncoded(tx::encodedUrlFromFeedText({utf8.constData(), size_t(utf8.size())})),
+                  tx::urlFromFeedText(text))
+            << text.toStdString();
+    }
+    EXPECT_TRUE(tx::encodedUrlFromFeedText({}).isEmpty());
+}
+
 TEST(FeedValues, SizesInBraces) {
     const QList<std::pair<QString, QSizeF>> cases{{u"{640, 480}"_s, {640, 480}},
                                                   {u"{640.5,480}"_s, {640.5, 480}},

@@ -8,6 +8,7 @@
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
 #include "tests/support/fakes.h"
+#include "tests/support/processes.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -136,12 +137,37 @@ TEST_F(Desktop, AddressesAndFilesGoToTheUsersProgram) {
     EXPECT_EQ(tx::nativeWorkspace().openUrl(QUrl(u"https://e.org/"_s)).code(), ENOENT);
 }
 
-TEST_F(Desktop, RevealFallsBackToTheFolderWithoutAFileManager) {
-    qputenv("DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent/bus");
+TEST_F(Desktop, RevealStartsItsHelper) {
     tx::test::RecordingTasks tasks;
     EXPECT_TRUE(tx::nativeWorkspace().reveal(path(u"folder/file"_s)).isNull());
     ASSERT_EQ(tasks.started.size(), 1);
-    EXPECT_EQ(tasks.started[0].arguments, QStringList{path(u"folder"_s)});
+    EXPECT_EQ(tasks.started[0].program, tx::frameworkResourcesPath() + u"/TXUpdateReveal"_s);
+    EXPECT_EQ(tasks.started[0].arguments, QStringList{path(u"folder/file"_s)});
+    tasks.failing = [](const tx::TaskRequest &) { return ENOENT; };
+    EXPECT_EQ(tx::nativeWorkspace().reveal(path(u"folder/file"_s)).code(), ENOENT);
+}
+
+TEST_F(Desktop, RevealFallsBackToTheFolderWithoutAFileManager) {
+    const QString helper = QStringLiteral(TEST_RESOURCES) + u"/TXUpdateReveal"_s;
+    // xdg-open is played by a script.
+    tx::test::writeFile(path(u"bin/xdg-open"_s),
+                        "#!/bin/sh\nprintf %s \"$1\" > '" + path(u"opened"_s).toUtf8() + "'\n",
+                        QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    const QStringList environment{u"PATH="_s + path(u"bin"_s) + u":/usr/bin:/bin"_s,
+                                  u"DBUS_SESSION_BUS_ADDRESS=unix:path=/nonexistent/bus"_s};
+    EXPECT_EQ(tx::test::runProcess(helper, {path(u"folder/file"_s)}, {}, environment).status, 0);
+    EXPECT_EQ(tx::test::readFile(path(u"opened"_s)), path(u"folder"_s).toUtf8());
+    EXPECT_EQ(tx::test::runProcess(helper, {}).status, 64);
+}
+
+TEST_F(Desktop, RevealAsksTheFileManager) {
+    // A bus of the test's own, on which a helper plays the file manager.
+    const auto result = tx::test::runProcess(u"dbus-run-session"_s,
+                                             {u"--"_s, QStringLiteral(TEST_HELPERS) + u"/file_manager"_s,
+                                              QStringLiteral(TEST_RESOURCES) + u"/TXUpdateReveal"_s,
+                                              path(u"a folder/file"_s)});
+    EXPECT_EQ(result.status, 0) << result.errors.constData();
+    EXPECT_EQ(result.output.trimmed(), "file://" + path(u"a%20folder/file"_s).toUtf8());
 }
 
 TEST_F(Desktop, TrashTakesAFileAndLeavesNoStrayFolder) {
