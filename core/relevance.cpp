@@ -17,32 +17,44 @@ constexpr qint64 ignoreSeconds = 2592000; // 30 days
 
 } // namespace
 
-QString reasonAgainst(const std::optional<TXUpdateItemConditions> &conditions,
-                      const std::optional<QString> &version, const QString &build,
-                      const QString &systemVersion) {
-    if (conditions) {
-        // The built-in comparison even where a host replaced the one that decides "newer".
-        const TXUpdateItemConditions &c = *conditions;
-        if (!c.minimumAppBuild.isNull() && compareVersions(build, c.minimumAppBuild) < 0)
-            return u"minBuild %1 is newer than build %2"_s.arg(c.minimumAppBuild, build);
-        if (!c.maximumAppBuild.isNull() && compareVersions(build, c.maximumAppBuild) > 0)
-            return u"maxBuild %1 is older than build %2"_s.arg(c.maximumAppBuild, build);
-        if (!c.minimumSystemVersion.isNull() && compareVersions(systemVersion, c.minimumSystemVersion) < 0)
-            return u"minSystemVersion %1 is newer than system %2"_s.arg(c.minimumSystemVersion,
-                                                                        systemVersion);
-        if (!c.maximumSystemVersion.isNull() && compareVersions(systemVersion, c.maximumSystemVersion) > 0)
-            return u"maxSystemVersion %1 is older than system %2"_s.arg(c.maximumSystemVersion,
-                                                                        systemVersion);
+Objection objectionTo(const TXUpdateItemConditions &c, const QString &build, const QString &systemVersion) {
+    // The built-in comparison even where a host replaced the one that decides "newer".
+    if (!c.minimumAppBuild.isNull() && compareVersions(build, c.minimumAppBuild) < 0)
+        return Objection::MinimumBuild;
+    if (!c.maximumAppBuild.isNull() && compareVersions(build, c.maximumAppBuild) > 0)
+        return Objection::MaximumBuild;
+    if (!c.minimumSystemVersion.isNull() && compareVersions(systemVersion, c.minimumSystemVersion) < 0)
+        return Objection::MinimumSystem;
+    if (!c.maximumSystemVersion.isNull() && compareVersions(systemVersion, c.maximumSystemVersion) > 0)
+        return Objection::MaximumSystem;
+    return Objection::None;
+}
+
+QString describe(Objection objection, const TXUpdateItemConditions &c, const QString &version,
+                 const QString &build, const QString &systemVersion) {
+    switch (objection) {
+    case Objection::MinimumBuild:
+        return u"minBuild %1 is newer than build %2"_s.arg(c.minimumAppBuild, build);
+    case Objection::MaximumBuild:
+        return u"maxBuild %1 is older than build %2"_s.arg(c.maximumAppBuild, build);
+    case Objection::MinimumSystem:
+        return u"minSystemVersion %1 is newer than system %2"_s.arg(c.minimumSystemVersion, systemVersion);
+    case Objection::MaximumSystem:
+        return u"maxSystemVersion %1 is older than system %2"_s.arg(c.maximumSystemVersion, systemVersion);
+    case Objection::NotNewer:
+        return u"build %1 is not newer than build %2"_s.arg(version, build);
+    case Objection::None:
+        break;
     }
-    if (version && !isVersionNewer(*version, build))
-        return u"build %1 is not newer than build %2"_s.arg(*version, build);
     return {};
 }
 
 bool isItemRelevant(const TXUpdateItem &item, const QString &build, const QString &systemVersion) {
+    const std::optional<TXUpdateItemConditions> conditions = item.conditions();
+    if (conditions && objectionTo(*conditions, build, systemVersion) != Objection::None)
+        return false;
     const auto *update = dynamic_cast<const TXUpdate *>(&item);
-    const std::optional<QString> version = update ? std::optional(update->version()) : std::nullopt;
-    return reasonAgainst(item.conditions(), version, build, systemVersion).isNull();
+    return !update || isVersionNewer(update->version(), build);
 }
 
 IgnoredVersions::IgnoredVersions() {

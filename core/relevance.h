@@ -8,11 +8,16 @@
 
 namespace tx {
 
-/// Why an item does not apply; null when it does.
-/// `build` and `systemVersion` are the host's; `version` is the item's own build, absent for a post.
-[[nodiscard]] QString reasonAgainst(const std::optional<TXUpdateItemConditions> &conditions,
-                                    const std::optional<QString> &version, const QString &build,
+/// Why an item does not apply to a build and a system.
+enum class Objection { None, MinimumBuild, MaximumBuild, MinimumSystem, MaximumSystem, NotNewer };
+
+/// The first bound that does not hold. Thread: any.
+[[nodiscard]] Objection objectionTo(const TXUpdateItemConditions &conditions, const QString &build,
                                     const QString &systemVersion);
+
+/// The objection in words; null for none. `version` is the item's own build.
+[[nodiscard]] QString describe(Objection objection, const TXUpdateItemConditions &conditions,
+                               const QString &version, const QString &build, const QString &systemVersion);
 
 /// Whether the item's bounds hold and, for an update, its version is newer than `build`. Thread: any.
 [[nodiscard]] bool isItemRelevant(const TXUpdateItem &item, const QString &build,

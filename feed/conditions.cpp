@@ -7,13 +7,21 @@ using namespace Qt::StringLiterals;
 
 TXUpdateItem::~TXUpdateItem() = default;
 
-TXUpdateConditionLaunch TXUpdateConditionLaunchFromString(const QString &text) {
-    if (text == u"first")
+namespace {
+
+TXUpdateConditionLaunch launchFrom(std::string_view text) {
+    if (text == "first")
         return TXUpdateConditionLaunchFirst;
-    if (text == u"any")
+    if (text == "any")
         return TXUpdateConditionLaunchAny;
     // Also when nothing is said: an ordinary item is not for somebody's first minute with the application.
     return TXUpdateConditionLaunchNotFirst;
+}
+
+} // namespace
+
+TXUpdateConditionLaunch TXUpdateConditionLaunchFromString(const QString &text) {
+    return launchFrom(text.toStdString());
 }
 
 bool TXUpdateConditionLaunchSatisfied(TXUpdateConditionLaunch required, TXUpdateConditionLaunch current) {
@@ -29,7 +37,7 @@ TXUpdateItemConditions TXUpdateItemConditions::conditionsFromDictionary(const tx
     result.maximumSystemVersion = entry.text(Member::MaxSystemVersion);
     result.minimumAppBuild = entry.text(Member::MinBuild);
     result.maximumAppBuild = entry.text(Member::MaxBuild);
-    result.launch = TXUpdateConditionLaunchFromString(entry.text(Member::Launch));
+    result.launch = launchFrom(entry.bytes(Member::Launch));
     return result;
 }
 

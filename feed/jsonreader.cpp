@@ -3,6 +3,7 @@
 
 #include "core/names.h"
 #include "core/relevance.h"
+#include "core/versioncomparison.h"
 #include "feed/feedvalues.h"
 #include "install/updatebuilder.h"
 
@@ -111,32 +112,36 @@ private:
     }
 
     void readUpdate(const FeedEntry &entry, qsizetype index) {
-        QString reason;
-        // Most entries of a long feed are for older builds: look at the bounds before anything is made. When
-        // reasons are wanted, what is wrong with an entry itself comes first.
+        // Most entries of a long feed are for older builds: look at the version and the bounds before
+        // anything is made. When reasons are wanted, what is wrong with an entry itself comes first.
         const bool wantsReasons = static_cast<bool>(m_context.skipped);
-        if (!wantsReasons && entry.has(Member::Build) && !reasonAgainstEntry(entry).isNull())
+        const Objection objection = entry.has(Member::Build) ? objectionToUpdate(entry) : Objection::None;
+        if (objection != Objection::None && !wantsReasons)
             return;
+        QString reason;
         const TXUpdatePtr update = json_updateFromDictionary(entry, wantsReasons ? &reason : nullptr);
-        if (!update) {
+        if (!update)
             skip(index, reason);
-            return;
-        }
-        if (wantsReasons && !m_context.keepsIrrelevant) {
-            reason = reasonAgainstEntry(entry);
-            if (!reason.isNull()) {
-                skip(index, reason);
-                return;
-            }
-        }
-        m_updates.append(update);
+        else if (objection != Objection::None)
+            skip(index, describe(objection, *update->conditions(), update->version(), m_context.appBuild,
+                                 m_context.systemVersion));
+        else
+            m_updates.append(update);
     }
 
-    QString reasonAgainstEntry(const FeedEntry &entry) const {
+    Objection objectionToUpdate(const FeedEntry &entry) const {
         if (m_context.keepsIrrelevant)
-            return {};
-        return reasonAgainst(TXUpdateItemConditions::conditionsFromDictionary(entry),
-                             entry.text(Member::Build), m_context.appBuild, m_context.systemVersion);
+            return Objection::None;
+        const bool isBound = entry.has(Member::MinBuild) || entry.has(Member::MaxBuild) ||
+                             entry.has(Member::MinSystemVersion) || entry.has(Member::MaxSystemVersion);
+        if (isBound) {
+            const Objection objection = objectionTo(TXUpdateItemConditions::conditionsFromDictionary(entry),
+                                                    m_context.appBuild, m_context.systemVersion);
+            if (objection != Objection::None)
+                return objection;
+        }
+        return isVersionNewer(entry.text(Member::Build), m_context.appBuild) ? Objection::None
+                                                                             : Objection::NotNewer;
     }
 
     void readPost(const FeedEntry &entry, qsizetype index) {
@@ -146,14 +151,16 @@ private:
             skip(index, reason);
             return;
         }
-        const QDateTime end = post->endDate();
-        if (end.isValid() && m_context.now > end && !m_context.keepsIrrelevant) {
-            skip(index, u"endDate %1 has passed"_s.arg(post->endDateString()));
-            return;
+        if (!m_context.keepsIrrelevant) {
+            const QDateTime end = post->endDate();
+            const Objection objection =
+                objectionTo(*post->conditions(), m_context.appBuild, m_context.systemVersion);
+            if (end.isValid() && m_context.now > end)
+                reason = u"endDate %1 has passed"_s.arg(post->endDateString());
+            else if (objection != Objection::None)
+                reason =
+                    describe(objection, *post->conditions(), {}, m_context.appBuild, m_context.systemVersion);
         }
-        if (!m_context.keepsIrrelevant)
-            reason =
-                reasonAgainst(post->conditions(), std::nullopt, m_context.appBuild, m_context.systemVersion);
         if (reason.isNull())
             m_posts.append(post);
         else

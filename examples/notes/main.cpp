@@ -87,7 +87,7 @@ private:
     void install() {
         say(u"Unpacking %1 and handing over to the installer"_s.arg(
             m_update->downloadPath().section(u'/', -1)));
-        m_update->installWithErrorHandler([this](const TXError &error) {
+        m_update->installWithErrorHandler([](const TXError &error) {
             if (error)
                 fail(error);
             else
