@@ -2,6 +2,8 @@
 #include "core/host_p.h"
 #include "feed/requestbody.h"
 #include "platform/mainbundle.h"
+#include "platform/services.h"
+#include "platform/urlloading.h"
 #include "platform/userdefaults.h"
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
@@ -263,6 +265,35 @@ TEST_F(FeedRequest, RefusedConnectionIsALoadingError) {
     EXPECT_EQ(error.underlyingError().domain(), u"NSURLErrorDomain"_s);
     EXPECT_EQ(error.underlyingError().code(), -1004);
     EXPECT_THAT(error.localizedFailureReason().toStdString(), testing::HasSubstr("onnection refused"));
+}
+
+/// Notes the request and answers nothing.
+class RecordingLoader : public tx::UrlLoader {
+public:
+    RecordingLoader()
+        : m_before(tx::services().urlLoader) {
+        tx::services().urlLoader = this;
+    }
+    ~RecordingLoader() override { tx::services().urlLoader = m_before; }
+    Q_DISABLE_COPY_MOVE(RecordingLoader)
+    void load(const tx::UrlRequest &r, tx::UrlLoadHandler) override { request = r; }
+    std::unique_ptr<tx::UrlDownload> startDownload(const tx::UrlRequest &,
+                                                   tx::UrlDownloadDelegate &) override {
+        return nullptr;
+    }
+    void stop() override {}
+    tx::UrlRequest request;
+
+private:
+    tx::UrlLoader *m_before;
+};
+
+TEST_F(FeedRequest, HasATimeOutAndASizeLimit) {
+    RecordingLoader loader;
+    TXUpdateFeed::fetchFeedAtURL(QUrl(u"http://e.org/f"_s), {}, {}, {});
+    EXPECT_EQ(loader.request.timeout, std::chrono::seconds(30));
+    EXPECT_EQ(loader.request.sizeLimit, 64LL << 20);
+    EXPECT_EQ(loader.request.method, QByteArray("GET"));
 }
 
 TEST_F(FeedRequest, FeedLivesUntilItsHandlerWasCalled) {

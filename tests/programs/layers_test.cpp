@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "tests/support/builders.h"
 #include "tests/support/environment.h"
 #include "tests/support/processes.h"
 
@@ -6,6 +7,8 @@ using namespace Qt::StringLiterals;
 using tx::test::runProcess;
 
 namespace {
+
+class InstalledPackage : public tx::test::FrameworkTest {};
 
 TEST(House, IncludesGoDownTheFloorsOnly) {
     const auto result = runProcess(QStringLiteral(TEST_SOURCES) + u"/../scripts/check-layers"_s, {});
@@ -29,6 +32,45 @@ TEST(House, StandAloneToolsLinkNoQt) {
         const auto libraries = runProcess(u"ldd"_s, {QStringLiteral(TEST_RESOURCES) + u'/' + tool});
         EXPECT_FALSE(libraries.output.contains("Qt6")) << tool.toStdString() << libraries.output.constData();
     }
+}
+
+/// What README.md tells a host to do: install, find the package, link, find the resources.
+TEST_F(InstalledPackage, ServesAHost) {
+    const QString prefix = path(u"prefix"_s);
+    const auto installed = runProcess(
+        u"cmake"_s, {u"--install"_s, QStringLiteral(TEST_PROGRAMS) + u"/.."_s, u"--prefix"_s, prefix});
+    ASSERT_EQ(installed.status, 0) << installed.errors.constData();
+    tx::test::writeFile(path(u"host/CMakeLists.txt"_s), R"(cmake_minimum_required(VERSION 3.25)
+project(host LANGUAGES CXX)
+find_package(TarvixUpdate 0.1 REQUIRED)
+add_executable(host main.cpp)
+target_link_libraries(host PRIVATE TarvixUpdate::TarvixUpdate)
+)");
+    tx::test::writeFile(path(u"host/main.cpp"_s), R"(#include <TarvixUpdate/TarvixUpdate.h>
+#include <QCoreApplication>
+#include <cstdio>
+int main(int argc, char **argv) {
+    QCoreApplication application(argc, argv);
+    std::printf("%d\n", TXUpdater::compareVersionToVersion(QStringLiteral("1"), QStringLiteral("2")));
+    return TXUpdater::sharedUpdater()->isChecking();
+}
+)");
+    const QString build = path(u"host/build"_s);
+    const QStringList sanitizer =
+        QStringLiteral(TEST_SANITIZERS).isEmpty()
+            ? QStringList()
+            : QStringList{u"-DCMAKE_CXX_FLAGS=-fsanitize="_s + QStringLiteral(TEST_SANITIZERS)};
+    const auto configured = runProcess(u"cmake"_s, QStringList{u"-S"_s, path(u"host"_s), u"-B"_s, build,
+                                                               u"-DCMAKE_PREFIX_PATH="_s + prefix} +
+                                                       sanitizer);
+    ASSERT_EQ(configured.status, 0) << configured.errors.constData();
+    const auto built = runProcess(u"cmake"_s, {u"--build"_s, build});
+    ASSERT_EQ(built.status, 0) << built.output.constData();
+    const auto ran = runProcess(build + u"/host"_s, {});
+    EXPECT_EQ(ran.status, 0) << ran.errors.constData();
+    EXPECT_EQ(ran.output, QByteArray("-1\n"));
+    const auto tool = runProcess(prefix + u"/bin/txupdate"_s, {u"compare"_s, u"2"_s, u"1"_s});
+    EXPECT_EQ(tool.output, QByteArray("1\n")) << tool.errors.constData();
 }
 
 } // namespace

@@ -259,6 +259,24 @@ TEST_F(TxUpdateInstall, UpdateReplacesTheApplicationAndWaitsForIt) {
     EXPECT_TRUE(tx::test::waitUntil([this] { return tx::test::readFile(ran) == "new\n"; }));
 }
 
+TEST_F(TxUpdateInstall, TerminalGetsAProgressBar) {
+    FeedServer server;
+    server.expect("GET", "/f",
+                  HttpReply::json("{\"release\":[{\"type\":\"build\",\"build\":\"1043\",\"downloadURL\":\"" +
+                                  server.url(u"/new.tgz"_s).toUtf8() + "\"}]}"));
+    server.expect("GET", "/new.tgz", HttpReply::file(newArchive()));
+    // `script` gives the command a terminal.
+    QProcess process;
+    process.start(u"script"_s,
+                  {u"-qec"_s, QStringLiteral(TEST_PROGRAMS) + u"/txupdate "_s + words(server).join(u' '),
+                   u"/dev/null"_s});
+    ASSERT_TRUE(process.waitForFinished(60000));
+    const QByteArray output = process.readAllStandardOutput();
+    EXPECT_TRUE(output.contains("\r  [########################################] 100 % of 0.0 MB"))
+        << output.constData();
+    EXPECT_EQ(TXBundle(app).infoString(u"CFBundleVersion"_s), u"1043"_s);
+}
+
 TEST_F(TxUpdateInstall, DownloadErrorLeavesTheApplication) {
     FeedServer server;
     server.expect("GET", "/f",
