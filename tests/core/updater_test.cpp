@@ -185,6 +185,23 @@ TEST_F(UpdaterTimer, ChecksRepeatAtTheIntervalAndStopWhenSwitchedOff) {
     EXPECT_FALSE(firesWithin(200, server));
 }
 
+TEST_F(UpdaterTimer, FinishedCheckSchedulesAnew) {
+    FeedServer server;
+    server.always([](const tx::test::HttpRequest &) { return HttpReply::json("{}"); });
+    updater->setFeedURL(QUrl(server.url(u"/feed.json"_s)));
+    tx::test::drainEvents();
+    // Written past the setters, so that nothing but the end of a check can have looked at them.
+    tx::UserDefaults &defaults = tx::UserDefaults::standard();
+    ASSERT_TRUE(defaults.setValue(TXUpdatePrefUpdateCheckIntervalKey, 0.05).isNull());
+    ASSERT_TRUE(defaults.setValue(TXUpdatePrefAutomaticallyChecksForUpdatesKey, true).isNull());
+    EXPECT_FALSE(firesWithin(200, server));
+    check();
+    EXPECT_TRUE(firesWithin(20000, server));
+    updater->setAutomaticallyChecksForUpdates(false);
+    ASSERT_TRUE(waitUntil([this] { return !updater->isChecking(); }));
+    tx::test::drainEvents();
+}
+
 TEST_F(UpdaterTimer, FirstFiringIsOneWholeIntervalAway) {
     FeedServer server; // an early request would be unexpected
     updater->setFeedURL(QUrl(server.url(u"/feed.json"_s)));
