@@ -94,7 +94,8 @@ void forEachEntry(const QByteArray &jsonFeed,
     const QJsonObject tracks = QJsonDocument::fromJson(asUtf8(jsonFeed)).object();
     for (auto track = tracks.begin(); track != tracks.end(); ++track) {
         qsizetype index = 0;
-        for (const QJsonValue &entry : track.value().toArray())
+        const QJsonArray entries = track.value().toArray();
+        for (const auto &entry : entries)
             work(track.key(), entry.toObject(), index++);
     }
 }

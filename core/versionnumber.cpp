@@ -3,6 +3,8 @@
 
 #include <QHash>
 
+#include <algorithm>
+#include <compare>
 #include <limits>
 
 using namespace Qt::StringLiterals;
@@ -93,7 +95,7 @@ int compareTexts(const QString &a, const QString &b) {
     const auto pointsB = b.toUcs4();
     const auto order = std::lexicographical_compare_three_way(pointsA.begin(), pointsA.end(), pointsB.begin(),
                                                               pointsB.end());
-    return order < 0 ? -1 : (order > 0 ? 1 : 0);
+    return std::is_lt(order) ? -1 : (std::is_gt(order) ? 1 : 0);
 }
 
 QString asUnsigned32(quint64 number) { return QString::number(static_cast<quint32>(number)); }

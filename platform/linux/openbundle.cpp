@@ -23,8 +23,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-extern char **environ;
-
 namespace tx {
 
 namespace {
@@ -48,7 +46,7 @@ std::string stringMember(plist_t dictionary, const char *key) {
         return {};
     char *value = nullptr;
     plist_get_string_val(node, &value);
-    const std::string text = value ? value : "";
+    std::string text = value ? value : "";
     std::free(value);
     return text;
 }

@@ -17,8 +17,6 @@
 #include <unistd.h>
 #include <vector>
 
-extern char **environ;
-
 using namespace Qt::StringLiterals;
 
 namespace tx {
