@@ -29,9 +29,8 @@ struct TXUpdateFeed::Private {
     QUrl url;
     QVariantMap profile;
     QVariantMap parameters;
-    std::optional<QList<TXUpdatePtr>> updates;
-    TXUpdatePtr recommendedUpdate;
     TrackMap tracks;
+    std::optional<TXUpdatePtr> recommendedUpdate; ///< absent until somebody asks
 };
 
 QString EscapeForURL(const QString &text) {
@@ -69,13 +68,23 @@ void TXUpdateFeed::fetchFeedAtURL(const QUrl &url, const QVariantMap &parameters
 
 TXUpdateFeed::TXUpdateFeed(const QUrl &url, const QVariantMap &parameters, const QVariantMap &profile,
                            const CompletionHandler &handler)
-    : d(std::make_unique<Private>(Private{handler, url, profile, parameters, {}, {}, {}})) {}
+    : d(std::make_unique<Private>(Private{handler, url, profile, parameters, {}, {}})) {}
 
 TXUpdateFeed::~TXUpdateFeed() = default;
 
 QUrl TXUpdateFeed::URL() const { return d->url; }
-std::optional<QList<TXUpdatePtr>> TXUpdateFeed::updates() const { return d->updates; }
-TXUpdatePtr TXUpdateFeed::recommendedUpdate() const { return d->recommendedUpdate; }
+std::optional<QList<TXUpdatePtr>> TXUpdateFeed::updates() const {
+    const TXUpdateTrackPtr release = d->tracks.value(releaseTrack);
+    return release ? std::optional(release->updates()) : std::nullopt;
+}
+
+TXUpdatePtr TXUpdateFeed::recommendedUpdate() const {
+    if (!d->recommendedUpdate) {
+        const TXUpdateTrackPtr release = d->tracks.value(releaseTrack);
+        d->recommendedUpdate = release ? release->recommendedUpdate() : TXUpdatePtr();
+    }
+    return *d->recommendedUpdate;
+}
 TXUpdateFeed::TrackMap TXUpdateFeed::releaseTracks() const { return d->tracks; }
 QString TXUpdateFeed::anonymousUUID() { return tx::anonymousUUID(); }
 
@@ -140,12 +149,7 @@ void TXUpdateFeed::parseJSONData(const QByteArray &data) {
 
 void TXUpdateFeed::setTracks(const TrackMap &tracks) {
     d->tracks = tracks;
-    d->updates.reset();
     d->recommendedUpdate.reset();
-    if (const TXUpdateTrackPtr release = tracks.value(releaseTrack)) {
-        d->updates = release->updates();
-        d->recommendedUpdate = release->recommendedUpdate();
-    }
 }
 
 void TXUpdateFeed::completedWithError(const TXError &error) {

@@ -5,6 +5,7 @@
 #include "core/relevance.h"
 #include "core/versioncomparison.h"
 #include "feed/feedvalues.h"
+#include "feed/itemdate.h"
 #include "install/updatebuilder.h"
 
 #include <TarvixUpdate/TXLog.h>
@@ -78,6 +79,39 @@ FeedEntry entryFrom(dom::object object) {
     return entry;
 }
 
+/// What an update is made of; absent, with the reason, when it lacks what an update needs.
+std::optional<UpdateFields> updateFieldsFrom(const FeedEntry &entry, QString *failureReason) {
+    const auto refuse = [&](const QString &reason) {
+        if (failureReason)
+            *failureReason = reason;
+        return std::optional<UpdateFields>();
+    };
+    if (!entry.has(Member::Build))
+        return refuse(u"Update lacks 'build' attribute"_s);
+    UpdateFields fields;
+    fields.fileURL = encodedUrlFromFeedText(entry.bytes(Member::DownloadURL));
+    fields.linkURL = encodedUrlFromFeedText(entry.bytes(Member::WebpageURL));
+    if (fields.fileURL.isEmpty() && fields.linkURL.isEmpty())
+        return refuse(u"Update lacks download URL or a link."_s);
+    fields.title = entry.text(Member::Title);
+    fields.itemDescription = entry.text(Member::Description);
+    fields.dateString = entry.text(Member::Date);
+    fields.version = entry.text(Member::Build);
+    fields.displayVersion = entry.has(Member::Version) ? entry.text(Member::Version) : fields.version;
+    fields.releaseNotesURL = encodedUrlFromFeedText(entry.bytes(Member::ReleaseNotesURL));
+    const std::string_view automatic = entry.bytes(Member::Autodownload);
+    fields.excludeFromAutoDownloading =
+        automatic == "false" || automatic == "no" || automatic == "disable" || automatic == "disabled";
+    if (entry.has(Member::PreferredDisplaySize))
+        fields.preferredDisplaySize = sizeFromFeedText(entry.text(Member::PreferredDisplaySize));
+    fields.conditions = TXUpdateItemConditions::conditionsFromDictionary(entry);
+    if (TXLogGetLevel() >= TXLogLevelDetail && !itemDateFromString(fields.dateString).isValid()) {
+        (void)UpdateBuilder::make(UpdateFields(fields))->date(); // says what is wrong with the date
+        TXLog(TXLogLevelDetail, u"Update has no date: %@"_s, {entry.description()});
+    }
+    return fields;
+}
+
 class TrackReader {
 public:
     TrackReader(const QString &name, const ReaderContext &context)
@@ -95,8 +129,8 @@ public:
         return {};
     }
 
-    [[nodiscard]] TXUpdateTrackPtr track() const {
-        return std::make_shared<TXUpdateTrack>(m_name, m_updates, m_posts);
+    [[nodiscard]] TXUpdateTrackPtr takeTrack() {
+        return TXUpdateTrack::trackWithFields(m_name, std::move(m_updates), m_posts);
     }
 
 private:
@@ -119,14 +153,14 @@ private:
         if (objection != Objection::None && !wantsReasons)
             return;
         QString reason;
-        const TXUpdatePtr update = json_updateFromDictionary(entry, wantsReasons ? &reason : nullptr);
-        if (!update)
+        std::optional<UpdateFields> fields = updateFieldsFrom(entry, wantsReasons ? &reason : nullptr);
+        if (!fields)
             skip(index, reason);
         else if (objection != Objection::None)
-            skip(index, describe(objection, *update->conditions(), update->version(), m_context.appBuild,
+            skip(index, describe(objection, *fields->conditions, fields->version, m_context.appBuild,
                                  m_context.systemVersion));
         else
-            m_updates.append(update);
+            m_updates.push_back(std::move(*fields));
     }
 
     Objection objectionToUpdate(const FeedEntry &entry) const {
@@ -174,7 +208,7 @@ private:
 
     QString m_name;
     const ReaderContext &m_context;
-    QList<TXUpdatePtr> m_updates;
+    std::vector<UpdateFields> m_updates;
     QList<TXUpdatePostPtr> m_posts;
 };
 
@@ -216,40 +250,14 @@ Result<TXUpdateFeed::TrackMap> readJsonFeed(const QByteArray &data, const Reader
         TrackReader reader(it.key(), context);
         if (const TXError error = reader.read(entries))
             return error;
-        result.insert(it.key(), reader.track());
+        result.insert(it.key(), reader.takeTrack());
     }
     return result;
 }
 
 TXUpdatePtr json_updateFromDictionary(const FeedEntry &entry, QString *failureReason) {
-    const auto refuse = [&](const QString &reason) {
-        if (failureReason)
-            *failureReason = reason;
-        return TXUpdatePtr();
-    };
-    if (!entry.has(Member::Build))
-        return refuse(u"Update lacks 'build' attribute"_s);
-    UpdateFields fields;
-    fields.fileURL = encodedUrlFromFeedText(entry.bytes(Member::DownloadURL));
-    fields.linkURL = encodedUrlFromFeedText(entry.bytes(Member::WebpageURL));
-    if (fields.fileURL.isEmpty() && fields.linkURL.isEmpty())
-        return refuse(u"Update lacks download URL or a link."_s);
-    fields.title = entry.text(Member::Title);
-    fields.itemDescription = entry.text(Member::Description);
-    fields.dateString = entry.text(Member::Date);
-    fields.version = entry.text(Member::Build);
-    fields.displayVersion = entry.has(Member::Version) ? entry.text(Member::Version) : fields.version;
-    fields.releaseNotesURL = encodedUrlFromFeedText(entry.bytes(Member::ReleaseNotesURL));
-    const std::string_view automatic = entry.bytes(Member::Autodownload);
-    fields.excludeFromAutoDownloading =
-        automatic == "false" || automatic == "no" || automatic == "disable" || automatic == "disabled";
-    if (entry.has(Member::PreferredDisplaySize))
-        fields.preferredDisplaySize = sizeFromFeedText(entry.text(Member::PreferredDisplaySize));
-    fields.conditions = TXUpdateItemConditions::conditionsFromDictionary(entry);
-    TXUpdatePtr update = UpdateBuilder::make(std::move(fields));
-    if (TXLogGetLevel() >= TXLogLevelDetail && !update->date().isValid())
-        TXLog(TXLogLevelDetail, u"Update has no date: %@"_s, {entry.description()});
-    return update;
+    std::optional<UpdateFields> fields = updateFieldsFrom(entry, failureReason);
+    return fields ? UpdateBuilder::make(std::move(*fields)) : nullptr;
 }
 
 TXUpdatePostPtr json_postFromDictionary(const FeedEntry &entry, QString *failureReason) {

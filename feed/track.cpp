@@ -4,10 +4,13 @@
 #include "core/relevance.h"
 #include "core/versioncomparison.h"
 #include "feed/handleddate.h"
+#include "install/updatebuilder.h"
 #include "platform/services.h"
 #include "platform/userdefaults.h"
 
 #include <TarvixUpdate/TXUpdateSettings.h>
+
+#include <mutex>
 
 using namespace Qt::StringLiterals;
 
@@ -20,18 +23,46 @@ const QString handledPostsKey = u"handledPosts"_s;
 
 } // namespace
 
+/// What a reader found, until somebody asks for objects: making them on the reader's thread and moving each
+/// to the main thread takes as long as reading the document.
+struct TXUpdateTrack::Updates {
+    std::once_flag once;
+    std::vector<tx::UpdateFields> fields;
+    QList<TXUpdatePtr> made;
+};
+
 TXUpdateTrack::TXUpdateTrack(const QString &name, const QList<TXUpdatePtr> &updates,
                              const QList<TXUpdatePostPtr> &posts)
     : m_name(name)
-    , m_updates(updates)
-    , m_posts(posts) {}
+    , m_updates(std::make_shared<Updates>())
+    , m_posts(posts) {
+    m_updates->made = updates;
+}
+
+std::shared_ptr<TXUpdateTrack> TXUpdateTrack::trackWithFields(const QString &name,
+                                                              std::vector<tx::UpdateFields> &&updates,
+                                                              const QList<TXUpdatePostPtr> &posts) {
+    auto track = std::make_shared<TXUpdateTrack>(name, QList<TXUpdatePtr>(), posts);
+    track->m_updates->fields = std::move(updates);
+    return track;
+}
+
+QList<TXUpdatePtr> TXUpdateTrack::updates() const {
+    std::call_once(m_updates->once, [this] {
+        m_updates->made.reserve(m_updates->made.size() + static_cast<qsizetype>(m_updates->fields.size()));
+        for (tx::UpdateFields &fields : m_updates->fields)
+            m_updates->made.append(tx::UpdateBuilder::make(std::move(fields)));
+        m_updates->fields = {};
+    });
+    return m_updates->made;
+}
 
 TXUpdatePtr TXUpdateTrack::recommendedUpdate() const { return recommendedUpdateBefore({}); }
 
 TXUpdatePtr TXUpdateTrack::recommendedUpdateBefore(const QDateTime &limit) const {
     TXUpdatePtr best;
     tx::IgnoredVersions ignored;
-    for (const TXUpdatePtr &update : m_updates) {
+    for (const TXUpdatePtr &update : updates()) {
         if (limit.isValid()) {
             const QDateTime date = update->date();
             if (!date.isValid() || date >= limit)

@@ -6,15 +6,26 @@
 
 #include <QList>
 
+#include <vector>
+
+namespace tx {
+struct UpdateFields;
+}
+
 /// One release track of a feed: its updates and posts, in feed order.
 /// Thread: main; reads and writes the record of handled posts in the user defaults.
 class TX_EXPORT TXUpdateTrack {
 public:
     TXUpdateTrack(const QString &name, const QList<TXUpdatePtr> &updates,
                   const QList<TXUpdatePostPtr> &posts);
+    /// For the framework's readers: the updates are made when they are first asked for, on the thread that
+    /// asks.
+    static std::shared_ptr<TXUpdateTrack> trackWithFields(const QString &name,
+                                                          std::vector<tx::UpdateFields> &&updates,
+                                                          const QList<TXUpdatePostPtr> &posts);
 
     [[nodiscard]] QString name() const { return m_name; }
-    [[nodiscard]] QList<TXUpdatePtr> updates() const { return m_updates; }
+    [[nodiscard]] QList<TXUpdatePtr> updates() const;
     [[nodiscard]] QList<TXUpdatePostPtr> posts() const { return m_posts; }
 
     /// The newest update that the user does not ignore, the first of equal ones; null when there is none.
@@ -41,7 +52,8 @@ public:
 
 private:
     QString m_name;
-    QList<TXUpdatePtr> m_updates;
+    struct Updates;
+    std::shared_ptr<Updates> m_updates;
     QList<TXUpdatePostPtr> m_posts;
 };
 

@@ -60,9 +60,10 @@ int main(int argc, char **argv) {
         QStringLiteral(TEST_SANITIZERS).isEmpty()
             ? QStringList()
             : QStringList{u"-DCMAKE_CXX_FLAGS=-fsanitize="_s + QStringLiteral(TEST_SANITIZERS)};
-    const auto configured = runProcess(u"cmake"_s, QStringList{u"-S"_s, path(u"host"_s), u"-B"_s, build,
-                                                               u"-DCMAKE_PREFIX_PATH="_s + prefix} +
-                                                       sanitizer);
+    const auto configured =
+        runProcess(u"cmake"_s, QStringList{u"-G"_s, u"Ninja"_s, u"-S"_s, path(u"host"_s), u"-B"_s, build,
+                                           u"-DCMAKE_PREFIX_PATH="_s + prefix} +
+                                   sanitizer);
     ASSERT_EQ(configured.status, 0) << configured.errors.constData();
     const auto built = runProcess(u"cmake"_s, {u"--build"_s, build});
     ASSERT_EQ(built.status, 0) << built.output.constData();
