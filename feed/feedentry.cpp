@@ -3,6 +3,8 @@
 
 #include <QStringList>
 
+#include <bit>
+
 using namespace Qt::StringLiterals;
 
 namespace tx {
@@ -32,11 +34,24 @@ constexpr std::array<std::string_view, FeedEntry::memberCount> names{
     "url",
 };
 
+constexpr size_t longestName = 20;
+
+/// For each length the members with names of that length, a bit each.
+constexpr auto membersOfLength = [] {
+    std::array<uint32_t, longestName + 1> result{};
+    for (size_t i = 0; i < names.size(); ++i)
+        result[names[i].size()] |= uint32_t(1) << i;
+    return result;
+}();
+
 } // namespace
 
 std::optional<FeedEntry::Member> FeedEntry::memberNamed(std::string_view name) {
-    for (size_t i = 0; i < names.size(); ++i) {
-        if (names[i].size() == name.size() && names[i] == name)
+    // This runs for every member of every entry: the length leaves few names to compare with.
+    uint32_t candidates = name.size() < membersOfLength.size() ? membersOfLength[name.size()] : 0;
+    for (; candidates != 0; candidates &= candidates - 1) {
+        const auto i = static_cast<size_t>(std::countr_zero(candidates));
+        if (names[i].front() == name.front() && names[i] == name)
             return static_cast<Member>(i);
     }
     return std::nullopt;

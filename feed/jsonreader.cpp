@@ -120,6 +120,7 @@ public:
 
     TXError read(dom::array entries) {
         qsizetype index = 0;
+        m_entryCount = entries.size();
         for (const dom::element element : entries) {
             dom::object object;
             if (element.get(object) != simdjson::SUCCESS)
@@ -160,7 +161,17 @@ private:
             skip(index, describe(objection, *fields->conditions, fields->version, m_context.appBuild,
                                  m_context.systemVersion));
         else
-            m_updates.push_back(std::move(*fields));
+            add(std::move(*fields), index);
+    }
+
+    void add(UpdateFields &&fields, qsizetype index) {
+        // Room at once for all that may follow: what is not used is never touched. A long feed grows as
+        // usual.
+        constexpr size_t most = 10000;
+        if (m_updates.empty())
+            m_updates.reserve(
+                std::min(most, m_entryCount - std::min(m_entryCount, static_cast<size_t>(index))));
+        m_updates.push_back(std::move(fields));
     }
 
     Objection objectionToUpdate(const FeedEntry &entry) const {
@@ -208,6 +219,7 @@ private:
 
     QString m_name;
     const ReaderContext &m_context;
+    size_t m_entryCount = 0;
     std::vector<UpdateFields> m_updates;
     QList<TXUpdatePostPtr> m_posts;
 };

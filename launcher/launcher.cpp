@@ -2,26 +2,21 @@
 // TXUpdateLauncher PID BUNDLE debug|"": waits until its parent, the process PID, has gone and opens BUNDLE.
 // Exit status: 1 for a wrong number of arguments, else 0.
 
+#include "launcher/relauncher.h"
+
 #include "platform/linux/openbundle.h"
 
-#include <cstdlib>
-#include <cstring>
 #include <syslog.h>
 #include <unistd.h>
 
 int main(int argc, char **argv) {
-    if (argc != 4)
-        return 1;
-    const bool logs = std::strcmp(argv[3], "debug") == 0;
-    const auto parent = static_cast<pid_t>(std::strtol(argv[1], nullptr, 10));
-    if (logs) {
+    tx::launcher::Context context;
+    context.parent = getppid;
+    context.wait = [] { sleep(1); };
+    context.open = [](const std::string &bundle) { (void)tx::openBundle(bundle); };
+    context.log = [](const std::string &line) {
         openlog("TXUpdateLauncher", LOG_PID, LOG_USER);
-        syslog(LOG_NOTICE, "TXUpdateLauncher is waiting for app to terminate...");
-    }
-    while (getppid() == parent)
-        sleep(1);
-    if (logs)
-        syslog(LOG_NOTICE, "TXUpdateLauncher will launch %s", argv[2]);
-    (void)tx::openBundle(argv[2]);
-    return 0;
+        syslog(LOG_NOTICE, "%s", line.c_str());
+    };
+    return tx::launcher::relaunch(std::vector<std::string>(argv + 1, argv + argc), context);
 }

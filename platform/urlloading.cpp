@@ -30,6 +30,13 @@ private:
     void readSome() {
         if (m_tooLarge)
             return;
+        if (m_response.body.isEmpty()) {
+            // The length comes from the server: a hint, not to be believed beyond what documents usually
+            // take.
+            constexpr qint64 most = 1LL << 20;
+            const qint64 length = m_reply->header(QNetworkRequest::ContentLengthHeader).toLongLong();
+            m_response.body.reserve(std::clamp(length, 0LL, most));
+        }
         m_response.body += m_reply->readAll();
         if (m_sizeLimit > 0 && m_response.body.size() > m_sizeLimit) {
             m_tooLarge = true;

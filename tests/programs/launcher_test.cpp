@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "launcher/relauncher.h"
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
 #include "tests/support/processes.h"
@@ -57,6 +58,29 @@ TEST_F(Launcher, WaitsForItsParentToGo) {
     host.closeWriteChannel();
     ASSERT_TRUE(host.waitForFinished(20000));
     EXPECT_TRUE(waitUntil([this] { return !tx::test::readFile(ran).isEmpty(); }));
+}
+
+/// One run of the tool with a parent that goes after two looks: what it did, in order.
+std::vector<std::string> stepsWith(const std::string &third) {
+    std::vector<std::string> steps;
+    int looks = 0;
+    const tx::launcher::Context context{
+        .parent = [&] { return ++looks < 3 ? 40 : 1; },
+        .wait = [&] { steps.emplace_back("wait"); },
+        .open = [&](const std::string &bundle) { steps.push_back("open " + bundle); },
+        .log = [&](const std::string &line) { steps.push_back("log " + line); },
+    };
+    EXPECT_EQ(tx::launcher::relaunch({"40", "/opt/A.app", third}, context), 0);
+    return steps;
+}
+
+TEST(LauncherLog, HasItsLinesOnlyForDebug) {
+    EXPECT_THAT(stepsWith("debug"),
+                testing::ElementsAre("log TXUpdateLauncher is waiting for app to terminate...", "wait",
+                                     "wait", "log TXUpdateLauncher will launch /opt/A.app",
+                                     "open /opt/A.app"));
+    for (const char *other : {"", "Debug", "debug ", "1"})
+        EXPECT_THAT(stepsWith(other), testing::ElementsAre("wait", "wait", "open /opt/A.app")) << other;
 }
 
 TEST_F(Launcher, RelaunchScriptOpensWhenTheProcessHasGone) {
