@@ -32,6 +32,7 @@ constexpr std::array<std::string_view, FeedEntry::memberCount> names{
     "display",
     "postURL",
     "url",
+    "", // no member of JSON feeds
 };
 
 constexpr size_t longestName = 20;
@@ -39,8 +40,10 @@ constexpr size_t longestName = 20;
 /// For each length the members with names of that length, a bit each.
 constexpr auto membersOfLength = [] {
     std::array<uint32_t, longestName + 1> result{};
-    for (size_t i = 0; i < names.size(); ++i)
-        result[names[i].size()] |= uint32_t(1) << i;
+    for (size_t i = 0; i < names.size(); ++i) {
+        if (!names[i].empty())
+            result[names[i].size()] |= uint32_t(1) << i;
+    }
     return result;
 }();
 

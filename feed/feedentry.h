@@ -37,15 +37,16 @@ public:
         Display,
         PostURL,
         Url,
+        Extra, ///< in appcasts only
     };
     FeedEntry() = default;
     FeedEntry(FeedEntry &&) = default;
     FeedEntry(const FeedEntry &) = delete;
     FeedEntry &operator=(const FeedEntry &) = delete;
 
-    static constexpr size_t memberCount = static_cast<size_t>(Member::Url) + 1;
+    static constexpr size_t memberCount = static_cast<size_t>(Member::Extra) + 1;
 
-    /// The member of that name; absent for a name that the readers do not know.
+    /// The member of that name in a JSON feed; absent for a name that its reader does not know.
     static std::optional<Member> memberNamed(std::string_view name);
     static std::string_view nameOf(Member member);
 

@@ -61,6 +61,10 @@ QByteArray encodedUrlFromFeedText(std::string_view text) {
     return urlFromFeedText(QString::fromUtf8(text.data(), size)).toEncoded();
 }
 
+bool isFeedAddress(std::string_view text) {
+    return isPlainAddress(text) || !encodedUrlFromFeedText(text).isEmpty();
+}
+
 QSizeF sizeFromFeedText(const QString &text) {
     const QSizeF zero(0, 0);
     const QString trimmed = text.trimmed();

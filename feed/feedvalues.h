@@ -17,6 +17,9 @@ namespace tx {
 /// taken as they stand without being taken apart.
 [[nodiscard]] QByteArray encodedUrlFromFeedText(std::string_view text);
 
+/// True when `encodedUrlFromFeedText` has an answer for the text.
+[[nodiscard]] bool isFeedAddress(std::string_view text);
+
 /// "{640, 480}" as a size; the zero size for any other form. Thread: any.
 [[nodiscard]] QSizeF sizeFromFeedText(const QString &text);
 

@@ -5,8 +5,7 @@
 #include "core/relevance.h"
 #include "core/versioncomparison.h"
 #include "feed/feedvalues.h"
-#include "feed/itemdate.h"
-#include "install/updatebuilder.h"
+#include "feed/updateentry.h"
 
 #include <TarvixUpdate/TXLog.h>
 
@@ -79,37 +78,16 @@ FeedEntry entryFrom(dom::object object) {
     return entry;
 }
 
-/// What an update is made of; absent, with the reason, when it lacks what an update needs.
-std::optional<UpdateFields> updateFieldsFrom(const FeedEntry &entry, QString *failureReason) {
-    const auto refuse = [&](const QString &reason) {
-        if (failureReason)
-            *failureReason = reason;
-        return std::optional<UpdateFields>();
-    };
+/// False, with the reason, when the entry lacks what an update needs.
+bool describesUpdate(const FeedEntry &entry, QString *failureReason) {
+    QString reason;
     if (!entry.has(Member::Build))
-        return refuse(u"Update lacks 'build' attribute"_s);
-    UpdateFields fields;
-    fields.fileURL = encodedUrlFromFeedText(entry.bytes(Member::DownloadURL));
-    fields.linkURL = encodedUrlFromFeedText(entry.bytes(Member::WebpageURL));
-    if (fields.fileURL.isEmpty() && fields.linkURL.isEmpty())
-        return refuse(u"Update lacks download URL or a link."_s);
-    fields.title = entry.text(Member::Title);
-    fields.itemDescription = entry.text(Member::Description);
-    fields.dateString = entry.text(Member::Date);
-    fields.version = entry.text(Member::Build);
-    fields.displayVersion = entry.has(Member::Version) ? entry.text(Member::Version) : fields.version;
-    fields.releaseNotesURL = encodedUrlFromFeedText(entry.bytes(Member::ReleaseNotesURL));
-    const std::string_view automatic = entry.bytes(Member::Autodownload);
-    fields.excludeFromAutoDownloading =
-        automatic == "false" || automatic == "no" || automatic == "disable" || automatic == "disabled";
-    if (entry.has(Member::PreferredDisplaySize))
-        fields.preferredDisplaySize = sizeFromFeedText(entry.text(Member::PreferredDisplaySize));
-    fields.conditions = TXUpdateItemConditions::conditionsFromDictionary(entry);
-    if (TXLogGetLevel() >= TXLogLevelDetail && !itemDateFromString(fields.dateString).isValid()) {
-        (void)UpdateBuilder::make(UpdateFields(fields))->date(); // says what is wrong with the date
-        TXLog(TXLogLevelDetail, u"Update has no date: %@"_s, {entry.description()});
-    }
-    return fields;
+        reason = u"Update lacks 'build' attribute"_s;
+    else if (!hasAddress(entry))
+        reason = u"Update lacks download URL or a link."_s;
+    if (!reason.isNull() && failureReason)
+        *failureReason = reason;
+    return reason.isNull();
 }
 
 class TrackReader {
@@ -120,7 +98,6 @@ public:
 
     TXError read(dom::array entries) {
         qsizetype index = 0;
-        m_entryCount = entries.size();
         for (const dom::element element : entries) {
             dom::object object;
             if (element.get(object) != simdjson::SUCCESS)
@@ -131,7 +108,9 @@ public:
     }
 
     [[nodiscard]] TXUpdateTrackPtr takeTrack() {
-        return TXUpdateTrack::trackWithFields(m_name, std::move(m_updates), m_posts);
+        return TXUpdateTrack::trackWithUpdates(
+            m_name, [updates = std::move(m_updates)] { return updatesFrom(updates, WithConditions::Yes); },
+            m_posts);
     }
 
 private:
@@ -154,24 +133,16 @@ private:
         if (objection != Objection::None && !wantsReasons)
             return;
         QString reason;
-        std::optional<UpdateFields> fields = updateFieldsFrom(entry, wantsReasons ? &reason : nullptr);
-        if (!fields)
+        if (!describesUpdate(entry, &reason)) {
             skip(index, reason);
-        else if (objection != Objection::None)
-            skip(index, describe(objection, *fields->conditions, fields->version, m_context.appBuild,
-                                 m_context.systemVersion));
+            return;
+        }
+        logMissingDate(entry);
+        if (objection != Objection::None)
+            skip(index, describe(objection, TXUpdateItemConditions::conditionsFromDictionary(entry),
+                                 entry.text(Member::Build), m_context.appBuild, m_context.systemVersion));
         else
-            add(std::move(*fields), index);
-    }
-
-    void add(UpdateFields &&fields, qsizetype index) {
-        // Room at once for all that may follow: what is not used is never touched. A long feed grows as
-        // usual.
-        constexpr size_t most = 10000;
-        if (m_updates.empty())
-            m_updates.reserve(
-                std::min(most, m_entryCount - std::min(m_entryCount, static_cast<size_t>(index))));
-        m_updates.push_back(std::move(fields));
+            m_updates.append(entry);
     }
 
     Objection objectionToUpdate(const FeedEntry &entry) const {
@@ -219,8 +190,7 @@ private:
 
     QString m_name;
     const ReaderContext &m_context;
-    size_t m_entryCount = 0;
-    std::vector<UpdateFields> m_updates;
+    PackedEntries m_updates;
     QList<TXUpdatePostPtr> m_posts;
 };
 
@@ -268,8 +238,10 @@ Result<TXUpdateFeed::TrackMap> readJsonFeed(const QByteArray &data, const Reader
 }
 
 TXUpdatePtr json_updateFromDictionary(const FeedEntry &entry, QString *failureReason) {
-    std::optional<UpdateFields> fields = updateFieldsFrom(entry, failureReason);
-    return fields ? UpdateBuilder::make(std::move(*fields)) : nullptr;
+    if (!describesUpdate(entry, failureReason))
+        return nullptr;
+    logMissingDate(entry);
+    return updateFrom(entry, WithConditions::Yes);
 }
 
 TXUpdatePostPtr json_postFromDictionary(const FeedEntry &entry, QString *failureReason) {

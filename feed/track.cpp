@@ -4,7 +4,6 @@
 #include "core/relevance.h"
 #include "core/versioncomparison.h"
 #include "feed/handleddate.h"
-#include "install/updatebuilder.h"
 #include "platform/services.h"
 #include "platform/userdefaults.h"
 
@@ -27,7 +26,7 @@ const QString handledPostsKey = u"handledPosts"_s;
 /// to the main thread takes as long as reading the document.
 struct TXUpdateTrack::Updates {
     std::once_flag once;
-    std::vector<tx::UpdateFields> fields;
+    std::function<QList<TXUpdatePtr>()> make;
     QList<TXUpdatePtr> made;
 };
 
@@ -39,20 +38,18 @@ TXUpdateTrack::TXUpdateTrack(const QString &name, const QList<TXUpdatePtr> &upda
     m_updates->made = updates;
 }
 
-std::shared_ptr<TXUpdateTrack> TXUpdateTrack::trackWithFields(const QString &name,
-                                                              std::vector<tx::UpdateFields> &&updates,
-                                                              const QList<TXUpdatePostPtr> &posts) {
+std::shared_ptr<TXUpdateTrack>
+TXUpdateTrack::trackWithUpdates(const QString &name, std::function<QList<TXUpdatePtr>()> makeUpdates,
+                                const QList<TXUpdatePostPtr> &posts) {
     auto track = std::make_shared<TXUpdateTrack>(name, QList<TXUpdatePtr>(), posts);
-    track->m_updates->fields = std::move(updates);
+    track->m_updates->make = std::move(makeUpdates);
     return track;
 }
 
 QList<TXUpdatePtr> TXUpdateTrack::updates() const {
     std::call_once(m_updates->once, [this] {
-        m_updates->made.reserve(m_updates->made.size() + static_cast<qsizetype>(m_updates->fields.size()));
-        for (tx::UpdateFields &fields : m_updates->fields)
-            m_updates->made.append(tx::UpdateBuilder::make(std::move(fields)));
-        m_updates->fields = {};
+        if (const auto make = std::exchange(m_updates->make, nullptr))
+            m_updates->made = make();
     });
     return m_updates->made;
 }

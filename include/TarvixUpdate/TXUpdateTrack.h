@@ -6,11 +6,7 @@
 
 #include <QList>
 
-#include <vector>
-
-namespace tx {
-struct UpdateFields;
-}
+#include <functional>
 
 /// One release track of a feed: its updates and posts, in feed order.
 /// Thread: main; reads and writes the record of handled posts in the user defaults.
@@ -18,11 +14,11 @@ class TX_EXPORT TXUpdateTrack {
 public:
     TXUpdateTrack(const QString &name, const QList<TXUpdatePtr> &updates,
                   const QList<TXUpdatePostPtr> &posts);
-    /// For the framework's readers: the updates are made when they are first asked for, on the thread that
-    /// asks.
-    static std::shared_ptr<TXUpdateTrack> trackWithFields(const QString &name,
-                                                          std::vector<tx::UpdateFields> &&updates,
-                                                          const QList<TXUpdatePostPtr> &posts);
+    /// For the framework's readers: `makeUpdates` is called once, when the updates are first asked for, on
+    /// the thread that asks.
+    static std::shared_ptr<TXUpdateTrack> trackWithUpdates(const QString &name,
+                                                           std::function<QList<TXUpdatePtr>()> makeUpdates,
+                                                           const QList<TXUpdatePostPtr> &posts);
 
     [[nodiscard]] QString name() const { return m_name; }
     [[nodiscard]] QList<TXUpdatePtr> updates() const;
