@@ -4,6 +4,7 @@
 #include "cli/feedjson.h"
 #include "cli/feedsource.h"
 #include "cli/publisherchecks.h"
+#include "feed/appcastreader.h"
 #include "feed/jsonreader.h"
 #include "platform/services.h"
 
@@ -19,7 +20,7 @@ namespace {
 Result<TXUpdateFeed::TrackMap> readFeed(const FeedSource &source, const ReaderContext &context) {
     if (source.isJson)
         return readJsonFeed(source.data, context);
-    return TXUpdateFeed::errorForInvalidFormat();
+    return readAppcast(source.data, context);
 }
 
 int failed(const TXError &error, const FeedOptions &options) {
@@ -68,8 +69,10 @@ int feedValidate(const FeedOptions &options) {
     const auto tracks = readFeed(*source, context);
     if (!tracks)
         return failed(tracks.error(), options);
-    dropped += endedPosts(source->data, context.now);
-    const QList<SkippedEntry> doubtful = doubtsAbout(source->data);
+    if (source->isJson)
+        dropped += endedPosts(source->data, context.now);
+    const QList<SkippedEntry> doubtful =
+        source->isJson ? doubtsAbout(source->data) : doubtsAboutAppcast(source->data);
     for (const SkippedEntry &entry : dropped)
         std::printf("error: %s\n",
                     u"%1[%2]: %3"_s.arg(entry.track).arg(entry.index).arg(entry.reason).toUtf8().constData());

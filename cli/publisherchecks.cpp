@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "cli/publisherchecks.h"
 
+#include "feed/appcastparser.h"
 #include "feed/feedentry.h"
 #include "feed/feedvalues.h"
 #include "feed/itemdate.h"
@@ -25,6 +26,30 @@ bool isPost(const QJsonObject &entry) {
     return type == u"post" || type == u"post.v2";
 }
 
+bool isWebAddress(const QString &text) {
+    const QUrl url = urlFromFeedText(text);
+    return url.scheme() == u"http" || url.scheme() == u"https";
+}
+
+QString badAddress(const QString &text, const QString &where) {
+    return u"bad URL \"%1\" in \"%2\""_s.arg(text, where);
+}
+
+QString badDate(const QString &what, const QString &text) {
+    return u"the %1 \"%2\" is not of the form yyyy-MM-dd HH:mm:ss"_s.arg(what, text);
+}
+
+/// Why the archive at this address cannot be installed; null when it can, or when there is no address.
+QString doubtAboutArchive(const QString &address, const QString &build) {
+    const QUrl url = urlFromFeedText(address);
+    if (url.isEmpty())
+        return {};
+    const QString name = downloadFileName(suggestedFilename({}, url), build);
+    if (!TXUpdateUnarchiver::commandForFileName(name).isNull())
+        return {};
+    return u"the archive \"%1\" cannot be unpacked: use .zip, .tgz, .tbz or .tar"_s.arg(url.fileName());
+}
+
 class TrackCheck {
 public:
     TrackCheck(QString name, QList<SkippedEntry> &doubts)
@@ -40,10 +65,9 @@ public:
         if (!entry.contains(u"date"_s))
             doubt(u"no date"_s);
         else if (!itemDateFromString(date).isValid())
-            doubt(u"the date \"%1\" is not of the form yyyy-MM-dd HH:mm:ss"_s.arg(date));
+            doubt(badDate(u"date"_s, date));
         if (entry.contains(u"endDate"_s) && !itemDateFromString(entry[u"endDate"_s].toString()).isValid())
-            doubt(u"the endDate \"%1\" is not of the form yyyy-MM-dd HH:mm:ss"_s.arg(
-                entry[u"endDate"_s].toString()));
+            doubt(badDate(u"endDate"_s, entry[u"endDate"_s].toString()));
         lookAtMembers(entry);
         if (build)
             lookAtBuild(entry);
@@ -63,9 +87,8 @@ private:
                 doubt(u"\"%1\" is no text"_s.arg(it.key()));
             if (!it.key().endsWith(u"URL"_s) && it.key() != u"url")
                 continue;
-            const QUrl url = urlFromFeedText(it.value().toString());
-            if (url.scheme() != u"http" && url.scheme() != u"https")
-                doubt(u"bad URL \"%1\" in \"%2\""_s.arg(it.value().toString(), it.key()));
+            if (!isWebAddress(it.value().toString()))
+                doubt(badAddress(it.value().toString(), it.key()));
         }
     }
 
@@ -74,18 +97,74 @@ private:
         if (m_builds.contains(build))
             doubt(u"duplicate build \"%1\""_s.arg(build));
         m_builds.insert(build);
-        const QUrl url = urlFromFeedText(entry[u"downloadURL"_s].toString());
-        if (url.isEmpty())
-            return;
-        const QString name = downloadFileName(suggestedFilename({}, url), build);
-        if (TXUpdateUnarchiver::commandForFileName(name).isNull())
-            doubt(
-                u"the archive \"%1\" cannot be unpacked: use .zip, .tgz, .tbz or .tar"_s.arg(url.fileName()));
+        if (const QString reason = doubtAboutArchive(entry[u"downloadURL"_s].toString(), build);
+            !reason.isNull())
+            doubt(reason);
     }
 
     QString m_name;
     QList<SkippedEntry> &m_doubts;
     QSet<QString> m_builds;
+    qsizetype m_index = 0;
+};
+
+class AppcastCheck {
+public:
+    explicit AppcastCheck(QList<SkippedEntry> &doubts)
+        : m_doubts(doubts) {}
+
+    void look(const AppcastItem &item, qsizetype index) {
+        m_index = index;
+        const QString date = textOf(item.elements, "pubDate");
+        if (date.isNull())
+            doubt(u"no date"_s);
+        else if (!itemDateFromString(date).isValid())
+            doubt(badDate(u"pubDate"_s, date));
+        lookAtAddress(item.elements, "sparkle:releaseNotesLink");
+        lookAtAddress(item.elements, "link");
+        lookAtAddress(item.enclosure, "url");
+        lookAtNames(item.elements);
+        lookAtNames(item.enclosure);
+        QString version = textOf(item.enclosure, "sparkle:version");
+        if (version.isNull())
+            version = textOf(item.elements, "sparkle:version");
+        if (version.isNull())
+            return; // dropped as a whole
+        if (m_versions.contains(version))
+            doubt(u"duplicate version \"%1\""_s.arg(version));
+        m_versions.insert(version);
+        if (const QString reason = doubtAboutArchive(textOf(item.enclosure, "url"), version);
+            !reason.isNull())
+            doubt(reason);
+    }
+
+private:
+    static QString textOf(const NamedTexts &texts, std::string_view name) {
+        const std::string *text = texts.find(name);
+        return text ? QString::fromStdString(*text) : QString();
+    }
+
+    void doubt(const QString &reason) { m_doubts.append({u"release"_s, m_index, reason}); }
+
+    void lookAtAddress(const NamedTexts &texts, std::string_view name) {
+        const QString text = textOf(texts, name);
+        if (!text.isNull() && !isWebAddress(text))
+            doubt(badAddress(text, QString::fromUtf8(name.data(), static_cast<qsizetype>(name.size()))));
+    }
+
+    /// Names that only updaters read, but not this one. Other names are for news readers.
+    void lookAtNames(const NamedTexts &texts) {
+        for (size_t i = 0; i < texts.size(); ++i) {
+            const std::string &name = texts.nameAt(i);
+            const bool isKnown = name == "sparkle:version" || name == "sparkle:shortVersionString" ||
+                                 name == "sparkle:extra" || name == "sparkle:releaseNotesLink";
+            if (name.starts_with("sparkle:") && !isKnown)
+                doubt(u"\"%1\" has no effect"_s.arg(QString::fromStdString(name)));
+        }
+    }
+
+    QList<SkippedEntry> &m_doubts;
+    QSet<QString> m_versions;
     qsizetype m_index = 0;
 };
 
@@ -108,6 +187,15 @@ QList<SkippedEntry> doubtsAbout(const QByteArray &jsonFeed) {
     forEachEntry(jsonFeed, [&](const QString &track, const QJsonObject &entry, qsizetype index) {
         checks.try_emplace(track, track, doubts).first->second.look(entry, index);
     });
+    return doubts;
+}
+
+QList<SkippedEntry> doubtsAboutAppcast(const QByteArray &appcast) {
+    QList<SkippedEntry> doubts;
+    AppcastCheck check(doubts);
+    // The reader has complained about a broken document already.
+    (void)forEachAppcastItem(appcast,
+                             [&](const AppcastItem &item, qsizetype index) { check.look(item, index); });
     return doubts;
 }
 

@@ -9,6 +9,9 @@ namespace tx::cli {
 /// that no reader knows, a build that stands twice in a track, an archive that cannot be unpacked.
 [[nodiscard]] QList<SkippedEntry> doubtsAbout(const QByteArray &jsonFeed);
 
+/// The same for the items of an appcast, and what stands in it without effect.
+[[nodiscard]] QList<SkippedEntry> doubtsAboutAppcast(const QByteArray &appcast);
+
 /// Posts whose end date has passed: every reader drops them.
 [[nodiscard]] QList<SkippedEntry> endedPosts(const QByteArray &jsonFeed, const QDateTime &now);
 

@@ -3,6 +3,7 @@
 
 #include "core/names.h"
 #include "core/settings.h"
+#include "feed/appcastreader.h"
 #include "feed/jsonreader.h"
 #include "feed/requestbody.h"
 #include "platform/localization.h"
@@ -50,15 +51,6 @@ QString EscapeForURL(const QString &text) {
         }
     }
     return result;
-}
-
-tx::ReaderContext tx::ReaderContext::forHost() {
-    const TXUpdateHost *host = TXUpdateHost::host();
-    ReaderContext context;
-    context.appBuild = host->version();
-    context.systemVersion = host->systemVersionString();
-    context.now = services().now();
-    return context;
 }
 
 void TXUpdateFeed::fetchFeedAtURL(const QUrl &url, const QVariantMap &parameters, const QVariantMap &profile,
@@ -132,24 +124,27 @@ void TXUpdateFeed::fetch() {
             else if (response.header("Content-Type") == "application/json")
                 self->parseJSONData(response.body);
             else
-                self->completedWithError(errorForInvalidFormat());
+                self->parseXMLData(response.body);
         });
 }
 
 void TXUpdateFeed::parseJSONData(const QByteArray &data) {
-    const tx::Result<TrackMap> tracks = tx::readJsonFeed(data, tx::ReaderContext::forHost());
+    completedWithTracks(tx::readJsonFeed(data, tx::ReaderContext::forHost()));
+}
+
+void TXUpdateFeed::parseXMLData(const QByteArray &data) {
+    completedWithTracks(tx::readAppcast(data, tx::ReaderContext::forHost()));
+}
+
+void TXUpdateFeed::completedWithTracks(const tx::Result<TrackMap> &tracks) {
     if (!tracks) {
         TXLog(TXLogLevelDetail, u"%@"_s, {tracks.error().toString()});
         completedWithError(errorForInvalidFormat());
         return;
     }
-    setTracks(*tracks);
-    completedWithError({});
-}
-
-void TXUpdateFeed::setTracks(const TrackMap &tracks) {
-    d->tracks = tracks;
+    d->tracks = *tracks;
     d->recommendedUpdate.reset();
+    completedWithError({});
 }
 
 void TXUpdateFeed::completedWithError(const TXError &error) {

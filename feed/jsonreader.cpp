@@ -22,10 +22,6 @@ namespace {
 using Member = FeedEntry::Member;
 namespace dom = simdjson::dom;
 
-TXError invalid(const QString &what) {
-    return TXError(updaterErrorDomain, 0, u"The feed cannot be read: "_s + what, what);
-}
-
 QString fromUtf8(std::string_view text) {
     return QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size()));
 }
@@ -101,7 +97,7 @@ public:
         for (const dom::element element : entries) {
             dom::object object;
             if (element.get(object) != simdjson::SUCCESS)
-                return invalid(u"entry %1 of the track \"%2\" is no object"_s.arg(index).arg(m_name));
+                return unreadableFeed(u"entry %1 of the track \"%2\" is no object"_s.arg(index).arg(m_name));
             readEntry(entryFrom(object), index++);
         }
         return {};
@@ -212,13 +208,13 @@ Result<TXUpdateFeed::TrackMap> readJsonFeed(const QByteArray &data, const Reader
     constexpr size_t deepestNesting = 256;
     dom::parser parser;
     if (parser.allocate(static_cast<size_t>(document.size()), deepestNesting) != simdjson::SUCCESS)
-        return invalid(u"it is too large"_s);
+        return unreadableFeed(u"it is too large"_s);
     dom::element root;
     if (const auto error = parser.parse(document.constData(), static_cast<size_t>(document.size())).get(root))
-        return invalid(QString::fromUtf8(simdjson::error_message(error)));
+        return unreadableFeed(QString::fromUtf8(simdjson::error_message(error)));
     dom::object tracks;
     if (root.get(tracks) != simdjson::SUCCESS)
-        return invalid(u"its top level is no object"_s);
+        return unreadableFeed(u"its top level is no object"_s);
 
     // Of members with the same name the last one counts.
     QMap<QString, dom::element> members;
@@ -228,7 +224,7 @@ Result<TXUpdateFeed::TrackMap> readJsonFeed(const QByteArray &data, const Reader
     for (auto it = members.begin(); it != members.end(); ++it) {
         dom::array entries;
         if (it.value().get(entries) != simdjson::SUCCESS)
-            return invalid(u"the track \"%1\" is no list"_s.arg(it.key()));
+            return unreadableFeed(u"the track \"%1\" is no list"_s.arg(it.key()));
         TrackReader reader(it.key(), context);
         if (const TXError error = reader.read(entries))
             return error;

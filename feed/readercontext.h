@@ -30,4 +30,7 @@ struct ReaderContext {
     static ReaderContext forHost();
 };
 
+/// The error of a reader: what is wrong with the document, and where.
+[[nodiscard]] TXError unreadableFeed(const QString &what);
+
 } // namespace tx

@@ -8,6 +8,10 @@
 #include <QUrl>
 #include <QVariantMap>
 
+namespace tx {
+template <typename T>
+class Result;
+}
 class TXUpdateFeed;
 using TXUpdateFeedPtr = std::shared_ptr<TXUpdateFeed>;
 
@@ -51,8 +55,9 @@ public:
     [[nodiscard]] QByteArray requestBody() const;
     [[nodiscard]] static QString anonymousUUID();
 
-    /// Reads a body and calls the handler.
+    /// Read a body, JSON or an appcast, and call the handler.
     void parseJSONData(const QByteArray &data);
+    void parseXMLData(const QByteArray &data);
     void completedWithError(const TXError &error);
 
     static TXError errorForLoading(const TXError &error);
@@ -60,7 +65,7 @@ public:
     static TXError errorForHTTPStatus(int status);
 
 private:
-    void setTracks(const TrackMap &tracks);
+    void completedWithTracks(const tx::Result<TrackMap> &tracks);
     struct Private;
     const std::unique_ptr<Private> d;
 };

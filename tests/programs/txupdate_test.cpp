@@ -191,6 +191,65 @@ TEST_F(TxUpdate, ValidateListsWhatIsDroppedAndDoubtful) {
     EXPECT_EQ(run({u"feed"_s, u"validate"_s, file("{")}).status, 1);
 }
 
+const char appcast[] = R"(<rss xmlns:sparkle="http://e.org/s"><channel>
+    <item><title>A</title><sparkle:version>1050</sparkle:version><pubDate>2026-05-01 10:00:00</pubDate>
+        <enclosure url="https://e.org/a.zip" sparkle:shortVersionString="2.1" length="7"/></item>
+    <item><title>B</title><sparkle:version>1050</sparkle:version><sparkle:channel>beta</sparkle:channel>
+        <sparkle:releaseNotesLink>notes.html</sparkle:releaseNotesLink>
+        <enclosure url="https://e.org/a.dmg" sparkle:minimumSystemVersion="99"/></item>
+    <item><link>https://e.org/</link><pubDate>Tue, 10 Jun 2003 04:00:00 GMT</pubDate></item>
+    <item><sparkle:version>7</sparkle:version><link>https://e.org/</link></item>
+    </channel></rss>)";
+
+TEST_F(TxUpdate, FeedShowReadsAppcastsByTheirContent) {
+    const QJsonObject shown = json(run(show(file(appcast)) << u"--json"_s));
+    const QJsonArray tracks = shown[u"tracks"_s].toArray();
+    ASSERT_EQ(tracks.size(), 1);
+    EXPECT_EQ(tracks[0][u"name"_s], u"release"_s);
+    EXPECT_EQ(tracks[0][u"recommendedUpdate"_s], u"1050"_s);
+    const QJsonArray updates = tracks[0][u"updates"_s].toArray();
+    ASSERT_EQ(updates.size(), 2);
+    EXPECT_EQ(updates[0][u"displayVersion"_s], u"2.1"_s);
+    EXPECT_EQ(updates[0][u"fileURL"_s], u"https://e.org/a.zip"_s);
+    EXPECT_EQ(updates[0][u"conditions"_s], QJsonValue(QJsonValue::Null));
+    const QJsonArray left = shown[u"skipped"_s].toArray();
+    ASSERT_EQ(left.size(), 2);
+    EXPECT_EQ(left[0], (QJsonObject{{u"track"_s, u"release"_s},
+                                    {u"index"_s, 2},
+                                    {u"reason"_s, u"Feed item lacks sparkle:version attribute"_s}}));
+    EXPECT_EQ(left[1][u"index"_s], 3);
+    const QStringList asJson{u"--content-type"_s, u"application/json"_s};
+    EXPECT_EQ(run(show(file(appcast)) + asJson).status, 1) << "read as if served so";
+    const ProcessResult broken = run(show(file("<rss>")));
+    EXPECT_EQ(broken.status, 1);
+    EXPECT_THAT(broken.errors.toStdString(), testing::HasSubstr("no element found (line 1, column 6)"));
+}
+
+TEST_F(TxUpdate, ValidateReadsAppcasts) {
+    const ProcessResult result = run({u"feed"_s, u"validate"_s, file(appcast)});
+    EXPECT_EQ(result.status, 1);
+    for (const char *line :
+         {"error: release[2]: Feed item lacks sparkle:version attribute", "warning: release[1]: no date",
+          "warning: release[1]: bad URL \"notes.html\" in \"sparkle:releaseNotesLink\"",
+          "warning: release[1]: \"sparkle:channel\" has no effect",
+          "warning: release[1]: \"sparkle:minimumSystemVersion\" has no effect",
+          "warning: release[1]: duplicate version \"1050\"",
+          "warning: release[1]: the archive \"a.dmg\" cannot be unpacked",
+          "warning: release[2]: the pubDate \"Tue, 10 Jun 2003 04:00:00 GMT\" is not of the form",
+          "1 tracks, 3 entries kept, 1 dropped, 8 doubts"})
+        EXPECT_THAT(result.output.toStdString(), testing::HasSubstr(line));
+    EXPECT_THAT(result.output.toStdString(), testing::Not(testing::HasSubstr("release[0]")));
+}
+
+TEST_F(TxUpdate, CheckReadsAnAppcast) {
+    FeedServer server;
+    server.expect("GET", "/f", HttpReply::file(appcast, "application/rss+xml"));
+    const ProcessResult found = runWhileServing(
+        {u"check"_s, u"--app"_s, path(u"Applications/Host.app"_s), u"--feed"_s, server.url(u"/f"_s)});
+    EXPECT_EQ(found.status, 0) << found.errors.constData();
+    EXPECT_EQ(found.output, QByteArray("Host 2.1 (build 1050) is available; this is build 1042.\n"));
+}
+
 TEST_F(TxUpdate, CheckAsksTheFeedForTheApplication) {
     FeedServer server;
     const QByteArray body =

@@ -1,0 +1,93 @@
+// SPDX-License-Identifier: MIT
+#include "feed/appcastreader.h"
+
+#include "core/relevance.h"
+#include "core/versioncomparison.h"
+#include "feed/appcastparser.h"
+#include "feed/updateentry.h"
+
+using namespace Qt::StringLiterals;
+
+namespace tx {
+
+namespace {
+
+using Member = FeedEntry::Member;
+
+const QString releaseTrack = u"release"_s;
+
+/// What carries a version, as an element of the item or an attribute of its enclosure. The bounds of the
+/// system's version are not among them: an item of an appcast has no conditions.
+constexpr std::pair<const char *, Member> versionNames[] = {
+    {"sparkle:version", Member::Build},
+    {"sparkle:shortVersionString", Member::Version},
+    {"sparkle:extra", Member::Extra},
+};
+
+void setFrom(FeedEntry &entry, Member member, const NamedTexts &texts, std::string_view name) {
+    if (const std::string *text = texts.find(name))
+        entry.set(member, *text);
+}
+
+/// The item's texts under the names of the other kind of feed; it refers to the item.
+FeedEntry entryFrom(const AppcastItem &item) {
+    FeedEntry entry;
+    setFrom(entry, Member::Title, item.elements, "title");
+    setFrom(entry, Member::Description, item.elements, "description");
+    setFrom(entry, Member::Date, item.elements, "pubDate");
+    setFrom(entry, Member::ReleaseNotesURL, item.elements, "sparkle:releaseNotesLink");
+    for (const auto &[name, member] : versionNames)
+        setFrom(entry, member, item.elements, name);
+    if (item.hasEnclosure) {
+        setFrom(entry, Member::DownloadURL, item.enclosure, "url");
+        for (const auto &[name, member] : versionNames)
+            setFrom(entry, member, item.enclosure, name);
+    }
+    setFrom(entry, Member::WebpageURL, item.elements, "link");
+    return entry;
+}
+
+bool describesUpdate(const FeedEntry &entry, QString *failureReason) {
+    QString reason;
+    if (!entry.has(Member::Build))
+        reason = u"Feed item lacks sparkle:version attribute"_s;
+    else if (!hasAddress(entry))
+        reason = u"Feed item lacks enclosure element with URL or a link element."_s;
+    if (!reason.isNull() && failureReason)
+        *failureReason = reason;
+    return reason.isNull();
+}
+
+} // namespace
+
+Result<TXUpdateFeed::TrackMap> readAppcast(const QByteArray &data, const ReaderContext &context) {
+    PackedEntries updates;
+    const TXError error = forEachAppcastItem(data, [&](const AppcastItem &item, qsizetype index) {
+        const FeedEntry entry = entryFrom(item);
+        QString reason;
+        if (describesUpdate(entry, context.skipped ? &reason : nullptr)) {
+            const QString version = entry.text(Member::Build);
+            if (context.keepsIrrelevant || isVersionNewer(version, context.appBuild)) {
+                updates.append(entry);
+                return;
+            }
+            if (context.skipped)
+                reason = describe(Objection::NotNewer, {}, version, context.appBuild, context.systemVersion);
+        }
+        if (context.skipped)
+            context.skipped({releaseTrack, index, reason});
+    });
+    if (error)
+        return error;
+    const TXUpdateTrackPtr track = TXUpdateTrack::trackWithUpdates(
+        releaseTrack, [updates = std::move(updates)] { return updatesFrom(updates, WithConditions::No); },
+        {});
+    return TXUpdateFeed::TrackMap{{releaseTrack, track}};
+}
+
+TXUpdatePtr xml_updateFromDictionary(const AppcastItem &item, QString *failureReason) {
+    const FeedEntry entry = entryFrom(item);
+    return describesUpdate(entry, failureReason) ? updateFrom(entry, WithConditions::No) : nullptr;
+}
+
+} // namespace tx

@@ -1,0 +1,17 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "feed/appcastitem.h"
+#include "feed/readercontext.h"
+#include "platform/result.h"
+
+namespace tx {
+
+/// Reads an appcast: its items are the updates of one track, "release". The error says what is wrong and
+/// where. Thread: any; the items are moved to the main thread.
+Result<TXUpdateFeed::TrackMap> readAppcast(const QByteArray &data, const ReaderContext &context);
+
+/// The update that an item describes; null, with the reason, when it lacks what an update needs.
+TXUpdatePtr xml_updateFromDictionary(const AppcastItem &item, QString *failureReason);
+
+} // namespace tx

@@ -1,0 +1,26 @@
+// SPDX-License-Identifier: MIT
+#include "feed/readercontext.h"
+
+#include "core/names.h"
+#include "platform/services.h"
+
+#include <TarvixUpdate/TXUpdateHost.h>
+
+using namespace Qt::StringLiterals;
+
+namespace tx {
+
+ReaderContext ReaderContext::forHost() {
+    const TXUpdateHost *host = TXUpdateHost::host();
+    ReaderContext context;
+    context.appBuild = host->version();
+    context.systemVersion = host->systemVersionString();
+    context.now = services().now();
+    return context;
+}
+
+TXError unreadableFeed(const QString &what) {
+    return TXError(updaterErrorDomain, 0, u"The feed cannot be read: "_s + what, what);
+}
+
+} // namespace tx
