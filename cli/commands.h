@@ -37,6 +37,7 @@ int feedShow(const FeedOptions &options);
 int feedValidate(const FeedOptions &options);
 int check(const AppOptions &options);
 int update(const AppOptions &options);
+int profile(bool asJson);
 int serve(const QString &directory, int port);
 
 /// "txupdate: <line>" on standard error.

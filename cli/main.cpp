@@ -84,6 +84,10 @@ int main(int argc, char **argv) {
     }
     checkCommand->add_flag("--json", words.json, "print JSON");
 
+    auto *profileCommand = application.add_subcommand(
+        "profile", "Print the system profile that an application on this machine would send along.");
+    profileCommand->add_flag("--json", words.json, "print it as it stands in the request");
+
     auto *serveCommand = application.add_subcommand(
         "serve", "Serve a folder on 127.0.0.1 for development: feeds by GET and POST, archives, pages.\n"
                  "Prints each request's parameters and profile.");
@@ -108,6 +112,8 @@ int main(int argc, char **argv) {
             return *status;
     }
     const QCoreApplication qt(argc, argv);
+    if (profileCommand->parsed())
+        return profile(words.json);
     if (show->parsed())
         return feedShow({text(words.source), text(words.build), text(words.system),
                          textOrNull(type, words.contentType), words.json});

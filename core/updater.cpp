@@ -152,6 +152,7 @@ void TXUpdater::checkForUpdate(const CompletionHandler &handler) {
 }
 
 void TXUpdater::performCheck(const CompletionHandler &handler) {
+    const TXUpdateSystemProfilePtr profile = profileIfDue();
     QVariantMap parameters;
     if (d->delegate) {
         const bool asked = tx::runOnMainAndWait([this, &parameters] {
@@ -161,24 +162,40 @@ void TXUpdater::performCheck(const CompletionHandler &handler) {
         if (!asked)
             return; // the application is ending
     }
-    TXUpdateFeed::fetchFeedAtURL(
-        feedURL(), parameters, {}, [this, handler](const TXUpdateFeedPtr &feed, const TXError &error) {
-            const TXUpdateFeedPtr result = error ? TXUpdateFeedPtr() : feed;
-            if (!result && !error)
-                qFatal("TXUpdater: feed || error");
-            tx::postToMain([this, handler, result, error] { report(handler, result, error); });
-            scheduleCheckForUpdate();
-            setChecking(false);
-        });
+    TXUpdateFeed::fetchFeedAtURL(feedURL(), parameters, profile,
+                                 [this, handler, profile](const TXUpdateFeedPtr &feed, const TXError &error) {
+                                     const TXUpdateFeedPtr result = error ? TXUpdateFeedPtr() : feed;
+                                     if (!result && !error)
+                                         qFatal("TXUpdater: feed || error");
+                                     tx::postToMain([this, handler, result, error, profile] {
+                                         report(handler, result, error, profile != nullptr);
+                                     });
+                                     scheduleCheckForUpdate();
+                                     setChecking(false);
+                                 });
 }
 
-void TXUpdater::report(const CompletionHandler &handler, const TXUpdateFeedPtr &feed, const TXError &error) {
+TXUpdateSystemProfilePtr TXUpdater::profileIfDue() const {
+    if (!sendsSystemProfile())
+        return nullptr;
+    constexpr qint64 week = 604800LL * 1000;
+    QDateTime sent = defaults().dateValue(TXUpdatePrefLastSystemProfileDateKey);
+    if (!sent.isValid())
+        sent = QDateTime(QDate(2001, 1, 1), QTime(0, 0), Qt::UTC); // long ago: a first profile is due
+    return sent.msecsTo(tx::services().now()) > week ? TXUpdateSystemProfile::systemProfile() : nullptr;
+}
+
+void TXUpdater::report(const CompletionHandler &handler, const TXUpdateFeedPtr &feed, const TXError &error,
+                       bool sentProfile) {
     if (handler)
         handler(feed, error);
     else if (TXUpdaterDelegate *delegate = d->delegate)
         delegate->updaterDidCheckForUpdate(this, feed, error);
     if (feed)
         (void)defaults().setValue(TXUpdatePrefLastUpdateCheckDateKey, tx::services().now());
+    // Whether the check succeeded or not: the profile was handed over.
+    if (sentProfile)
+        (void)defaults().setValue(TXUpdatePrefLastSystemProfileDateKey, tx::services().now());
     Q_EMIT settingsChanged();
 }
 

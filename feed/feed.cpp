@@ -28,7 +28,7 @@ const QString releaseTrack = u"release"_s;
 struct TXUpdateFeed::Private {
     CompletionHandler handler;
     QUrl url;
-    QVariantMap profile;
+    TXUpdateSystemProfilePtr profile;
     QVariantMap parameters;
     TrackMap tracks;
     std::optional<TXUpdatePtr> recommendedUpdate; ///< absent until somebody asks
@@ -53,13 +53,13 @@ QString EscapeForURL(const QString &text) {
     return result;
 }
 
-void TXUpdateFeed::fetchFeedAtURL(const QUrl &url, const QVariantMap &parameters, const QVariantMap &profile,
-                                  const CompletionHandler &handler) {
+void TXUpdateFeed::fetchFeedAtURL(const QUrl &url, const QVariantMap &parameters,
+                                  const TXUpdateSystemProfilePtr &profile, const CompletionHandler &handler) {
     std::make_shared<TXUpdateFeed>(url, parameters, profile, handler)->fetch();
 }
 
-TXUpdateFeed::TXUpdateFeed(const QUrl &url, const QVariantMap &parameters, const QVariantMap &profile,
-                           const CompletionHandler &handler)
+TXUpdateFeed::TXUpdateFeed(const QUrl &url, const QVariantMap &parameters,
+                           const TXUpdateSystemProfilePtr &profile, const CompletionHandler &handler)
     : d(std::make_unique<Private>(Private{handler, url, profile, parameters, {}, {}})) {}
 
 TXUpdateFeed::~TXUpdateFeed() = default;
@@ -94,7 +94,8 @@ QUrl TXUpdateFeed::URLWithParameters() const {
 }
 
 QByteArray TXUpdateFeed::requestBody() const {
-    QVariantMap members = tx::requestMembers(d->profile, d->parameters);
+    QVariantMap members =
+        tx::requestMembers(d->profile ? d->profile->JSONDictionary() : QVariantMap(), d->parameters);
     if (members.isEmpty())
         return {};
     const TXUpdateHost *host = TXUpdateHost::host();

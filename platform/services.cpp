@@ -31,6 +31,12 @@ Services &services() {
         presentAlertInLog,
         volumeInfo,
         mountFlagsAreReadOnly,
+        [] { return QList<ScreenInfo>(); },
+        operatingSystemVersionString,
+        systemControlNumber,
+        systemControlText,
+        systemProfilerPath,
+        std::chrono::seconds(10),
         [](int status) {
             nativeUrlLoader().stop();
             std::exit(status);

@@ -2,10 +2,12 @@
 #pragma once
 
 #include "platform/alert.h"
+#include "platform/systemfacts.h"
 #include "platform/volumes.h"
 
 #include <QDateTime>
 
+#include <chrono>
 #include <functional>
 
 namespace tx {
@@ -28,6 +30,15 @@ struct Services {
     /// Facts about the volume that holds a path, and the mount flags' read-only bit for when there are none.
     std::function<std::optional<VolumeInfo>(const QString &path)> volumeInfo;
     std::function<bool(const QString &path)> mountFlagsAreReadOnly;
+    /// The screens in the desktop's order; none without a user interface.
+    std::function<QList<ScreenInfo>()> screens;
+    std::function<QString()> operatingSystemVersionString;
+    std::function<std::optional<int>(const QString &name)> systemControlNumber;
+    std::function<std::optional<QString>(const QString &name)> systemControlText;
+    /// The command that describes hardware and displays as a property list.
+    std::function<QString()> systemProfilerPath;
+    /// How long it may take before it is ended.
+    std::chrono::milliseconds systemProfilerTime;
     /// Ends the process.
     std::function<void(int status)> exitProcess;
     std::function<QDateTime()> now;

@@ -6,6 +6,7 @@
 #include <QByteArray>
 #include <QStringList>
 
+#include <chrono>
 #include <memory>
 #include <optional>
 
@@ -33,8 +34,14 @@ public:
     virtual void closeInput() = 0;
     /// Reads what there is of the standard output; empty at its end.
     virtual QByteArray read() = 0;
+    /// The same; absent when there is nothing for so long.
+    virtual std::optional<QByteArray> readWithin(std::chrono::milliseconds limit) = 0;
     /// Waits for the end; the exit status, or 128 plus the signal that ended it.
     virtual int wait() = 0;
+    /// The same; absent when it runs for longer.
+    virtual std::optional<int> waitWithin(std::chrono::milliseconds limit) = 0;
+    /// Ends the process at once, and with one that has a session of its own everything in that.
+    virtual void kill() = 0;
 };
 
 /// Starts child processes with exact argument vectors. Thread: any.

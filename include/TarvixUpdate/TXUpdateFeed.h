@@ -2,6 +2,7 @@
 #pragma once
 
 #include <TarvixUpdate/TXError.h>
+#include <TarvixUpdate/TXUpdateSystemProfile.h>
 #include <TarvixUpdate/TXUpdateTrack.h>
 
 #include <QMap>
@@ -27,12 +28,12 @@ public:
     using CompletionHandler = std::function<void(const TXUpdateFeedPtr &feed, const TXError &error)>;
     using TrackMap = QMap<QString, TXUpdateTrackPtr>;
 
-    /// Fetches and parses. `parameters` goes into the request's body only; `profile` is the system profile's
-    /// dictionary, or empty. The feed keeps itself alive until the handler has been called.
-    static void fetchFeedAtURL(const QUrl &url, const QVariantMap &parameters, const QVariantMap &profile,
-                               const CompletionHandler &handler);
+    /// Fetches and parses. `parameters` goes into the request's body only, like the profile, which may be
+    /// null. The feed keeps itself alive until the handler has been called.
+    static void fetchFeedAtURL(const QUrl &url, const QVariantMap &parameters,
+                               const TXUpdateSystemProfilePtr &profile, const CompletionHandler &handler);
 
-    TXUpdateFeed(const QUrl &url, const QVariantMap &parameters, const QVariantMap &profile,
+    TXUpdateFeed(const QUrl &url, const QVariantMap &parameters, const TXUpdateSystemProfilePtr &profile,
                  const CompletionHandler &handler);
     ~TXUpdateFeed();
     TXUpdateFeed(const TXUpdateFeed &) = delete;

@@ -115,7 +115,10 @@ private:
     void scheduleCheckForUpdate();
     void unscheduleCheckForUpdate();
     void performCheck(const CompletionHandler &handler);
-    void report(const CompletionHandler &handler, const TXUpdateFeedPtr &feed, const TXError &error);
+    /// A new profile when the host sends profiles and the last one went more than a week ago; else null.
+    [[nodiscard]] TXUpdateSystemProfilePtr profileIfDue() const;
+    void report(const CompletionHandler &handler, const TXUpdateFeedPtr &feed, const TXError &error,
+                bool sentProfile);
 
     struct Private;
     const std::unique_ptr<Private> d;

@@ -10,6 +10,7 @@
 #include <TarvixUpdate/TXUpdateItem.h>
 #include <TarvixUpdate/TXUpdatePost.h>
 #include <TarvixUpdate/TXUpdateSettings.h>
+#include <TarvixUpdate/TXUpdateSystemProfile.h>
 #include <TarvixUpdate/TXUpdateTrack.h>
 #include <TarvixUpdate/TXUpdater.h>
 #include <TarvixUpdate/TXVersionComparison.h>

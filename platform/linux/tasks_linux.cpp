@@ -10,8 +10,10 @@
 #include <cerrno>
 #include <csignal>
 #include <fcntl.h>
+#include <poll.h>
 #include <pthread.h>
 #include <spawn.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -62,8 +64,9 @@ int waitFor(pid_t pid) {
 
 class NativeTask final : public Task {
 public:
-    NativeTask(pid_t pid, posix::Descriptor input, posix::Descriptor output)
+    NativeTask(pid_t pid, bool ownSession, posix::Descriptor input, posix::Descriptor output)
         : m_pid(pid)
+        , m_ownSession(ownSession)
         , m_input(std::move(input))
         , m_output(std::move(output)) {}
 
@@ -107,6 +110,10 @@ public:
         return buffer;
     }
 
+    std::optional<QByteArray> readWithin(std::chrono::milliseconds limit) override {
+        return isReady(m_output.get(), limit) ? std::optional(read()) : std::nullopt;
+    }
+
     int wait() override {
         if (!m_waited)
             m_status = waitFor(m_pid);
@@ -114,8 +121,45 @@ public:
         return m_status;
     }
 
+    std::optional<int> waitWithin(std::chrono::milliseconds limit) override {
+        if (m_waited)
+            return m_status;
+        const posix::Descriptor process(static_cast<int>(syscall(SYS_pidfd_open, m_pid, 0)));
+        if (!process.isOpen())
+            return waitByLooking(limit);
+        return isReady(process.get(), limit) ? std::optional(wait()) : std::nullopt;
+    }
+
+    void kill() override {
+        if (!m_waited)
+            ::kill(m_ownSession ? -m_pid : m_pid, SIGKILL);
+    }
+
 private:
+    static bool isReady(int descriptor, std::chrono::milliseconds limit) {
+        pollfd watched{descriptor, POLLIN, 0};
+        int count = 0;
+        while ((count = poll(&watched, 1, static_cast<int>(limit.count()))) < 0 && errno == EINTR) {
+        }
+        return count > 0;
+    }
+
+    /// For a kernel that gives no descriptor of a process.
+    std::optional<int> waitByLooking(std::chrono::milliseconds limit) {
+        constexpr std::chrono::milliseconds pause(10);
+        for (;; limit -= pause) {
+            siginfo_t info{};
+            if (waitid(P_PID, static_cast<id_t>(m_pid), &info, WEXITED | WNOHANG | WNOWAIT) != 0 ||
+                info.si_pid == m_pid)
+                return wait();
+            if (limit <= pause)
+                return std::nullopt;
+            poll(nullptr, 0, static_cast<int>(pause.count()));
+        }
+    }
+
     pid_t m_pid;
+    bool m_ownSession;
     posix::Descriptor m_input;
     posix::Descriptor m_output;
     bool m_waited = false;
@@ -204,7 +248,8 @@ public:
                                           request.environment ? envp.data() : environ);
         if (number != 0)
             return posixError(number, u"Cannot start"_s, request.program);
-        return std::unique_ptr<Task>(new NativeTask(pid, std::move(input), std::move(output)));
+        return std::unique_ptr<Task>(
+            new NativeTask(pid, request.ownSession, std::move(input), std::move(output)));
     }
 };
 

@@ -1,9 +1,14 @@
 // SPDX-License-Identifier: MIT
 #include "core/updater_p.h"
+#include "platform/propertylist.h"
 #include "platform/userdefaults.h"
+#include "tests/support/builders.h"
 #include "tests/support/environment.h"
 #include "tests/support/feedserver.h"
 
+#include <QFile>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QSignalSpy>
 #include <QThread>
 
@@ -81,6 +86,116 @@ TEST_F(Updater, CheckWithoutAFeedAddressEndsWithALoadingError) {
     EXPECT_EQ(outcome.error.localizedDescription(),
               u"Could not check for updates because of a network error."_s);
     EXPECT_EQ(outcome.error.underlyingError().domain(), u"NSURLErrorDomain"_s);
+}
+
+/// A profile tool that counts its calls; what it says is not looked at here.
+class UpdaterProfile : public Updater {
+protected:
+    FeedServer server;
+    const QDateTime start = QDateTime(QDate(2026, 5, 1), QTime(8, 0), Qt::UTC);
+
+    UpdaterProfile() {
+        tx::test::writeFile(path(u"Resources/system_profiler"_s),
+                            "#!/bin/sh\necho x >> '" + path(u"calls"_s).toUtf8() + "'\n",
+                            QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        tx::services().systemProfilerPath = [tool = path(u"Resources/system_profiler"_s)] { return tool; };
+        updater->setFeedURL(QUrl(server.url(u"/feed.json"_s)));
+    }
+    QDateTime sentDate() const {
+        return tx::UserDefaults::standard().dateValue(TXUpdatePrefLastSystemProfileDateKey);
+    }
+    /// One check at that time; whether a profile went along.
+    bool sendsAt(const QDateTime &now, int status = 200) {
+        setNow(now);
+        const qsizetype before = server.requests().size();
+        server.always([status](const tx::test::HttpRequest &) {
+            return HttpReply{
+                .status = status, .headers = {{"Content-Type", "application/json"}}, .body = "{}"};
+        });
+        check();
+        const auto request = server.requests().value(before);
+        const bool sent = QJsonDocument::fromJson(request.body).object().contains(u"systemProfile"_s);
+        EXPECT_EQ(request.method, QByteArray(sent ? "POST" : "GET"));
+        EXPECT_EQ(outcome.feed != nullptr, status == 200);
+        return sent;
+    }
+};
+
+TEST_F(UpdaterProfile, GoesAlongOnceAWeek) {
+    updater->setSendsSystemProfile(true);
+    EXPECT_TRUE(sendsAt(start)) << "none was sent before";
+    EXPECT_EQ(sentDate(), start);
+    EXPECT_FALSE(sendsAt(start.addSecs(604800))) << "not more than a week ago";
+    EXPECT_EQ(sentDate(), start) << "only a profile sets the date";
+    EXPECT_TRUE(sendsAt(start.addSecs(604801)));
+    EXPECT_EQ(sentDate(), start.addSecs(604801));
+}
+
+TEST_F(UpdaterProfile, CountsAsSentWhenTheCheckFails) {
+    updater->setSendsSystemProfile(true);
+    EXPECT_TRUE(sendsAt(start, 500));
+    EXPECT_EQ(sentDate(), start);
+    EXPECT_FALSE(updater->lastUpdateCheckDate().isValid());
+    EXPECT_FALSE(sendsAt(start.addSecs(3600), 500));
+}
+
+TEST_F(UpdaterProfile, NothingIsGatheredWhenSendingIsOff) {
+    EXPECT_FALSE(sendsAt(start));
+    EXPECT_TRUE(tx::test::readFile(path(u"calls"_s)).isEmpty());
+    EXPECT_FALSE(sentDate().isValid());
+    updater->setSendsSystemProfile(true);
+    EXPECT_TRUE(sendsAt(start));
+    EXPECT_EQ(tx::test::readFile(path(u"calls"_s)), QByteArray("x\n"));
+    EXPECT_FALSE(sendsAt(start.addSecs(60)));
+    EXPECT_EQ(tx::test::readFile(path(u"calls"_s)), QByteArray("x\n")) << "nor when none is due";
+    updater->setSendsSystemProfile(false);
+}
+
+TEST_F(UpdaterProfile, BodyIsExactlyTheTable) {
+    updater->setSendsSystemProfile(true);
+    tx::test::writeFile(
+        path(u"Resources/system_profiler"_s),
+        "#!/bin/sh\ncat <<'EOF'\n" +
+            tx::writePropertyList(QVariantList{
+                QVariantMap{{u"_dataType"_s, u"SPHardwareDataType"_s},
+                            {u"_items"_s, QVariantList{QVariantMap{{u"machine_name"_s, u"Box"_s},
+                                                                   {u"machine_model"_s, u"B1"_s},
+                                                                   {u"cpu_type"_s, u"Fast"_s},
+                                                                   {u"chip_type"_s, u"Fast"_s},
+                                                                   {u"serial_number"_s, u"SECRET"_s},
+                                                                   {u"physical_memory"_s, u"4 GB"_s}}}}}}) +
+            "\nEOF\n",
+        QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    tx::services().operatingSystemVersionString = [] { return u"Version 12.0.0 (Build 6.1)"_s; };
+    tx::services().systemControlNumber = [](const QString &) { return std::optional(1); };
+    EXPECT_TRUE(tx::UserDefaults::standard().setValue(u"AppleLanguages"_s, QVariantList{u"de"_s}).isNull());
+    ASSERT_TRUE(sendsAt(start));
+    EXPECT_EQ(QJsonDocument::fromJson(server.requests().last().body).object(),
+              (QJsonObject{{u"appName"_s, u"Host"_s},
+                           {u"appVersion"_s, u"1042"_s},
+                           {u"anonymousUUID"_s, TXUpdater::anonymousUUID()},
+                           {u"systemProfile"_s, QJsonObject{{u"OSVersion"_s, u"12.0.0"_s},
+                                                            {u"OSBuild"_s, u"6.1"_s},
+                                                            {u"machineName"_s, u"Box"_s},
+                                                            {u"machineModel"_s, u"B1"_s},
+                                                            {u"is64bit"_s, u"1"_s},
+                                                            {u"CPUType"_s, u"Fast"_s},
+                                                            {u"CPUCount"_s, u"0"_s},
+                                                            {u"CPUSpeed"_s, u"0"_s},
+                                                            {u"RAM"_s, u"4096"_s},
+                                                            {u"VRAM"_s, u"0"_s},
+                                                            {u"numberOfDisplays"_s, u"0"_s},
+                                                            {u"resolutions"_s, u""_s},
+                                                            {u"language"_s, u"de"_s}}}}));
+}
+
+TEST_F(UpdaterProfile, ToolThatHangsDoesNotHangTheCheck) {
+    EXPECT_EQ(tx::services().systemProfilerTime, std::chrono::seconds(10));
+    tx::services().systemProfilerTime = std::chrono::milliseconds(300);
+    updater->setSendsSystemProfile(true);
+    tx::test::writeFile(path(u"Resources/system_profiler"_s), "#!/bin/sh\nsleep 1000\n",
+                        QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    EXPECT_TRUE(sendsAt(start)) << "with what could be measured, once the tool was ended";
 }
 
 TEST_F(Updater, SecondCheckIsDroppedWhileOneRuns) {

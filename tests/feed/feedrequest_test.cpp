@@ -49,10 +49,11 @@ protected:
         tx::resetHost();
     }
     static TXUpdateFeed request(const QString &url, const QVariantMap &parameters = {},
-                                const QVariantMap &profile = {}) {
+                                const TXUpdateSystemProfilePtr &profile = {}) {
         return {url.isNull() ? QUrl() : QUrl(url), parameters, profile, {}};
     }
-    void fetch(const QUrl &url, const QVariantMap &parameters = {}, const QVariantMap &profile = {}) {
+    void fetch(const QUrl &url, const QVariantMap &parameters = {},
+               const TXUpdateSystemProfilePtr &profile = {}) {
         calls = 0;
         std::atomic<int> done{0};
         TXUpdateFeed::fetchFeedAtURL(url, parameters, profile,
@@ -137,12 +138,14 @@ TEST_F(FeedRequest, ParametersMakeItAPostWithPrettyJson) {
 }
 
 TEST_F(FeedRequest, ProfileGoesIntoTheBodyAndAParameterOverwritesIt) {
-    const QVariantMap profile{{u"OSVersion"_s, u"12"_s}};
+    const auto profile = std::make_shared<TXUpdateSystemProfile>(TXUpdateSystemProfile::Contents::Empty);
+    profile->setOSVersion(u"12"_s);
     const auto bodyOf = [&](const QVariantMap &parameters) {
         return QJsonDocument::fromJson(request(u"http://e.org/"_s, parameters, profile).requestBody())
             .object();
     };
-    EXPECT_EQ(bodyOf({})[u"systemProfile"_s], (QJsonObject{{u"OSVersion"_s, u"12"_s}}));
+    EXPECT_EQ(bodyOf({})[u"systemProfile"_s].toObject(),
+              QJsonObject::fromVariantMap(profile->JSONDictionary()));
     EXPECT_EQ(bodyOf({})[u"appVersion"_s], u"1042"_s);
     EXPECT_EQ(bodyOf({{u"systemProfile"_s, u"mine"_s}})[u"systemProfile"_s], u"mine"_s);
 }
@@ -303,7 +306,7 @@ TEST_F(FeedRequest, FeedLivesUntilItsHandlerWasCalled) {
     std::weak_ptr<TXUpdateFeed> weak;
     {
         const auto own = std::make_shared<TXUpdateFeed>(
-            QUrl(server.url(u"/f"_s)), QVariantMap(), QVariantMap(),
+            QUrl(server.url(u"/f"_s)), QVariantMap(), nullptr,
             [&done](const TXUpdateFeedPtr &f, const TXError &) { done = f != nullptr; });
         weak = own;
         own->fetch();

@@ -4,6 +4,8 @@
 #include "tests/support/feedserver.h"
 #include "tests/support/processes.h"
 
+#include <TarvixUpdate/TXUpdateSystemProfile.h>
+
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -19,9 +21,10 @@ namespace {
 
 class TxUpdate : public tx::test::FrameworkTest {
 protected:
-    static ProcessResult run(const QStringList &words, const QByteArray &input = {}) {
+    static ProcessResult run(const QStringList &words, const QByteArray &input = {},
+                             const QStringList &environment = {}) {
         return tx::test::runProcess(QStringLiteral(TEST_PROGRAMS) + u"/txupdate"_s, words, input,
-                                    {u"TXUPDATE_LOG_LEVEL=1"_s});
+                                    QStringList{u"TXUPDATE_LOG_LEVEL=1"_s} + environment);
     }
     /// Runs while this process serves.
     static ProcessResult runWhileServing(const QStringList &words) {
@@ -248,6 +251,32 @@ TEST_F(TxUpdate, CheckReadsAnAppcast) {
         {u"check"_s, u"--app"_s, path(u"Applications/Host.app"_s), u"--feed"_s, server.url(u"/f"_s)});
     EXPECT_EQ(found.status, 0) << found.errors.constData();
     EXPECT_EQ(found.output, QByteArray("Host 2.1 (build 1050) is available; this is build 1042.\n"));
+}
+
+TEST_F(TxUpdate, ProfileIsWhatWouldBeSent) {
+    const ProcessResult text = run({u"profile"_s});
+    EXPECT_EQ(text.status, 0) << text.errors.constData();
+    QStringList keys;
+    for (const QByteArray &line : text.output.trimmed().split('\n'))
+        keys << QString::fromUtf8(line.split(' ').first());
+    EXPECT_EQ(keys, TXUpdateSystemProfile::JSONKeys());
+    const QJsonObject sent = json(run({u"profile"_s, u"--json"_s}));
+    EXPECT_EQ(sent[u"is64bit"_s], u"1"_s);
+    EXPECT_GT(sent[u"RAM"_s].toString().toInt(), 0);
+    for (auto it = sent.begin(); it != sent.end(); ++it) {
+        EXPECT_TRUE(it.value().isString()) << it.key().toStdString();
+        EXPECT_TRUE(keys.contains(it.key())) << it.key().toStdString();
+    }
+}
+
+TEST_F(TxUpdate, ProfileKnowsTheScreensOfADesktop) {
+    // A desktop that cannot be reached counts as none.
+    const QStringList none{u"DISPLAY=:12345"_s, u"QT_QPA_PLATFORM=xcb"_s};
+    EXPECT_EQ(json(run({u"profile"_s, u"--json"_s}, {}, none))[u"numberOfDisplays"_s], u"0"_s);
+    const QStringList some{u"DISPLAY=:12345"_s, u"QT_QPA_PLATFORM=offscreen"_s};
+    const QJsonObject sent = json(run({u"profile"_s, u"--json"_s}, {}, some));
+    EXPECT_EQ(sent[u"numberOfDisplays"_s], u"1"_s);
+    EXPECT_EQ(sent[u"resolutions"_s], u"{800, 800} (1.0)"_s);
 }
 
 TEST_F(TxUpdate, CheckAsksTheFeedForTheApplication) {

@@ -36,7 +36,10 @@ public:
     qsizetype write(const char *, qsizetype size, int *) override { return size; }
     void closeInput() override {}
     QByteArray read() override { return {}; }
+    std::optional<QByteArray> readWithin(std::chrono::milliseconds) override { return QByteArray(); }
     int wait() override { return 0; }
+    std::optional<int> waitWithin(std::chrono::milliseconds) override { return 0; }
+    void kill() override {}
 };
 
 } // namespace

@@ -1,0 +1,116 @@
+// SPDX-License-Identifier: MIT
+#include "platform/linux/tools/systemreport.h"
+
+#include <plist/plist.h>
+
+#include <map>
+
+namespace tx::report {
+
+namespace {
+
+plist_t nodeOf(const std::vector<Item> &items);
+
+plist_t nodeOf(const Item::Value &value) {
+    if (const auto *text = std::get_if<std::string>(&value))
+        return plist_new_string(text->c_str());
+    if (const auto *number = std::get_if<uint64_t>(&value))
+        return plist_new_uint(*number);
+    return nodeOf(std::get<std::vector<Item>>(value));
+}
+
+plist_t nodeOf(const std::vector<Item> &items) {
+    plist_t array = plist_new_array();
+    for (const Item &item : items) {
+        plist_t dictionary = plist_new_dict();
+        for (const auto &[key, value] : item.members)
+            plist_dict_set_item(dictionary, key.c_str(), nodeOf(value));
+        plist_array_append_item(array, dictionary);
+    }
+    return array;
+}
+
+/// What a person reads instead of a key.
+std::string titleOf(const std::string &key) {
+    static const std::map<std::string, std::string> titles{
+        {"SPHardwareDataType", "Hardware"},
+        {"SPDisplaysDataType", "Graphics/Displays"},
+        {"machine_name", "Model Name"},
+        {"machine_model", "Model Identifier"},
+        {"cpu_type", "Processor Name"},
+        {"chip_type", "Chip"},
+        {"current_processor_speed", "Processor Speed"},
+        {"number_processors", "Total Number of Cores"},
+        {"physical_memory", "Memory"},
+        {"sppci_model", "Chipset Model"},
+        {"sppci_device_type", "Type"},
+        {"spdisplays_vendor", "Vendor"},
+        {"spdisplays_vram", "VRAM (Total)"},
+        {"spdisplays_ndrvs", "Displays"},
+        {"_spdisplays_resolution", "Resolution"},
+        {"hardware_overview", "Hardware Overview"},
+    };
+    const auto title = titles.find(key);
+    return title == titles.end() ? key : title->second;
+}
+
+std::string wordsFor(const std::string &value) { return value == "spdisplays_gpu" ? "GPU" : value; }
+
+void append(std::string &text, const std::vector<Item> &items, size_t depth) {
+    constexpr size_t step = 4;
+    const std::string indent(depth, ' ');
+    for (const Item &item : items) {
+        for (const auto &[key, value] : item.members) {
+            if (const auto *nested = std::get_if<std::vector<Item>>(&value)) {
+                text += indent + "  " + titleOf(key) + ":\n";
+                append(text, *nested, depth + step);
+            } else if (const auto *words = std::get_if<std::string>(&value)) {
+                text += key == "_name" ? indent + titleOf(*words) + ":\n"
+                                       : indent + "  " + titleOf(key) + ": " + wordsFor(*words) + "\n";
+            } else {
+                text +=
+                    indent + "  " + titleOf(key) + ": " + std::to_string(std::get<uint64_t>(value)) + "\n";
+            }
+        }
+    }
+}
+
+} // namespace
+
+void Item::add(const std::string &key, const std::string &text) {
+    if (!text.empty())
+        members.emplace_back(key, text);
+}
+
+void Item::add(const std::string &key, std::vector<Item> items) {
+    if (!items.empty())
+        members.emplace_back(key, std::move(items));
+}
+
+std::string asPropertyList(const std::vector<Section> &sections) {
+    plist_t root = plist_new_array();
+    for (const Section &section : sections) {
+        plist_t dictionary = plist_new_dict();
+        plist_dict_set_item(dictionary, "_dataType", plist_new_string(section.dataType.c_str()));
+        plist_dict_set_item(dictionary, "_items", nodeOf(section.items));
+        plist_array_append_item(root, dictionary);
+    }
+    char *xml = nullptr;
+    uint32_t length = 0;
+    plist_to_xml(root, &xml, &length);
+    std::string result(xml ? xml : "", xml ? length : 0);
+    plist_to_xml_free(xml);
+    plist_free(root);
+    return result;
+}
+
+std::string asText(const std::vector<Section> &sections) {
+    std::string text;
+    for (const Section &section : sections) {
+        text += titleOf(section.dataType) + ":\n";
+        append(text, section.items, 4);
+    }
+    return text;
+}
+
+} // namespace tx::report
