@@ -13,6 +13,7 @@ int main(int argc, char **argv) {
     const QCoreApplication application(argc, argv);
     constexpr int entries = 50000;
     const QByteArray document = feedDocument(entries);
+    resetPeakMemory();
     const long before = peakMemoryKiB();
     const auto tracks = tx::readJsonFeed(
         document,

@@ -4,7 +4,7 @@ set(objects)
 foreach(folder IN LISTS folders)
   list(APPEND objects $<TARGET_OBJECTS:${folder}>)
 endforeach()
-set(dependencies Qt6::Network simdjson::simdjson PkgConfig::expat PkgConfig::plist ZLIB::ZLIB Threads::Threads)
+set(dependencies Qt6::Network simdjson::simdjson PkgConfig::xml2 PkgConfig::plist ZLIB::ZLIB Threads::Threads)
 
 add_library(TarvixUpdate SHARED ${objects})
 add_library(TarvixUpdate::TarvixUpdate ALIAS TarvixUpdate)

@@ -3,9 +3,11 @@
 
 #include "feed/readercontext.h"
 
-#define XML_DTD // expat.h declares the limits for entities only then
-#include <expat.h>
+#include <libxml/SAX2.h>
+#include <libxml/parser.h>
+#include <libxml/parserInternals.h>
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 #include <memory>
@@ -17,9 +19,11 @@ namespace tx {
 namespace {
 
 constexpr int deepestNesting = 256;
-/// Entities may make a document this many times longer, once it is longer than a mebibyte.
-constexpr float largestAmplification = 10;
-constexpr unsigned long long amplificationThreshold = 1ULL << 20;
+/// What entities may make of a document: so many times its length, but at least a mebibyte.
+constexpr size_t largestAmplification = 10;
+constexpr size_t amplificationThreshold = 1 << 20;
+/// What an element or a reference counts towards that, beside its text.
+constexpr size_t costOfElement = 16;
 
 /// White space at the ends of a text. A no-break space is none: it is there to be seen.
 bool isTrimmed(QChar c) {
@@ -53,61 +57,155 @@ void trim(std::string &text) {
         text = view.toUtf8().toStdString();
 }
 
+struct DeleteContext {
+    void operator()(xmlParserCtxt *context) const {
+        xmlFreeDoc(context->myDoc); // the declarations of the document's own DTD
+        xmlFreeParserCtxt(context);
+    }
+};
+
 class Parser {
 public:
     using Visitor = std::function<void(const AppcastItem &, qsizetype)>;
 
-    explicit Parser(const Visitor &visit)
+    Parser(const QByteArray &document, const Visitor &visit)
         : m_visit(visit)
-        , m_parser(XML_ParserCreate(nullptr), XML_ParserFree) {
-        XML_SetUserData(m_parser.get(), this);
-        XML_SetElementHandler(
-            m_parser.get(),
-            [](void *self, const char *name, const char **attributes) {
-                static_cast<Parser *>(self)->begin(name, attributes);
-            },
-            [](void *self, const char *) { static_cast<Parser *>(self)->end(); });
-        XML_SetCharacterDataHandler(m_parser.get(), [](void *self, const char *text, int length) {
-            static_cast<Parser *>(self)->add({text, static_cast<size_t>(length)});
-        });
-        XML_SetBillionLaughsAttackProtectionMaximumAmplification(m_parser.get(), largestAmplification);
-        XML_SetBillionLaughsAttackProtectionActivationThreshold(m_parser.get(), amplificationThreshold);
-    }
+        , m_context(xmlCreateMemoryParserCtxt(document.constData(), static_cast<int>(document.size())))
+        , m_mostDelivered(std::max(static_cast<size_t>(document.size()) * largestAmplification,
+                                   amplificationThreshold)) {}
 
-    TXError parse(const QByteArray &document) {
-        const XML_Status status =
-            XML_Parse(m_parser.get(), document.constData(), static_cast<int>(document.size()), XML_TRUE);
-        if (status == XML_STATUS_OK)
+    TXError parse() {
+        if (!m_context)
+            return unreadableFeed(u"the document is empty"_s);
+        m_context->_private = this;
+        xmlCtxtUseOptions(m_context.get(), options | XML_PARSE_HUGE);
+        setHandlers(*m_context->sax);
+        xmlParseDocument(m_context.get());
+        if (m_context->wellFormed && m_error.isNull())
             return {};
-        const QString what = m_tooDeep ? u"elements are nested more than %1 deep"_s.arg(deepestNesting)
-                                       : QString::fromUtf8(XML_ErrorString(XML_GetErrorCode(m_parser.get())));
-        return unreadableFeed(u"%1 (line %2, column %3)"_s.arg(what)
-                                  .arg(XML_GetCurrentLineNumber(m_parser.get()))
-                                  .arg(XML_GetCurrentColumnNumber(m_parser.get()) + 1));
+        return unreadableFeed(u"%1 (line %2, column %3)"_s.arg(m_error.isNull() ? u"it is broken"_s : m_error)
+                                  .arg(m_line)
+                                  .arg(m_column));
     }
 
 private:
     /// How many elements from the top lead to an item.
     static constexpr int itemDepth = 3;
+    /// Entities of the document's own DTD are expanded.
+    static constexpr int options = XML_PARSE_NONET | XML_PARSE_NOENT;
 
-    void begin(const char *name, const char **attributes) {
-        ++m_depth;
-        if (m_depth > deepestNesting) {
-            m_tooDeep = true;
-            XML_StopParser(m_parser.get(), XML_FALSE);
-        } else if (m_depth <= itemDepth) {
-            beginOnPath(name, attributes);
-        } else if (m_inItem && m_depth == itemDepth + 1) {
-            beginChild(name, attributes);
+    static Parser &self(void *context) {
+        return *static_cast<Parser *>(static_cast<xmlParserCtxt *>(context)->_private);
+    }
+    static const char *plain(const xmlChar *text) { return reinterpret_cast<const char *>(text); }
+
+    static void setHandlers(xmlSAXHandler &handler) {
+        // The older interface: elements and attributes come under their names as written.
+        handler.initialized = 1;
+        handler.startElementNs = nullptr;
+        handler.endElementNs = nullptr;
+        handler.startElement = [](void *context, const xmlChar *name, const xmlChar **attributes) {
+            static const char *const none[] = {nullptr};
+            self(context).begin(static_cast<xmlParserCtxt *>(context), plain(name),
+                                attributes ? reinterpret_cast<const char *const *>(attributes) : none);
+        };
+        handler.endElement = [](void *context, const xmlChar *) { self(context).end(); };
+        handler.characters = [](void *context, const xmlChar *text, int length) {
+            self(context).add(static_cast<xmlParserCtxt *>(context),
+                              {plain(text), static_cast<size_t>(length)});
+        };
+        handler.ignorableWhitespace = handler.characters;
+        handler.cdataBlock = handler.characters;
+        handler.comment = nullptr;
+        handler.processingInstruction = nullptr;
+        handler.reference = nullptr;
+        handler.error = noteError;
+        handler.fatalError = nullptr;
+        handler.warning = nullptr;
+        // A document with a DTD of its own keeps the parser's limits, which a long text alone may exceed.
+        handler.internalSubset = [](void *context, const xmlChar *name, const xmlChar *externalId,
+                                    const xmlChar *systemId) {
+            xmlCtxtUseOptions(static_cast<xmlParserCtxt *>(context), options);
+            xmlSAX2InternalSubset(context, name, externalId, systemId);
+        };
+        // What stands outside the document is not opened: its entities are empty.
+        handler.externalSubset = nullptr;
+        handler.resolveEntity = [](void *, const xmlChar *, const xmlChar *) { return xmlParserInputPtr(); };
+        handler.getEntity = [](void *context, const xmlChar *name) {
+            return self(context).counted(context, xmlSAX2GetEntity(context, name));
+        };
+        handler.getParameterEntity = [](void *context, const xmlChar *name) {
+            return self(context).counted(context, xmlSAX2GetParameterEntity(context, name));
+        };
+        handler.entityDecl = [](void *context, const xmlChar *name, int type, const xmlChar *publicId,
+                                const xmlChar *systemId, xmlChar *content) {
+            xmlChar empty[] = {0};
+            if (type == XML_EXTERNAL_GENERAL_PARSED_ENTITY)
+                xmlSAX2EntityDecl(context, name, XML_INTERNAL_GENERAL_ENTITY, nullptr, nullptr, empty);
+            else if (type == XML_EXTERNAL_PARAMETER_ENTITY)
+                xmlSAX2EntityDecl(context, name, XML_INTERNAL_PARAMETER_ENTITY, nullptr, nullptr, empty);
+            else
+                xmlSAX2EntityDecl(context, name, type, publicId, systemId, content);
+        };
+    }
+
+    /// The parser wants the words of an error taken one by one; it keeps them together as well.
+    static void noteError(void *context, const char *, ...) {
+        self(context).note(static_cast<xmlParserCtxt *>(context)->lastError);
+    }
+
+    /// The first error is the one that tells.
+    void note(const xmlError &error) {
+        if (error.level < XML_ERR_ERROR || !m_error.isNull())
+            return;
+        m_error = QString::fromUtf8(error.message).trimmed();
+        m_line = error.line;
+        m_column = error.int2;
+    }
+
+    void stop(xmlParserCtxt *context, const QString &why) {
+        if (m_error.isNull()) {
+            m_error = why;
+            m_line = xmlSAX2GetLineNumber(context);
+            m_column = xmlSAX2GetColumnNumber(context);
         }
+        xmlStopParser(context);
+    }
+
+    /// The entity, or none once they have become too much: then the parser, which reads nested ones in
+    /// contexts of their own, comes to an end wherever it is.
+    xmlEntityPtr counted(void *context, xmlEntityPtr entity) {
+        const size_t length = entity && entity->length > 0 ? static_cast<size_t>(entity->length) : 0;
+        return isBounded(static_cast<xmlParserCtxt *>(context), costOfElement + length) ? entity : nullptr;
+    }
+
+    /// Counts what the document has become so far; false when that is too much.
+    bool isBounded(xmlParserCtxt *context, size_t length) {
+        m_delivered += length;
+        if (m_delivered <= m_mostDelivered)
+            return true;
+        stop(context, u"its entities expand to too much"_s);
+        return false;
+    }
+
+    void begin(xmlParserCtxt *context, const char *name, const char *const *attributes) {
+        ++m_depth;
+        if (m_depth > deepestNesting)
+            stop(context, u"elements are nested more than %1 deep"_s.arg(deepestNesting));
+        else if (!isBounded(context, costOfElement))
+            return;
+        else if (m_depth <= itemDepth)
+            beginOnPath(name, attributes);
+        else if (m_inItem && m_depth == itemDepth + 1)
+            beginChild(name, attributes);
     }
 
     /// Follows /rss/channel/item, whose names are in no namespace.
-    void beginOnPath(const char *name, const char **attributes) {
+    void beginOnPath(const char *name, const char *const *attributes) {
         constexpr std::array<const char *, itemDepth> path{"rss", "channel", "item"};
         const auto level = static_cast<size_t>(m_depth - 1);
         bool inNamespace = level > 0 && m_inNamespace[level - 1];
-        for (const char **attribute = attributes; *attribute; attribute += 2) {
+        for (const char *const *attribute = attributes; *attribute; attribute += 2) {
             if (std::strcmp(attribute[0], "xmlns") == 0)
                 inNamespace = attribute[1][0] != '\0';
         }
@@ -120,7 +218,7 @@ private:
         }
     }
 
-    void beginChild(const char *name, const char **attributes) {
+    void beginChild(const char *name, const char *const *attributes) {
         if (std::strcmp(name, "enclosure") == 0) {
             m_item.hasEnclosure = true;
             attributesAsDictionary(attributes, m_item.enclosure);
@@ -129,8 +227,8 @@ private:
         }
     }
 
-    void add(std::string_view text) {
-        if (m_text)
+    void add(xmlParserCtxt *context, std::string_view text) {
+        if (isBounded(context, text.size()) && m_text)
             m_text->append(text);
     }
 
@@ -146,9 +244,13 @@ private:
     }
 
     const Visitor &m_visit;
-    std::unique_ptr<XML_ParserStruct, decltype(&XML_ParserFree)> m_parser;
+    std::unique_ptr<xmlParserCtxt, DeleteContext> m_context;
+    const size_t m_mostDelivered;
+    size_t m_delivered = 0;
+    QString m_error;
+    int m_line = 1;
+    int m_column = 1;
     int m_depth = 0;
-    bool m_tooDeep = false;
     std::array<bool, itemDepth> m_inNamespace{};
     std::array<bool, itemDepth> m_matches{};
     bool m_inItem = false;
@@ -161,7 +263,7 @@ private:
 
 TXError forEachAppcastItem(const QByteArray &document,
                            const std::function<void(const AppcastItem &, qsizetype)> &visit) {
-    return Parser(visit).parse(document);
+    return Parser(document, visit).parse();
 }
 
 } // namespace tx

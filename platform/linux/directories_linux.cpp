@@ -52,7 +52,11 @@ QString userApplicationsDirectory() {
 
 QString localApplicationsDirectory() { return QStringLiteral(TARVIXUPDATE_LOCAL_APPLICATIONS_DIR); }
 
-QStringList preferredLanguages() { return QLocale::system().uiLanguages(); }
+QStringList preferredLanguages() {
+    QStringList languages = QLocale::system().uiLanguages();
+    languages.removeAll(u"C"_s); // no language, but the absence of a choice
+    return languages;
+}
 
 QString localeLanguageCode() { return QLocale().name().section(u'_', 0, 0); }
 

@@ -419,6 +419,8 @@ TEST_F(MeasuredProfile, LanguageFallsBackToTheUsersOwnList) {
     qputenv("LC_ALL", "fr_FR.UTF-8");
     const Profile profile;
     EXPECT_TRUE(profile.language().startsWith(u"fr"_s)) << profile.language().toStdString();
+    qputenv("LC_ALL", "C");
+    EXPECT_TRUE(Profile().language().isNull()) << "no language was chosen";
 }
 
 TEST_F(MeasuredProfile, ToolThatFailsLeavesItsFieldsEmpty) {

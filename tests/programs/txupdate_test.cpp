@@ -225,7 +225,8 @@ TEST_F(TxUpdate, FeedShowReadsAppcastsByTheirContent) {
     EXPECT_EQ(run(show(file(appcast)) + asJson).status, 1) << "read as if served so";
     const ProcessResult broken = run(show(file("<rss>")));
     EXPECT_EQ(broken.status, 1);
-    EXPECT_THAT(broken.errors.toStdString(), testing::HasSubstr("no element found (line 1, column 6)"));
+    EXPECT_THAT(broken.errors.toStdString(),
+                testing::HasSubstr("Premature end of data in tag rss line 1 (line 1, column 6)"));
 }
 
 TEST_F(TxUpdate, ValidateReadsAppcasts) {
