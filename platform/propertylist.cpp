@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "platform/propertylist.h"
 
+#include "platform/binarypropertylist.h"
+
 #include <QDateTime>
 
 #include <plist/plist.h>
@@ -154,6 +156,10 @@ TXError unreadable(const QString &reason) {
 Result<QVariant> readPropertyList(const QByteArray &data) {
     if (data.size() > maximumSize)
         return unreadable(u"it is too large"_s);
+    // The library asserts that texts hold no NUL, and ends the process over one that does.
+    const bool hasNul = data.startsWith("bplist") ? holdsNulCharacter(data) : data.contains('\0');
+    if (hasNul)
+        return unreadable(u"a text in it holds a NUL character"_s);
     plist_t root = nullptr;
     if (!data.isEmpty())
         plist_from_memory(data.constData(), static_cast<uint32_t>(data.size()), &root);

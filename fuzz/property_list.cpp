@@ -1,0 +1,19 @@
+// SPDX-License-Identifier: MIT
+// Any bytes as a property list, which is what the profile tool writes too. What was read is written and read
+// again.
+#include "fuzz/target.h"
+#include "platform/propertylist.h"
+#include "profile/measure.h"
+
+void fuzz(const QByteArray &input) {
+    for (const tx::Processor processor : {tx::Processor::X86, tx::Processor::Arm64}) {
+        TXUpdateSystemProfile profile(TXUpdateSystemProfile::Contents::Empty);
+        tx::readHardwareAndDisplays(profile, processor, input);
+        check(!profile.JSONDictionary().isEmpty());
+    }
+    const auto value = tx::readPropertyList(input);
+    if (!value)
+        return;
+    for (const tx::PropertyListFormat format : {tx::PropertyListFormat::Xml, tx::PropertyListFormat::Binary})
+        check(bool(tx::readPropertyList(tx::writePropertyList(*value, format))));
+}

@@ -1,0 +1,10 @@
+// SPDX-License-Identifier: MIT
+// Any bytes as a table of translated texts.
+#include "fuzz/target.h"
+#include "platform/stringstable.h"
+
+void fuzz(const QByteArray &input) {
+    const auto table = tx::readStringsTable(input);
+    if (!table)
+        check(!table.error().localizedDescription().isEmpty());
+}
