@@ -166,10 +166,15 @@ TEST_F(UpdaterProfile, BodyIsExactlyTheTable) {
                                                                    {u"physical_memory"_s, u"4 GB"_s}}}}}}) +
             "\nEOF\n",
         QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-    tx::services().operatingSystemVersionString = [] { return u"Version 12.0.0 (Build 6.1)"_s; };
+    std::atomic<bool> onMain{true};
+    tx::services().operatingSystemVersionString = [&onMain] {
+        onMain = QThread::currentThread() == QCoreApplication::instance()->thread();
+        return u"Version 12.0.0 (Build 6.1)"_s;
+    };
     tx::services().systemControlNumber = [](const QString &) { return std::optional(1); };
     EXPECT_TRUE(tx::UserDefaults::standard().setValue(u"AppleLanguages"_s, QVariantList{u"de"_s}).isNull());
     ASSERT_TRUE(sendsAt(start));
+    EXPECT_FALSE(onMain) << "measuring blocks";
     EXPECT_EQ(QJsonDocument::fromJson(server.requests().last().body).object(),
               (QJsonObject{{u"appName"_s, u"Host"_s},
                            {u"appVersion"_s, u"1042"_s},

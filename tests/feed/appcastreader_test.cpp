@@ -189,6 +189,28 @@ TEST_F(AppcastReader, EnclosureWithoutAttributesCountsForNothing) {
     EXPECT_EQ(u->version(), u"1043"_s);
 }
 
+TEST_F(AppcastReader, WhatOtherUpdatersReadIsPassedOver) {
+    // Differences to older builds, channels, signatures, texts for several languages, escaped and marked-up
+    // notes.
+    const TXUpdatePtr u = update(R"(<title>4.3.0</title><sparkle:channel>beta</sparkle:channel>
+        <description>&lt;h2&gt;New&lt;/h2&gt; <b>and</b> <i>better</i></description>
+        <sparkle:fullReleaseNotesLink>https://e.org/all</sparkle:fullReleaseNotesLink>
+        <enclosure url="https://e.org/full.zip" sparkle:version="1043" sparkle:installationType="package"
+                   sparkle:edSignature="AtkK==" length="48231123" type="application/octet-stream"/>
+        <sparkle:deltas>
+            <enclosure url="https://e.org/delta.zip" sparkle:version="1044" sparkle:deltaFrom="1041"/>
+            <title>no</title>
+        </sparkle:deltas>
+        <sparkle:criticalUpdate sparkle:version="1.5"/><guid isPermaLink="false">1043</guid>)");
+    ASSERT_TRUE(u);
+    EXPECT_EQ(u->title(), u"4.3.0"_s);
+    EXPECT_EQ(u->version(), u"1043"_s);
+    EXPECT_EQ(u->fileURL(), QUrl(u"https://e.org/full.zip"_s))
+        << "an enclosure of a child is none of the item";
+    EXPECT_EQ(u->itemDescription(), u"<h2>New</h2> and better"_s);
+    EXPECT_TRUE(u->releaseNotesURL().isEmpty());
+}
+
 TEST_F(AppcastReader, NamesCountAsTheyAreWritten) {
     // Another prefix for the same namespace is another name; an undeclared prefix is as good as any.
     EXPECT_FALSE(

@@ -254,8 +254,8 @@ TEST_F(FeedRequest, LoadingErrorsNameTheirReason) {
 }
 
 TEST_F(FeedRequest, TextsComeFromTheHostsTable) {
-    tx::test::writeFile(path(u"Host.app/Contents/Resources/%1.lproj/Localizable.strings"_s.arg(
-                            QLocale::system().uiLanguages().first())),
+    qputenv("LC_ALL", "de_DE.UTF-8");
+    tx::test::writeFile(path(u"Host.app/Contents/Resources/de.lproj/Localizable.strings"_s),
                         "\"The format of the update feed is invalid.\" = \"Ung\xC3\xBCltig\";");
     EXPECT_EQ(TXUpdateFeed::errorForInvalidFormat().localizedFailureReason(), u"Ung\u00FCltig"_s);
 }

@@ -69,6 +69,19 @@ TEST_P(EndToEndKind, OldBuildIsReplacedAndComesBackAsTheNewOne) {
         << tx::test::namesIn(cache).join(u' ').toStdString();
 }
 
+TEST_F(EndToEnd, AppcastLeadsToTheSameUpdate) {
+    FeedServer server;
+    server.expect("GET", "/feed.json",
+                  HttpReply::file("<rss xmlns:sparkle=\"http://e.org/s\"><channel><item><enclosure url=\"" +
+                                      server.url(u"/Notes.tgz"_s).toUtf8() +
+                                      "\" sparkle:version=\"2\"/></item></channel></rss>",
+                                  "application/rss+xml"));
+    server.expect("GET", "/Notes.tgz", HttpReply::file(archiveOfNewBuild(ArchiveKind::Tgz)));
+    const auto result = update(server);
+    EXPECT_EQ(result.status, 0) << result.output.constData() << result.errors.constData();
+    EXPECT_TRUE(waitUntil([this] { return tx::test::readFile(launches).contains("build=2 version=2.0"); }));
+}
+
 INSTANTIATE_TEST_SUITE_P(Kinds, EndToEndKind,
                          testing::Values(ArchiveKind::Zip, ArchiveKind::Tgz, ArchiveKind::Tbz,
                                          ArchiveKind::Tar));
