@@ -2,6 +2,7 @@
 #include "platform/services.h"
 
 #include "platform/authorization.h"
+#include "platform/entrykind.h"
 #include "platform/filesystem.h"
 #include "platform/tasks.h"
 #include "platform/urlloading.h"
@@ -31,6 +32,7 @@ Services &services() {
         presentAlertInLog,
         volumeInfo,
         mountFlagsAreReadOnly,
+        aliasFileTarget,
         [] { return QList<ScreenInfo>(); },
         operatingSystemVersionString,
         systemControlNumber,

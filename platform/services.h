@@ -30,6 +30,8 @@ struct Services {
     /// Facts about the volume that holds a path, and the mount flags' read-only bit for when there are none.
     std::function<std::optional<VolumeInfo>(const QString &path)> volumeInfo;
     std::function<bool(const QString &path)> mountFlagsAreReadOnly;
+    /// What an alias file leads to.
+    std::function<std::optional<QString>(const QString &path)> aliasTarget;
     /// The screens in the desktop's order; none without a user interface.
     std::function<QList<ScreenInfo>()> screens;
     std::function<QString()> operatingSystemVersionString;
