@@ -199,6 +199,10 @@ void TXUpdater::report(const CompletionHandler &handler, const TXUpdateFeedPtr &
     Q_EMIT settingsChanged();
 }
 
+TXUpdateAppMover::Result TXUpdater::moveToApplicationsFolderIfNecessary() {
+    return TXUpdateAppMover::moveToApplicationsFolderIfNecessary();
+}
+
 int TXUpdater::compareVersionToVersion(const QString &a, const QString &b) {
     return tx::compareVersions(a, b);
 }

@@ -17,10 +17,8 @@ using namespace Qt::StringLiterals;
 namespace tx {
 
 QString relaunchCommand(qint64 processIdentifier, const QString &bundlePath) {
-    // A quote in the path ends the shell's quoted text, stands for itself and begins the next one.
-    const QString quoted = QString(bundlePath).replace(u'\'', u"'\\''"_s);
     return formatText(u"(while [ `ps -p %d | wc -l` -gt 1 ]; do sleep 0.1; done; open '%@') &"_s,
-                      {QString::number(processIdentifier), quoted});
+                      {QString::number(processIdentifier), insideSingleQuotes(bundlePath)});
 }
 
 } // namespace tx

@@ -53,6 +53,13 @@ public:
     /// Starts the program and does not wait for it.
     virtual int executeWithPrivileges(AuthorizationReference &reference, const QString &path, unsigned flags,
                                       const QStringList &arguments) = 0;
+    /// Runs the program to its end: the exit status; absent when it cannot be run or a signal ended it.
+    /// Several may follow each other with one reference.
+    virtual std::optional<int> executeWithPrivilegesAndWait(AuthorizationReference &reference,
+                                                            const QString &path, unsigned flags,
+                                                            const QStringList &arguments) = 0;
+    /// Whether programs can be executed with privileges at all.
+    [[nodiscard]] virtual bool canExecute() const = 0;
     virtual void free(std::unique_ptr<AuthorizationReference> reference, unsigned flags) = 0;
 };
 

@@ -13,6 +13,9 @@ namespace tx {
 [[nodiscard]] QString configurationDirectory();
 /// The user's Downloads folder, made when it is missing.
 Result<QString> downloadsDirectory();
+/// Where the user's Downloads and Desktop folders stand, or would; nothing is made.
+[[nodiscard]] QString downloadsDirectoryPath();
+[[nodiscard]] QString desktopDirectoryPath();
 /// A folder private to this user (mode 0700), made on demand. When it cannot be had (another user's folder or
 /// a link stands there) the path is returned all the same and using it fails.
 [[nodiscard]] QString temporaryDirectory();

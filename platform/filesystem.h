@@ -51,6 +51,8 @@ public:
     virtual TXError copy(const QString &from, const QString &to) = 0;
     /// Moves to `to`, which must not exist, across file systems too.
     virtual TXError move(const QString &from, const QString &to) = 0;
+    /// Forces an entry, all that it holds and its name to disk.
+    virtual TXError sync(const QString &path) = 0;
     /// Opens for writing, replacing a file of that name; a link of that name is refused. Mode 0600.
     virtual Result<std::unique_ptr<OutputFile>> create(const QString &path) = 0;
     /// Replaces the file's whole content in one step, synced to disk.

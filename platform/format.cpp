@@ -62,4 +62,6 @@ QString formatText(const QString &format, const QStringList &arguments) {
     return result;
 }
 
+QString insideSingleQuotes(const QString &text) { return QString(text).replace(u'\'', u"'\\''"_s); }
+
 } // namespace tx

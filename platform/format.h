@@ -11,4 +11,8 @@ namespace tx {
 /// argument. Positional conversions let a translation change the order.
 [[nodiscard]] QString formatText(const QString &format, const QStringList &arguments);
 
+/// `text` for a place between single quotes of a shell's command: a quote in it ends the quoted text, stands
+/// for itself and begins the next one.
+[[nodiscard]] QString insideSingleQuotes(const QString &text);
+
 } // namespace tx

@@ -2,8 +2,10 @@
 #include "platform/services.h"
 
 #include "platform/authorization.h"
+#include "platform/directories.h"
 #include "platform/entrykind.h"
 #include "platform/filesystem.h"
+#include "platform/frameworkresources.h"
 #include "platform/tasks.h"
 #include "platform/urlloading.h"
 #include "platform/workspace.h"
@@ -19,7 +21,7 @@ namespace tx {
 
 int presentAlertInLog(const Alert &alert) {
     TXLog(TXLogLevelFailure, u"%@ %@"_s, {alert.message, alert.informative});
-    return 0;
+    return alert.answerWithoutWindow;
 }
 
 Services &services() {
@@ -33,6 +35,8 @@ Services &services() {
         volumeInfo,
         mountFlagsAreReadOnly,
         aliasFileTarget,
+        {userApplicationsDirectory, localApplicationsDirectory, downloadsDirectoryPath, desktopDirectoryPath},
+        [] { return frameworkResourcesPath() + u"/hdiutil"_s; },
         [] { return QList<ScreenInfo>(); },
         operatingSystemVersionString,
         systemControlNumber,

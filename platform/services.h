@@ -18,6 +18,14 @@ class Tasks;
 class UrlLoader;
 class Workspace;
 
+/// Folders of the user and the machine. Null for one that this user does not have.
+struct Folders {
+    std::function<QString()> userApplications;
+    std::function<QString()> localApplications;
+    std::function<QString()> downloads;
+    std::function<QString()> desktop;
+};
+
 /// Everything through which the framework touches the world outside its process. A test replaces members, or
 /// makes them fail. Objects are not owned.
 struct Services {
@@ -32,6 +40,9 @@ struct Services {
     std::function<bool(const QString &path)> mountFlagsAreReadOnly;
     /// What an alias file leads to.
     std::function<std::optional<QString>(const QString &path)> aliasTarget;
+    Folders folders;
+    /// The command that knows disk images.
+    std::function<QString()> hdiutilPath;
     /// The screens in the desktop's order; none without a user interface.
     std::function<QList<ScreenInfo>()> screens;
     std::function<QString()> operatingSystemVersionString;

@@ -22,6 +22,8 @@ public:
     virtual Result<QString> moveToTrash(const QString &path) = 0;
     /// Processes of this user that run the executable at this path.
     [[nodiscard]] virtual QList<qint64> runningApplications(const QString &executablePath) const = 0;
+    /// The executables of all processes of this user that can be examined.
+    [[nodiscard]] virtual QStringList runningExecutables() const = 0;
     /// Asks this application to end in the ordinary way, which it may refuse. Thread: main.
     virtual void terminate() = 0;
     /// Whether this application shows no ordinary windows: it has no graphical session of its own.

@@ -4,6 +4,8 @@
 #include "platform/services.h"
 
 #include <QApplication>
+#include <QCheckBox>
+#include <QFontDatabase>
 #include <QMessageBox>
 #include <QPushButton>
 
@@ -20,7 +22,20 @@ int presentAlertInWindow(const Alert &alert) {
             box.addButton(text, buttons.isEmpty() ? QMessageBox::AcceptRole : QMessageBox::RejectRole));
     if (!buttons.isEmpty())
         box.setDefaultButton(buttons.first());
+    QCheckBox *suppression = nullptr;
+    if (!alert.suppressionText.isNull()) {
+        suppression = new QCheckBox(alert.suppressionText, &box);
+        suppression->setFont(QFontDatabase::systemFont(QFontDatabase::SmallestReadableFont));
+        box.setCheckBox(suppression);
+    }
+    if (alert.bringsToFront) {
+        box.show();
+        box.raise();
+        box.activateWindow();
+    }
     box.exec();
+    if (suppression && alert.suppressed)
+        *alert.suppressed = suppression->isChecked();
     return std::max(0, static_cast<int>(buttons.indexOf(qobject_cast<QPushButton *>(box.clickedButton()))));
 }
 

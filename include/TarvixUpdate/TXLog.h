@@ -7,6 +7,7 @@
 
 /// Levels of the framework's log: what a line of that level means.
 enum TXLogLevel : int {
+    TXLogLevelAlways = 0,  ///< what is told whatever level is chosen
     TXLogLevelFailure = 1, ///< something that the user asked for did not work
     TXLogLevelStep = 5,    ///< a step of download, unarchiving, installation or relaunch
     TXLogLevelDetail = 6,  ///< detail for people who debug a feed

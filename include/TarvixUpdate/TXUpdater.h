@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <TarvixUpdate/TXUpdateAppMover.h>
 #include <TarvixUpdate/TXUpdateFeed.h>
 #include <TarvixUpdate/TXUpdateSettings.h>
 #include <TarvixUpdate/TXVersionComparison.h>
@@ -87,6 +88,9 @@ public:
     void checkForUpdate(const CompletionHandler &handler);
     /// What the timer does: a check without a handler.
     void autocheckForUpdate();
+
+    /// Offers to move the application into an Applications folder; see TXUpdateAppMover. Thread: main.
+    static TXUpdateAppMover::Result moveToApplicationsFolderIfNecessary();
 
     /// -1 when `a` is older than `b`, 0, or 1. Thread: any.
     [[nodiscard]] static int compareVersionToVersion(const QString &a, const QString &b);

@@ -5,6 +5,7 @@
 #include <TarvixUpdate/TXError.h>
 #include <TarvixUpdate/TXLog.h>
 #include <TarvixUpdate/TXUpdate.h>
+#include <TarvixUpdate/TXUpdateAppMover.h>
 #include <TarvixUpdate/TXUpdateFeed.h>
 #include <TarvixUpdate/TXUpdateHost.h>
 #include <TarvixUpdate/TXUpdateItem.h>

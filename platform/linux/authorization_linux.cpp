@@ -6,6 +6,7 @@
 #include "platform/tasks.h"
 
 #include <QFile>
+#include <QFileInfo>
 
 using namespace Qt::StringLiterals;
 
@@ -23,6 +24,14 @@ public:
 int statusFromPkexec(int exitStatus) {
     constexpr int dismissed = 126;
     return exitStatus == dismissed ? AuthorizationCanceled : AuthorizationDenied;
+}
+
+/// The words of a command, each with a NUL behind it.
+QByteArray commandOf(const QString &path, const QStringList &arguments) {
+    QByteArray command = QFile::encodeName(path) + '\0';
+    for (const QString &argument : arguments)
+        command += QFile::encodeName(argument) + '\0';
+    return command;
 }
 
 /// polkit asks for its password when pkexec starts a program, not before. So that asking and executing stay
@@ -69,15 +78,42 @@ public:
         std::unique_ptr<Task> helper = std::move(static_cast<PolkitReference &>(reference).helper);
         if (!helper)
             return AuthorizationDenied;
-        QByteArray command = QFile::encodeName(path) + '\0';
-        for (const QString &argument : arguments)
-            command += QFile::encodeName(argument) + '\0';
+        const QByteArray command = commandOf(path, arguments);
         int ignored = 0;
         if (helper->write(command.constData(), command.size(), &ignored) != command.size())
             return AuthorizationToolExecuteFailure;
         helper->closeInput();
         // The helper's output closes without a word when the program replaces it.
         return helper->read().isEmpty() ? AuthorizationSuccess : AuthorizationToolExecuteFailure;
+    }
+
+    std::optional<int> executeWithPrivilegesAndWait(AuthorizationReference &reference, const QString &path,
+                                                    unsigned, const QStringList &arguments) override {
+        Task *helper = static_cast<PolkitReference &>(reference).helper.get();
+        if (!helper)
+            return std::nullopt;
+        const QByteArray command = commandOf(path, arguments);
+        const QByteArray frame = "run " + QByteArray::number(command.size()) + '\n' + command;
+        int ignored = 0;
+        if (helper->write(frame.constData(), frame.size(), &ignored) != frame.size())
+            return std::nullopt;
+        QByteArray answer;
+        while (!answer.endsWith('\n')) {
+            const QByteArray more = helper->read();
+            if (more.isEmpty())
+                return std::nullopt;
+            answer += more;
+        }
+        bool ok = false;
+        const int status = answer.startsWith("exit ") ? answer.mid(5).trimmed().toInt(&ok) : 0;
+        return ok ? std::optional(status) : std::nullopt;
+    }
+
+    bool canExecute() const override {
+        // Looked for once: it comes with the framework.
+        static const bool there =
+            QFileInfo(frameworkResourcesPath() + u"/TXUpdateAuthorize"_s).isExecutable();
+        return there;
     }
 
     void free(std::unique_ptr<AuthorizationReference> reference, unsigned) override { reference.reset(); }

@@ -19,19 +19,25 @@ namespace {
 
 QString decoded(const std::string &path) { return QFile::decodeName(path.c_str()); }
 
+/// QStandardPaths asks user-dirs.dirs; without a home in the environment it would answer "/".
+QString userDirectory(QStandardPaths::StandardLocation location, const QString &usualName) {
+    const QString path =
+        qEnvironmentVariableIsEmpty("HOME") ? QString() : QStandardPaths::writableLocation(location);
+    return path.isEmpty() ? homeDirectory() + u'/' + usualName : path;
+}
+
 } // namespace
 
 QString homeDirectory() { return decoded(posix::homeFolder()); }
 
 QString configurationDirectory() { return decoded(posix::configFolder()); }
 
+QString downloadsDirectoryPath() { return userDirectory(QStandardPaths::DownloadLocation, u"Downloads"_s); }
+
+QString desktopDirectoryPath() { return userDirectory(QStandardPaths::DesktopLocation, u"Desktop"_s); }
+
 Result<QString> downloadsDirectory() {
-    // QStandardPaths asks user-dirs.dirs; without a home in the environment it would answer "/".
-    QString path = qEnvironmentVariableIsEmpty("HOME")
-                       ? QString()
-                       : QStandardPaths::writableLocation(QStandardPaths::DownloadLocation);
-    if (path.isEmpty())
-        path = homeDirectory() + u"/Downloads"_s;
+    const QString path = downloadsDirectoryPath();
     if (const TXError error = services().fileSystem->createDirectory(path, true))
         return error;
     return path;

@@ -157,6 +157,13 @@ public:
         return remove(from);
     }
 
+    TXError sync(const QString &path) override {
+        posix::FileError error = posix::syncFileSystem(native(path));
+        if (!error)
+            error = posix::syncDirectory(posix::parentOf(native(path)));
+        return toError(error, u"Cannot write to disk"_s);
+    }
+
     Result<std::unique_ptr<OutputFile>> create(const QString &path) override {
         posix::Descriptor fd(
             open(native(path).c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600));

@@ -14,6 +14,7 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <fstream>
+#include <functional>
 #include <grp.h>
 #include <memory>
 #include <pwd.h>
@@ -137,10 +138,10 @@ bool readBundleInfo(const std::string &bundlePath, BundleInfo &info) {
     return true;
 }
 
-std::vector<pid_t> processesRunning(const std::string &executable) {
-    std::vector<pid_t> result;
-    const std::string wanted = realPath(executable);
-    const bool script = isScript(wanted);
+namespace {
+
+/// Calls `visit` with each process that can be examined: its number, its folder in /proc and its executable.
+void forEachProcess(const std::function<void(pid_t, const std::string &, const std::string &)> &visit) {
     struct CloseDirectory {
         void operator()(DIR *directory) const { closedir(directory); }
     };
@@ -152,12 +153,28 @@ std::vector<pid_t> processesRunning(const std::string &executable) {
         const std::string folder = std::string("/proc/") + entry->d_name;
         char target[PATH_MAX];
         const ssize_t length = readlink((folder + "/exe").c_str(), target, sizeof target);
-        if (length <= 0)
-            continue;
-        const std::string running(target, static_cast<size_t>(length));
+        if (length > 0)
+            visit(pid, folder, std::string(target, static_cast<size_t>(length)));
+    }
+}
+
+} // namespace
+
+std::vector<pid_t> processesRunning(const std::string &executable) {
+    std::vector<pid_t> result;
+    const std::string wanted = realPath(executable);
+    const bool script = isScript(wanted);
+    forEachProcess([&](pid_t pid, const std::string &folder, const std::string &running) {
         if (running == wanted || (script && realPath(scriptOf(folder)) == wanted))
             result.push_back(pid);
-    }
+    });
+    return result;
+}
+
+std::vector<std::string> runningExecutablePaths() {
+    std::vector<std::string> result;
+    forEachProcess(
+        [&](pid_t, const std::string &, const std::string &running) { result.push_back(running); });
     return result;
 }
 

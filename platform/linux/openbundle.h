@@ -21,6 +21,8 @@ struct BundleInfo {
 /// The processes that run `executable`, by their executable's path or, for a script, by the path that its
 /// interpreter was given. Only processes that this user may examine are found.
 [[nodiscard]] std::vector<pid_t> processesRunning(const std::string &executable);
+/// The executables of all processes that can be examined.
+[[nodiscard]] std::vector<std::string> runningExecutablePaths();
 
 /// As whom and with what an application is started.
 struct OpenOptions {

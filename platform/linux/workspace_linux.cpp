@@ -74,6 +74,13 @@ public:
         return result;
     }
 
+    QStringList runningExecutables() const override {
+        QStringList result;
+        for (const std::string &path : runningExecutablePaths())
+            result.append(QFile::decodeName(path.c_str()));
+        return result;
+    }
+
     void terminate() override {
         if (QCoreApplication::instance())
             QCoreApplication::quit();

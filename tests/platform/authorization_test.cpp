@@ -75,6 +75,28 @@ TEST_F(Polkit, ProgramThatCannotBeExecutedIsReported) {
         << "the rights were used up";
 }
 
+TEST_F(Polkit, SeveralProgramsRunToTheirEndsOneAfterTheOther) {
+    pkexec("exec \"$@\"");
+    ASSERT_EQ(copyRights(), 0);
+    const auto run = [this](const QString &program, const QStringList &arguments) {
+        return authorization.executeWithPrivilegesAndWait(*reference, program, 0, arguments);
+    };
+    EXPECT_EQ(
+        run(u"/bin/sh"_s, {u"-c"_s, u"printf '%s' \"$1\" > \"$0\""_s, path(u"a"_s), u"it's \"$x\"\n"_s}), 0);
+    EXPECT_EQ(tx::test::readFile(path(u"a"_s)), QByteArray("it's \"$x\"\n"));
+    EXPECT_EQ(run(u"/bin/sh"_s, {u"-c"_s, u"exit 3"_s}), 3);
+    EXPECT_EQ(run(u"/no/such/tool"_s, {}), 127);
+    EXPECT_FALSE(run(u"/bin/sh"_s, {u"-c"_s, u"kill -9 $$"_s})) << "a signal ended it";
+    EXPECT_EQ(run(u"/bin/true"_s, {}), 0) << "and the helper still listens";
+    EXPECT_FALSE(run(u"true"_s, {})) << "no absolute path";
+    EXPECT_TRUE(authorization.canExecute());
+}
+
+TEST_F(Polkit, NothingRunsWithoutRights) {
+    ASSERT_EQ(authorization.create({}, 0, reference), 0);
+    EXPECT_FALSE(authorization.executeWithPrivilegesAndWait(*reference, u"/bin/true"_s, 0, {}));
+}
+
 TEST_F(Polkit, HelperRefusesMisuse) {
     const QString helper = QStringLiteral(TEST_RESOURCES) + u"/TXUpdateAuthorize"_s;
     const auto misused = tx::test::runProcess(helper, {u"x"_s});
@@ -83,6 +105,14 @@ TEST_F(Polkit, HelperRefusesMisuse) {
     EXPECT_EQ(tx::test::runProcess(helper, {}, "").status, 64) << "no command";
     EXPECT_EQ(tx::test::runProcess(helper, {}, "true").status, 64) << "not ended by NUL";
     EXPECT_EQ(tx::test::runProcess(helper, {}, QByteArray("true\0", 5)).status, 64) << "no absolute path";
+    EXPECT_EQ(tx::test::runProcess(helper, {}, "run x\n").status, 64);
+    EXPECT_EQ(tx::test::runProcess(helper, {}, "run 99999999\n").status, 64);
+    EXPECT_EQ(tx::test::runProcess(helper, {}, "run 11\n/bin/true").status, 64) << "ends too early";
+    EXPECT_EQ(tx::test::runProcess(helper, {}, QByteArray(1000, 'r')).status, 64);
+    const auto two =
+        tx::test::runProcess(helper, {}, QByteArray("run 10\n/bin/true\0run 11\n/bin/false\0", 35));
+    EXPECT_EQ(two.status, 0);
+    EXPECT_EQ(two.output, QByteArray("authorized\nexit 0\nexit 1\n"));
 }
 
 } // namespace

@@ -101,6 +101,11 @@ TXError FaultFileSystem::move(const QString &from, const QString &to) {
         return error;
     return m_before->move(from, to);
 }
+TXError FaultFileSystem::sync(const QString &path) {
+    if (TXError error = failure(u"sync"_s, path))
+        return error;
+    return m_before->sync(path);
+}
 Result<std::unique_ptr<OutputFile>> FaultFileSystem::create(const QString &path) {
     if (TXError error = failure(u"create"_s, path))
         return error;
@@ -158,7 +163,15 @@ TXError RecordingWorkspace::reveal(const QString &path) {
     revealed.append(path);
     return {};
 }
-Result<QString> RecordingWorkspace::moveToTrash(const QString &path) { return m_before->moveToTrash(path); }
+Result<QString> RecordingWorkspace::moveToTrash(const QString &path) {
+    if (trashFails)
+        return posixError(EIO, u"Cannot move to the Trash"_s, path);
+    trashed.append(path);
+    return m_before->moveToTrash(path);
+}
+QStringList RecordingWorkspace::runningExecutables() const {
+    return m_before->runningExecutables() + running;
+}
 QList<qint64> RecordingWorkspace::runningApplications(const QString &executablePath) const {
     return m_before->runningApplications(executablePath);
 }
@@ -184,7 +197,8 @@ int ScriptedAuthorization::copyRights(AuthorizationReference &, const QList<Auth
     calls.append(u"copyRights"_s);
     lastRights = rights;
     rightsFlags = flags;
-    *authorized = grants;
+    if (authorized)
+        *authorized = grants;
     return rightsStatus;
 }
 int ScriptedAuthorization::executeWithPrivileges(AuthorizationReference &, const QString &path,
@@ -193,6 +207,13 @@ int ScriptedAuthorization::executeWithPrivileges(AuthorizationReference &, const
     executedPath = path;
     executedArguments = arguments;
     return executeStatus;
+}
+std::optional<int> ScriptedAuthorization::executeWithPrivilegesAndWait(AuthorizationReference &,
+                                                                       const QString &path, unsigned flags,
+                                                                       const QStringList &arguments) {
+    calls.append(u"run %1"_s.arg(flags));
+    waitedFor.append(QStringList{path} + arguments);
+    return exitStatus();
 }
 void ScriptedAuthorization::free(std::unique_ptr<AuthorizationReference>, unsigned flags) {
     calls.append(u"free %1"_s.arg(flags));

@@ -37,6 +37,7 @@ public:
     TXError remove(const QString &path) override;
     TXError copy(const QString &from, const QString &to) override;
     TXError move(const QString &from, const QString &to) override;
+    TXError sync(const QString &path) override;
     Result<std::unique_ptr<OutputFile>> create(const QString &path) override;
     TXError replaceFile(const QString &path, QByteArrayView content, int mode) override;
     TXError removeExtendedAttribute(const QString &path, const QByteArray &name) override;
@@ -82,11 +83,15 @@ public:
     TXError reveal(const QString &path) override;
     Result<QString> moveToTrash(const QString &path) override;
     QList<qint64> runningApplications(const QString &executablePath) const override;
+    QStringList runningExecutables() const override;
     void terminate() override;
     bool isBackgroundApplication() const override;
 
     QStringList opened;
     QStringList revealed;
+    QStringList running; ///< executables, beside the real ones
+    QStringList trashed;
+    bool trashFails = false;
     int terminations = 0;
     bool background = false;
 
@@ -108,11 +113,17 @@ public:
                    QList<AuthorizationItem> *authorized) override;
     int executeWithPrivileges(AuthorizationReference &reference, const QString &path, unsigned flags,
                               const QStringList &arguments) override;
+    std::optional<int> executeWithPrivilegesAndWait(AuthorizationReference &reference, const QString &path,
+                                                    unsigned flags, const QStringList &arguments) override;
+    bool canExecute() const override { return executes; }
     void free(std::unique_ptr<AuthorizationReference> reference, unsigned flags) override;
 
     QList<int> createStatuses{0}; ///< answered in order, the last one for good
     int rightsStatus = 0;
     int executeStatus = 0;
+    bool executes = true; ///< whether privileged execution is there at all
+    std::function<std::optional<int>()> exitStatus = [] { return std::optional(0); };
+    QList<QStringList> waitedFor; ///< programs with their arguments
     QStringList calls;
     QList<AuthorizationItem> lastEnvironment;
     QList<AuthorizationItem> lastRights;

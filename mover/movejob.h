@@ -1,0 +1,48 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "mover/applicationplaces.h"
+
+namespace tx {
+
+/// Brings the application to its new place. Thread: main; alerts are modal, and copying blocks.
+class MoveJob {
+public:
+    MoveJob(const ApplicationPlaces &places, const QString &name)
+        : m_places(places)
+        , m_name(name) {}
+
+    enum class Outcome {
+        Moved,
+        Failed,       ///< the application stands where it stood, and nothing is left over
+        OtherCopyRuns ///< a copy at the destination was opened; this process is to end
+    };
+    [[nodiscard]] Outcome performMove();
+
+    /// Opens the moved application once this process has ended.
+    void setupRelaunchAfterExit() const;
+    /// Disposes of what the application was moved from: into the Trash, or the disk image is detached and
+    /// deleted.
+    void moveOldCopyToTrash() const;
+
+private:
+    Outcome performUnauthorizedMove();
+    Outcome performAuthorizedMove();
+    bool isRunningAt(const QString &path) const;
+    void openOtherCopy() const;
+    bool runPrivileged() const;
+
+    const ApplicationPlaces &m_places;
+    QString m_name;
+};
+
+/// Moves an entry to the Trash; waits for it. False, with a line in the log, when that fails: nothing is
+/// deleted.
+[[nodiscard]] bool removeItemAtPath(const QString &path);
+/// Copies a tree; false, with a line in the log, when that fails.
+[[nodiscard]] bool copyItemAtPath(const QString &from, const QString &to);
+
+/// The shell's command that detaches and deletes a disk image in five seconds.
+[[nodiscard]] QString detachCommand(const QString &volumePath, const QString &imageFile);
+
+} // namespace tx

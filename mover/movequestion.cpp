@@ -1,0 +1,59 @@
+// SPDX-License-Identifier: MIT
+#include "mover/movequestion.h"
+
+#include "platform/format.h"
+#include "platform/localization.h"
+
+using namespace Qt::StringLiterals;
+
+namespace tx {
+
+namespace {
+
+/// Where the application stands, in the words of the question.
+QString placeDescription(const ApplicationPlaces &places) {
+    if (places.isInDownloadsFolder())
+        return u"downloads folder"_s;
+    if (places.isInDesktopFolder())
+        return u"Desktop folder"_s;
+    return formatText(u"folder named \"%@\""_s, {places.parentDirectory().section(u'/', -1)});
+}
+
+QString explanation(const ApplicationPlaces &places, const QString &name, bool isTranslocated) {
+    bool isUserFolder = false;
+    (void)places.preferredInstallLocation(&isUserFolder);
+    const QString location = isUserFolder ? u"~/Applications"_s : u"Applications"_s;
+    if (const QString volume = places.diskImageVolumePath(); !volume.isNull()) {
+        const QString image = ApplicationPlaces::diskImageFileForVolumePath(volume);
+        return formatText(
+            u"%@ is running from inside of the disk image. You should move %@ into your %@ folder and "
+            "then delete the disk image file (%@)."_s,
+            {name, name, location, image.isNull() ? image : image.section(u'/', -1)});
+    }
+    if (isTranslocated)
+        return formatText(moverText(u"Would you like to move %@ into your %@ folder right now?"_s),
+                          {name, location});
+    return formatText(
+        moverText(u"Rather than having %@ clutter up your %@, would you like to move it into your %@ "
+                  "folder right now?"_s),
+        {name, placeDescription(places), location});
+}
+
+} // namespace
+
+QString moverText(const QString &key) { return localizedString(key, u"MoveApplication"_s); }
+
+Alert moveQuestion(const ApplicationPlaces &places, const QString &name, bool isTranslocated) {
+    Alert alert;
+    alert.message = formatText(moverText(u"%@ is not in the Applications folder."_s), {name});
+    alert.informative = explanation(places, name, isTranslocated);
+    if (places.needsAuthorization())
+        alert.informative += u' ' + moverText(u"Note that this will require an administrator password."_s);
+    alert.buttons = {moverText(u"Move to Applications Folder"_s), moverText(u"Do Not Move"_s)};
+    alert.suppressionText = localizedString(u"Do not show this message again"_s);
+    alert.bringsToFront = true;
+    alert.answerWithoutWindow = 1; // nobody said yes
+    return alert;
+}
+
+} // namespace tx
