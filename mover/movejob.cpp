@@ -29,11 +29,12 @@ void log(const QString &format, const QStringList &arguments = {}) {
     TXLog(TXLogLevelAlways, format, arguments);
 }
 
-/// Starts a shell that outlives this process; failures are nobody's concern.
-void startShell(const QString &command) {
+/// Starts a shell that outlives this process; failures are nobody's concern. `resources`: where its tools
+/// stand.
+void startShell(const QString &command, const QString &resources) {
     (void)services().tasks->start({.program = u"/bin/sh"_s,
                                    .arguments = {u"-c"_s, command},
-                                   .environment = environmentWithFrameworkTools(),
+                                   .environment = environmentWithFrameworkTools(resources),
                                    .ownSession = true});
 }
 
@@ -165,14 +166,23 @@ MoveJob::Outcome MoveJob::performAuthorizedMove() {
     return Outcome::Failed;
 }
 
+QString MoveJob::movedResources() const {
+    // What waits for this process runs when the old copy has gone: it uses the tools of the moved one.
+    const QString resources = services().resourcesPath();
+    return resources.startsWith(m_places.bundlePath() + u'/')
+               ? m_places.destinationPath() + resources.mid(m_places.bundlePath().size())
+               : resources;
+}
+
 void MoveJob::setupRelaunchAfterExit() const {
-    startShell(relaunchCommand(QCoreApplication::applicationPid(), m_places.destinationPath()));
+    startShell(relaunchCommand(QCoreApplication::applicationPid(), m_places.destinationPath()),
+               movedResources());
 }
 
 void MoveJob::moveOldCopyToTrash() const {
     if (const QString volume = m_places.diskImageVolumePath(); !volume.isNull()) {
         if (const QString image = ApplicationPlaces::diskImageFileForVolumePath(volume); !image.isNull())
-            startShell(detachCommand(volume, image));
+            startShell(detachCommand(volume, image), movedResources());
     } else if (!removeItemAtPath(m_places.bundlePath())) {
         log(u"WARNING -- Could not delete application after moving it to Applications folder"_s);
     }

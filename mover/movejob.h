@@ -31,6 +31,8 @@ private:
     bool isRunningAt(const QString &path) const;
     void openOtherCopy() const;
     bool runPrivileged() const;
+    /// The framework's resources as they stand after the move.
+    QString movedResources() const;
 
     const ApplicationPlaces &m_places;
     QString m_name;

@@ -36,6 +36,7 @@ Services &services() {
         mountFlagsAreReadOnly,
         aliasFileTarget,
         {userApplicationsDirectory, localApplicationsDirectory, downloadsDirectoryPath, desktopDirectoryPath},
+        frameworkResourcesPath,
         [] { return frameworkResourcesPath() + u"/hdiutil"_s; },
         [] { return QList<ScreenInfo>(); },
         operatingSystemVersionString,

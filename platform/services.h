@@ -41,6 +41,8 @@ struct Services {
     /// What an alias file leads to.
     std::function<std::optional<QString>(const QString &path)> aliasTarget;
     Folders folders;
+    /// The framework's resources.
+    std::function<QString()> resourcesPath;
     /// The command that knows disk images.
     std::function<QString()> hdiutilPath;
     /// The screens in the desktop's order; none without a user interface.

@@ -54,7 +54,8 @@ public:
 
 Tasks &nativeTasks();
 
-/// This process's environment as "NAME=value", with the framework's own tools first in PATH.
-[[nodiscard]] QStringList environmentWithFrameworkTools();
+/// This process's environment as "NAME=value", with the framework's own tools first in PATH: those in
+/// `resources`, or, when that is null, those of the framework that runs.
+[[nodiscard]] QStringList environmentWithFrameworkTools(const QString &resources = {});
 
 } // namespace tx

@@ -134,13 +134,16 @@ int runCommand(const QStringList &words, const Notes &notes, Updating &updating)
             TXUpdater::sharedUpdater()->setFeedURL(QUrl(words[1]));
         updating.start();
         return -1;
+    } else if (command == u"move") {
+        // A moved application is opened from its new place, and this process ends.
+        return TXUpdateAppMover::moveToApplicationsFolderWithoutAsking() == TXUpdateAppMover::Failed ? 1 : 0;
     } else if (command == u"profile" && (words.value(1) == u"on" || words.value(1) == u"off")) {
         // Whether a description of this machine goes along with a check, once a week, is the user's to say.
         TXUpdater::sharedUpdater()->setSendsSystemProfile(words[1] == u"on");
     } else if (command == u"quit") {
         QCoreApplication::exit(0);
     } else {
-        say(u"Commands: add TEXT, list, version, update [FEED], profile on|off, quit"_s);
+        say(u"Commands: add TEXT, list, version, update [FEED], profile on|off, move, quit"_s);
         return 64;
     }
     return 0;

@@ -260,7 +260,7 @@ Tasks &nativeTasks() {
     return instance;
 }
 
-QStringList environmentWithFrameworkTools() {
+QStringList environmentWithFrameworkTools(const QString &resources) {
     QStringList result;
     QString path = u"/usr/local/bin:/usr/bin:/bin"_s;
     for (char **variable = environ; variable && *variable; ++variable) {
@@ -270,7 +270,7 @@ QStringList environmentWithFrameworkTools() {
         else
             result.append(text);
     }
-    result.append(u"PATH="_s + frameworkResourcesPath() + u':' + path);
+    result.append(u"PATH="_s + (resources.isNull() ? frameworkResourcesPath() : resources) + u':' + path);
     return result;
 }
 

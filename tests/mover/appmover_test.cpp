@@ -314,6 +314,22 @@ TEST_F(AppMover, MovesRelaunchesAndDisposesOfTheOldCopy) {
     EXPECT_TRUE(logLines().isEmpty()) << logLines().join(u'\n').toStdString();
 }
 
+TEST_F(AppMover, WhatComesAfterwardsUsesTheToolsOfTheMovedCopy) {
+    const QString own = path(u"home/Loads/Host.app/Contents/Frameworks/TarvixUpdate/Resources"_s);
+    const QString moved =
+        QFileInfo(local).canonicalFilePath() + u"/Host.app/Contents/Frameworks/TarvixUpdate/Resources"_s;
+    for (const auto &[resources, first] :
+         {std::pair(own, moved), std::pair(u"/usr/lib/T"_s, u"/usr/lib/T"_s)}) {
+        startFrom(u"home/Loads"_s);
+        QDir(local + u"/Host.app"_s).removeRecursively();
+        tx::services().resourcesPath = [resources = resources] { return resources; };
+        EXPECT_EQ(move(), 1);
+        const QStringList environment = tasks.started.last().environment.value_or(QStringList());
+        EXPECT_TRUE(environment.filter(u"PATH="_s).last().startsWith(u"PATH="_s + first + u':'))
+            << environment.filter(u"PATH="_s).join(u' ').toStdString();
+    }
+}
+
 TEST_F(AppMover, WhatStandsAtTheDestinationGoesToTheTrash) {
     const QString destination = local + u"/Host.app"_s;
     const std::function<void()> kinds[] = {

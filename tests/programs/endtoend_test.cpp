@@ -86,6 +86,24 @@ INSTANTIATE_TEST_SUITE_P(Kinds, EndToEndKind,
                          testing::Values(ArchiveKind::Zip, ArchiveKind::Tgz, ArchiveKind::Tbz,
                                          ArchiveKind::Tar));
 
+TEST_F(EndToEnd, DownloadedApplicationMovesAndComesBackFromItsNewPlace) {
+    const QString name = u"it's \"new\" $HOME 100% ä\n.app"_s;
+    const QString downloaded = path(u"home/Downloads/"_s + name);
+    const QString moved = path(u"home/Applications/"_s + name);
+    const tx::test::ProcessReaper movedReaper(moved + u"/Contents/Linux/TarvixNotes"_s);
+    makeBundle(downloaded, u"3"_s);
+    makeBundle(path(u"home/Applications/Other.app"_s), u"1"_s);
+    const QStringList content = tx::test::treeOf(downloaded);
+    const auto result = tx::test::runProcess(downloaded + u"/Contents/Linux/TarvixNotes"_s, {u"move"_s});
+    EXPECT_EQ(result.status, 0) << result.output.constData() << result.errors.constData();
+    EXPECT_TRUE(waitUntil([&] { return tx::test::readFile(launches).contains("path=" + moved.toUtf8()); }))
+        << tx::test::readFile(launches).constData();
+    EXPECT_EQ(tx::test::treeOf(moved), content);
+    EXPECT_FALSE(QFileInfo::exists(downloaded));
+    EXPECT_EQ(tx::test::treeOf(path(u"home/.local/share/Trash/files/"_s + name)), content);
+    EXPECT_EQ(tx::test::namesIn(path(u"home/Applications"_s)), (QStringList{u"Other.app"_s, name}));
+}
+
 TEST_F(EndToEnd, FailedUpdatesLeaveTheOldBuild) {
     FeedServer server;
     server.expect("GET", "/feed.json", HttpReply{.status = 503});
