@@ -136,8 +136,7 @@ protected:
 
 TEST_F(RealDiskImage, IsFoundBehindItsVolumeAndDetached) {
     if (!mounted)
-        GTEST_SKIP()
-            << "this user cannot mount an image here; DiskImages shows the same with tables from files";
+        GTEST_SKIP() << "this user may not mount images here; DiskImages does it with tables from files";
     tx::services().hdiutilPath = tool;
     const tx::ApplicationPlaces places(mountPoint + u"/Host.app"_s);
     EXPECT_TRUE(places.isInDiskImage());

@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "platform/linux/tools/diskimages.h"
 
+#include "platform/linux/tools/plistxml.h"
 #include "platform/linux/tools/systemfiles.h"
-
-#include <plist/plist.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -125,13 +124,7 @@ std::string asPropertyList(const std::vector<Image> &images) {
     for (const Image &image : images)
         plist_array_append_item(list, nodeOf(image));
     plist_dict_set_item(root, "images", list);
-    char *xml = nullptr;
-    uint32_t length = 0;
-    plist_to_xml(root, &xml, &length);
-    std::string result(xml ? xml : "", xml ? length : 0);
-    plist_to_xml_free(xml);
-    plist_free(root);
-    return result;
+    return report::takeXml(root);
 }
 
 std::string asText(const std::vector<Image> &images) {

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "platform/linux/tools/systemreport.h"
 
-#include <plist/plist.h>
+#include "platform/linux/tools/plistxml.h"
 
 #include <map>
 
@@ -95,13 +95,7 @@ std::string asPropertyList(const std::vector<Section> &sections) {
         plist_dict_set_item(dictionary, "_items", nodeOf(section.items));
         plist_array_append_item(root, dictionary);
     }
-    char *xml = nullptr;
-    uint32_t length = 0;
-    plist_to_xml(root, &xml, &length);
-    std::string result(xml ? xml : "", xml ? length : 0);
-    plist_to_xml_free(xml);
-    plist_free(root);
-    return result;
+    return takeXml(root);
 }
 
 std::string asText(const std::vector<Section> &sections) {
