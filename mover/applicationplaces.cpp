@@ -58,6 +58,10 @@ QString ApplicationPlaces::destinationPath() const {
     return folder.isNull() ? QString() : folder + u'/' + m_bundlePath.section(u'/', -1);
 }
 
+QString ApplicationPlaces::stagingPath() const {
+    return preferred().folder + u"/."_s + m_bundlePath.section(u'/', -1) + u".txupdate-move"_s;
+}
+
 bool ApplicationPlaces::needsAuthorization() const {
     return !services().fileSystem->isWritable(preferred().folder);
 }

@@ -48,23 +48,23 @@ void runTool(const QString &name, const QStringList &arguments) {
 
 } // namespace
 
-bool removeItemAtPath(const QString &path) {
-    TXError error;
+bool removeItemAtPath(const QString &path, QString *newPath) {
+    Result<QString> trashed = TXError();
     QSemaphore done;
     runInBackground([&] {
-        const Result<QString> trashed = services().workspace->moveToTrash(path);
-        if (!trashed)
-            error = trashed.error();
+        trashed = services().workspace->moveToTrash(path);
         done.release();
     });
     done.acquire();
-    if (error)
-        log(u"ERROR -- Could not trash '%@':\n%@"_s, {path, error.toString()});
-    return error.isNull();
+    if (!trashed)
+        log(u"ERROR -- Could not trash '%@':\n%@"_s, {path, trashed.error().toString()});
+    else if (newPath)
+        *newPath = *trashed;
+    return bool(trashed);
 }
 
 bool copyItemAtPath(const QString &from, const QString &to) {
-    const TXError error = services().fileSystem->copy(from, to);
+    const TXError error = services().fileSystem->linkOrCopy(from, to);
     if (error)
         log(u"ERROR -- Could not copy '%@' to '%@' (%@)"_s, {from, to, error.toString()});
     return error.isNull();
@@ -112,17 +112,19 @@ MoveJob::Outcome MoveJob::performUnauthorizedMove() {
     // The copy grows under another name, so that half of it never stands under the application's; what a
     // killed move left there goes first. What stands at the destination stays until the copy is complete and
     // on disk.
-    const QString staged =
-        m_places.preferredInstallLocation() + u"/."_s + destination.section(u'/', -1) + u".txupdate-move"_s;
+    const QString staged = m_places.stagingPath();
     bool copied = files.remove(staged).isNull() && copyItemAtPath(m_places.bundlePath(), staged) &&
                   files.sync(staged).isNull();
-    if (copied && replaces && !removeItemAtPath(destination)) {
+    QString replaced;
+    if (copied && replaces && !removeItemAtPath(destination, &replaced)) {
         (void)files.remove(staged);
         return Outcome::Failed;
     }
     copied = copied && files.move(staged, destination).isNull();
     if (!copied) {
         (void)files.remove(staged);
+        if (!replaced.isEmpty() && files.move(replaced, destination))
+            log(u"ERROR -- What stood at %@ is in the Trash: %@"_s, {destination, replaced});
         log(u"ERROR -- Could not copy myself to %@"_s, {destination});
         return Outcome::Failed;
     }
@@ -151,9 +153,17 @@ bool MoveJob::runPrivileged() const {
             return authorization.executeWithPrivilegesAndWait(*reference, program, AuthorizationFlagDefaults,
                                                               arguments);
         };
-        // Only that the removal came to an end counts: the copy tells whether the place was free.
-        done = run(u"/bin/rm"_s, {u"-rf"_s, destination}).has_value() &&
-               run(u"/bin/cp"_s, {u"-pR"_s, source, destination}) == 0;
+        // As without privileges, half a copy never stands under the application's name, and what stands there
+        // goes when the copy is complete. Only that a removal came to an end counts: the next step tells
+        // whether the place was free.
+        const QString staged = m_places.stagingPath();
+        const bool copied = run(u"/bin/rm"_s, {u"-rf"_s, staged}).has_value() &&
+                            run(u"/bin/cp"_s, {u"-pR"_s, source, staged}) == 0 &&
+                            run(u"/bin/sync"_s, {u"-f"_s, staged}) == 0;
+        done = copied && run(u"/bin/rm"_s, {u"-rf"_s, destination}).has_value() &&
+               run(u"/bin/mv"_s, {u"-T"_s, staged, destination}) == 0;
+        if (!done)
+            (void)run(u"/bin/rm"_s, {u"-rf"_s, staged});
     }
     authorization.free(std::move(reference), AuthorizationFlagDefaults);
     return done;

@@ -39,8 +39,8 @@ private:
 };
 
 /// Moves an entry to the Trash; waits for it. False, with a line in the log, when that fails: nothing is
-/// deleted.
-[[nodiscard]] bool removeItemAtPath(const QString &path);
+/// deleted. `newPath`: where it is now.
+[[nodiscard]] bool removeItemAtPath(const QString &path, QString *newPath = nullptr);
 /// Copies a tree; false, with a line in the log, when that fails.
 [[nodiscard]] bool copyItemAtPath(const QString &from, const QString &to);
 

@@ -49,12 +49,17 @@ public:
     virtual TXError remove(const QString &path) = 0;
     /// Copies a file or tree; `to` must not exist.
     virtual TXError copy(const QString &from, const QString &to) = 0;
+    /// As copy(), but files of this user on the same file system are shared with the original, which makes it
+    /// a matter of milliseconds: for a tree whose original is about to go.
+    virtual TXError linkOrCopy(const QString &from, const QString &to) = 0;
     /// Moves to `to`, which must not exist, across file systems too.
     virtual TXError move(const QString &from, const QString &to) = 0;
     /// Forces an entry, all that it holds and its name to disk.
     virtual TXError sync(const QString &path) = 0;
     /// Opens for writing, replacing a file of that name; a link of that name is refused. Mode 0600.
     virtual Result<std::unique_ptr<OutputFile>> create(const QString &path) = 0;
+    /// Makes a file with this content, mode 0600; EEXIST when an entry of that name stands there.
+    virtual TXError writeNewFile(const QString &path, QByteArrayView content) = 0;
     /// Replaces the file's whole content in one step, synced to disk.
     virtual TXError replaceFile(const QString &path, QByteArrayView content, int mode) = 0;
     /// Removes an extended attribute from the entry itself; an absent attribute is no error.

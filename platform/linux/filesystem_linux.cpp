@@ -132,11 +132,11 @@ public:
     }
 
     TXError copy(const QString &from, const QString &to) override {
-        const std::string target = native(to);
-        const posix::FileError error = posix::copyTree(native(from), target);
-        if (error && error.number != EEXIST)
-            (void)posix::removeTree(target);
-        return toError(error, u"Cannot copy"_s);
+        return makeTree(posix::copyTree, from, to);
+    }
+
+    TXError linkOrCopy(const QString &from, const QString &to) override {
+        return makeTree(posix::linkTree, from, to);
     }
 
     TXError move(const QString &from, const QString &to) override {
@@ -172,6 +172,16 @@ public:
         return std::unique_ptr<OutputFile>(new NativeOutputFile(std::move(fd), path));
     }
 
+    TXError writeNewFile(const QString &path, QByteArrayView content) override {
+        const posix::Descriptor fd(open(native(path).c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+        if (!fd.isOpen())
+            return posixError(errno, u"Cannot create"_s, path);
+        TXError error = writeAll(fd.get(), content, path);
+        if (error)
+            unlink(native(path).c_str());
+        return error;
+    }
+
     TXError replaceFile(const QString &path, QByteArrayView content, int mode) override {
         const std::string target = native(path);
         std::string temporary = target + ".XXXXXX";
@@ -203,6 +213,17 @@ public:
                 return posixError(errno, u"Cannot lock"_s, path);
         }
         return std::unique_ptr<FileLock>(new NativeLock(std::move(fd)));
+    }
+
+private:
+    /// Leaves nothing behind when it fails.
+    static TXError makeTree(posix::FileError (*make)(const std::string &, const std::string &),
+                            const QString &from, const QString &to) {
+        const std::string target = native(to);
+        const posix::FileError error = make(native(from), target);
+        if (error && error.number != EEXIST)
+            (void)posix::removeTree(target);
+        return toError(error, u"Cannot copy"_s);
     }
 };
 

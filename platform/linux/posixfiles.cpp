@@ -94,7 +94,10 @@ FileError copyLink(int fromDir, const char *fromName, int toDir, const char *toN
     return symlinkat(target.data(), toDir, toName) == 0 ? FileError{} : failure(path);
 }
 
-FileError copyEntry(int fromDir, const char *fromName, int toDir, const char *toName,
+/// Whether the files of a tree are made anew or shared with the original.
+enum class Files { Copied, Linked };
+
+FileError copyEntry(int fromDir, const char *fromName, int toDir, const char *toName, Files files,
                     const std::string &path);
 
 FileError copyFile(int fromDir, const char *fromName, int toDir, const char *toName, const struct stat &info,
@@ -117,7 +120,12 @@ FileError copyFile(int fromDir, const char *fromName, int toDir, const char *toN
     return {};
 }
 
-FileError copyDirectory(int fromDir, const char *fromName, int toDir, const char *toName,
+/// A second name for a file of this user; another user's file would keep its owner.
+bool linkFile(int fromDir, const char *fromName, int toDir, const char *toName, const struct stat &info) {
+    return info.st_uid == geteuid() && linkat(fromDir, fromName, toDir, toName, 0) == 0;
+}
+
+FileError copyDirectory(int fromDir, const char *fromName, int toDir, const char *toName, Files files,
                         const struct stat &info, const std::string &path) {
     const Descriptor from(openat(fromDir, fromName, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     if (!from.isOpen() || mkdirat(toDir, toName, 0700) != 0)
@@ -134,7 +142,8 @@ FileError copyDirectory(int fromDir, const char *fromName, int toDir, const char
     }
     closedir(stream);
     for (const std::string &name : names) {
-        if (FileError error = copyEntry(from.get(), name.c_str(), to.get(), name.c_str(), path + '/' + name))
+        if (FileError error =
+                copyEntry(from.get(), name.c_str(), to.get(), name.c_str(), files, path + '/' + name))
             return error;
     }
     if (FileError error = copyAttributes(from.get(), to.get(), path))
@@ -145,7 +154,7 @@ FileError copyDirectory(int fromDir, const char *fromName, int toDir, const char
     return {};
 }
 
-FileError copyEntry(int fromDir, const char *fromName, int toDir, const char *toName,
+FileError copyEntry(int fromDir, const char *fromName, int toDir, const char *toName, Files files,
                     const std::string &path) {
     struct stat info {};
     if (fstatat(fromDir, fromName, &info, AT_SYMLINK_NOFOLLOW) != 0)
@@ -153,7 +162,9 @@ FileError copyEntry(int fromDir, const char *fromName, int toDir, const char *to
     if (S_ISLNK(info.st_mode))
         return copyLink(fromDir, fromName, toDir, toName, path);
     if (S_ISDIR(info.st_mode))
-        return copyDirectory(fromDir, fromName, toDir, toName, info, path);
+        return copyDirectory(fromDir, fromName, toDir, toName, files, info, path);
+    if (S_ISREG(info.st_mode) && files == Files::Linked && linkFile(fromDir, fromName, toDir, toName, info))
+        return {};
     if (S_ISREG(info.st_mode))
         return copyFile(fromDir, fromName, toDir, toName, info, path);
     return {EINVAL, path};
@@ -203,7 +214,13 @@ bool isDirectory(const std::string &path) {
 FileError copyTree(const std::string &from, const std::string &to) {
     if (entryExists(to))
         return {EEXIST, to};
-    return copyEntry(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), from);
+    return copyEntry(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), Files::Copied, from);
+}
+
+FileError linkTree(const std::string &from, const std::string &to) {
+    if (entryExists(to))
+        return {EEXIST, to};
+    return copyEntry(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), Files::Linked, from);
 }
 
 FileError removeTree(const std::string &path) {

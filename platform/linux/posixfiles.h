@@ -46,6 +46,10 @@ private:
 /// A copy that fails leaves what it made; the caller removes it.
 FileError copyTree(const std::string &from, const std::string &to);
 
+/// As copyTree, but the files of this user become second names of the same files where the file system has
+/// such; what is written into one of the trees later shows in both.
+FileError linkTree(const std::string &from, const std::string &to);
+
 /// Removes a file, link or tree, read-only folders included. An absent path is no error.
 FileError removeTree(const std::string &path);
 

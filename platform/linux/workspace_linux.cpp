@@ -1,20 +1,15 @@
 // SPDX-License-Identifier: MIT
 #include "platform/workspace.h"
 
-#include "platform/filesystem.h"
 #include "platform/frameworkresources.h"
 #include "platform/linux/openbundle.h"
-#include "platform/posixerror.h"
+#include "platform/linux/trash.h"
 #include "platform/services.h"
 #include "platform/tasks.h"
 
 #include <QCoreApplication>
-#include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QStandardPaths>
-
-#include <cerrno>
 
 using namespace Qt::StringLiterals;
 
@@ -51,21 +46,7 @@ public:
         return task ? TXError() : task.error();
     }
 
-    Result<QString> moveToTrash(const QString &path) override {
-        // Without a data folder Qt would make a Trash in the current folder.
-        const QString data = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation);
-        if (!QDir::isAbsolutePath(data))
-            return posixError(ENOENT, u"There is no Trash for"_s, path);
-        if (const TXError error = services().fileSystem->createDirectory(data, true))
-            return error;
-        QString newPath;
-        QFile file(path);
-        if (!file.moveToTrash() || !QDir::isAbsolutePath(file.fileName()))
-            return TXError(TXPOSIXErrorDomain, EIO,
-                           u"Cannot move %1 to the Trash: %2"_s.arg(path, file.errorString()));
-        newPath = file.fileName();
-        return newPath;
-    }
+    Result<QString> moveToTrash(const QString &path) override { return tx::moveToTrash(path); }
 
     QList<qint64> runningApplications(const QString &executablePath) const override {
         QList<qint64> result;

@@ -419,6 +419,21 @@ TEST_F(AppMover, TrashThatFailsIsAFailureAndNoDeletion) {
     EXPECT_TRUE(QFileInfo::exists(path(u"home/Loads/Host.app"_s)));
 }
 
+TEST_F(AppMover, WhatStoodThereComesBackWhenTheCopyCannotTakeItsName) {
+    const QString destination = QFileInfo(local).canonicalFilePath() + u"/Host.app"_s;
+    tx::test::makeBundle(destination, {.build = u"7"_s});
+    const QStringList older = treeOf(destination);
+    files.failOn(u"move"_s, EIO, destination);
+    files.observer = [this, moves = 0](const QString &operation, const QString &to) mutable {
+        if (operation == u"move" && to == QFileInfo(local).canonicalFilePath() + u"/Host.app"_s &&
+            ++moves == 2)
+            files.failOn(u"move"_s, EIO, u"nowhere"_s);
+    };
+    EXPECT_EQ(move(), -1);
+    EXPECT_EQ(treeOf(destination), older);
+    EXPECT_EQ(namesIn(local), QStringList{u"Host.app"_s});
+}
+
 TEST_F(AppMover, LeftoversOfAKilledMoveAreCleared) {
     tx::test::writeFile(local + u"/.Host.app.txupdate-move/Contents/half"_s, "x");
     EXPECT_EQ(move(), 1);
@@ -431,6 +446,7 @@ class AuthorizedMove : public AppMover {
 protected:
     tx::test::ScriptedAuthorization authorization;
     const QString destination = QFileInfo(local).canonicalFilePath() + u"/Host.app"_s;
+    const QString staged = QFileInfo(local).canonicalFilePath() + u"/.Host.app.txupdate-move"_s;
     const QString failure = u"ERROR -- Could not copy myself to /Applications with authorization"_s;
 
     AuthorizedMove() { files.failOn(u"isWritable"_s, EACCES, local); }
@@ -438,16 +454,20 @@ protected:
 
 TEST_F(AuthorizedMove, RemovesAndCopiesWithPrivileges) {
     EXPECT_EQ(move(), 1);
-    EXPECT_EQ(authorization.calls,
-              (QStringList{u"create 0"_s, u"copyRights"_s, u"run 0"_s, u"run 0"_s, u"free 0"_s}));
+    EXPECT_EQ(authorization.calls, (QStringList{u"create 0"_s, u"copyRights"_s, u"run 0"_s, u"run 0"_s,
+                                                u"run 0"_s, u"run 0"_s, u"run 0"_s, u"free 0"_s}));
     EXPECT_EQ(authorization.rightsFlags, 19U);
     ASSERT_EQ(authorization.lastRights.size(), 1);
     EXPECT_EQ(authorization.lastRights[0].name, QByteArray("system.privilege.admin"));
     EXPECT_FALSE(authorization.lastRights[0].value);
     EXPECT_TRUE(authorization.lastEnvironment.isEmpty());
     EXPECT_EQ(authorization.waitedFor,
-              (QList<QStringList>{{u"/bin/rm"_s, u"-rf"_s, destination},
-                                  {u"/bin/cp"_s, u"-pR"_s, path(u"home/Loads/Host.app"_s), destination}}));
+              (QList<QStringList>{{u"/bin/rm"_s, u"-rf"_s, staged},
+                                  {u"/bin/cp"_s, u"-pR"_s, path(u"home/Loads/Host.app"_s), staged},
+                                  {u"/bin/sync"_s, u"-f"_s, staged},
+                                  {u"/bin/rm"_s, u"-rf"_s, destination},
+                                  {u"/bin/mv"_s, u"-T"_s, staged, destination}}))
+        << "what stands there goes when the copy is complete and on disk";
     EXPECT_EQ(exits, QList<int>{0});
     for (const QString &program : programs())
         EXPECT_FALSE(program.startsWith(u"xattr"_s)) << "not on this road";
@@ -461,7 +481,16 @@ TEST_F(AuthorizedMove, EveryFailureEndsInTheSameWords) {
         QStringList lines;
     };
     const QStringList asked{u"create 0"_s, u"copyRights"_s, u"free 0"_s};
-    int run = 0;
+    // The last program that runs clears the staging name.
+    const auto runs = [](qsizetype count) {
+        return QStringList{u"create 0"_s, u"copyRights"_s} + QStringList(count, u"run 0"_s) +
+               QStringList{u"free 0"_s};
+    };
+    const auto failsAt = [](int step) {
+        return [step](tx::test::ScriptedAuthorization &a) {
+            a.exitStatus = [step, run = 0]() mutable { return std::optional(run++ == step ? 1 : 0); };
+        };
+    };
     const Case cases[] = {
         {"no authorization", [](auto &a) { a.createStatuses = {-60008}; }, {u"create 0"_s}, {failure}},
         {"cancelled",
@@ -472,12 +501,11 @@ TEST_F(AuthorizedMove, EveryFailureEndsInTheSameWords) {
         {"no privileged execution", [](auto &a) { a.executes = false; }, asked, {failure}},
         {"removal was not run",
          [](auto &a) { a.exitStatus = [] { return std::optional<int>(); }; },
-         {u"create 0"_s, u"copyRights"_s, u"run 0"_s, u"free 0"_s},
+         runs(2),
          {failure}},
-        {"copy failed",
-         [&run](auto &a) { a.exitStatus = [&run] { return std::optional(run++); }; },
-         {u"create 0"_s, u"copyRights"_s, u"run 0"_s, u"run 0"_s, u"free 0"_s},
-         {failure}},
+        {"copy failed", failsAt(1), runs(3), {failure}},
+        {"not written to disk", failsAt(2), runs(4), {failure}},
+        {"did not take its name", failsAt(4), runs(6), {failure}},
     };
     for (const Case &c : cases) {
         tx::test::ScriptedAuthorization scripted;
@@ -496,8 +524,26 @@ TEST_F(AuthorizedMove, EveryFailureEndsInTheSameWords) {
 
 TEST_F(AuthorizedMove, ExitCodeOfTheRemovalDoesNotCount) {
     int run = 0;
-    authorization.exitStatus = [&run] { return std::optional(run++ == 0 ? 1 : 0); };
-    EXPECT_EQ(move(), 1);
+    authorization.exitStatus = [&run] { return std::optional(run % 3 == 0 ? (++run, 1) : (++run, 0)); };
+    EXPECT_EQ(move(), 1) << "both removals failed";
+    EXPECT_EQ(run, 5);
+}
+
+TEST_F(AuthorizedMove, RealProgramsReplaceWhatStandsThere) {
+    tx::services().authorization = &tx::nativeAuthorization();
+    tx::test::writeFile(path(u"bin/pkexec"_s), "#!/bin/sh\nexec \"$@\"\n",
+                        QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    const QByteArray search = qgetenv("PATH");
+    qputenv("PATH", path(u"bin:"_s).toUtf8() + search);
+    tasks.runsForReal = true;
+    tx::test::writeFile(destination + u"/Contents/older"_s, "x");
+    tx::test::writeFile(staged + u"/half"_s, "x");
+    const QStringList content = treeOf(path(u"home/Loads/Host.app"_s));
+    const tx::ApplicationPlaces places(path(u"home/Loads/Host.app"_s));
+    EXPECT_EQ(tx::MoveJob(places, u"Host"_s).performMove(), tx::MoveJob::Outcome::Moved);
+    qputenv("PATH", search);
+    EXPECT_EQ(treeOf(destination), content);
+    EXPECT_EQ(namesIn(local), QStringList{u"Host.app"_s});
 }
 
 TEST_F(AuthorizedMove, OnlyApplicationsAreMoved) {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The mover with real disks, a real trash and processes that are killed.
 #include "core/host_p.h"
+#include "mover/movejob.h"
 #include "platform/mainbundle.h"
 #include "platform/services.h"
 #include "tests/support/builders.h"
@@ -13,6 +14,7 @@
 #include <QFileInfo>
 
 #include <csignal>
+#include <sys/mount.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -55,6 +57,8 @@ TEST_F(MoverFault, KilledAtAnyChangeItLosesNothingAndTheNextMoveCleansUp) {
     const QStringList older = treeOf(destination());
     int killed = 0;
     for (int at = 1;; ++at) {
+        if (!QFileInfo::exists(destination()))
+            tx::test::makeBundle(destination(), {.build = u"7"_s});
         // Each case is a process of its own, so that no thread is lost in the child.
         const pid_t child = fork();
         if (child == 0) {
@@ -78,9 +82,10 @@ TEST_F(MoverFault, KilledAtAnyChangeItLosesNothingAndTheNextMoveCleansUp) {
             ASSERT_TRUE(treeOf(destination()) == older || treeOf(destination()) == content)
                 << "change " << at;
         else // its turn in the Trash, before the copy takes its name
-            ASSERT_EQ(treeOf(path(u"home/.local/share/Trash/files/Host.app"_s)), older) << "change " << at;
+            ASSERT_EQ(treeOf(path(u"home/.local/share/Trash/files/Host.app.2"_s)), older)
+                << "change " << at << ", after one whose name was reserved and no more";
     }
-    EXPECT_EQ(killed, 4) << "clearing, copying, syncing, renaming";
+    EXPECT_EQ(killed, 6) << "clearing, copying, syncing, trashing, renaming, trashing the old copy";
     EXPECT_EQ(namesIn(local), QStringList{u"Host.app"_s}) << "the last move came through";
     EXPECT_EQ(treeOf(destination()), content);
     EXPECT_FALSE(QFileInfo::exists(source));
@@ -99,6 +104,45 @@ TEST_F(MoverFault, MovesToAnotherFileSystem) {
     EXPECT_EQ(move(), 1);
     EXPECT_EQ(treeOf(destination()), content);
     EXPECT_EQ(namesIn(local).filter(u"Host"_s), QStringList{u"Host.app"_s});
+    // What stood there is in the Trash of its own file system, or, where that takes none, in the home's.
+    struct stat trash {};
+    const QString mine = u"/dev/shm/.Trash-%1"_s.arg(getuid());
+    EXPECT_TRUE(stat(QFile::encodeName(mine).constData(), &trash) == 0 && trash.st_dev == there.st_dev);
+    QString found;
+    for (const QString &name : namesIn(mine + u"/info"_s)) {
+        const QByteArray info = tx::test::readFile(mine + u"/info/"_s + name);
+        if (info.contains("Path=" + other.path().section(u'/', -1).toUtf8() + "/Host.app\n"))
+            found = name.chopped(qsizetype(qstrlen(".trashinfo")));
+    }
+    ASSERT_FALSE(found.isEmpty());
+    EXPECT_EQ(TXBundle(mine + u"/files/"_s + found).infoString(u"CFBundleVersion"_s), u"7"_s);
+    QDir(mine + u"/files/"_s + found).removeRecursively();
+    QFile::remove(mine + u"/info/"_s + found + u".trashinfo"_s);
+    for (const char *part : {"/files", "/info", ""})
+        QDir().rmdir(mine + QLatin1StringView(part));
+}
+
+TEST_F(MoverFault, VolumeWithoutATrashIsCopiedIntoTheOneOfTheHome) {
+    QTemporaryDir other(u"/dev/shm/mover-XXXXXX"_s);
+    if (!other.isValid())
+        GTEST_SKIP() << "this machine has no second file system to write to";
+    files.failOn(u"createDirectory"_s, EACCES, u"/dev/shm"_s);
+    tx::test::makeBundle(other.path() + u"/Old.app"_s, {.build = u"7"_s});
+    const QStringList content = treeOf(other.path() + u"/Old.app"_s);
+    EXPECT_TRUE(tx::removeItemAtPath(other.path() + u"/Old.app"_s));
+    EXPECT_TRUE(namesIn(other.path()).isEmpty());
+    EXPECT_EQ(treeOf(path(u"home/.local/share/Trash/files/Old.app"_s)), content);
+}
+
+TEST_F(MoverFault, FilesAreSharedOnOneFileSystem) {
+    const QByteArray file = QFile::encodeName(source + u"/Contents/Resources/3"_s);
+    struct stat before {};
+    struct stat after {};
+    ASSERT_EQ(stat(file.constData(), &before), 0);
+    EXPECT_EQ(move(), 1);
+    ASSERT_EQ(stat(QFile::encodeName(destination() + u"/Contents/Resources/3"_s).constData(), &after), 0);
+    EXPECT_EQ(before.st_ino, after.st_ino) << "no data was copied";
+    EXPECT_TRUE(QFileInfo::exists(path(u"home/.local/share/Trash/files/Host.app/Contents/Resources/3"_s)));
 }
 
 TEST_F(MoverFault, SourceThatVanishesWhileItIsCopiedIsAFailure) {
@@ -122,6 +166,81 @@ TEST_F(MoverFault, TrashIsMadeWhereThereIsNone) {
     EXPECT_EQ(move(), 1);
     EXPECT_EQ(namesIn(path(u"home/.local/share/Trash/files"_s)), QStringList{u"Host.app"_s});
     EXPECT_EQ(namesIn(path(u"home/.local/share/Trash/info"_s)), QStringList{u"Host.app.trashinfo"_s});
+}
+
+TEST_F(MoverFault, TrashThatCannotBeUsedIsAFailureWithoutStrayFolders) {
+    for (const QString &obstacle : {u"Trash"_s, u"Trash/files"_s, u"Trash/info"_s}) {
+        QDir(path(u"home/.local"_s)).removeRecursively();
+        tx::test::writeFile(path(u"home/.local/share/"_s) + obstacle, "in the way");
+        tx::test::makeBundle(destination(), {.build = u"7"_s});
+        const QStringList home = treeOf(path(u"home"_s));
+        EXPECT_EQ(move(), -1) << obstacle.toStdString();
+        EXPECT_EQ(TXBundle(destination()).infoString(u"CFBundleVersion"_s), u"7"_s);
+        EXPECT_EQ(namesIn(local), QStringList{u"Host.app"_s});
+        EXPECT_EQ(treeOf(path(u"home"_s)), home) << obstacle.toStdString();
+    }
+    const struct {
+        QString operation, part;
+    } failures[] = {{u"create"_s, u".trashinfo"_s}, {u"move"_s, u"/Trash/files"_s}};
+    for (const auto &failure : failures) {
+        QDir(path(u"home/.local/share/Trash"_s)).removeRecursively();
+        const QStringList home = treeOf(path(u"home"_s));
+        tx::test::FaultFileSystem failing;
+        failing.failOn(failure.operation, EIO, failure.part);
+        EXPECT_EQ(move(), -1) << failure.operation.toStdString();
+        EXPECT_EQ(TXBundle(destination()).infoString(u"CFBundleVersion"_s), u"7"_s);
+        EXPECT_EQ(treeOf(path(u"home"_s)), home) << failure.operation.toStdString();
+    }
+    EXPECT_EQ(exits, 0);
+}
+
+TEST_F(MoverFault, FilesAndLinksAtTheDestinationGoToTheTrash) {
+    const QString kept = path(u"kept.app"_s);
+    tx::test::makeBundle(kept, {});
+    const QStringList content = treeOf(source);
+    struct Case {
+        const char *what;
+        std::function<void()> arrange;
+    };
+    const auto link = [this](const QString &target) {
+        return [this, target] { QFile::link(target, destination()); };
+    };
+    const Case cases[] = {{"a file", [this] { tx::test::writeFile(destination(), "text"); }},
+                          {"a link to an application", link(kept)},
+                          {"a link without a target", link(u"/nonexistent"_s)},
+                          {"another one, with the same name in the Trash", link(u"/nonexistent"_s)},
+                          {"a link to itself", link(destination())}};
+    qsizetype trashed = 0;
+    for (const Case &c : cases) {
+        if (trashed > 0)
+            QFile::rename(destination(), source);
+        c.arrange();
+        EXPECT_EQ(move(), 1) << c.what;
+        EXPECT_EQ(treeOf(destination()), content) << c.what;
+        trashed += 2; // what stood there, and the old copy
+        EXPECT_EQ(namesIn(path(u"home/.local/share/Trash/files"_s)).size(), trashed) << c.what;
+        EXPECT_EQ(namesIn(path(u"home/.local/share/Trash/info"_s)).size(), trashed) << c.what;
+    }
+    EXPECT_TRUE(tx::test::readFile(path(u"home/.local/share/Trash/info/Host.app.2.trashinfo"_s))
+                    .contains("Path=" + QFile::encodeName(source) + '\n'));
+    EXPECT_TRUE(QFileInfo::exists(kept)) << "links are not followed";
+}
+
+TEST_F(MoverFault, FullDiskLosesNothing) {
+    const bool mounted = geteuid() == 0 && mount("tmpfs", QFile::encodeName(local).constData(), "tmpfs", 0,
+                                                 "size=256k,mode=0755") == 0;
+    if (!mounted)
+        GTEST_SKIP() << "this user may not mount; AppMover.FailureLeavesEverythingAsItWas lets the copy fail";
+    tx::test::writeFile(source + u"/Contents/Resources/large"_s, QByteArray(1 << 20, 'x'));
+    const QStringList content = treeOf(source);
+    tx::test::makeBundle(destination(), {.build = u"7"_s});
+    const QStringList older = treeOf(destination());
+    EXPECT_EQ(move(), -1);
+    EXPECT_EQ(treeOf(source), content);
+    EXPECT_EQ(treeOf(destination()), older);
+    EXPECT_EQ(namesIn(local), QStringList{u"Host.app"_s});
+    EXPECT_EQ(umount2(QFile::encodeName(local).constData(), MNT_DETACH), 0);
+    EXPECT_EQ(exits, 0);
 }
 
 TEST_F(MoverFault, WithoutPkexecAnAdministratorsFolderIsAFailure) {

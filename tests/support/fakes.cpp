@@ -96,6 +96,11 @@ TXError FaultFileSystem::copy(const QString &from, const QString &to) {
         return error;
     return m_before->copy(from, to);
 }
+TXError FaultFileSystem::linkOrCopy(const QString &from, const QString &to) {
+    if (TXError error = failure(u"copy"_s, to))
+        return error;
+    return m_before->linkOrCopy(from, to);
+}
 TXError FaultFileSystem::move(const QString &from, const QString &to) {
     if (TXError error = failure(u"move"_s, to))
         return error;
@@ -113,6 +118,11 @@ Result<std::unique_ptr<OutputFile>> FaultFileSystem::create(const QString &path)
     if (!file)
         return file;
     return std::unique_ptr<OutputFile>(new LimitedFile(std::move(*file), spaceLeft, path));
+}
+TXError FaultFileSystem::writeNewFile(const QString &path, QByteArrayView content) {
+    if (TXError error = failure(u"create"_s, path))
+        return error;
+    return m_before->writeNewFile(path, content);
 }
 TXError FaultFileSystem::replaceFile(const QString &path, QByteArrayView content, int mode) {
     if (TXError error = failure(u"replaceFile"_s, path))

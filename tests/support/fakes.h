@@ -36,9 +36,11 @@ public:
     TXError checkPrivateDirectory(const QString &path) const override;
     TXError remove(const QString &path) override;
     TXError copy(const QString &from, const QString &to) override;
+    TXError linkOrCopy(const QString &from, const QString &to) override;
     TXError move(const QString &from, const QString &to) override;
     TXError sync(const QString &path) override;
     Result<std::unique_ptr<OutputFile>> create(const QString &path) override;
+    TXError writeNewFile(const QString &path, QByteArrayView content) override;
     TXError replaceFile(const QString &path, QByteArrayView content, int mode) override;
     TXError removeExtendedAttribute(const QString &path, const QByteArray &name) override;
     Result<std::unique_ptr<FileLock>> lock(const QString &path) override;

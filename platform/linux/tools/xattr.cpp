@@ -40,10 +40,22 @@ bool list(const std::string &path, bool withPath) {
     return true;
 }
 
+/// Removing takes the file system's journal even where there is nothing to remove; asking does not.
+bool removeAttribute(const char *path, const char *name) {
+    return lgetxattr(path, name, nullptr, 0) >= 0 && lremovexattr(path, name) == 0;
+}
+
+bool hasNamespace(const std::string &name) {
+    for (const char *prefix : {"user.", "security.", "system.", "trusted."}) {
+        if (name.rfind(prefix, 0) == 0)
+            return true;
+    }
+    return false;
+}
+
 /// An attribute that is not there is no failure below a folder, as the caller did not name the entry.
 bool remove(const std::string &path, const std::string &name, bool named) {
-    if (lremovexattr(path.c_str(), name.c_str()) == 0 ||
-        lremovexattr(path.c_str(), ("user." + name).c_str()) == 0)
+    if (removeAttribute(path.c_str(), hasNamespace(name) ? name.c_str() : ("user." + name).c_str()))
         return true;
     if (!named && (errno == ENODATA || errno == ENOTSUP || errno == EPERM))
         return true;

@@ -1,0 +1,130 @@
+// SPDX-License-Identifier: MIT
+// By the desktops' common rules: a Trash is a folder with "files" and "info"; an entry's info file, made
+// first, reserves its name. Qt's own Trash loses the entry, or never returns, when something stands in the
+// way.
+#include "platform/linux/trash.h"
+
+#include "platform/filesystem.h"
+#include "platform/posixerror.h"
+#include "platform/services.h"
+
+#include <QDateTime>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QStandardPaths>
+#include <QStorageInfo>
+#include <QUrl>
+
+#include <cerrno>
+#include <sys/stat.h>
+#include <unistd.h>
+
+using namespace Qt::StringLiterals;
+
+namespace tx {
+
+namespace {
+
+/// A folder for trashed entries, made when it is not there; what was made goes again unless it is kept.
+class Trash {
+public:
+    /// `topFolder`: the volume's, to which the paths in the info files are relative; null for the home's
+    /// Trash.
+    Trash(const QString &folder, const QString &topFolder)
+        : m_folder(folder)
+        , m_topFolder(topFolder) {}
+    ~Trash() {
+        while (!m_made.isEmpty())
+            (void)services().fileSystem->remove(m_made.takeLast());
+    }
+    Q_DISABLE_COPY_MOVE(Trash)
+
+    Result<QString> take(const QString &path) {
+        for (const QString &folder : {m_folder, m_folder + u"/files"_s, m_folder + u"/info"_s}) {
+            if (const TXError error = makeFolder(folder))
+                return error;
+        }
+        const QString name = path.section(u'/', -1);
+        for (int copy = 1;; ++copy) {
+            const QString unique = copy == 1 ? name : name + u'.' + QString::number(copy);
+            if (services().fileSystem->exists(m_folder + u"/files/"_s + unique))
+                continue;
+            const QString info = m_folder + u"/info/"_s + unique + u".trashinfo"_s;
+            const TXError reserved = services().fileSystem->writeNewFile(info, infoAbout(path));
+            if (reserved && reserved.code() == EEXIST)
+                continue;
+            if (reserved)
+                return reserved;
+            m_made.append(info);
+            if (const TXError error = services().fileSystem->move(path, m_folder + u"/files/"_s + unique))
+                return error;
+            m_made.clear();
+            return m_folder + u"/files/"_s + unique;
+        }
+    }
+
+private:
+    TXError makeFolder(const QString &folder) {
+        const bool stands = services().fileSystem->exists(folder);
+        if (const TXError error = services().fileSystem->createDirectory(folder, true))
+            return error;
+        if (!stands)
+            m_made.append(folder);
+        return services().fileSystem->checkPrivateDirectory(folder);
+    }
+    QByteArray infoAbout(const QString &path) const {
+        const QString written = m_topFolder.isNull() ? path : path.mid(m_topFolder.size());
+        return "[Trash Info]\nPath=" + QUrl::toPercentEncoding(written, "/") + "\nDeletionDate=" +
+               services().now().toLocalTime().toString(u"yyyy-MM-ddThh:mm:ss"_s).toLatin1() + '\n';
+    }
+
+    QString m_folder;
+    QString m_topFolder;
+    QStringList m_made;
+};
+
+std::optional<dev_t> deviceOf(const QString &path) {
+    struct stat info {};
+    if (lstat(QFile::encodeName(path).constData(), &info) != 0)
+        return std::nullopt;
+    return info.st_dev;
+}
+
+/// The Trash of a volume: in the shared folder that an administrator made (sticky, and no link), else at the
+/// top.
+QString trashOfVolume(const QString &top) {
+    const QString shared = top + u".Trash"_s;
+    const QString user = QString::number(getuid());
+    struct stat info {};
+    if (lstat(QFile::encodeName(shared).constData(), &info) == 0 && S_ISDIR(info.st_mode) &&
+        (info.st_mode & S_ISVTX) != 0)
+        return shared + u'/' + user;
+    return top + u".Trash-"_s + user;
+}
+
+} // namespace
+
+Result<QString> moveToTrash(const QString &entry) {
+    if (!services().fileSystem->exists(entry))
+        return posixError(ENOENT, u"Cannot move to the Trash:"_s, entry);
+    const QString path = QFileInfo(entry).absoluteFilePath();
+    const QString data = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation);
+    if (!QDir::isAbsolutePath(data))
+        return posixError(ENOENT, u"There is no Trash for"_s, path);
+    if (const TXError error = services().fileSystem->createDirectory(data, true))
+        return error;
+    const QString parent = QFileInfo(path).path();
+    if (deviceOf(parent) != deviceOf(data)) {
+        QString top = QStorageInfo(parent).rootPath();
+        if (!top.endsWith(u'/'))
+            top += u'/';
+        if (path.startsWith(top)) {
+            if (Result<QString> trashed = Trash(trashOfVolume(top), top).take(path))
+                return trashed;
+        }
+    }
+    return Trash(data + u"/Trash"_s, {}).take(path);
+}
+
+} // namespace tx
