@@ -5,6 +5,8 @@
 
 #include <functional>
 
+class QWidget;
+
 namespace tx {
 
 /// A question or message in a window of its own.
@@ -13,6 +15,7 @@ struct Alert {
     QString informative;         ///< the explanation below it
     QStringList buttons;         ///< the first one is the default; without any the desktop's own
     QString suppressionText;     ///< of a box to tick below the text; none when null
+    bool critical = false;       ///< something is wrong
     bool bringsToFront = false;  ///< above the windows of other applications
     int answerWithoutWindow = 0; ///< the button that counts in a program without windows
     bool *suppressed = nullptr;  ///< told whether the box was ticked
@@ -20,6 +23,11 @@ struct Alert {
 
 /// Shows an alert modally and answers the index of the chosen button. Thread: main.
 using AlertPresenter = std::function<int(const Alert &)>;
+
+/// Shows an alert as a sheet of a window and returns at once; the handler is told the index of the button,
+/// unless the window goes away first. Thread: main.
+using SheetPresenter =
+    std::function<void(const Alert &alert, QWidget *parent, const std::function<void(int)> &handler)>;
 
 /// The presenter for a program without windows: writes the texts to the log and answers the alert's own
 /// answer.

@@ -32,6 +32,9 @@ Services &services() {
         &nativeAuthorization(),
         &nativeUrlLoader(),
         presentAlertInLog,
+        [](const Alert &alert, QWidget *, const std::function<void(int)> &handler) {
+            handler(presentAlertInLog(alert));
+        },
         volumeInfo,
         mountFlagsAreReadOnly,
         aliasFileTarget,
@@ -44,6 +47,8 @@ Services &services() {
         systemControlText,
         systemProfilerPath,
         std::chrono::seconds(10),
+        std::chrono::seconds(1),
+        std::chrono::seconds(5),
         [](int status) {
             nativeUrlLoader().stop();
             std::exit(status);

@@ -35,6 +35,7 @@ struct Services {
     Authorization *authorization;
     UrlLoader *urlLoader;
     AlertPresenter presentAlert;
+    SheetPresenter presentSheet;
     /// Facts about the volume that holds a path, and the mount flags' read-only bit for when there are none.
     std::function<std::optional<VolumeInfo>(const QString &path)> volumeInfo;
     std::function<bool(const QString &path)> mountFlagsAreReadOnly;
@@ -54,6 +55,9 @@ struct Services {
     std::function<QString()> systemProfilerPath;
     /// How long it may take before it is ended.
     std::chrono::milliseconds systemProfilerTime;
+    /// How long a visible check shows that it runs, and how long after its start an application checks first.
+    std::chrono::milliseconds checkingPause;
+    std::chrono::milliseconds firstCheckDelay;
     /// Ends the process.
     std::function<void(int status)> exitProcess;
     std::function<QDateTime()> now;

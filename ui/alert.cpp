@@ -1,42 +1,107 @@
 // SPDX-License-Identifier: MIT
 #include "ui/alert.h"
 
+#include "platform/localization.h"
 #include "platform/services.h"
+#include "ui/appearance.h"
 
 #include <QApplication>
 #include <QCheckBox>
 #include <QFontDatabase>
 #include <QMessageBox>
+#include <QPointer>
 #include <QPushButton>
 
+using namespace Qt::StringLiterals;
+
 namespace tx {
+
+namespace {
+
+/// The box of an alert, and what its buttons stand for.
+struct Box {
+    explicit Box(const Alert &alert)
+        : box(new QMessageBox(alert.critical ? QMessageBox::Critical : QMessageBox::Information,
+                              QGuiApplication::applicationDisplayName(), alert.message)) {
+        // The texts are what they are, not markup.
+        box->setTextFormat(Qt::PlainText);
+        box->setInformativeText(alert.informative.toHtmlEscaped().replace(u'\n', u"<br>"_s));
+        for (const QString &text : alert.buttons) {
+            const auto role = buttons.isEmpty() ? QMessageBox::AcceptRole : QMessageBox::RejectRole;
+            auto *button = box->addButton(QString(), role);
+            setButtonTitle(button, text);
+            buttons.append(button);
+        }
+        if (!buttons.isEmpty()) {
+            box->setDefaultButton(buttons.first());
+            box->setEscapeButton(buttons.last());
+        }
+        if (!alert.suppressionText.isNull()) {
+            suppression = new QCheckBox(alert.suppressionText, box);
+            suppression->setFont(QFontDatabase::systemFont(QFontDatabase::SmallestReadableFont));
+            box->setCheckBox(suppression);
+        }
+    }
+    [[nodiscard]] int answer() const {
+        return std::max(0,
+                        static_cast<int>(buttons.indexOf(qobject_cast<QPushButton *>(box->clickedButton()))));
+    }
+
+    QMessageBox *box;
+    QList<QPushButton *> buttons;
+    QCheckBox *suppression = nullptr;
+};
+
+} // namespace
 
 int presentAlertInWindow(const Alert &alert) {
     if (!qobject_cast<QApplication *>(QCoreApplication::instance()))
         return presentAlertInLog(alert);
-    QMessageBox box(QMessageBox::Information, QGuiApplication::applicationDisplayName(), alert.message);
-    box.setInformativeText(alert.informative);
-    QList<QPushButton *> buttons;
-    for (const QString &text : alert.buttons)
-        buttons.append(
-            box.addButton(text, buttons.isEmpty() ? QMessageBox::AcceptRole : QMessageBox::RejectRole));
-    if (!buttons.isEmpty())
-        box.setDefaultButton(buttons.first());
-    QCheckBox *suppression = nullptr;
-    if (!alert.suppressionText.isNull()) {
-        suppression = new QCheckBox(alert.suppressionText, &box);
-        suppression->setFont(QFontDatabase::systemFont(QFontDatabase::SmallestReadableFont));
-        box.setCheckBox(suppression);
-    }
+    const Box made(alert);
+    const QPointer<QMessageBox> alive(made.box);
     if (alert.bringsToFront) {
-        box.show();
-        box.raise();
-        box.activateWindow();
+        made.box->show();
+        made.box->raise();
+        made.box->activateWindow();
     }
-    box.exec();
-    if (suppression && alert.suppressed)
-        *alert.suppressed = suppression->isChecked();
-    return std::max(0, static_cast<int>(buttons.indexOf(qobject_cast<QPushButton *>(box.clickedButton()))));
+    made.box->exec();
+    if (!alive)
+        return alert.answerWithoutWindow;
+    const int answer = made.answer();
+    if (made.suppression && alert.suppressed)
+        *alert.suppressed = made.suppression->isChecked();
+    delete made.box;
+    return answer;
+}
+
+void presentAlertAsSheet(const Alert &alert, QWidget *parent, const std::function<void(int)> &handler) {
+    const Box made(alert);
+    made.box->setAttribute(Qt::WA_DeleteOnClose);
+    QObject::connect(made.box, &QDialog::finished, made.box, [made, handler](int) {
+        if (handler)
+            handler(made.answer());
+    });
+    // A sheet does not outlive its window.
+    QObject::connect(parent, &QObject::destroyed, made.box, &QObject::deleteLater);
+    made.box->adjustSize();
+    attachSheet(made.box, parent);
+    made.box->show();
+}
+
+void presentError(const TXError &error) {
+    QString message = error.localizedDescription();
+    if (message.isEmpty())
+        message = localizedFormat(u"The operation could not be completed. (%@ error %@.)"_s,
+                                  {error.domain(), QString::number(error.code())});
+    QStringList informative;
+    for (const QString &text : {error.localizedFailureReason(), error.localizedRecoverySuggestion()}) {
+        if (!text.isEmpty() && text != message)
+            informative << text;
+    }
+    (void)services().presentAlert({.message = message,
+                                   .informative = informative.join(u"\n\n"_s),
+                                   .buttons = {localizedString(u"OK"_s)},
+                                   .critical = true});
 }
 
 namespace {
@@ -45,6 +110,7 @@ namespace {
 /// user interface keeps the log.
 const bool registered = [] {
     services().presentAlert = presentAlertInWindow;
+    services().presentSheet = presentAlertAsSheet;
     return true;
 }();
 

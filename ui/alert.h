@@ -3,10 +3,16 @@
 
 #include "platform/alert.h"
 
+#include <TarvixUpdate/TXError.h>
+
 namespace tx {
 
 /// Shows an alert in a window of its own when the application has windows at all, else in the log. Thread:
 /// main.
 int presentAlertInWindow(const Alert &alert);
+/// Shows it as a sheet of `parent`.
+void presentAlertAsSheet(const Alert &alert, QWidget *parent, const std::function<void(int)> &handler);
+/// Tells the user of an error, modally.
+void presentError(const TXError &error);
 
 } // namespace tx

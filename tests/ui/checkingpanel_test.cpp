@@ -1,0 +1,154 @@
+// SPDX-License-Identifier: MIT
+#include "tests/ui/uitest.h"
+#include "ui/appearance.h"
+#include "ui/modalsession.h"
+
+#include <TarvixUpdate/TXUpdateCheckingPanel.h>
+
+#include <QProgressBar>
+#include <QPushButton>
+#include <QTest>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+class CheckingPanel : public tx::test::UiTest {
+protected:
+    std::unique_ptr<TXUpdateCheckingPanel> panel = TXUpdateCheckingPanel::updateCheckingPanel();
+    QLabel *titleField = outlet(panel.get(), "titleField");
+    QLabel *messageField = outlet(panel.get(), "messageField");
+    QPushButton *button = outlet<QPushButton>(panel.get(), "button");
+    QProgressBar *progress = outlet<QProgressBar>(panel.get(), "progressIndicator");
+
+    CheckingPanel() { QGuiApplication::setApplicationDisplayName(u"Running Name"_s); }
+    ~CheckingPanel() override { QGuiApplication::setApplicationDisplayName({}); }
+};
+
+TEST_F(CheckingPanel, IsAPlainTitledPanel) {
+    ASSERT_TRUE(panel);
+    EXPECT_TRUE(panel->windowTitle().isEmpty());
+    EXPECT_FALSE(panel->windowFlags() &
+                 (Qt::WindowCloseButtonHint | Qt::WindowMinimizeButtonHint | Qt::WindowMaximizeButtonHint));
+    EXPECT_EQ(panel->minimumSize(), panel->size());
+    auto *content = outlet<TXUpdateCheckingPanelContentView>(panel.get(), "theContentView");
+    ASSERT_TRUE(content);
+    EXPECT_EQ(content->size(), QSize(400, 150));
+}
+
+TEST_F(CheckingPanel, RunsInItsCheckingState) {
+    bool seen = false;
+    inModalSession([&] {
+        seen = true;
+        EXPECT_TRUE(panel->isVisible());
+        EXPECT_TRUE(panel->isModal());
+        EXPECT_EQ(titleField->text(), u"Checking for update\u2026"_s);
+        EXPECT_EQ(tx::buttonTitle(button), u"Cancel"_s);
+        EXPECT_FALSE(messageField->isVisible());
+        EXPECT_TRUE(progress->isVisible());
+        EXPECT_EQ(progress->maximum(), 0) << "it spins";
+        panel->close();
+    });
+    EXPECT_EQ(panel->runModal(), 1);
+    EXPECT_TRUE(seen);
+    EXPECT_FALSE(panel->isVisible());
+}
+
+TEST_F(CheckingPanel, EveryWayOutEndsTheSession) {
+    struct Case {
+        const char *what;
+        std::function<void()> act;
+        int code;
+    };
+    const Case cases[] = {
+        {"close", [this] { panel->close(); }, 1},
+        {"cancel", [this] { panel->cancel(); }, 0},
+        {"the button", [this] { QTest::mouseClick(button, Qt::LeftButton); }, 0},
+        {"Escape", [this] { QTest::keyClick(panel.get(), Qt::Key_Escape); }, 0},
+        {"the window's own way", [this] { panel->QDialog::close(); }, 0},
+        {"the application quits", [] { QCoreApplication::quit(); }, 0},
+    };
+    for (const Case &c : cases) {
+        inApplication([&] {
+            inModalSession(c.act);
+            EXPECT_EQ(panel->runModal(), c.code) << c.what;
+            EXPECT_FALSE(panel->isVisible()) << c.what;
+        });
+    }
+}
+
+TEST_F(CheckingPanel, ThatIsNotRunningLeavesOtherSessionsAlone) {
+    panel->close();
+    panel->cancel();
+    QDialog other;
+    bool stopped = false;
+    inModalSession([&] {
+        panel->close();
+        panel->cancel();
+        QTimer::singleShot(0, &other, [&] {
+            stopped = true;
+            tx::stopModalOfWindow(&other, 7);
+        });
+    });
+    EXPECT_EQ(tx::runModalForWindow(&other), 7);
+    EXPECT_TRUE(stopped);
+}
+
+TEST_F(CheckingPanel, UpToDateWaitsForOk) {
+    inModalSession([&] {
+        panel->showUpToDate();
+        EXPECT_EQ(titleField->text(), u"Running Name is up to date."_s);
+        EXPECT_EQ(messageField->text(), u"You are running the latest version of Running Name."_s);
+        EXPECT_TRUE(messageField->isVisible());
+        EXPECT_EQ(tx::buttonTitle(button), u"OK"_s);
+        EXPECT_TRUE(button->isDefault());
+        EXPECT_FALSE(progress->isVisible());
+        EXPECT_NE(progress->maximum(), 0) << "it stands still";
+        QTimer::singleShot(0, panel.get(), [&] {
+            EXPECT_TRUE(tx::isModalWindow(panel.get())) << "the session goes on";
+            QTest::keyClick(panel.get(), Qt::Key_Return);
+        });
+    });
+    EXPECT_EQ(panel->runModal(), 0);
+    inModalSession([&] {
+        EXPECT_EQ(tx::buttonTitle(button), u"Cancel"_s) << "the next check begins anew";
+        EXPECT_FALSE(button->isDefault());
+        panel->close();
+    });
+    EXPECT_EQ(panel->runModal(), 1);
+}
+
+TEST_F(CheckingPanel, FollowsTheAppearance) {
+    EXPECT_EQ(panel->palette().color(QPalette::Window), QColor(Qt::white));
+    beDark(true);
+    EXPECT_EQ(panel->palette().color(QPalette::Window), QApplication::palette().color(QPalette::Window));
+    beDark(false);
+    EXPECT_EQ(panel->palette().color(QPalette::Window), QColor(Qt::white));
+}
+
+TEST_F(CheckingPanel, MissingOrBrokenInterfaceFileMakesNoPanel) {
+    for (const QByteArray &content : {QByteArray(), QByteArray("<ui version=\"4.0\"><widget")}) {
+        replaceResource(u"TXUpdateCheckingPanel.ui"_s, content);
+        EXPECT_FALSE(TXUpdateCheckingPanel::updateCheckingPanel());
+        EXPECT_EQ(logLines().last(), u"Could not load TXUpdateCheckingPanel nib"_s);
+    }
+    EXPECT_TRUE(alerts.isEmpty());
+    EXPECT_TRUE(exits.isEmpty());
+}
+
+TEST_F(CheckingPanel, InterfaceOfAnotherVersionEndsTheApplication) {
+    replaceResource(u"TXUpdateCheckingPanel.ui"_s,
+                    "<ui version=\"4.0\"><class>x</class><widget class=\"QWidget\" name=\"x\"/></ui>");
+    EXPECT_FALSE(TXUpdateCheckingPanel::updateCheckingPanel());
+    EXPECT_EQ(logLines().last(),
+              u"Could not load TXUpdateCheckingPanel nib because it threw the exception: The "
+              "interface file has no titleField"_s);
+    ASSERT_EQ(alerts.size(), 1);
+    EXPECT_EQ(alerts[0].message,
+              u"A problem in macOS was encountered which requires you to move this application."_s);
+    EXPECT_EQ(alerts[0].informative,
+              u"Quit the application and move it into your Applications folder before relaunching."_s);
+    EXPECT_EQ(exits, QList<int>{0});
+}
+
+} // namespace

@@ -1,0 +1,479 @@
+// SPDX-License-Identifier: MIT
+#include "platform/urlloading.h"
+#include "platform/userdefaults.h"
+#include "platform/volumes.h"
+#include "tests/support/feedserver.h"
+#include "tests/ui/uitest.h"
+
+#include <TarvixUpdate/TXStandardUpdateController.h>
+#include <TarvixUpdate/TXUpdateCheckingPanel.h>
+#include <TarvixUpdate/TXUpdateHost.h>
+#include <TarvixUpdate/TXUpdatePanel.h>
+
+#include <QPushButton>
+#include <QTest>
+
+using namespace Qt::StringLiterals;
+using tx::test::FeedServer;
+using tx::test::HttpReply;
+using tx::test::waitUntil;
+
+namespace {
+
+class Delegate : public TXStandardUpdateControllerDelegate {
+public:
+    int refreshes = 0;
+    QList<unsigned> statuses;
+    std::optional<TXUpdateCurrentConditions> conditions;
+    QWidget *parent = nullptr;
+    bool implements = false;
+    QVariantMap parameters;
+    int backgroundChecks = 0;
+
+    void updateInterfaceForUpdateControllerStatus(TXStandardUpdateController *controller) override {
+        ++refreshes;
+        statuses << controller->status();
+    }
+    std::optional<TXUpdateCurrentConditions>
+    currentConditionsForUpdating(TXStandardUpdateController *) override {
+        return conditions;
+    }
+    QWidget *sheetParentWindowForUpdater(TXStandardUpdateController *) override { return parent; }
+    bool implementsFeedParametersForUpdater() const override { return implements; }
+    QVariantMap feedParametersForUpdating(TXStandardUpdateController *) override { return parameters; }
+    void updaterDidCheckForUpdates(TXStandardUpdateController *) override { ++backgroundChecks; }
+};
+
+const QByteArray newer =
+    R"({"type":"build","title":"New","build":"1043","version":"2.1","date":"2026-11-01 10:00:00",
+    "downloadURL":"http://127.0.0.1:1/a.zip"})";
+const QByteArray older = R"({"type":"build","title":"Old","build":"9","version":"0.9"})";
+
+QByteArray post(const QByteArray &title, const QByteArray &more = {}) {
+    return R"({"type":"post","title":")" + title + R"(","postURL":"http://127.0.0.1:1/)" + title +
+           R"(","date":"2026-11-01 10:00:00")" + more + '}';
+}
+
+class StandardController : public tx::test::UiTest {
+protected:
+    FeedServer server;
+    Delegate delegate;
+    std::unique_ptr<TXStandardUpdateController> controller;
+
+    StandardController() {
+        becomeHost(u"1042"_s, u"2.0"_s);
+        QCoreApplication::setApplicationName(u"Process"_s);
+        setNow(QDateTime(QDate(2026, 11, 5), QTime(12, 0), Qt::UTC));
+        tx::services().volumeInfo = [](const QString &) { return std::optional<tx::VolumeInfo>(); };
+        tx::services().mountFlagsAreReadOnly = [](const QString &) { return false; };
+        // Posts open in the browser here; their window has tests of its own.
+        replaceResource(u"TXUpdateWebView.so"_s, {});
+        makeController();
+    }
+    void makeController() {
+        controller = std::make_unique<TXStandardUpdateController>();
+        controller->setDelegate(&delegate);
+        TXUpdater::sharedUpdater()->setFeedURL(QUrl(server.url(u"/feed.json"_s)));
+    }
+    /// setup() without the check that follows it.
+    void setUp() {
+        tx::services().firstCheckDelay = std::chrono::hours(1);
+        controller->setup();
+        TXUpdater::sharedUpdater()->setSendsSystemProfile(false);
+    }
+    void expectFeed(const QList<QByteArray> &entries, const QByteArray &track = "release") {
+        server.expect("GET", "/feed.json",
+                      HttpReply::json("{\"" + track + "\":[" + entries.join(',') + "]}"));
+    }
+    TXUpdateFeedPtr fetch(const QList<QByteArray> &entries, const QByteArray &track = "release") {
+        expectFeed(entries, track);
+        TXUpdateFeedPtr result;
+        TXUpdater::sharedUpdater()->checkForUpdate(
+            [&](const TXUpdateFeedPtr &feed, const TXError &) { result = feed; });
+        EXPECT_TRUE(waitUntil([&] { return result != nullptr; }));
+        return result;
+    }
+    template <typename T>
+    static T *shown() {
+        for (QWidget *widget : QApplication::topLevelWidgets()) {
+            if (auto *window = qobject_cast<T *>(widget); window && window->isVisible())
+                return window;
+        }
+        return nullptr;
+    }
+    /// Checks and waits until the check is over.
+    void check(bool showChecking, bool showUpdate) {
+        controller->checkForUpdateAndShowChecking(showChecking, showUpdate);
+        EXPECT_TRUE(waitUntil([&] { return (controller->status() & 2U) == 0; }));
+        tx::test::drainEvents();
+    }
+    void beOnReadOnlyVolume() {
+        tx::services().volumeInfo = [](const QString &) {
+            return tx::VolumeInfo{.rootPath = u"/media/My Disk"_s, .isReadOnly = true};
+        };
+    }
+};
+
+TEST_F(StandardController, SetupSwitchesCheckingOnAndChecksQuietly) {
+    server.always([](const tx::test::HttpRequest &) { return HttpReply::json("{\"release\":[]}"); });
+    controller->setup();
+    TXUpdater *updater = TXUpdater::sharedUpdater();
+    EXPECT_EQ(updater->delegate(), controller.get());
+    EXPECT_TRUE(updater->automaticallyChecksForUpdates());
+    EXPECT_EQ(updater->updateCheckInterval(), 86400);
+    EXPECT_TRUE(updater->sendsSystemProfile());
+    EXPECT_TRUE(controller->feed() == nullptr);
+    // The profile goes along with this first check.
+    ASSERT_TRUE(waitUntil([&] { return controller->feed() != nullptr; }));
+    EXPECT_EQ(server.requests().first().method, QByteArray("POST"));
+    EXPECT_FALSE(shown<TXUpdateCheckingPanel>());
+}
+
+TEST_F(StandardController, StatusTellsOfAPlaceThatCannotBeUpdated) {
+    EXPECT_EQ(controller->status(), 0U);
+    beOnReadOnlyVolume();
+    makeController();
+    EXPECT_EQ(controller->status(), 1U);
+    controller->setup();
+    tx::test::drainEvents();
+    EXPECT_TRUE(alerts.isEmpty()) << "no check, so no complaint";
+    EXPECT_TRUE(server.requests().isEmpty());
+}
+
+TEST_F(StandardController, QuietCheckThatFindsNothingSaysNothing) {
+    setUp();
+    expectFeed({older});
+    check(false, true);
+    EXPECT_TRUE(controller->feed());
+    EXPECT_FALSE(controller->bestUpdate());
+    EXPECT_TRUE(alerts.isEmpty());
+    EXPECT_FALSE(shown<QDialog>());
+    EXPECT_TRUE(delegate.statuses.contains(2U));
+    EXPECT_EQ(delegate.statuses.last(), 0U);
+}
+
+TEST_F(StandardController, QuietCheckOffersWhatItFinds) {
+    setUp();
+    expectFeed({newer, older});
+    check(false, true);
+    auto *panel = shown<TXUpdatePanel>();
+    ASSERT_TRUE(panel);
+    EXPECT_EQ(panel->designatedUpdate(), controller->bestUpdate());
+    EXPECT_EQ(panel->updates().size(), 1) << "what applies of the whole feed";
+    EXPECT_TRUE(panel->allowsDownloadingInBackground());
+    controller->showBestUpdateInPanel();
+    EXPECT_EQ(shown<TXUpdatePanel>(), panel) << "brought to the front";
+    panel->closeWithCode(0);
+    tx::test::drainEvents();
+    controller->showBestUpdateInPanel();
+    EXPECT_NE(shown<TXUpdatePanel>(), nullptr) << "a fresh one";
+    shown<TXUpdatePanel>()->closeWithCode(0);
+    EXPECT_TRUE(logLines().contains(u"Recommended update is: 1043"_s));
+    EXPECT_FALSE(logLines().filter(u"bestUpdate is 1043 (2026-11-01"_s).isEmpty());
+}
+
+TEST_F(StandardController, WithoutShowingTheUpdateOnlyTheStatusChanges) {
+    setUp();
+    expectFeed({newer});
+    check(false, false);
+    EXPECT_TRUE(controller->bestUpdate());
+    EXPECT_FALSE(shown<TXUpdatePanel>());
+    expectFeed({older});
+    inModalSession([] {});
+    check(true, false);
+    EXPECT_FALSE(shown<QDialog>()) << "the checking panel closes without a word";
+    EXPECT_TRUE(alerts.isEmpty());
+}
+
+TEST_F(StandardController, VisibleCheckTurnsIntoUpToDate) {
+    setUp();
+    expectFeed({older});
+    QTimer timer;
+    QString text;
+    QObject::connect(&timer, &QTimer::timeout, &timer, [&] {
+        auto *panel = shown<TXUpdateCheckingPanel>();
+        if (!panel || !outlet(panel, "messageField")->isVisible())
+            return;
+        text = outlet(panel, "messageField")->text();
+        panel->cancel();
+    });
+    timer.start(5);
+    controller->checkForUpdateAndShowChecking(true, true);
+    EXPECT_TRUE(text.startsWith(u"You are running the latest version of "_s)) << text.toStdString();
+    EXPECT_TRUE(alerts.isEmpty());
+}
+
+TEST_F(StandardController, VisibleCheckLastsItsPause) {
+    setUp();
+    tx::services().checkingPause = std::chrono::milliseconds(300);
+    expectFeed({newer});
+    QElapsedTimer timer;
+    timer.start();
+    controller->checkForUpdateAndShowChecking(true, true);
+    EXPECT_GE(timer.elapsed(), 300);
+    ASSERT_TRUE(shown<TXUpdatePanel>());
+    EXPECT_FALSE(shown<TXUpdateCheckingPanel>());
+    shown<TXUpdatePanel>()->closeWithCode(0);
+}
+
+TEST_F(StandardController, WithoutItsPanelAVisibleCheckAnswersInAnAlert) {
+    // Not set up: there is no checking panel.
+    expectFeed({older});
+    check(true, true);
+    ASSERT_EQ(alerts.size(), 1);
+    EXPECT_EQ(alerts[0].message, u"Process is up to date!"_s);
+    EXPECT_EQ(alerts[0].informative, u"You are running the latest version of Process."_s);
+    EXPECT_TRUE(alerts[0].buttons.isEmpty()) << "the desktop's own";
+    QWidget window;
+    delegate.parent = &window;
+    expectFeed({older});
+    check(true, true);
+    EXPECT_EQ(alerts.size(), 2) << "a window that is not visible takes no sheet";
+    window.show();
+    expectFeed({older}, "beta");
+    check(true, true);
+    EXPECT_EQ(alerts.size(), 2);
+    ASSERT_EQ(sheets.size(), 1) << "and a feed without the track says the same";
+    EXPECT_EQ(sheets[0].parent, &window);
+    sheets[0].handler(0);
+}
+
+TEST_F(StandardController, SecondVisibleCheckDoesNotRunThePanelTwice) {
+    setUp();
+    HttpReply slow = HttpReply::json("{\"release\":[");
+    slow.announcedLength = 1000;
+    slow.stalls = true;
+    server.expect("GET", "/feed.json", slow);
+    inModalSession([&] {
+        auto *panel = shown<TXUpdateCheckingPanel>();
+        ASSERT_TRUE(panel);
+        controller->checkForUpdateAndShowChecking(true, true);
+        EXPECT_TRUE(panel->isVisible()) << "that call returned at once";
+        panel->cancel();
+    });
+    controller->checkForUpdateAndShowChecking(true, true);
+    ASSERT_TRUE(waitUntil([&] { return !server.requests().isEmpty(); }));
+    EXPECT_EQ(server.requests().size(), 1);
+}
+
+TEST_F(StandardController, QuietChecksNeverReportErrors) {
+    server.expect("GET", "/feed.json", {.status = 500});
+    check(false, true);
+    EXPECT_TRUE(alerts.isEmpty());
+    server.expect("GET", "/feed.json", {.status = 500});
+    check(true, true);
+    ASSERT_EQ(alerts.size(), 1) << "visible ones do";
+    EXPECT_TRUE(alerts[0].critical);
+}
+
+TEST_F(StandardController, OfflineErrorsHaveTheirOwnWords) {
+    struct Case {
+        QString domain;
+        int code;
+        bool replaced;
+    };
+    for (const Case &c :
+         {Case{TXURLErrorDomain, tx::UrlErrorTimedOut, true},
+          Case{TXURLErrorDomain, tx::UrlErrorNotConnectedToInternet, true},
+          Case{TXURLErrorDomain, tx::UrlErrorCannotFindHost, false}, Case{u"TXUpdater"_s, -1009, false}}) {
+        alerts.clear();
+        controller->checkingDidReceiveError(TXError(c.domain, c.code, u"As it came"_s), true);
+        ASSERT_EQ(alerts.size(), 1);
+        if (c.replaced) {
+            EXPECT_EQ(alerts[0].message,
+                      u"Process cannot check for updates because you are not connected to the internet."_s);
+            EXPECT_EQ(alerts[0].informative,
+                      u"Check your connection and try again.\n\nYou can also download the "
+                      "latest version on the website."_s);
+        } else {
+            EXPECT_EQ(alerts[0].message, u"As it came"_s);
+        }
+        controller->checkingDidReceiveError(TXError(c.domain, c.code, u"As it came"_s), false);
+        EXPECT_EQ(alerts.size(), 1);
+    }
+}
+
+TEST_F(StandardController, EqualRecommendationLeavesTheBestUpdateAlone) {
+    controller->setFeed(fetch({newer}));
+    const TXUpdatePtr best = controller->bestUpdate();
+    ASSERT_TRUE(best);
+    controller->setFeed(fetch({newer}));
+    EXPECT_EQ(controller->bestUpdate(), best);
+    controller->setFeed(fetch({older}));
+    EXPECT_FALSE(controller->bestUpdate());
+    EXPECT_TRUE(controller->track());
+    controller->setFeed(fetch({newer}, "beta"));
+    EXPECT_FALSE(controller->track());
+}
+
+TEST_F(StandardController, AutomaticDownloadsTakeWhatCanBeTaken) {
+    struct Case {
+        const char *what;
+        std::function<void(TXUpdate &)> arrange;
+        bool downloads;
+    };
+    const Case cases[] = {
+        {"plain", [](TXUpdate &) {}, true},
+        {"downloaded", [](TXUpdate &u) { u.setDownloaded(true); }, false},
+        {"no file", [](TXUpdate &u) { u.setFileURL({}); }, false},
+        {"excluded", [](TXUpdate &u) { u.setExcludeFromAutoDownloading(true); }, false},
+    };
+    for (const bool automatically : {true, false}) {
+        TXUpdater::sharedUpdater()->setAutomaticallyDownloadsUpdates(automatically);
+        for (const Case &c : cases) {
+            const TXUpdatePtr update = makeUpdate(u"1043"_s, u"2.1"_s, server.url(u"/a.zip"_s));
+            c.arrange(*update);
+            if (automatically && c.downloads)
+                server.expect("GET", "/a.zip", HttpReply::file("zip"));
+            controller->setBestUpdate(update);
+            EXPECT_FALSE(update->isDownloading()) << "not before the next turn of the loop";
+            tx::test::drainEvents();
+            if (automatically && c.downloads)
+                EXPECT_TRUE(waitUntil([&] { return update->isDownloaded(); })) << c.what;
+            else
+                EXPECT_FALSE(update->isDownloading()) << c.what;
+        }
+    }
+    EXPECT_TRUE(alerts.isEmpty());
+}
+
+TEST_F(StandardController, FailedAutomaticDownloadIsTold) {
+    TXUpdater::sharedUpdater()->setAutomaticallyDownloadsUpdates(true);
+    server.expect("GET", "/a.zip", {.status = 404});
+    controller->setBestUpdate(makeUpdate(u"1043"_s, u"2.1"_s, server.url(u"/a.zip"_s)));
+    ASSERT_TRUE(waitUntil([&] { return !alerts.isEmpty(); }));
+    EXPECT_TRUE(alerts[0].critical);
+    TXUpdater::sharedUpdater()->setAutomaticallyDownloadsUpdates(false);
+}
+
+TEST_F(StandardController, ReadOnlyVolumeIsExplained) {
+    beOnReadOnlyVolume();
+    answer = 1;
+    controller->checkForUpdateAndShowChecking(true, true);
+    EXPECT_TRUE(server.requests().isEmpty()) << "no check is made";
+    ASSERT_EQ(alerts.size(), 1);
+    EXPECT_TRUE(alerts[0].critical);
+    EXPECT_EQ(alerts[0].message, u"Process is in a read-only volume and cannot be updated."_s);
+    EXPECT_EQ(
+        alerts[0].informative,
+        u"This copy of Process is in a read-only volume named \"My Disk\". Copy Process out of the read-only "
+        "volume into your Applications folder, and then relaunch Process from there."_s);
+    EXPECT_EQ(alerts[0].buttons, (QStringList{u"Move to Applications Folder"_s, u"Cancel"_s}));
+    tx::services().volumeInfo = [](const QString &) { return std::optional<tx::VolumeInfo>(); };
+    tx::services().mountFlagsAreReadOnly = [](const QString &) { return true; };
+    EXPECT_TRUE(controller->complainIfInReadOnlyVolume());
+    EXPECT_TRUE(alerts[1].informative.startsWith(u"This copy of Process is in a read-only volume. Copy"_s))
+        << "a volume without a name";
+}
+
+TEST_F(StandardController, ReadOnlyVolumeOffersTheMove) {
+    beOnReadOnlyVolume();
+    tx::services().folders.userApplications = [this] { return path(u"home/Apps"_s); };
+    tx::services().folders.localApplications = [] { return QString(); };
+    EXPECT_TRUE(controller->complainIfInReadOnlyVolume());
+    ASSERT_EQ(alerts.size(), 2) << "the first button moves, and this move fails";
+    EXPECT_EQ(alerts[1].message, u"Could not move to Applications folder."_s);
+    QWidget window;
+    window.show();
+    delegate.parent = &window;
+    EXPECT_TRUE(controller->complainIfInReadOnlyVolume());
+    ASSERT_EQ(sheets.size(), 1);
+    EXPECT_EQ(alerts.size(), 2);
+    sheets[0].handler(1);
+    EXPECT_EQ(alerts.size(), 2);
+    sheets[0].handler(0);
+    EXPECT_EQ(alerts.size(), 3);
+}
+
+TEST_F(StandardController, FeedParametersComeFromTheHost) {
+    delegate.parameters = {{u"edition"_s, u"pro"_s}};
+    EXPECT_TRUE(controller->feedParametersForUpdater(TXUpdater::sharedUpdater()).isEmpty())
+        << "not asked unless it says that it implements them";
+    delegate.implements = true;
+    EXPECT_EQ(controller->feedParametersForUpdater(TXUpdater::sharedUpdater()), delegate.parameters);
+    controller->setDelegate(nullptr);
+    EXPECT_TRUE(controller->feedParametersForUpdater(TXUpdater::sharedUpdater()).isEmpty());
+}
+
+TEST_F(StandardController, BackgroundCheckAppliesItsFeed) {
+    setUp();
+    expectFeed({newer});
+    TXUpdater::sharedUpdater()->autocheckForUpdate();
+    ASSERT_TRUE(waitUntil([&] { return delegate.backgroundChecks == 1; }));
+    EXPECT_TRUE(controller->bestUpdate());
+    EXPECT_FALSE(shown<TXUpdatePanel>());
+}
+
+TEST_F(StandardController, PostsAreShownOnceAndRecorded) {
+    controller->setFeed(fetch(
+        {post("a"), post("b"), post("q", R"(,"display":"atQuit")"), post("p", R"(,"display":"passive")")}));
+    ASSERT_TRUE(waitUntil([&] { return workspace.opened.size() == 2; }));
+    EXPECT_EQ(workspace.opened, (QStringList{u"http://127.0.0.1:1/a"_s, u"http://127.0.0.1:1/b"_s}));
+    EXPECT_FALSE(controller->displayPostsWithDisplayTime(TXUpdatePostDisplayTimeDefault)) << "handled";
+    EXPECT_TRUE(controller->hasPostsToShowAtQuit());
+    EXPECT_TRUE(controller->hasPostsToShowPassively());
+    EXPECT_TRUE(controller->showPostsPassively());
+    EXPECT_EQ(workspace.opened.last(), u"http://127.0.0.1:1/p"_s);
+    EXPECT_FALSE(controller->hasPostsToShowPassively());
+    EXPECT_FALSE(controller->showPostsPassively());
+    EXPECT_TRUE(controller->showPostsAtQuit());
+    EXPECT_EQ(workspace.opened.last(), u"http://127.0.0.1:1/q"_s);
+    EXPECT_FALSE(controller->showPostsAtQuit());
+}
+
+TEST_F(StandardController, PostsPassTheHostsConditions) {
+    const TXUpdateFeedPtr feed = fetch({post("first", R"(,"display":"passive","launch":"first")"),
+                                        post("any", R"(,"display":"passive","launch":"any")"),
+                                        post("none", R"(,"display":"passive")")});
+    controller->setFeed(feed);
+    const auto titles = [&] {
+        QStringList result;
+        for (const TXUpdatePostPtr &item : controller->postsWithDisplayTime(TXUpdatePostDisplayTimePassive))
+            result << item->title();
+        return result;
+    };
+    EXPECT_EQ(titles(), (QStringList{u"first"_s, u"any"_s, u"none"_s})) << "no conditions: all pass";
+    delegate.conditions = TXUpdateCurrentConditions{TXUpdateConditionLaunchNotFirst};
+    EXPECT_EQ(titles(), (QStringList{u"any"_s, u"none"_s}));
+    delegate.conditions = TXUpdateCurrentConditions{TXUpdateConditionLaunchFirst};
+    EXPECT_EQ(titles(), (QStringList{u"first"_s, u"any"_s}))
+        << "without a word a post waits for the second launch";
+}
+
+TEST_F(StandardController, PanelIsASheetOfTheHostsWindow) {
+    QWidget window;
+    window.show();
+    delegate.parent = &window;
+    controller->setFeed(fetch({newer}));
+    controller->showBestUpdateInPanel();
+    auto *panel = shown<TXUpdatePanel>();
+    ASSERT_TRUE(panel);
+    EXPECT_EQ(panel->windowHandle()->transientParent(), window.windowHandle());
+    panel->closeWithCode(0);
+}
+
+TEST_F(StandardController, MayGoWhileItChecks) {
+    HttpReply slow = HttpReply::json("{}");
+    slow.announcedLength = 100;
+    slow.stalls = true;
+    server.expect("GET", "/feed.json", slow);
+    controller->checkForUpdateAndShowChecking(false, true);
+    ASSERT_TRUE(waitUntil([&] { return !server.requests().isEmpty(); }));
+    controller.reset();
+    EXPECT_EQ(TXUpdater::sharedUpdater()->delegate(), nullptr);
+    tx::test::drainEvents();
+}
+
+TEST_F(StandardController, WithoutItsInterfaceFilesItGoesOn) {
+    replaceResource(u"TXUpdateCheckingPanel.ui"_s, {});
+    QFile::remove(path(u"resources/TXUpdatePanel.ui"_s));
+    QFile::remove(path(u"resources/TXUpdateCheckingPanel.ui"_s));
+    setUp();
+    expectFeed({newer});
+    check(true, true);
+    EXPECT_TRUE(controller->bestUpdate());
+    EXPECT_FALSE(shown<QDialog>());
+    EXPECT_TRUE(logLines().contains(u"Could not load TXUpdatePanel xib."_s));
+}
+
+} // namespace

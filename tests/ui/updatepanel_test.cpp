@@ -1,0 +1,517 @@
+// SPDX-License-Identifier: MIT
+#include "tests/support/feedserver.h"
+#include "tests/ui/uitest.h"
+#include "ui/appearance.h"
+#include "ui/versionrows.h"
+#include "ui/versionstable.h"
+
+#include <TarvixUpdate/TXUpdatePanel.h>
+#include <TarvixUpdate/TXUpdater.h>
+
+#include <QCloseEvent>
+#include <QProgressBar>
+#include <QPushButton>
+#include <QScrollBar>
+#include <QTest>
+#include <QTextBrowser>
+
+using namespace Qt::StringLiterals;
+using tx::test::FeedServer;
+using tx::test::waitUntil;
+
+namespace {
+
+class UpdatePanel : public tx::test::UiTest {
+protected:
+    std::shared_ptr<TXUpdatePanel> panel = TXUpdatePanel::panel();
+    QList<int> codes;
+    QList<TXUpdatePtr> updates;
+
+    UpdatePanel() { becomeHost(u"1042"_s, u"2.0"_s); }
+
+    [[nodiscard]] QLabel *label(const char *name) const { return outlet(panel.get(), name); }
+    [[nodiscard]] QPushButton *button(const char *name) const {
+        return outlet<QPushButton>(panel.get(), name);
+    }
+    [[nodiscard]] QProgressBar *bar() const { return outlet<QProgressBar>(panel.get(), "progressIndicator"); }
+    [[nodiscard]] TXUpdateVersionsTableView *table() const {
+        return outlet<TXUpdateVersionsTableView>(panel.get(), "versionsTableView");
+    }
+    [[nodiscard]] QString installTitle() const { return tx::buttonTitle(button("installButton")); }
+    [[nodiscard]] QString cancelTitle() const { return tx::buttonTitle(button("cancelButton")); }
+    [[nodiscard]] QWidget *part(int row, int tag) const { return table()->viewForRow(row)->viewWithTag(tag); }
+    [[nodiscard]] QString partText(int row, int tag) const {
+        return qobject_cast<QLabel *>(part(row, tag))->text();
+    }
+
+    void offer(const QList<TXUpdatePtr> &list, int designated = 0) {
+        updates = list;
+        panel->setUpdatesAndDesignatedUpdate(updates, updates[designated]);
+    }
+    void show() {
+        panel->showWindow([this](int code) { codes.append(code); });
+        tx::test::drainEvents();
+    }
+    /// Offers one update whose archive comes half and then no further.
+    void offerStalling(FeedServer &server, bool background) {
+        tx::test::HttpReply half = tx::test::HttpReply::file(QByteArray(500000, 'x'));
+        half.announcedLength = 1000000;
+        half.stalls = true;
+        server.expect("GET", "/a.zip", half);
+        offer({makeUpdate(u"1043"_s, u"2.1"_s, server.url(u"/a.zip"_s))});
+        panel->setAllowsDownloadingInBackground(background);
+        show();
+        button("installButton")->click();
+        EXPECT_TRUE(waitUntil([this] { return updates[0]->downloadProgress() >= 0.5; }));
+    }
+};
+
+TEST_F(UpdatePanel, OneUpdateHasNoList) {
+    offer(makeUpdates(1));
+    show();
+    EXPECT_FALSE(outlet<QWidget>(panel.get(), "sidebarContainer")->isVisible());
+    EXPECT_FALSE(label("installVersionLabel")->isVisible());
+    EXPECT_FALSE(label("secondaryField")->isVisible());
+    EXPECT_EQ(label("titleField")->text(), u"Host Update"_s);
+    EXPECT_EQ(label("infoField")->text(), u"You are running Host 2.0. Version 2.0.1 is now available."_s);
+    EXPECT_TRUE(button("installButton")->isDefault());
+    EXPECT_EQ(panel->width(), 750);
+    EXPECT_FALSE(panel->needsToShowBuilds());
+}
+
+TEST_F(UpdatePanel, SeveralUpdatesAreListed) {
+    offer(makeUpdates(3));
+    show();
+    EXPECT_TRUE(outlet<QWidget>(panel.get(), "sidebarContainer")->isVisible());
+    EXPECT_EQ(label("secondaryField")->text(), u"You are 3 updates behind!"_s);
+    EXPECT_TRUE(label("secondaryField")->isVisible());
+    EXPECT_EQ(label("installVersionLabel")->text(), u"Version 2.0.3 will be installed."_s);
+    EXPECT_TRUE(label("installVersionLabel")->isVisible());
+    EXPECT_EQ(table()->numberOfRows(), 3);
+    EXPECT_EQ(table()->selectedRow(), 0);
+    EXPECT_EQ(panel->width(), 860) << "the interface file's own size";
+}
+
+TEST_F(UpdatePanel, HasNoTitleBarButtonsAndLargeButtons) {
+    EXPECT_FALSE(panel->windowFlags() &
+                 (Qt::WindowCloseButtonHint | Qt::WindowMinimizeButtonHint | Qt::WindowMaximizeButtonHint));
+    for (const char *name : {"installButton", "cancelButton", "skipButton"})
+        EXPECT_GE(button(name)->minimumHeight(), 34) << name;
+}
+
+TEST_F(UpdatePanel, SameMarketingVersionsAreToldApartByBuild) {
+    offer({makeUpdate(u"1044"_s, u"2.0"_s), makeUpdate(u"1043"_s, u"2.0"_s)});
+    show();
+    EXPECT_TRUE(panel->needsToShowBuilds());
+    EXPECT_EQ(label("infoField")->text(), u"You are running Host 1042. Version 1044 is now available."_s);
+    EXPECT_EQ(label("installVersionLabel")->text(), u"Version 2.0 will be installed."_s);
+    EXPECT_EQ(partText(0, TXUpdateVersionRow::BuildField), u"Build 1044"_s);
+    EXPECT_TRUE(part(0, TXUpdateVersionRow::BuildField)->isVisible());
+}
+
+TEST_F(UpdatePanel, RowsShowKindVersionBuildDateAndChoice) {
+    offer({makeUpdate(u"1050"_s, u"3.0"_s), makeUpdate(u"1049"_s, u"2.5"_s), makeUpdate({}, u"2.0.1"_s)}, 1);
+    show();
+    QList<QImage> images;
+    for (int row = 0; row < 3; ++row) {
+        TXUpdateVersionRow *view = table()->viewForRow(row);
+        EXPECT_EQ(view->textField()->text(), updates[row]->displayVersion());
+        EXPECT_EQ(view->textField()->font().weight(), row == 0 ? QFont::Bold : QFont::DemiBold);
+        EXPECT_EQ(view->textField()->font().pixelSize(), 16);
+        images << view->imageView()->pixmap().toImage();
+        EXPECT_FALSE(images[row].isNull());
+        EXPECT_EQ(partText(row, TXUpdateVersionRow::DateField), tx::mediumDate(updates[row]->date()));
+        EXPECT_FALSE(part(row, TXUpdateVersionRow::BuildField)->isVisible());
+        EXPECT_EQ(part(row, TXUpdateVersionRow::ChooseButton)->isVisible(), row != 1);
+        const auto *chosen = qobject_cast<QLabel *>(part(row, TXUpdateVersionRow::ChosenImage));
+        EXPECT_EQ(chosen->pixmap().isNull(), row != 1);
+    }
+    EXPECT_NE(images[0], images[1]);
+    EXPECT_NE(images[1], images[2]);
+    EXPECT_EQ(partText(0, TXUpdateVersionRow::BuildField), u"Build 1050"_s);
+    EXPECT_EQ(partText(2, TXUpdateVersionRow::BuildField), QString()) << "no build, no text";
+}
+
+TEST_F(UpdatePanel, MediumDateHasNeitherWeekdayNorTime) {
+    const QLocale before;
+    const QDateTime date(QDate(2026, 11, 1), QTime(12, 0));
+    struct Case {
+        QLocale locale;
+        QString text;
+    };
+    for (const Case &c :
+         {Case{QLocale(u"en_US"_s), u"Nov 1, 2026"_s}, Case{QLocale(u"de_DE"_s), u"1. Nov. 2026"_s},
+          Case{QLocale(u"ja_JP"_s), u"2026年11月1日"_s}}) {
+        QLocale::setDefault(c.locale);
+        EXPECT_EQ(tx::mediumDate(date), c.text) << c.locale.name().toStdString();
+    }
+    QLocale::setDefault(before);
+    EXPECT_EQ(tx::mediumDate({}), QString());
+}
+
+TEST_F(UpdatePanel, AnotherVersionCanBeChosen) {
+    offer(makeUpdates(3));
+    show();
+    QTest::mouseClick(qobject_cast<QPushButton *>(part(2, TXUpdateVersionRow::ChooseButton)), Qt::LeftButton);
+    ASSERT_TRUE(waitUntil([&] { return panel->designatedUpdate() == updates[2]; }));
+    EXPECT_EQ(label("installVersionLabel")->text(), u"Version 2.0.1 will be installed."_s);
+    EXPECT_EQ(label("infoField")->text(), u"You are running Host 2.0. Version 2.0.1 is now available."_s);
+    EXPECT_FALSE(part(2, TXUpdateVersionRow::ChooseButton)->isVisible());
+    EXPECT_TRUE(part(0, TXUpdateVersionRow::ChooseButton)->isVisible());
+    EXPECT_EQ(table()->selectedRow(), 2);
+}
+
+TEST_F(UpdatePanel, SelectingShowsNotesAndChoosesNothing) {
+    replaceResource(u"TXUpdateWebView.so"_s, {});
+    panel = TXUpdatePanel::panel();
+    FeedServer server;
+    QList<TXUpdatePtr> list = makeUpdates(2);
+    list[0]->setReleaseNotesURL(QUrl(server.url(u"/new.html"_s)));
+    list[1]->setItemDescription(u"<p>From the feed itself</p>"_s);
+    server.expect("GET", "/new.html", tx::test::HttpReply::file("<h1>New</h1>", "text/html"));
+    offer(list);
+    auto *notes = panel->findChild<QTextBrowser *>();
+    ASSERT_TRUE(notes);
+    EXPECT_TRUE(waitUntil([&] { return notes->toPlainText() == u"New"_s; }));
+    table()->selectOnly(1);
+    EXPECT_EQ(notes->toPlainText(), u"From the feed itself"_s)
+        << "a feed without pages brings its notes along";
+    EXPECT_EQ(panel->designatedUpdate(), list[0]);
+    table()->clearSelection();
+    EXPECT_EQ(notes->toPlainText(), u"From the feed itself"_s);
+    Q_EMIT notes->anchorClicked(QUrl(u"https://example.org/more"_s));
+    EXPECT_EQ(workspace.opened, QStringList{u"https://example.org/more"_s});
+}
+
+TEST_F(UpdatePanel, ChosenRowIsScrolledIntoTheMiddleUnlessItIsSeen) {
+    offer(makeUpdates(60), 40);
+    show();
+    const QRect row = table()->visualRect(table()->model()->index(40, 0));
+    EXPECT_TRUE(table()->viewport()->rect().contains(row));
+    EXPECT_NEAR(row.center().y(), table()->viewport()->height() / 2, 2);
+    const int position = table()->verticalScrollBar()->value();
+    panel->chooseUpdate(updates[41]);
+    EXPECT_EQ(table()->verticalScrollBar()->value(), position) << "it is seen already";
+    EXPECT_LT(table()->viewport()->findChildren<TXUpdateVersionRow *>().size(), 30) << "rows in sight only";
+}
+
+TEST_F(UpdatePanel, StatesWithoutADownload) {
+    struct Case {
+        const char *what;
+        std::function<void(TXUpdate &)> arrange;
+        QString status, install, cancel;
+        bool installs, cancels;
+    };
+    const Case cases[] = {
+        {"no file", [](TXUpdate &u) { u.setFileURL({}); }, {}, u"Show Update"_s, u"Not Now"_s, true, true},
+        {"installed", [](TXUpdate &u) { u.setInstalled(true); }, u"Installed"_s, u"Restart"_s, u"Not Now"_s,
+         true, false},
+        {"downloaded", [](TXUpdate &u) { u.setDownloaded(true); }, u"Downloaded"_s, u"Install & Relaunch"_s,
+         u"Not Now"_s, true, true},
+        {"nothing yet", [](TXUpdate &) {}, {}, u"Download Update"_s, u"Not Now"_s, true, true},
+        {"installed goes before downloaded",
+         [](TXUpdate &u) {
+             u.setInstalled(true);
+             u.setDownloaded(true);
+         },
+         u"Installed"_s, u"Restart"_s, u"Not Now"_s, true, false},
+    };
+    for (const Case &c : cases) {
+        panel = TXUpdatePanel::panel();
+        offer(makeUpdates(1));
+        c.arrange(*updates[0]);
+        show();
+        EXPECT_EQ(label("statusField")->text(), c.status) << c.what;
+        EXPECT_TRUE(label("statusField")->isVisible());
+        EXPECT_TRUE(label("statusField")->alignment() & Qt::AlignLeft) << c.what;
+        EXPECT_EQ(installTitle(), c.install) << c.what;
+        EXPECT_EQ(cancelTitle(), c.cancel) << c.what;
+        EXPECT_EQ(button("installButton")->isEnabled(), c.installs) << c.what;
+        EXPECT_EQ(button("cancelButton")->isEnabled(), c.cancels) << c.what;
+        EXPECT_FALSE(bar()->isVisible()) << c.what;
+        panel->closeWithCode(0);
+    }
+}
+
+TEST_F(UpdatePanel, DownloadIsFollowedAndMayGoOnWithoutThePanel) {
+    FeedServer server;
+    offerStalling(server, true);
+    EXPECT_EQ(label("statusField")->text(), u"50.0% downloaded"_s);
+    EXPECT_TRUE(label("statusField")->alignment() & Qt::AlignRight);
+    EXPECT_EQ(installTitle(), u"Install Later"_s);
+    EXPECT_TRUE(button("installButton")->isEnabled());
+    EXPECT_EQ(cancelTitle(), u"Cancel"_s);
+    EXPECT_TRUE(bar()->isVisible());
+    EXPECT_EQ(bar()->value(), bar()->maximum() / 2);
+    EXPECT_TRUE(bar()->toolTip().startsWith(u"500.0 kB of 1.0 MB"_s)) << bar()->toolTip().toStdString();
+    button("installButton")->click();
+    EXPECT_EQ(codes, QList<int>{1});
+    EXPECT_TRUE(updates[0]->isDownloading());
+    updates[0]->cancelDownload();
+}
+
+TEST_F(UpdatePanel, WithoutBackgroundDownloadsTheButtonWaits) {
+    FeedServer server;
+    offerStalling(server, false);
+    EXPECT_EQ(installTitle(), u"Download Update"_s);
+    EXPECT_FALSE(button("installButton")->isEnabled());
+    EXPECT_EQ(cancelTitle(), u"Cancel"_s);
+    panel->install();
+    EXPECT_TRUE(codes.isEmpty());
+    button("cancelButton")->click();
+    EXPECT_EQ(codes, QList<int>{0});
+    EXPECT_FALSE(updates[0]->isDownloading());
+    EXPECT_TRUE(alerts.isEmpty()) << "a cancelled download is no error";
+}
+
+TEST_F(UpdatePanel, FinishedDownloadOffersToInstall) {
+    FeedServer server;
+    server.expect("GET", "/a.zip", tx::test::HttpReply::file("zip"));
+    offer({makeUpdate(u"1043"_s, u"2.1"_s, server.url(u"/a.zip"_s))});
+    show();
+    QTest::keyClick(panel.get(), Qt::Key_Return);
+    EXPECT_TRUE(panel->didChooseToInstall());
+    ASSERT_TRUE(waitUntil([&] { return updates[0]->isDownloaded() && !updates[0]->isDownloading(); }));
+    ASSERT_TRUE(waitUntil([&] { return installTitle() == u"Install & Relaunch"_s; }));
+    EXPECT_EQ(label("statusField")->text(), u"Downloaded"_s);
+    EXPECT_TRUE(codes.isEmpty()) << "the panel stays";
+}
+
+TEST_F(UpdatePanel, FailedDownloadIsTold) {
+    FeedServer server;
+    server.expect("GET", "/a.zip", {.status = 404});
+    offer({makeUpdate(u"1043"_s, u"2.1"_s, server.url(u"/a.zip"_s))});
+    show();
+    panel->install();
+    ASSERT_TRUE(waitUntil([&] { return !alerts.isEmpty(); }));
+    EXPECT_TRUE(alerts[0].critical);
+    EXPECT_FALSE(alerts[0].message.isEmpty());
+    EXPECT_EQ(installTitle(), u"Download Update"_s);
+    EXPECT_TRUE(codes.isEmpty());
+}
+
+TEST_F(UpdatePanel, FailedInstallationIsToldAndCloses) {
+    offer(makeUpdates(1));
+    const QString archive = path(u"broken.zip"_s);
+    tx::test::writeFile(archive, "no archive");
+    updates[0]->setDownloaded(true);
+    updates[0]->setDownloadPath(archive);
+    show();
+    panel->install();
+    EXPECT_EQ(label("statusField")->text(), u"Installing"_s);
+    EXPECT_FALSE(button("installButton")->isEnabled());
+    EXPECT_FALSE(button("cancelButton")->isEnabled());
+    EXPECT_EQ(installTitle(), u"Install & Relaunch"_s) << "the title stays";
+    EXPECT_TRUE(bar()->isVisible());
+    QTest::keyClick(panel.get(), Qt::Key_Escape);
+    QCloseEvent byTheUser;
+    QSpontaneKeyEvent::setSpontaneous(&byTheUser);
+    static_cast<QObject *>(panel.get())->event(&byTheUser);
+    EXPECT_FALSE(byTheUser.isAccepted());
+    EXPECT_TRUE(codes.isEmpty()) << "an installation cannot be stopped";
+    ASSERT_TRUE(waitUntil([&] { return !codes.isEmpty(); }));
+    EXPECT_EQ(codes, QList<int>{0});
+    EXPECT_EQ(alerts.size(), 1);
+}
+
+TEST_F(UpdatePanel, UpdateWithoutAFileOpensItsPage) {
+    offer(makeUpdates(1));
+    updates[0]->setFileURL({});
+    updates[0]->setLinkURL(QUrl(u"https://example.org/get"_s));
+    show();
+    button("installButton")->click();
+    EXPECT_EQ(workspace.opened, QStringList{u"https://example.org/get"_s});
+    EXPECT_EQ(codes, QList<int>{1});
+}
+
+TEST_F(UpdatePanel, InstalledUpdateIsLaunched) {
+    const tx::test::RecordingTasks tasks;
+    offer(makeUpdates(1));
+    updates[0]->setInstalled(true);
+    show();
+    button("installButton")->click();
+    EXPECT_EQ(codes, QList<int>{1});
+    EXPECT_EQ(workspace.terminations, 1);
+    EXPECT_FALSE(tasks.started.isEmpty());
+}
+
+TEST_F(UpdatePanel, ChoosingToInstallHidesTheChooseButtons) {
+    offer(makeUpdates(2));
+    updates[0]->setFileURL(QUrl(u"http://127.0.0.1:1/x.zip"_s));
+    show();
+    EXPECT_TRUE(part(1, TXUpdateVersionRow::ChooseButton)->isVisible());
+    panel->install();
+    EXPECT_FALSE(part(1, TXUpdateVersionRow::ChooseButton)->isVisible());
+    updates[0]->cancelDownload();
+}
+
+TEST_F(UpdatePanel, NotNowReminds) {
+    for (const int count : {1, 3, 4, 5, 6}) {
+        panel = TXUpdatePanel::panel();
+        offer(makeUpdates(count));
+        alerts.clear();
+        codes.clear();
+        show();
+        QTest::keyClick(panel.get(), Qt::Key_Escape);
+        EXPECT_EQ(codes, QList<int>{0}) << count;
+        ASSERT_EQ(alerts.size(), count >= 5 ? 1 : 0) << count;
+    }
+    EXPECT_EQ(alerts[0].message, u"Consider updating soon."_s);
+    EXPECT_EQ(
+        alerts[0].informative,
+        u"The version of Host you have is 6 versions behind. The latest version is recommended because it "
+        "often contains new useful features and important fixes for problems you could be experiencing or "
+        "may "
+        "experience."_s);
+    panel = TXUpdatePanel::panel();
+    offer(makeUpdates(5));
+    updates[0]->setFileURL({});
+    alerts.clear();
+    show();
+    panel->cancel();
+    EXPECT_TRUE(alerts.isEmpty()) << "nothing to install here";
+}
+
+TEST_F(UpdatePanel, SkipIsRemembered) {
+    FeedServer server;
+    offerStalling(server, true);
+    button("skipButton")->click();
+    EXPECT_EQ(codes, QList<int>{0});
+    EXPECT_FALSE(updates[0]->isDownloading());
+    EXPECT_TRUE(TXUpdater::isUpdateIgnored(*updates[0]));
+}
+
+TEST_F(UpdatePanel, ModalSessionAnswersItsCode) {
+    offer(makeUpdates(1));
+    for (const int code : {0, 1, 5}) {
+        inModalSession([&] {
+            EXPECT_TRUE(panel->isModal());
+            panel->closeWithCode(code);
+        });
+        EXPECT_EQ(panel->runModal(), code);
+        EXPECT_FALSE(panel->isVisible());
+    }
+    inApplication([&] {
+        inModalSession([] { QCoreApplication::quit(); });
+        EXPECT_EQ(panel->runModal(), 0) << "the application quits";
+    });
+}
+
+TEST_F(UpdatePanel, SheetBlocksItsWindowOnly) {
+    QWidget host;
+    host.show();
+    offer(makeUpdates(1));
+    panel->beginSheetModalForWindow(&host, [this](int code) { codes.append(code); });
+    tx::test::drainEvents();
+    EXPECT_EQ(panel->windowModality(), Qt::WindowModal);
+    EXPECT_EQ(panel->windowHandle()->transientParent(), host.windowHandle());
+    EXPECT_TRUE(panel->isVisible());
+    panel->closeWithCode(1);
+    EXPECT_EQ(codes, QList<int>{1});
+    EXPECT_FALSE(panel->isVisible());
+}
+
+TEST_F(UpdatePanel, SheetGoesWithItsWindow) {
+    auto host = std::make_unique<QWidget>();
+    host->show();
+    offer(makeUpdates(1));
+    panel->beginSheetModalForWindow(host.get(), [this](int code) { codes.append(code); });
+    host.reset();
+    EXPECT_EQ(codes, QList<int>{0});
+}
+
+TEST_F(UpdatePanel, KeepsItselfWhileShown) {
+    offer(makeUpdates(1));
+    const std::weak_ptr<TXUpdatePanel> weak = panel;
+    TXUpdatePanel *shown = panel.get();
+    show();
+    panel.reset();
+    EXPECT_FALSE(weak.expired());
+    shown->closeWithCode(0);
+    ASSERT_TRUE(waitUntil([&] { return weak.expired(); }));
+    EXPECT_EQ(codes, QList<int>{0});
+}
+
+TEST_F(UpdatePanel, UpdateMayGoWhileItIsShown) {
+    offer(makeUpdates(2));
+    show();
+    updates.clear();
+    panel->chooseUpdate(panel->updates()[1]);
+    EXPECT_EQ(label("installVersionLabel")->text(), u"Version 2.0.1 will be installed."_s);
+    panel->closeWithCode(0);
+}
+
+TEST_F(UpdatePanel, OnlyTheDesignatedUpdateIsFollowed) {
+    FeedServer server;
+    tx::test::HttpReply half = tx::test::HttpReply::file(QByteArray(500000, 'x'));
+    half.announcedLength = 1000000;
+    half.stalls = true;
+    server.expect("GET", "/a.zip", half);
+    offer({makeUpdate(u"1044"_s, u"2.2"_s, server.url(u"/a.zip"_s)), makeUpdate(u"1043"_s, u"2.1"_s)});
+    show();
+    updates[0]->downloadWithProgress(nullptr, [](const TXError &) {});
+    panel->chooseUpdate(updates[1]);
+    EXPECT_TRUE(waitUntil([this] { return updates[0]->downloadProgress() >= 0.5; }));
+    EXPECT_EQ(label("statusField")->text(), QString());
+    EXPECT_FALSE(bar()->isVisible());
+    panel->chooseUpdate(updates[0]);
+    EXPECT_EQ(label("statusField")->text(), u"50.0% downloaded"_s);
+    updates[0]->cancelDownload();
+}
+
+TEST_F(UpdatePanel, PreferredSizeIsTheNotesSize) {
+    for (const int count : {1, 3}) {
+        panel = TXUpdatePanel::panel();
+        QList<TXUpdatePtr> list = makeUpdates(count);
+        list[0]->setPreferredDisplaySize({500, 210});
+        offer(list);
+        show();
+        EXPECT_EQ(outlet<QWidget>(panel.get(), "webViewContainer")->size(), QSize(500, 210)) << count;
+        panel->closeWithCode(0);
+    }
+}
+
+TEST_F(UpdatePanel, FollowsTheAppearance) {
+    EXPECT_EQ(panel->palette().color(QPalette::Window), QColor(Qt::white));
+    beDark(true);
+    EXPECT_EQ(panel->palette().color(QPalette::Window), QApplication::palette().color(QPalette::Window));
+    EXPECT_EQ(panel->palette().color(QPalette::WindowText),
+              QApplication::palette().color(QPalette::WindowText));
+}
+
+TEST_F(UpdatePanel, MissingOrForeignInterfaceFileMakesNoPanel) {
+    for (const QByteArray &content :
+         {QByteArray(), QByteArray("<ui"),
+          QByteArray(
+              "<ui version=\"4.0\"><class>x</class><widget class=\"QWidget\" name=\"mainView\"/></ui>")}) {
+        replaceResource(u"TXUpdatePanel.ui"_s, content);
+        EXPECT_FALSE(TXUpdatePanel::panel());
+        EXPECT_EQ(logLines().last(), u"Could not load TXUpdatePanel xib."_s);
+    }
+}
+
+TEST_F(UpdatePanel, KeyboardAloneReachesEverything) {
+    offer(makeUpdates(3));
+    show();
+    QSet<QString> reached;
+    button("installButton")->setFocus();
+    for (int i = 0; i < 12; ++i) {
+        if (const QWidget *focused = panel->focusWidget())
+            reached << focused->objectName();
+        QTest::keyClick(panel->focusWidget() ? panel->focusWidget() : panel.get(), Qt::Key_Tab);
+    }
+    for (const QString &name :
+         {u"installButton"_s, u"cancelButton"_s, u"skipButton"_s, u"versionsTableView"_s})
+        EXPECT_TRUE(reached.contains(name)) << name.toStdString();
+    QSet<QString> shortcuts;
+    for (const char *name : {"installButton", "cancelButton", "skipButton"}) {
+        EXPECT_FALSE(button(name)->shortcut().isEmpty()) << name;
+        shortcuts << button(name)->shortcut().toString();
+    }
+    EXPECT_EQ(shortcuts.size(), 3) << "each has its own";
+    EXPECT_FALSE(table()->accessibleName().isEmpty());
+    EXPECT_EQ(table()->model()->index(0, 0).data(Qt::AccessibleTextRole).toString(),
+              u"2.0.3, Patch version, "_s + tx::mediumDate(updates[0]->date()) + u", Chosen"_s);
+}
+
+} // namespace

@@ -1,0 +1,465 @@
+// SPDX-License-Identifier: MIT
+// Real pages in the real web engine, without a display.
+#include "tests/support/feedserver.h"
+#include "tests/ui/uitest.h"
+#include "ui/modalsession.h"
+#include "ui/segmentedcontrol.h"
+#include "ui/webview.h"
+
+#include <TarvixUpdate/TXUpdatePostWindowController.h>
+#include <TarvixUpdate/TXUpdater.h>
+
+#include <QDirIterator>
+#include <QPushButton>
+#include <QSignalSpy>
+#include <QTest>
+#include <QToolButton>
+#include <QVBoxLayout>
+
+using namespace Qt::StringLiterals;
+using tx::test::FeedServer;
+using tx::test::HttpReply;
+using tx::test::HttpRequest;
+using tx::test::waitUntil;
+
+std::unique_ptr<QCoreApplication> makeApplication(int &argc, char **argv) {
+    // Root in a container has no sandbox; these pages are the test's own.
+    qputenv("QTWEBENGINE_DISABLE_SANDBOX", "1");
+    return std::make_unique<QApplication>(argc, argv);
+}
+
+namespace {
+
+HttpReply html(const QByteArray &body) { return HttpReply::file(body, "text/html"); }
+
+/// How many processes show pages for this one: children of the engine's helper, which is a child of this
+/// process.
+int pageProcesses() {
+    const auto parentOf = [](const QByteArray &pid) {
+        const QByteArray stat = tx::test::readFile(u"/proc/"_s + QString::fromLatin1(pid) + u"/stat"_s);
+        return stat.mid(stat.lastIndexOf(')') + 2).split(' ').value(1);
+    };
+    const auto isEngine = [](const QByteArray &pid) {
+        return tx::test::readFile(u"/proc/"_s + QString::fromLatin1(pid) + u"/cmdline"_s)
+            .contains("QtWebEngineProcess");
+    };
+    int count = 0;
+    for (const QString &entry : QDir(u"/proc"_s).entryList(QDir::Dirs)) {
+        const QByteArray pid = entry.toLatin1();
+        if (pid.toInt() <= 0 || !isEngine(pid))
+            continue;
+        const QByteArray helper = parentOf(pid);
+        count += isEngine(helper) && parentOf(helper).toInt() == getpid() ? 1 : 0;
+    }
+    return count;
+}
+
+class WebPage : public tx::test::UiTest {
+protected:
+    FeedServer server;
+    QWidget window;
+    QStringList links;
+    QList<QVariant> messages;
+    int loads = 0;
+    std::unique_ptr<tx::WebView> view;
+
+    WebPage() {
+        window.resize(400, 300);
+        view =
+            tx::makeWebView(&window, {.linkActivated = [this](const QUrl &url) { links << url.toString(); },
+                                      .loadFinished = [this](bool) { ++loads; },
+                                      .messageReceived =
+                                          [this](const QString &name, const QVariant &body) {
+                                              EXPECT_EQ(name, u"closeWindow"_s);
+                                              messages << body;
+                                          },
+                                      .messageNames = {u"closeWindow"_s}});
+        window.show();
+    }
+    /// Loads a page of this body and waits until it is there.
+    void show(const QByteArray &body) {
+        server.always([body](const HttpRequest &request) {
+            return request.path() == "/page.html" ? html(body) : HttpReply{.status = 404};
+        });
+        const int before = loads;
+        view->load(QUrl(server.url(u"/page.html"_s)));
+        EXPECT_TRUE(waitUntil([&] { return loads > before; }));
+    }
+    bool gets(const QVariant &message) {
+        return waitUntil([&] { return messages.contains(message); }, 10000);
+    }
+    QStringList requested() const {
+        QStringList paths;
+        for (const HttpRequest &request : server.requests())
+            paths << QString::fromLatin1(request.path());
+        return paths;
+    }
+};
+
+TEST_F(WebPage, ScriptsRunAndMessagesArriveFromTheFirstOne) {
+    ASSERT_TRUE(view->isFull());
+    show("<script>window.webkit.messageHandlers.closeWindow.postMessage('first')</script>"
+         "<script>const post = b => webkit.messageHandlers.closeWindow.postMessage(b);"
+         "post(7); post(null); post(); post({a: [1, 'x']}); post('\\u00fc \"quoted\" \\n');</script>");
+    EXPECT_TRUE(gets(u"first"_s));
+    EXPECT_TRUE(gets(7.0) || messages.contains(QVariant(7)));
+    EXPECT_TRUE(gets(QVariantMap{{u"a"_s, QVariantList{1.0, u"x"_s}}}) || messages.size() >= 6);
+    EXPECT_TRUE(gets(u"\u00fc \"quoted\" \n"_s));
+    EXPECT_EQ(messages.size(), 6);
+}
+
+TEST_F(WebPage, HandlersCannotBeReplacedAndOthersAreNotThere) {
+    show("<script>let m = [];"
+         "try { window.webkit = 1; } catch (e) {} m.push(typeof webkit);"
+         "try { webkit.messageHandlers.closeWindow.postMessage = 1; } catch (e) {}"
+         "m.push(typeof webkit.messageHandlers.closeWindow.postMessage);"
+         "m.push(typeof webkit.messageHandlers.other); m.push(typeof window.qt);"
+         "webkit.messageHandlers.closeWindow.postMessage(m.join());</script>");
+    EXPECT_TRUE(gets(u"object,function,undefined,undefined"_s));
+}
+
+TEST_F(WebPage, ForgedConsoleLinesAreNoMessages) {
+    show("<script>console.log('[\"closeWindow\",\"forged\"]');"
+         "webkit.messageHandlers.closeWindow.postMessage('real')</script>");
+    EXPECT_TRUE(gets(u"real"_s));
+    EXPECT_FALSE(messages.contains(u"forged"_s));
+}
+
+TEST_F(WebPage, LinksOpenInTheBrowserAndThePageStays) {
+    show("<a id=a href='https://example.org/x'>a</a><a id=b target=_blank href='https://example.org/y'>b</a>"
+         "<a id=c href='#part'>c</a><p id=part></p><a id=d href='file:///etc/passwd'>d</a>");
+    for (const char *id : {"a", "b", "c", "d"})
+        view->evaluateJavaScript(u"document.getElementById('%1').click()"_s.arg(QString::fromLatin1(id)));
+    view->evaluateJavaScript(
+        u"webkit.messageHandlers.closeWindow.postMessage(location.pathname + location.hash)"_s);
+    EXPECT_TRUE(gets(u"/page.html#part"_s));
+    EXPECT_TRUE(waitUntil([&] { return links.contains(u"https://example.org/x"_s); }));
+    EXPECT_FALSE(links.contains(u"file:///etc/passwd"_s));
+    EXPECT_TRUE(requested().contains(u"/page.html"_s));
+}
+
+TEST_F(WebPage, LocalFilesAndOtherSchemesAreOutOfReach) {
+    tx::test::writeFile(path(u"secret.txt"_s), "secret");
+    show("<iframe id=f src='file://" + path(u"secret.txt"_s).toUtf8() +
+         "'></iframe><script>"
+         "const say = m => webkit.messageHandlers.closeWindow.postMessage(m);"
+         "fetch('file://" +
+         path(u"secret.txt"_s).toUtf8() +
+         "').then(r => r.text()).then(t => say('read ' + t)).catch(e => say('refused'));"
+         "try { location.href = 'file:///etc/passwd'; } catch (e) {}"
+         "setTimeout(() => say('still ' + location.pathname), 200);</script>");
+    EXPECT_TRUE(gets(u"refused"_s));
+    EXPECT_TRUE(gets(u"still /page.html"_s));
+    const int before = loads;
+    view->load(QUrl(u"file:///etc/passwd"_s));
+    tx::test::drainEvents();
+    EXPECT_EQ(loads, before) << "nor does the framework show one";
+}
+
+TEST_F(WebPage, PopUpsDialogsDownloadsAndPermissionsAreRefused) {
+    server.always([](const HttpRequest &request) {
+        if (request.path() == "/file.bin") {
+            HttpReply reply = HttpReply::file("content");
+            reply.headers.append(std::pair<QByteArray, QByteArray>("Content-Disposition", "attachment"));
+            return reply;
+        }
+        return html(
+            "<script>const say = m => webkit.messageHandlers.closeWindow.postMessage(m);"
+            "alert('x'); say('confirm ' + confirm('x')); say('prompt ' + prompt('x'));"
+            "say('window ' + (window.open('https://example.org/') === null));"
+            "const a = document.createElement('a'); a.href = '/file.bin'; a.download = 'f'; a.click();"
+            "Notification.requestPermission().then(r => say('notify ' + r));</script>");
+    });
+    view->load(QUrl(server.url(u"/page.html"_s)));
+    EXPECT_TRUE(gets(u"confirm false"_s));
+    EXPECT_TRUE(gets(u"prompt null"_s));
+    EXPECT_TRUE(gets(u"window true"_s));
+    EXPECT_TRUE(gets(u"notify denied"_s));
+    QDirIterator files(path(u"home"_s), QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
+    while (files.hasNext())
+        EXPECT_FALSE(files.next().endsWith(u"file.bin"_s));
+}
+
+TEST_F(WebPage, NothingIsKeptOnDisk) {
+    show("<script>document.cookie = 'a=b; max-age=100000'; "
+         "webkit.messageHandlers.closeWindow.postMessage('done')</script>");
+    EXPECT_TRUE(gets(u"done"_s));
+    QDirIterator files(path(u"home"_s), QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
+    QStringList found;
+    while (files.hasNext())
+        found << files.next();
+    found.erase(std::remove_if(found.begin(), found.end(),
+                               [](const QString &file) {
+                                   return !file.contains(u"Cookies"_s) && !file.contains(u"Cache"_s);
+                               }),
+                found.end());
+    EXPECT_TRUE(found.isEmpty()) << found.join(u'\n').toStdString();
+}
+
+TEST_F(WebPage, FollowsTheAppearance) {
+    const QByteArray body = "<script>const say = () => webkit.messageHandlers.closeWindow.postMessage("
+                            "getComputedStyle(document.documentElement).colorScheme);</script>";
+    show(body);
+    view->evaluateJavaScript(u"say()"_s);
+    EXPECT_TRUE(gets(u"light"_s));
+    view->setDark(true);
+    view->evaluateJavaScript(u"say()"_s);
+    EXPECT_TRUE(gets(u"dark"_s)) << "while it is shown";
+    messages.clear();
+    show(body);
+    view->evaluateJavaScript(u"say()"_s);
+    EXPECT_TRUE(gets(u"dark"_s)) << "and for the next page";
+}
+
+TEST_F(WebPage, ItsProcessEndsWithIt) {
+    show("<p>page</p>");
+    EXPECT_TRUE(waitUntil([] { return pageProcesses() > 0; }));
+    view->setHtml({});
+    EXPECT_TRUE(waitUntil([] { return pageProcesses() == 0; }, 2000));
+    show("<script>webkit.messageHandlers.closeWindow.postMessage('again')</script>");
+    EXPECT_TRUE(gets(u"again"_s));
+    view.reset();
+    EXPECT_TRUE(waitUntil([] { return pageProcesses() == 0; }, 2000));
+}
+
+TEST_F(WebPage, MayBeLargeEndlessOrBusy) {
+    struct Case {
+        const char *what;
+        QByteArray body;
+    };
+    for (const Case &c :
+         {Case{"100 MB", "<p>start</p>" + QByteArray(100 << 20, 'x')},
+          Case{"reloads for ever", "<script>location.reload()</script>"},
+          Case{"10,000 messages", "<script>for (let i = 0; i < 10000; ++i) "
+                                  "webkit.messageHandlers.closeWindow.postMessage(i)</script>"},
+          Case{"an endless loop", "<script>for (;;);</script>"}}) {
+        server.always([&](const HttpRequest &request) {
+            return request.path() == "/page.html" ? html(c.body) : HttpReply{.status = 404};
+        });
+        view->load(QUrl(server.url(u"/page.html"_s)));
+        const auto before = server.requests().size();
+        EXPECT_TRUE(waitUntil([&] { return server.requests().size() > before; })) << c.what;
+        // The window around it answers meanwhile.
+        QElapsedTimer timer;
+        timer.start();
+        for (int i = 0; i < 20; ++i)
+            tx::test::drainEvents();
+        EXPECT_LT(timer.elapsed(), 5000) << c.what;
+        view->setHtml({});
+        tx::test::drainEvents();
+        messages.clear();
+    }
+}
+
+/// The window for posts, its pages in the real engine.
+class PostWindow : public tx::test::UiTest {
+protected:
+    FeedServer server;
+    std::shared_ptr<TXUpdatePostWindowController> controller = TXUpdatePostWindowController::controller();
+    int closed = 0;
+    int notified = 0;
+
+    PostWindow() {
+        controller->setOnCloseHandler([this] { ++closed; });
+        QObject::connect(controller.get(), &TXUpdatePostWindowController::didClose, controller.get(),
+                         [this] { ++notified; });
+        server.always([this](const HttpRequest &request) {
+            return html(pages.value(QString::fromLatin1(request.path()), "<p>page</p>"));
+        });
+    }
+    QMap<QString, QByteArray> pages;
+
+    QList<TXUpdatePostPtr> makePosts(int count) {
+        QList<TXUpdatePostPtr> posts;
+        for (int i = 0; i < count; ++i) {
+            auto post = std::make_shared<TXUpdatePost>();
+            post->setTitle(u"Post %1"_s.arg(i));
+            post->setPostURL(QUrl(server.url(u"/%1.html"_s.arg(i))));
+            posts << post;
+        }
+        return posts;
+    }
+    TXSegmentedControl *control() {
+        return outlet<TXSegmentedControl>(controller->window(), "_navigationControl");
+    }
+    QPushButton *button() { return outlet<QPushButton>(controller->window(), "_bottomBarCloseButton"); }
+};
+
+TEST_F(PostWindow, PageClosesItWithAndWithoutAskingLater) {
+    struct Case {
+        QByteArray body;
+        int code;
+    };
+    for (const Case &c : {Case{"'askLater'", 1}, Case{"'done'", 0}, Case{"null", 0}, Case{"['askLater']", 0},
+                          Case{"{}", 0}}) {
+        pages[u"/0.html"_s] =
+            "<script>window.webkit.messageHandlers.closeWindow.postMessage(" + c.body + ")</script>";
+        controller->setPosts(makePosts(1));
+        closed = notified = 0;
+        EXPECT_EQ(controller->showWindowModally(false), c.code) << c.body.constData();
+        EXPECT_FALSE(controller->window()->isVisible());
+        EXPECT_EQ(closed, 1);
+        EXPECT_EQ(notified, 1);
+    }
+    EXPECT_EQ(TXUpdatePostWindowDidCloseNotificationName, u"TXUpdatePostWindowDidCloseNotification"_s);
+}
+
+TEST_F(PostWindow, PageKnowsTheAnonymousIdentifierOnceItIsLoaded) {
+    pages[u"/0.html"_s] = "<script>let early = typeof TarvixUpdateAnonymousUUID;"
+                          "setInterval(() => { if (typeof TarvixUpdateAnonymousUUID !== 'undefined') {"
+                          "fetch('/told?' + early + '&' + TarvixUpdateAnonymousUUID);"
+                          "webkit.messageHandlers.closeWindow.postMessage('x'); } }, 10);</script>";
+    controller->setPosts(makePosts(1));
+    EXPECT_EQ(controller->showWindow(), 0);
+    ASSERT_TRUE(waitUntil([&] { return server.requests().last().path() == "/told"; }));
+    EXPECT_EQ(server.requests().last().target, "/told?undefined&" + TXUpdater::anonymousUUID().toLatin1());
+}
+
+TEST_F(PostWindow, OnePostHasNowhereToGo) {
+    controller->setPosts(makePosts(1));
+    inModalSession([&] {
+        EXPECT_FALSE(control()->isEnabledForSegment(0));
+        EXPECT_FALSE(control()->isEnabledForSegment(1));
+        EXPECT_EQ(controller->window()->windowTitle(), u"Post 0"_s);
+        EXPECT_EQ(outlet(controller->window(), "_titleTextField")->text(), QString());
+        EXPECT_EQ(button()->text(), u"Close"_s);
+        EXPECT_TRUE(controller->window()->windowFlags() & Qt::WindowCloseButtonHint);
+        EXPECT_FALSE(controller->window()->windowFlags() & Qt::WindowMinimizeButtonHint);
+        EXPECT_EQ(controller->showWindowModally(true), 0) << "shown already";
+        EXPECT_EQ(button()->text(), u"Close"_s);
+        button()->click();
+    });
+    EXPECT_EQ(controller->showWindowModally(false), 0);
+    EXPECT_EQ(closed, 1);
+}
+
+TEST_F(PostWindow, StepsThroughThePosts) {
+    controller->setPosts(makePosts(3));
+    inModalSession([&] {
+        struct Step {
+            int segment;
+            int index;
+            bool previous, next;
+        };
+        EXPECT_TRUE(control()->isEnabledForSegment(1));
+        for (const Step &step : {Step{1, 1, true, true}, Step{1, 2, true, false}, Step{0, 1, true, true},
+                                 Step{0, 0, false, true}}) {
+            control()->segment(step.segment)->click();
+            EXPECT_EQ(controller->currentPostIndex(), step.index);
+            EXPECT_EQ(controller->window()->windowTitle(), u"Post %1"_s.arg(step.index));
+            EXPECT_EQ(control()->isEnabledForSegment(0), step.previous);
+            EXPECT_EQ(control()->isEnabledForSegment(1), step.next);
+        }
+        controller->goPrevious();
+        EXPECT_EQ(controller->currentPostIndex(), 0);
+        controller->goNext();
+        controller->goNext();
+        controller->goNext();
+        EXPECT_EQ(controller->currentPostIndex(), 2);
+        EXPECT_EQ(button()->text(), u"Quit"_s);
+        controller->closeWindow();
+    });
+    EXPECT_EQ(controller->showWindowModally(true), 0);
+    inModalSession([&] {
+        EXPECT_EQ(controller->currentPostIndex(), 0) << "every showing begins at the first";
+        controller->closeWindow();
+    });
+    EXPECT_EQ(controller->showWindow(), 0);
+}
+
+TEST_F(PostWindow, PostWithoutATitleIsNews) {
+    QList<TXUpdatePostPtr> posts = makePosts(1);
+    posts[0]->setTitle({});
+    controller->setPosts(posts);
+    EXPECT_EQ(controller->window()->windowTitle(), u"News"_s);
+}
+
+TEST_F(PostWindow, PreferredSizeIsTheContentAndTheLeast) {
+    QList<TXUpdatePostPtr> posts = makePosts(2);
+    posts[0]->setPreferredDisplaySize({700, 444});
+    posts[1]->setPreferredDisplaySize({400, 300});
+    controller->setPosts(posts);
+    inModalSession([&] {
+        EXPECT_EQ(controller->window()->size(), QSize(700, 444));
+        EXPECT_EQ(controller->window()->minimumSize(), QSize(700, 444));
+        controller->goNext();
+        EXPECT_EQ(controller->window()->size(), QSize(700, 444)) << "not while it is shown";
+        controller->closeWindow();
+    });
+    (void)controller->showWindow();
+}
+
+TEST_F(PostWindow, EveryWayOfClosingNotifies) {
+    const QList<std::function<void()>> ways{
+        [&] { controller->window()->close(); },
+        [&] { QTest::keyClick(controller->window(), Qt::Key_Escape); },
+        [&] { QTest::keyClick(controller->window(), Qt::Key_Return); },
+        [] { QCoreApplication::quit(); },
+    };
+    controller->setPosts(makePosts(1));
+    for (int i = 0; i < ways.size(); ++i) {
+        closed = notified = 0;
+        inApplication([&] {
+            inModalSession(ways[i]);
+            EXPECT_EQ(controller->showWindow(), 0);
+        });
+        EXPECT_EQ(closed, 1) << i;
+        EXPECT_EQ(notified, 1) << i;
+        EXPECT_FALSE(tx::isModalWindow(controller->window()));
+    }
+}
+
+TEST_F(PostWindow, KeepsItselfWhileShown) {
+    controller->setPosts(makePosts(1));
+    const std::weak_ptr<TXUpdatePostWindowController> weak = controller;
+    TXUpdatePostWindowController *shown = controller.get();
+    inModalSession([&] {
+        controller.reset();
+        EXPECT_FALSE(weak.expired());
+        shown->closeWindow();
+    });
+    EXPECT_EQ(shown->showWindow(), 0);
+    EXPECT_TRUE(waitUntil([&] { return weak.expired(); }));
+}
+
+TEST_F(PostWindow, LinksOpenInTheBrowser) {
+    pages[u"/0.html"_s] =
+        "<a id=a href='https://example.org/x'>a</a>"
+        "<script>onload = () => { document.getElementById('a').click();"
+        "setTimeout(() => webkit.messageHandlers.closeWindow.postMessage('x'), 200) }</script>";
+    controller->setPosts(makePosts(1));
+    (void)controller->showWindow();
+    EXPECT_EQ(workspace.opened, QStringList{u"https://example.org/x"_s});
+}
+
+TEST_F(PostWindow, SamePostsAreNotLoadedAgain) {
+    const QList<TXUpdatePostPtr> posts = makePosts(1);
+    controller->setPosts(posts);
+    ASSERT_TRUE(waitUntil([&] { return server.requests().size() == 1; }));
+    controller->setPosts(posts);
+    tx::test::drainEvents();
+    EXPECT_EQ(server.requests().size(), 1);
+}
+
+TEST_F(PostWindow, SharedInstanceIsOne) {
+    EXPECT_EQ(TXUpdatePostWindowController::sharedInstance(), TXUpdatePostWindowController::sharedInstance());
+    EXPECT_NE(TXUpdatePostWindowController::controller(), TXUpdatePostWindowController::sharedInstance());
+}
+
+TEST_F(PostWindow, MissingInterfaceFileShowsNothing) {
+    replaceResource(u"TXUpdatePostWindowController.ui"_s, {});
+    controller = TXUpdatePostWindowController::controller();
+    controller->setPosts(makePosts(1));
+    EXPECT_EQ(controller->showWindow(), 0);
+    EXPECT_TRUE(logLines().contains(u"Could not load the interface file TXUpdatePostWindowController"_s));
+}
+
+TEST_F(PostWindow, UnreachablePageCanBeClosed) {
+    auto post = std::make_shared<TXUpdatePost>();
+    post->setPostURL(QUrl(u"http://127.0.0.1:1/never"_s));
+    controller->setPosts({post});
+    inModalSession([&] { controller->closeWindow(); });
+    EXPECT_EQ(controller->showWindow(), 0);
+}
+
+} // namespace

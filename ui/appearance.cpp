@@ -1,0 +1,85 @@
+// SPDX-License-Identifier: MIT
+#include "ui/appearance.h"
+
+#include <QApplication>
+#include <QGuiApplication>
+#include <QMouseEvent>
+#include <QPalette>
+#include <QPushButton>
+#include <QScreen>
+#include <QWindow>
+
+namespace tx {
+
+bool appearanceIsDark() {
+    const QPalette palette = QGuiApplication::palette();
+    return palette.color(QPalette::Window).lightness() < palette.color(QPalette::WindowText).lightness();
+}
+
+void applyAppearance(QWidget *window) {
+    // Everything but the background stays the desktop's, and changes with it.
+    QPalette palette;
+    if (!appearanceIsDark())
+        palette.setColor(QPalette::Window, Qt::white);
+    if (window->palette().color(QPalette::Window) !=
+        QPalette(palette).resolve(QGuiApplication::palette()).color(QPalette::Window))
+        window->setPalette(palette);
+}
+
+bool isAppearanceChange(const QEvent *event) {
+    return event->type() == QEvent::ApplicationPaletteChange || event->type() == QEvent::PaletteChange ||
+           event->type() == QEvent::StyleChange;
+}
+
+void makeAlertPanel(QWidget *window) {
+    window->setWindowFlags(Qt::Dialog | Qt::CustomizeWindowHint | Qt::WindowTitleHint);
+}
+
+void moveByBackground(QWidget *window, QMouseEvent *event) {
+    if (event->button() == Qt::LeftButton && window->windowHandle())
+        window->windowHandle()->startSystemMove();
+}
+
+void centerWindow(QWidget *window, const QWidget *parent) {
+    const QScreen *screen = parent ? parent->screen() : window->screen();
+    if (!screen)
+        return;
+    const QRect available = screen->availableGeometry();
+    const QRect area = parent ? parent->frameGeometry() : available;
+    QRect place(QPoint(), window->size());
+    place.moveCenter(area.center());
+    place.moveLeft(std::max(available.left(), std::min(place.left(), available.right() - place.width())));
+    place.moveTop(std::max(available.top(), std::min(place.top(), available.bottom() - place.height())));
+    window->move(place.topLeft());
+}
+
+void attachSheet(QWidget *window, const QWidget *parent) {
+    window->setWindowModality(Qt::WindowModal);
+    window->winId();
+    parent->window()->winId();
+    // The native parent and not a widget's: nobody but the window's owner deletes it.
+    window->windowHandle()->setTransientParent(parent->window()->windowHandle());
+    centerWindow(window, parent->window());
+}
+
+void setButtonTitle(QPushButton *button, const QString &title) {
+    button->setText(QString(title).replace(u'&', QStringLiteral("&&")));
+    // Letters that the buttons beside it use already are passed over.
+    QString taken;
+    for (const QPushButton *other : button->window()->findChildren<QPushButton *>()) {
+        if (other != button && other->shortcut().count() == 1)
+            taken += QChar(other->shortcut()[0].key());
+    }
+    for (const QChar letter : title.toUpper()) {
+        if (letter.unicode() < 128 && letter.isLetter() && !taken.contains(letter)) {
+            button->setShortcut(QKeySequence(Qt::ALT | Qt::Key(letter.unicode())));
+            return;
+        }
+    }
+}
+
+QString buttonTitle(const QPushButton *button) {
+    return button->text().replace(QStringLiteral("&&"), QStringLiteral("&"));
+}
+
+} // namespace tx

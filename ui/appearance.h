@@ -1,0 +1,36 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+class QLabel;
+class QPushButton;
+class QWidget;
+class QEvent;
+class QMouseEvent;
+class QString;
+
+namespace tx {
+
+/// Looks and habits that the framework's windows share. Thread: main.
+
+/// Whether the application's palette is a dark one.
+[[nodiscard]] bool appearanceIsDark();
+/// The window's background: the desktop's own when it is dark, else white.
+void applyAppearance(QWidget *window);
+/// Whether this event tells of another appearance.
+[[nodiscard]] bool isAppearanceChange(const QEvent *event);
+
+/// Leaves the title bar without buttons; the window can be moved by its background.
+void makeAlertPanel(QWidget *window);
+/// Moves the window when the event pressed its background.
+void moveByBackground(QWidget *window, QMouseEvent *event);
+/// In the middle of `parent`, or of the screen.
+void centerWindow(QWidget *window, const QWidget *parent = nullptr);
+/// Makes the window a sheet of `parent`: above it, and blocking only it.
+void attachSheet(QWidget *window, const QWidget *parent);
+
+/// A title that is shown as it stands, with Alt and one of its letters as a shortcut.
+void setButtonTitle(QPushButton *button, const QString &title);
+/// The title as it was set.
+[[nodiscard]] QString buttonTitle(const QPushButton *button);
+
+} // namespace tx

@@ -1,0 +1,350 @@
+// SPDX-License-Identifier: MIT
+#include "platform/format.h"
+#include "platform/localization.h"
+#include "platform/queues.h"
+#include "platform/services.h"
+#include "platform/urlloading.h"
+#include "ui/alert.h"
+
+#include <TarvixUpdate/TXLog.h>
+#include <TarvixUpdate/TXStandardUpdateController.h>
+#include <TarvixUpdate/TXUpdateCheckingPanel.h>
+#include <TarvixUpdate/TXUpdateHost.h>
+#include <TarvixUpdate/TXUpdatePanel.h>
+#include <TarvixUpdate/TXUpdatePostWindowController.h>
+
+#include <QCoreApplication>
+#include <QPointer>
+#include <QTimer>
+
+using namespace Qt::StringLiterals;
+
+TXStandardUpdateControllerDelegate::~TXStandardUpdateControllerDelegate() = default;
+void TXStandardUpdateControllerDelegate::updateInterfaceForUpdateControllerStatus(
+    TXStandardUpdateController *) {}
+std::optional<TXUpdateCurrentConditions>
+TXStandardUpdateControllerDelegate::currentConditionsForUpdating(TXStandardUpdateController *) {
+    return std::nullopt;
+}
+QWidget *TXStandardUpdateControllerDelegate::sheetParentWindowForUpdater(TXStandardUpdateController *) {
+    return nullptr;
+}
+bool TXStandardUpdateControllerDelegate::implementsFeedParametersForUpdater() const { return false; }
+QVariantMap TXStandardUpdateControllerDelegate::feedParametersForUpdating(TXStandardUpdateController *) {
+    return {};
+}
+void TXStandardUpdateControllerDelegate::updaterDidCheckForUpdates(TXStandardUpdateController *) {}
+
+struct TXStandardUpdateController::Private {
+    std::shared_ptr<TXUpdatePanel> updatePanel;
+    std::unique_ptr<TXUpdateCheckingPanel> updateCheckingPanel;
+    std::shared_ptr<TXUpdatePostWindowController> onQuitPostsWindowController;
+    unsigned status = TXStandardUpdateControllerStatusNone;
+    TXStandardUpdateControllerDelegate *delegate = nullptr;
+    TXUpdateFeedPtr feed;
+    TXUpdatePtr bestUpdate;
+    TXUpdateTrackPtr track;
+
+    [[nodiscard]] bool checkingPanelIsVisible() const {
+        return updateCheckingPanel && updateCheckingPanel->isVisible();
+    }
+    void closeCheckingPanel() const {
+        if (checkingPanelIsVisible())
+            updateCheckingPanel->close();
+    }
+};
+
+TXStandardUpdateController::TXStandardUpdateController()
+    : d(std::make_unique<Private>()) {
+    const TXUpdateHost *host = TXUpdateHost::host();
+    if (host->isRunningTranslocated() || host->isRunningOnReadOnlyVolume())
+        d->status |= TXStandardUpdateControllerStatusCannotUpdateInPlace;
+}
+
+TXStandardUpdateController::~TXStandardUpdateController() {
+    TXUpdater *updater = TXUpdater::sharedUpdater();
+    if (updater->delegate() == this)
+        updater->setDelegate(nullptr);
+}
+
+void TXStandardUpdateController::setup() {
+    TXUpdater *updater = TXUpdater::sharedUpdater();
+    updater->setDelegate(this);
+    updater->setAutomaticallyChecksForUpdates(true);
+    updater->setUpdateCheckInterval(86400);
+    updater->setSendsSystemProfile(true);
+    d->updateCheckingPanel = TXUpdateCheckingPanel::updateCheckingPanel();
+    if ((d->status & TXStandardUpdateControllerStatusCannotUpdateInPlace) == 0 &&
+        updater->automaticallyChecksForUpdates())
+        QTimer::singleShot(tx::services().firstCheckDelay, this,
+                           [this] { checkForUpdateAndShowChecking(false, true); });
+}
+
+QString TXStandardUpdateController::applicationName() { return QCoreApplication::applicationName(); }
+
+unsigned TXStandardUpdateController::status() const { return d->status; }
+void TXStandardUpdateController::setStatus(unsigned status) { d->status = status; }
+TXStandardUpdateControllerDelegate *TXStandardUpdateController::delegate() const { return d->delegate; }
+void TXStandardUpdateController::setDelegate(TXStandardUpdateControllerDelegate *delegate) {
+    d->delegate = delegate;
+}
+TXUpdateFeedPtr TXStandardUpdateController::feed() const { return d->feed; }
+TXUpdatePtr TXStandardUpdateController::bestUpdate() const { return d->bestUpdate; }
+TXUpdateTrackPtr TXStandardUpdateController::track() const { return d->track; }
+void TXStandardUpdateController::setTrack(const TXUpdateTrackPtr &track) { d->track = track; }
+
+void TXStandardUpdateController::updateInterfaceForStatus() {
+    if (d->delegate)
+        d->delegate->updateInterfaceForUpdateControllerStatus(this);
+    Q_EMIT interfaceChanged();
+}
+
+void TXStandardUpdateController::checkForUpdateAndShowChecking(bool showChecking, bool showUpdate) {
+    if (complainIfInReadOnlyVolume())
+        return;
+    TXUpdater *updater = TXUpdater::sharedUpdater();
+    const bool wasChecking = updater->isChecking();
+    d->status |= TXStandardUpdateControllerStatusChecking;
+    updateInterfaceForStatus();
+    const QPointer<TXStandardUpdateController> alive(this);
+    updater->checkForUpdate(
+        [alive, showChecking, showUpdate](const TXUpdateFeedPtr &feed, const TXError &error) {
+            const auto finish = [alive, feed, error, showChecking, showUpdate] {
+                if (alive)
+                    alive->checkDidEnd(feed, error, showChecking, showUpdate);
+            };
+            if (showChecking && alive)
+                QTimer::singleShot(tx::services().checkingPause, alive, finish);
+            else
+                tx::postToMain(finish);
+        });
+    if (!showChecking || (wasChecking && d->checkingPanelIsVisible()) || !d->updateCheckingPanel)
+        return;
+    if (!d->checkingPanelIsVisible())
+        (void)d->updateCheckingPanel->runModal();
+}
+
+void TXStandardUpdateController::checkDidEnd(const TXUpdateFeedPtr &feed, const TXError &error,
+                                             bool showChecking, bool showUpdate) {
+    const bool panelIsVisible = d->checkingPanelIsVisible();
+    d->status &= ~unsigned(TXStandardUpdateControllerStatusChecking);
+    updateInterfaceForStatus();
+    if (feed) {
+        checkingDidReceiveFeed(feed, showChecking, showUpdate);
+    } else if (error) {
+        if (panelIsVisible)
+            d->updateCheckingPanel->close();
+        checkingDidReceiveError(error, showChecking);
+    }
+}
+
+void TXStandardUpdateController::checkingDidReceiveFeed(const TXUpdateFeedPtr &feed, bool showChecking,
+                                                        bool showUpdate) {
+    setFeed(feed);
+    if (d->bestUpdate) {
+        d->closeCheckingPanel();
+        if (showUpdate)
+            showBestUpdateInPanel();
+        return;
+    }
+    updateInterfaceForStatus();
+    if (!showUpdate) {
+        d->closeCheckingPanel();
+    } else if (d->checkingPanelIsVisible()) {
+        d->updateCheckingPanel->showUpToDate();
+    } else if (showChecking) {
+        const tx::Alert alert{.message = tx::formatText(u"%@ is up to date!"_s, {applicationName()}),
+                              .informative = tx::formatText(u"You are running the latest version of %@."_s,
+                                                            {applicationName()})};
+        if (QWidget *parent = visibleSheetParent())
+            tx::services().presentSheet(alert, parent, [](int) {});
+        else
+            (void)tx::services().presentAlert(alert);
+    }
+}
+
+void TXStandardUpdateController::checkingDidReceiveError(const TXError &error, bool showChecking) {
+    if (!showChecking)
+        return;
+    TXError shown = error;
+    if (error.domain() == TXURLErrorDomain &&
+        (error.code() == tx::UrlErrorTimedOut || error.code() == tx::UrlErrorNotConnectedToInternet))
+        shown =
+            TXError(u"TXUpdateErrorDomain"_s, error.code(),
+                    tx::localizedFormat(
+                        u"%@ cannot check for updates because you are not connected to the internet."_s,
+                        {applicationName()}),
+                    {},
+                    tx::localizedString(u"Check your connection and try again.\n\nYou can also download the "
+                                        "latest version on the website."_s))
+                .withUserInfo(error.userInfo())
+                .withUnderlyingError(error);
+    tx::presentError(shown);
+}
+
+void TXStandardUpdateController::setFeed(const TXUpdateFeedPtr &feed) {
+    d->feed = feed;
+    d->track = feed ? feed->releaseTracks().value(u"release"_s) : nullptr;
+    const TXUpdatePtr recommended = d->track ? d->track->recommendedUpdate() : nullptr;
+    TXLog(TXLogLevelDetail, u"Recommended update is: %@"_s,
+          {recommended ? recommended->version() : QString()});
+    const bool same = d->bestUpdate == recommended ||
+                      (d->bestUpdate && recommended && d->bestUpdate->isEqual(*recommended));
+    if (!same)
+        setBestUpdate(recommended);
+    TXLog(TXLogLevelDetail, u"bestUpdate is %@ (%@)"_s,
+          {d->bestUpdate ? d->bestUpdate->version() : QString(),
+           d->bestUpdate ? d->bestUpdate->date().toString(Qt::ISODate) : QString()});
+    QTimer::singleShot(0, this, [this] {
+        (void)displayPostsWithDisplayTime(TXUpdatePostDisplayTimeDefault);
+        if (hasPostsToShowAtQuit())
+            preparePostsToShowAtQuit();
+    });
+    updateInterfaceForStatus();
+}
+
+void TXStandardUpdateController::setBestUpdate(const TXUpdatePtr &update) {
+    d->bestUpdate = update;
+    updateInterfaceForStatus();
+    if (!update || !TXUpdater::sharedUpdater()->automaticallyDownloadsUpdates() || update->isDownloaded() ||
+        update->isDownloading() || !update->canBeDownloaded() || update->excludeFromAutoDownloading())
+        return;
+    QMetaObject::invokeMethod(this, &TXStandardUpdateController::downloadBestUpdate, Qt::QueuedConnection);
+}
+
+void TXStandardUpdateController::downloadBestUpdate() {
+    if (!d->bestUpdate)
+        return;
+    d->bestUpdate->downloadWithProgress(nullptr, [](const TXError &error) {
+        if (!error)
+            return;
+        QVariantMap userInfo = error.userInfo();
+        userInfo.insert(u"email"_s, true);
+        tx::presentError(error.withUserInfo(userInfo));
+    });
+}
+
+void TXStandardUpdateController::showBestUpdateInPanel() {
+    if (!d->bestUpdate)
+        return;
+    if (d->updatePanel) {
+        d->updatePanel->raise();
+        d->updatePanel->activateWindow();
+        return;
+    }
+    d->updatePanel = TXUpdatePanel::panel();
+    if (!d->updatePanel)
+        return;
+    d->updatePanel->setAllowsDownloadingInBackground(true);
+    d->updatePanel->setUpdatesAndDesignatedUpdate(
+        d->feed && d->feed->updates() ? *d->feed->updates() : QList<TXUpdatePtr>{d->bestUpdate},
+        d->bestUpdate);
+    const QPointer<TXStandardUpdateController> alive(this);
+    const auto release = [alive](int) {
+        if (alive)
+            alive->d->updatePanel.reset();
+    };
+    if (QWidget *parent = visibleSheetParent())
+        d->updatePanel->beginSheetModalForWindow(parent, release);
+    else
+        d->updatePanel->showWindow(release);
+}
+
+QVariantMap TXStandardUpdateController::feedParametersForUpdater(TXUpdater *) {
+    QVariantMap parameters;
+    if (d->delegate && d->delegate->implementsFeedParametersForUpdater())
+        parameters.insert(d->delegate->feedParametersForUpdating(this));
+    return parameters;
+}
+
+void TXStandardUpdateController::updaterDidCheckForUpdate(TXUpdater *, const TXUpdateFeedPtr &feed,
+                                                          const TXError &) {
+    QMetaObject::invokeMethod(
+        this,
+        [this, feed] {
+            setFeed(feed);
+            if (d->delegate)
+                d->delegate->updaterDidCheckForUpdates(this);
+        },
+        Qt::QueuedConnection);
+}
+
+QList<TXUpdatePostPtr> TXStandardUpdateController::postsWithDisplayTime(TXUpdatePostDisplayTime time) const {
+    return d->track ? postsPassingCurrentConditions(d->track->unhandledPostsWithDisplayTime(time))
+                    : QList<TXUpdatePostPtr>();
+}
+
+QList<TXUpdatePostPtr>
+TXStandardUpdateController::postsPassingCurrentConditions(const QList<TXUpdatePostPtr> &posts) const {
+    const auto current =
+        d->delegate
+            ? d->delegate->currentConditionsForUpdating(const_cast<TXStandardUpdateController *>(this))
+            : std::nullopt;
+    if (!current)
+        return posts;
+    QList<TXUpdatePostPtr> passing;
+    for (const TXUpdatePostPtr &post : posts) {
+        const auto conditions = post->conditions();
+        const auto required = conditions ? conditions->launch : TXUpdateConditionLaunchAny;
+        if (TXUpdateConditionLaunchSatisfied(required, current->launch))
+            passing.append(post);
+    }
+    return passing;
+}
+
+bool TXStandardUpdateController::hasPostsToShowPassively() const {
+    return !postsWithDisplayTime(TXUpdatePostDisplayTimePassive).isEmpty();
+}
+
+bool TXStandardUpdateController::hasPostsToShowAtQuit() const {
+    return !postsWithDisplayTime(TXUpdatePostDisplayTimeAtQuit).isEmpty();
+}
+
+bool TXStandardUpdateController::displayPostsWithDisplayTime(TXUpdatePostDisplayTime time) {
+    const QList<TXUpdatePostPtr> posts = postsWithDisplayTime(time);
+    if (posts.isEmpty())
+        return false;
+    const auto window = TXUpdatePostWindowController::sharedInstance();
+    const TXUpdateTrackPtr track = d->track;
+    window->setPosts(posts);
+    (void)window->showWindowModally(time == TXUpdatePostDisplayTimeAtQuit);
+    track->updatePostsCheckInfoToHandlePosts(posts);
+    return true;
+}
+
+bool TXStandardUpdateController::showPostsPassively() {
+    const QList<TXUpdatePostPtr> posts = postsWithDisplayTime(TXUpdatePostDisplayTimePassive);
+    if (posts.isEmpty())
+        return false;
+    const auto window = TXUpdatePostWindowController::sharedInstance();
+    const TXUpdateTrackPtr track = d->track;
+    window->setPosts(posts);
+    if (window->showWindowModally(false) != TXUpdatePostWindowAskLater)
+        track->updatePostsCheckInfoToHandlePosts(window->posts());
+    return true;
+}
+
+void TXStandardUpdateController::preparePostsToShowAtQuit() {
+    const QList<TXUpdatePostPtr> posts = postsWithDisplayTime(TXUpdatePostDisplayTimeAtQuit);
+    if (posts.isEmpty())
+        return;
+    if (!d->onQuitPostsWindowController) {
+        d->onQuitPostsWindowController = TXUpdatePostWindowController::controller();
+        d->onQuitPostsWindowController->setOnCloseHandler([] {});
+    }
+    d->onQuitPostsWindowController->setPosts(posts);
+}
+
+bool TXStandardUpdateController::showPostsAtQuit() {
+    if (!hasPostsToShowAtQuit())
+        return false;
+    if (!d->onQuitPostsWindowController)
+        preparePostsToShowAtQuit();
+    const auto window = d->onQuitPostsWindowController;
+    if (!window)
+        return false;
+    const TXUpdateTrackPtr track = d->track;
+    if (window->showWindowModally(true) != TXUpdatePostWindowAskLater)
+        track->updatePostsCheckInfoToHandlePosts(window->posts());
+    return true;
+}

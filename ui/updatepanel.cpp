@@ -1,0 +1,225 @@
+// SPDX-License-Identifier: MIT
+// The panel's window: its parts, how it is shown and closed. What it does with updates is in
+// updatepanelactions.cpp.
+#include "platform/localization.h"
+#include "platform/queues.h"
+#include "platform/services.h"
+#include "platform/workspace.h"
+#include "ui/appearance.h"
+#include "ui/downloadrate.h"
+#include "ui/interfacefile.h"
+#include "ui/modalsession.h"
+#include "ui/versionrows.h"
+#include "ui/versionstable.h"
+#include "ui/webview.h"
+
+#include <TarvixUpdate/TXLog.h>
+#include <TarvixUpdate/TXUpdateHost.h>
+#include <TarvixUpdate/TXUpdatePanel.h>
+
+#include <QCloseEvent>
+#include <QLabel>
+#include <QProgressBar>
+#include <QPushButton>
+#include <QScreen>
+#include <QSplitter>
+#include <QVBoxLayout>
+
+using namespace Qt::StringLiterals;
+
+std::shared_ptr<TXUpdatePanel> TXUpdatePanel::panel() {
+    std::shared_ptr<TXUpdatePanel> made(new TXUpdatePanel);
+    try {
+        made->load();
+    } catch (const std::exception &exception) {
+        TXLog(TXLogLevelStep, u"TXUpdatePanel: %@"_s, {QString::fromUtf8(exception.what())});
+        made->mainView = nullptr;
+    }
+    if (!made->mainView) {
+        TXLog(TXLogLevelFailure, u"Could not load TXUpdatePanel xib."_s);
+        return nullptr;
+    }
+    return made;
+}
+
+TXUpdatePanel::TXUpdatePanel()
+    : m_rate(std::make_unique<tx::DownloadRate>()) {}
+
+TXUpdatePanel::~TXUpdatePanel() { unobserveUpdate(); }
+
+void TXUpdatePanel::load() {
+    std::unique_ptr<QWidget> root = tx::loadInterface(u"TXUpdatePanel"_s);
+    if (!root)
+        return;
+    const auto outlet = [&](auto *&member, const QString &name) {
+        tx::connectOutlet(member, root.get(), name);
+    };
+    outlet(mainSplitView, u"mainSplitView"_s);
+    outlet(titleField, u"titleField"_s);
+    outlet(secondaryField, u"secondaryField"_s);
+    outlet(infoField, u"infoField"_s);
+    outlet(sidebarContainer, u"sidebarContainer"_s);
+    outlet(webViewContainer, u"webViewContainer"_s);
+    outlet(versionsTableView, u"versionsTableView"_s);
+    outlet(installVersionLabel, u"installVersionLabel"_s);
+    outlet(installButton, u"installButton"_s);
+    outlet(cancelButton, u"cancelButton"_s);
+    outlet(skipButton, u"skipButton"_s);
+    outlet(statusField, u"statusField"_s);
+    outlet(progressIndicator, u"progressIndicator"_s);
+    outlet(titleBoxView, u"titleBoxView"_s);
+    outlet(mainView, u"mainView"_s);
+
+    tx::makeAlertPanel(this);
+    titleBoxView->setAutoFillBackground(false);
+    m_interfaceSize = root->size();
+    auto *layout = new QVBoxLayout(this);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->addWidget(root.release());
+    resize(m_interfaceSize);
+    didChangeEffectiveAppearance();
+
+    webView = tx::makeWebView(webViewContainer, {.linkActivated = [](const QUrl &url) {
+                                  (void)tx::services().workspace->openUrl(url);
+                              }});
+    webView->widget()->setAccessibleName(tx::localizedString(u"Release Notes"_s));
+    versionsTableView->setAccessibleName(tx::localizedString(u"Versions"_s));
+    progressIndicator->setAccessibleName(tx::localizedString(u"Progress"_s));
+
+    tx::setButtonTitle(skipButton, tx::localizedString(u"Skip This Version"_s));
+    for (QPushButton *button : {installButton, cancelButton, skipButton})
+        button->setAutoDefault(false);
+    connect(installButton, &QPushButton::clicked, this, &TXUpdatePanel::install);
+    connect(cancelButton, &QPushButton::clicked, this, &TXUpdatePanel::cancel);
+    connect(skipButton, &QPushButton::clicked, this, &TXUpdatePanel::skip);
+    connect(versionsTableView, &TXUpdateVersionsTableView::selectionDidChange, this, [this](int row) {
+        if (row >= 0 && row < m_updates.size())
+            displaySelectedUpdate(m_updates[row]);
+    });
+}
+
+void TXUpdatePanel::didChangeEffectiveAppearance() {
+    tx::applyAppearance(this);
+    if (webView)
+        webView->setDark(tx::appearanceIsDark());
+}
+
+void TXUpdatePanel::changeEvent(QEvent *event) {
+    QDialog::changeEvent(event);
+    if (mainView && tx::isAppearanceChange(event))
+        didChangeEffectiveAppearance();
+}
+
+void TXUpdatePanel::mousePressEvent(QMouseEvent *event) { tx::moveByBackground(this, event); }
+
+void TXUpdatePanel::reject() {
+    if (cancelButton->isEnabled())
+        cancel();
+}
+
+void TXUpdatePanel::closeEvent(QCloseEvent *event) {
+    if (!isVisible())
+        return;
+    // The desktop's way of closing is the Cancel button, while that can be pressed. An application that quits
+    // is not kept from it, and not asked.
+    if (event->spontaneous())
+        reject();
+    else
+        closeWithCode(0);
+    event->setAccepted(!isVisible());
+}
+
+int TXUpdatePanel::runModal() {
+    mDisplayedAsModal = true;
+    mDisplayedAsSheet = false;
+    willDisplay();
+    showDesignatedRow();
+    tx::centerWindow(this);
+    const auto alive = shared_from_this();
+    return tx::runModalForWindow(this);
+}
+
+void TXUpdatePanel::showWindow(const CodeHandler &handler) {
+    mDisplayedAsModal = false;
+    mDisplayedAsSheet = false;
+    mCompletionHandler = handler;
+    mRetained = shared_from_this();
+    willDisplay();
+    adoptPreferredSize();
+    showDesignatedRow();
+    tx::centerWindow(this);
+    setWindowModality(Qt::NonModal);
+    show();
+    raise();
+    activateWindow();
+}
+
+void TXUpdatePanel::adoptPreferredSize() {
+    const QSizeF preferred = m_designatedUpdate ? m_designatedUpdate->preferredDisplaySize() : QSizeF(0, 0);
+    if (preferred.isNull()) {
+        resize(m_updates.size() == 1 ? QSize(750, height()) : m_interfaceSize);
+        return;
+    }
+    // What stands around the notes is known once the parts have found their places, which another size may
+    // change.
+    for (int attempt = 0; attempt < 4; ++attempt) {
+        mainSplitView->refresh();
+        (void)grab(QRect(0, 0, 1, 1));
+        if (webViewContainer->size() == preferred.toSize())
+            return;
+        // A splitter shares what it wins; here the notes get it.
+        if (!sidebarContainer->isHidden()) {
+            const int all = mainSplitView->width() - mainSplitView->handleWidth();
+            const int notes = std::min(all, preferred.toSize().width());
+            mainSplitView->setSizes({all - notes, notes});
+        }
+        QSize wanted = size() + preferred.toSize() - webViewContainer->size();
+        if (const QScreen *on = screen())
+            wanted = wanted.boundedTo(on->availableGeometry().size());
+        resize(wanted);
+    }
+}
+
+void TXUpdatePanel::showDesignatedRow() {
+    // Where rows stand is known once the parts have found their places.
+    (void)grab(QRect(0, 0, 1, 1));
+    const auto row = int(m_updates.indexOf(m_designatedUpdate));
+    if (row >= 0)
+        versionsTableView->scrollToCenter(row);
+}
+
+void TXUpdatePanel::beginSheetModalForWindow(QWidget *parent, const CodeHandler &handler) {
+    mDisplayedAsModal = false;
+    mDisplayedAsSheet = true;
+    willDisplay();
+    mRetained = shared_from_this();
+    m_sheetHandler = handler;
+    // The sheet goes when its window does.
+    connect(parent, &QObject::destroyed, this, [this] { closeWithCode(0); });
+    showDesignatedRow();
+    tx::attachSheet(this, parent);
+    show();
+}
+
+void TXUpdatePanel::closeWithCode(int code) {
+    const auto alive = shared_from_this();
+    if (mDisplayedAsModal)
+        tx::stopModalOfWindow(this, code);
+    hide();
+    if (mDisplayedAsSheet) {
+        if (const CodeHandler handler = std::exchange(m_sheetHandler, nullptr))
+            handler(code);
+    }
+    if (const CodeHandler handler = std::exchange(mCompletionHandler, nullptr))
+        handler(code);
+    mRetained.reset();
+    // Whoever called this may be part of the panel.
+    tx::postToMain([alive] {});
+}
+
+void TXUpdatePanel::displaySelectedUpdate(const TXUpdatePtr &update) {
+    if (!update->releaseNotesURL().isEmpty())
+        webView->load(update->releaseNotesURL());
+    else
+        webView->setHtml(update->itemDescription()); // a feed that brings its notes along
+}

@@ -1,0 +1,259 @@
+// SPDX-License-Identifier: MIT
+// What the update panel says about its update, and what its buttons do.
+#include "platform/format.h"
+#include "platform/localization.h"
+#include "platform/services.h"
+#include "platform/workspace.h"
+#include "ui/alert.h"
+#include "ui/appearance.h"
+#include "ui/downloadrate.h"
+#include "ui/versionrows.h"
+#include "ui/versionstable.h"
+
+#include <TarvixUpdate/TXUpdateHost.h>
+#include <TarvixUpdate/TXUpdatePanel.h>
+
+#include <QLabel>
+#include <QProgressBar>
+#include <QPushButton>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr int steps = 1000; // the bar counts in whole numbers; 1.0 is this many
+
+} // namespace
+
+void TXUpdatePanel::setAllowsDownloadingInBackground(bool allows) {
+    m_allowsDownloadingInBackground = allows;
+    if (m_designatedUpdate)
+        updateStatusField();
+}
+
+void TXUpdatePanel::setUpdatesAndDesignatedUpdate(const QList<TXUpdatePtr> &updates,
+                                                  const TXUpdatePtr &designatedUpdate) {
+    m_updates = updates;
+    chooseUpdate(designatedUpdate);
+}
+
+void TXUpdatePanel::unobserveUpdate() {
+    for (QMetaObject::Connection &observation : m_observations)
+        disconnect(observation);
+    m_designatedUpdate.reset();
+}
+
+void TXUpdatePanel::chooseUpdate(const TXUpdatePtr &update) {
+    if (m_designatedUpdate)
+        unobserveUpdate();
+    m_designatedUpdate = update;
+    m_rate->reset();
+    m_observations[0] =
+        connect(update.get(), &TXUpdate::downloadProgressChanged, this, &TXUpdatePanel::observeProgress);
+    m_observations[1] =
+        connect(update.get(), &TXUpdate::isDownloadingChanged, this, &TXUpdatePanel::observeProgress);
+    m_needsToShowBuilds = TXUpdateHost::host()->displayVersion() == update->displayVersion();
+    willDisplay();
+}
+
+void TXUpdatePanel::willDisplay() {
+    if (!m_designatedUpdate)
+        return;
+    const TXUpdateHost *host = TXUpdateHost::host();
+    const QString running = m_needsToShowBuilds ? host->version() : host->displayVersion();
+    const QString available =
+        m_needsToShowBuilds ? m_designatedUpdate->version() : m_designatedUpdate->displayVersion();
+    const bool single = m_updates.size() == 1;
+
+    sidebarContainer->setVisible(!single);
+    installVersionLabel->setText(
+        tx::localizedFormat(u"Version %@ will be installed."_s, {m_designatedUpdate->displayVersion()}));
+    installVersionLabel->setVisible(!single);
+    if (m_updates.size() >= 2)
+        secondaryField->setText(
+            tx::localizedFormat(u"You are %d updates behind!"_s, {QString::number(m_updates.size())}));
+    secondaryField->setVisible(m_updates.size() >= 2);
+    installButton->setDefault(true);
+    titleField->setText(tx::localizedFormat(u"%@ Update"_s, {host->name()}));
+    infoField->setText(tx::localizedFormat(u"You are running %@ %@. Version %@ is now available."_s,
+                                           {host->name(), running, available}));
+    setWindowTitle(titleField->text());
+    setAccessibleDescription(infoField->text());
+    updateStatusField();
+
+    const auto stateOf = [this](int row) {
+        const bool designated = m_updates[row] == m_designatedUpdate;
+        return tx::VersionRowState{designated, m_needsToShowBuilds,
+                                   !m_didChooseToInstall && m_updates.size() >= 2 && !designated};
+    };
+    versionsTableView->reloadData(
+        int(m_updates.size()),
+        [this, stateOf](int row) { return tx::versionRowText(*m_updates[row], stateOf(row)); },
+        [this, stateOf](TXUpdateVersionRow *view, int row) {
+            tx::fillVersionRow(view, *m_updates[row], stateOf(row));
+            auto *choose = qobject_cast<QPushButton *>(view->viewWithTag(TXUpdateVersionRow::ChooseButton));
+            connect(choose, &QPushButton::clicked, this, [this, choose] { chooseUpdateAction(choose); });
+        });
+    const auto row = int(m_updates.indexOf(m_designatedUpdate));
+    if (row < 0) {
+        displaySelectedUpdate(m_designatedUpdate);
+        return;
+    }
+    versionsTableView->selectOnly(row);
+    if (isVisible())
+        versionsTableView->scrollToCenter(row); // else when it is shown, with its real size
+}
+
+void TXUpdatePanel::setInstallTitle(const QString &key, bool enabled) {
+    tx::setButtonTitle(installButton, tx::localizedString(key));
+    installButton->setEnabled(enabled);
+}
+
+void TXUpdatePanel::showProgress(bool shows) {
+    progressIndicator->setVisible(shows);
+    if (!shows)
+        progressIndicator->setRange(0, steps); // an endless one keeps moving
+}
+
+void TXUpdatePanel::updateStatusField() {
+    const TXUpdate &update = *m_designatedUpdate;
+    const auto say = [this](const QString &text, Qt::Alignment alignment) {
+        statusField->setText(text);
+        statusField->setAlignment(alignment | Qt::AlignVCenter);
+    };
+    const auto setCancelTitle = [this](const QString &key) {
+        tx::setButtonTitle(cancelButton, tx::localizedString(key));
+    };
+    statusField->setVisible(true);
+    progressIndicator->setToolTip({});
+    if (!update.canBeDownloaded()) {
+        say({}, Qt::AlignLeft);
+        setInstallTitle(u"Show Update"_s, true);
+        setCancelTitle(u"Not Now"_s);
+        cancelButton->setEnabled(true);
+        showProgress(false);
+    } else if (update.isInstalling()) {
+        say(tx::localizedString(u"Installing"_s), Qt::AlignLeft);
+        installButton->setEnabled(false);
+        cancelButton->setEnabled(false);
+        showProgress(true);
+    } else if (update.isInstalled()) {
+        say(tx::localizedString(u"Installed"_s), Qt::AlignLeft);
+        setInstallTitle(u"Restart"_s, true);
+        cancelButton->setEnabled(false);
+        showProgress(false);
+    } else if (update.isDownloaded()) {
+        say(tx::localizedString(u"Downloaded"_s), Qt::AlignLeft);
+        setInstallTitle(u"Install & Relaunch"_s, true);
+        setCancelTitle(u"Not Now"_s);
+        showProgress(false);
+    } else if (!update.isDownloading()) {
+        say({}, Qt::AlignLeft);
+        setInstallTitle(u"Download Update"_s, true);
+        setCancelTitle(u"Not Now"_s);
+        showProgress(false);
+    } else {
+        say(tx::formatText(u"%@%% %@"_s, {QString::number(update.downloadProgress() * 100, 'f', 1),
+                                          tx::localizedString(u"downloaded"_s)}),
+            Qt::AlignRight);
+        if (m_allowsDownloadingInBackground)
+            setInstallTitle(u"Install Later"_s, true);
+        else
+            setInstallTitle(u"Download Update"_s, false);
+        setCancelTitle(u"Cancel"_s);
+        progressIndicator->setToolTip(m_rate->text(update.downloadSize()));
+        showProgress(true);
+    }
+    statusField->setAccessibleName(statusField->text());
+}
+
+void TXUpdatePanel::observeProgress() {
+    if (sender() != m_designatedUpdate.get())
+        return;
+    const TXUpdate &update = *m_designatedUpdate;
+    if (update.isDownloading()) {
+        m_rate->add(update.downloadProgress(), tx::services().secondsSinceReferenceDate());
+        progressIndicator->setRange(0, steps);
+    }
+    showProgress(update.isDownloading());
+    progressIndicator->setValue(qRound(update.downloadProgress() * steps));
+    updateStatusField();
+}
+
+void TXUpdatePanel::chooseUpdateAction(QObject *sender) {
+    const int row = versionsTableView->rowForView(sender);
+    if (row < 0 || row >= m_updates.size())
+        return;
+    // The button goes with its row.
+    QMetaObject::invokeMethod(
+        this, [this, update = m_updates[row]] { chooseUpdate(update); }, Qt::QueuedConnection);
+}
+
+void TXUpdatePanel::install() {
+    const auto alive = shared_from_this();
+    if (!m_didChooseToInstall) {
+        m_didChooseToInstall = true;
+        if (m_updates.size() >= 2)
+            willDisplay();
+    }
+    const TXUpdatePtr update = m_designatedUpdate;
+    // The panel may have gone, or turned to another update, when an answer comes.
+    const std::weak_ptr<TXUpdatePanel> weak = alive;
+    if (!update->canBeDownloaded()) {
+        (void)tx::services().workspace->openUrl(update->linkURL());
+        closeWithCode(1);
+    } else if (update->isInstalled()) {
+        closeWithCode(1);
+        update->launch();
+    } else if (update->isDownloaded()) {
+        update->installWithErrorHandler([weak, update](const TXError &error) {
+            const auto panel = weak.lock();
+            if (panel)
+                panel->updateStatusField();
+            if (error)
+                tx::presentError(error);
+            if (panel)
+                panel->closeWithCode(0);
+        });
+        progressIndicator->setRange(0, 0);
+        showProgress(true);
+        progressIndicator->setRange(0, 0);
+        updateStatusField();
+    } else if (!update->isDownloading()) {
+        update->downloadWithProgress(nullptr, [update](const TXError &error) {
+            if (error)
+                tx::presentError(error);
+        });
+    } else if (m_allowsDownloadingInBackground) {
+        closeWithCode(1);
+    }
+}
+
+void TXUpdatePanel::cancel() {
+    const auto alive = shared_from_this();
+    if (m_designatedUpdate->isDownloading()) {
+        m_designatedUpdate->cancelDownload();
+        closeWithCode(0);
+        return;
+    }
+    if (m_designatedUpdate->canBeDownloaded() && m_updates.size() >= 5) {
+        (void)tx::services().presentAlert(
+            {.message = tx::localizedString(u"Consider updating soon."_s),
+             .informative =
+                 tx::localizedFormat(u"The version of %@ you have is %d versions behind. The latest version "
+                                     u"is recommended because it "
+                                     "often contains new useful features and important fixes for problems "
+                                     "you could be experiencing or "
+                                     "may experience."_s,
+                                     {TXUpdateHost::host()->name(), QString::number(m_updates.size())}),
+             .buttons = {tx::localizedString(u"OK"_s)}});
+    }
+    closeWithCode(0);
+}
+
+void TXUpdatePanel::skip() {
+    if (m_designatedUpdate->isDownloading())
+        m_designatedUpdate->cancelDownload();
+    m_designatedUpdate->ignore();
+    closeWithCode(0);
+}

@@ -1,0 +1,196 @@
+// SPDX-License-Identifier: MIT
+#include "platform/format.h"
+#include "platform/localization.h"
+#include "platform/queues.h"
+#include "platform/services.h"
+#include "platform/workspace.h"
+#include "ui/appearance.h"
+#include "ui/interfacefile.h"
+#include "ui/modalsession.h"
+#include "ui/segmentedcontrol.h"
+#include "ui/webview.h"
+
+#include <TarvixUpdate/TXUpdatePostWindowController.h>
+#include <TarvixUpdate/TXUpdater.h>
+
+#include <QCloseEvent>
+#include <QLabel>
+#include <QPushButton>
+
+using namespace Qt::StringLiterals;
+
+const QString TXUpdatePostWindowDidCloseNotificationName = u"TXUpdatePostWindowDidCloseNotification"_s;
+
+std::shared_ptr<TXUpdatePostWindowController> TXUpdatePostWindowController::sharedInstance() {
+    static std::shared_ptr<TXUpdatePostWindowController> instance;
+    if (!instance) {
+        instance = controller();
+        // Its window goes before the application that it belongs to.
+        tx::whenApplicationEnds([] { instance.reset(); });
+    }
+    return instance;
+}
+
+std::shared_ptr<TXUpdatePostWindowController> TXUpdatePostWindowController::controller() {
+    return std::shared_ptr<TXUpdatePostWindowController>(new TXUpdatePostWindowController);
+}
+
+TXUpdatePostWindowController::TXUpdatePostWindowController() = default;
+TXUpdatePostWindowController::~TXUpdatePostWindowController() = default;
+
+QString TXUpdatePostWindowController::windowNibName() const { return u"TXUpdatePostWindowController"_s; }
+
+void TXUpdatePostWindowController::windowDidLoad() {
+    TXWindowController::windowDidLoad();
+    QWidget *container = nullptr;
+    tx::connectOutlet(_bottomBarCloseView, contentView(), u"_bottomBarCloseView"_s);
+    tx::connectOutlet(_bottomBarCloseButton, contentView(), u"_bottomBarCloseButton"_s);
+    tx::connectOutlet(_titleTextField, contentView(), u"_titleTextField"_s);
+    tx::connectOutlet(_navigationControl, contentView(), u"_navigationControl"_s);
+    tx::connectOutlet(container, contentView(), u"_webView"_s);
+
+    window()->setWindowFlags(Qt::Dialog | Qt::CustomizeWindowHint | Qt::WindowTitleHint |
+                             Qt::WindowSystemMenuHint | Qt::WindowCloseButtonHint);
+    window()->installEventFilter(this);
+    didChangeEffectiveAppearance();
+    _webView = tx::makeWebView(
+        container, {.linkActivated = [](const QUrl &url) { (void)tx::services().workspace->openUrl(url); },
+                    .loadFinished =
+                        [this](bool) {
+                            _webView->evaluateJavaScript(tx::formatText(
+                                u"var TarvixUpdateAnonymousUUID = '%@';"_s, {TXUpdater::anonymousUUID()}));
+                        },
+                    .messageReceived =
+                        [this](const QString &name, const QVariant &body) {
+                            userContentControllerDidReceiveScriptMessage(name, body);
+                        },
+                    .messageNames = {u"closeWindow"_s}});
+    _webView->widget()->setAccessibleName(tx::localizedString(u"News"_s));
+    _navigationControl->setLabels(tx::localizedString(u"Previous"_s), tx::localizedString(u"Next"_s));
+    connect(_navigationControl, &TXSegmentedControl::action, this,
+            &TXUpdatePostWindowController::goForwardOrBackward);
+    connect(_bottomBarCloseButton, &QPushButton::clicked, this, &TXUpdatePostWindowController::closeWindow);
+}
+
+void TXUpdatePostWindowController::didChangeEffectiveAppearance() {
+    tx::applyAppearance(window());
+    if (_webView)
+        _webView->setDark(tx::appearanceIsDark());
+}
+
+void TXUpdatePostWindowController::setPosts(const QList<TXUpdatePostPtr> &posts) {
+    if (posts.isSharedWith(_posts) && posts == _posts)
+        return;
+    _posts = posts;
+    if (_currentPostIndex >= _posts.size())
+        _currentPostIndex = 0;
+    updateForCurrentPost();
+}
+
+int TXUpdatePostWindowController::showWindowModally(bool quitting) {
+    if (!window() || _posts.isEmpty())
+        return 0;
+    if (window()->isVisible())
+        return 0;
+    _currentPostIndex = 0;
+    if (!_webView->isFull()) {
+        openInBrowser();
+        return 0;
+    }
+    updateForCurrentPost();
+    if (!_selfRetained)
+        _selfRetained = shared_from_this();
+    _bottomBarCloseView->show();
+    tx::setButtonTitle(_bottomBarCloseButton, tx::localizedString(quitting ? u"Quit"_s : u"Close"_s));
+    _bottomBarCloseButton->setDefault(true);
+    tx::centerWindow(window());
+    _returnCode = 0;
+    const auto alive = shared_from_this();
+    (void)tx::runModalForWindow(window());
+    return _returnCode;
+}
+
+void TXUpdatePostWindowController::openInBrowser() {
+    for (const TXUpdatePostPtr &post : _posts)
+        (void)tx::services().workspace->openUrl(post->postURL());
+    Q_EMIT didClose();
+    if (_onCloseHandler)
+        _onCloseHandler();
+}
+
+void TXUpdatePostWindowController::updateForCurrentPost() {
+    if (!window() || _currentPostIndex >= _posts.size())
+        return;
+    const TXUpdatePost &post = *_posts[_currentPostIndex];
+    if (!window()->isVisible() && !post.preferredDisplaySize().isNull()) {
+        const QSize size = post.preferredDisplaySize().toSize();
+        window()->setMinimumSize(size);
+        window()->resize(size);
+    }
+    if (_webView->isFull())
+        _webView->load(post.postURL());
+    window()->setWindowTitle(post.title().isNull() ? tx::localizedString(u"News"_s) : post.title());
+    _titleTextField->setText({});
+    _navigationControl->setEnabledForSegment(_currentPostIndex != 0, 0);
+    _navigationControl->setEnabledForSegment(_currentPostIndex + 1 < _posts.size(), 1);
+}
+
+void TXUpdatePostWindowController::goPrevious() {
+    if (_currentPostIndex == 0)
+        return;
+    --_currentPostIndex;
+    updateForCurrentPost();
+}
+
+void TXUpdatePostWindowController::goNext() {
+    if (_currentPostIndex + 1 >= _posts.size())
+        return;
+    ++_currentPostIndex;
+    updateForCurrentPost();
+}
+
+void TXUpdatePostWindowController::goForwardOrBackward() {
+    if (_navigationControl->selectedSegment() != 0)
+        goNext();
+    else
+        goPrevious();
+}
+
+void TXUpdatePostWindowController::userContentControllerDidReceiveScriptMessage(const QString &name,
+                                                                                const QVariant &body) {
+    // A page that has been closed has nothing to say any more.
+    if (name != u"closeWindow" || !_selfRetained)
+        return;
+    _returnCode = body.metaType() == QMetaType::fromType<QString>() && body.toString() == u"askLater"
+                      ? TXUpdatePostWindowAskLater
+                      : TXUpdatePostWindowClosed;
+    closeWindow();
+}
+
+void TXUpdatePostWindowController::closeWindowAndNotify() {
+    if (!window())
+        return;
+    const auto retained = std::move(_selfRetained);
+    _selfRetained.reset();
+    tx::stopModalOfWindow(window(), 1);
+    _hidesItself = true;
+    window()->hide();
+    _hidesItself = false;
+    _webView->setHtml({});
+    Q_EMIT didClose();
+    if (_onCloseHandler)
+        _onCloseHandler();
+    // Whoever called this may be part of the window.
+    tx::postToMain([retained] {});
+}
+
+bool TXUpdatePostWindowController::eventFilter(QObject *object, QEvent *event) {
+    if (tx::isAppearanceChange(event))
+        didChangeEffectiveAppearance();
+    // The window's own close button, Escape, and the end of the application's modal loops.
+    const bool closes =
+        event->type() == QEvent::Close || (event->type() == QEvent::Hide && !event->spontaneous());
+    if (closes && !_hidesItself && _selfRetained)
+        closeWindowAndNotify();
+    return TXWindowController::eventFilter(object, event);
+}

@@ -1,0 +1,105 @@
+// SPDX-License-Identifier: MIT
+#include "ui/versionrows.h"
+
+#include "platform/format.h"
+#include "platform/frameworkresources.h"
+#include "platform/localization.h"
+#include "ui/appearance.h"
+#include "ui/versionstable.h"
+
+#include <QApplication>
+#include <QFontDatabase>
+#include <QHash>
+#include <QIcon>
+#include <QLocale>
+#include <QPushButton>
+#include <QRegularExpression>
+
+using namespace Qt::StringLiterals;
+
+namespace tx {
+
+namespace {
+
+/// An image of the framework's resources, read once.
+QPixmap imageNamed(const QString &name, const QLabel *label) {
+    static QHash<QString, QIcon> images;
+    QIcon &icon = images[name];
+    if (icon.isNull())
+        icon = QIcon(frameworkResourcesPath() + u'/' + name + u".svg"_s);
+    return icon.pixmap(label->size(), label->devicePixelRatioF());
+}
+
+QString indicatorOf(const TXUpdate &update) {
+    if (update.isMajorVersion())
+        return u"MajorVersionIndicator"_s;
+    return update.isMinorVersion() ? u"MinorVersionIndicator"_s : u"PatchVersionIndicator"_s;
+}
+
+QString kindOf(const TXUpdate &update) {
+    if (update.isMajorVersion())
+        return localizedString(u"Major version"_s);
+    return update.isMinorVersion() ? localizedString(u"Minor version"_s)
+                                   : localizedString(u"Patch version"_s);
+}
+
+QString buildText(const TXUpdate &update) {
+    return update.version().isEmpty() ? QString() : formatText(u"Build %@"_s, {update.version()});
+}
+
+} // namespace
+
+QString mediumDate(const QDateTime &date) {
+    if (!date.isValid())
+        return {};
+    const QLocale locale;
+    // Qt knows a short and a long form: the long one without its weekday, with a short month, is the middle
+    // one.
+    QString format = locale.dateFormat(QLocale::LongFormat);
+    static const QRegularExpression weekday(u"[\\s,،、]*\\bd{3,4}\\b[\\s,،、.]*|d{3,4}"_s);
+    format.replace(weekday, u" "_s);
+    format.replace(u"MMMM"_s, u"MMM"_s);
+    return locale.toString(date.toLocalTime().date(), format.trimmed());
+}
+
+void fillVersionRow(TXUpdateVersionRow *row, const TXUpdate &update, const VersionRowState &state) {
+    row->imageView()->setPixmap(imageNamed(indicatorOf(update), row->imageView()));
+    row->imageView()->setToolTip(kindOf(update));
+    auto *chosen = qobject_cast<QLabel *>(row->viewWithTag(TXUpdateVersionRow::ChosenImage));
+    chosen->setPixmap(state.isDesignated ? imageNamed(u"ChosenVersionIndicator"_s, chosen) : QPixmap());
+
+    QFont font = QFontDatabase::systemFont(QFontDatabase::GeneralFont);
+    font.setPixelSize(16);
+    font.setWeight(update.isMajorVersion() ? QFont::Bold : QFont::DemiBold);
+    row->textField()->setFont(font);
+    row->textField()->setTextFormat(Qt::PlainText);
+    row->textField()->setText(update.displayVersion());
+
+    auto *build = qobject_cast<QLabel *>(row->viewWithTag(TXUpdateVersionRow::BuildField));
+    build->setTextFormat(Qt::PlainText);
+    build->setText(buildText(update));
+    build->setVisible(state.showsBuild);
+    auto *date = qobject_cast<QLabel *>(row->viewWithTag(TXUpdateVersionRow::DateField));
+    date->setText(mediumDate(update.date()));
+
+    auto *button = qobject_cast<QPushButton *>(row->viewWithTag(TXUpdateVersionRow::ChooseButton));
+    const QString title = localizedString(u"Choose"_s);
+    button->setText(QString(title).replace(u'&', u"&&"_s));
+    button->setAutoDefault(false);
+    button->setAccessibleName(title + u' ' + update.displayVersion());
+    button->setVisible(state.canBeChosen);
+    row->setAccessibleName(versionRowText(update, state));
+}
+
+QString versionRowText(const TXUpdate &update, const VersionRowState &state) {
+    QStringList parts{update.displayVersion(), kindOf(update)};
+    if (state.showsBuild)
+        parts << buildText(update);
+    parts << mediumDate(update.date());
+    if (state.isDesignated)
+        parts << localizedString(u"Chosen"_s);
+    parts.removeAll(QString());
+    return parts.join(u", "_s);
+}
+
+} // namespace tx

@@ -1,0 +1,25 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <TarvixUpdate/TXUpdate.h>
+
+class TXUpdateVersionRow;
+
+namespace tx {
+
+/// What a row of the list of versions says beside its update.
+struct VersionRowState {
+    bool isDesignated;
+    bool showsBuild;
+    bool canBeChosen;
+};
+
+/// Fills a row's parts; the button is left to the caller. Thread: main.
+void fillVersionRow(TXUpdateVersionRow *row, const TXUpdate &update, const VersionRowState &state);
+/// The same in one line, for a screen reader.
+[[nodiscard]] QString versionRowText(const TXUpdate &update, const VersionRowState &state);
+
+/// The date without a time in the language's middle length, such as "Nov 1, 2026"; empty for an invalid one.
+[[nodiscard]] QString mediumDate(const QDateTime &date);
+
+} // namespace tx

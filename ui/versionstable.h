@@ -1,0 +1,66 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <TarvixUpdate/TXUpdate.h>
+
+#include <QLabel>
+#include <QTableView>
+
+#include <functional>
+
+class QPushButton;
+
+/// What a row of the list of versions shows. Parts that a program looks up have a number.
+class TXUpdateVersionRow final : public QWidget {
+    Q_OBJECT
+public:
+    enum Tag { ChosenImage = 994, ChooseButton = 995, DateField = 997, BuildField = 998 };
+
+    explicit TXUpdateVersionRow(QWidget *parent);
+    [[nodiscard]] QLabel *imageView() const { return m_image; }
+    [[nodiscard]] QLabel *textField() const { return m_text; }
+    [[nodiscard]] QWidget *viewWithTag(int tag) const;
+
+private:
+    QLabel *m_image;
+    QLabel *m_text;
+};
+
+/// One row for each update; rows are made for what can be seen only. Thread: main.
+class TXUpdateVersionsTableView final : public QTableView {
+    Q_OBJECT
+public:
+    /// Fills the row for an update.
+    using RowFiller = std::function<void(TXUpdateVersionRow *row, int index)>;
+
+    explicit TXUpdateVersionsTableView(QWidget *parent = nullptr);
+    ~TXUpdateVersionsTableView() override;
+
+    /// `textForRow`: what a screen reader says. Forgets what stood in the list.
+    void reloadData(int rows, const std::function<QString(int)> &textForRow, const RowFiller &fill);
+    [[nodiscard]] int numberOfRows() const;
+    /// Selects one row and no other, and tells so even when it is selected already.
+    void selectOnly(int row);
+    /// -1 without a selection.
+    [[nodiscard]] int selectedRow() const;
+    /// The row in which this widget stands, -1 for none.
+    [[nodiscard]] int rowForView(const QObject *view) const;
+    /// The row's view, made when it is not there yet.
+    TXUpdateVersionRow *viewForRow(int row);
+    /// Scrolls so that the row is in the middle, unless a part of it can be seen.
+    void scrollToCenter(int row);
+
+Q_SIGNALS:
+    void selectionDidChange(int row);
+
+protected:
+    void resizeEvent(QResizeEvent *event) override;
+    void scrollContentsBy(int dx, int dy) override;
+    void showEvent(QShowEvent *event) override;
+
+private:
+    void makeVisibleRows();
+    class Model;
+    Model *m_model;
+    RowFiller m_fill;
+};

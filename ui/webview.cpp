@@ -1,0 +1,69 @@
+// SPDX-License-Identifier: MIT
+#include "ui/webview.h"
+
+#include "platform/sandbox.h"
+#include "platform/services.h"
+#include "ui/appearance.h"
+
+#include <TarvixUpdate/TXLog.h>
+
+#include <QCoreApplication>
+#include <QLibrary>
+#include <QVBoxLayout>
+#include <QWidget>
+
+using namespace Qt::StringLiterals;
+
+namespace tx {
+
+namespace {
+
+/// The engine warns when it is loaded into a running application; the module does what it asks for.
+class QuietLoading {
+public:
+    QuietLoading() { handlerBefore = qInstallMessageHandler(passOn); }
+    ~QuietLoading() { qInstallMessageHandler(handlerBefore); }
+    Q_DISABLE_COPY_MOVE(QuietLoading)
+
+private:
+    static void passOn(QtMsgType type, const QMessageLogContext &context, const QString &message) {
+        if (!message.startsWith(u"Qt WebEngine seems to be initialized from a plugin") && handlerBefore)
+            handlerBefore(type, context, message);
+    }
+    static inline QtMessageHandler handlerBefore = nullptr;
+};
+
+/// Null, and a reason, where the module is not there or cannot run.
+WebViewMaker moduleMaker(QString *reason) {
+    *reason = reasonAgainstSandbox();
+    if (!reason->isNull())
+        return nullptr;
+    QLibrary module(services().resourcesPath() + u"/TXUpdateWebView.so"_s);
+    module.setLoadHints(QLibrary::PreventUnloadHint);
+    const QuietLoading quiet;
+    const auto function = reinterpret_cast<WebViewMaker>(module.resolve("txMakeWebView"));
+    if (!function)
+        *reason = module.errorString();
+    return function;
+}
+
+} // namespace
+
+std::unique_ptr<WebView> makeWebView(QWidget *parent, const WebViewClient &client) {
+    if (!parent->layout()) {
+        auto *layout = new QVBoxLayout(parent);
+        layout->setContentsMargins(0, 0, 0, 0);
+    }
+    QString reason;
+    std::unique_ptr<WebView> view;
+    if (const WebViewMaker make = moduleMaker(&reason))
+        view.reset(make(parent, client, appearanceIsDark()));
+    if (!view) {
+        TXLog(TXLogLevelStep, u"TXUpdate: pages are shown as plain text: %@"_s, {reason});
+        view = makePlainWebView(parent, client);
+    }
+    parent->layout()->addWidget(view->widget());
+    return view;
+}
+
+} // namespace tx

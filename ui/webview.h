@@ -1,0 +1,47 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <QString>
+#include <QUrl>
+#include <QVariant>
+
+#include <functional>
+#include <memory>
+
+class QWidget;
+
+namespace tx {
+
+/// What a page may ask of the window around it. All on the main thread.
+struct WebViewClient {
+    /// The user followed a link; the page stays.
+    std::function<void(const QUrl &url)> linkActivated;
+    std::function<void(bool ok)> loadFinished;
+    /// `window.webkit.messageHandlers.<name>.postMessage(body)`, for the names in `messageNames`.
+    std::function<void(const QString &name, const QVariant &body)> messageReceived;
+    QStringList messageNames;
+};
+
+/// Shows a page. Thread: main. The widget belongs to its parent widget, and goes with this object.
+class WebView {
+public:
+    virtual ~WebView() = default;
+    [[nodiscard]] virtual QWidget *widget() const = 0;
+    /// Whether pages are real: scripts run.
+    [[nodiscard]] virtual bool isFull() const = 0;
+    virtual void load(const QUrl &url) = 0;
+    /// Empty text ends the page and its process.
+    virtual void setHtml(const QString &html) = 0;
+    virtual void evaluateJavaScript(const QString &script) = 0;
+    virtual void setDark(bool dark) = 0;
+};
+
+/// What the module TXUpdateWebView exports under the name "txMakeWebView".
+using WebViewMaker = WebView *(*)(QWidget *parent, const WebViewClient &client, bool dark);
+
+/// The module's view, or a plain one where the module is not there or cannot run.
+[[nodiscard]] std::unique_ptr<WebView> makeWebView(QWidget *parent, const WebViewClient &client);
+/// A view for plain pages: no scripts, nothing but the page's own text.
+[[nodiscard]] std::unique_ptr<WebView> makePlainWebView(QWidget *parent, const WebViewClient &client);
+
+} // namespace tx

@@ -1,0 +1,150 @@
+// SPDX-License-Identifier: MIT
+#include "ui/webview/webenginepage.h"
+
+#include <QColor>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QUuid>
+#include <QWebEngineCertificateError>
+#include <QWebEngineFullScreenRequest>
+#include <QWebEngineRegisterProtocolHandlerRequest>
+#include <QWebEngineScript>
+#include <QWebEngineScriptCollection>
+
+using namespace Qt::StringLiterals;
+
+namespace tx {
+
+namespace {
+
+const QString scriptName = u"TarvixUpdate"_s;
+
+/// A page that was opened in a new window by the user's click: its address goes to the browser.
+class LinkCatcher final : public QWebEnginePage {
+public:
+    LinkCatcher(QWebEngineProfile *profile, const WebViewClient &client, QObject *parent)
+        : QWebEnginePage(profile, parent)
+        , m_client(client) {}
+
+protected:
+    bool acceptNavigationRequest(const QUrl &url, NavigationType, bool) override {
+        if (m_client.linkActivated && (url.scheme() == u"http" || url.scheme() == u"https"))
+            m_client.linkActivated(url);
+        deleteLater();
+        return false;
+    }
+
+private:
+    WebViewClient m_client;
+};
+
+} // namespace
+
+WebEnginePage::WebEnginePage(QWebEngineProfile *profile, const WebViewClient &client, QObject *parent)
+    : QWebEnginePage(profile, parent)
+    , m_client(client)
+    , m_token(QUuid::createUuid().toString(QUuid::WithoutBraces)) {
+    setBackgroundColor(QColor(Qt::transparent));
+    connect(this, &QWebEnginePage::featurePermissionRequested, this,
+            [this](const QUrl &origin, Feature feature) {
+                setFeaturePermission(origin, feature, PermissionDeniedByUser);
+            });
+    connect(this, &QWebEnginePage::certificateError, this,
+            [](QWebEngineCertificateError error) { error.rejectCertificate(); });
+    connect(this, &QWebEnginePage::fullScreenRequested, this,
+            [](QWebEngineFullScreenRequest request) { request.reject(); });
+    connect(this, &QWebEnginePage::registerProtocolHandlerRequested, this,
+            [](QWebEngineRegisterProtocolHandlerRequest request) { request.reject(); });
+    connect(this, &QWebEnginePage::loadFinished, this, [this](bool ok) {
+        if (m_client.loadFinished)
+            m_client.loadFinished(ok);
+    });
+}
+
+void WebEnginePage::installScripts(bool dark) {
+    QWebEngineScript script;
+    script.setName(scriptName);
+    script.setInjectionPoint(QWebEngineScript::DocumentCreation);
+    script.setWorldId(QWebEngineScript::MainWorld);
+    script.setRunsOnSubFrames(false);
+    // The page's own scripts come later: what is taken here is the engine's. The token is known to no frame
+    // but this one.
+    QString source = uR"(
+(function () {
+  'use strict';
+  const log = console.log.bind(console), text = JSON.stringify, handlers = {};
+  for (const name of NAMES) {
+    const handler = {};
+    Object.defineProperty(handler, 'postMessage', {
+      value: function (body) { log('TOKEN' + text([name, body === undefined ? null : body])); } });
+    Object.defineProperty(handlers, name, { value: Object.freeze(handler), enumerable: true });
+  }
+  const webkit = {};
+  Object.defineProperty(webkit, 'messageHandlers', { value: Object.freeze(handlers), enumerable: true });
+  Object.defineProperty(window, 'webkit', { value: Object.freeze(webkit), enumerable: true });
+  const scheme = document.createElement('style');
+  scheme.textContent = ':root { color-scheme: SCHEME; }';
+  const add = function () {
+    if (document.documentElement) document.documentElement.prepend(scheme);
+  };
+  if (document.documentElement) add();
+  else new MutationObserver(function (changes, observer) {
+    if (document.documentElement) { observer.disconnect(); add(); }
+  }).observe(document, { childList: true });
+})();)"_s;
+    source.replace(
+        u"NAMES"_s,
+        QString::fromUtf8(QJsonDocument(QJsonArray::fromStringList(m_client.messageNames)).toJson()));
+    source.replace(u"TOKEN"_s, m_token);
+    source.replace(u"SCHEME"_s, dark ? u"dark"_s : u"light"_s);
+    script.setSourceCode(source);
+    for (const QWebEngineScript &old : scripts().find(scriptName))
+        scripts().remove(old);
+    scripts().insert(script);
+}
+
+bool WebEnginePage::isPageAddress(const QUrl &url) {
+    return url.scheme() == u"http" || url.scheme() == u"https" || url.scheme() == u"about" ||
+           url.scheme() == u"data" || url.scheme() == u"blob";
+}
+
+bool WebEnginePage::acceptNavigationRequest(const QUrl &url, NavigationType type, bool isMainFrame) {
+    if (type == NavigationTypeLinkClicked && !url.isEmpty()) {
+        // Within the page a link is no way out of it.
+        const bool withinPage =
+            isMainFrame && url.hasFragment() &&
+            url.adjusted(QUrl::RemoveFragment) == this->url().adjusted(QUrl::RemoveFragment);
+        if (withinPage)
+            return true;
+        if (m_client.linkActivated && !url.isLocalFile())
+            m_client.linkActivated(url);
+        return false;
+    }
+    return isPageAddress(url);
+}
+
+QWebEnginePage *WebEnginePage::createWindow(WebWindowType) {
+    return new LinkCatcher(profile(), m_client, this);
+}
+
+QStringList WebEnginePage::chooseFiles(FileSelectionMode, const QStringList &, const QStringList &) {
+    return {};
+}
+void WebEnginePage::javaScriptAlert(const QUrl &, const QString &) {}
+bool WebEnginePage::javaScriptConfirm(const QUrl &, const QString &) { return false; }
+bool WebEnginePage::javaScriptPrompt(const QUrl &, const QString &, const QString &, QString *) {
+    return false;
+}
+
+void WebEnginePage::javaScriptConsoleMessage(JavaScriptConsoleMessageLevel, const QString &message, int,
+                                             const QString &) {
+    // What a page writes to its console is its own affair; messages carry this page's token.
+    if (!message.startsWith(m_token) || !m_client.messageReceived)
+        return;
+    const QJsonArray parts = QJsonDocument::fromJson(message.mid(m_token.size()).toUtf8()).array();
+    const QString name = parts.at(0).toString();
+    if (m_client.messageNames.contains(name))
+        m_client.messageReceived(name, parts.at(1).toVariant());
+}
+
+} // namespace tx

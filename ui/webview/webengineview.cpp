@@ -1,0 +1,127 @@
+// SPDX-License-Identifier: MIT
+#include "ui/webview/webengineview.h"
+
+#include "ui/webview/webenginepage.h"
+
+#include <QWebEngineDownloadRequest>
+#include <QWebEngineSettings>
+#include <QWebEngineUrlRequestInterceptor>
+
+using namespace Qt::StringLiterals;
+
+namespace tx {
+
+namespace {
+
+/// Nothing but the web: no file of this machine, no scheme of the engine's own.
+class WebOnly final : public QWebEngineUrlRequestInterceptor {
+public:
+    using QWebEngineUrlRequestInterceptor::QWebEngineUrlRequestInterceptor;
+    void interceptRequest(QWebEngineUrlRequestInfo &info) override {
+        const QString scheme = info.requestUrl().scheme();
+        if (!WebEnginePage::isPageAddress(info.requestUrl()) && scheme != u"ws" && scheme != u"wss")
+            info.block(true);
+    }
+};
+
+void restrict(QWebEngineSettings &settings) {
+    using Settings = QWebEngineSettings;
+    for (const Settings::WebAttribute off :
+         {Settings::JavascriptCanOpenWindows, Settings::JavascriptCanAccessClipboard,
+          Settings::JavascriptCanPaste, Settings::LocalContentCanAccessRemoteUrls,
+          Settings::LocalContentCanAccessFileUrls, Settings::LocalStorageEnabled, Settings::PluginsEnabled,
+          Settings::PdfViewerEnabled, Settings::ScreenCaptureEnabled, Settings::WebGLEnabled,
+          Settings::AllowRunningInsecureContent, Settings::AllowGeolocationOnInsecureOrigins,
+          Settings::AllowWindowActivationFromJavaScript, Settings::NavigateOnDropEnabled,
+          Settings::FullScreenSupportEnabled, Settings::HyperlinkAuditingEnabled,
+          Settings::DnsPrefetchEnabled})
+        settings.setAttribute(off, false);
+    settings.setAttribute(Settings::FocusOnNavigationEnabled, false);
+    settings.setAttribute(Settings::PlaybackRequiresUserGesture, true);
+    settings.setUnknownUrlSchemePolicy(Settings::DisallowUnknownUrlSchemes);
+}
+
+} // namespace
+
+WebEngineView::WebEngineView(QWidget *parent, const WebViewClient &client, bool dark)
+    : m_client(client)
+    , m_dark(dark)
+    , m_view(new QWebEngineView(parent))
+    , m_profile(std::make_unique<QWebEngineProfile>()) { // without a name it keeps nothing on disk
+    m_profile->setHttpCacheType(QWebEngineProfile::MemoryHttpCache);
+    m_profile->setPersistentCookiesPolicy(QWebEngineProfile::NoPersistentCookies);
+    m_profile->setUrlRequestInterceptor(new WebOnly(m_profile.get()));
+    restrict(*m_profile->settings());
+    QObject::connect(m_profile.get(), &QWebEngineProfile::downloadRequested, m_profile.get(),
+                     [](QWebEngineDownloadRequest *request) { request->cancel(); });
+    m_view->setContextMenuPolicy(Qt::NoContextMenu);
+    m_view->setAcceptDrops(false);
+}
+
+WebEngineView::~WebEngineView() {
+    // The page goes before its profile.
+    m_client = {};
+    endPage();
+    delete m_view;
+}
+
+WebEnginePage *WebEngineView::page() {
+    m_ending = false;
+    if (!m_page && m_view) {
+        m_page = new WebEnginePage(m_profile.get(), m_client, m_view);
+        m_page->installScripts(m_dark);
+        m_view->setPage(m_page);
+        // An empty document shows what is behind it from the first moment on.
+        m_view->setAttribute(Qt::WA_TranslucentBackground);
+    }
+    return m_page;
+}
+
+void WebEngineView::endPage() {
+    if (m_page && m_view)
+        delete m_page;
+    m_page = nullptr;
+}
+
+void WebEngineView::load(const QUrl &url) {
+    if (!WebEnginePage::isPageAddress(url) || !page()) {
+        endPage();
+        return;
+    }
+    m_page->load(url);
+}
+
+void WebEngineView::setHtml(const QString &html) {
+    if (html.isEmpty()) {
+        // A page's handler may be what called this. Another page may be asked for until then.
+        m_ending = true;
+        QMetaObject::invokeMethod(
+            m_profile.get(),
+            [this] {
+                if (m_ending)
+                    endPage();
+            },
+            Qt::QueuedConnection);
+        return;
+    }
+    if (page())
+        m_page->setHtml(html);
+}
+
+void WebEngineView::evaluateJavaScript(const QString &script) {
+    if (m_page)
+        m_page->runJavaScript(script);
+}
+
+void WebEngineView::setDark(bool dark) {
+    if (m_dark == dark)
+        return;
+    m_dark = dark;
+    if (!m_page)
+        return;
+    m_page->installScripts(dark);
+    m_page->runJavaScript(
+        u"document.documentElement.style.colorScheme = '%1';"_s.arg(dark ? u"dark"_s : u"light"_s));
+}
+
+} // namespace tx
