@@ -38,7 +38,8 @@ int feedValidate(const FeedOptions &options);
 int check(const AppOptions &options);
 int update(const AppOptions &options);
 int profile(bool asJson);
-int serve(const QString &directory, int port);
+/// `rate`: bytes a second for each answer; 0: as fast as it goes.
+int serve(const QString &directory, int port, qint64 rate);
 
 /// "txupdate: <line>" on standard error.
 void complain(const QString &line);

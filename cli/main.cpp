@@ -27,6 +27,7 @@ struct Words {
     std::string feed;
     std::string directory;
     int port = 8000;
+    qint64 rate = 0;
     bool json = false;
 };
 
@@ -93,6 +94,9 @@ int main(int argc, char **argv) {
                  "Prints each request's parameters and profile.");
     serveCommand->add_option("DIR", words.directory, "the folder")->required()->check(CLI::ExistingDirectory);
     serveCommand->add_option("--port", words.port, "0 takes a free one")->capture_default_str();
+    serveCommand
+        ->add_option("--rate", words.rate, "bytes a second, to see an update on a slow line; 0: no limit")
+        ->capture_default_str();
 
     try {
         application.parse(argc, argv);
@@ -105,7 +109,7 @@ int main(int argc, char **argv) {
     if (versionCommand->parsed())
         return versionText->count() > 0 ? version(text(words.a)) : versionLines();
     if (serveCommand->parsed())
-        return serve(text(words.directory), words.port);
+        return serve(text(words.directory), words.port, words.rate);
     if (updateCommand->parsed()) {
         // What installs an application ends its own process; another one waits to tell how it went.
         if (const std::optional<int> status = superviseInstallation())

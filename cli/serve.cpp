@@ -12,12 +12,13 @@ using namespace Qt::StringLiterals;
 
 namespace tx::cli {
 
-int serve(const QString &directory, int port) {
+int serve(const QString &directory, int port, qint64 rate) {
     // It stands beside this program.
     const QString program = QFileInfo(u"/proc/self/exe"_s).canonicalPath() + u"/txupdate-serve"_s;
     const QByteArray path = QFile::encodeName(program);
     execl(path.constData(), "txupdate-serve", QFile::encodeName(directory).constData(),
-          QByteArray::number(port).constData(), static_cast<char *>(nullptr));
+          QByteArray::number(port).constData(), QByteArray::number(rate).constData(),
+          static_cast<char *>(nullptr));
     complain(u"%1 cannot be run: %2"_s.arg(program, QString::fromLocal8Bit(std::strerror(errno))));
     return ExitFailed;
 }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// txupdate-serve DIR PORT: what `txupdate serve` becomes. A program of its own, because the server's
+// txupdate-serve DIR PORT RATE: what `txupdate serve` becomes. A program of its own, because the server's
 // libraries cost more at start than a whole check.
 
 #include <QFile>
@@ -9,8 +9,10 @@
 
 #include <httplib.h>
 
+#include <chrono>
 #include <cstdio>
 #include <mutex>
+#include <thread>
 
 using namespace Qt::StringLiterals;
 
@@ -40,8 +42,10 @@ const char *contentTypeFor(const QString &suffix) {
 
 class Server {
 public:
-    explicit Server(const QString &directory)
-        : m_root(QFileInfo(directory).canonicalFilePath()) {
+    /// `rate`: bytes a second for each answer; 0: as fast as it goes.
+    Server(const QString &directory, qint64 rate)
+        : m_rate(rate)
+        , m_root(QFileInfo(directory).canonicalFilePath()) {
         const auto handler = [this](const httplib::Request &request, httplib::Response &response) {
             answer(request, response);
             print(request, response);
@@ -89,10 +93,14 @@ private:
             return;
         }
         response.set_content_provider(
-            size, type, [content](size_t offset, size_t length, httplib::DataSink &sink) {
-                constexpr size_t step = 256 << 10;
+            size, type, [content, rate = m_rate](size_t offset, size_t length, httplib::DataSink &sink) {
+                // Ten steps a second are smooth enough for a progress bar.
+                const size_t step =
+                    rate > 0 ? static_cast<size_t>(std::max<qint64>(1, rate / 10)) : 256 << 10;
                 content->seek(static_cast<qint64>(offset));
                 const QByteArray data = content->read(static_cast<qint64>(std::min(length, step)));
+                if (rate > 0)
+                    std::this_thread::sleep_for(std::chrono::milliseconds(100));
                 return !data.isEmpty() && sink.write(data.constData(), static_cast<size_t>(data.size()));
             });
     }
@@ -116,6 +124,7 @@ private:
         std::fflush(stdout);
     }
 
+    qint64 m_rate;
     QString m_root;
     httplib::Server m_server;
     std::mutex m_mutex;
@@ -124,9 +133,10 @@ private:
 } // namespace
 
 int main(int argc, char **argv) {
-    if (argc != 3) {
-        std::fputs("usage: txupdate serve DIR [--port N]\n", stderr);
+    if (argc != 4) {
+        std::fputs("usage: txupdate serve DIR [--port N] [--rate BYTES]\n", stderr);
         return 64;
     }
-    return Server(QString::fromLocal8Bit(argv[1])).run(QByteArray(argv[2]).toInt());
+    return Server(QString::fromLocal8Bit(argv[1]), QByteArray(argv[3]).toLongLong())
+        .run(QByteArray(argv[2]).toInt());
 }

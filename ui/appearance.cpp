@@ -64,6 +64,10 @@ void attachSheet(QWidget *window, const QWidget *parent) {
 
 void setButtonTitle(QPushButton *button, const QString &title) {
     button->setText(QString(title).replace(u'&', QStringLiteral("&&")));
+    // Room on both sides, in every style and language; a shorter title does not make it jump.
+    constexpr int margins = 40;
+    button->setMinimumWidth(
+        std::max(button->minimumWidth(), button->fontMetrics().horizontalAdvance(title) + margins));
     // Letters that the buttons beside it use already are passed over.
     QString taken;
     for (const QPushButton *other : button->window()->findChildren<QPushButton *>()) {

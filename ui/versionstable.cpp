@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "ui/versionstable.h"
 
+#include "ui/appearance.h"
+
 #include <QAbstractTableModel>
+#include <QGuiApplication>
 #include <QHBoxLayout>
 #include <QHeaderView>
 #include <QPushButton>
@@ -92,11 +95,33 @@ TXUpdateVersionsTableView::TXUpdateVersionsTableView(QWidget *parent)
     setVerticalScrollMode(ScrollPerPixel);
     setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
     setTabKeyNavigation(false);
+    softenSelection();
     connect(selectionModel(), &QItemSelectionModel::selectionChanged, this,
             [this] { Q_EMIT selectionDidChange(selectedRow()); });
 }
 
 TXUpdateVersionsTableView::~TXUpdateVersionsTableView() = default;
+
+void TXUpdateVersionsTableView::softenSelection() {
+    // A row is made of texts and images in their own colours: they stand on a hint of the selection's colour.
+    const QPalette desktop = QGuiApplication::palette();
+    const QColor base = desktop.color(QPalette::Base);
+    const QColor highlight = desktop.color(QPalette::Highlight);
+    const auto mixed = [](int a, int b) { return (a * 3 + b) / 4; };
+    QPalette soft;
+    soft.setColor(QPalette::Highlight,
+                  QColor(mixed(base.red(), highlight.red()), mixed(base.green(), highlight.green()),
+                         mixed(base.blue(), highlight.blue())));
+    soft.setColor(QPalette::HighlightedText, desktop.color(QPalette::Text));
+    if (palette().color(QPalette::Highlight) != soft.color(QPalette::Highlight))
+        setPalette(soft);
+}
+
+bool TXUpdateVersionsTableView::event(QEvent *event) {
+    if (tx::isAppearanceChange(event))
+        softenSelection();
+    return QTableView::event(event);
+}
 
 void TXUpdateVersionsTableView::reloadData(int rows, const std::function<QString(int)> &textForRow,
                                            const RowFiller &fill) {

@@ -18,16 +18,22 @@ namespace tx {
 
 namespace {
 
-/// The engine warns when it is loaded into a running application; the module does what it asks for.
-class QuietLoading {
+/// The engine warns when it is loaded into a running application, and describes the graphics that it does
+/// without: nothing that a host's user has use for.
+class QuietStart {
 public:
-    QuietLoading() { handlerBefore = qInstallMessageHandler(passOn); }
-    ~QuietLoading() { qInstallMessageHandler(handlerBefore); }
-    Q_DISABLE_COPY_MOVE(QuietLoading)
+    QuietStart() { handlerBefore = qInstallMessageHandler(passOn); }
+    ~QuietStart() { qInstallMessageHandler(handlerBefore); }
+    Q_DISABLE_COPY_MOVE(QuietStart)
 
 private:
     static void passOn(QtMsgType type, const QMessageLogContext &context, const QString &message) {
-        if (!message.startsWith(u"Qt WebEngine seems to be initialized from a plugin") && handlerBefore)
+        const bool aboutStarting =
+            message.startsWith(u"Qt WebEngine seems to be initialized from a plugin") ||
+            message.startsWith(u"Sandboxing disabled by user") ||
+            message.startsWith(u"No suitable graphics backend found") ||
+            QByteArrayView(context.category) == "qt.webenginecontext";
+        if (!aboutStarting && handlerBefore)
             handlerBefore(type, context, message);
     }
     static inline QtMessageHandler handlerBefore = nullptr;
@@ -40,7 +46,6 @@ WebViewMaker moduleMaker(QString *reason) {
         return nullptr;
     QLibrary module(services().resourcesPath() + u"/TXUpdateWebView.so"_s);
     module.setLoadHints(QLibrary::PreventUnloadHint);
-    const QuietLoading quiet;
     const auto function = reinterpret_cast<WebViewMaker>(module.resolve("txMakeWebView"));
     if (!function)
         *reason = module.errorString();
@@ -56,6 +61,7 @@ std::unique_ptr<WebView> makeWebView(QWidget *parent, const WebViewClient &clien
     }
     QString reason;
     std::unique_ptr<WebView> view;
+    const QuietStart quiet;
     if (const WebViewMaker make = moduleMaker(&reason))
         view.reset(make(parent, client, appearanceIsDark()));
     if (!view) {

@@ -1,15 +1,20 @@
 // SPDX-License-Identifier: MIT
-// TarvixNotes: a notes keeper that updates itself. What a host needs of the framework is in Updating below.
+// TarvixNotes: a notes keeper that updates itself. With a display it is a window, where the framework's own
+// windows do everything (NoteWindow); with a command it works on the terminal, and drives the update itself
+// (Updating below).
+
+#include "notes.h"
+#include "notewindow.h"
+#include "walkthrough.h"
 
 #include <TarvixUpdate/TarvixUpdate.h>
 
-#include <QCoreApplication>
+#include <QApplication>
 #include <QDateTime>
-#include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
+#include <QPalette>
 #include <QSocketNotifier>
-#include <QStandardPaths>
 #include <QTextStream>
 
 #include <cstdio>
@@ -22,30 +27,6 @@ void say(const QString &line) {
     std::printf("%s\n", line.toUtf8().constData());
     std::fflush(stdout);
 }
-
-class Notes {
-public:
-    Notes() {
-        const QString folder = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation);
-        QDir().mkpath(folder);
-        m_path = folder + u"/tarvix-notes.txt"_s;
-    }
-    void add(const QString &text) const {
-        QFile file(m_path);
-        if (file.open(QIODevice::Append))
-            file.write(text.toUtf8() + '\n');
-        else
-            say(u"The note could not be kept: %1"_s.arg(file.errorString()));
-    }
-    void list() const {
-        QFile file(m_path);
-        if (file.open(QIODevice::ReadOnly))
-            say(QString::fromUtf8(file.readAll()).trimmed());
-    }
-
-private:
-    QString m_path;
-};
 
 /// The whole update, told step by step on the terminal.
 class Updating {
@@ -123,9 +104,11 @@ void recordLaunch() {
 int runCommand(const QStringList &words, const Notes &notes, Updating &updating) {
     const QString command = words.value(0);
     if (command == u"add") {
-        notes.add(words.mid(1).join(u' '));
+        QString reason;
+        if (!notes.add(words.mid(1).join(u' '), &reason))
+            say(u"The note could not be kept: %1"_s.arg(reason));
     } else if (command == u"list") {
-        notes.list();
+        say(notes.text().trimmed());
     } else if (command == u"version") {
         say(u"%1 %2 (build %3)"_s.arg(TXUpdateHost::host()->name(), TXUpdateHost::host()->displayVersion(),
                                       TXUpdateHost::host()->version()));
@@ -151,7 +134,44 @@ int runCommand(const QStringList &words, const Notes &notes, Updating &updating)
 
 } // namespace
 
+namespace {
+
+bool hasDisplay() {
+    return qEnvironmentVariableIsSet("DISPLAY") || qEnvironmentVariableIsSet("WAYLAND_DISPLAY") ||
+           qEnvironmentVariableIsSet("QT_QPA_PLATFORM");
+}
+
+QPalette darkPalette() {
+    QPalette palette(QColor(53, 53, 56), QColor(43, 43, 46));
+    palette.setColor(QPalette::Base, QColor(30, 30, 32));
+    palette.setColor(QPalette::Text, Qt::white);
+    palette.setColor(QPalette::Highlight, QColor(47, 127, 214));
+    return palette;
+}
+
+/// The application with its window.
+int runWindow(int &argc, char **argv) {
+    QApplication application(argc, argv);
+    if (qEnvironmentVariable("TARVIX_NOTES_APPEARANCE") == u"dark"_s)
+        QApplication::setPalette(darkPalette());
+    QApplication::setApplicationDisplayName(TXUpdateHost::host()->name());
+    recordLaunch();
+    const Notes notes;
+    if (qEnvironmentVariableIsSet("TARVIX_NOTES_FEED"))
+        TXUpdater::sharedUpdater()->setFeedURL(QUrl(qEnvironmentVariable("TARVIX_NOTES_FEED")));
+    NoteWindow window(notes);
+    window.show();
+    std::unique_ptr<Walkthrough> walkthrough;
+    if (qEnvironmentVariableIsSet("TARVIX_NOTES_PICTURES"))
+        walkthrough = std::make_unique<Walkthrough>(window, qEnvironmentVariable("TARVIX_NOTES_PICTURES"));
+    return QApplication::exec();
+}
+
+} // namespace
+
 int main(int argc, char **argv) {
+    if (argc == 1 && hasDisplay())
+        return runWindow(argc, argv);
     QCoreApplication application(argc, argv);
     recordLaunch();
     const Notes notes;

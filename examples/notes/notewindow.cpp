@@ -1,0 +1,55 @@
+// SPDX-License-Identifier: MIT
+#include "notewindow.h"
+
+#include <QCloseEvent>
+#include <QMenuBar>
+#include <QPlainTextEdit>
+#include <QStatusBar>
+
+NoteWindow::NoteWindow(const Notes &notes)
+    : m_notes(notes)
+    , m_text(new QPlainTextEdit(this)) {
+    const TXUpdateHost *host = TXUpdateHost::host();
+    setWindowTitle(host->name());
+    resize(720, 460);
+    m_text->setPlainText(notes.text());
+    m_text->setPlaceholderText(tr("Write a note"));
+    m_text->setAccessibleName(tr("Notes"));
+    setCentralWidget(m_text);
+    statusBar()->showMessage(
+        tr("%1 %2 (build %3)").arg(host->name(), host->displayVersion(), host->version()));
+
+    QMenu *file = menuBar()->addMenu(tr("&File"));
+    file->addAction(tr("&Quit"), QKeySequence::Quit, this, &QWidget::close);
+    QMenu *help = menuBar()->addMenu(tr("&Help"));
+    checkAction = help->addAction(tr("Check for &Updates..."), &updates,
+                                  [this] { updates.checkForUpdateAndShowChecking(true, true); });
+    newsAction = help->addAction(tr("&News..."), &updates, [this] { updates.showPostsPassively(); });
+
+    updates.setDelegate(this);
+    updates.setup();
+    updateInterfaceForUpdateControllerStatus(&updates);
+}
+
+void NoteWindow::updateInterfaceForUpdateControllerStatus(TXStandardUpdateController *controller) {
+    if (!checkAction)
+        return;
+    checkAction->setEnabled((controller->status() & TXStandardUpdateControllerStatusChecking) == 0);
+    newsAction->setEnabled(controller->hasPostsToShowPassively());
+}
+
+std::optional<TXUpdateCurrentConditions>
+NoteWindow::currentConditionsForUpdating(TXStandardUpdateController *) {
+    return TXUpdateCurrentConditions{TXUpdateConditionLaunchNotFirst};
+}
+
+void NoteWindow::closeEvent(QCloseEvent *event) {
+    if (m_text->document()->isModified() && !m_notes.replace(m_text->toPlainText())) {
+        statusBar()->showMessage(tr("The notes could not be kept."));
+        event->ignore();
+        return;
+    }
+    m_text->document()->setModified(false);
+    updates.showPostsAtQuit();
+    event->accept();
+}

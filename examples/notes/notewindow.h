@@ -1,0 +1,34 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "notes.h"
+
+#include <TarvixUpdate/TarvixUpdate.h>
+
+#include <QMainWindow>
+
+class QPlainTextEdit;
+
+/// The application's window. Everything that concerns updates is in the controller and the three functions of
+/// its delegate.
+class NoteWindow final : public QMainWindow, public TXStandardUpdateControllerDelegate {
+    Q_OBJECT
+public:
+    explicit NoteWindow(const Notes &notes);
+
+    QAction *checkAction = nullptr;
+    QAction *newsAction = nullptr;
+    TXStandardUpdateController updates;
+
+    void updateInterfaceForUpdateControllerStatus(TXStandardUpdateController *controller) override;
+    std::optional<TXUpdateCurrentConditions>
+    currentConditionsForUpdating(TXStandardUpdateController *) override;
+    QWidget *sheetParentWindowForUpdater(TXStandardUpdateController *) override { return this; }
+
+protected:
+    void closeEvent(QCloseEvent *event) override;
+
+private:
+    const Notes &m_notes;
+    QPlainTextEdit *m_text;
+};

@@ -1,0 +1,139 @@
+// SPDX-License-Identifier: MIT
+#include "walkthrough.h"
+
+#include <QAbstractButton>
+#include <QApplication>
+#include <QDialog>
+#include <QDir>
+#include <QLabel>
+#include <QPixmap>
+#include <QScreen>
+#include <QTableView>
+
+#include <cstdio>
+
+namespace {
+
+constexpr int interval = 50;
+constexpr int longestWait = 30000;
+
+/// The dialog that holds a part of this name and shows it.
+QDialog *dialogWith(const char *part) {
+    for (QWidget *widget : QApplication::topLevelWidgets()) {
+        auto *dialog = qobject_cast<QDialog *>(widget);
+        if (dialog && dialog->isVisible() && dialog->findChild<QWidget *>(QString::fromLatin1(part)))
+            return dialog;
+    }
+    return nullptr;
+}
+
+QAbstractButton *buttonIn(const char *part) {
+    QDialog *dialog = dialogWith(part);
+    return dialog ? dialog->findChild<QAbstractButton *>(QString::fromLatin1(part)) : nullptr;
+}
+
+QString titleOf(const char *part) {
+    const QAbstractButton *button = buttonIn(part);
+    return button ? button->text() : QString();
+}
+
+/// Later: what a modal window's button does must not run inside this object's timer.
+void press(const char *part) {
+    QTimer::singleShot(0, qApp, [part] {
+        if (QAbstractButton *button = buttonIn(part))
+            button->click();
+    });
+}
+
+} // namespace
+
+Walkthrough::Walkthrough(NoteWindow &window, const QString &folder)
+    : m_window(window)
+    , m_folder(folder) {
+    QDir().mkpath(folder);
+    if (TXUpdateHost::host()->version() == QStringLiteral("1"))
+        oldBuild();
+    else
+        newBuild();
+    QRect place = m_window.frameGeometry();
+    place.moveCenter(m_window.screen()->availableGeometry().center());
+    m_window.move(place.topLeft());
+    m_waiting.start();
+    connect(&m_timer, &QTimer::timeout, this, &Walkthrough::advance);
+    m_timer.start(interval);
+}
+
+void Walkthrough::oldBuild() {
+    m_steps = {
+        {QStringLiteral("1-window"), [this] { return m_window.isVisible(); },
+         [this] { QTimer::singleShot(0, m_window.checkAction, &QAction::trigger); }},
+        {QStringLiteral("2-checking"), [] { return dialogWith("theContentView") != nullptr; }, [] {}},
+        {QStringLiteral("3-update"),
+         [] { return titleOf("installButton") == QStringLiteral("Download Update"); },
+         [] { press("installButton"); }, 1500},
+        {QStringLiteral("4-downloading"),
+         [] { return titleOf("installButton") == QStringLiteral("Install Later"); }, [] {}, 150},
+        {QStringLiteral("5-downloaded"),
+         [] { return titleOf("installButton") == QStringLiteral("Install && Relaunch"); },
+         [] { press("installButton"); }},
+    };
+}
+
+void Walkthrough::newBuild() {
+    m_steps = {
+        {QStringLiteral("6-new-version"), [this] { return m_window.isVisible(); },
+         [this] { QTimer::singleShot(0, m_window.checkAction, &QAction::trigger); }},
+        {QStringLiteral("7-up-to-date"),
+         [] {
+             const QDialog *panel = dialogWith("theContentView");
+             return panel && panel->findChild<QLabel *>(QStringLiteral("messageField"))->isVisible();
+         },
+         [] { press("button"); }},
+        {QString(), [this] { return m_window.newsAction->isEnabled() && !QApplication::activeModalWidget(); },
+         [this] { QTimer::singleShot(0, m_window.newsAction, &QAction::trigger); }, 0},
+        {QStringLiteral("8-news"), [] { return dialogWith("_bottomBarCloseButton") != nullptr; },
+         [] { press("_bottomBarCloseButton"); }, 1500},
+        {QString(), [] { return dialogWith("_bottomBarCloseButton") == nullptr; },
+         [this] { QTimer::singleShot(0, &m_window, &QWidget::close); }, 0},
+        {QStringLiteral("9-at-quit"), [] { return dialogWith("_bottomBarCloseButton") != nullptr; },
+         [] { press("_bottomBarCloseButton"); }, 1500},
+    };
+}
+
+void Walkthrough::advance() {
+    if (m_steps.isEmpty())
+        return;
+    if (m_waiting.elapsed() > longestWait) {
+        std::fprintf(stderr, "walkthrough: waited in vain for %s\n",
+                     m_steps.first().name.toUtf8().constData());
+        std::exit(3);
+    }
+    if (!m_steps.first().isReady()) {
+        m_settled.invalidate();
+        return;
+    }
+    if (!m_settled.isValid())
+        m_settled.start();
+    if (m_settled.elapsed() < m_steps.first().settle)
+        return;
+    const Step step = m_steps.takeFirst();
+    m_settled.invalidate();
+    m_waiting.restart();
+    if (!step.name.isEmpty())
+        takePicture(step.name);
+    step.act();
+}
+
+void Walkthrough::takePicture(const QString &name) const {
+    // The screen and not the widgets: this is what people see.
+    QScreen *screen = m_window.screen();
+    QRect area = m_window.frameGeometry();
+    for (const QWidget *widget : QApplication::topLevelWidgets()) {
+        if (widget->isVisible() && widget->isWindow())
+            area = area.united(widget->frameGeometry());
+    }
+    area = area.intersected(screen->geometry());
+    if (!screen->grabWindow(0, area.x(), area.y(), area.width(), area.height())
+             .save(m_folder + QLatin1Char('/') + name + QStringLiteral(".png")))
+        std::fprintf(stderr, "walkthrough: could not save %s\n", name.toUtf8().constData());
+}

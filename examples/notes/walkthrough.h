@@ -1,0 +1,37 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "notewindow.h"
+
+#include <QElapsedTimer>
+#include <QTimer>
+
+#include <functional>
+
+/// Walks through an update by itself, pressing what a user would press, and leaves a picture of each state in
+/// a folder. In the old build: check, offer, download, install. In the new one: up to date, news, news at
+/// quit.
+class Walkthrough final : public QObject {
+    Q_OBJECT
+public:
+    Walkthrough(NoteWindow &window, const QString &folder);
+
+private:
+    struct Step {
+        QString name;                  ///< of the picture; none when empty
+        std::function<bool()> isReady; ///< asked again and again
+        std::function<void()> act;     ///< after the picture
+        int settle = 400;              ///< milliseconds that the state is left alone before its picture
+    };
+    void advance();
+    void takePicture(const QString &name) const;
+    void oldBuild();
+    void newBuild();
+
+    NoteWindow &m_window;
+    QString m_folder;
+    QList<Step> m_steps;
+    QTimer m_timer;
+    QElapsedTimer m_waiting;
+    QElapsedTimer m_settled;
+};
