@@ -3,6 +3,7 @@
 
 #include "platform/directories.h"
 #include "platform/format.h"
+#include "platform/services.h"
 #include "platform/stringstable.h"
 
 #include <TarvixUpdate/TXLog.h>
@@ -52,24 +53,52 @@ QStringList folderNames(const QString &language) {
     return names;
 }
 
-} // namespace
-
-QString localizedString(const QString &key, const QString &table, const TXBundle &bundle,
-                        const QStringList &languages) {
+/// The text in the first language that has it; null without one, and where English is wanted more.
+QString lookUp(const QString &key, const QString &folder, const QString &table,
+               const QStringList &languages) {
     for (const QString &language : languages) {
         for (const QString &name : folderNames(language)) {
-            const auto &texts = tableAt(u"%1/%2.lproj/%3.strings"_s.arg(bundle.resourcesPath(), name, table));
+            const auto &texts = tableAt(u"%1/%2.lproj/%3.strings"_s.arg(folder, name, table));
             if (const auto found = texts.find(key); found != texts.end() && !found->isEmpty())
                 return *found;
         }
         if (language == u"en" || language.startsWith(u"en-"))
             break; // the keys are English: a later language would be less wanted
     }
-    return QCoreApplication::translate("TarvixUpdate", key.toUtf8().constData());
+    return {};
+}
+
+/// The framework's own tables serve the relatives of their languages: simplified Chinese where no script is
+/// named or that one is used, Brazilian Portuguese for all of Portuguese.
+QStringList closestLanguages(const QStringList &languages) {
+    QStringList result;
+    for (const QString &language : languages) {
+        if (language == u"pt" || language.startsWith(u"pt-"))
+            result << u"pt-BR"_s;
+        else if (language == u"zh" || language == u"zh-CN" || language == u"zh-SG")
+            result << u"zh-Hans"_s;
+        else
+            result << language;
+    }
+    return result;
+}
+
+} // namespace
+
+QString localizedString(const QString &key, const QString &table, const TXBundle &bundle,
+                        const QStringList &languages) {
+    if (const QString text = lookUp(key, bundle.resourcesPath(), table, languages); !text.isNull())
+        return text;
+    if (const QString text = QCoreApplication::translate("TarvixUpdate", key.toUtf8().constData());
+        text != key)
+        return text;
+    const QString own =
+        lookUp(key, services().resourcesPath(), u"TarvixUpdate"_s, closestLanguages(languages));
+    return own.isNull() ? key : own;
 }
 
 QString localizedString(const QString &key, const QString &table) {
-    return localizedString(key, table, TXBundle::mainBundle(), preferredLanguages());
+    return localizedString(key, table, TXBundle::mainBundle(), services().preferredLanguages());
 }
 
 QString localizedFormat(const QString &key, const QStringList &arguments) {

@@ -8,7 +8,8 @@
 namespace tx {
 
 /// The text for an English key, in the user's language: from `<language>.lproj/<table>.strings` of the main
-/// bundle, then from the application's Qt translators (context "TarvixUpdate"), then the key itself.
+/// bundle, then from the application's Qt translators (context "TarvixUpdate"), then from the framework's own
+/// `<language>.lproj/TarvixUpdate.strings`, then the key itself.
 /// Thread: any.
 [[nodiscard]] QString localizedString(const QString &key,
                                       const QString &table = QStringLiteral("Localizable"));

@@ -39,6 +39,7 @@ Services &services() {
         mountFlagsAreReadOnly,
         aliasFileTarget,
         {userApplicationsDirectory, localApplicationsDirectory, downloadsDirectoryPath, desktopDirectoryPath},
+        preferredLanguages,
         frameworkResourcesPath,
         [] { return frameworkResourcesPath() + u"/hdiutil"_s; },
         [] { return QList<ScreenInfo>(); },

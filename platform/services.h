@@ -42,6 +42,8 @@ struct Services {
     /// What an alias file leads to.
     std::function<std::optional<QString>(const QString &path)> aliasTarget;
     Folders folders;
+    /// The languages that the user prefers, best first, as language tags.
+    std::function<QStringList()> preferredLanguages;
     /// The framework's resources.
     std::function<QString()> resourcesPath;
     /// The command that knows disk images.

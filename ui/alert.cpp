@@ -23,6 +23,7 @@ struct Box {
     explicit Box(const Alert &alert)
         : box(new QMessageBox(alert.critical ? QMessageBox::Critical : QMessageBox::Information,
                               QGuiApplication::applicationDisplayName(), alert.message)) {
+        applyDirection(box);
         // The texts are what they are, not markup.
         box->setTextFormat(Qt::PlainText);
         box->setInformativeText(alert.informative.toHtmlEscaped().replace(u'\n', u"<br>"_s));

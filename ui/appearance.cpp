@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "ui/appearance.h"
 
+#include "platform/localization.h"
+
 #include <QApplication>
 #include <QGuiApplication>
 #include <QMouseEvent>
@@ -24,6 +26,12 @@ void applyAppearance(QWidget *window) {
     if (window->palette().color(QPalette::Window) !=
         QPalette(palette).resolve(QGuiApplication::palette()).color(QPalette::Window))
         window->setPalette(palette);
+}
+
+void applyDirection(QWidget *window) {
+    // The texts may be in a language that the application itself does not speak.
+    if (localizedString(QStringLiteral("Cancel")).isRightToLeft())
+        window->setLayoutDirection(Qt::RightToLeft);
 }
 
 bool isAppearanceChange(const QEvent *event) {

@@ -16,6 +16,8 @@ namespace tx {
 [[nodiscard]] bool appearanceIsDark();
 /// The window's background: the desktop's own when it is dark, else white.
 void applyAppearance(QWidget *window);
+/// Lays the window out in the direction in which the framework's texts are written here.
+void applyDirection(QWidget *window);
 /// Whether this event tells of another appearance.
 [[nodiscard]] bool isAppearanceChange(const QEvent *event);
 

@@ -70,6 +70,7 @@ void TXUpdateCheckingPanel::load() {
 
     setWindowTitle({});
     tx::makeAlertPanel(this);
+    tx::applyDirection(this);
     auto *layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
     layout->addWidget(root.release());
@@ -127,6 +128,9 @@ void TXUpdateCheckingPanel::showUpToDate() {
     button->setFocus();
     progressIndicator->hide();
     progressIndicator->setRange(0, 1); // an endless one keeps moving
+    // A long name or language takes more lines.
+    theContentView->layout()->activate();
+    resize(width(), std::max(height(), layout()->totalHeightForWidth(width())));
 }
 
 void TXUpdateCheckingPanel::closeEvent(QCloseEvent *event) {

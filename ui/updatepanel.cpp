@@ -71,6 +71,7 @@ void TXUpdatePanel::load() {
     outlet(mainView, u"mainView"_s);
 
     tx::makeAlertPanel(this);
+    tx::applyDirection(this);
     titleBoxView->setAutoFillBackground(false);
     m_interfaceSize = root->size();
     auto *layout = new QVBoxLayout(this);

@@ -52,6 +52,7 @@ void TXUpdatePostWindowController::windowDidLoad() {
     window()->setWindowFlags(Qt::Dialog | Qt::CustomizeWindowHint | Qt::WindowTitleHint |
                              Qt::WindowSystemMenuHint | Qt::WindowCloseButtonHint);
     window()->installEventFilter(this);
+    tx::applyDirection(window());
     didChangeEffectiveAppearance();
     _webView = tx::makeWebView(
         container, {.linkActivated = [](const QUrl &url) { (void)tx::services().workspace->openUrl(url); },
