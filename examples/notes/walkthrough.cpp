@@ -5,7 +5,9 @@
 #include <QApplication>
 #include <QDialog>
 #include <QDir>
+#include <QKeyEvent>
 #include <QLabel>
+#include <QMouseEvent>
 #include <QPixmap>
 #include <QScreen>
 #include <QTableView>
@@ -40,8 +42,29 @@ QString titleOf(const char *part) {
 /// Later: what a modal window's button does must not run inside this object's timer.
 void press(const char *part) {
     QTimer::singleShot(0, qApp, [part] {
-        if (QAbstractButton *button = buttonIn(part))
-            button->click();
+        QAbstractButton *button = buttonIn(part);
+        if (!button)
+            return;
+        const QPointF inside = button->rect().center();
+        const QPointF onScreen = button->mapToGlobal(inside);
+        QMouseEvent down(QEvent::MouseButtonPress, inside, onScreen, Qt::LeftButton, Qt::LeftButton, {});
+        QMouseEvent up(QEvent::MouseButtonRelease, inside, onScreen, Qt::LeftButton, Qt::NoButton, {});
+        QApplication::sendEvent(button, &down);
+        QApplication::sendEvent(button, &up);
+    });
+}
+
+/// The Return key in the dialog that holds this part.
+void pressReturn(const char *part) {
+    QTimer::singleShot(0, qApp, [part] {
+        QDialog *dialog = dialogWith(part);
+        if (!dialog)
+            return;
+        QWidget *target = dialog->focusWidget() ? dialog->focusWidget() : dialog;
+        QKeyEvent down(QEvent::KeyPress, Qt::Key_Return, {}, QStringLiteral("\r"));
+        QKeyEvent up(QEvent::KeyRelease, Qt::Key_Return, {}, QStringLiteral("\r"));
+        QApplication::sendEvent(target, &down);
+        QApplication::sendEvent(target, &up);
     });
 }
 
@@ -72,10 +95,11 @@ void Walkthrough::oldBuild() {
          [] { return titleOf("installButton") == QStringLiteral("Download Update"); },
          [] { press("installButton"); }, 1500},
         {QStringLiteral("4-downloading"),
-         [] { return titleOf("installButton") == QStringLiteral("Install Later"); }, [] {}, 150},
+         [] { return titleOf("installButton") == QStringLiteral("Install Later"); }, [] {}, 150,
+         [] { return titleOf("installButton") == QStringLiteral("Install && Relaunch"); }},
         {QStringLiteral("5-downloaded"),
          [] { return titleOf("installButton") == QStringLiteral("Install && Relaunch"); },
-         [] { press("installButton"); }},
+         [] { pressReturn("installButton"); }},
     };
 }
 
@@ -88,7 +112,7 @@ void Walkthrough::newBuild() {
              const QDialog *panel = dialogWith("theContentView");
              return panel && panel->findChild<QLabel *>(QStringLiteral("messageField"))->isVisible();
          },
-         [] { press("button"); }},
+         [] { pressReturn("button"); }},
         {QString(), [this] { return m_window.newsAction->isEnabled() && !QApplication::activeModalWidget(); },
          [this] { QTimer::singleShot(0, m_window.newsAction, &QAction::trigger); }, 0},
         {QStringLiteral("8-news"), [] { return dialogWith("_bottomBarCloseButton") != nullptr; },
@@ -107,6 +131,11 @@ void Walkthrough::advance() {
         std::fprintf(stderr, "walkthrough: waited in vain for %s\n",
                      m_steps.first().name.toUtf8().constData());
         std::exit(3);
+    }
+    if (m_steps.first().isPast && m_steps.first().isPast()) {
+        m_steps.removeFirst();
+        m_waiting.restart();
+        return;
     }
     if (!m_steps.first().isReady()) {
         m_settled.invalidate();

@@ -22,6 +22,8 @@ private:
         std::function<bool()> isReady; ///< asked again and again
         std::function<void()> act;     ///< after the picture
         int settle = 400;              ///< milliseconds that the state is left alone before its picture
+        std::function<bool()> isPast =
+            {}; ///< a state that was over too quickly is left out; null: waited for
     };
     void advance();
     void takePicture(const QString &name) const;

@@ -25,6 +25,9 @@ protected:
 
     EndToEnd() {
         qputenv("TARVIX_NOTES_LAUNCH_LOG", launches.toUtf8());
+        // On the terminal, whatever desktop runs the test.
+        qunsetenv("DISPLAY");
+        qunsetenv("WAYLAND_DISPLAY");
         makeBundle(app, u"1"_s);
     }
     static void makeBundle(const QString &bundle, const QString &build) {

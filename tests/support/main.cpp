@@ -12,6 +12,20 @@
     return std::make_unique<QCoreApplication>(argc, argv);
 }
 
+/// Asked by LeakSanitizer: what libraries keep until the end of the process.
+extern "C" [[gnu::visibility("default")]] const char *
+__lsan_default_suppressions();                         // NOLINT(bugprone-reserved-identifier)
+extern "C" const char *__lsan_default_suppressions() { // NOLINT(bugprone-reserved-identifier)
+    return "leak:libQt6WebEngineCore\nleak:libdbus-1\nleak:libfontconfig\nleak:libudev\n";
+}
+
+/// Asked by AddressSanitizer: the web engine deletes some of its objects by a base class.
+extern "C" [[gnu::visibility("default")]] const char *
+__asan_default_options();                         // NOLINT(bugprone-reserved-identifier)
+extern "C" const char *__asan_default_options() { // NOLINT(bugprone-reserved-identifier)
+    return "new_delete_type_mismatch=0";
+}
+
 int main(int argc, char **argv) {
     if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
         qputenv("QT_QPA_PLATFORM", "offscreen");
