@@ -17,7 +17,7 @@ void DownloadRate::add(double progress, double seconds) {
     if (!m_samples.isEmpty() && (progress < m_samples.last().progress || seconds < m_samples.last().seconds))
         m_samples.clear(); // another download, or another time
     m_samples.append({progress, seconds});
-    while (m_samples.size() > 2 && seconds - m_samples[1].seconds > window)
+    while (m_samples.size() > 2 && seconds - m_samples.first().seconds > window)
         m_samples.removeFirst();
 }
 

@@ -2,6 +2,7 @@
 // The panel's window: its parts, how it is shown and closed. What it does with updates is in
 // updatepanelactions.cpp.
 #include "platform/localization.h"
+#include "platform/memory.h"
 #include "platform/queues.h"
 #include "platform/services.h"
 #include "platform/workspace.h"
@@ -45,7 +46,11 @@ std::shared_ptr<TXUpdatePanel> TXUpdatePanel::panel() {
 TXUpdatePanel::TXUpdatePanel()
     : m_rate(std::make_unique<tx::DownloadRate>()) {}
 
-TXUpdatePanel::~TXUpdatePanel() { unobserveUpdate(); }
+TXUpdatePanel::~TXUpdatePanel() {
+    unobserveUpdate();
+    // Once the window's parts have gone too, the host is as it was before.
+    tx::postToMain(tx::returnFreedMemory);
+}
 
 void TXUpdatePanel::load() {
     std::unique_ptr<QWidget> root = tx::loadInterface(u"TXUpdatePanel"_s);

@@ -91,7 +91,7 @@ TEST_F(OnADesktop, WholeUpdateFromTheMenuToTheNewBuild) {
     ASSERT_TRUE(
         waitUntil([&] { return tx::test::readFile(launches).contains("build=4 version=2.0"); }, 60000));
     EXPECT_EQ(tx::test::treeOf(app), content) << "byte for byte";
-    EXPECT_TRUE(waitUntil([&] { return QFileInfo::exists(pictures + u"/9-at-quit.png"_s); }, 120000))
+    EXPECT_TRUE(waitUntil([&] { return !QImage(pictures + u"/9-at-quit.png"_s).isNull(); }, 120000))
         << tx::test::namesIn(pictures).join(u' ').toStdString();
     for (const QString &name : tx::test::namesIn(pictures)) {
         // A state was shown, not an empty window.

@@ -3,6 +3,7 @@
 #include "ui/appearance.h"
 #include "ui/modalsession.h"
 
+#include <TarvixUpdate/TXUpdateAppMoverPanel.h>
 #include <TarvixUpdate/TXUpdateCheckingPanel.h>
 
 #include <QProgressBar>
@@ -124,6 +125,19 @@ TEST_F(CheckingPanel, FollowsTheAppearance) {
     EXPECT_EQ(panel->palette().color(QPalette::Window), QApplication::palette().color(QPalette::Window));
     beDark(false);
     EXPECT_EQ(panel->palette().color(QPalette::Window), QColor(Qt::white));
+}
+
+class MoverPanel : public tx::test::UiTest {};
+
+TEST_F(MoverPanel, LoadsItsInterfaceFile) {
+    TXUpdateAppMoverPanel panel;
+    EXPECT_FALSE(panel.isWindowLoaded());
+    ASSERT_TRUE(panel.window());
+    EXPECT_EQ(panel.window()->size(), QSize(420, 120));
+    replaceResource(u"TXUpdateAppMoverPanel.ui"_s, {});
+    TXUpdateAppMoverPanel missing;
+    EXPECT_FALSE(missing.window());
+    EXPECT_EQ(logLines().last(), u"Could not load the interface file TXUpdateAppMoverPanel"_s);
 }
 
 TEST_F(CheckingPanel, MissingOrBrokenInterfaceFileMakesNoPanel) {

@@ -9,6 +9,7 @@
 #include <TarvixUpdate/TXUpdater.h>
 
 #include <QCloseEvent>
+#include <QEventLoop>
 #include <QProgressBar>
 #include <QPushButton>
 #include <QScrollBar>
@@ -395,6 +396,18 @@ TEST_F(UpdatePanel, ModalSessionAnswersItsCode) {
         inModalSession([] { QCoreApplication::quit(); });
         EXPECT_EQ(panel->runModal(), 0) << "the application quits";
     });
+}
+
+TEST_F(UpdatePanel, QuittingApplicationIsNotHeldUp) {
+    FeedServer server;
+    offerStalling(server, true);
+    inApplication([&] {
+        QTimer::singleShot(0, panel.get(), [] { QCoreApplication::quit(); });
+        QEventLoop nested;
+        EXPECT_EQ(nested.exec(), 0) << "while a download runs";
+    });
+    EXPECT_EQ(codes, QList<int>{0});
+    updates[0]->cancelDownload();
 }
 
 TEST_F(UpdatePanel, SheetBlocksItsWindowOnly) {

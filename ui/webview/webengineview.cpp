@@ -3,6 +3,7 @@
 
 #include "ui/webview/webenginepage.h"
 
+#include <QCoreApplication>
 #include <QWebEngineDownloadRequest>
 #include <QWebEngineSettings>
 #include <QWebEngineUrlRequestInterceptor>
@@ -41,19 +42,30 @@ void restrict(QWebEngineSettings &settings) {
     settings.setUnknownUrlSchemePolicy(Settings::DisallowUnknownUrlSchemes);
 }
 
+/// One for all pages of the process: the engine gives back only a part of what each takes. It goes with the
+/// last view that stands when the application ends, as pages must go first.
+std::shared_ptr<QWebEngineProfile> sharedProfile() {
+    static std::shared_ptr<QWebEngineProfile> kept;
+    if (kept)
+        return kept;
+    kept = std::make_shared<QWebEngineProfile>(); // without a name it keeps nothing on disk
+    kept->setHttpCacheType(QWebEngineProfile::MemoryHttpCache);
+    kept->setPersistentCookiesPolicy(QWebEngineProfile::NoPersistentCookies);
+    kept->setUrlRequestInterceptor(new WebOnly(kept.get()));
+    restrict(*kept->settings());
+    QObject::connect(kept.get(), &QWebEngineProfile::downloadRequested, kept.get(),
+                     [](QWebEngineDownloadRequest *request) { request->cancel(); });
+    qAddPostRoutine([] { kept.reset(); });
+    return kept;
+}
+
 } // namespace
 
 WebEngineView::WebEngineView(QWidget *parent, const WebViewClient &client, bool dark)
     : m_client(client)
     , m_dark(dark)
     , m_view(new QWebEngineView(parent))
-    , m_profile(std::make_unique<QWebEngineProfile>()) { // without a name it keeps nothing on disk
-    m_profile->setHttpCacheType(QWebEngineProfile::MemoryHttpCache);
-    m_profile->setPersistentCookiesPolicy(QWebEngineProfile::NoPersistentCookies);
-    m_profile->setUrlRequestInterceptor(new WebOnly(m_profile.get()));
-    restrict(*m_profile->settings());
-    QObject::connect(m_profile.get(), &QWebEngineProfile::downloadRequested, m_profile.get(),
-                     [](QWebEngineDownloadRequest *request) { request->cancel(); });
+    , m_profile(sharedProfile()) {
     m_view->setContextMenuPolicy(Qt::NoContextMenu);
     m_view->setAcceptDrops(false);
 }
@@ -96,7 +108,7 @@ void WebEngineView::setHtml(const QString &html) {
         // A page's handler may be what called this. Another page may be asked for until then.
         m_ending = true;
         QMetaObject::invokeMethod(
-            m_profile.get(),
+            m_view.data(),
             [this] {
                 if (m_ending)
                     endPage();

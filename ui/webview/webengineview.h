@@ -31,7 +31,7 @@ private:
     WebViewClient m_client;
     bool m_dark;
     QPointer<QWebEngineView> m_view;
-    std::unique_ptr<QWebEngineProfile> m_profile;
+    std::shared_ptr<QWebEngineProfile> m_profile;
     WebEnginePage *m_page = nullptr;
     bool m_ending = false;
 };

@@ -1,0 +1,18 @@
+// SPDX-License-Identifier: MIT
+#include "platform/memory.h"
+
+#include <cstdlib>
+
+#ifdef __GLIBC__
+#include <malloc.h>
+#endif
+
+namespace tx {
+
+void returnFreedMemory() {
+#ifdef __GLIBC__
+    (void)malloc_trim(0);
+#endif
+}
+
+} // namespace tx

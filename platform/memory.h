@@ -1,0 +1,10 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+namespace tx {
+
+/// Gives memory that has been freed back to the system: after a window has gone that took much of it. Takes a
+/// few milliseconds. Thread: any.
+void returnFreedMemory();
+
+} // namespace tx
