@@ -89,7 +89,11 @@ void presentAlertAsSheet(const Alert &alert, QWidget *parent, const std::functio
     made.box->show();
 }
 
-void presentError(const TXError &error) {
+void presentError(const TXError &error) { errorPresenter()(error); }
+
+namespace {
+
+void presentErrorInAlert(const TXError &error) {
     QString message = error.localizedDescription();
     if (message.isEmpty())
         message = localizedFormat(u"The operation could not be completed. (%@ error %@.)"_s,
@@ -103,6 +107,13 @@ void presentError(const TXError &error) {
                                    .informative = informative.join(u"\n\n"_s),
                                    .buttons = {localizedString(u"OK"_s)},
                                    .critical = true});
+}
+
+} // namespace
+
+ErrorPresenter &errorPresenter() {
+    static ErrorPresenter presenter = presentErrorInAlert;
+    return presenter;
 }
 
 namespace {

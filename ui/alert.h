@@ -14,5 +14,8 @@ int presentAlertInWindow(const Alert &alert);
 void presentAlertAsSheet(const Alert &alert, QWidget *parent, const std::function<void(int)> &handler);
 /// Tells the user of an error, modally.
 void presentError(const TXError &error);
+/// What presentError() calls; an application of the framework's own tests replaces it to see the whole error.
+using ErrorPresenter = std::function<void(const TXError &error)>;
+ErrorPresenter &errorPresenter();
 
 } // namespace tx

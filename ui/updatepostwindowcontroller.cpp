@@ -65,7 +65,8 @@ void TXUpdatePostWindowController::windowDidLoad() {
                         [this](const QString &name, const QVariant &body) {
                             userContentControllerDidReceiveScriptMessage(name, body);
                         },
-                    .messageNames = {u"closeWindow"_s}});
+                    .messageNames = {u"closeWindow"_s},
+                    .suppressesIncrementalRendering = true});
     _webView->widget()->setAccessibleName(tx::localizedString(u"News"_s));
     _navigationControl->setLabels(tx::localizedString(u"Previous"_s), tx::localizedString(u"Next"_s));
     connect(_navigationControl, &TXSegmentedControl::action, this,

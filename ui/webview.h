@@ -20,6 +20,8 @@ struct WebViewClient {
     /// `window.webkit.messageHandlers.<name>.postMessage(body)`, for the names in `messageNames`.
     std::function<void(const QString &name, const QVariant &body)> messageReceived;
     QStringList messageNames;
+    /// Pages appear only when they are complete, or after some seconds.
+    bool suppressesIncrementalRendering = false;
 };
 
 /// Shows a page. Thread: main. The widget belongs to its parent widget, and goes with this object.

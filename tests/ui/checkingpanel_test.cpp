@@ -163,6 +163,11 @@ TEST_F(CheckingPanel, InterfaceOfAnotherVersionEndsTheApplication) {
     EXPECT_EQ(alerts[0].informative,
               u"Quit the application and move it into your Applications folder before relaunching."_s);
     EXPECT_EQ(exits, QList<int>{0});
+    ASSERT_EQ(errors.size(), 1);
+    EXPECT_EQ(errors[0].domain(), u"TXUpdate"_s);
+    EXPECT_EQ(errors[0].code(), -999);
+    EXPECT_EQ(errors[0].userInfo()[u"email"_s], QVariant(u"YES"_s));
+    EXPECT_EQ(errors[0].userInfo()[u"exception"_s], QVariant(u"The interface file has no titleField"_s));
 }
 
 } // namespace

@@ -279,7 +279,10 @@ TEST_F(StandardController, OfflineErrorsHaveTheirOwnWords) {
         alerts.clear();
         controller->checkingDidReceiveError(TXError(c.domain, c.code, u"As it came"_s), true);
         ASSERT_EQ(alerts.size(), 1);
+        EXPECT_EQ(errors.last().domain(), c.replaced ? u"TXUpdateErrorDomain"_s : c.domain);
+        EXPECT_EQ(errors.last().code(), c.code);
         if (c.replaced) {
+            EXPECT_EQ(errors.last().underlyingError().localizedDescription(), u"As it came"_s);
             EXPECT_EQ(alerts[0].message,
                       u"Process cannot check for updates because you are not connected to the internet."_s);
             EXPECT_EQ(alerts[0].informative,
@@ -343,6 +346,9 @@ TEST_F(StandardController, FailedAutomaticDownloadIsTold) {
     controller->setBestUpdate(makeUpdate(u"1043"_s, u"2.1"_s, server.url(u"/a.zip"_s)));
     ASSERT_TRUE(waitUntil([&] { return !alerts.isEmpty(); }));
     EXPECT_TRUE(alerts[0].critical);
+    ASSERT_EQ(errors.size(), 1);
+    EXPECT_EQ(errors[0].userInfo()[u"email"_s], QVariant(true));
+    EXPECT_EQ(errors[0].code(), tx::UrlErrorFileDoesNotExist) << "domain and code stay";
     TXUpdater::sharedUpdater()->setAutomaticallyDownloadsUpdates(false);
 }
 

@@ -5,6 +5,7 @@
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
 #include "tests/support/fakes.h"
+#include "ui/alert.h"
 
 #include <TarvixUpdate/TXUpdate.h>
 
@@ -26,6 +27,7 @@ protected:
     };
     QList<Alert> alerts;
     QList<Sheet> sheets;
+    QList<TXError> errors;
     int answer = 0;
     QList<int> exits;
     RecordingWorkspace workspace;
@@ -40,11 +42,16 @@ protected:
                                          const std::function<void(int)> &handler) {
             sheets.append({alert, parent, handler});
         };
+        errorPresenter() = [this](const TXError &error) {
+            errors.append(error);
+            m_presenter(error);
+        };
         services().exitProcess = [this](int status) { exits.append(status); };
         services().checkingPause = std::chrono::milliseconds(0);
         services().firstCheckDelay = std::chrono::milliseconds(0);
     }
     ~UiTest() override {
+        errorPresenter() = m_presenter;
         QApplication::setPalette(palette);
         drainEvents();
     }
@@ -99,6 +106,9 @@ protected:
             updates << makeUpdate(QString::number(1042 + i), QStringLiteral("2.0.%1").arg(i));
         return updates;
     }
+
+private:
+    const ErrorPresenter m_presenter = errorPresenter();
 };
 
 } // namespace tx::test

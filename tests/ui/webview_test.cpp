@@ -315,6 +315,18 @@ TEST_F(PostWindow, PageKnowsTheAnonymousIdentifierOnceItIsLoaded) {
     EXPECT_EQ(server.requests().last().target, "/told?undefined&" + TXUpdater::anonymousUUID().toLatin1());
 }
 
+TEST_F(PostWindow, PageAppearsOnlyWhenItIsComplete) {
+    pages[u"/0.html"_s] =
+        "<p>text</p><script>const seen = () => getComputedStyle(document.documentElement).visibility;"
+        "const early = seen(); onload = () => setTimeout(() => {"
+        "fetch('/told?' + early + '&' + seen()); webkit.messageHandlers.closeWindow.postMessage('x'); }, "
+        "0);</script>";
+    controller->setPosts(makePosts(1));
+    (void)controller->showWindow();
+    ASSERT_TRUE(waitUntil([&] { return server.requests().last().path() == "/told"; }));
+    EXPECT_EQ(server.requests().last().target, QByteArray("/told?hidden&visible"));
+}
+
 TEST_F(PostWindow, OnePostHasNowhereToGo) {
     controller->setPosts(makePosts(1));
     inModalSession([&] {

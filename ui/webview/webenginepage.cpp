@@ -83,7 +83,14 @@ void WebEnginePage::installScripts(bool dark) {
   Object.defineProperty(webkit, 'messageHandlers', { value: Object.freeze(handlers), enumerable: true });
   Object.defineProperty(window, 'webkit', { value: Object.freeze(webkit), enumerable: true });
   const scheme = document.createElement('style');
-  scheme.textContent = ':root { color-scheme: SCHEME; }';
+  scheme.append(':root { color-scheme: SCHEME; }');
+  if (COMPLETE) {
+    const hidden = document.createTextNode(':root { visibility: hidden !important; }');
+    scheme.append(hidden);
+    const show = function () { hidden.remove(); };
+    window.addEventListener('load', show);
+    setTimeout(show, 5000);
+  }
   const add = function () {
     if (document.documentElement) document.documentElement.prepend(scheme);
   };
@@ -96,6 +103,7 @@ void WebEnginePage::installScripts(bool dark) {
         u"NAMES"_s,
         QString::fromUtf8(QJsonDocument(QJsonArray::fromStringList(m_client.messageNames)).toJson()));
     source.replace(u"TOKEN"_s, m_token);
+    source.replace(u"COMPLETE"_s, m_client.suppressesIncrementalRendering ? u"true"_s : u"false"_s);
     source.replace(u"SCHEME"_s, dark ? u"dark"_s : u"light"_s);
     script.setSourceCode(source);
     for (const QWebEngineScript &old : scripts().find(scriptName))
