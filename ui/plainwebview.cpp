@@ -44,7 +44,7 @@ public:
     void load(const QUrl &url) override {
         m_url = url;
         m_browser->clear();
-        constexpr qint64 largestPage = 4 * 1024 * 1024;
+        constexpr qint64 largestPage = qint64(4) << 20;
         const auto page = ++*m_loads;
         // The answer comes on the network thread, maybe after this view has gone.
         services().urlLoader->load({.url = url, .sizeLimit = largestPage},
