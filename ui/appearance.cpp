@@ -6,6 +6,7 @@
 #include <QApplication>
 #include <QGuiApplication>
 #include <QMouseEvent>
+#include <QPainter>
 #include <QPalette>
 #include <QPushButton>
 #include <QScreen>
@@ -18,15 +19,36 @@ bool appearanceIsDark() {
     return palette.color(QPalette::Window).lightness() < palette.color(QPalette::WindowText).lightness();
 }
 
+namespace {
+
+constexpr auto backgroundProperty = "tx_backgroundColor";
+
+/// Paints the backgrounds of the windows that it filters.
+class Background final : public QObject {
+public:
+    bool eventFilter(QObject *object, QEvent *event) override {
+        auto *window = qobject_cast<QWidget *>(object);
+        if (window && event->type() == QEvent::Paint)
+            QPainter(window).fillRect(window->rect(), backgroundColor(window));
+        return false;
+    }
+};
+
+} // namespace
+
 void applyAppearance(QWidget *window) {
-    // Everything but the background stays the desktop's, and changes with it.
-    QPalette palette;
-    if (!appearanceIsDark())
-        palette.setColor(QPalette::Window, Qt::white);
-    if (window->palette().color(QPalette::Window) !=
-        QPalette(palette).resolve(QGuiApplication::palette()).color(QPalette::Window))
-        window->setPalette(palette);
+    static Background background;
+    if (!window->property(backgroundProperty).isValid())
+        window->installEventFilter(&background);
+    const QColor color =
+        appearanceIsDark() ? QGuiApplication::palette().color(QPalette::Window) : QColor(Qt::white);
+    if (backgroundColor(window) == color)
+        return;
+    window->setProperty(backgroundProperty, color);
+    window->update();
 }
+
+QColor backgroundColor(const QWidget *window) { return window->property(backgroundProperty).value<QColor>(); }
 
 void applyDirection(QWidget *window) {
     // The texts may be in a language that the application itself does not speak.

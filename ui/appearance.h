@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-class QLabel;
+class QColor;
 class QPushButton;
 class QWidget;
 class QEvent;
@@ -14,8 +14,11 @@ namespace tx {
 
 /// Whether the application's palette is a dark one.
 [[nodiscard]] bool appearanceIsDark();
-/// The window's background: the desktop's own when it is dark, else white.
+/// The window's background: the desktop's own when it is dark, else white. It is painted, and no palette
+/// changed: styles keep what they draw for every palette that they see.
 void applyAppearance(QWidget *window);
+/// What applyAppearance() chose.
+[[nodiscard]] QColor backgroundColor(const QWidget *window);
 /// Lays the window out in the direction in which the framework's texts are written here.
 void applyDirection(QWidget *window);
 /// Whether this event tells of another appearance.

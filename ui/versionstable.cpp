@@ -1,19 +1,24 @@
 // SPDX-License-Identifier: MIT
 #include "ui/versionstable.h"
 
-#include "ui/appearance.h"
-
 #include <QAbstractTableModel>
-#include <QGuiApplication>
 #include <QHBoxLayout>
 #include <QHeaderView>
 #include <QPushButton>
 #include <QScrollBar>
+#include <QStyledItemDelegate>
 #include <QVBoxLayout>
 
 #include <cmath>
 
 namespace {
+
+/// The rows' widgets show everything; the desktop's style paints the selection behind them.
+class NoText final : public QStyledItemDelegate {
+public:
+    using QStyledItemDelegate::QStyledItemDelegate;
+    void paint(QPainter *, const QStyleOptionViewItem &, const QModelIndex &) const override {}
+};
 
 void setTag(QWidget *widget, int tag) { widget->setProperty("tag", tag); }
 
@@ -95,32 +100,22 @@ TXUpdateVersionsTableView::TXUpdateVersionsTableView(QWidget *parent)
     setVerticalScrollMode(ScrollPerPixel);
     setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
     setTabKeyNavigation(false);
-    softenSelection();
+    setItemDelegate(new NoText(this));
     connect(selectionModel(), &QItemSelectionModel::selectionChanged, this,
             [this] { Q_EMIT selectionDidChange(selectedRow()); });
 }
 
 TXUpdateVersionsTableView::~TXUpdateVersionsTableView() = default;
 
-void TXUpdateVersionsTableView::softenSelection() {
+void TXUpdateVersionsTableView::initViewItemOption(QStyleOptionViewItem *option) const {
+    QTableView::initViewItemOption(option);
     // A row is made of texts and images in their own colours: they stand on a hint of the selection's colour.
-    const QPalette desktop = QGuiApplication::palette();
-    const QColor base = desktop.color(QPalette::Base);
-    const QColor highlight = desktop.color(QPalette::Highlight);
+    const QColor base = option->palette.color(QPalette::Base);
+    const QColor highlight = option->palette.color(QPalette::Highlight);
     const auto mixed = [](int a, int b) { return (a * 3 + b) / 4; };
-    QPalette soft;
-    soft.setColor(QPalette::Highlight,
-                  QColor(mixed(base.red(), highlight.red()), mixed(base.green(), highlight.green()),
-                         mixed(base.blue(), highlight.blue())));
-    soft.setColor(QPalette::HighlightedText, desktop.color(QPalette::Text));
-    if (palette().color(QPalette::Highlight) != soft.color(QPalette::Highlight))
-        setPalette(soft);
-}
-
-bool TXUpdateVersionsTableView::event(QEvent *event) {
-    if (tx::isAppearanceChange(event))
-        softenSelection();
-    return QTableView::event(event);
+    option->palette.setColor(QPalette::Highlight, QColor(mixed(base.red(), highlight.red()),
+                                                         mixed(base.green(), highlight.green()),
+                                                         mixed(base.blue(), highlight.blue())));
 }
 
 void TXUpdateVersionsTableView::reloadData(int rows, const std::function<QString(int)> &textForRow,

@@ -54,14 +54,13 @@ Q_SIGNALS:
     void selectionDidChange(int row);
 
 protected:
-    bool event(QEvent *event) override;
+    void initViewItemOption(QStyleOptionViewItem *option) const override;
     void resizeEvent(QResizeEvent *event) override;
     void scrollContentsBy(int dx, int dy) override;
     void showEvent(QShowEvent *event) override;
 
 private:
     void makeVisibleRows();
-    void softenSelection();
     class Model;
     Model *m_model;
     RowFiller m_fill;

@@ -6,6 +6,7 @@
 #include <TarvixUpdate/TXUpdateAppMoverPanel.h>
 #include <TarvixUpdate/TXUpdateCheckingPanel.h>
 
+#include <QColor>
 #include <QProgressBar>
 #include <QPushButton>
 #include <QTest>
@@ -120,11 +121,11 @@ TEST_F(CheckingPanel, UpToDateWaitsForOk) {
 }
 
 TEST_F(CheckingPanel, FollowsTheAppearance) {
-    EXPECT_EQ(panel->palette().color(QPalette::Window), QColor(Qt::white));
+    EXPECT_EQ(tx::backgroundColor(panel.get()), QColor(Qt::white));
     beDark(true);
-    EXPECT_EQ(panel->palette().color(QPalette::Window), QApplication::palette().color(QPalette::Window));
+    EXPECT_EQ(tx::backgroundColor(panel.get()), QApplication::palette().color(QPalette::Window));
     beDark(false);
-    EXPECT_EQ(panel->palette().color(QPalette::Window), QColor(Qt::white));
+    EXPECT_EQ(tx::backgroundColor(panel.get()), QColor(Qt::white));
 }
 
 class MoverPanel : public tx::test::UiTest {};
