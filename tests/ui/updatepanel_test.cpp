@@ -383,6 +383,30 @@ TEST_F(UpdatePanel, SkipIsRemembered) {
     EXPECT_TRUE(TXUpdater::isUpdateIgnored(*updates[0]));
 }
 
+TEST_F(UpdatePanel, WindowsOwnWayOfClosingIsTheCancelButton) {
+    struct Case {
+        const char *what;
+        std::function<void(TXUpdate &)> arrange;
+        bool closes;
+    };
+    for (const Case &c : {Case{"offered", [](TXUpdate &) {}, true},
+                          Case{"no file", [](TXUpdate &u) { u.setFileURL({}); }, true},
+                          Case{"downloaded", [](TXUpdate &u) { u.setDownloaded(true); }, true},
+                          Case{"installed", [](TXUpdate &u) { u.setInstalled(true); }, false}}) {
+        panel = TXUpdatePanel::panel();
+        offer(makeUpdates(1));
+        c.arrange(*updates[0]);
+        codes.clear();
+        show();
+        QCloseEvent byTheUser;
+        QSpontaneKeyEvent::setSpontaneous(&byTheUser);
+        static_cast<QObject *>(panel.get())->event(&byTheUser);
+        EXPECT_EQ(codes.size(), c.closes ? 1 : 0) << c.what;
+        EXPECT_EQ(panel->isVisible(), !c.closes) << c.what;
+        panel->closeWithCode(0);
+    }
+}
+
 TEST_F(UpdatePanel, ModalSessionAnswersItsCode) {
     offer(makeUpdates(1));
     for (const int code : {0, 1, 5}) {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Real pages in the real web engine, without a display.
 #include "tests/support/feedserver.h"
+#include "tests/support/tlsserver.h"
 #include "tests/ui/uitest.h"
 #include "ui/modalsession.h"
 #include "ui/segmentedcontrol.h"
@@ -249,6 +250,25 @@ TEST_F(WebPage, MayBeLargeEndlessOrBusy) {
         tx::test::drainEvents();
         messages.clear();
     }
+}
+
+TEST_F(WebPage, UntrustedCertificatesAreRefused) {
+    const tx::test::TlsServer untrusted(path(u"tls"_s));
+    const int before = loads;
+    view->load(QUrl(untrusted.url(u"/page.html"_s)));
+    EXPECT_TRUE(waitUntil([&] { return loads > before; }));
+    EXPECT_EQ(untrusted.requests(), 0) << "nothing was asked of it";
+}
+
+TEST_F(WebPage, ThatNeverComesCanBeLeft) {
+    HttpReply slow = html("<p>first words</p>");
+    slow.announcedLength = 1000;
+    slow.stalls = true;
+    server.expect("GET", "/slow.html", slow);
+    view->load(QUrl(server.url(u"/slow.html"_s)));
+    EXPECT_TRUE(waitUntil([&] { return !server.requests().isEmpty(); }));
+    show("<script>webkit.messageHandlers.closeWindow.postMessage('next')</script>");
+    EXPECT_TRUE(gets(u"next"_s));
 }
 
 /// The window for posts, its pages in the real engine.
