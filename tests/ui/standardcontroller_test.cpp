@@ -4,6 +4,7 @@
 #include "platform/volumes.h"
 #include "tests/support/feedserver.h"
 #include "tests/ui/uitest.h"
+#include "ui/updateinplace.h"
 
 #include <TarvixUpdate/TXStandardUpdateController.h>
 #include <TarvixUpdate/TXUpdateCheckingPanel.h>
@@ -370,6 +371,18 @@ TEST_F(StandardController, ReadOnlyVolumeIsExplained) {
     EXPECT_TRUE(controller->complainIfInReadOnlyVolume());
     EXPECT_TRUE(alerts[1].informative.startsWith(u"This copy of Process is in a read-only volume. Copy"_s))
         << "a volume without a name";
+}
+
+TEST_F(StandardController, TranslocatedApplicationHasItsOwnTexts) {
+    const tx::VolumeInfo volume{.rootPath = u"/media/My Disk"_s, .isReadOnly = true};
+    const tx::Alert alert = tx::cannotUpdateInPlaceAlert(u"N"_s, true, volume);
+    EXPECT_EQ(alert.message, u"N must be moved to your Applications folder before updating."_s);
+    EXPECT_EQ(alert.informative,
+              u"This copy of N is in your downloads folder and cannot be updated. Move N into your "
+              "Applications folder, and then relaunch N from there."_s)
+        << "also on a read-only volume";
+    EXPECT_TRUE(alert.critical);
+    EXPECT_EQ(alert.buttons, (QStringList{u"Move to Applications Folder"_s, u"Cancel"_s}));
 }
 
 TEST_F(StandardController, ReadOnlyVolumeOffersTheMove) {
