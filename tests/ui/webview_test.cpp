@@ -7,6 +7,7 @@
 #include "ui/segmentedcontrol.h"
 #include "ui/webview.h"
 
+#include <TarvixUpdate/TXStandardUpdateController.h>
 #include <TarvixUpdate/TXUpdatePostWindowController.h>
 #include <TarvixUpdate/TXUpdater.h>
 
@@ -460,6 +461,39 @@ TEST_F(PostWindow, KeepsItselfWhileShown) {
     });
     EXPECT_EQ(shown->showWindow(), 0);
     EXPECT_TRUE(waitUntil([&] { return weak.expired(); }));
+}
+
+TEST_F(PostWindow, PostsThatAskForItAreShownAgain) {
+    setNow(QDateTime(QDate(2026, 11, 5), QTime(12, 0), Qt::UTC));
+    const auto makePost = [this](const QString &page, TXUpdatePostDisplayTime time) {
+        auto post = std::make_shared<TXUpdatePost>();
+        post->setTitle(page);
+        post->setPostURL(QUrl(server.url(page)));
+        post->setDateString(u"2026-11-01 10:00:00"_s);
+        post->setDisplayTime(time);
+        return post;
+    };
+    TXStandardUpdateController updates;
+    updates.setTrack(std::make_shared<TXUpdateTrack>(
+        u"release"_s, QList<TXUpdatePtr>(),
+        QList<TXUpdatePostPtr>{makePost(u"/quit"_s, TXUpdatePostDisplayTimeAtQuit),
+                               makePost(u"/passive"_s, TXUpdatePostDisplayTimePassive)}));
+    const auto pagesSay = [this](const QByteArray &body) {
+        for (const QString &page : {u"/quit"_s, u"/passive"_s})
+            pages[page] =
+                "<script>window.webkit.messageHandlers.closeWindow.postMessage('" + body + "')</script>";
+    };
+    pagesSay("askLater");
+    EXPECT_TRUE(updates.showPostsAtQuit());
+    EXPECT_TRUE(updates.hasPostsToShowAtQuit()) << "at the next quit again";
+    EXPECT_TRUE(updates.showPostsPassively());
+    EXPECT_TRUE(updates.hasPostsToShowPassively());
+    pagesSay("read");
+    EXPECT_TRUE(updates.showPostsAtQuit());
+    EXPECT_FALSE(updates.hasPostsToShowAtQuit());
+    EXPECT_FALSE(updates.showPostsAtQuit());
+    EXPECT_TRUE(updates.showPostsPassively());
+    EXPECT_FALSE(updates.showPostsPassively());
 }
 
 TEST_F(PostWindow, LinksOpenInTheBrowser) {
