@@ -47,6 +47,8 @@ public:
     virtual TXError checkPrivateDirectory(const QString &path) const = 0;
     /// Removes a file, link or tree without following links.
     virtual TXError remove(const QString &path) = 0;
+    /// Removes a folder that holds nothing; an error for any other.
+    virtual TXError removeEmptyDirectory(const QString &path) = 0;
     /// Copies a file or tree; `to` must not exist.
     virtual TXError copy(const QString &from, const QString &to) = 0;
     /// As copy(), but files of this user on the same file system are shared with the original, which makes it

@@ -8,6 +8,7 @@
 #include <QApplication>
 #include <QCheckBox>
 #include <QFontDatabase>
+#include <QLabel>
 #include <QMessageBox>
 #include <QPointer>
 #include <QPushButton>
@@ -26,7 +27,9 @@ struct Box {
         applyDirection(box);
         // The texts are what they are, not markup.
         box->setTextFormat(Qt::PlainText);
-        box->setInformativeText(alert.informative.toHtmlEscaped().replace(u'\n', u"<br>"_s));
+        box->setInformativeText(alert.informative);
+        if (auto *label = box->findChild<QLabel *>(u"qt_msgbox_informativelabel"_s))
+            label->setTextFormat(Qt::PlainText);
         for (const QString &text : alert.buttons) {
             const auto role = buttons.isEmpty() ? QMessageBox::AcceptRole : QMessageBox::RejectRole;
             auto *button = box->addButton(QString(), role);

@@ -131,6 +131,10 @@ public:
         return toError(posix::removeTree(native(path)), u"Cannot remove"_s);
     }
 
+    TXError removeEmptyDirectory(const QString &path) override {
+        return rmdir(native(path).c_str()) == 0 ? TXError() : posixError(errno, u"Cannot remove"_s, path);
+    }
+
     TXError copy(const QString &from, const QString &to) override {
         return makeTree(posix::copyTree, from, to);
     }

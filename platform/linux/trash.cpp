@@ -26,7 +26,8 @@ namespace tx {
 
 namespace {
 
-/// A folder for trashed entries, made when it is not there; what was made goes again unless it is kept.
+/// A folder for trashed entries, made when it is not there; folders that were made go again while they are
+/// empty: somebody else may have used them meanwhile.
 class Trash {
 public:
     /// `topFolder`: the volume's, to which the paths in the info files are relative; null for the home's
@@ -36,7 +37,7 @@ public:
         , m_topFolder(topFolder) {}
     ~Trash() {
         while (!m_made.isEmpty())
-            (void)services().fileSystem->remove(m_made.takeLast());
+            (void)services().fileSystem->removeEmptyDirectory(m_made.takeLast());
     }
     Q_DISABLE_COPY_MOVE(Trash)
 
@@ -56,11 +57,17 @@ public:
                 continue;
             if (reserved)
                 return reserved;
-            m_made.append(info);
-            if (const TXError error = services().fileSystem->move(path, m_folder + u"/files/"_s + unique))
-                return error;
-            m_made.clear();
-            return m_folder + u"/files/"_s + unique;
+            const QString target = m_folder + u"/files/"_s + unique;
+            const TXError error = services().fileSystem->move(path, target);
+            if (!error) {
+                m_made.clear();
+                return target;
+            }
+            // A copy that is complete stays, with its info: the original could not be removed, maybe not all
+            // of it.
+            if (!services().fileSystem->exists(target))
+                (void)services().fileSystem->remove(info);
+            return error;
         }
     }
 

@@ -122,6 +122,36 @@ TEST_F(MoverFault, MovesToAnotherFileSystem) {
         QDir().rmdir(mine + QLatin1StringView(part));
 }
 
+TEST_F(MoverFault, CompleteCopyInTheTrashStaysWhenTheOriginalCannotAllBeRemoved) {
+    // As between file systems: the copy is made, and the original goes only in part.
+    class HalfRemoved final : public tx::test::FaultFileSystem {
+    public:
+        TXError move(const QString &from, const QString &to) override {
+            if (TXError error = copy(from, to))
+                return error;
+            (void)remove(from + u"/Contents/Linux"_s);
+            return TXError(TXPOSIXErrorDomain, EACCES, u"Cannot remove"_s);
+        }
+    };
+    const QStringList content = treeOf(source);
+    const HalfRemoved halfRemoved;
+    EXPECT_FALSE(tx::removeItemAtPath(source));
+    EXPECT_EQ(treeOf(path(u"home/.local/share/Trash/files/Host.app"_s)), content) << "nothing is lost";
+    EXPECT_EQ(namesIn(path(u"home/.local/share/Trash/info"_s)), QStringList{u"Host.app.trashinfo"_s});
+}
+
+TEST_F(MoverFault, WhatOthersPutIntoTheTrashMeanwhileStays) {
+    const QString trash = path(u"home/.local/share/Trash"_s);
+    files.failOn(u"move"_s, EIO, u"/Trash/files"_s);
+    files.observer = [trash](const QString &operation, const QString &) {
+        if (operation == u"move")
+            tx::test::writeFile(trash + u"/files/another's"_s, "x");
+    };
+    EXPECT_FALSE(tx::removeItemAtPath(source));
+    EXPECT_EQ(tx::test::readFile(trash + u"/files/another's"_s), QByteArray("x"));
+    EXPECT_FALSE(QFileInfo::exists(trash + u"/info"_s)) << "an empty folder goes";
+}
+
 TEST_F(MoverFault, VolumeWithoutATrashIsCopiedIntoTheOneOfTheHome) {
     QTemporaryDir other(u"/dev/shm/mover-XXXXXX"_s);
     if (!other.isValid())

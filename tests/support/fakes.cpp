@@ -91,6 +91,11 @@ TXError FaultFileSystem::remove(const QString &path) {
         return error;
     return m_before->remove(path);
 }
+TXError FaultFileSystem::removeEmptyDirectory(const QString &path) {
+    if (TXError error = failure(u"removeEmptyDirectory"_s, path))
+        return error;
+    return m_before->removeEmptyDirectory(path);
+}
 TXError FaultFileSystem::copy(const QString &from, const QString &to) {
     if (TXError error = failure(u"copy"_s, to))
         return error;

@@ -35,6 +35,7 @@ public:
     TXError createDirectory(const QString &path, bool withIntermediates) override;
     TXError checkPrivateDirectory(const QString &path) const override;
     TXError remove(const QString &path) override;
+    TXError removeEmptyDirectory(const QString &path) override;
     TXError copy(const QString &from, const QString &to) override;
     TXError linkOrCopy(const QString &from, const QString &to) override;
     TXError move(const QString &from, const QString &to) override;

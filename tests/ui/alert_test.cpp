@@ -5,9 +5,11 @@
 #include "ui/alert.h"
 
 #include <QApplication>
+#include <QLabel>
 #include <QMessageBox>
 #include <QPushButton>
 #include <QTimer>
+#include <QWindow>
 
 using namespace Qt::StringLiterals;
 
@@ -60,6 +62,67 @@ TEST_F(AlertWindow, ShowsItsTextsAndAnswersTheButton) {
 TEST_F(AlertWindow, ProgramWithoutWindowsLogsTheTexts) {
     EXPECT_EQ(tx::presentAlertInLog({u"Message"_s, u"Explanation"_s, {u"OK"_s}}), 0);
     EXPECT_EQ(logLines(), QStringList{u"Message Explanation"_s});
+}
+
+TEST_F(AlertWindow, TextsAreNoMarkup) {
+    const tx::Alert alert{
+        u"A <b>name</b> & \"another\""_s, u"Volume \"My Disk\" & <i>more</i>\nnext"_s, {u"OK"_s}};
+    QTimer timer;
+    bool plain = false;
+    QString shown;
+    QObject::connect(&timer, &QTimer::timeout, &timer, [&] {
+        auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
+        if (!box)
+            return;
+        const auto *label = box->findChild<QLabel *>(u"qt_msgbox_informativelabel"_s);
+        plain = box->textFormat() == Qt::PlainText && label && label->textFormat() == Qt::PlainText;
+        shown = label ? label->text() : QString();
+        box->buttons().first()->click();
+    });
+    timer.start(5);
+    (void)tx::presentAlertInWindow(alert);
+    EXPECT_TRUE(plain);
+    EXPECT_EQ(shown, alert.informative);
+}
+
+QMessageBox *shownBox() {
+    for (QWidget *widget : QApplication::topLevelWidgets()) {
+        if (auto *box = qobject_cast<QMessageBox *>(widget); box && box->isVisible())
+            return box;
+    }
+    return nullptr;
+}
+
+TEST_F(AlertWindow, SheetBelongsToItsWindowAndAnswersItsButton) {
+    QWidget window;
+    window.show();
+    QList<int> answers;
+    for (const int press : {0, 1}) {
+        tx::presentAlertAsSheet({u"Message"_s, {}, {u"First"_s, u"Second"_s}}, &window,
+                                [&](int button) { answers << button; });
+        QMessageBox *box = shownBox();
+        ASSERT_TRUE(box) << "the call returns at once";
+        EXPECT_EQ(box->windowModality(), Qt::WindowModal);
+        EXPECT_EQ(box->windowHandle()->transientParent(), window.windowHandle());
+        for (QAbstractButton *button : box->buttons()) {
+            if (button->text() == (press == 0 ? u"First"_s : u"Second"_s))
+                button->click();
+        }
+        tx::test::drainEvents();
+        EXPECT_FALSE(shownBox());
+    }
+    EXPECT_EQ(answers, (QList<int>{0, 1}));
+}
+
+TEST_F(AlertWindow, SheetGoesWithItsWindowWithoutAnAnswer) {
+    auto window = std::make_unique<QWidget>();
+    window->show();
+    int answers = 0;
+    tx::presentAlertAsSheet({u"Message"_s, {}, {u"OK"_s}}, window.get(), [&](int) { ++answers; });
+    window.reset();
+    tx::test::drainEvents();
+    EXPECT_FALSE(shownBox());
+    EXPECT_EQ(answers, 0);
 }
 
 } // namespace
