@@ -3,7 +3,9 @@
 
 #include "core/names.h"
 #include "core/ratelimiter.h"
+#include "install/archivelimits.h"
 #include "platform/filesystem.h"
+#include "platform/frameworkresources.h"
 #include "platform/localization.h"
 #include "platform/queues.h"
 #include "platform/services.h"
@@ -117,9 +119,14 @@ QString TXUpdateUnarchiver::pipeArchive(std::FILE *archive, const QString &comma
                                         const QString &destination, QString &application) {
     // The variable is the command's alone: this process's environment belongs to the host.
     QStringList environment = tx::environmentWithFrameworkTools();
-    environment.removeIf(
-        [](const QString &v) { return v.startsWith(u"TXUPDATE_UNARCHIVER_DESTINATION="_s); });
-    environment << u"TXUPDATE_UNARCHIVER_DESTINATION="_s + destination;
+    environment.removeIf([](const QString &v) { return v.startsWith(u"TXUPDATE_UNARCHIVER_"_s); });
+    for (QString &variable : environment) {
+        // The framework's own tar: it leaves nothing of an archive that it cannot unpack whole.
+        if (variable.startsWith(u"PATH="_s))
+            variable.insert(5, tx::frameworkResourcesPath() + u"/Archives:"_s);
+    }
+    environment << u"TXUPDATE_UNARCHIVER_DESTINATION="_s + destination
+                << u"TXUPDATE_UNARCHIVER_LIMIT="_s + QString::number(tx::archiveLimits().unpacked);
     tx::Result<std::unique_ptr<tx::Task>> task = services().tasks->start({.program = u"/bin/sh"_s,
                                                                           .arguments = {u"-c"_s, command},
                                                                           .environment = environment,

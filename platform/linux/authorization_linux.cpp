@@ -2,8 +2,11 @@
 #include "platform/authorization.h"
 
 #include "platform/frameworkresources.h"
+#include "platform/linux/trustedpath.h"
 #include "platform/services.h"
 #include "platform/tasks.h"
+
+#include <TarvixUpdate/TXLog.h>
 
 #include <QFile>
 #include <QFileInfo>
@@ -24,6 +27,18 @@ public:
 int statusFromPkexec(int exitStatus) {
     constexpr int dismissed = 126;
     return exitStatus == dismissed ? AuthorizationCanceled : AuthorizationDenied;
+}
+
+/// The program at `path` with all links followed; null, and a line in the log, when a user other than this
+/// one or root could have written it.
+QString trustedProgram(const QString &path) {
+    std::string resolved;
+    const std::string why = posix::untrustedPart(QFile::encodeName(path).toStdString(), resolved);
+    if (why.empty())
+        return QFile::decodeName(resolved.c_str());
+    TXLog(TXLogLevelFailure, u"TXUpdate: %@ is not run with an administrator's rights. %@"_s,
+          {path, QFile::decodeName(why.c_str())});
+    return {};
 }
 
 /// The words of a command, each with a NUL behind it.
@@ -50,12 +65,14 @@ public:
                    QList<AuthorizationItem> *authorized) override {
         if ((flags & AuthorizationFlagInteractionAllowed) == 0)
             return AuthorizationDenied;
-        Result<std::unique_ptr<Task>> task =
-            services().tasks->start({.program = u"pkexec"_s,
-                                     .arguments = {frameworkResourcesPath() + u"/TXUpdateAuthorize"_s},
-                                     .writesInput = true,
-                                     .readsOutput = true,
-                                     .ownSession = true});
+        const QString helper = trustedProgram(frameworkResourcesPath() + u"/TXUpdateAuthorize"_s);
+        if (helper.isNull())
+            return AuthorizationDenied;
+        Result<std::unique_ptr<Task>> task = services().tasks->start({.program = u"pkexec"_s,
+                                                                      .arguments = {helper},
+                                                                      .writesInput = true,
+                                                                      .readsOutput = true,
+                                                                      .ownSession = true});
         if (!task)
             return AuthorizationDenied;
         QByteArray answer;
@@ -78,7 +95,10 @@ public:
         std::unique_ptr<Task> helper = std::move(static_cast<PolkitReference &>(reference).helper);
         if (!helper)
             return AuthorizationDenied;
-        const QByteArray command = commandOf(path, arguments);
+        const QString program = trustedProgram(path);
+        if (program.isNull())
+            return AuthorizationToolExecuteFailure;
+        const QByteArray command = commandOf(program, arguments);
         int ignored = 0;
         if (helper->write(command.constData(), command.size(), &ignored) != command.size())
             return AuthorizationToolExecuteFailure;
@@ -92,7 +112,10 @@ public:
         Task *helper = static_cast<PolkitReference &>(reference).helper.get();
         if (!helper)
             return std::nullopt;
-        const QByteArray command = commandOf(path, arguments);
+        const QString program = trustedProgram(path);
+        if (program.isNull())
+            return std::nullopt;
+        const QByteArray command = commandOf(program, arguments);
         const QByteArray frame = "run " + QByteArray::number(command.size()) + '\n' + command;
         int ignored = 0;
         if (helper->write(frame.constData(), frame.size(), &ignored) != frame.size())

@@ -188,6 +188,10 @@ TEST_F(Unarchiver, ApplicationWithASpecialFileIsNotTaken) {
     entries.append({u"New.app/Contents/null"_s, ArchiveEntry::CharacterDevice, {}, 0666});
     unarchive(archive(ArchiveKind::Tgz, entries));
     expectFailure(u"Could not find the unarchived application."_s);
+    // Nor is one that came there by another way.
+    tx::test::makeBundle(path(u"found/Other.app"_s), {});
+    ASSERT_EQ(mkfifo(QFile::encodeName(path(u"found/Other.app/Contents/pipe"_s)).constData(), 0600), 0);
+    EXPECT_TRUE(TXUpdateUnarchiver::findUnarchivedApplicationInDirectory(path(u"found"_s)).isNull());
     EXPECT_THAT(logLines().join(u'\n').toStdString(),
                 testing::HasSubstr("is no file that an application may hold"));
 }

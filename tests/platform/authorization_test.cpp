@@ -4,6 +4,8 @@
 #include "tests/support/environment.h"
 #include "tests/support/processes.h"
 
+#include <sys/stat.h>
+
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -85,11 +87,31 @@ TEST_F(Polkit, SeveralProgramsRunToTheirEndsOneAfterTheOther) {
         run(u"/bin/sh"_s, {u"-c"_s, u"printf '%s' \"$1\" > \"$0\""_s, path(u"a"_s), u"it's \"$x\"\n"_s}), 0);
     EXPECT_EQ(tx::test::readFile(path(u"a"_s)), QByteArray("it's \"$x\"\n"));
     EXPECT_EQ(run(u"/bin/sh"_s, {u"-c"_s, u"exit 3"_s}), 3);
-    EXPECT_EQ(run(u"/no/such/tool"_s, {}), 127);
+    EXPECT_FALSE(run(u"/no/such/tool"_s, {}));
     EXPECT_FALSE(run(u"/bin/sh"_s, {u"-c"_s, u"kill -9 $$"_s})) << "a signal ended it";
     EXPECT_EQ(run(u"/bin/true"_s, {}), 0) << "and the helper still listens";
     EXPECT_FALSE(run(u"true"_s, {})) << "no absolute path";
     EXPECT_TRUE(authorization.canExecute());
+}
+
+TEST_F(Polkit, WhatOthersCouldHaveWrittenIsNotRun) {
+    const QString program = path(u"folder/program"_s);
+    tx::test::writeFile(program, "#!/bin/sh\ntouch \"$1\"\n",
+                        QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    pkexec("exec \"$@\"");
+    ASSERT_EQ(copyRights(), 0);
+    const auto run = [&](const QString &mark) {
+        return authorization.executeWithPrivilegesAndWait(*reference, program, 0, {path(mark)});
+    };
+    EXPECT_EQ(run(u"before"_s), 0);
+    ASSERT_EQ(chmod(QFile::encodeName(path(u"folder"_s)).constData(), 0777), 0);
+    EXPECT_FALSE(run(u"after"_s));
+    EXPECT_FALSE(QFileInfo::exists(path(u"after"_s)));
+    EXPECT_EQ(authorization.executeWithPrivileges(*reference, program, 0, {path(u"after"_s)}),
+              tx::AuthorizationToolExecuteFailure);
+    EXPECT_THAT(logLines().join(u'\n').toStdString(),
+                testing::HasSubstr("is not run with an administrator's rights"));
+    ASSERT_EQ(chmod(QFile::encodeName(path(u"folder"_s)).constData(), 0700), 0);
 }
 
 TEST_F(Polkit, NothingRunsWithoutRights) {

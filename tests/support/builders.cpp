@@ -13,6 +13,7 @@
 
 #include <filesystem>
 #include <sys/stat.h>
+#include <zlib.h>
 
 using namespace Qt::StringLiterals;
 
@@ -104,7 +105,8 @@ void makeArchive(const QString &path, ArchiveKind kind, const QList<ArchiveEntry
     ASSERT_EQ(archive_write_open_filename(writer, path.toUtf8().constData()), ARCHIVE_OK);
     for (const ArchiveEntry &entry : entries) {
         archive_entry *header = archive_entry_new();
-        archive_entry_set_pathname(header, entry.name.toUtf8().constData());
+        const QByteArray name = entry.rawName.isEmpty() ? entry.name.toUtf8() : entry.rawName;
+        archive_entry_set_pathname(header, name.constData());
         archive_entry_set_perm(header, static_cast<mode_t>(entry.mode));
         archive_entry_set_mtime(header, 1700000000, 0);
         switch (entry.type) {
@@ -141,6 +143,57 @@ void makeArchive(const QString &path, ArchiveKind kind, const QList<ArchiveEntry
     }
     ASSERT_EQ(archive_write_close(writer), ARCHIVE_OK);
     archive_write_free(writer);
+}
+
+void makeArchiveOfZeros(const QString &path, const QByteArray &name, qint64 size) {
+    const auto deflated = [](const QByteArray &data, int flush) {
+        z_stream stream{};
+        EXPECT_EQ(deflateInit2(&stream, 9, Z_DEFLATED, -MAX_WBITS, 9, Z_DEFAULT_STRATEGY), Z_OK);
+        QByteArray result(static_cast<qsizetype>(deflateBound(&stream, static_cast<uLong>(data.size()))) + 64,
+                          0);
+        stream.next_in = reinterpret_cast<Bytef *>(const_cast<char *>(data.constData()));
+        stream.avail_in = static_cast<uInt>(data.size());
+        stream.next_out = reinterpret_cast<Bytef *>(result.data());
+        stream.avail_out = static_cast<uInt>(result.size());
+        (void)deflate(&stream, flush);
+        result.resize(result.size() - static_cast<qsizetype>(stream.avail_out));
+        deflateEnd(&stream);
+        return result;
+    };
+    // A header in the GNU form, where large sizes are binary.
+    QByteArray header(512, '\0');
+    header.replace(0, name.size(), name);
+    header.replace(100, 7, "0000644");
+    header[124] = '\x80';
+    for (int i = 0; i < 8; ++i)
+        header[135 - i] = static_cast<char>(size >> (8 * i));
+    header[156] = '0';
+    header.replace(257, 8, QByteArray("ustar  \0", 8));
+    header.replace(148, 8, "        ");
+    int sum = 0;
+    for (const char c : header)
+        sum += static_cast<unsigned char>(c);
+    header.replace(148, 8, QByteArray::number(sum, 8).rightJustified(6, '0') + QByteArray("\0 ", 2));
+    constexpr qint64 step = 1 << 24;
+    const QByteArray zeros(step, '\0');
+    const QByteArray piece = deflated(zeros, Z_FULL_FLUSH);
+    const qint64 pieces = size / step + 1; // the last one ends the archive, too
+    uLong crc = crc32(0, reinterpret_cast<const Bytef *>(header.constData()), 512);
+    const uLong pieceCrc = crc32(0, reinterpret_cast<const Bytef *>(zeros.constData()), step);
+    QFile file(path);
+    QDir().mkpath(QFileInfo(path).path());
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write(QByteArray("\x1f\x8b\x08\0\0\0\0\0\0\x03", 10) + deflated(header, Z_FULL_FLUSH));
+    for (qint64 i = 0; i < pieces; ++i) {
+        file.write(piece);
+        crc = crc32_combine(crc, pieceCrc, step);
+    }
+    const quint64 total = static_cast<quint64>(pieces * step) + 512;
+    file.write(deflated({}, Z_FINISH));
+    for (int i = 0; i < 4; ++i)
+        file.putChar(static_cast<char>(crc >> (8 * i)));
+    for (int i = 0; i < 4; ++i)
+        file.putChar(static_cast<char>(total >> (8 * i)));
 }
 
 QList<ArchiveEntry> entriesOf(const QString &folder) {

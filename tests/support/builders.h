@@ -40,10 +40,13 @@ struct ArchiveEntry {
     Type type = File;
     QByteArray content; ///< of a file; target of a link
     int mode = 0644;
+    QByteArray rawName = {}; ///< instead of the name, in any encoding
 };
 
 /// An archive of any entries, hostile ones included.
 void makeArchive(const QString &path, ArchiveKind kind, const QList<ArchiveEntry> &entries);
+/// A tar archive compressed by gzip with one file of `size` zero bytes, made without compressing them all.
+void makeArchiveOfZeros(const QString &path, const QByteArray &name, qint64 size);
 /// The entries of a folder, the folder itself under its own name.
 [[nodiscard]] QList<ArchiveEntry> entriesOf(const QString &folder);
 

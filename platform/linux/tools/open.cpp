@@ -4,6 +4,7 @@
 #include "platform/linux/openbundle.h"
 #include "platform/linux/posixfiles.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
@@ -11,6 +12,30 @@
 #include <cstring>
 #include <sys/stat.h>
 #include <unistd.h>
+
+namespace {
+
+/// Whoever calls this tool may have put the framework's tools first. What is opened gets the user's own.
+void leaveOwnFolderOutOfPath() {
+    char own[PATH_MAX];
+    const ssize_t length = readlink("/proc/self/exe", own, sizeof own);
+    const char *path = std::getenv("PATH");
+    if (length <= 0 || !path)
+        return;
+    const std::string folder = tx::posix::parentOf(std::string(own, static_cast<size_t>(length)));
+    std::string rest;
+    const std::string all = path;
+    for (size_t start = 0; start <= all.size();) {
+        const size_t end = std::min(all.find(':', start), all.size());
+        const std::string part = all.substr(start, end - start);
+        if (part != folder)
+            rest += (rest.empty() ? "" : ":") + part;
+        start = end + 1;
+    }
+    setenv("PATH", rest.c_str(), 1);
+}
+
+} // namespace
 
 int main(int argc, char **argv) {
     if (argc != 2 || argv[1][0] == '\0' || argv[1][0] == '-') {
@@ -29,6 +54,7 @@ int main(int argc, char **argv) {
         if (getcwd(folder, sizeof folder))
             target = std::string(folder) + '/' + target;
     }
+    leaveOwnFolderOutOfPath();
     tx::restoreBackup(target);
     tx::BundleInfo info;
     if (tx::readBundleInfo(target, info) && !info.executable.empty()) {

@@ -1,0 +1,252 @@
+// SPDX-License-Identifier: MIT
+#include "platform/linux/tools/extraction.h"
+
+#include "platform/linux/posixfiles.h"
+
+#include <archive_entry.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <dirent.h>
+#include <fcntl.h>
+#include <iconv.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <vector>
+
+namespace tx::tools {
+
+namespace {
+
+using Writer = std::unique_ptr<archive, decltype(&archive_write_free)>;
+
+/// Where an archive is unpacked before all of it is there. A run that was killed leaves it to the next one.
+constexpr const char *stagingName = ".txupdate-unpacking";
+
+constexpr la_int64_t usualLimit = la_int64_t(8) << 30;
+/// What an entry takes at least, so that a limit on bytes limits the number of entries too.
+constexpr la_int64_t entrySize = 4096;
+
+la_int64_t limitInForce() {
+    const char *text = std::getenv("TXUPDATE_UNARCHIVER_LIMIT");
+    const long long limit = text ? std::strtoll(text, nullptr, 10) : 0;
+    return limit > 0 ? limit : usualLimit;
+}
+
+/// True when the first part of `name` is UTF-8: the framework can name, and so clear, what stands there.
+bool hasReadableTop(const std::string &name) {
+    const std::string top = name.substr(0, name.find('/'));
+    iconv_t converter = iconv_open("UTF-32LE", "UTF-8");
+    if (converter == iconv_t(-1))
+        return true;
+    std::vector<char> output(4 * top.size() + 4);
+    char *from = const_cast<char *>(top.data());
+    char *to = output.data();
+    size_t left = top.size();
+    size_t room = output.size();
+    const bool valid = iconv(converter, &from, &left, &to, &room) != size_t(-1);
+    iconv_close(converter);
+    return valid;
+}
+
+/// True when `name` stays below the folder that it is relative to.
+bool staysInside(const std::string &name) {
+    if (name.empty() || name.front() == '/')
+        return false;
+    for (size_t start = 0; start <= name.size();) {
+        const size_t end = std::min(name.find('/', start), name.size());
+        if (name.compare(start, end - start, "..") == 0)
+            return false;
+        start = end + 1;
+    }
+    return true;
+}
+
+class Extraction {
+public:
+    Extraction(archive *reader, const char *tool)
+        : m_reader(reader)
+        , m_writer(archive_write_disk_new(), &archive_write_free)
+        , m_tool(tool)
+        , m_left(limitInForce()) {
+        // Into a new folder nothing need be replaced, so that nothing is written through a link either.
+        archive_write_disk_set_options(
+            m_writer.get(), ARCHIVE_EXTRACT_TIME | ARCHIVE_EXTRACT_PERM | ARCHIVE_EXTRACT_SECURE_SYMLINKS |
+                                ARCHIVE_EXTRACT_SECURE_NODOTDOT | ARCHIVE_EXTRACT_SECURE_NOABSOLUTEPATHS);
+    }
+
+    /// Everything into the current folder.
+    bool run() {
+        archive_entry *entry = nullptr;
+        for (;;) {
+            const int result = archive_read_next_header(m_reader, &entry);
+            if (result == ARCHIVE_EOF)
+                break;
+            if (result < ARCHIVE_WARN)
+                return refuse("the archive is damaged", archive_error_string(m_reader));
+            const char *stored = archive_entry_pathname(entry);
+            const std::string name = stored ? stored : "";
+            // What the desktop that packed it keeps of its own file system is of no use here.
+            if (name.rfind("__MACOSX/", 0) == 0 || name == "." || name == "./")
+                continue;
+            if (!write(entry, name))
+                return false;
+        }
+        if (archive_write_close(m_writer.get()) != ARCHIVE_OK)
+            return refuse("cannot write", archive_error_string(m_writer.get()));
+        // The library keeps these bits back from files that seem to be another user's.
+        for (const auto &[name, mode] : m_special) {
+            if (fchmodat(AT_FDCWD, name.c_str(), mode, 0) != 0)
+                return refuse(name, std::strerror(errno));
+        }
+        return true;
+    }
+
+private:
+    bool refuse(const std::string &what, const char *why) {
+        (void)fail(m_tool, what, why ? why : "unknown reason");
+        return false;
+    }
+
+    bool write(archive_entry *entry, const std::string &name) {
+        const char *target = archive_entry_hardlink(entry);
+        mode_t type = archive_entry_filetype(entry);
+        if (target)
+            type = AE_IFREG;
+        if (!staysInside(name) || (target && !staysInside(target)))
+            return refuse(name, "would leave the folder");
+        if (!hasReadableTop(name))
+            return refuse(name, "the name is not UTF-8");
+        if (type != AE_IFREG && type != AE_IFDIR && type != AE_IFLNK)
+            return refuse(name, "is no file that an application may hold");
+        m_left -= entrySize;
+        if (m_left < 0 || (archive_entry_size_is_set(entry) && archive_entry_size(entry) > m_left))
+            return refuse(name, "the archive takes more room than is accepted");
+        // Nobody else may write into an application.
+        const mode_t mode = archive_entry_mode(entry) & 07755;
+        // Zip archives of plain tools carry no modes at all for some entries.
+        const mode_t usual = type == AE_IFDIR ? 0755 : 0644;
+        archive_entry_set_perm(entry, (mode & 0777) == 0 ? usual : mode & 0777);
+        if (!target && type == AE_IFREG && (mode & (S_ISUID | S_ISGID)) != 0)
+            m_special.emplace_back(name, mode & (S_ISUID | S_ISGID | 0777));
+        if (archive_write_header(m_writer.get(), entry) != ARCHIVE_OK)
+            return refuse(name, archive_error_string(m_writer.get()));
+        if ((archive_entry_size_is_set(entry) == 0 || archive_entry_size(entry) > 0) && !copyContent(name))
+            return false;
+        if (archive_write_finish_entry(m_writer.get()) < ARCHIVE_WARN)
+            return refuse(name, archive_error_string(m_writer.get()));
+        return true;
+    }
+
+    bool copyContent(const std::string &name) {
+        const void *block = nullptr;
+        size_t size = 0;
+        la_int64_t offset = 0;
+        la_int64_t end = 0;
+        for (;;) {
+            const int result = archive_read_data_block(m_reader, &block, &size, &offset);
+            if (result == ARCHIVE_EOF)
+                break;
+            if (result != ARCHIVE_OK) // a wrong sum is no more than a warning to the library
+                return refuse("the archive is damaged", archive_error_string(m_reader));
+            end = std::max(end, offset + static_cast<la_int64_t>(size));
+            if (end > m_left)
+                return refuse(name, "the archive takes more room than is accepted");
+            if (archive_write_data_block(m_writer.get(), block, size, offset) < ARCHIVE_WARN)
+                return refuse(name, archive_error_string(m_writer.get()));
+        }
+        m_left -= end;
+        return true;
+    }
+
+    archive *m_reader;
+    Writer m_writer;
+    const char *m_tool;
+    la_int64_t m_left;
+    std::vector<std::pair<std::string, mode_t>> m_special;
+};
+
+/// Moves what was unpacked to its place; entries of the same names go.
+bool publish(const std::string &staging, const std::string &folder, const char *tool) {
+    DIR *stream = opendir(staging.c_str());
+    if (!stream)
+        return fail(tool, staging, std::strerror(errno)) == 0;
+    std::vector<std::string> names;
+    while (const dirent *entry = readdir(stream)) {
+        const std::string name = entry->d_name;
+        if (name != "." && name != "..")
+            names.push_back(name);
+    }
+    closedir(stream);
+    for (const std::string &name : names) {
+        const std::string target = folder + '/' + name;
+        if (posix::FileError error = posix::removeTree(target))
+            return fail(tool, error.path, std::strerror(error.number)) == 0;
+        if (rename((staging + '/' + name).c_str(), target.c_str()) != 0)
+            return fail(tool, target, std::strerror(errno)) == 0;
+    }
+    return true;
+}
+
+} // namespace
+
+int fail(const char *tool, const std::string &what, const char *why) {
+    std::fprintf(stderr, "%s: %s: %s\n", tool, what.c_str(), why);
+    return 1;
+}
+
+int seekableInput(const std::string &folder) {
+    struct stat info {};
+    if (fstat(STDIN_FILENO, &info) == 0 && S_ISREG(info.st_mode) && lseek(STDIN_FILENO, 0, SEEK_CUR) == 0)
+        return STDIN_FILENO;
+    int spool = open(folder.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
+    if (spool < 0) { // a file system without nameless files
+        std::string name = folder + "/.ditto-XXXXXX";
+        spool = mkostemp(name.data(), O_CLOEXEC);
+        if (spool >= 0)
+            unlink(name.c_str());
+    }
+    if (spool < 0)
+        return -1;
+    std::vector<char> buffer(1 << 18);
+    for (ssize_t n = 0; (n = read(STDIN_FILENO, buffer.data(), buffer.size())) != 0;) {
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n < 0)
+            return -1;
+        for (ssize_t written = 0; written < n;) {
+            const ssize_t w = ::write(spool, buffer.data() + written, static_cast<size_t>(n - written));
+            if (w <= 0)
+                return -1;
+            written += w;
+        }
+    }
+    return lseek(spool, 0, SEEK_SET) == 0 ? spool : -1;
+}
+
+void drainInput() {
+    std::vector<char> buffer(1 << 16);
+    for (ssize_t n = 1; n > 0 || (n < 0 && errno == EINTR);)
+        n = read(STDIN_FILENO, buffer.data(), buffer.size());
+}
+
+int extract(archive *reader, const std::string &folder, const char *tool,
+            const std::function<bool()> &endsWell) {
+    const std::string staging = folder + '/' + stagingName;
+    if (posix::FileError error = posix::removeTree(staging))
+        return fail(tool, error.path, std::strerror(error.number));
+    const posix::Descriptor before(open(".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (mkdir(staging.c_str(), 0700) != 0 || chdir(staging.c_str()) != 0)
+        return fail(tool, staging, std::strerror(errno));
+    const bool complete = Extraction(reader, tool).run() && (!endsWell || endsWell());
+    const bool back = fchdir(before.get()) == 0;
+    const bool published = complete && back && publish(staging, folder, tool);
+    if (posix::FileError error = posix::removeTree(staging))
+        return fail(tool, error.path, std::strerror(error.number));
+    return published ? 0 : 1;
+}
+
+} // namespace tx::tools

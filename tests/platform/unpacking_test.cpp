@@ -1,0 +1,327 @@
+// SPDX-License-Identifier: MIT
+// The tools that unpack archives, with archives that nobody made for their application's good.
+#include "tests/support/builders.h"
+#include "tests/support/environment.h"
+#include "tests/support/processes.h"
+
+#include <QProcess>
+
+#include <filesystem>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <unistd.h>
+
+using namespace Qt::StringLiterals;
+using tx::test::ArchiveEntry;
+using tx::test::ArchiveKind;
+using tx::test::namesIn;
+using tx::test::ProcessResult;
+using tx::test::runProcess;
+
+namespace {
+
+class Unpacking : public tx::test::FrameworkTest, public testing::WithParamInterface<ArchiveKind> {
+protected:
+    const QString out = path(u"out"_s);
+    const QString file = path(u"archive"_s);
+
+    Unpacking() { QDir().mkpath(out); }
+    static QString tool(ArchiveKind kind) {
+        return QStringLiteral(TEST_RESOURCES) + (kind == ArchiveKind::Zip ? u"/ditto"_s : u"/Archives/tar"_s);
+    }
+    static QStringList options(ArchiveKind kind) {
+        switch (kind) {
+        case ArchiveKind::Zip:
+            return {u"-x"_s, u"-k"_s, u"-"_s};
+        case ArchiveKind::Tgz:
+            return {u"-zxC"_s};
+        case ArchiveKind::Tbz:
+            return {u"-jxC"_s};
+        default:
+            return {u"-xC"_s};
+        }
+    }
+    ProcessResult unpackBytes(const QByteArray &archive, const QStringList &environment = {}) const {
+        return runProcess(tool(GetParam()), options(GetParam()) << out, archive, environment);
+    }
+    ProcessResult unpack(const QList<ArchiveEntry> &entries, const QStringList &environment = {}) const {
+        tx::test::makeArchive(file, GetParam(), entries);
+        return unpackBytes(tx::test::readFile(file), environment);
+    }
+    void expectNothing(const ProcessResult &result, const std::string &reason) const {
+        EXPECT_EQ(result.status, 1);
+        EXPECT_THAT(result.errors.toStdString(), testing::HasSubstr(reason));
+        EXPECT_TRUE(namesIn(out).isEmpty()) << namesIn(out).join(u' ').toStdString();
+    }
+    bool isTar() const { return GetParam() != ArchiveKind::Zip; }
+    mode_t modeOf(const QString &name) const {
+        struct stat info {};
+        EXPECT_EQ(lstat(QFile::encodeName(out + u'/' + name).constData(), &info), 0) << name.toStdString();
+        return info.st_mode & 07777;
+    }
+};
+
+const ArchiveEntry good{u"good"_s, ArchiveEntry::File, "good", 0644};
+
+TEST_P(Unpacking, AnEntryThatWouldLeaveTheFolderSpoilsTheWholeArchive) {
+    tx::test::writeFile(path(u"victim"_s), "kept");
+    const QList<QList<ArchiveEntry>> cases{
+        {{u"../victim"_s, ArchiveEntry::File, "bad"}},
+        {{path(u"victim"_s), ArchiveEntry::File, "bad"}},
+        {{u"a/../../victim"_s, ArchiveEntry::File, "bad"}},
+        {{u"a/.."_s, ArchiveEntry::File, "bad"}},
+        {{u"up"_s, ArchiveEntry::SymbolicLink, "..", 0777}, {u"up/victim"_s, ArchiveEntry::File, "bad"}},
+        {{u"up"_s, ArchiveEntry::SymbolicLink, path({}).toUtf8(), 0777},
+         {u"up/victim"_s, ArchiveEntry::File, "bad"}},
+        {{u"a/up"_s, ArchiveEntry::SymbolicLink, "../../..", 0777},
+         {u"a/up/new/"_s, ArchiveEntry::Directory, {}, 0755}},
+    };
+    for (const QList<ArchiveEntry> &bad : cases) {
+        expectNothing(unpack(QList<ArchiveEntry>{good} + bad), "");
+        EXPECT_EQ(tx::test::readFile(path(u"victim"_s)), QByteArray("kept")) << bad.last().name.toStdString();
+        EXPECT_FALSE(QFileInfo::exists(path(u"new"_s)));
+    }
+}
+
+TEST_P(Unpacking, WritingThroughALinkInTheArchiveWritesBesideIt) {
+    tx::test::writeFile(path(u"victim"_s), "kept");
+    (void)unpack({{u"f"_s, ArchiveEntry::SymbolicLink, path(u"victim"_s).toUtf8(), 0777},
+                  {u"f"_s, ArchiveEntry::File, "bad"}});
+    EXPECT_EQ(tx::test::readFile(path(u"victim"_s)), QByteArray("kept"));
+}
+
+TEST_P(Unpacking, HardLinksStayInTheArchive) {
+    if (!isTar()) {
+        SUCCEED() << "zip archives have none";
+        return;
+    }
+    EXPECT_EQ(unpack({{u"A.app/one"_s, ArchiveEntry::File, "content"},
+                      {u"A.app/two"_s, ArchiveEntry::HardLink, "A.app/one"}})
+                  .status,
+              0);
+    EXPECT_EQ(tx::test::readFile(out + u"/A.app/two"_s), QByteArray("content"));
+    QDir(out + u"/A.app"_s).removeRecursively();
+    tx::test::writeFile(path(u"secret"_s), "secret");
+    const QList<QList<ArchiveEntry>> cases{
+        {{u"leak"_s, ArchiveEntry::HardLink, "../secret"}},
+        {{u"leak"_s, ArchiveEntry::HardLink, path(u"secret"_s).toUtf8()}},
+        {{u"up"_s, ArchiveEntry::SymbolicLink, path({}).toUtf8(), 0777},
+         {u"leak"_s, ArchiveEntry::HardLink, "up/secret"}},
+        {{u"leak"_s, ArchiveEntry::HardLink, "missing"}},
+    };
+    for (const QList<ArchiveEntry> &bad : cases)
+        expectNothing(unpack(QList<ArchiveEntry>{good} + bad), "");
+    struct stat info {};
+    ASSERT_EQ(stat(QFile::encodeName(path(u"secret"_s)).constData(), &info), 0);
+    EXPECT_EQ(info.st_nlink, 1U);
+}
+
+TEST_P(Unpacking, DevicesAndPipesSpoilTheWholeArchive) {
+    if (!isTar()) {
+        SUCCEED() << "the builder's zip archives hold none";
+        return;
+    }
+    for (const ArchiveEntry::Type type : {ArchiveEntry::Fifo, ArchiveEntry::CharacterDevice})
+        expectNothing(unpack({good, {u"special"_s, type}}),
+                      "special: is no file that an application may hold");
+}
+
+TEST_P(Unpacking, SetuidStaysAndNobodyElseMayWrite) {
+    const auto result = unpack({{u"A.app/"_s, ArchiveEntry::Directory, {}, 0777},
+                                {u"A.app/helper"_s, ArchiveEntry::File, "x", 06755},
+                                {u"A.app/open"_s, ArchiveEntry::File, "x", 0666},
+                                {u"A.app/none"_s, ArchiveEntry::File, "x", 0}});
+    ASSERT_EQ(result.status, 0) << result.errors.constData();
+    EXPECT_EQ(modeOf(u"A.app/helper"_s), 06755U) << "the installer decides about it";
+    EXPECT_EQ(modeOf(u"A.app/open"_s), 0644U);
+    EXPECT_EQ(modeOf(u"A.app"_s), 0755U);
+    EXPECT_EQ(modeOf(u"A.app/none"_s), 0644U);
+}
+
+TEST_P(Unpacking, MoreThanTheLimitLeavesNothing) {
+    const QByteArray part(7 << 20, '\0');
+    const QList<ArchiveEntry> entries{{u"a"_s, ArchiveEntry::File, part},
+                                      {u"b"_s, ArchiveEntry::File, part},
+                                      {u"c"_s, ArchiveEntry::File, part}};
+    const auto limited = [](int bytes) { return QStringList{u"TXUPDATE_UNARCHIVER_LIMIT=%1"_s.arg(bytes)}; };
+    expectNothing(unpack(entries, limited(16 << 20)), "the archive takes more room than is accepted");
+    EXPECT_EQ(unpack(entries, limited(22 << 20)).status, 0);
+    EXPECT_EQ(namesIn(out).size(), 3);
+    for (const QString &name : namesIn(out))
+        QFile::remove(out + u'/' + name);
+    QList<ArchiveEntry> many;
+    for (int i = 0; i < 300; ++i)
+        many.append({QString::number(i), ArchiveEntry::File, {}});
+    expectNothing(unpack(many, limited(1 << 20)), "the archive takes more room than is accepted");
+}
+
+TEST_P(Unpacking, TenGigabytesOfZerosAreRefusedByTheUsualLimit) {
+    if (GetParam() != ArchiveKind::Tgz) {
+        SUCCEED() << "one kind is enough for the number";
+        return;
+    }
+    tx::test::makeArchiveOfZeros(file, "zeros", qint64(10) << 30);
+    EXPECT_LT(QFileInfo(file).size(), 11 << 20);
+    expectNothing(unpackBytes(tx::test::readFile(file)),
+                  "zeros: the archive takes more room than is accepted");
+    // The builder makes such archives right: a small one is unpacked.
+    tx::test::makeArchiveOfZeros(file, "zeros", 20 << 20);
+    const ProcessResult small = unpackBytes(tx::test::readFile(file));
+    EXPECT_EQ(small.status, 0) << small.errors.constData();
+    EXPECT_EQ(QFileInfo(out + u"/zeros"_s).size(), 20 << 20);
+}
+
+TEST_P(Unpacking, TruncatedAtAnyByteLeavesNothing) {
+    QByteArray noise(30000, 0);
+    for (qsizetype i = 0; i < noise.size(); ++i)
+        noise[i] = static_cast<char>((i * 7919) >> 3);
+    tx::test::makeArchive(file, GetParam(),
+                          {{u"A.app/Info.plist"_s, ArchiveEntry::File, "info"},
+                           {u"A.app/noise"_s, ArchiveEntry::File, noise},
+                           {u"A.app/last"_s, ArchiveEntry::File, "last"}});
+    const QByteArray whole = tx::test::readFile(file);
+    const qsizetype end = whole.size() - (GetParam() == ArchiveKind::Tar ? 10240 : 1);
+    for (qsizetype length = 0; length < end; length += std::max<qsizetype>(1, whole.size() / 40))
+        expectNothing(unpackBytes(whole.left(length)), "");
+    // At the boundary between two files of a plain archive, where a reader could take it for its end.
+    if (GetParam() == ArchiveKind::Tar) {
+        const qsizetype boundary = whole.indexOf("A.app/last");
+        ASSERT_GT(boundary, 0);
+        expectNothing(unpackBytes(whole.left(boundary)), "its end is missing");
+    }
+    EXPECT_EQ(unpackBytes(whole).status, 0);
+    EXPECT_EQ(namesIn(out + u"/A.app"_s).size(), 3);
+}
+
+TEST_P(Unpacking, ChangedBytesAreNoticed) {
+    if (GetParam() == ArchiveKind::Tar) {
+        SUCCEED() << "plain archives have a sum for their headers only";
+        return;
+    }
+    QByteArray noise(30000, 0);
+    for (qsizetype i = 0; i < noise.size(); ++i)
+        noise[i] = static_cast<char>((i * i * 7919) >> 3);
+    tx::test::makeArchive(file, GetParam(), {{u"noise"_s, ArchiveEntry::File, noise}});
+    const QByteArray whole = tx::test::readFile(file);
+    for (const qsizetype at : {whole.size() / 3, whole.size() / 2, whole.size() * 2 / 3}) {
+        QByteArray changed = whole;
+        changed[at] = static_cast<char>(changed[at] ^ 0x10);
+        expectNothing(unpackBytes(changed), "");
+    }
+}
+
+TEST_P(Unpacking, NamesInAnyEncodingAreKept) {
+    const QList<QByteArray> names{"plain",
+                                  "\xC3\xBC and \xE6\x97\xA5\xE6\x9C\xAC", // UTF-8
+                                  "u\xCC\x88 decomposed",
+                                  "line\nbreak\ttab",
+                                  "quote' \" $HOME `id` %s",
+                                  "-rf"};
+    QList<ArchiveEntry> entries;
+    for (const QByteArray &name : names)
+        entries.append({{}, ArchiveEntry::File, name, 0644, name});
+    const ProcessResult result = unpack(entries, {u"LC_ALL=C"_s});
+    EXPECT_EQ(result.status, 0) << result.errors.constData();
+    EXPECT_EQ(namesIn(out).size(), names.size());
+    for (const QByteArray &name : names) {
+        // The library composes what stands in zip archives.
+        const QString expected = GetParam() == ArchiveKind::Zip
+                                     ? QString::fromUtf8(name).normalized(QString::NormalizationForm_C)
+                                     : QString::fromUtf8(name);
+        const std::filesystem::path unpacked(out.toStdString() + '/' + expected.toStdString());
+        EXPECT_TRUE(std::filesystem::exists(unpacked)) << name.constData();
+    }
+}
+
+TEST_P(Unpacking, NamesThatAreNoTextAreKeptBelowTheTopOnly) {
+    const QByteArray names[] = {"latin \xFC", "\xFF\xFE\x41", "\x83\x65"};
+    for (const QByteArray &name : names) {
+        expectNothing(unpack({good, {{}, ArchiveEntry::File, "x", 0644, name}}), "");
+        if (!isTar())
+            continue; // the builder writes no such names into them
+        EXPECT_EQ(unpack({{{}, ArchiveEntry::File, "x", 0644, "A.app/" + name}}).status, 0);
+        EXPECT_TRUE(std::filesystem::exists((out + u"/A.app/"_s).toStdString() + name.toStdString()));
+        std::filesystem::remove_all((out + u"/A.app"_s).toStdString());
+    }
+}
+
+TEST_P(Unpacking, WhatAKilledRunLeftIsNotMixedIn) {
+    tx::test::writeFile(out + u"/.txupdate-unpacking/A.app/old"_s, "of a killed run");
+    tx::test::writeFile(out + u"/A.app/old"_s, "of an earlier archive");
+    EXPECT_EQ(unpack({{u"A.app/new"_s, ArchiveEntry::File, "new"}}).status, 0);
+    EXPECT_EQ(namesIn(out), QStringList{u"A.app"_s});
+    EXPECT_EQ(namesIn(out + u"/A.app"_s), QStringList{u"new"_s});
+}
+
+TEST_P(Unpacking, KilledAtAnyTimeItLeavesAllOrNothing) {
+    QList<ArchiveEntry> entries;
+    for (int i = 0; i < 300; ++i)
+        entries.append({u"A.app/%1"_s.arg(i), ArchiveEntry::File, QByteArray(3000, 'x')});
+    tx::test::makeArchive(file, GetParam(), entries);
+    const QByteArray archive = tx::test::readFile(file);
+    int killed = 0;
+    for (int fed = 0; fed <= 10; ++fed) {
+        QProcess process;
+        process.start(tool(GetParam()), options(GetParam()) << out);
+        ASSERT_TRUE(process.waitForStarted());
+        process.write(archive.left(archive.size() * fed / 10));
+        if (fed == 10)
+            process.closeWriteChannel();
+        process.waitForBytesWritten(2000);
+        process.waitForFinished(fed == 10 ? 1 : 20);
+        process.kill();
+        process.waitForFinished();
+        killed += process.exitStatus() == QProcess::CrashExit;
+        const QStringList there = namesIn(out + u"/A.app"_s);
+        EXPECT_TRUE(there.isEmpty() || there.size() == entries.size()) << there.size();
+    }
+    EXPECT_GE(killed, 10);
+    EXPECT_EQ(unpackBytes(archive).status, 0);
+    EXPECT_EQ(namesIn(out), QStringList{u"A.app"_s}) << "the next run clears up";
+    EXPECT_EQ(namesIn(out + u"/A.app"_s).size(), entries.size());
+}
+
+TEST_P(Unpacking, FolderOfAllEntriesIsNoEntry) {
+    if (!isTar()) {
+        SUCCEED() << "tar archives of \".\" begin with it";
+        return;
+    }
+    const mode_t before = modeOf(u"."_s);
+    EXPECT_EQ(
+        unpack({{u"./"_s, ArchiveEntry::Directory, {}, 0500}, {u"./A.app/x"_s, ArchiveEntry::File, "x"}})
+            .status,
+        0);
+    EXPECT_EQ(tx::test::readFile(out + u"/A.app/x"_s), QByteArray("x"));
+    EXPECT_EQ(modeOf(u"."_s), before);
+}
+
+INSTANTIATE_TEST_SUITE_P(Kinds, Unpacking,
+                         testing::Values(ArchiveKind::Zip, ArchiveKind::Tgz, ArchiveKind::Tbz,
+                                         ArchiveKind::Tar),
+                         [](const testing::TestParamInfo<ArchiveKind> &each) {
+                             return std::string(tx::test::suffixOf(each.param)).substr(1);
+                         });
+
+TEST(TarTool, MisusePrintsUsage) {
+    const QString tar = QStringLiteral(TEST_RESOURCES) + u"/Archives/tar"_s;
+    for (const QStringList &words :
+         {QStringList{}, QStringList{u"-xC"_s}, QStringList{u"-cC"_s, u"/tmp"_s},
+          QStringList{u"-xC"_s, u"/tmp"_s, u"more"_s}, QStringList{u"xf"_s, u"a.tar"_s}}) {
+        const ProcessResult result = runProcess(tar, words);
+        EXPECT_EQ(result.status, 64);
+        EXPECT_THAT(result.errors.toStdString(), testing::HasSubstr("usage: tar"));
+    }
+    EXPECT_EQ(runProcess(tar, {u"-xC"_s, u"/no/such/folder"_s}).status, 1);
+}
+
+TEST(TarTool, CompressionIsTheOneThatWasAskedFor) {
+    QTemporaryDir folder;
+    tx::test::makeArchive(folder.filePath(u"a"_s), ArchiveKind::Tar, {good});
+    const ProcessResult result =
+        runProcess(QStringLiteral(TEST_RESOURCES) + u"/Archives/tar"_s, {u"-zxC"_s, folder.path()},
+                   tx::test::readFile(folder.filePath(u"a"_s)));
+    EXPECT_EQ(result.status, 1);
+    EXPECT_THAT(result.errors.toStdString(), testing::HasSubstr("not compressed by gzip"));
+}
+
+} // namespace
