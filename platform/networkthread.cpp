@@ -42,6 +42,7 @@ void NetworkThread::start() {
     m_manager = new QNetworkAccessManager;
     m_manager->setProxyFactory(new SystemProxyFactory);
     m_manager->moveToThread(thread);
+    m_mailbox = std::make_unique<Mailbox>(thread);
     m_thread = thread;
     thread->start();
     whenApplicationEnds([this] { stop(); });
@@ -56,14 +57,13 @@ std::unique_lock<std::mutex> NetworkThread::lock() {
 void NetworkThread::post(std::function<void(QNetworkAccessManager &)> work) {
     const auto held = lock();
     start();
-    QMetaObject::invokeMethod(
-        m_manager, [manager = m_manager, work = std::move(work)] { work(*manager); }, Qt::QueuedConnection);
+    m_mailbox->post([manager = m_manager, work = std::move(work)] { work(*manager); });
 }
 
 void NetworkThread::runAndWait(const std::function<void()> &work) {
     const auto held = lock();
     if (m_thread)
-        QMetaObject::invokeMethod(m_manager, work, Qt::BlockingQueuedConnection);
+        m_mailbox->postAndWait(work);
 }
 
 void NetworkThread::stop() {
@@ -71,18 +71,16 @@ void NetworkThread::stop() {
     QThread *thread = m_thread;
     if (!thread || QThread::currentThread() == thread)
         return;
-    QMetaObject::invokeMethod(
-        m_manager,
-        [manager = m_manager] {
-            // A reply that is deleted reports an end, which nobody is to hear any more.
-            for (QNetworkReply *reply : manager->findChildren<QNetworkReply *>())
-                reply->disconnect();
-            delete manager;
-        },
-        Qt::BlockingQueuedConnection);
+    m_mailbox->postAndWait([manager = m_manager] {
+        // A reply that is deleted reports an end, which nobody is to hear any more.
+        for (QNetworkReply *reply : manager->findChildren<QNetworkReply *>())
+            reply->disconnect();
+        delete manager;
+    });
     thread->quit();
     thread->wait();
     m_thread = nullptr;
+    m_mailbox.reset();
     delete thread;
     m_manager = nullptr;
 }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "platform/mailbox.h"
 #include "platform/urlloading.h"
 
 #include <QNetworkAccessManager>
@@ -34,6 +35,7 @@ private:
     std::mutex m_mutex;
     std::atomic<QThread *> m_thread{nullptr};
     QNetworkAccessManager *m_manager = nullptr; ///< lives on the thread
+    std::unique_ptr<Mailbox> m_mailbox;         ///< so does this
 };
 
 /// The request as the access manager wants it: redirects followed, but never to less security.

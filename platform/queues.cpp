@@ -1,13 +1,17 @@
 // SPDX-License-Identifier: MIT
 #include "platform/queues.h"
 
+#include "platform/mailbox.h"
+
 #include <QCoreApplication>
 #include <QThread>
 #include <QThreadPool>
 
 #include <condition_variable>
+#include <deque>
 #include <memory>
 #include <mutex>
+#include <utility>
 #include <vector>
 
 namespace tx {
@@ -61,9 +65,53 @@ private:
 
 } // namespace
 
+namespace {
+
+/// The main thread's mailbox; it goes with the application object.
+struct MainMailbox {
+    std::mutex mutex;
+    Mailbox *mailbox = nullptr;
+};
+
+MainMailbox &mainMailbox() {
+    static MainMailbox instance;
+    return instance;
+}
+
+/// Work for the thread pool, which takes it from here: see Mailbox.
+struct BackgroundWork {
+    std::mutex mutex;
+    std::deque<std::function<void()>> work;
+};
+
+BackgroundWork &backgroundWork() {
+    static auto *instance = new BackgroundWork; // a thread of the pool may outlast static objects
+    return *instance;
+}
+
+} // namespace
+
 void postToMain(std::function<void()> work) {
-    if (QCoreApplication *application = QCoreApplication::instance())
-        QMetaObject::invokeMethod(application, std::move(work), Qt::QueuedConnection);
+    MainMailbox &box = mainMailbox();
+    const std::lock_guard lock(box.mutex);
+    QCoreApplication *application = QCoreApplication::instance();
+    if (!application)
+        return;
+    if (!box.mailbox) {
+        box.mailbox = new Mailbox(application->thread());
+        QObject::connect(
+            application, &QObject::destroyed, box.mailbox,
+            [&box] {
+                Mailbox *gone = nullptr;
+                {
+                    const std::lock_guard inner(box.mutex);
+                    gone = std::exchange(box.mailbox, nullptr);
+                }
+                delete gone;
+            },
+            Qt::DirectConnection);
+    }
+    box.mailbox->post(std::move(work));
 }
 
 bool runOnMainAndWait(const std::function<void()> &work) {
@@ -100,7 +148,21 @@ bool runOnMainAndWait(const std::function<void()> &work) {
     return state->done;
 }
 
-void runInBackground(std::function<void()> work) { QThreadPool::globalInstance()->start(std::move(work)); }
+void runInBackground(std::function<void()> work) {
+    {
+        const std::lock_guard lock(backgroundWork().mutex);
+        backgroundWork().work.push_back(std::move(work));
+    }
+    QThreadPool::globalInstance()->start([] {
+        std::function<void()> next;
+        {
+            const std::lock_guard lock(backgroundWork().mutex);
+            next = std::move(backgroundWork().work.front());
+            backgroundWork().work.pop_front();
+        }
+        next();
+    });
+}
 
 void whenApplicationEnds(std::function<void()> work) { EndOfApplication::instance().add(std::move(work)); }
 
