@@ -2,6 +2,7 @@
 #pragma once
 
 #include "install/updatebuilder.h"
+#include "platform/filesystem.h"
 
 // Addresses are kept encoded and parsed when asked for: a parsed one takes ten times the memory, and a feed
 // may hold thousands of updates of which one is used.
@@ -15,6 +16,7 @@ struct TXUpdate::Private : tx::UpdateFields {
     QString downloadPath;
     std::shared_ptr<tx::UpdateDownload> download;
     CompletionHandler installErrorHandler;
+    std::unique_ptr<tx::FileLock> folderLock; ///< while it downloads or installs
 };
 
 namespace tx {

@@ -4,6 +4,7 @@
 #include "core/names.h"
 #include "core/ratelimiter.h"
 #include "core/settings.h"
+#include "install/archivelimits.h"
 #include "install/update_p.h"
 #include "platform/filesystem.h"
 #include "platform/localization.h"
@@ -11,6 +12,7 @@
 
 #include <TarvixUpdate/TXLog.h>
 
+#include <cerrno>
 #include <limits>
 
 using namespace Qt::StringLiterals;
@@ -54,6 +56,21 @@ TXError missingFileError() {
 
 } // namespace
 
+TXError UpdateDownload::occupyFolder(TXUpdate &update, const QString &folder, const QString &failure) {
+    Result<std::unique_ptr<FileLock>> lock = services().fileSystem->tryLock(folder + u".lock"_s);
+    if (lock) {
+        update.d->folderLock = std::move(*lock);
+        return {};
+    }
+    TXLog(TXLogLevelFailure, u"TXUpdate: %@ cannot be used. %@"_s, {folder, lock.error().toString()});
+    const bool isTaken = lock.error().code() == EWOULDBLOCK;
+    return TXError(updaterErrorDomain, 0, failure,
+                   isTaken ? u"Another copy of the application is downloading or installing an update."_s
+                           : lock.error().localizedDescription(),
+                   isTaken ? u"Try again when it is done."_s : QString())
+        .withUnderlyingError(lock.error());
+}
+
 QString downloadFileName(const QString &suggestedName, const QString &version) {
     QString name = safeFileName(suggestedName);
     if (name.endsWith(u".txt"_s))
@@ -75,6 +92,7 @@ UpdateDownload::~UpdateDownload() = default;
 void UpdateDownload::start() {
     UrlRequest request;
     request.url = m_update->fileURL();
+    request.sizeLimit = archiveLimits().archive;
     m_transfer = services().urlLoader->startDownload(request, *this);
 }
 
@@ -103,6 +121,12 @@ void UpdateDownload::downloadDecideDestinationWithSuggestedFilename(UrlDownload 
         download.cancel();
         downloadEndedSuccessfully(
             false, urlError(UrlErrorCannotCreateFile, m_update->fileURL(), error.localizedDescription()));
+        return;
+    }
+    // So must it be this download's while it runs: another one would clear it under its hands.
+    if (const TXError error = occupyFolder(*m_update, directory, u"The update could not be downloaded."_s)) {
+        download.cancel();
+        downloadEndedSuccessfully(false, error);
         return;
     }
     const QString name = downloadFileName(filename, m_update->version());
@@ -169,6 +193,7 @@ void UpdateDownload::downloadEndedSuccessfully(bool successful, const TXError &r
     }
     TXUpdate::Private &d = *update.d;
     d.download.reset();
+    d.folderLock.reset();
     const bool downloadedChanged = d.isDownloaded != successful;
     d.isDownloaded = successful;
     d.downloadProgress = successful ? 1.0 : 0.0;

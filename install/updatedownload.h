@@ -17,6 +17,12 @@ public:
     ~UpdateDownload() override;
     Q_DISABLE_COPY_MOVE(UpdateDownload)
 
+    /// Takes the folder that holds the update's file until `folderLock` goes. One that another update of this
+    /// process or of another one uses is an error with the description `failure`. The installer tool takes
+    /// the same lock, "<folder>.lock".
+    [[nodiscard]] static TXError occupyFolder(TXUpdate &update, const QString &folder,
+                                              const QString &failure);
+
     void start();
     void cancel();
 

@@ -5,6 +5,7 @@
 #include "install/installerclient.h"
 #include "install/unarchiver.h"
 #include "install/update_p.h"
+#include "install/updatedownload.h"
 #include "platform/directories.h"
 #include "platform/filesystem.h"
 #include "platform/format.h"
@@ -26,6 +27,13 @@ void TXUpdate::installWithErrorHandler(const CompletionHandler &handler) {
     d->installErrorHandler = handler;
     tx::assign(*this, d->isInstalling, true, &TXUpdate::isInstallingChanged);
     TXLog(TXLogLevelStep, u"TXUpdate: Beginning Installation"_s);
+    // Held until the process ends; the installer tool takes it then.
+    if (const TXError error =
+            tx::UpdateDownload::occupyFolder(*this, downloadPath().section(u'/', 0, -2),
+                                             u"The application update could not be installed."_s)) {
+        tx::UpdateInstallation::install_failed(*this, error);
+        return;
+    }
     tx::UpdateInstallation::install_doUnarchive(*this);
 }
 
@@ -94,6 +102,7 @@ void UpdateInstallation::moveIntoDownloads(TXUpdate &update, const QString &appl
 
 void UpdateInstallation::install_failed(TXUpdate &update, const TXError &error) {
     TXUpdate::Private &d = *update.d;
+    d.folderLock.reset();
     const TXUpdate::CompletionHandler handler = std::exchange(d.installErrorHandler, nullptr);
     const bool wasInstalled = std::exchange(d.isInstalled, false);
     const bool wasInstalling = std::exchange(d.isInstalling, false);

@@ -3,6 +3,9 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace tx::installer {
@@ -25,6 +28,28 @@ posix::FileError Files::removeFile(const std::string &path) {
 
 posix::FileError Files::changeOwner(const std::string &path, uid_t owner, gid_t group) {
     return posix::changeOwner(path, owner, group);
+}
+
+posix::FileError Files::changeMode(const std::string &path, mode_t mode) {
+    return fchmodat(AT_FDCWD, path.c_str(), mode, 0) == 0 ? posix::FileError{}
+                                                          : posix::FileError{errno, path};
+}
+
+posix::FileError Files::lock(const std::string &path, posix::Descriptor &lock) {
+    for (;;) {
+        posix::Descriptor file(
+            open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK, 0600));
+        if (!file.isOpen() || flock(file.get(), LOCK_EX | LOCK_NB) != 0)
+            return {errno, path};
+        // Whoever held it before may have removed it, and a third one made another.
+        struct stat held {};
+        struct stat there {};
+        if (fstat(file.get(), &held) == 0 && lstat(path.c_str(), &there) == 0 &&
+            held.st_ino == there.st_ino && held.st_dev == there.st_dev) {
+            lock = std::move(file);
+            return {};
+        }
+    }
 }
 
 posix::FileError Files::syncFileSystem(const std::string &path) { return posix::syncFileSystem(path); }

@@ -18,6 +18,10 @@ public:
     virtual posix::FileError removeTree(const std::string &path);
     virtual posix::FileError removeFile(const std::string &path);
     virtual posix::FileError changeOwner(const std::string &path, uid_t owner, gid_t group);
+    virtual posix::FileError changeMode(const std::string &path, mode_t mode);
+    /// Takes the lock file at `path` for this process, made when it is not there; EWOULDBLOCK when another
+    /// process has it.
+    virtual posix::FileError lock(const std::string &path, posix::Descriptor &lock);
     virtual posix::FileError syncFileSystem(const std::string &path);
     virtual posix::FileError syncDirectory(const std::string &path);
 };

@@ -5,8 +5,6 @@
 
 #include <cerrno>
 #include <cstring>
-#include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -41,16 +39,15 @@ public:
                           ") does not end; it was not replaced");
             return StatusTryLater;
         }
-        if (!lock()) {
-            m_context.log("another installation of " + m_arguments.hostBundle + " is running");
+        if (!lock())
             return StatusTryLater;
-        }
         repair();
         int status = stage();
         if (status == StatusDone)
             status = swap();
         if (status == StatusDone)
             clean();
+        unlock();
         const std::string why = m_context.open(m_arguments.hostBundle, m_context.session);
         if (!why.empty()) {
             m_context.log(why);
@@ -61,16 +58,38 @@ public:
     }
 
 private:
-    /// One installation at a time in a folder. The lock is the folder itself: nothing is left behind.
+    /// One installation of an application at a time, and none while another host downloads into the folder of
+    /// the new one. Where no lock can be made, installing fails too, or is alone.
     bool lock() {
-        const std::string folder = posix::parentOf(m_arguments.hostBundle);
-        m_lock = posix::Descriptor(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-        return !m_lock.isOpen() || flock(m_lock.get(), LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK;
+        const posix::FileError error = m_files.lock(lockPathFor(m_arguments.hostBundle), m_lock);
+        if (error.number == EWOULDBLOCK) {
+            m_context.log("another installation of " + m_arguments.hostBundle + " is running");
+            return false;
+        }
+        if (error)
+            m_context.log("cannot lock " + describe(error));
+        // Made by the host; an archive that is installed by hand has none.
+        const std::string folderLock = posix::parentOf(m_arguments.archive) + ".lock";
+        if (posix::entryExists(folderLock) && m_files.lock(folderLock, m_folderLock).number == EWOULDBLOCK) {
+            m_context.log("another copy of the application uses " + posix::parentOf(m_arguments.archive));
+            unlock();
+            return false;
+        }
+        return true;
+    }
+
+    void unlock() {
+        if (m_lock.isOpen()) {
+            if (const posix::FileError error = m_files.removeFile(lockPathFor(m_arguments.hostBundle)))
+                m_context.log("cannot remove " + describe(error));
+        }
+        m_lock.reset();
+        m_folderLock.reset();
     }
 
     /// Undoes or finishes what an interrupted run left.
     void repair() {
-        if (!posix::entryExists(m_arguments.hostBundle) && posix::entryExists(m_backup)) {
+        if (!posix::entryExists(m_arguments.hostBundle) && isOwnBackup(m_backup)) {
             if (m_files.rename(m_backup, m_arguments.hostBundle))
                 m_context.log("the application could not be put back from " + m_backup);
             else
@@ -98,6 +117,7 @@ private:
         const bool asRoot = geteuid() == 0;
         struct stat application {};
         (void)lstat(m_arguments.newApplication.c_str(), &application);
+        const std::vector<posix::SpecialBits> special = posix::specialBitsBelow(m_arguments.newApplication);
         // As root, files that another user made are copied: that user may still hold them open or linked.
         const bool mayRename = !asRoot || application.st_uid == 0;
         posix::FileError error =
@@ -108,12 +128,28 @@ private:
         if (!error && asRoot)
             error = m_files.changeOwner(m_staged, host.st_uid, host.st_gid);
         if (!error)
+            error = limitSpecialBits(special);
+        if (!error)
             error = m_files.syncFileSystem(m_staged);
         if (!error)
             return StatusDone;
         m_context.log("the new application cannot be put into place: " + describe(error));
         unstage();
         return StatusCannotStage;
+    }
+
+    /// A program runs with its owner's rights only when the one that it replaces does.
+    posix::FileError limitSpecialBits(const std::vector<posix::SpecialBits> &special) {
+        for (const posix::SpecialBits &file : special) {
+            struct stat installed {};
+            const bool isFile = lstat((m_arguments.hostBundle + file.path).c_str(), &installed) == 0 &&
+                                S_ISREG(installed.st_mode);
+            const mode_t bits = S_ISUID | S_ISGID;
+            const mode_t mode = (file.mode & ~bits) | (isFile ? file.mode & installed.st_mode & bits : 0);
+            if (posix::FileError error = m_files.changeMode(m_staged + file.path, mode))
+                return error;
+        }
+        return {};
     }
 
     /// Puts the new application back where it was, so that a later try finds it.
@@ -173,6 +209,7 @@ private:
     const std::string m_staged;
     const std::string m_backup;
     posix::Descriptor m_lock;
+    posix::Descriptor m_folderLock;
     bool m_renamed = false;
 };
 

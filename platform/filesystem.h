@@ -17,6 +17,8 @@ public:
     virtual ~OutputFile() = default;
     /// Writes all of `data`, or fails and leaves an unspecified part of it written.
     virtual TXError write(QByteArrayView data) = 0;
+    /// Forces what was written to disk.
+    virtual TXError sync() = 0;
 };
 
 /// A lock between processes, held while the object lives.
@@ -56,6 +58,8 @@ public:
     virtual TXError linkOrCopy(const QString &from, const QString &to) = 0;
     /// Moves to `to`, which must not exist, across file systems too.
     virtual TXError move(const QString &from, const QString &to) = 0;
+    /// Gives an entry another name on its file system, in one step; a file of that name is replaced.
+    virtual TXError rename(const QString &from, const QString &to) = 0;
     /// Forces an entry, all that it holds and its name to disk.
     virtual TXError sync(const QString &path) = 0;
     /// Opens for writing, replacing a file of that name; a link of that name is refused. Mode 0600.
@@ -68,6 +72,8 @@ public:
     virtual TXError removeExtendedAttribute(const QString &path, const QByteArray &name) = 0;
     /// Waits for the lock at `path` (a file made for it) and takes it.
     virtual Result<std::unique_ptr<FileLock>> lock(const QString &path) = 0;
+    /// As lock(), but EWOULDBLOCK at once when another holds it, be it in this process.
+    virtual Result<std::unique_ptr<FileLock>> tryLock(const QString &path) = 0;
 };
 
 /// The file system of this machine.

@@ -3,11 +3,13 @@
 
 #include "platform/contentdecoder.h"
 #include "platform/filesystem.h"
+#include "platform/mailbox.h"
 #include "platform/networkthread.h"
 #include "platform/services.h"
 
 #include <QFileInfo>
 #include <QSslError>
+#include <QThread>
 
 #include <atomic>
 
@@ -22,7 +24,8 @@ constexpr qint64 bufferSize = 256 << 10;
 /// What the two threads of a download share.
 struct Link {
     /// Lives on the starting thread and takes the posts to it.
-    std::shared_ptr<QObject> receiver{new QObject, [](QObject *object) { object->deleteLater(); }};
+    std::shared_ptr<Mailbox> receiver{new Mailbox(QThread::currentThread()),
+                                      [](Mailbox *mailbox) { mailbox->deleteLater(); }};
     std::atomic<qint64> unreportedBytes{0};
     /// The rest is the starting thread's alone; null once the download is over.
     UrlDownloadDelegate *delegate = nullptr;
@@ -31,13 +34,10 @@ struct Link {
 
     void toOwner(std::function<void(UrlDownloadDelegate &, UrlDownload &)> work,
                  const std::shared_ptr<Link> &self) {
-        QMetaObject::invokeMethod(
-            receiver.get(),
-            [self, work = std::move(work)] {
-                if (self->delegate)
-                    work(*self->delegate, *self->download);
-            },
-            Qt::QueuedConnection);
+        receiver->post([self, work = std::move(work)] {
+            if (self->delegate)
+                work(*self->delegate, *self->download);
+        });
     }
 };
 
@@ -76,12 +76,20 @@ public:
             return;
         if (decode)
             m_decoder = ContentDecoder::forCoding(m_reply->rawHeader("Content-Encoding"));
-        Result<std::unique_ptr<OutputFile>> file = services().fileSystem->create(path);
+        // What stands under the name itself is always complete, on disk too.
+        const QString partial = path.section(u'/', 0, -2) + u"/.txupdate-download"_s;
+        FileSystem &files = *services().fileSystem;
+        TXError error = files.exists(path) ? files.remove(path) : TXError();
+        if (!error && files.exists(partial))
+            error = files.remove(partial);
+        Result<std::unique_ptr<OutputFile>> file =
+            error ? Result<std::unique_ptr<OutputFile>>(error) : files.create(partial);
         if (!file) {
             fail(urlError(UrlErrorCannotCreateFile, m_reply->url(), file.error().localizedDescription()));
             return;
         }
-        m_path = path;
+        m_destination = path;
+        m_path = partial;
         m_file = std::move(*file);
         drain();
         if (!m_over && m_replyFinished)
@@ -159,6 +167,11 @@ private:
     }
 
     bool writeOut(QByteArrayView data) {
+        m_written += data.size();
+        if (m_request.sizeLimit > 0 && m_written > m_request.sizeLimit) {
+            fail(tooLarge());
+            return false;
+        }
         if (const TXError error = m_file->write(data)) {
             fail(urlError(UrlErrorCannotWriteToFile, m_reply->url(), error.localizedDescription()));
             return false;
@@ -198,8 +211,15 @@ private:
                           u"%1 of %2 bytes arrived."_s.arg(m_received).arg(m_expected)));
             return;
         }
-        m_over = true;
+        TXError error = m_file->sync();
         m_file.reset();
+        if (!error)
+            error = services().fileSystem->rename(m_path, m_destination);
+        if (error) {
+            fail(urlError(UrlErrorCannotWriteToFile, m_reply->url(), error.localizedDescription()));
+            return;
+        }
+        m_over = true;
         m_path.clear();
         m_link->toOwner([](UrlDownloadDelegate &delegate,
                            UrlDownload &download) { delegate.downloadDidFinish(download); },
@@ -230,10 +250,12 @@ private:
     QNetworkReply *m_reply = nullptr;
     std::unique_ptr<OutputFile> m_file;
     std::unique_ptr<ContentDecoder> m_decoder;
-    QString m_path;
+    QString m_destination;
+    QString m_path; ///< of the file while it is not complete
     QByteArray m_buffer;
     qint64 m_expected = -1;
     qint64 m_received = 0;
+    qint64 m_written = 0; ///< after decoding
     bool m_announced = false;
     bool m_replyFinished = false;
     bool m_untrusted = false;

@@ -85,7 +85,7 @@ public:
 class UrlDownload {
 public:
     virtual ~UrlDownload() = default;
-    /// Where the file goes; one of that name is replaced.
+    /// Where the file goes; one of that name is replaced. It appears there when all of it is on disk.
     virtual void setDestination(const QString &path) = 0;
     /// Stops the transfer, deletes the partial file and calls nobody any more. Returns when that is done.
     virtual void cancel() = 0;
@@ -96,7 +96,8 @@ class UrlLoader {
 public:
     virtual ~UrlLoader() = default;
     virtual void load(const UrlRequest &request, UrlLoadHandler handler) = 0;
-    /// The delegate must outlive the download. `request.sizeLimit` holds for the received bytes.
+    /// The delegate must outlive the download. `request.sizeLimit` holds for the received and for the
+    /// decoded bytes.
     virtual std::unique_ptr<UrlDownload> startDownload(const UrlRequest &request,
                                                        UrlDownloadDelegate &delegate) = 0;
     /// Ends the thread; transfers end without a word.

@@ -44,6 +44,9 @@ public:
         : m_fd(std::move(fd))
         , m_path(std::move(path)) {}
     TXError write(QByteArrayView data) override { return writeAll(m_fd.get(), data, m_path); }
+    TXError sync() override {
+        return fdatasync(m_fd.get()) == 0 ? TXError() : posixError(errno, u"Cannot write to"_s, m_path);
+    }
 
 private:
     posix::Descriptor m_fd;
@@ -151,7 +154,7 @@ public:
         if (errno == EINVAL || errno == ENOSYS) { // a file system without RENAME_NOREPLACE
             if (posix::entryExists(target))
                 return posixError(EEXIST, u"Cannot move to"_s, to);
-            if (rename(source.c_str(), target.c_str()) == 0)
+            if (::rename(source.c_str(), target.c_str()) == 0)
                 return {};
         }
         if (errno != EXDEV)
@@ -159,6 +162,12 @@ public:
         if (TXError error = copy(from, to))
             return error;
         return remove(from);
+    }
+
+    TXError rename(const QString &from, const QString &to) override {
+        return ::rename(native(from).c_str(), native(to).c_str()) == 0
+                   ? TXError()
+                   : posixError(errno, u"Cannot replace"_s, to);
     }
 
     TXError sync(const QString &path) override {
@@ -195,7 +204,7 @@ public:
         TXError error = writeAll(fd.get(), content, path);
         if (!error && (fchmod(fd.get(), static_cast<mode_t>(mode)) != 0 || fdatasync(fd.get()) != 0))
             error = posixError(errno, u"Cannot write to"_s, path);
-        if (!error && rename(temporary.c_str(), target.c_str()) != 0)
+        if (!error && ::rename(temporary.c_str(), target.c_str()) != 0)
             error = posixError(errno, u"Cannot replace"_s, path);
         if (error)
             unlink(temporary.c_str());
@@ -208,18 +217,24 @@ public:
         return posixError(errno, u"Cannot remove an attribute of"_s, path);
     }
 
-    Result<std::unique_ptr<FileLock>> lock(const QString &path) override {
+    Result<std::unique_ptr<FileLock>> lock(const QString &path) override { return take(path, LOCK_EX); }
+
+    Result<std::unique_ptr<FileLock>> tryLock(const QString &path) override {
+        return take(path, LOCK_EX | LOCK_NB);
+    }
+
+private:
+    static Result<std::unique_ptr<FileLock>> take(const QString &path, int operation) {
         posix::Descriptor fd(open(native(path).c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600));
         if (!fd.isOpen())
             return posixError(errno, u"Cannot open the lock file"_s, path);
-        while (flock(fd.get(), LOCK_EX) != 0) {
+        while (flock(fd.get(), operation) != 0) {
             if (errno != EINTR)
                 return posixError(errno, u"Cannot lock"_s, path);
         }
         return std::unique_ptr<FileLock>(new NativeLock(std::move(fd)));
     }
 
-private:
     /// Leaves nothing behind when it fails.
     static TXError makeTree(posix::FileError (*make)(const std::string &, const std::string &),
                             const QString &from, const QString &to) {

@@ -246,10 +246,20 @@ std::string besideBundle(const std::string &bundlePath, const char *suffix) {
 
 std::string stagedPathFor(const std::string &bundlePath) { return besideBundle(bundlePath, ".txupdate-new"); }
 std::string backupPathFor(const std::string &bundlePath) { return besideBundle(bundlePath, ".txupdate-old"); }
+std::string lockPathFor(const std::string &bundlePath) { return besideBundle(bundlePath, ".txupdate-lock"); }
+
+bool isOwnBackup(const std::string &path) {
+    struct stat backup {};
+    struct stat folder {};
+    if (lstat(path.c_str(), &backup) != 0 || !S_ISDIR(backup.st_mode) ||
+        stat(posix::parentOf(path).c_str(), &folder) != 0)
+        return false;
+    return backup.st_uid == geteuid() || backup.st_uid == 0 || backup.st_uid == folder.st_uid;
+}
 
 bool restoreBackup(const std::string &bundlePath) {
     const std::string backup = backupPathFor(bundlePath);
-    if (posix::entryExists(bundlePath) || !posix::entryExists(backup))
+    if (posix::entryExists(bundlePath) || !isOwnBackup(backup))
         return false;
     return rename(backup.c_str(), bundlePath.c_str()) == 0;
 }

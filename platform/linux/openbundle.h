@@ -45,6 +45,12 @@ struct OpenResult {
 /// after it, and the old one between two renames on a file system without an atomic exchange.
 [[nodiscard]] std::string stagedPathFor(const std::string &bundlePath);
 [[nodiscard]] std::string backupPathFor(const std::string &bundlePath);
+/// The file that one installation at a time holds a lock on.
+[[nodiscard]] std::string lockPathFor(const std::string &bundlePath);
+
+/// True for a folder that this user, root or the owner of the folder around it made: in a folder where
+/// everybody may write, another user could have put it there.
+[[nodiscard]] bool isOwnBackup(const std::string &path);
 
 /// Puts the old application back when an installation was interrupted between two renames: nothing stands at
 /// the bundle's path and a backup does. True when it did.

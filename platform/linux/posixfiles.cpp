@@ -235,20 +235,64 @@ FileError removeTree(const std::string &path) {
     return {};
 }
 
-FileError changeOwner(const std::string &path, uid_t owner, gid_t group) {
-    struct stat info {};
-    if (lstat(path.c_str(), &info) != 0)
-        return failure(path);
-    if ((info.st_uid != owner || info.st_gid != group) && lchown(path.c_str(), owner, group) != 0)
-        return failure(path);
-    if (!S_ISDIR(info.st_mode))
-        return {};
-    std::error_code error;
-    for (const fs::directory_entry &entry : fs::directory_iterator(path, error)) {
-        if (FileError inner = changeOwner(entry.path().string(), owner, group))
-            return inner;
+namespace {
+
+/// The entries of an open folder, or an errno value.
+int namesIn(int folder, std::vector<std::string> &names) {
+    const int copy = openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    DIR *stream = copy >= 0 ? fdopendir(copy) : nullptr;
+    if (!stream)
+        return errno;
+    errno = 0;
+    while (const dirent *entry = readdir(stream)) {
+        const std::string name = entry->d_name;
+        if (name != "." && name != "..")
+            names.push_back(name);
     }
-    return error ? FileError{error.value(), path} : FileError{};
+    const int number = errno;
+    closedir(stream);
+    return number;
+}
+
+/// What is in a folder changes hands before the folder does: its new owner cannot put a link in the way.
+FileError changeOwnerOfEntry(int folder, const char *name, uid_t owner, gid_t group,
+                             const std::string &path) {
+    struct stat info {};
+    if (fstatat(folder, name, &info, AT_SYMLINK_NOFOLLOW) != 0)
+        return failure(path);
+    if (S_ISDIR(info.st_mode)) {
+        const Descriptor inner(openat(folder, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+        std::vector<std::string> names;
+        if (const int number = inner.isOpen() ? namesIn(inner.get(), names) : errno)
+            return {number, path};
+        for (const std::string &each : names) {
+            if (FileError error =
+                    changeOwnerOfEntry(inner.get(), each.c_str(), owner, group, path + '/' + each))
+                return error;
+        }
+    }
+    const bool differs = info.st_uid != owner || info.st_gid != group;
+    return differs && fchownat(folder, name, owner, group, AT_SYMLINK_NOFOLLOW) != 0 ? failure(path)
+                                                                                     : FileError{};
+}
+
+} // namespace
+
+FileError changeOwner(const std::string &path, uid_t owner, gid_t group) {
+    return changeOwnerOfEntry(AT_FDCWD, path.c_str(), owner, group, path);
+}
+
+std::vector<SpecialBits> specialBitsBelow(const std::string &path) {
+    std::vector<SpecialBits> result;
+    std::error_code error;
+    fs::recursive_directory_iterator it(path, error);
+    for (const fs::recursive_directory_iterator end; !error && it != end; it.increment(error)) {
+        struct stat info {};
+        if (lstat(it->path().c_str(), &info) == 0 && S_ISREG(info.st_mode) &&
+            (info.st_mode & (S_ISUID | S_ISGID)) != 0)
+            result.push_back({it->path().string().substr(path.size()), info.st_mode & 07777});
+    }
+    return result;
 }
 
 FileError syncFileSystem(const std::string &path) {

@@ -3,6 +3,7 @@
 
 #include <string>
 #include <sys/types.h>
+#include <vector>
 
 /// File-tree operations without Qt, shared by the framework's file system and by the stand-alone tools.
 /// Thread: any. Links are never followed, except where a caller's path runs through one.
@@ -55,6 +56,13 @@ FileError removeTree(const std::string &path);
 
 /// Gives every entry of the tree to `owner` and `group` and drops nothing else.
 FileError changeOwner(const std::string &path, uid_t owner, gid_t group);
+
+/// A file that runs with the rights of its owner or group.
+struct SpecialBits {
+    std::string path; ///< below the tree, with a slash in front
+    mode_t mode;      ///< all of its permission bits
+};
+[[nodiscard]] std::vector<SpecialBits> specialBitsBelow(const std::string &path);
 
 /// Forces the file system that holds `path` to disk.
 FileError syncFileSystem(const std::string &path);

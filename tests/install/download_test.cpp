@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: MIT
+#include "core/host_p.h"
 #include "core/settings.h"
+#include "install/archivelimits.h"
 #include "install/updatedownload.h"
 #include "platform/filesystem.h"
+#include "platform/mainbundle.h"
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
 #include "tests/support/fakes.h"
@@ -11,6 +14,7 @@
 #include <QSignalSpy>
 
 #include <limits>
+#include <mutex>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -78,6 +82,100 @@ TEST_F(Download, StoresTheArchiveAndReports) {
     struct stat info {};
     ASSERT_EQ(stat(cache.toUtf8().constData(), &info), 0);
     EXPECT_EQ(info.st_mode & 0777, 0700U);
+}
+
+TEST_F(Download, FileAppearsWhenAllOfItIsOnDisk) {
+    tx::test::FaultFileSystem files;
+    QStringList steps;
+    std::mutex mutex;
+    files.observer = [&](const QString &operation, const QString &changed) {
+        const std::lock_guard lock(mutex);
+        if (operation == u"syncFile" || operation == u"rename")
+            steps << operation + (QFileInfo::exists(cache + u"/App - 5.zip"_s) ? u" late"_s : u" early"_s)
+                  << QFileInfo(changed).fileName();
+    };
+    FeedServer server;
+    server.expect("GET", "/App.zip", HttpReply::file("content"));
+    run(server.url(u"/App.zip"_s));
+    EXPECT_EQ(steps, (QStringList{u"syncFile early"_s, u".txupdate-download"_s, u"rename early"_s,
+                                  u"App - 5.zip"_s}));
+    EXPECT_EQ(namesIn(cache), QStringList{u"App - 5.zip"_s});
+}
+
+TEST_F(Download, DiskThatFailsAtTheEndLeavesNothing) {
+    for (const QString &operation : {u"syncFile"_s, u"rename"_s, u"write"_s, u"create"_s}) {
+        tx::test::FaultFileSystem files;
+        files.failOn(operation, ENOSPC);
+        FeedServer server;
+        server.expect("GET", "/App.zip", HttpReply::file("content"));
+        completions = 0;
+        run(server.url(u"/App.zip"_s));
+        EXPECT_EQ(error.domain(), TXURLErrorDomain) << operation.toStdString();
+        EXPECT_THAT(error.toString().toStdString(), testing::HasSubstr("No space left"))
+            << operation.toStdString();
+        expectIdle();
+        EXPECT_TRUE(namesIn(cache).isEmpty()) << operation.toStdString();
+    }
+}
+
+TEST_F(Download, FolderThatAnotherUpdateUsesIsLeftAlone) {
+    FeedServer server;
+    server.always([](const tx::test::HttpRequest &) { return HttpReply::file("content"); });
+    auto lock = tx::nativeFileSystem().tryLock(cache + u".lock"_s);
+    ASSERT_TRUE(lock);
+    writeFile(cache + u"/another's"_s, "half");
+    ASSERT_EQ(chmod(QFile::encodeName(cache).constData(), 0700), 0);
+    run(server.url(u"/App.zip"_s));
+    EXPECT_EQ(error.domain(), u"TXUpdater"_s);
+    EXPECT_EQ(error.localizedFailureReason(),
+              u"Another copy of the application is downloading or installing an update."_s);
+    expectIdle();
+    EXPECT_EQ(namesIn(cache), QStringList{u"another's"_s});
+    lock = TXError(u"released"_s, 0, {});
+    completions = 0;
+    run(server.url(u"/App.zip"_s));
+    EXPECT_TRUE(update->isDownloaded());
+    EXPECT_TRUE(tx::nativeFileSystem().tryLock(cache + u".lock"_s)) << "free while the user thinks";
+}
+
+TEST_F(Download, FolderIsFreeAgainAfterACancelledDownload) {
+    FeedServer server;
+    server.expect("GET", "/App.zip", HttpReply{.body = "half", .announcedLength = 100, .stalls = true});
+    start(server.url(u"/App.zip"_s));
+    ASSERT_TRUE(waitUntil([this] { return QFileInfo::exists(cache + u"/.txupdate-download"_s); }));
+    EXPECT_FALSE(tx::nativeFileSystem().tryLock(cache + u".lock"_s));
+    update->cancelDownload();
+    EXPECT_TRUE(tx::nativeFileSystem().tryLock(cache + u".lock"_s));
+    EXPECT_TRUE(namesIn(cache).isEmpty());
+}
+
+TEST_F(Download, MoreThanTheHostAcceptsIsRefused) {
+    tx::test::makeBundle(path(u"Limited.app"_s), {});
+    tx::test::writeFile(
+        path(u"Limited.app/Contents/Info.plist"_s),
+        "<plist version=\"1.0\"><dict><key>CFBundleIdentifier</key><string>org.example.Host</string>"
+        "<key>TXUpdateMaximumArchiveSize</key><integer>5000</integer>"
+        "<key>TXUpdateMaximumUnpackedSize</key><integer>7000</integer></dict></plist>");
+    EXPECT_EQ(tx::archiveLimits().archive, qint64(4) << 30) << "as documented";
+    EXPECT_EQ(tx::archiveLimits().unpacked, qint64(8) << 30);
+    tx::setMainBundle(TXBundle(path(u"Limited.app"_s)));
+    tx::resetHost();
+    EXPECT_EQ(tx::archiveLimits().archive, 5000);
+    EXPECT_EQ(tx::archiveLimits().unpacked, 7000);
+    FeedServer server;
+    server.expect("GET", "/App.zip", HttpReply::file(QByteArray(6000, 'x')));
+    run(server.url(u"/App.zip"_s));
+    EXPECT_EQ(error.code(), -1103);
+    // Nor what a coding hides.
+    QByteArray bomb = qCompress(QByteArray(1 << 20, '\0'), 9).mid(4);
+    ASSERT_LT(bomb.size(), 5000);
+    HttpReply coded = HttpReply::file(bomb);
+    coded.headers.append(std::pair<QByteArray, QByteArray>("Content-Encoding", "deflate"));
+    server.expect("GET", "/App.zip", coded);
+    completions = 0;
+    run(server.url(u"/App.zip"_s));
+    EXPECT_EQ(error.code(), -1103);
+    EXPECT_TRUE(namesIn(tx::updateCacheDirectoryFilePath()).isEmpty());
 }
 
 TEST_F(Download, SecondStartDoesNothing) {

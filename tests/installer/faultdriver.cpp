@@ -57,6 +57,12 @@ public:
     FileError changeOwner(const std::string &path, uid_t owner, gid_t group) override {
         return at("owner", path, [&] { return Files::changeOwner(path, owner, group); });
     }
+    FileError changeMode(const std::string &path, mode_t mode) override {
+        return at("mode", path, [&] { return Files::changeMode(path, mode); });
+    }
+    FileError lock(const std::string &path, tx::posix::Descriptor &lock) override {
+        return at("lock", path, [&] { return Files::lock(path, lock); });
+    }
     FileError syncFileSystem(const std::string &path) override {
         return at("sync", path, [&] { return Files::syncFileSystem(path); });
     }

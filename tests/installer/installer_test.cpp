@@ -171,9 +171,10 @@ TEST_F(InstallerTool, TwoAtOnceLeaveOneCompleteApplication) {
     EXPECT_TRUE(strays().isEmpty());
 }
 
-TEST_F(InstallerTool, SecondOneIsRefusedWhileTheFirstHoldsTheFolder) {
+TEST_F(InstallerTool, SecondOneIsRefusedWhileTheFirstHoldsTheLock) {
     QProcess holder;
-    holder.start(u"flock"_s, {folder, u"sh"_s, u"-c"_s, u"echo held; sleep 1000"_s});
+    holder.start(u"flock"_s, {QString::fromStdString(tx::lockPathFor(app.toStdString())), u"sh"_s, u"-c"_s,
+                              u"echo held; sleep 1000"_s});
     ASSERT_TRUE(holder.waitForReadyRead(20000));
     const ProcessResult result = runTool(arguments(endedProcess()));
     EXPECT_EQ(result.status, 75);
@@ -181,6 +182,114 @@ TEST_F(InstallerTool, SecondOneIsRefusedWhileTheFirstHoldsTheFolder) {
     EXPECT_TRUE(isOld());
     holder.kill();
     holder.waitForFinished();
+}
+
+TEST_F(InstallerTool, FolderThatAnotherCopyDownloadsIntoIsLeftAlone) {
+    const QString lock = path(u"cache.lock"_s);
+    tx::test::writeFile(lock, "");
+    QProcess holder;
+    holder.start(u"flock"_s, {lock, u"sh"_s, u"-c"_s, u"echo held; sleep 1000"_s});
+    ASSERT_TRUE(holder.waitForReadyRead(20000));
+    const ProcessResult result = runTool(arguments(endedProcess()));
+    EXPECT_EQ(result.status, 75);
+    EXPECT_THAT(result.errors.toStdString(), testing::HasSubstr("another copy of the application uses"));
+    EXPECT_TRUE(isOld());
+    EXPECT_EQ(tx::test::treeOf(fresh), newTree);
+    EXPECT_TRUE(strays().isEmpty());
+    holder.kill();
+    holder.waitForFinished();
+}
+
+TEST_F(InstallerTool, SetuidStaysOnlyWhereTheInstalledApplicationHasIt) {
+    const auto mode = [](const QString &file) {
+        struct stat info {};
+        EXPECT_EQ(lstat(QFile::encodeName(file).constData(), &info), 0) << file.toStdString();
+        return info.st_mode & 07777;
+    };
+    const auto set = [](const QString &file, mode_t bits) {
+        tx::test::writeFile(file, "x");
+        ASSERT_EQ(chmod(QFile::encodeName(file).constData(), bits), 0);
+    };
+    for (const bool far : {false, true}) {
+        prepare();
+        set(app + u"/Contents/both"_s, 04755);
+        set(fresh + u"/Contents/both"_s, 06755);
+        set(app + u"/Contents/plain"_s, 0755);
+        set(fresh + u"/Contents/plain"_s, 04755);
+        set(fresh + u"/Contents/new"_s, 02711);
+        set(app + u"/Contents/gone"_s, 04755);
+        set(fresh + u"/Contents/gone"_s, 0755);
+        ASSERT_EQ(symlink("both", QFile::encodeName(app + u"/Contents/link"_s).constData()), 0);
+        set(fresh + u"/Contents/link"_s, 04755);
+        EXPECT_EQ(drive(far ? u"cross:none"_s : u"none"_s, 0).status, 0);
+        EXPECT_EQ(mode(app + u"/Contents/both"_s), 04755U) << "no more than the old one had";
+        EXPECT_EQ(mode(app + u"/Contents/plain"_s), 0755U);
+        EXPECT_EQ(mode(app + u"/Contents/new"_s), 0711U);
+        EXPECT_EQ(mode(app + u"/Contents/gone"_s), 0755U) << "nor more than the new one wants";
+        EXPECT_EQ(mode(app + u"/Contents/link"_s), 0755U) << "links give no rights";
+    }
+}
+
+TEST_F(InstallerTool, BackupOfAnotherUserIsNotPutBack) {
+    if (geteuid() != 0) {
+        SUCCEED() << "only root makes another user's folders";
+        return;
+    }
+    const QString backup = QString::fromStdString(tx::backupPathFor(app.toStdString()));
+    tx::test::makeBundle(backup, {.build = u"666"_s});
+    ASSERT_FALSE(tx::posix::changeOwner(backup.toStdString(), 65534, 65534));
+    QDir(app).removeRecursively();
+    EXPECT_FALSE(tx::isOwnBackup(backup.toStdString()));
+    EXPECT_FALSE(tx::restoreBackup(app.toStdString()));
+    EXPECT_FALSE(QFileInfo::exists(app));
+    ASSERT_FALSE(tx::posix::changeOwner(backup.toStdString(), 0, 0));
+    EXPECT_TRUE(tx::restoreBackup(app.toStdString()));
+}
+
+TEST_F(InstallerTool, LinkInPlaceOfTheLockIsNotFollowed) {
+    const QString lock = QString::fromStdString(tx::lockPathFor(app.toStdString()));
+    tx::test::writeFile(path(u"victim"_s), "kept");
+    ASSERT_TRUE(QFile::link(path(u"victim"_s), lock));
+    ASSERT_TRUE(QFile::link(path(u"made"_s), path(u"cache.lock"_s)));
+    const ProcessResult result = runTool(arguments(endedProcess()));
+    EXPECT_EQ(result.status, 0);
+    EXPECT_THAT(result.errors.toStdString(), testing::HasSubstr("cannot lock"));
+    EXPECT_TRUE(isNew());
+    EXPECT_EQ(tx::test::readFile(path(u"victim"_s)), QByteArray("kept"));
+    EXPECT_FALSE(QFileInfo::exists(path(u"made"_s)));
+}
+
+TEST_F(InstallerTool, NewOwnerCannotPutALinkInTheWay) {
+    if (geteuid() != 0) {
+        SUCCEED() << "only root changes owners";
+        return;
+    }
+    // As with folders that another user may write to: while owners change, a folder becomes a link.
+    tx::test::writeFile(path(u"outside/victim"_s), "x");
+    const QString tree = path(u"tree"_s);
+    std::atomic<bool> stop{false};
+    std::thread swapper([&] {
+        while (!stop) {
+            std::rename(QFile::encodeName(tree + u"/sub"_s).constData(),
+                        QFile::encodeName(tree + u"/away"_s).constData());
+            (void)!symlink(QFile::encodeName(path(u"outside"_s)).constData(),
+                           QFile::encodeName(tree + u"/sub"_s).constData());
+            unlink(QFile::encodeName(tree + u"/sub"_s).constData());
+            std::rename(QFile::encodeName(tree + u"/away"_s).constData(),
+                        QFile::encodeName(tree + u"/sub"_s).constData());
+        }
+    });
+    for (int i = 0; i < 2000; ++i) {
+        QDir().mkpath(tree + u"/sub"_s);
+        if (i % 200 == 0)
+            tx::test::writeFile(tree + u"/sub/victim"_s, "x");
+        (void)tx::posix::changeOwner(tree.toStdString(), i % 2 == 0 ? 65534 : 65533, 65534);
+    }
+    stop = true;
+    swapper.join();
+    struct stat info {};
+    ASSERT_EQ(stat(QFile::encodeName(path(u"outside/victim"_s)).constData(), &info), 0);
+    EXPECT_EQ(info.st_uid, 0U);
 }
 
 TEST_F(InstallerTool, AnotherFileSystemIsCopiedFrom) {

@@ -12,22 +12,32 @@ namespace {
 /// Writes until the disk of the test is full.
 class LimitedFile final : public OutputFile {
 public:
-    LimitedFile(std::unique_ptr<OutputFile> file, qint64 &space, QString path)
+    using Check = std::function<TXError(const QString &operation, const QString &path)>;
+    LimitedFile(std::unique_ptr<OutputFile> file, qint64 &space, QString path, Check check)
         : m_file(std::move(file))
         , m_space(space)
-        , m_path(std::move(path)) {}
+        , m_path(std::move(path))
+        , m_check(std::move(check)) {}
     TXError write(QByteArrayView data) override {
+        if (TXError error = m_check(u"write"_s, m_path))
+            return error;
         if (m_space >= 0 && data.size() > m_space)
             return posixError(ENOSPC, u"Cannot write to"_s, m_path);
         if (m_space >= 0)
             m_space -= data.size();
         return m_file->write(data);
     }
+    TXError sync() override {
+        if (TXError error = m_check(u"syncFile"_s, m_path))
+            return error;
+        return m_file->sync();
+    }
 
 private:
     std::unique_ptr<OutputFile> m_file;
     qint64 &m_space;
     QString m_path;
+    Check m_check;
 };
 
 class FinishedTask final : public Task {
@@ -57,6 +67,8 @@ void FaultFileSystem::failOn(const QString &operation, int number, const QString
 TXError FaultFileSystem::failure(const QString &operation, const QString &path) const {
     if (observer)
         observer(operation, path);
+    if (const int number = decide ? decide(operation, path) : 0)
+        return posixError(number, u"Cannot "_s + operation, path);
     const auto fault = m_faults.find(operation);
     if (fault == m_faults.end() || !path.contains(fault->part))
         return {};
@@ -106,6 +118,11 @@ TXError FaultFileSystem::linkOrCopy(const QString &from, const QString &to) {
         return error;
     return m_before->linkOrCopy(from, to);
 }
+TXError FaultFileSystem::rename(const QString &from, const QString &to) {
+    if (TXError error = failure(u"rename"_s, to))
+        return error;
+    return m_before->rename(from, to);
+}
 TXError FaultFileSystem::move(const QString &from, const QString &to) {
     if (TXError error = failure(u"move"_s, to))
         return error;
@@ -122,7 +139,9 @@ Result<std::unique_ptr<OutputFile>> FaultFileSystem::create(const QString &path)
     Result<std::unique_ptr<OutputFile>> file = m_before->create(path);
     if (!file)
         return file;
-    return std::unique_ptr<OutputFile>(new LimitedFile(std::move(*file), spaceLeft, path));
+    return std::unique_ptr<OutputFile>(new LimitedFile(
+        std::move(*file), spaceLeft, path,
+        [this](const QString &operation, const QString &changed) { return failure(operation, changed); }));
 }
 TXError FaultFileSystem::writeNewFile(const QString &path, QByteArrayView content) {
     if (TXError error = failure(u"create"_s, path))
@@ -138,6 +157,11 @@ TXError FaultFileSystem::removeExtendedAttribute(const QString &path, const QByt
     if (TXError error = failure(u"removeExtendedAttribute"_s, path))
         return error;
     return m_before->removeExtendedAttribute(path, name);
+}
+Result<std::unique_ptr<FileLock>> FaultFileSystem::tryLock(const QString &path) {
+    if (TXError error = failure(u"tryLock"_s, path))
+        return error;
+    return m_before->tryLock(path);
 }
 Result<std::unique_ptr<FileLock>> FaultFileSystem::lock(const QString &path) {
     if (TXError error = failure(u"lock"_s, path))

@@ -24,6 +24,8 @@ public:
     void failOn(const QString &operation, int number, const QString &part = {});
     /// Bytes that may still be written before the disk is full; negative: no limit.
     qint64 spaceLeft = -1;
+    /// Asked before each operation: the errno with which it fails, or 0.
+    std::function<int(const QString &operation, const QString &path)> decide;
     /// Called before the named operation.
     std::function<void(const QString &operation, const QString &path)> observer;
 
@@ -39,12 +41,14 @@ public:
     TXError copy(const QString &from, const QString &to) override;
     TXError linkOrCopy(const QString &from, const QString &to) override;
     TXError move(const QString &from, const QString &to) override;
+    TXError rename(const QString &from, const QString &to) override;
     TXError sync(const QString &path) override;
     Result<std::unique_ptr<OutputFile>> create(const QString &path) override;
     TXError writeNewFile(const QString &path, QByteArrayView content) override;
     TXError replaceFile(const QString &path, QByteArrayView content, int mode) override;
     TXError removeExtendedAttribute(const QString &path, const QByteArray &name) override;
     Result<std::unique_ptr<FileLock>> lock(const QString &path) override;
+    Result<std::unique_ptr<FileLock>> tryLock(const QString &path) override;
 
 private:
     TXError failure(const QString &operation, const QString &path) const;
