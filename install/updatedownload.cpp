@@ -134,6 +134,9 @@ void UpdateDownload::downloadDecideDestinationWithSuggestedFilename(UrlDownload 
     m_update->setDownloadPath(path);
     if (const Result<QStringList> entries = files.list(directory)) {
         for (const QString &entry : *entries) {
+            // The installer tool takes itself away when it is done.
+            if (entry == u"TXUpdateInstaller.app")
+                TXLog(TXLogLevelFailure, u"TXUpdate: An earlier installation did not come to its end."_s);
             if (entry != name)
                 (void)files.remove(directory + u'/' + entry);
         }

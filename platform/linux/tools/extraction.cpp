@@ -13,6 +13,7 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <iconv.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
@@ -191,6 +192,18 @@ bool publish(const std::string &staging, const std::string &folder, const char *
     return true;
 }
 
+/// One at a time in a folder: what a killed host has started notices the end of its input soon, and ends.
+int lockFolder(const std::string &folder) {
+    posix::Descriptor descriptor(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    constexpr int tries = 1000;
+    for (int i = 0; descriptor.isOpen() && flock(descriptor.get(), LOCK_EX | LOCK_NB) != 0; ++i) {
+        if (errno != EWOULDBLOCK || i == tries)
+            return -1;
+        usleep(10000);
+    }
+    return descriptor.release();
+}
+
 } // namespace
 
 int fail(const char *tool, const std::string &what, const char *why) {
@@ -235,6 +248,9 @@ void drainInput() {
 
 int extract(archive *reader, const std::string &folder, const char *tool,
             const std::function<bool()> &endsWell) {
+    const posix::Descriptor alone(lockFolder(folder));
+    if (!alone.isOpen())
+        return fail(tool, folder, std::strerror(errno));
     const std::string staging = folder + '/' + stagingName;
     if (posix::FileError error = posix::removeTree(staging))
         return fail(tool, error.path, std::strerror(error.number));
