@@ -110,6 +110,7 @@ void TXUpdateFeed::fetch() {
     request.url = URLWithParameters();
     request.timeout = std::chrono::seconds(30);
     request.sizeLimit = largestFeed;
+    request.timeLimit = tx::services().feedTimeLimit;
     request.headers = {{"Cache-Control", "no-cache"}};
     request.body = requestBody();
     if (!request.body.isNull()) {

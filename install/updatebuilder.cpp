@@ -2,6 +2,7 @@
 #include "install/updatebuilder.h"
 
 #include "install/update_p.h"
+#include "platform/queues.h"
 
 #include <QCoreApplication>
 #include <QThread>
@@ -17,7 +18,7 @@ TXUpdatePtr UpdateBuilder::make(UpdateFields fields) {
                 if (object->thread() == QThread::currentThread() || !object->thread())
                     delete object;
                 else
-                    object->deleteLater();
+                    postToMain([owned = std::shared_ptr<TXUpdate>(object)] {});
             }};
 }
 

@@ -17,7 +17,8 @@
 #include <TarvixUpdate/TXLog.h>
 
 #include <QCoreApplication>
-#include <QSemaphore>
+
+#include <semaphore>
 
 using namespace Qt::StringLiterals;
 
@@ -50,7 +51,7 @@ void runTool(const QString &name, const QStringList &arguments) {
 
 bool removeItemAtPath(const QString &path, QString *newPath) {
     Result<QString> trashed = TXError();
-    QSemaphore done;
+    std::binary_semaphore done(0);
     runInBackground([&] {
         trashed = services().workspace->moveToTrash(path);
         done.release();
@@ -128,6 +129,9 @@ MoveJob::Outcome MoveJob::performUnauthorizedMove() {
         log(u"ERROR -- Could not copy myself to %@"_s, {destination});
         return Outcome::Failed;
     }
+    // The old copy goes next: by then the new one's name must be on disk, too.
+    if (const TXError error = files.syncFolder(destination.section(u'/', 0, -2)))
+        log(u"WARNING -- Could not sync the folder of %@ (%@)"_s, {destination, error.toString()});
     runTool(u"xattr"_s, {u"-d"_s, u"-r"_s, u"com.apple.quarantine"_s, destination});
     return Outcome::Moved;
 }
@@ -162,7 +166,9 @@ bool MoveJob::runPrivileged() const {
                             run(u"/bin/sync"_s, {u"-f"_s, staged}) == 0;
         done = copied && run(u"/bin/rm"_s, {u"-rf"_s, destination}).has_value() &&
                run(u"/bin/mv"_s, {u"-T"_s, staged, destination}) == 0;
-        if (!done)
+        if (done)
+            (void)run(u"/bin/sync"_s, {u"-f"_s, destination});
+        else
             (void)run(u"/bin/rm"_s, {u"-rf"_s, staged});
     }
     authorization.free(std::move(reference), AuthorizationFlagDefaults);

@@ -62,6 +62,8 @@ public:
     virtual TXError rename(const QString &from, const QString &to) = 0;
     /// Forces an entry, all that it holds and its name to disk.
     virtual TXError sync(const QString &path) = 0;
+    /// Forces the names in a folder to disk.
+    virtual TXError syncFolder(const QString &path) = 0;
     /// Opens for writing, replacing a file of that name; a link of that name is refused. Mode 0600.
     virtual Result<std::unique_ptr<OutputFile>> create(const QString &path) = 0;
     /// Makes a file with this content, mode 0600; EEXIST when an entry of that name stands there.

@@ -4,15 +4,17 @@
 #include <QCoreApplication>
 #include <QEvent>
 
-#include <future>
+#include <condition_variable>
+#include <mutex>
 
 namespace tx {
 
 namespace {
 
-QEvent::Type delivery() {
-    static const auto type = static_cast<QEvent::Type>(QEvent::registerEventType());
-    return type;
+/// One for all mailboxes: the object itself comes to its thread through it, too.
+std::mutex &mailboxes() {
+    static auto *mutex = new std::mutex; // a thread may outlast static objects
+    return *mutex;
 }
 
 } // namespace
@@ -23,34 +25,35 @@ Mailbox::~Mailbox() = default;
 
 void Mailbox::post(std::function<void()> work) {
     {
-        const std::lock_guard lock(m_mutex);
+        const std::lock_guard lock(mailboxes());
         m_work.push_back(std::move(work));
     }
     // One event for each: what other events are posted in between keeps its turn.
-    QCoreApplication::postEvent(this, new QEvent(delivery()));
+    QCoreApplication::postEvent(this, new QEvent(QEvent::User));
 }
 
 void Mailbox::postAndWait(const std::function<void()> &work) {
-    std::promise<void> done;
-    const std::future<void> waited = done.get_future();
+    std::mutex mutex;
+    std::condition_variable changed;
+    bool done = false;
     post([&] {
         work();
-        done.set_value();
+        const std::lock_guard lock(mutex);
+        done = true;
+        changed.notify_one(); // under the lock: the waiter takes all of this away
     });
-    waited.wait();
+    std::unique_lock lock(mutex);
+    changed.wait(lock, [&] { return done; });
 }
 
-bool Mailbox::event(QEvent *event) {
-    if (event->type() != delivery())
-        return QObject::event(event);
+void Mailbox::customEvent(QEvent *) {
     std::function<void()> work;
     {
-        const std::lock_guard lock(m_mutex);
+        const std::lock_guard lock(mailboxes());
         work = std::move(m_work.front());
         m_work.pop_front();
     }
     work();
-    return true;
 }
 
 } // namespace tx

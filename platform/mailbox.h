@@ -5,12 +5,11 @@
 
 #include <deque>
 #include <functional>
-#include <mutex>
 
 namespace tx {
 
 /// Takes work for the thread that it lives on, which must run an event loop. All that passes between threads
-/// passes through its mutex, not through Qt's own, of which ThreadSanitizer knows nothing.
+/// passes through a mutex of its own, not through Qt's own, of which ThreadSanitizer knows nothing.
 /// Destroyed on its thread, or when that has ended; work that is left is dropped with its captures.
 class Mailbox final : public QObject {
 public:
@@ -24,10 +23,10 @@ public:
     /// As post, and waits until it has run. Thread: any but the mailbox's own.
     void postAndWait(const std::function<void()> &work);
 
-    bool event(QEvent *event) override;
+protected:
+    void customEvent(QEvent *event) override;
 
 private:
-    std::mutex m_mutex;
     std::deque<std::function<void()>> m_work;
 };
 

@@ -126,7 +126,11 @@ bool failedInTransport(const QNetworkReply &reply) {
     const QNetworkReply::NetworkError error = reply.error();
     if (error == QNetworkReply::NoError)
         return false;
-    const bool hasStatus = reply.attribute(QNetworkRequest::HttpStatusCodeAttribute).isValid();
+    const QVariant status = reply.attribute(QNetworkRequest::HttpStatusCodeAttribute);
+    const bool hasStatus = status.isValid();
+    // A body that cannot be decoded, after a status that is none of an error.
+    if (error == QNetworkReply::UnknownContentError && status.toInt() < 400)
+        return true;
     // Errors from 201 on are the access manager's reading of an HTTP status, except those about protocols.
     return !hasStatus || error < QNetworkReply::ContentAccessDenied ||
            error == QNetworkReply::ProtocolUnknownError || error == QNetworkReply::ProtocolFailure;
@@ -227,8 +231,10 @@ TXError transportError(const QNetworkReply &reply, bool untrusted) {
         code = UrlErrorUnsupportedURL;
         break;
     case QNetworkReply::ProtocolFailure:
-    case QNetworkReply::UnknownContentError:
         code = UrlErrorBadServerResponse;
+        break;
+    case QNetworkReply::UnknownContentError:
+        code = UrlErrorCannotDecodeContentData;
         break;
     default:
         break;

@@ -57,6 +57,8 @@ struct Services {
     std::function<QString()> systemProfilerPath;
     /// How long it may take before it is ended.
     std::chrono::milliseconds systemProfilerTime;
+    /// How long it may take until all of a feed has come.
+    std::chrono::milliseconds feedTimeLimit;
     /// How long a visible check shows that it runs, and how long after its start an application checks first.
     std::chrono::milliseconds checkingPause;
     std::chrono::milliseconds firstCheckDelay;

@@ -10,6 +10,7 @@
 #include <QFileInfo>
 #include <QSslError>
 #include <QThread>
+#include <QTimer>
 
 #include <atomic>
 
@@ -61,6 +62,9 @@ public:
         connect(m_reply, &QNetworkReply::sslErrors, this,
                 [this](const QList<QSslError> &errors) { m_untrusted = meansUntrusted(errors); });
         connect(m_reply, &QNetworkReply::finished, this, [this] { replyFinished(); });
+        // A server that sends a byte now and then never runs into the time-out.
+        connect(&m_pace, &QTimer::timeout, this, [this] { checkPace(); });
+        m_pace.start(request.timeout);
     }
 
     ~DownloadJob() override {
@@ -135,6 +139,13 @@ private:
     TXError tooLarge() const {
         return urlError(UrlErrorDataLengthExceedsMaximum, m_reply->url(),
                         u"more than %1 bytes"_s.arg(m_request.sizeLimit));
+    }
+
+    void checkPace() {
+        if (m_over || (m_announced && !m_file))
+            return; // it waits for its destination
+        if (m_received - std::exchange(m_paced, m_received) < m_request.slowest)
+            fail(urlError(UrlErrorTimedOut, m_reply->url(), u"The server is too slow."_s));
     }
 
     void drain() {
@@ -256,6 +267,8 @@ private:
     qint64 m_expected = -1;
     qint64 m_received = 0;
     qint64 m_written = 0; ///< after decoding
+    qint64 m_paced = 0;   ///< received when the pace was looked at
+    QTimer m_pace;
     bool m_announced = false;
     bool m_replyFinished = false;
     bool m_untrusted = false;

@@ -5,6 +5,7 @@
 #include "platform/urldownload.h"
 
 #include <QSslError>
+#include <QTimer>
 
 using namespace Qt::StringLiterals;
 
@@ -15,15 +16,21 @@ namespace {
 /// One request whose body is kept in memory. Lives on the network thread as a child of its reply.
 class LoadJob final : public QObject {
 public:
-    LoadJob(QNetworkReply *reply, qint64 sizeLimit, UrlLoadHandler handler)
+    LoadJob(QNetworkReply *reply, const UrlRequest &request, UrlLoadHandler handler)
         : QObject(reply)
         , m_reply(reply)
-        , m_sizeLimit(sizeLimit)
+        , m_sizeLimit(request.sizeLimit)
         , m_handler(std::move(handler)) {
+        // Without a limit the access manager takes all that a fast server sends before it says so.
+        constexpr qint64 bufferSize = 256 << 10;
+        reply->setReadBufferSize(bufferSize);
         connect(reply, &QNetworkReply::readyRead, this, [this] { readSome(); });
         connect(reply, &QNetworkReply::sslErrors, this,
                 [this](const QList<QSslError> &errors) { m_untrusted = meansUntrusted(errors); });
         connect(reply, &QNetworkReply::finished, this, [this] { finish(); });
+        // A server that sends a byte now and then never runs into the time-out.
+        if (request.timeLimit.count() > 0)
+            QTimer::singleShot(request.timeLimit, this, [reply] { reply->abort(); });
     }
 
 private:
@@ -81,7 +88,7 @@ public:
                 }
                 QNetworkReply *reply =
                     manager.sendCustomRequest(networkRequestFor(request), request.method, request.body);
-                new LoadJob(reply, request.sizeLimit, handler);
+                new LoadJob(reply, request, handler);
             });
     }
 

@@ -48,7 +48,9 @@ struct UrlRequest {
     HeaderList headers;
     QByteArray body;
     std::chrono::milliseconds timeout = std::chrono::seconds(60); ///< longest time without any progress
-    qint64 sizeLimit = 0; ///< bytes of the body that are accepted; 0: no limit
+    qint64 sizeLimit = 0;                   ///< bytes of the body that are accepted; 0: no limit
+    std::chrono::milliseconds timeLimit{0}; ///< longest time for all of a load; 0: no limit
+    qint64 slowest = 4096;                  ///< bytes of a download that must come in each span of `timeout`
 };
 
 struct UrlResponse {

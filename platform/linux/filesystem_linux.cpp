@@ -161,6 +161,11 @@ public:
             return posixError(errno, u"Cannot move to"_s, to);
         if (TXError error = copy(from, to))
             return error;
+        // The original must not be gone from its disk before the copy is on the other one.
+        if (TXError error = sync(to)) {
+            (void)remove(to);
+            return error;
+        }
         return remove(from);
     }
 
@@ -175,6 +180,10 @@ public:
         if (!error)
             error = posix::syncDirectory(posix::parentOf(native(path)));
         return toError(error, u"Cannot write to disk"_s);
+    }
+
+    TXError syncFolder(const QString &path) override {
+        return toError(posix::syncDirectory(native(path)), u"Cannot write to disk"_s);
     }
 
     Result<std::unique_ptr<OutputFile>> create(const QString &path) override {

@@ -364,7 +364,7 @@ TEST_F(Download, AbsentArchiveHasItsWords) {
 }
 
 TEST_F(Download, UntrustedCertificateHasItsWords) {
-    tx::test::TlsServer server(path(u"tls"_s));
+    tx::test::TlsServer server;
     run(server.url(u"/x.zip"_s));
     EXPECT_EQ(error,
               TXError(u"NSURLErrorDomain"_s, -1202, u"The update could not be downloaded."_s, {},

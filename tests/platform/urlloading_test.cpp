@@ -122,7 +122,7 @@ TEST_F(UrlLoading, BodyOverTheLimitIsRefusedWhileItStreams) {
 }
 
 TEST_F(UrlLoading, UntrustedCertificateIsRefused) {
-    tx::test::TlsServer server(path(u"tls"_s));
+    tx::test::TlsServer server;
     const Loaded result = load(server.url(u"/feed.json"_s));
     EXPECT_EQ(result.error.code(), -1202) << result.error.toString().toStdString();
     EXPECT_EQ(server.requests(), 0) << "nothing was sent to it";

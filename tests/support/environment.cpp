@@ -9,6 +9,7 @@
 #include <QCoreApplication>
 #include <QMutex>
 #include <QTest>
+#include <QThreadPool>
 
 #include <grp.h>
 #include <unistd.h>
@@ -60,6 +61,8 @@ FrameworkTest::FrameworkTest()
 
 FrameworkTest::~FrameworkTest() {
     drainEvents();
+    // What still runs in the background may ask the services.
+    QThreadPool::globalInstance()->waitForDone();
     services() = m_services;
     qInstallMessageHandler(nullptr);
     setMainBundle({});

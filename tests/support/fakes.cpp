@@ -118,6 +118,11 @@ TXError FaultFileSystem::linkOrCopy(const QString &from, const QString &to) {
         return error;
     return m_before->linkOrCopy(from, to);
 }
+TXError FaultFileSystem::syncFolder(const QString &path) {
+    if (TXError error = failure(u"syncFolder"_s, path))
+        return error;
+    return m_before->syncFolder(path);
+}
 TXError FaultFileSystem::rename(const QString &from, const QString &to) {
     if (TXError error = failure(u"rename"_s, to))
         return error;

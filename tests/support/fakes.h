@@ -43,6 +43,7 @@ public:
     TXError move(const QString &from, const QString &to) override;
     TXError rename(const QString &from, const QString &to) override;
     TXError sync(const QString &path) override;
+    TXError syncFolder(const QString &path) override;
     Result<std::unique_ptr<OutputFile>> create(const QString &path) override;
     TXError writeNewFile(const QString &path, QByteArrayView content) override;
     TXError replaceFile(const QString &path, QByteArrayView content, int mode) override;

@@ -1,22 +1,30 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "tests/support/feedserver.h"
+
 #include <QString>
 
-#include <atomic>
+#include <functional>
 #include <memory>
 
 namespace tx::test {
 
-/// An HTTPS server with a certificate that it signed itself, made below `folder`.
+/// An HTTPS server with a certificate that it signed itself.
 class TlsServer {
 public:
-    explicit TlsServer(const QString &folder);
+    TlsServer();
     ~TlsServer();
     TlsServer(const TlsServer &) = delete;
     TlsServer &operator=(const TlsServer &) = delete;
 
     [[nodiscard]] QString url(const QString &path) const;
+    /// What it answers; an empty JSON object by default. Call before the first request.
+    void answer(std::function<HttpReply(const QByteArray &path)> reply);
+    /// Has another certificate for the connections to come.
+    void changeCertificate();
+    /// The certificate that it had first, in DER.
+    [[nodiscard]] QByteArray certificate() const;
     /// Requests that reached it.
     [[nodiscard]] int requests() const;
 

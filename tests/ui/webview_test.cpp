@@ -254,7 +254,7 @@ TEST_F(WebPage, MayBeLargeEndlessOrBusy) {
 }
 
 TEST_F(WebPage, UntrustedCertificatesAreRefused) {
-    const tx::test::TlsServer untrusted(path(u"tls"_s));
+    const tx::test::TlsServer untrusted;
     const int before = loads;
     view->load(QUrl(untrusted.url(u"/page.html"_s)));
     EXPECT_TRUE(waitUntil([&] { return loads > before; }));
