@@ -31,7 +31,8 @@ public:
         , m_context(context)
         , m_files(*context.files)
         , m_staged(stagedPathFor(arguments.hostBundle))
-        , m_backup(backupPathFor(arguments.hostBundle)) {}
+        , m_backup(backupPathFor(arguments.hostBundle))
+        , m_whole(wholePathFor(arguments.hostBundle)) {}
 
     int run() {
         if (!waitForEnd(m_arguments.hostProcess, m_context.hostLimit)) {
@@ -92,6 +93,13 @@ private:
         if (!posix::entryExists(m_arguments.hostBundle) && isOwnBackup(m_backup)) {
             if (m_files.rename(m_backup, m_arguments.hostBundle))
                 m_context.log("the application could not be put back from " + m_backup);
+            else
+                m_context.log("an interrupted installation was undone");
+        }
+        if (isOwnBackup(m_whole)) {
+            removeLeftover(m_arguments.hostBundle);
+            if (m_files.rename(m_whole, m_arguments.hostBundle))
+                m_context.log("the application could not be put back from " + m_whole);
             else
                 m_context.log("an interrupted installation was undone");
         }
@@ -163,6 +171,8 @@ private:
         posix::FileError error = m_files.exchange(m_staged, m_arguments.hostBundle);
         if (error.number == EINVAL || error.number == ENOSYS || error.number == EOPNOTSUPP)
             error = swapByRenaming();
+        if (error.number == EXDEV)
+            error = swapByCopying();
         if (error) {
             m_context.log("the application cannot be replaced: " + describe(error));
             unstage();
@@ -181,6 +191,40 @@ private:
         posix::FileError error = m_files.rename(m_staged, m_arguments.hostBundle);
         if (error && m_files.rename(m_backup, m_arguments.hostBundle))
             m_context.log("the application could not be put back from " + m_backup);
+        return error;
+    }
+
+    /// For folders of a lower layer, which cannot be renamed at all. The next run, or the next opening, puts
+    /// the whole copy back after an interruption.
+    posix::FileError swapByCopying() {
+        const std::string parent = posix::parentOf(m_arguments.hostBundle);
+        posix::FileError error = m_files.copyTree(m_arguments.hostBundle, m_backup);
+        if (!error)
+            error = m_files.syncFileSystem(m_backup);
+        if (!error)
+            error = m_files.rename(m_backup, m_whole);
+        if (!error)
+            error = m_files.syncDirectory(parent);
+        if (!error)
+            error = m_files.removeTree(m_arguments.hostBundle);
+        if (!error)
+            error = m_files.rename(m_staged, m_arguments.hostBundle);
+        if (!error)
+            error = m_files.syncDirectory(parent);
+        // From then on it is no more than a leftover, which goes: half of it must not be put back.
+        if (!error)
+            error = m_files.rename(m_whole, m_backup);
+        if (!error)
+            error = m_files.syncDirectory(parent);
+        if (!error)
+            return {};
+        removeLeftover(m_backup);
+        if (posix::entryExists(m_whole)) {
+            // What stands at its place may be the new one already: it goes back to where it was tried from.
+            removeLeftover(m_arguments.hostBundle);
+            if (m_files.rename(m_whole, m_arguments.hostBundle))
+                m_context.log("the application could not be put back from " + m_whole);
+        }
         return error;
     }
 
@@ -208,6 +252,7 @@ private:
     Files &m_files;
     const std::string m_staged;
     const std::string m_backup;
+    const std::string m_whole;
     posix::Descriptor m_lock;
     posix::Descriptor m_folderLock;
     bool m_renamed = false;

@@ -246,6 +246,9 @@ std::string besideBundle(const std::string &bundlePath, const char *suffix) {
 
 std::string stagedPathFor(const std::string &bundlePath) { return besideBundle(bundlePath, ".txupdate-new"); }
 std::string backupPathFor(const std::string &bundlePath) { return besideBundle(bundlePath, ".txupdate-old"); }
+std::string wholePathFor(const std::string &bundlePath) {
+    return besideBundle(bundlePath, ".txupdate-whole");
+}
 std::string lockPathFor(const std::string &bundlePath) { return besideBundle(bundlePath, ".txupdate-lock"); }
 
 bool isOwnBackup(const std::string &path) {
@@ -259,9 +262,18 @@ bool isOwnBackup(const std::string &path) {
 
 bool restoreBackup(const std::string &bundlePath) {
     const std::string backup = backupPathFor(bundlePath);
-    if (posix::entryExists(bundlePath) || !isOwnBackup(backup))
+    const std::string whole = wholePathFor(bundlePath);
+    const bool isGone = !posix::entryExists(bundlePath) && isOwnBackup(backup);
+    if (!isGone && !isOwnBackup(whole))
         return false;
-    return rename(backup.c_str(), bundlePath.c_str()) == 0;
+    // An installer that works on it has the lock.
+    const posix::Descriptor lock(
+        open(lockPathFor(bundlePath).c_str(), O_RDWR | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK));
+    if (lock.isOpen() && flock(lock.get(), LOCK_EX | LOCK_NB) != 0)
+        return false;
+    if (isGone)
+        return rename(backup.c_str(), bundlePath.c_str()) == 0;
+    return !posix::removeTree(bundlePath) && rename(whole.c_str(), bundlePath.c_str()) == 0;
 }
 
 } // namespace tx

@@ -52,8 +52,12 @@ struct OpenResult {
 /// everybody may write, another user could have put it there.
 [[nodiscard]] bool isOwnBackup(const std::string &path);
 
-/// Puts the old application back when an installation was interrupted between two renames: nothing stands at
-/// the bundle's path and a backup does. True when it did.
+/// A whole copy of the old application, on a file system whose folders cannot be renamed. While it is there,
+/// what stands at the bundle's path may have lost some of its files.
+[[nodiscard]] std::string wholePathFor(const std::string &bundlePath);
+
+/// Puts the old application back when an installation was interrupted: nothing stands at the bundle's path
+/// and a backup does, or a whole copy is there. Not while an installation runs. True when it did.
 bool restoreBackup(const std::string &bundlePath);
 
 } // namespace tx

@@ -2,7 +2,8 @@
 // installer_fault_driver MODE CALL ARGUMENTS...: the installer on a file system that, at the CALLth change
 // (from 1), MODE: "fail" fails it, "kill-before" and "kill-after" end the process by SIGKILL, "half" copies
 // half and then kills. "noexchange:" before the mode takes the atomic exchange away, "cross:" makes renaming
-// into place impossible. Prints each change to standard output; the application is not opened but named.
+// into place impossible, "layered:" renaming the installed application, as on an overlay. Prints each change
+// to standard output; the application is not opened but named.
 
 #include "installer/installer.h"
 
@@ -26,16 +27,24 @@ public:
         , m_call(call) {
         m_exchanges = !take("noexchange:");
         m_crosses = take("cross:");
+        m_layered = take("layered:");
     }
 
     FileError rename(const std::string &from, const std::string &to) override {
         return at("rename", from, [&] {
+            if (m_layered && from.find("/.") == std::string::npos && to.find("/.") != std::string::npos &&
+                to.find(".txupdate-new") == std::string::npos)
+                return FileError{EXDEV, from};
             const bool staging = to.find(".txupdate-new") != std::string::npos;
             return m_crosses && staging ? FileError{EXDEV, from} : Files::rename(from, to);
         });
     }
     FileError exchange(const std::string &a, const std::string &b) override {
-        return at("exchange", b, [&] { return m_exchanges ? Files::exchange(a, b) : FileError{EINVAL, b}; });
+        return at("exchange", b, [&] {
+            return m_layered     ? FileError{EXDEV, b}
+                   : m_exchanges ? Files::exchange(a, b)
+                                 : FileError{EINVAL, b};
+        });
     }
     FileError copyTree(const std::string &from, const std::string &to) override {
         if (m_mode == "half" && m_done + 1 == m_call) {
@@ -100,6 +109,7 @@ private:
     int m_done = 0;
     bool m_exchanges = true;
     bool m_crosses = false;
+    bool m_layered = false;
 };
 
 } // namespace

@@ -90,6 +90,15 @@ TEST_P(Unpacking, WritingThroughALinkInTheArchiveWritesBesideIt) {
     EXPECT_EQ(tx::test::readFile(path(u"victim"_s)), QByteArray("kept"));
 }
 
+TEST_P(Unpacking, NameThatStandsThereTwiceSpoilsTheWholeArchive) {
+    expectNothing(unpack({{u"A.app/f"_s, ArchiveEntry::File, "1"}, {u"A.app/f"_s, ArchiveEntry::File, "2"}}),
+                  "f: stands there twice");
+    EXPECT_EQ(unpack({{u"A.app/d/f"_s, ArchiveEntry::File, "1"},
+                      {u"A.app/d/"_s, ArchiveEntry::Directory, {}, 0755}})
+                  .status,
+              0);
+}
+
 TEST_P(Unpacking, HardLinksStayInTheArchive) {
     if (!isTar()) {
         SUCCEED() << "zip archives have none";

@@ -123,6 +123,9 @@ private:
             return refuse(name, "the name is not UTF-8");
         if (type != AE_IFREG && type != AE_IFDIR && type != AE_IFLNK)
             return refuse(name, "is no file that an application may hold");
+        // Also on a file system to which two names are the same that are not to the archive.
+        if (type != AE_IFDIR && posix::entryExists(name))
+            return refuse(name, "stands there twice");
         m_left -= entrySize;
         if (m_left < 0 || (archive_entry_size_is_set(entry) && archive_entry_size(entry) > m_left))
             return refuse(name, "the archive takes more room than is accepted");
@@ -156,7 +159,8 @@ private:
             end = std::max(end, offset + static_cast<la_int64_t>(size));
             if (end > m_left)
                 return refuse(name, "the archive takes more room than is accepted");
-            if (archive_write_data_block(m_writer.get(), block, size, offset) < ARCHIVE_WARN)
+            // So is a write that fails, as on a full disk.
+            if (archive_write_data_block(m_writer.get(), block, size, offset) != ARCHIVE_OK)
                 return refuse(name, archive_error_string(m_writer.get()));
         }
         m_left -= end;
