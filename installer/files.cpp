@@ -17,6 +17,9 @@ posix::FileError Files::rename(const std::string &from, const std::string &to) {
 posix::FileError Files::exchange(const std::string &a, const std::string &b) { return posix::exchange(a, b); }
 
 posix::FileError Files::copyTree(const std::string &from, const std::string &to) {
+    struct stat info {};
+    if (geteuid() == 0 && lstat(from.c_str(), &info) == 0 && info.st_uid != 0)
+        return posix::copyTreeOf(info.st_uid, from, to);
     return posix::copyTree(from, to);
 }
 

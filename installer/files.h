@@ -14,6 +14,7 @@ public:
     virtual ~Files() = default;
     virtual posix::FileError rename(const std::string &from, const std::string &to);
     virtual posix::FileError exchange(const std::string &a, const std::string &b);
+    /// As root, only what belongs to the owner of the tree is copied.
     virtual posix::FileError copyTree(const std::string &from, const std::string &to);
     virtual posix::FileError removeTree(const std::string &path);
     virtual posix::FileError removeFile(const std::string &path);

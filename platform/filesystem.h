@@ -47,6 +47,8 @@ public:
     virtual TXError createDirectory(const QString &path, bool withIntermediates) = 0;
     /// Null when `path` is a folder of this user and no link to one: what stands in it is this user's own.
     virtual TXError checkPrivateDirectory(const QString &path) const = 0;
+    /// Null when nobody but this user and root could have written the file that `path` leads to.
+    virtual TXError checkOwnFile(const QString &path) const = 0;
     /// Removes a file, link or tree without following links.
     virtual TXError remove(const QString &path) = 0;
     /// Removes a folder that holds nothing; an error for any other.

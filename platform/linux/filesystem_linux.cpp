@@ -130,6 +130,19 @@ public:
         return {};
     }
 
+    TXError checkOwnFile(const QString &path) const override {
+        struct stat info {};
+        if (stat(native(path).c_str(), &info) != 0)
+            return posixError(errno, u"Cannot examine"_s, path);
+        if (!S_ISREG(info.st_mode))
+            return posixError(EINVAL, u"Not a file:"_s, path);
+        if (info.st_uid != geteuid() && info.st_uid != 0)
+            return posixError(EPERM, u"Another user owns the file"_s, path);
+        if ((info.st_mode & S_IWOTH) != 0)
+            return posixError(EPERM, u"Other users may write to the file"_s, path);
+        return {};
+    }
+
     TXError remove(const QString &path) override {
         return toError(posix::removeTree(native(path)), u"Cannot remove"_s);
     }

@@ -94,17 +94,26 @@ FileError copyLink(int fromDir, const char *fromName, int toDir, const char *toN
     return symlinkat(target.data(), toDir, toName) == 0 ? FileError{} : failure(path);
 }
 
-/// Whether the files of a tree are made anew or shared with the original.
-enum class Files { Copied, Linked };
+/// How the files of a tree are made.
+struct Files {
+    bool linked = false;                  ///< shared with the original
+    uid_t owner = static_cast<uid_t>(-1); ///< whose they must be; -1: anybody's
+};
 
-FileError copyEntry(int fromDir, const char *fromName, int toDir, const char *toName, Files files,
+FileError copyEntry(int fromDir, const char *fromName, int toDir, const char *toName, const Files &files,
                     const std::string &path);
 
-FileError copyFile(int fromDir, const char *fromName, int toDir, const char *toName, const struct stat &info,
+FileError copyFile(int fromDir, const char *fromName, int toDir, const char *toName, const Files &files,
                    const std::string &path) {
-    const Descriptor from(openat(fromDir, fromName, O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
-    if (!from.isOpen())
+    // Not waiting for a pipe, should one have come into its place.
+    const Descriptor from(openat(fromDir, fromName, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    struct stat info {};
+    if (!from.isOpen() || fstat(from.get(), &info) != 0)
         return failure(path);
+    if (!S_ISREG(info.st_mode))
+        return {EINVAL, path};
+    if (files.owner != static_cast<uid_t>(-1) && info.st_uid != files.owner)
+        return {EPERM, path};
     Descriptor to(openat(toDir, toName, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
     if (!to.isOpen())
         return failure(path);
@@ -125,7 +134,7 @@ bool linkFile(int fromDir, const char *fromName, int toDir, const char *toName, 
     return info.st_uid == geteuid() && linkat(fromDir, fromName, toDir, toName, 0) == 0;
 }
 
-FileError copyDirectory(int fromDir, const char *fromName, int toDir, const char *toName, Files files,
+FileError copyDirectory(int fromDir, const char *fromName, int toDir, const char *toName, const Files &files,
                         const struct stat &info, const std::string &path) {
     const Descriptor from(openat(fromDir, fromName, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     if (!from.isOpen() || mkdirat(toDir, toName, 0700) != 0)
@@ -154,7 +163,7 @@ FileError copyDirectory(int fromDir, const char *fromName, int toDir, const char
     return {};
 }
 
-FileError copyEntry(int fromDir, const char *fromName, int toDir, const char *toName, Files files,
+FileError copyEntry(int fromDir, const char *fromName, int toDir, const char *toName, const Files &files,
                     const std::string &path) {
     struct stat info {};
     if (fstatat(fromDir, fromName, &info, AT_SYMLINK_NOFOLLOW) != 0)
@@ -163,10 +172,10 @@ FileError copyEntry(int fromDir, const char *fromName, int toDir, const char *to
         return copyLink(fromDir, fromName, toDir, toName, path);
     if (S_ISDIR(info.st_mode))
         return copyDirectory(fromDir, fromName, toDir, toName, files, info, path);
-    if (S_ISREG(info.st_mode) && files == Files::Linked && linkFile(fromDir, fromName, toDir, toName, info))
+    if (S_ISREG(info.st_mode) && files.linked && linkFile(fromDir, fromName, toDir, toName, info))
         return {};
     if (S_ISREG(info.st_mode))
-        return copyFile(fromDir, fromName, toDir, toName, info, path);
+        return copyFile(fromDir, fromName, toDir, toName, files, path);
     return {EINVAL, path};
 }
 
@@ -214,13 +223,19 @@ bool isDirectory(const std::string &path) {
 FileError copyTree(const std::string &from, const std::string &to) {
     if (entryExists(to))
         return {EEXIST, to};
-    return copyEntry(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), Files::Copied, from);
+    return copyEntry(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), {}, from);
+}
+
+FileError copyTreeOf(uid_t owner, const std::string &from, const std::string &to) {
+    if (entryExists(to))
+        return {EEXIST, to};
+    return copyEntry(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), {.owner = owner}, from);
 }
 
 FileError linkTree(const std::string &from, const std::string &to) {
     if (entryExists(to))
         return {EEXIST, to};
-    return copyEntry(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), Files::Linked, from);
+    return copyEntry(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), {.linked = true}, from);
 }
 
 FileError removeTree(const std::string &path) {

@@ -47,6 +47,10 @@ private:
 /// A copy that fails leaves what it made; the caller removes it.
 FileError copyTree(const std::string &from, const std::string &to);
 
+/// As copyTree, for a tree that another user may change meanwhile: files that are not `owner`'s are refused
+/// (EPERM), as a second name of one that only this process may read.
+FileError copyTreeOf(uid_t owner, const std::string &from, const std::string &to);
+
 /// As copyTree, but the files of this user become second names of the same files where the file system has
 /// such; what is written into one of the trees later shows in both.
 FileError linkTree(const std::string &from, const std::string &to);

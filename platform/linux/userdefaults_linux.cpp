@@ -55,7 +55,9 @@ void UserDefaults::refresh() const {
     m_readable = true;
     if (stamp.size < 0)
         return;
-    const Result<QByteArray> content = services().fileSystem->readFile(m_path);
+    const TXError foreign = services().fileSystem->checkOwnFile(m_path);
+    const Result<QByteArray> content =
+        foreign ? Result<QByteArray>(foreign) : services().fileSystem->readFile(m_path);
     const Result<QVariant> parsed = content ? readPropertyList(*content) : Result<QVariant>(content.error());
     if (parsed && parsed->typeId() == QMetaType::QVariantMap) {
         m_values = parsed->toMap();

@@ -98,6 +98,11 @@ TXError FaultFileSystem::checkPrivateDirectory(const QString &path) const {
         return error;
     return m_before->checkPrivateDirectory(path);
 }
+TXError FaultFileSystem::checkOwnFile(const QString &path) const {
+    if (TXError error = failure(u"checkOwnFile"_s, path))
+        return error;
+    return m_before->checkOwnFile(path);
+}
 TXError FaultFileSystem::remove(const QString &path) {
     if (TXError error = failure(u"remove"_s, path))
         return error;

@@ -36,6 +36,7 @@ public:
     Result<QByteArray> readFile(const QString &path) const override;
     TXError createDirectory(const QString &path, bool withIntermediates) override;
     TXError checkPrivateDirectory(const QString &path) const override;
+    TXError checkOwnFile(const QString &path) const override;
     TXError remove(const QString &path) override;
     TXError removeEmptyDirectory(const QString &path) override;
     TXError copy(const QString &from, const QString &to) override;

@@ -46,7 +46,8 @@ private:
 
 bool changesSomething(const QString &operation) {
     return operation != u"exists" && operation != u"isWritable" && operation != u"readFile" &&
-           operation != u"checkPrivateDirectory" && operation != u"removeExtendedAttribute";
+           operation != u"checkPrivateDirectory" && operation != u"checkOwnFile" &&
+           operation != u"removeExtendedAttribute";
 }
 
 void say(const QString &line) {
