@@ -52,8 +52,14 @@ public:
         };
         m_server.Get(".*", handler);
         m_server.Post(".*", handler);
-        constexpr size_t threads = 64;
+        // A connection takes a thread, also while it is kept for a further request.
+        constexpr size_t threads = 256;
         m_server.new_task_queue = [] { return new httplib::ThreadPool(threads); };
+        m_server.set_keep_alive_timeout(2);
+        m_server.set_socket_options([this](socket_t socket) {
+            m_socket = socket;
+            httplib::default_socket_options(socket);
+        });
         m_server.set_tcp_nodelay(true);
         constexpr size_t largestBody = 16 << 20;
         m_server.set_payload_max_length(largestBody);
@@ -64,6 +70,11 @@ public:
         const int bound = port == 0 ? m_server.bind_to_any_port(address) : port;
         if (bound < 0 || (port != 0 && !m_server.bind_to_port(address, port))) {
             std::fprintf(stderr, "txupdate: cannot listen on port %d: it is taken\n", port);
+            return 1;
+        }
+        // The library lets five connections wait; after a release there are more at once.
+        if (listen(m_socket, SOMAXCONN) != 0) {
+            std::fprintf(stderr, "txupdate: cannot listen on port %d\n", bound);
             return 1;
         }
         std::printf("Serving %s on http://127.0.0.1:%d/\n", m_root.toUtf8().constData(), bound);
@@ -127,6 +138,7 @@ private:
     qint64 m_rate;
     QString m_root;
     httplib::Server m_server;
+    socket_t m_socket = INVALID_SOCKET;
     std::mutex m_mutex;
 };
 

@@ -4,6 +4,7 @@
 #include "core/host_p.h"
 #include "platform/linux/posixfiles.h"
 #include "platform/mainbundle.h"
+#include "platform/queues.h"
 #include "tests/support/builders.h"
 
 #include <QCoreApplication>
@@ -89,6 +90,17 @@ void FrameworkTest::setNow(const QDateTime &now) {
 
 bool waitUntil(const std::function<bool()> &done, int milliseconds) {
     return QTest::qWaitFor(done, milliseconds);
+}
+
+FetchedFeed fetchFeed(const QUrl &url) {
+    const auto result = std::make_shared<FetchedFeed>();
+    // The handler is called on another thread.
+    TXUpdateFeed::fetchFeedAtURL(url, {}, nullptr,
+                                 [result](const TXUpdateFeedPtr &feed, const TXError &error) {
+                                     postToMain([result, feed, error] { *result = {feed, error}; });
+                                 });
+    EXPECT_TRUE(waitUntil([&] { return result->feed || result->error; }, 60000));
+    return *result;
 }
 
 void drainEvents() {

@@ -4,6 +4,7 @@
 #include "platform/services.h"
 
 #include <TarvixUpdate/TXBundle.h>
+#include <TarvixUpdate/TXUpdateFeed.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -43,6 +44,13 @@ private:
 
 /// Runs the event loop until `done` holds; false after `milliseconds`.
 [[nodiscard]] bool waitUntil(const std::function<bool()> &done, int milliseconds = 20000);
+
+struct FetchedFeed {
+    TXUpdateFeedPtr feed; ///< null when none came in time
+    TXError error;
+};
+/// Fetches a feed and waits for it.
+[[nodiscard]] FetchedFeed fetchFeed(const QUrl &url);
 
 /// Lets everything that has been posted so far run.
 void drainEvents();

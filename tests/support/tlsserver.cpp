@@ -5,6 +5,8 @@
 #include <httplib.h>
 #include <openssl/x509v3.h>
 
+#include <mutex>
+
 using namespace Qt::StringLiterals;
 
 namespace tx::test {
@@ -15,6 +17,7 @@ struct TlsServer::State {
     int port = 0;
     std::atomic<int> requests{0};
     QByteArray certificate;
+    std::mutex mutex;
     std::function<HttpReply(const QByteArray &)> answer = [](const QByteArray &) {
         return HttpReply::json("{}");
     };
@@ -81,6 +84,7 @@ TlsServer::TlsServer()
     m_state->server->Get(
         ".*", [state = m_state.get()](const httplib::Request &request, httplib::Response &response) {
             ++state->requests;
+            const std::lock_guard lock(state->mutex);
             const HttpReply reply = state->answer(QByteArray::fromStdString(request.path));
             response.status = reply.status;
             std::string type = "application/json";
@@ -98,6 +102,7 @@ TlsServer::TlsServer()
 }
 
 void TlsServer::answer(std::function<HttpReply(const QByteArray &path)> reply) {
+    const std::lock_guard lock(m_state->mutex);
     m_state->answer = std::move(reply);
 }
 

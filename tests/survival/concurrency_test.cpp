@@ -306,23 +306,16 @@ TEST_F(RewrittenFeed, IsTheOldTheNewOrAnError) {
     int read = 0;
     int refused = 0;
     for (int i = 0; i < 300; ++i) {
-        bool done = false;
-        TXUpdateFeed::fetchFeedAtURL(
-            url, {}, nullptr, [&](const TXUpdateFeedPtr &feed, const TXError &error) {
-                done = true;
-                if (error) {
-                    ++refused;
-                    return;
-                }
-                const TXUpdatePtr update = feed->recommendedUpdate();
-                if (update) {
-                    ++read;
-                    EXPECT_EQ(update->version(), update->displayVersion());
-                    EXPECT_TRUE(update->fileURL().path().contains(update->version()));
-                }
-            });
-        if (!waitUntil([&] { return done; }))
-            break;
+        const tx::test::FetchedFeed fetched = tx::test::fetchFeed(url);
+        if (fetched.error) {
+            ++refused;
+            continue;
+        }
+        if (const TXUpdatePtr update = fetched.feed->recommendedUpdate()) {
+            ++read;
+            EXPECT_EQ(update->version(), update->displayVersion());
+            EXPECT_TRUE(update->fileURL().path().contains(update->version()));
+        }
     }
     stop = true;
     writer.join();

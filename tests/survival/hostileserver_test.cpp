@@ -104,6 +104,9 @@ qint64 peakMemory() {
     return usage.ru_maxrss * 1024L;
 }
 
+/// Sanitizers keep what was freed, and more beside it.
+qint64 allowed(qint64 bytes) { return *TEST_SANITIZERS ? 8 * bytes : bytes; }
+
 class HostileServer : public tx::test::FrameworkTest {
 protected:
     const QString cache = tx::updateCacheDirectoryFilePath();
@@ -174,7 +177,7 @@ TEST_F(HostileServer, EndlessHeadersEndInATimeOutAndLittleMemory) {
     const qint64 before = peakMemory();
     EXPECT_FALSE(load(server.url()).isNull());
     EXPECT_FALSE(download(server.url()).isNull());
-    EXPECT_LT(peakMemory() - before, 200 << 20) << server.sent();
+    EXPECT_LT(peakMemory() - before, allowed(200 << 20)) << server.sent();
 }
 
 TEST_F(HostileServer, OneEndlessHeaderLineEndsToo) {
@@ -187,7 +190,7 @@ TEST_F(HostileServer, OneEndlessHeaderLineEndsToo) {
     const qint64 before = peakMemory();
     EXPECT_FALSE(load(server.url()).isNull());
     EXPECT_FALSE(download(server.url()).isNull());
-    EXPECT_LT(peakMemory() - before, 200 << 20) << server.sent();
+    EXPECT_LT(peakMemory() - before, allowed(200 << 20)) << server.sent();
 }
 
 TEST_F(HostileServer, EndlessBodyStopsAtTheLimit) {
@@ -199,12 +202,18 @@ TEST_F(HostileServer, EndlessBodyStopsAtTheLimit) {
             const QByteArray part =
                 chunked ? "1000\r\n" + QByteArray(0x1000, 'x') + "\r\n" : QByteArray(0x1000, 'x');
             bool goesOn = send(head);
-            while (goesOn)
+            // As fast as a fast network; on one machine, the access manager reads on and on without looking
+            // up.
+            for (int parts = 1; goesOn; ++parts) {
                 goesOn = send(part);
+                if (parts % 16 == 0)
+                    usleep(500);
+            }
         });
+        SCOPED_TRACE(head);
         const qint64 before = peakMemory();
         expectBoth(server.url(), tx::UrlErrorDataLengthExceedsMaximum);
-        EXPECT_LT(peakMemory() - before, 100 << 20) << head;
+        EXPECT_LT(peakMemory() - before, allowed(100 << 20)) << head;
     }
 }
 
@@ -299,7 +308,7 @@ TEST_F(HostileServer, CompressedBombStopsAtTheLimit) {
         EXPECT_TRUE(error) << coding.constData() << ' ' << body.size();
         EXPECT_EQ(download(QUrl(server.url(u"/f"_s))).code(), tx::UrlErrorDataLengthExceedsMaximum)
             << coding.constData();
-        EXPECT_LT(peakMemory() - before, 100 << 20) << coding.constData();
+        EXPECT_LT(peakMemory() - before, allowed(100 << 20)) << coding.constData();
     }
 }
 
@@ -354,19 +363,9 @@ TEST_F(HostileServer, CertificateThatChangesBetweenFeedAndArchiveIsRefused) {
                                     : HttpReply::file("archive");
     });
     const Trusted trusted(server);
-    const auto update = [&] {
-        TXUpdatePtr found;
-        bool done = false;
-        TXUpdateFeed::fetchFeedAtURL(QUrl(server.url(u"/feed"_s)), {}, nullptr,
-                                     [&](const TXUpdateFeedPtr &fetched, const TXError &error) {
-                                         EXPECT_TRUE(error.isNull()) << error.toString().toStdString();
-                                         found = fetched->recommendedUpdate();
-                                         done = true;
-                                     });
-        EXPECT_TRUE(waitUntil([&] { return done; }));
-        return found;
-    };
-    const TXUpdatePtr found = update();
+    const tx::test::FetchedFeed fetched = tx::test::fetchFeed(QUrl(server.url(u"/feed"_s)));
+    ASSERT_FALSE(fetched.error) << fetched.error.toString().toStdString();
+    const TXUpdatePtr found = fetched.feed->recommendedUpdate();
     ASSERT_TRUE(found);
     server.changeCertificate();
     TXError error;
@@ -392,16 +391,11 @@ TEST_F(HostileServer, TenThousandTracksAreRead) {
     FeedServer server;
     server.expect("GET", "/feed", HttpReply::json(json));
     const qint64 before = peakMemory();
-    bool done = false;
-    TXUpdateFeed::fetchFeedAtURL(
-        QUrl(server.url(u"/feed"_s)), {}, nullptr, [&](const TXUpdateFeedPtr &fetched, const TXError &error) {
-            EXPECT_TRUE(error.isNull()) << error.toString().toStdString();
-            EXPECT_EQ(fetched->releaseTracks().size(), 10000);
-            EXPECT_FALSE(fetched->recommendedUpdate()) << "none of them is the release track";
-            done = true;
-        });
-    EXPECT_TRUE(waitUntil([&] { return done; }, 60000));
-    EXPECT_LT(peakMemory() - before, 200 << 20);
+    const tx::test::FetchedFeed fetched = tx::test::fetchFeed(QUrl(server.url(u"/feed"_s)));
+    EXPECT_FALSE(fetched.error) << fetched.error.toString().toStdString();
+    EXPECT_EQ(fetched.feed->releaseTracks().size(), 10000);
+    EXPECT_FALSE(fetched.feed->recommendedUpdate()) << "none of them is the release track";
+    EXPECT_LT(peakMemory() - before, allowed(200 << 20));
 }
 
 TEST_F(HostileServer, NamesOfArchivesStayInTheFolder) {
