@@ -252,6 +252,65 @@ TEST_F(InstallerTool, BackupOfAnotherUserIsNotPutBack) {
     }
 }
 
+TEST_F(InstallerTool, WhatAnInterruptedInstallationLeftIsUndoneFirst) {
+    /// Cannot put the new application into place, so that what stands there stays.
+    class NoStaging final : public tx::installer::Files {
+    public:
+        bool putsBack = true;
+        tx::posix::FileError rename(const std::string &from, const std::string &to) override {
+            const bool stages = to.find(".txupdate-new") != std::string::npos;
+            return stages || !putsBack ? tx::posix::FileError{EIO, to} : Files::rename(from, to);
+        }
+    };
+    const QString backup = QString::fromStdString(tx::backupPathFor(app.toStdString()));
+    const QString whole = QString::fromStdString(tx::wholePathFor(app.toStdString()));
+    for (const bool copied : {false, true}) {
+        for (const bool putsBack : {true, false}) {
+            prepare();
+            ASSERT_TRUE(QDir().rename(app, copied ? whole : backup));
+            if (copied)
+                tx::test::writeFile(app + u"/Contents/half"_s, "of it");
+            NoStaging files;
+            files.putsBack = putsBack;
+            std::string log;
+            QString opened;
+            tx::installer::Context context{.files = &files};
+            context.session.user = getuid();
+            context.log = [&](const std::string &line) { log += line + '\n'; };
+            context.open = [&](const std::string &bundle, const tx::installer::Session &) {
+                opened = QString::fromStdString(bundle);
+                return std::string();
+            };
+            EXPECT_EQ(tx::installer::install({static_cast<pid_t>(endedProcess().toInt()), fresh.toStdString(),
+                                              app.toStdString(), archive.toStdString()},
+                                             context),
+                      tx::installer::StatusCannotStage);
+            EXPECT_EQ(opened, app);
+            if (putsBack) {
+                EXPECT_THAT(log, testing::HasSubstr("an interrupted installation was undone"));
+                EXPECT_TRUE(isOld());
+                EXPECT_TRUE(strays().isEmpty());
+            } else {
+                EXPECT_THAT(log, testing::HasSubstr("could not be put back from"));
+                EXPECT_EQ(tx::test::treeOf(copied ? whole : backup), oldTree) << "kept for the next run";
+                // Which may also be an opening.
+                EXPECT_TRUE(tx::restoreBackup(app.toStdString()));
+                EXPECT_TRUE(isOld());
+            }
+        }
+    }
+}
+
+TEST_F(InstallerTool, SlashesBehindPathsDoNotCount) {
+    tx::installer::Arguments read;
+    std::string why;
+    ASSERT_TRUE(tx::installer::readArguments(
+        {"99999", fresh.toStdString() + "//", app.toStdString() + "/", archive.toStdString()}, read, why))
+        << why;
+    EXPECT_EQ(read.newApplication, fresh.toStdString());
+    EXPECT_EQ(read.hostBundle, app.toStdString());
+}
+
 TEST_F(InstallerTool, NothingIsPutBackWhileAnInstallationRuns) {
     QDir(app).removeRecursively();
     tx::test::makeBundle(QString::fromStdString(tx::backupPathFor(app.toStdString())), {});
