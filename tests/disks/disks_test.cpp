@@ -252,6 +252,33 @@ TEST_F(Disks, UnpackingOntoAFullDiskLeavesNothing) {
     EXPECT_EQ(namesIn(disk), QStringList{u"App.tgz"_s});
 }
 
+TEST_F(Disks, NamesThatAreTheSameToTheFileSystemSpoilTheArchive) {
+    const QByteArray sanitizers = qgetenv("ASAN_OPTIONS");
+    const QStringList environment{u"LD_PRELOAD="_s + QStringLiteral(TEST_HELPERS) + u"/casefold.so"_s,
+                                  u"ASAN_OPTIONS="_s + QString::fromUtf8(sanitizers) +
+                                      u":verify_asan_link_order=0"_s};
+    const struct {
+        tx::test::ArchiveKind kind;
+        QString tool;
+        QStringList words;
+    } tools[] = {{tx::test::ArchiveKind::Zip, u"/ditto"_s, {u"-x"_s, u"-k"_s, u"-"_s, disk}},
+                 {tx::test::ArchiveKind::Tar, u"/Archives/tar"_s, {u"-xC"_s, disk}}};
+    for (const auto &each : tools) {
+        tx::test::makeArchive(path(u"archive"_s), each.kind,
+                              {{u"A.app/Readme"_s, tx::test::ArchiveEntry::File, "1"},
+                               {u"A.app/README"_s, tx::test::ArchiveEntry::File, "2"}});
+        const QByteArray archive = tx::test::readFile(path(u"archive"_s));
+        const QString tool = QStringLiteral(TEST_RESOURCES) + each.tool;
+        const auto result = tx::test::runProcess(tool, each.words, archive, environment);
+        EXPECT_EQ(result.status, 1);
+        EXPECT_THAT(result.errors.toStdString(), testing::HasSubstr("README: stands there twice"));
+        EXPECT_TRUE(namesIn(disk).isEmpty());
+        EXPECT_EQ(tx::test::runProcess(tool, each.words, archive).status, 0) << "two files elsewhere";
+        EXPECT_EQ(namesIn(disk + u"/A.app"_s).size(), 2);
+        QDir(disk + u"/A.app"_s).removeRecursively();
+    }
+}
+
 TEST_F(Disks, LayeredFileSystemIsInstalledOnByCopying) {
     const QString lower = disk + u"/lower/Host.app"_s;
     QString top = disk + u"/merged"_s;

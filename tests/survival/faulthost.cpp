@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: MIT
-// fault_host BUNDLE update FEED | move: a host application, standing in BUNDLE, that goes
+// fault_host BUNDLE update FEED | move | relaunch: a host application, standing in BUNDLE, that goes
 // through an update or a move while what the file in FAULT_PLAN says goes wrong. Prints how it went. Exit
 // status: 0 handed over or moved, 1 failed, 2 in the Downloads folder, 10 nothing to do.
 
 #include "core/host_p.h"
 #include "platform/mainbundle.h"
 #include "platform/posixerror.h"
+#include "platform/queues.h"
 #include "platform/services.h"
 #include "tests/support/fakes.h"
 #include "tests/survival/faultplan.h"
@@ -118,6 +119,10 @@ int main(int argc, char **argv) {
     if (words.value(2) == u"update") {
         const tx::test::RecordingWorkspace workspace; // nothing is revealed to nobody
         update(words.value(3));
+        return QCoreApplication::exec();
+    }
+    if (words.value(2) == u"relaunch") {
+        tx::postToMain([] { TXUpdate().launch(); });
         return QCoreApplication::exec();
     }
     if (words.value(2) == u"move") {

@@ -164,6 +164,47 @@ INSTANTIATE_TEST_SUITE_P(Matrix, MoveMatrix,
                              return name;
                          });
 
+/// An application that is started again after it has ended, by two roads.
+class RelaunchMatrix : public tx::test::Survival, public testing::WithParamInterface<const char *> {
+protected:
+    void prepareRelaunch() {
+        prepare();
+        // It runs for a while, so that the second road finds it.
+        writeFile(app + u"/Contents/Linux/Program"_s,
+                  "#!/bin/sh\necho 1 >> '" + launches.toUtf8() + "'\nsleep 3\n", executable);
+        oldTree = treeOf(app);
+    }
+};
+
+TEST_P(RelaunchMatrix, OpensItOnceWhicheverRoadIsLeft) {
+    const QString how = QString::fromLatin1(GetParam());
+    prepareRelaunch();
+    EXPECT_EQ(run({u"relaunch"_s}, false).status, 0);
+    EXPECT_EQ(launched(), 1);
+    const QStringList points = trace();
+    ASSERT_EQ(points, (QStringList{u"start TXUpdateLauncher #1"_s, u"start sh #1"_s}));
+    for (const QString &point : points) {
+        SCOPED_TRACE(point.toStdString());
+        prepareRelaunch();
+        setPlan(how, point);
+        const Outcome outcome = run({u"relaunch"_s}, how.startsWith(u"hang"_s));
+        EXPECT_EQ(treeOf(app), oldTree);
+        EXPECT_LE(launched(), 1) << "no restart loop";
+        if (how.startsWith(u"fail"_s)) {
+            EXPECT_EQ(launched(), 1) << "by the other road";
+            EXPECT_THAT(outcome.text.toStdString(), testing::HasSubstr("failed to launch with"));
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Matrix, RelaunchMatrix,
+                         testing::Values("fail-once", "fail-always", "kill-once", "kill-always", "hang-once"),
+                         [](const testing::TestParamInfo<const char *> &each) {
+                             std::string name = each.param;
+                             std::replace(name.begin(), name.end(), '-', '_');
+                             return name;
+                         });
+
 struct Row {
     const char *how;
     const char *part; ///< "host", or "tool" for the programs that it starts
