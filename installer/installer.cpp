@@ -293,7 +293,10 @@ bool readArguments(const std::vector<std::string> &words, Arguments &arguments, 
     }
     // After an interrupted installation the old application may stand beside its place.
     const bool interrupted = !posix::entryExists(arguments.hostBundle);
-    const std::string host = interrupted ? backupPathFor(arguments.hostBundle) : arguments.hostBundle;
+    const std::string whole = wholePathFor(arguments.hostBundle);
+    const std::string host = isOwnBackup(whole) ? whole
+                             : interrupted      ? backupPathFor(arguments.hostBundle)
+                                                : arguments.hostBundle;
     if (!posix::isDirectory(host) || !readBundleInfo(host, installed) || installed.identifier.empty()) {
         why = arguments.hostBundle + " is no application with a bundle identifier";
         return false;

@@ -270,6 +270,11 @@ TEST_F(InstallerTool, WhatAnInterruptedInstallationLeftIsUndoneFirst) {
             ASSERT_TRUE(QDir().rename(app, copied ? whole : backup));
             if (copied)
                 tx::test::writeFile(app + u"/Contents/half"_s, "of it");
+            tx::installer::Arguments read;
+            std::string why;
+            EXPECT_TRUE(tx::installer::readArguments(
+                {"99999", fresh.toStdString(), app.toStdString(), archive.toStdString()}, read, why))
+                << why;
             NoStaging files;
             files.putsBack = putsBack;
             std::string log;
