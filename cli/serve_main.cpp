@@ -12,6 +12,7 @@
 #include <chrono>
 #include <cstdio>
 #include <mutex>
+#include <optional>
 #include <thread>
 
 using namespace Qt::StringLiterals;
@@ -38,6 +39,21 @@ const char *contentTypeFor(const QString &suffix) {
             return row.type;
     }
     return "application/octet-stream";
+}
+
+/// What a file holds while nobody writes to it: a feed that is rewritten in place must not be mixed of its
+/// old and its new half. Absent when it never comes to rest.
+std::optional<QByteArray> settledContent(QFile &file) {
+    constexpr int tries = 50;
+    QByteArray before = file.readAll();
+    for (int i = 0; i < tries; ++i) {
+        file.seek(0);
+        QByteArray again = file.readAll();
+        if (again == before)
+            return again;
+        before = std::move(again);
+    }
+    return std::nullopt;
 }
 
 class Server {
@@ -99,6 +115,14 @@ private:
         }
         const auto size = static_cast<size_t>(content->size());
         const char *type = contentTypeFor(QFileInfo(path).suffix());
+        constexpr size_t document = 1 << 20;
+        if (size <= document && m_rate == 0) {
+            const std::optional<QByteArray> whole = settledContent(*content);
+            response.status = whole ? 200 : 503;
+            response.set_content(whole ? whole->toStdString() : "The file is being written.\n",
+                                 whole ? type : "text/plain");
+            return;
+        }
         if (size == 0) {
             response.set_content("", type);
             return;

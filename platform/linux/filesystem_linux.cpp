@@ -43,7 +43,17 @@ public:
     NativeOutputFile(posix::Descriptor fd, QString path)
         : m_fd(std::move(fd))
         , m_path(std::move(path)) {}
-    TXError write(QByteArrayView data) override { return writeAll(m_fd.get(), data, m_path); }
+    TXError write(QByteArrayView data) override {
+        TXError error = writeAll(m_fd.get(), data, m_path);
+        // The disk begins while more is coming, so that little is left for the end.
+        constexpr off_t step = 8 << 20;
+        m_length += data.size();
+        if (m_length - m_begun >= step) {
+            (void)sync_file_range(m_fd.get(), m_begun, m_length - m_begun, SYNC_FILE_RANGE_WRITE);
+            m_begun = m_length;
+        }
+        return error;
+    }
     TXError sync() override {
         return fdatasync(m_fd.get()) == 0 ? TXError() : posixError(errno, u"Cannot write to"_s, m_path);
     }
@@ -51,6 +61,8 @@ public:
 private:
     posix::Descriptor m_fd;
     QString m_path;
+    off_t m_length = 0;
+    off_t m_begun = 0; ///< up to which the disk was told to write
 };
 
 class NativeLock final : public FileLock {

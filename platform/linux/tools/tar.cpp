@@ -33,7 +33,10 @@ public:
     enum Kind { Plain, Gzip, Bzip2 };
     explicit Input(Kind kind)
         : m_kind(kind)
-        , m_gzip(kind == Gzip ? gzdopen(dup(STDIN_FILENO), "rb") : nullptr) {}
+        , m_gzip(kind == Gzip ? gzdopen(dup(STDIN_FILENO), "rb") : nullptr) {
+        if (m_gzip)
+            gzbuffer(m_gzip, 1U << 17);
+    }
     ~Input() {
         if (m_gzip)
             gzclose(m_gzip);
