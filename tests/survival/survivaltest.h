@@ -114,15 +114,24 @@ protected:
         }
         return result;
     }
+    /// Looks more than once: while one process starts the next and ends, a single look may miss both.
+    bool hasSurvivors() const {
+        for (int look = 0; look < 4; ++look) {
+            if (!survivors().isEmpty())
+                return true;
+            usleep(3000);
+        }
+        return false;
+    }
     /// Waits for the processes of this test to end, and ends those that take longer.
     bool endSurvivors(int milliseconds) const {
         QElapsedTimer timer;
         timer.start();
-        while (!survivors().isEmpty()) {
+        while (hasSurvivors()) {
             if (timer.elapsed() >= milliseconds) {
                 for (const pid_t pid : survivors())
                     kill(pid, SIGKILL);
-                (void)waitUntil([this] { return survivors().isEmpty(); });
+                (void)waitUntil([this] { return !hasSurvivors(); });
                 return false;
             }
             usleep(5000);
@@ -168,7 +177,7 @@ protected:
             host.waitForFinished();
             break;
         }
-        while (!survivors().isEmpty()) {
+        while (hasSurvivors()) {
             const bool hung = hasHung();
             if (!hung && timer.elapsed() < longest) {
                 usleep(5000);
