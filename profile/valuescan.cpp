@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "profile/valuescan.h"
 
+#include <cmath>
 #include <limits>
 
 namespace tx {
@@ -61,7 +62,8 @@ qint64 integerValue(const QVariant &value) {
         return Scanner(value.toString()).integer().value_or(0);
     case QMetaType::Double: {
         constexpr double limit = 9.2e18;
-        return static_cast<qint64>(std::clamp(value.toDouble(), -limit, limit));
+        const double number = value.toDouble();
+        return std::isnan(number) ? 0 : static_cast<qint64>(std::clamp(number, -limit, limit));
     }
     case QMetaType::Bool:
     case QMetaType::Int:

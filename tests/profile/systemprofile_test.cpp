@@ -13,6 +13,8 @@
 
 #include <csignal>
 
+#include <limits>
+
 using namespace Qt::StringLiterals;
 using Profile = TXUpdateSystemProfile;
 using tx::Processor;
@@ -170,7 +172,9 @@ TEST(SystemProfile, IntegerValues) {
         {QVariantList{1}, 0},
         {u"-9223372036854775809"_s, std::numeric_limits<qint64>::min()},
         {u"9223372036854775808"_s, std::numeric_limits<qint64>::max()},
-        {std::numeric_limits<double>::infinity(), 9200000000000000000}};
+        {std::numeric_limits<double>::infinity(), 9200000000000000000},
+        {std::numeric_limits<double>::quiet_NaN(), 0},
+    };
     for (const auto &[value, number] : cases)
         EXPECT_EQ(tx::integerValue(value), number) << value.toString().toStdString();
 }
