@@ -118,9 +118,21 @@ private:
         constexpr size_t document = 1 << 20;
         if (size <= document && m_rate == 0) {
             const std::optional<QByteArray> whole = settledContent(*content);
-            response.status = whole ? 200 : 503;
-            response.set_content(whole ? whole->toStdString() : "The file is being written.\n",
-                                 whole ? type : "text/plain");
+            if (!whole) {
+                response.status = 503;
+                response.set_content("The file is being written.\n", "text/plain");
+                return;
+            }
+            if (whole->isEmpty()) {
+                response.set_content("", type);
+                return;
+            }
+            // Not as a plain content, which the library compresses, at length.
+            response.set_content_provider(
+                static_cast<size_t>(whole->size()), type,
+                [data = *whole](size_t offset, size_t length, httplib::DataSink &sink) {
+                    return sink.write(data.constData() + offset, length);
+                });
             return;
         }
         if (size == 0) {
