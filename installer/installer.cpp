@@ -198,7 +198,11 @@ private:
     /// the whole copy back after an interruption.
     posix::FileError swapByCopying() {
         const std::string parent = posix::parentOf(m_arguments.hostBundle);
+        struct stat host {};
+        (void)lstat(m_arguments.hostBundle.c_str(), &host);
         posix::FileError error = m_files.copyTree(m_arguments.hostBundle, m_backup);
+        if (!error && geteuid() == 0)
+            error = m_files.changeOwner(m_backup, host.st_uid, host.st_gid);
         if (!error)
             error = m_files.syncFileSystem(m_backup);
         if (!error)

@@ -10,8 +10,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <dirent.h>
 #include <fcntl.h>
+#include <filesystem>
 #include <iconv.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -176,20 +176,16 @@ private:
 
 /// Moves what was unpacked to its place; entries of the same names go.
 bool publish(const std::string &staging, const std::string &folder, const char *tool) {
-    DIR *stream = opendir(staging.c_str());
-    if (!stream)
-        return fail(tool, staging, std::strerror(errno)) == 0;
+    std::error_code error;
     std::vector<std::string> names;
-    while (const dirent *entry = readdir(stream)) {
-        const std::string name = entry->d_name;
-        if (name != "." && name != "..")
-            names.push_back(name);
-    }
-    closedir(stream);
+    for (const auto &entry : std::filesystem::directory_iterator(staging, error))
+        names.push_back(entry.path().filename().string());
+    if (error)
+        return fail(tool, staging, error.message().c_str()) == 0;
     for (const std::string &name : names) {
         const std::string target = folder + '/' + name;
-        if (posix::FileError error = posix::removeTree(target))
-            return fail(tool, error.path, std::strerror(error.number)) == 0;
+        if (posix::FileError failure = posix::removeTree(target))
+            return fail(tool, failure.path, std::strerror(failure.number)) == 0;
         if (rename((staging + '/' + name).c_str(), target.c_str()) != 0)
             return fail(tool, target, std::strerror(errno)) == 0;
     }
