@@ -4,8 +4,6 @@
 #include "platform/linux/posixfiles.h"
 #include "platform/linux/userfolders.h"
 
-#include <plist/plist.h>
-
 #include <cerrno>
 #include <climits>
 #include <cstdio>
@@ -28,33 +26,17 @@ namespace tx {
 
 namespace {
 
-constexpr size_t maximumInfoSize = 4 << 20;
+constexpr size_t maximumSize = 4 << 20;
 
 std::string readSmallFile(const std::string &path) {
     std::ifstream file(path, std::ios::binary);
     std::string content;
     char buffer[16384];
-    while (file && content.size() < maximumInfoSize) {
+    while (file && content.size() < maximumSize) {
         file.read(buffer, sizeof buffer);
         content.append(buffer, static_cast<size_t>(file.gcount()));
     }
     return content;
-}
-
-std::string stringMember(plist_t dictionary, const char *key) {
-    plist_t node = plist_dict_get_item(dictionary, key);
-    if (!node || plist_get_node_type(node) != PLIST_STRING)
-        return {};
-    char *value = nullptr;
-    plist_get_string_val(node, &value);
-    std::string text = value ? value : "";
-    std::free(value);
-    return text;
-}
-
-bool isFile(const std::string &path) {
-    struct stat info {};
-    return stat(path.c_str(), &info) == 0 && S_ISREG(info.st_mode);
 }
 
 std::string realPath(const std::string &path) {
@@ -108,37 +90,6 @@ posix::Descriptor lockFor(const std::string &bundlePath) {
     (void)!write(statusPipe, &number, sizeof number);
     _exit(127);
 }
-
-} // namespace
-
-bool readBundleInfo(const std::string &bundlePath, BundleInfo &info) {
-    std::string contents = bundlePath + "/Contents";
-    if (!isFile(contents + "/Info.plist"))
-        contents = bundlePath;
-    const std::string data = readSmallFile(contents + "/Info.plist");
-    plist_t root = nullptr;
-    if (!data.empty())
-        plist_from_memory(data.data(), static_cast<uint32_t>(data.size()), &root);
-    if (!root)
-        return false;
-    const std::unique_ptr<void, decltype(&plist_free)> owner(root, &plist_free);
-    if (plist_get_node_type(root) != PLIST_DICT)
-        return false;
-    info.identifier = stringMember(root, "CFBundleIdentifier");
-    const std::string name = stringMember(root, "CFBundleExecutable");
-    info.executable.clear();
-    if (!name.empty() && name.find('/') == std::string::npos) {
-        for (const char *folder : {"/Linux/", "/MacOS/", "/"}) {
-            if (isFile(contents + folder + name)) {
-                info.executable = contents + folder + name;
-                break;
-            }
-        }
-    }
-    return true;
-}
-
-namespace {
 
 /// Calls `visit` with each process that can be examined: its number, its folder in /proc and its executable.
 void forEachProcess(const std::function<void(pid_t, const std::string &, const std::string &)> &visit) {

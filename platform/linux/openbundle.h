@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "platform/linux/bundleinfo.h"
+
 #include <string>
 #include <sys/types.h>
 #include <vector>
@@ -8,15 +10,6 @@
 /// Starting of application bundles without Qt, shared by the workspace, the `open` tool, the relaunch tool
 /// and the installer tool. Thread: any.
 namespace tx {
-
-/// What the framework needs of a bundle's Info.plist.
-struct BundleInfo {
-    std::string identifier; ///< CFBundleIdentifier; empty when absent
-    std::string executable; ///< full path of the executable; empty when it names no file in the bundle
-};
-
-/// Reads `Contents/Info.plist` or `Info.plist` of the bundle, XML or binary. False when there is none.
-[[nodiscard]] bool readBundleInfo(const std::string &bundlePath, BundleInfo &info);
 
 /// The processes that run `executable`, by their executable's path or, for a script, by the path that its
 /// interpreter was given. Only processes that this user may examine are found.
