@@ -9,6 +9,7 @@
 #include "platform/format.h"
 #include "platform/frameworkresources.h"
 #include "platform/localization.h"
+#include "platform/readyword.h"
 #include "platform/services.h"
 #include "platform/tasks.h"
 
@@ -152,9 +153,15 @@ bool TXUpdateInstallerClient::launchToolToInstallURL(const QString &application,
     request.ownSession = true;
     TXLog(TXLogLevelStep, u"TXUpdate: Launching installer %@"_s,
           {u'(' + request.arguments.join(u", "_s) + u')'});
+    request.readsOutput = true;
     const tx::Result<std::unique_ptr<tx::Task>> task = services().tasks->start(request);
-    if (task)
-        return true;
+    if (task) {
+        const QString why = tx::waitForReadyWord(**task, services().installerReadyTime);
+        if (why.isNull())
+            return true;
+        TXLog(TXLogLevelFailure, u"TXUpdate: The installer tool is not ready. %@"_s, {why});
+        return fail(error, installError(u"The installer tool cannot do its work. "_s + why));
+    }
     const QString reason = task.error().localizedDescription();
     TXLog(TXLogLevelFailure, u"TXUpdate: Installer task failed to launch. %@"_s, {reason});
     return fail(error, TXError(TXCocoaErrorDomain, 0,

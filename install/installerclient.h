@@ -8,7 +8,8 @@
 /// Hands an unpacked application over to the installer tool and ends this process.
 ///
 /// The tool is copied into the update cache directory, started with this process's identifier and the paths
-/// of the new application, the host bundle and the archive, and takes over when this process has gone.
+/// of the new application, the host bundle and the archive, and says when it is ready; without that word
+/// this process stays. It takes over when this process has gone.
 /// Thread: main. Errors: domain "TXUpdater", or NSCocoaErrorDomain when the tool could not be started.
 class TXUpdateInstallerClient {
 public:

@@ -23,6 +23,10 @@ posix::FileError Files::copyTree(const std::string &from, const std::string &to)
     return posix::copyTree(from, to);
 }
 
+posix::FileError Files::makeDirectory(const std::string &path) {
+    return mkdir(path.c_str(), 0700) == 0 ? posix::FileError{} : posix::FileError{errno, path};
+}
+
 posix::FileError Files::removeTree(const std::string &path) { return posix::removeTree(path); }
 
 posix::FileError Files::removeFile(const std::string &path) {

@@ -16,6 +16,7 @@ public:
     virtual posix::FileError exchange(const std::string &a, const std::string &b);
     /// As root, only what belongs to the owner of the tree is copied.
     virtual posix::FileError copyTree(const std::string &from, const std::string &to);
+    virtual posix::FileError makeDirectory(const std::string &path);
     virtual posix::FileError removeTree(const std::string &path);
     virtual posix::FileError removeFile(const std::string &path);
     virtual posix::FileError changeOwner(const std::string &path, uid_t owner, gid_t group);

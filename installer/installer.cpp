@@ -35,48 +35,85 @@ public:
         , m_whole(wholePathFor(arguments.hostBundle)) {}
 
     int run() {
-        if (!waitForEnd(m_arguments.hostProcess, m_context.hostLimit)) {
-            m_context.log("the application (process " + std::to_string(m_arguments.hostProcess) +
-                          ") does not end; it was not replaced");
-            return StatusTryLater;
+        int refusal = lock();
+        if (refusal == StatusDone)
+            refusal = awaitHost();
+        if (refusal != StatusDone) {
+            unlock();
+            // The host stays, as it did not hear that it may end. One that has gone all the same comes back.
+            if (!m_isInstalledByAnother && waitForEnd(m_arguments.hostProcess, std::chrono::milliseconds(0)))
+                (void)open(refusal);
+            return refusal;
         }
-        if (!lock())
-            return StatusTryLater;
-        repair();
-        int status = stage();
+        int status = lockFolder() ? StatusDone : StatusTryLater;
+        if (status == StatusDone) {
+            repair();
+            status = stage();
+        }
         if (status == StatusDone)
             status = swap();
         if (status == StatusDone)
             clean();
         unlock();
-        const std::string why = m_context.open(m_arguments.hostBundle, m_context.session);
-        if (!why.empty()) {
-            m_context.log(why);
-            if (status == StatusDone)
-                status = StatusCannotOpen;
-        }
-        return status;
+        return open(status);
     }
 
 private:
-    /// One installation of an application at a time, and none while another host downloads into the folder of
-    /// the new one. Where no lock can be made, installing fails too, or is alone.
-    bool lock() {
+    /// Opens what stands at the application's place; `status`, or that it cannot be opened.
+    int open(int status) {
+        const std::string why = m_context.open(m_arguments.hostBundle, m_context.session);
+        if (why.empty())
+            return status;
+        m_context.log(why);
+        return status == StatusDone ? StatusCannotOpen : status;
+    }
+
+    /// One installation of an application at a time. Without the lock there is no installation: somebody may
+    /// hold it, and where it cannot be made, nothing else can be made either.
+    int lock() {
         const posix::FileError error = m_files.lock(lockPathFor(m_arguments.hostBundle), m_lock);
-        if (error.number == EWOULDBLOCK) {
+        m_isInstalledByAnother = error.number == EWOULDBLOCK;
+        if (m_isInstalledByAnother)
             m_context.log("another installation of " + m_arguments.hostBundle + " is running");
-            return false;
-        }
-        if (error)
+        else if (error)
             m_context.log("cannot lock " + describe(error));
+        return error ? StatusTryLater : StatusDone;
+    }
+
+    /// No installation while another host downloads into the folder of the new application. The host that
+    /// started this one holds the lock until it ends.
+    bool lockFolder() {
         // Made by the host; an archive that is installed by hand has none.
-        const std::string folderLock = posix::parentOf(m_arguments.archive) + ".lock";
-        if (posix::entryExists(folderLock) && m_files.lock(folderLock, m_folderLock).number == EWOULDBLOCK) {
+        const std::string path = posix::parentOf(m_arguments.archive) + ".lock";
+        const posix::FileError error =
+            posix::entryExists(path) ? m_files.lock(path, m_folderLock) : posix::FileError{};
+        if (error.number == EWOULDBLOCK)
             m_context.log("another copy of the application uses " + posix::parentOf(m_arguments.archive));
-            unlock();
-            return false;
+        else if (error)
+            m_context.log("cannot lock " + describe(error));
+        return !error;
+    }
+
+    /// Finds out whether the application can be replaced, tells the host that it may end, and waits for that.
+    int awaitHost() {
+        // By making what will be made: the host is still there to say that it cannot be.
+        removeLeftover(m_staged);
+        posix::FileError error = m_files.makeDirectory(m_staged);
+        if (!error)
+            error = m_files.removeTree(m_staged);
+        if (error) {
+            m_context.log("nothing can be put beside the application: " + describe(error));
+            return StatusCannotStage;
         }
-        return true;
+        if (m_context.ready && !m_context.ready()) {
+            m_context.log("the application does not wait for its replacement any more");
+            return StatusTryLater;
+        }
+        if (waitForEnd(m_arguments.hostProcess, m_context.hostLimit))
+            return StatusDone;
+        m_context.log("the application (process " + std::to_string(m_arguments.hostProcess) +
+                      ") does not end; it was not replaced");
+        return StatusTryLater;
     }
 
     void unlock() {
@@ -259,6 +296,7 @@ private:
     const std::string m_whole;
     posix::Descriptor m_lock;
     posix::Descriptor m_folderLock;
+    bool m_isInstalledByAnother = false;
     bool m_renamed = false;
 };
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "installer/files.h"
+#include "platform/installerstatus.h"
 
 #include <chrono>
 #include <functional>
@@ -9,16 +10,6 @@
 #include <vector>
 
 namespace tx::installer {
-
-/// Exit statuses.
-enum Status : int {
-    StatusDone = 0,
-    StatusUsage = 64,       ///< the arguments are wrong; nothing was touched
-    StatusCannotStage = 73, ///< the new application could not be put beside the old one
-    StatusCannotSwap = 74,  ///< the two could not be exchanged
-    StatusTryLater = 75,    ///< the host does not end, or another installation of it is running
-    StatusCannotOpen = 76,  ///< installed, but the new application could not be started
-};
 
 /// The command line.
 struct Arguments {
@@ -45,6 +36,9 @@ struct Context {
     /// Opens an application; the reason when it cannot.
     std::function<std::string(const std::string &bundle, const Session &session)> open;
     std::function<void(const std::string &line)> log;
+    /// Tells the host that it may end: called once the arguments are checked, the lock is held and the place
+    /// is known to take the new application. False when no host listens; nothing is changed then.
+    std::function<bool()> ready;
 };
 
 /// Reads the command line; `why` says what is wrong with it.

@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
 // TXUpdateInstaller PID NEW-APPLICATION HOST-BUNDLE ARCHIVE: waits until the process PID has ended, replaces
-// HOST-BUNDLE by NEW-APPLICATION in one step and opens it as the user who ran the host.
+// HOST-BUNDLE by NEW-APPLICATION in one step and opens it as the user who ran the host. Writes "ready" to its
+// standard output before it waits, or why it cannot replace HOST-BUNDLE.
 
+#include "installer/hostanswer.h"
 #include "installer/installer.h"
 
 #include "platform/linux/openbundle.h"
@@ -15,7 +17,10 @@
 
 namespace {
 
+tx::installer::HostAnswer answer;
+
 void report(const std::string &line) {
+    answer.note(line);
     std::fprintf(stderr, "TXUpdateInstaller: %s\n", line.c_str());
     syslog(LOG_ERR, "%s", line.c_str());
 }
@@ -43,6 +48,7 @@ int main(int argc, char **argv) {
     std::string why;
     if (!readArguments(std::vector<std::string>(argv + 1, argv + argc), arguments, why)) {
         report(why);
+        answer.refuse();
         return StatusUsage;
     }
     Files files;
@@ -62,5 +68,8 @@ int main(int argc, char **argv) {
         options.group = session.group;
         return tx::openBundle(application, options).error;
     };
-    return install(arguments, context);
+    context.ready = [] { return answer.ready(); };
+    const int status = install(arguments, context);
+    answer.refuse();
+    return status;
 }

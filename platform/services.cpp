@@ -48,6 +48,7 @@ Services &services() {
         systemControlText,
         systemProfilerPath,
         std::chrono::seconds(10),
+        std::chrono::seconds(30),
         std::chrono::minutes(5),
         std::chrono::seconds(1),
         std::chrono::seconds(5),

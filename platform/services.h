@@ -57,6 +57,8 @@ struct Services {
     std::function<QString()> systemProfilerPath;
     /// How long it may take before it is ended.
     std::chrono::milliseconds systemProfilerTime;
+    /// How long the installer tool may take to say that it is ready.
+    std::chrono::milliseconds installerReadyTime;
     /// How long it may take until all of a feed has come.
     std::chrono::milliseconds feedTimeLimit;
     /// How long a visible check shows that it runs, and how long after its start an application checks first.

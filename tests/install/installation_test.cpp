@@ -85,7 +85,7 @@ TEST_F(Installing, HandsTheUnpackedApplicationToTheInstaller) {
     tx::test::FaultFileSystem files;
     files.observer = [](const QString &operation, const QString &p) {
         if (operation == u"replaceFile" && p.endsWith(u".environment"_s))
-            tx::test::writeFile(TXUpdateInstallerClient::executableOfTool(), "#!/bin/sh\nexit 0\n",
+            tx::test::writeFile(TXUpdateInstallerClient::executableOfTool(), "#!/bin/sh\necho ready\n",
                                 QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
     };
     QSignalSpy installing(update.get(), &TXUpdate::isInstallingChanged);

@@ -5,10 +5,12 @@
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
 #include "tests/support/fakes.h"
+#include "tests/support/processes.h"
 
 #include <QCoreApplication>
 #include <QLocale>
 
+#include <csignal>
 #include <sys/stat.h>
 
 using namespace Qt::StringLiterals;
@@ -61,6 +63,73 @@ TEST_F(InstallerClient, StartsTheToolFromItsCopyAndEndsTheProcess) {
         testing::ElementsAre(u"TXUpdate: Installing needs no authorization"_s,
                              u"TXUpdate: Launching installer (%1)"_s.arg(expectedArguments().join(u", "_s)),
                              u"TXUpdate: installer task launched successfully. Exiting now..."_s));
+}
+
+/// A script in the place of the tool's copy, started for real.
+class InstallerWord : public InstallerClient {
+protected:
+    tx::test::FaultFileSystem files;
+    QByteArray script;
+
+    InstallerWord() {
+        tasks.runsForReal = true;
+        files.observer = [this](const QString &operation, const QString &p) {
+            if (operation == u"replaceFile" && p.endsWith(u".environment"_s) && !script.isNull())
+                tx::test::writeFile(TXUpdateInstallerClient::executableOfTool(),
+                                    "#!/bin/sh\necho $$ > '" + path(u"pid"_s).toUtf8() + "'\n" + script,
+                                    QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        };
+    }
+    bool isRunning() const { return tx::test::isAlive(tx::test::readFile(path(u"pid"_s)).toLongLong()); }
+};
+
+TEST_F(InstallerWord, ProcessEndsOnceTheToolIsReadyAndTheToolStays) {
+    EXPECT_EQ(tx::services().installerReadyTime, std::chrono::seconds(30));
+    script = "printf rea; echo dy; exec sleep 1000\n";
+    EXPECT_TRUE(client->installUnarchivedApp(application, archive, &error));
+    EXPECT_EQ(exits, QList<int>{0});
+    EXPECT_TRUE(isRunning());
+    kill(static_cast<pid_t>(tx::test::readFile(path(u"pid"_s)).toLongLong()), SIGKILL);
+}
+
+TEST_F(InstallerWord, WithoutTheWordTheHostStaysWithTheToolsReason) {
+    struct Case {
+        QByteArray script;
+        QString reason;
+    };
+    for (const Case &c :
+         {Case{"exit 3\n", u"It ended with status 3 and gave no reason."_s},
+          Case{"kill -9 $$\n", u"It ended with status 137 and gave no reason."_s},
+          Case{"echo the disk is full; exit 73\n", u"the disk is full"_s},
+          Case{"echo ready when you are; exit 0\n", u"ready when you are"_s},
+          Case{"printf ready; exit 0\n", u"ready"_s}, Case{"echo; echo ready; exit 0\n", u"ready"_s},
+          Case{"echo no; exec > /dev/null; exec sleep 1000\n", u"no"_s},
+          Case{"exec yes\n", QString::fromLatin1(QByteArray("y\n").repeated(2048).trimmed())},
+          Case{"exec sleep 1000\n", u"It did not say within 0.7 seconds that it is ready."_s},
+          Case{"echo busy; exec sleep 1000\n",
+               u"It did not say within 0.7 seconds that it is ready. busy"_s}}) {
+        SCOPED_TRACE(c.script.constData());
+        tx::services().installerReadyTime = std::chrono::milliseconds(700);
+        script = c.script;
+        error = {};
+        EXPECT_FALSE(client->installUnarchivedApp(application, archive, &error));
+        expectReason(u"The installer tool cannot do its work. "_s + c.reason);
+        EXPECT_TRUE(exits.isEmpty());
+        EXPECT_TRUE(tx::test::waitUntil([this] { return !isRunning(); })) << "the tool has been ended";
+        EXPECT_FALSE(QFileInfo::exists(TXUpdateInstallerClient::copyOfTool()));
+        EXPECT_FALSE(QFileInfo::exists(TXUpdateInstallerClient::environmentRecord()));
+    }
+}
+
+TEST_F(InstallerWord, RealToolNamesWhatIsWrong) {
+    tx::test::makeBundle(application, {.identifier = u"org.example.Other"_s});
+    EXPECT_FALSE(client->installUnarchivedApp(application, archive, &error));
+    EXPECT_THAT(
+        error.localizedFailureReason().toStdString(),
+        testing::HasSubstr("the identifiers differ: org.example.Other would replace org.example.Host"));
+    EXPECT_THAT(logLines().join(u'\n').toStdString(),
+                testing::HasSubstr("TXUpdate: The installer tool is not ready. the identifiers differ"));
+    EXPECT_TRUE(exits.isEmpty());
 }
 
 TEST_F(InstallerClient, SessionIsRecordedForTheUserAlone) {

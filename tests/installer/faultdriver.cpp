@@ -53,6 +53,9 @@ public:
         }
         return at("copy", to, [&] { return Files::copyTree(from, to); });
     }
+    FileError makeDirectory(const std::string &path) override {
+        return at("make", path, [&] { return Files::makeDirectory(path); });
+    }
     FileError removeTree(const std::string &path) override {
         if (m_mode == "half" && m_done + 1 == m_call) {
             std::filesystem::remove_all(path + "/Contents/Linux");

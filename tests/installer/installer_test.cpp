@@ -330,14 +330,111 @@ TEST_F(InstallerTool, NothingIsPutBackWhileAnInstallationRuns) {
 TEST_F(InstallerTool, LinkInPlaceOfTheLockIsNotFollowed) {
     const QString lock = QString::fromStdString(tx::lockPathFor(app.toStdString()));
     tx::test::writeFile(path(u"victim"_s), "kept");
-    ASSERT_TRUE(QFile::link(path(u"victim"_s), lock));
-    ASSERT_TRUE(QFile::link(path(u"made"_s), path(u"cache.lock"_s)));
-    const ProcessResult result = runTool(arguments(endedProcess()));
-    EXPECT_EQ(result.status, 0);
-    EXPECT_THAT(result.errors.toStdString(), testing::HasSubstr("cannot lock"));
-    EXPECT_TRUE(isNew());
+    const QString folderLock = path(u"cache.lock"_s);
+    for (const auto &[link, target] :
+         {std::pair{lock, path(u"victim"_s)}, std::pair{folderLock, path(u"made"_s)}}) {
+        SCOPED_TRACE(link.toStdString());
+        ASSERT_TRUE(QFile::link(target, link));
+        const ProcessResult result = runTool(arguments(endedProcess()));
+        EXPECT_EQ(result.status, 75) << "without its locks it does nothing";
+        EXPECT_THAT(result.errors.toStdString(), testing::HasSubstr("cannot lock " + link.toStdString()));
+        EXPECT_TRUE(isOld());
+        EXPECT_EQ(tx::test::treeOf(fresh), newTree);
+        ASSERT_TRUE(waitUntil([this] { return ran() == "old"; })) << "the application comes back";
+        ASSERT_TRUE(QFile::remove(link));
+        ASSERT_TRUE(QFile::remove(path(u"ran"_s)));
+    }
     EXPECT_EQ(tx::test::readFile(path(u"victim"_s)), QByteArray("kept"));
     EXPECT_FALSE(QFileInfo::exists(path(u"made"_s)));
+}
+
+TEST_F(InstallerTool, SaysThatItIsReadyHoldsItsLockAndWaits) {
+    QProcess host;
+    host.start(u"sleep"_s, {u"1000"_s});
+    ASSERT_TRUE(host.waitForStarted());
+    QProcess installer;
+    installer.start(tool(), arguments(QString::number(host.processId())));
+    QByteArray said;
+    ASSERT_TRUE(waitUntil([&] { return (said += installer.readAllStandardOutput()).endsWith('\n'); }));
+    EXPECT_EQ(said, QByteArray("ready\n"));
+    const QString output = u"/proc/%1/fd/1"_s.arg(installer.processId());
+    EXPECT_TRUE(waitUntil([&] { return QFileInfo(output).symLinkTarget() == u"/dev/null"; }))
+        << "what it says later does not end it";
+    EXPECT_EQ(runTool(arguments(endedProcess())).status, 75) << "the lock is held while it waits";
+    EXPECT_TRUE(isOld());
+    host.kill();
+    host.waitForFinished();
+    ASSERT_TRUE(installer.waitForFinished(20000));
+    EXPECT_EQ(installer.exitCode(), 0);
+    EXPECT_TRUE(isNew());
+}
+
+TEST_F(InstallerTool, RefusalIsSaidInsteadOfTheWordWhileTheHostRuns) {
+    QProcess host;
+    host.start(u"sleep"_s, {u"1000"_s});
+    ASSERT_TRUE(host.waitForStarted());
+    const QString pid = QString::number(host.processId());
+    tx::test::makeBundle(path(u"Other.app"_s), {.identifier = u"org.example.Other"_s});
+    const QString lock = QString::fromStdString(tx::lockPathFor(app.toStdString()));
+    const auto takeLock = [&](const QString &target) { return QFile::link(target, lock); };
+    struct Case {
+        QStringList words;
+        QString lockTarget;
+        int status;
+        std::string reason;
+    };
+    for (const Case &c :
+         {Case{{}, {}, 64, "usage:"},
+          Case{{pid, path(u"Other.app"_s), app, archive}, {}, 64, "identifiers differ"},
+          Case{{pid, fresh, app, archive}, path(u"elsewhere"_s), 75, "cannot lock " + lock.toStdString()}}) {
+        SCOPED_TRACE(c.reason);
+        if (!c.lockTarget.isNull()) {
+            ASSERT_TRUE(takeLock(c.lockTarget));
+        }
+        const ProcessResult result = runTool(c.words);
+        EXPECT_EQ(result.status, c.status);
+        EXPECT_THAT(result.output.toStdString(), testing::HasSubstr(c.reason));
+        EXPECT_THAT(result.output.toStdString(), testing::Not(testing::HasSubstr("ready")));
+        EXPECT_TRUE(isOld());
+    }
+    EXPECT_TRUE(ran().isEmpty()) << "the host still runs: nothing is opened";
+    host.kill();
+    host.waitForFinished();
+}
+
+TEST_F(InstallerTool, HostThatDoesNotListenAnyMoreIsNotReplaced) {
+    QProcess host;
+    host.start(u"sleep"_s, {u"1000"_s});
+    ASSERT_TRUE(host.waitForStarted());
+    // A pipe whose other end is closed, as after a host that has given up.
+    const ProcessResult result = runProcess(
+        u"bash"_s, QStringList{u"-c"_s, u"exec 1> >(:); wait $!; exec \"$@\""_s, u"bash"_s, tool()} +
+                       arguments(QString::number(host.processId())));
+    EXPECT_EQ(result.status, 75);
+    EXPECT_THAT(result.errors.toStdString(), testing::HasSubstr("does not wait for its replacement"));
+    EXPECT_TRUE(isOld());
+    EXPECT_EQ(tx::test::treeOf(fresh), newTree);
+    EXPECT_TRUE(strays().isEmpty());
+    EXPECT_TRUE(ran().isEmpty());
+    host.kill();
+    host.waitForFinished();
+}
+
+TEST_F(InstallerTool, PlaceThatTakesNothingIsFoundOutBeforeTheHostEnds) {
+    QProcess host;
+    host.start(u"sleep"_s, {u"1000"_s});
+    ASSERT_TRUE(host.waitForStarted());
+    const ProcessResult result =
+        runProcess(QStringLiteral(TEST_HELPERS) + u"/installer_fault_driver"_s,
+                   QStringList{u"fail"_s, u"2"_s} + arguments(QString::number(host.processId())));
+    EXPECT_EQ(result.status, tx::installer::StatusCannotStage) << "at once, and not after its end";
+    EXPECT_THAT(result.output.toStdString(), testing::HasSubstr("2 make "));
+    EXPECT_THAT(result.output.toStdString(), testing::Not(testing::HasSubstr("opened")));
+    EXPECT_THAT(result.errors.toStdString(), testing::HasSubstr("nothing can be put beside"));
+    EXPECT_TRUE(isOld());
+    EXPECT_EQ(tx::test::treeOf(fresh), newTree);
+    host.kill();
+    host.waitForFinished();
 }
 
 TEST_F(InstallerTool, NewOwnerCannotPutALinkInTheWay) {
@@ -392,8 +489,8 @@ TEST_F(InstallerTool, ReadOnlyFolderLeavesTheOldApplicationAndOpensIt) {
     } else {
         result = runTool(arguments(pid));
     }
-    EXPECT_EQ(result.status, 73) << result.errors.constData();
-    EXPECT_THAT(result.errors.toStdString(), testing::HasSubstr("cannot be put into place"));
+    EXPECT_EQ(result.status, 75) << result.errors.constData();
+    EXPECT_THAT(result.errors.toStdString(), testing::HasSubstr("cannot lock"));
     ASSERT_EQ(chmod(folder.toUtf8().constData(), 0700), 0);
     EXPECT_TRUE(isOld());
     EXPECT_EQ(tx::test::treeOf(fresh), newTree) << "a later try finds it";

@@ -62,7 +62,7 @@ private:
     FileSystem *m_before;
 };
 
-/// Records what is started. Runs it for real only when told to.
+/// Records what is started. Runs it for real only when told to; an installer tool that is not run is ready.
 class RecordingTasks : public Tasks {
 public:
     RecordingTasks();

@@ -2,6 +2,7 @@
 // The installer tool, as installer/main.cpp has it, on a file system that follows a fault plan: the file
 // beside its Info.plist, as there is next to no environment.
 
+#include "installer/hostanswer.h"
 #include "installer/installer.h"
 #include "platform/linux/openbundle.h"
 #include "tests/survival/faultplan.h"
@@ -26,6 +27,9 @@ public:
     }
     FileError copyTree(const std::string &from, const std::string &to) override {
         return at("installer copy", to, [&] { return Files::copyTree(from, to); });
+    }
+    FileError makeDirectory(const std::string &path) override {
+        return at("installer make", path, [&] { return Files::makeDirectory(path); });
     }
     FileError removeTree(const std::string &path) override {
         return at("installer remove", path, [&] { return Files::removeTree(path); });
@@ -72,17 +76,21 @@ int main(int argc, char **argv) {
     (void)!readlink((contents + "/plan").c_str(), planPath, sizeof planPath - 1);
     tx::test::FaultPlan plan(planPath);
     const std::string logPath = std::string(planPath) + ".log";
-    const auto log = [&logPath](const std::string &line) {
+    HostAnswer answer;
+    const auto log = [&](const std::string &line) {
+        answer.note(line);
         std::ofstream(logPath, std::ios::app) << line << '\n';
     };
     if (plan.at("installer start") != 0) {
         log("the installer could not start");
+        answer.refuse();
         return 1;
     }
     Arguments arguments;
     std::string why;
     if (!readArguments(std::vector<std::string>(argv + 1, argv + argc), arguments, why)) {
         log(why);
+        answer.refuse();
         return StatusUsage;
     }
     PlannedFiles files(plan);
@@ -98,5 +106,8 @@ int main(int argc, char **argv) {
         options.environment = session.environment;
         return tx::openBundle(application, options).error;
     };
-    return install(arguments, context);
+    context.ready = [&answer] { return answer.ready(); };
+    const int status = install(arguments, context);
+    answer.refuse();
+    return status;
 }
