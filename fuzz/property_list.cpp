@@ -4,6 +4,7 @@
 #include "fuzz/target.h"
 #include "platform/propertylist.h"
 #include "profile/measure.h"
+#include "tests/support/agreement.h"
 
 void fuzz(const QByteArray &input) {
     for (const tx::Processor processor : {tx::Processor::X86, tx::Processor::Arm64}) {
@@ -12,6 +13,10 @@ void fuzz(const QByteArray &input) {
         check(!profile.JSONDictionary().isEmpty());
     }
     const auto value = tx::readPropertyList(input);
+    // The tools' own reader refuses more, but never sees anything else.
+    const auto plain =
+        tx::plain::readPropertyList(std::string_view(input.constData(), static_cast<size_t>(input.size())));
+    check(!plain || !value || tx::test::isSame(*plain, *value));
     if (!value)
         return;
     for (const tx::PropertyListFormat format : {tx::PropertyListFormat::Xml, tx::PropertyListFormat::Binary})

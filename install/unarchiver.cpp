@@ -22,6 +22,7 @@
 #include <QFileInfo>
 
 #include <array>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 
@@ -127,10 +128,19 @@ QString TXUpdateUnarchiver::pipeArchive(std::FILE *archive, const QString &comma
     }
     environment << u"TXUPDATE_UNARCHIVER_DESTINATION="_s + destination
                 << u"TXUPDATE_UNARCHIVER_LIMIT="_s + QString::number(tx::archiveLimits().unpacked);
-    tx::Result<std::unique_ptr<tx::Task>> task = services().tasks->start({.program = u"/bin/sh"_s,
-                                                                          .arguments = {u"-c"_s, command},
-                                                                          .environment = environment,
-                                                                          .writesInput = true});
+    tx::TaskRequest request{.program = u"/bin/sh"_s,
+                            .arguments = {u"-c"_s, command},
+                            .environment = environment,
+                            .writesInput = true};
+    tx::Result<std::unique_ptr<tx::Task>> task = services().tasks->start(request);
+    if (!task && task.error().code() == ENOENT) {
+        // A machine without a shell: the same words without it.
+        request.arguments = command.split(u' ');
+        const QString tool = request.arguments.takeFirst();
+        request.arguments.last() = destination;
+        request.program = tx::frameworkResourcesPath() + (tool == u"tar" ? u"/Archives/"_s : u"/"_s) + tool;
+        task = services().tasks->start(request);
+    }
     if (!task)
         return tx::localizedFormat(u"Opening the pipe for the archive failed %d."_s,
                                    {QString::number(task.error().code())});

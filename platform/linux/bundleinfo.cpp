@@ -1,39 +1,31 @@
 // SPDX-License-Identifier: MIT
 #include "platform/linux/bundleinfo.h"
 
-#include <plist/plist.h>
+#include "platform/plainpropertylist.h"
 
-#include <cstdlib>
 #include <fstream>
-#include <memory>
 #include <sys/stat.h>
 
 namespace tx {
 
 namespace {
 
-constexpr size_t maximumInfoSize = 4 << 20;
-
+/// One that is larger than a property list may be comes back too large to be read as one.
 std::string readSmallFile(const std::string &path) {
     std::ifstream file(path, std::ios::binary);
     std::string content;
     char buffer[16384];
-    while (file && content.size() < maximumInfoSize) {
+    while (file && content.size() <= plain::maximumDocument) {
         file.read(buffer, sizeof buffer);
         content.append(buffer, static_cast<size_t>(file.gcount()));
     }
     return content;
 }
 
-std::string stringMember(plist_t dictionary, const char *key) {
-    plist_t node = plist_dict_get_item(dictionary, key);
-    if (!node || plist_get_node_type(node) != PLIST_STRING)
-        return {};
-    char *value = nullptr;
-    plist_get_string_val(node, &value);
-    std::string text = value ? value : "";
-    std::free(value);
-    return text;
+std::string stringMember(const plain::Value &dictionary, const char *key) {
+    const plain::Value *value = dictionary.member(key);
+    const std::string *text = value ? value->text() : nullptr;
+    return text ? *text : std::string();
 }
 
 bool isFile(const std::string &path) {
@@ -48,16 +40,12 @@ bool readBundleInfo(const std::string &bundlePath, BundleInfo &info) {
     if (!isFile(contents + "/Info.plist"))
         contents = bundlePath;
     const std::string data = readSmallFile(contents + "/Info.plist");
-    plist_t root = nullptr;
-    if (!data.empty())
-        plist_from_memory(data.data(), static_cast<uint32_t>(data.size()), &root);
-    if (!root)
+    const std::optional<plain::Value> root = plain::readPropertyList(data);
+    if (!root || !std::holds_alternative<plain::Dictionary>(root->content))
         return false;
-    const std::unique_ptr<void, decltype(&plist_free)> owner(root, &plist_free);
-    if (plist_get_node_type(root) != PLIST_DICT)
-        return false;
-    info.identifier = stringMember(root, "CFBundleIdentifier");
-    const std::string name = stringMember(root, "CFBundleExecutable");
+    info.identifier = stringMember(*root, "CFBundleIdentifier");
+    info.executableName = stringMember(*root, "CFBundleExecutable");
+    const std::string &name = info.executableName;
     info.executable.clear();
     if (!name.empty() && name.find('/') == std::string::npos) {
         for (const char *folder : {"/Linux/", "/MacOS/", "/"}) {

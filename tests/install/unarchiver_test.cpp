@@ -210,6 +210,17 @@ TEST_F(Unarchiver, ManyEntries) {
     EXPECT_TRUE(QFileInfo::exists(application + u"/Contents/Resources/99/99999"_s));
 }
 
+TEST_P(UnarchiverKind, WithoutAShellTheToolIsStartedItself) {
+    tx::test::RecordingTasks tasks;
+    tasks.runsForReal = true;
+    tasks.failing = [](const tx::TaskRequest &request) { return request.program == u"/bin/sh" ? ENOENT : 0; };
+    unarchive(archive(GetParam(), newBuild()));
+    EXPECT_TRUE(error.isNull()) << error.toString().toStdString();
+    EXPECT_EQ(tx::test::treeOf(application), tx::test::treeOf(path(u"staging/New.app"_s)));
+    ASSERT_EQ(tasks.started.size(), 2);
+    EXPECT_EQ(tasks.started.last().arguments.last(), folder);
+}
+
 TEST_F(Unarchiver, PipeThatCannotBeOpenedIsReported) {
     tx::test::RecordingTasks tasks;
     tasks.failing = [](const tx::TaskRequest &) { return EMFILE; };

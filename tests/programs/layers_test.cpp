@@ -3,6 +3,8 @@
 #include "tests/support/environment.h"
 #include "tests/support/processes.h"
 
+#include <QDirIterator>
+
 using namespace Qt::StringLiterals;
 using tx::test::runProcess;
 
@@ -26,12 +28,47 @@ TEST(House, LibraryShowsItsInterfaceOnly) {
     EXPECT_FALSE(symbols.output.contains(" T main"));
 }
 
-TEST(House, StandAloneToolsLinkNoQt) {
-    for (const QString &tool :
-         {u"TXUpdateInstaller.app/Contents/MacOS/TXUpdateInstaller"_s, u"TXUpdateLauncher"_s, u"open"_s}) {
-        const auto libraries = runProcess(u"ldd"_s, {QStringLiteral(TEST_RESOURCES) + u'/' + tool});
-        EXPECT_FALSE(libraries.output.contains("Qt6")) << tool.toStdString() << libraries.output.constData();
+/// The libraries that a program names for the loader.
+QStringList neededLibraries(const QString &program) {
+    const auto read = runProcess(u"readelf"_s, {u"--dynamic"_s, u"--wide"_s, program});
+    EXPECT_EQ(read.status, 0) << read.errors.constData();
+    QStringList libraries;
+    for (const QByteArray &line : read.output.split('\n')) {
+        if (line.contains("(NEEDED)"))
+            libraries += QString::fromUtf8(line).section(u'[', 1).section(u']', 0, 0);
     }
+    return libraries;
+}
+
+/// Everything in the framework's resources that can be started, but the one that uses the bundle's Qt.
+TEST(House, ToolsNeedNothingButTheCLibrary) {
+    const QString resources = QStringLiteral(TEST_RESOURCES);
+    const bool sanitized = !QStringLiteral(TEST_SANITIZERS).isEmpty();
+    QStringList tools;
+    QDirIterator it(resources, QDir::Files | QDir::Executable, QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        const QString file = it.next();
+        const QString name = QFileInfo(file).fileName();
+        if (name.endsWith(u".so") || name == u"TXUpdateReveal")
+            continue;
+        tools += name;
+        const QStringList needed = neededLibraries(file);
+        EXPECT_TRUE(sanitized || needed.contains(u"libc.so.6"_s)) << name.toStdString();
+        for (const QString &library : needed) {
+            // A build with sanitizers is for tests alone; they bring the compiler's shared libraries with
+            // them.
+            const bool isCompilers =
+                sanitized && (library.startsWith(u"libstdc++.") || library.startsWith(u"libgcc_s.") ||
+                              library.contains(u"san."));
+            EXPECT_TRUE(isCompilers || library.startsWith(u"libc.so.") || library.startsWith(u"libm.so.") ||
+                        library.startsWith(u"ld-linux"))
+                << name.toStdString() << " needs " << library.toStdString();
+        }
+    }
+    tools.sort();
+    EXPECT_EQ(tools,
+              (QStringList{u"TXUpdateAuthorize"_s, u"TXUpdateInstaller"_s, u"TXUpdateLauncher"_s, u"ditto"_s,
+                           u"hdiutil"_s, u"open"_s, u"system_profiler"_s, u"tar"_s, u"xattr"_s}));
 }
 
 /// What README.md tells a host to do: install, find the package, link, find the resources.

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "platform/linux/tools/diskimages.h"
 
-#include "platform/linux/tools/plistxml.h"
 #include "platform/linux/tools/systemfiles.h"
+#include "platform/plainpropertylist.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -73,22 +73,18 @@ bool run(std::vector<std::string> words) {
     return child > 0 && WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
-plist_t nodeOf(const Image &image) {
-    plist_t node = plist_new_dict();
-    plist_dict_set_item(node, "image-path", plist_new_string(image.file.c_str()));
-    plist_t entities = plist_new_array();
+plain::Value valueOf(const Image &image) {
+    plain::Array entities;
     for (const Entity &entity : image.entities) {
         // A device that is mounted twice stands there twice.
         for (size_t i = 0; i < std::max<size_t>(entity.mountPoints.size(), 1); ++i) {
-            plist_t entry = plist_new_dict();
-            plist_dict_set_item(entry, "dev-entry", plist_new_string(entity.device.c_str()));
+            plain::Dictionary entry{{"dev-entry", {entity.device}}};
             if (i < entity.mountPoints.size())
-                plist_dict_set_item(entry, "mount-point", plist_new_string(entity.mountPoints[i].c_str()));
-            plist_array_append_item(entities, entry);
+                entry.push_back({"mount-point", {entity.mountPoints[i]}});
+            entities.push_back({entry});
         }
     }
-    plist_dict_set_item(node, "system-entities", entities);
-    return node;
+    return {plain::Dictionary{{"image-path", {image.file}}, {"system-entities", {entities}}}};
 }
 
 } // namespace
@@ -119,12 +115,10 @@ std::vector<Image> attachedImages(const std::string &root) {
 }
 
 std::string asPropertyList(const std::vector<Image> &images) {
-    plist_t root = plist_new_dict();
-    plist_t list = plist_new_array();
+    plain::Array list;
     for (const Image &image : images)
-        plist_array_append_item(list, nodeOf(image));
-    plist_dict_set_item(root, "images", list);
-    return report::takeXml(root);
+        list.push_back(valueOf(image));
+    return plain::writePropertyList({plain::Dictionary{{"images", {list}}}});
 }
 
 std::string asText(const std::vector<Image> &images) {

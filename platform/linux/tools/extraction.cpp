@@ -40,9 +40,10 @@ la_int64_t limitInForce() {
 /// True when the first part of `name` is UTF-8: the framework can name, and so clear, what stands there.
 bool hasReadableTop(const std::string &name) {
     const std::string top = name.substr(0, name.find('/'));
-    iconv_t converter = iconv_open("UTF-32LE", "UTF-8");
+    // Both are built into the C library: the files of its other converters may be missing.
+    iconv_t converter = iconv_open("UCS-4LE", "UTF-8");
     if (converter == iconv_t(-1))
-        return true;
+        return false;
     std::vector<char> output(4 * top.size() + 4);
     char *from = const_cast<char *>(top.data());
     char *to = output.data();

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "platform/linux/tools/systemreport.h"
 
-#include "platform/linux/tools/plistxml.h"
+#include "platform/plainpropertylist.h"
 
 #include <map>
 
@@ -9,25 +9,25 @@ namespace tx::report {
 
 namespace {
 
-plist_t nodeOf(const std::vector<Item> &items);
+plain::Value valueOf(const std::vector<Item> &items);
 
-plist_t nodeOf(const Item::Value &value) {
+plain::Value valueOf(const Item::Value &value) {
     if (const auto *text = std::get_if<std::string>(&value))
-        return plist_new_string(text->c_str());
+        return {*text};
     if (const auto *number = std::get_if<uint64_t>(&value))
-        return plist_new_uint(*number);
-    return nodeOf(std::get<std::vector<Item>>(value));
+        return {static_cast<int64_t>(*number)};
+    return valueOf(std::get<std::vector<Item>>(value));
 }
 
-plist_t nodeOf(const std::vector<Item> &items) {
-    plist_t array = plist_new_array();
+plain::Value valueOf(const std::vector<Item> &items) {
+    plain::Array array;
     for (const Item &item : items) {
-        plist_t dictionary = plist_new_dict();
+        plain::Dictionary dictionary;
         for (const auto &[key, value] : item.members)
-            plist_dict_set_item(dictionary, key.c_str(), nodeOf(value));
-        plist_array_append_item(array, dictionary);
+            dictionary.push_back({key, valueOf(value)});
+        array.push_back({dictionary});
     }
-    return array;
+    return {array};
 }
 
 /// What a person reads instead of a key.
@@ -88,14 +88,11 @@ void Item::add(const std::string &key, std::vector<Item> items) {
 }
 
 std::string asPropertyList(const std::vector<Section> &sections) {
-    plist_t root = plist_new_array();
-    for (const Section &section : sections) {
-        plist_t dictionary = plist_new_dict();
-        plist_dict_set_item(dictionary, "_dataType", plist_new_string(section.dataType.c_str()));
-        plist_dict_set_item(dictionary, "_items", nodeOf(section.items));
-        plist_array_append_item(root, dictionary);
-    }
-    return takeXml(root);
+    plain::Array root;
+    for (const Section &section : sections)
+        root.push_back(
+            {plain::Dictionary{{"_dataType", {section.dataType}}, {"_items", valueOf(section.items)}}});
+    return plain::writePropertyList({root});
 }
 
 std::string asText(const std::vector<Section> &sections) {
