@@ -2,6 +2,7 @@
 #include "cli/supervisor.h"
 
 #include "cli/commands.h"
+#include "platform/installerstatus.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -17,6 +18,8 @@ namespace tx::cli {
 namespace {
 
 int reportPipe = -1;
+/// Added to the number of the signal that ended a process.
+constexpr int bySignal = 128;
 
 int statusOf(pid_t process) {
     int status = 0;
@@ -24,7 +27,26 @@ int statusOf(pid_t process) {
         if (errno != EINTR)
             return ExitFailed;
     }
-    return WIFEXITED(status) ? WEXITSTATUS(status) : ExitFailed;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : bySignal + WTERMSIG(status);
+}
+
+/// What became of the application, by the installer's exit status.
+QString outcomeOf(int status) {
+    switch (status) {
+    case installer::StatusUsage:
+        return u"the installer was started wrongly; the application is unchanged"_s;
+    case installer::StatusCannotStage:
+        return u"the new version could not be put beside the application, which is unchanged"_s;
+    case installer::StatusCannotSwap:
+        return u"the application could not be exchanged for the new version and is unchanged"_s;
+    case installer::StatusTryLater:
+        return u"the application is in use or is being installed by somebody else; it is unchanged, try again later"_s;
+    case installer::StatusCannotOpen:
+        return u"the new version is installed, but it could not be started"_s;
+    default:
+        return u"the installer ended before it was done; the application is complete, in its old or its new "
+               "version: run this command again"_s;
+    }
 }
 
 } // namespace
@@ -48,11 +70,13 @@ std::optional<int> superviseInstallation() {
         installer = reported;
     close(ends[0]);
     const int status = statusOf(worker);
+    if (status > bySignal)
+        return ExitFailed;
     if (status != ExitDone || installer == 0)
         return status;
     const int installed = statusOf(installer);
     if (installed != 0) {
-        complain(u"the installer failed with status %1; the application is unchanged"_s.arg(installed));
+        complain(u"%1 (installer status %2)"_s.arg(outcomeOf(installed)).arg(installed));
         return ExitFailed;
     }
     std::puts("Installed.");

@@ -6,6 +6,7 @@
 #include "install/unarchiver.h"
 #include "install/update_p.h"
 #include "install/updatedownload.h"
+#include "platform/applicationcheck.h"
 #include "platform/directories.h"
 #include "platform/filesystem.h"
 #include "platform/format.h"
@@ -15,6 +16,7 @@
 #include "platform/workspace.h"
 
 #include <TarvixUpdate/TXLog.h>
+#include <TarvixUpdate/TXUpdateHost.h>
 
 #include <QFileInfo>
 #include <QPointer>
@@ -59,6 +61,17 @@ void UpdateInstallation::install_doUnarchive(TXUpdate &update) {
 void UpdateInstallation::install_doInstall(TXUpdate &update, const QString &application) {
     TXLog(TXLogLevelStep, u"TXUpdate: Beginning install"_s);
     TXError error;
+    // Such an application is of no use in the Downloads folder either.
+    if (const QString why =
+            application.isNull()
+                ? QString()
+                : whyApplicationCannotStart(application, TXUpdateHost::host()->bundle().bundlePath());
+        !why.isNull()) {
+        TXLog(TXLogLevelFailure, u"[TXUpdate] The new application is not installed. %@"_s, {why});
+        install_failed(
+            update, TXError(updaterErrorDomain, 0, u"The application update could not be installed."_s, why));
+        return;
+    }
     if (TXUpdateInstallerClient::sharedInstance()->installUnarchivedApp(application, update.downloadPath(),
                                                                         &error))
         return;

@@ -2,6 +2,7 @@
 #include "installer/installer.h"
 
 #include "platform/linux/openbundle.h"
+#include "platform/linux/startable.h"
 
 #include <cerrno>
 #include <cstring>
@@ -176,9 +177,11 @@ private:
             error = limitSpecialBits(special);
         if (!error)
             error = m_files.syncFileSystem(m_staged);
-        if (!error)
+        // It may have changed since this tool first looked at it.
+        const std::string why = error ? describe(error) : whyItCannotStart(m_staged, m_arguments.hostBundle);
+        if (why.empty())
             return StatusDone;
-        m_context.log("the new application cannot be put into place: " + describe(error));
+        m_context.log("the new application cannot be put into place: " + why);
         unstage();
         return StatusCannotStage;
     }
@@ -347,11 +350,8 @@ bool readArguments(const std::vector<std::string> &words, Arguments &arguments, 
         why = "the identifiers differ: " + fresh.identifier + " would replace " + installed.identifier;
         return false;
     }
-    if (fresh.executable.empty()) {
-        why = arguments.newApplication + " has no executable";
-        return false;
-    }
-    return true;
+    why = whyItCannotStart(arguments.newApplication, arguments.hostBundle);
+    return why.empty();
 }
 
 int install(const Arguments &arguments, Context &context) { return Installation(arguments, context).run(); }

@@ -105,6 +105,25 @@ TEST_F(Installing, HandsTheUnpackedApplicationToTheInstaller) {
     EXPECT_LT(log.indexOf(u"TXUpdate: Beginning unarchive"_s), log.indexOf(u"TXUpdate: Beginning install"_s));
 }
 
+TEST_F(WithoutInstaller, ApplicationThatCannotStartIsNeitherInstalledNorOffered) {
+    QDir(cache).removeRecursively();
+    ASSERT_TRUE(QFile::setPermissions(path(u"staging/MyApp.app/Contents/Linux/Program"_s),
+                                      QFile::ReadOwner | QFile::WriteOwner));
+    tx::test::makeArchive(cache + u"/MyApp - 2000.zip"_s, tx::test::ArchiveKind::Zip,
+                          tx::test::entriesOf(path(u"staging/MyApp.app"_s)));
+    chmod(cache.toUtf8().constData(), 0700);
+    installAndWait();
+    EXPECT_EQ(error.domain(), u"TXUpdater"_s);
+    EXPECT_EQ(error.localizedDescription(), u"The application update could not be installed."_s);
+    EXPECT_THAT(error.localizedFailureReason().toStdString(),
+                testing::HasSubstr("its executable Contents/Linux/Program may not be executed"));
+    for (const tx::TaskRequest &started : tasks.started)
+        EXPECT_FALSE(started.program.endsWith(u"/TXUpdateInstaller"_s));
+    EXPECT_TRUE(tx::test::namesIn(*tx::downloadsDirectory()).isEmpty());
+    EXPECT_TRUE(alerts.isEmpty());
+    EXPECT_TRUE(exits.isEmpty());
+}
+
 TEST_F(Installing, IsIgnoredBeforeTheDownloadAndWhileInstalling) {
     update->setDownloaded(false);
     install();

@@ -402,6 +402,35 @@ TEST_F(InstallerTool, RefusalIsSaidInsteadOfTheWordWhileTheHostRuns) {
     host.waitForFinished();
 }
 
+TEST_F(InstallerTool, ApplicationThatCannotStartDoesNotReplaceOneThatCan) {
+    const QByteArray file = QFile::encodeName(fresh + u"/Contents/Linux/Program"_s);
+    ASSERT_EQ(chmod(file.constData(), 0644), 0);
+    const ProcessResult before = runTool(arguments(endedProcess()));
+    EXPECT_EQ(before.status, 64);
+    EXPECT_THAT(before.output.toStdString(), testing::HasSubstr("it lacks its execute bit"));
+    EXPECT_TRUE(isOld());
+    // And one that loses it while the tool waits.
+    ASSERT_EQ(chmod(file.constData(), 0755), 0);
+    QProcess host;
+    host.start(u"sleep"_s, {u"1000"_s});
+    ASSERT_TRUE(host.waitForStarted());
+    QProcess installer;
+    installer.start(tool(), arguments(QString::number(host.processId())));
+    ASSERT_TRUE(waitUntil([&] { return installer.readAllStandardOutput() == "ready\n"; }));
+    ASSERT_EQ(chmod(file.constData(), 0644), 0);
+    newTree = tx::test::treeOf(fresh);
+    host.kill();
+    host.waitForFinished();
+    ASSERT_TRUE(installer.waitForFinished(20000));
+    EXPECT_EQ(installer.exitCode(), 73);
+    EXPECT_THAT(installer.readAllStandardError().toStdString(),
+                testing::HasSubstr("it lacks its execute bit"));
+    EXPECT_TRUE(isOld());
+    EXPECT_EQ(tx::test::treeOf(fresh), newTree);
+    EXPECT_TRUE(strays().isEmpty());
+    ASSERT_TRUE(waitUntil([this] { return ran() == "old"; }));
+}
+
 TEST_F(InstallerTool, HostThatDoesNotListenAnyMoreIsNotReplaced) {
     QProcess host;
     host.start(u"sleep"_s, {u"1000"_s});
