@@ -200,7 +200,8 @@ QByteArray asUtf8(const QByteArray &data) {
         return data.mid(3);
     QStringDecoder decoder(*encoding);
     const QString text = decoder.decode(data);
-    return decoder.hasError() ? QByteArray() : text.toUtf8();
+    // The decoder lets halves of characters pass, which would become question marks.
+    return decoder.hasError() || !text.isValidUtf16() ? QByteArray() : text.toUtf8();
 }
 
 Result<TXUpdateFeed::TrackMap> readJsonFeed(const QByteArray &data, const ReaderContext &context) {

@@ -239,6 +239,16 @@ TEST_F(JsonReader, EncodingsWithAByteOrderMark) {
     }
 }
 
+TEST_F(JsonReader, DocumentMayBeNestedTwoHundredDeep) {
+    EXPECT_TRUE(bool(read("{\"release\":[{\"x\":" + QByteArray(200, '[') + QByteArray(200, ']') + "}]}")));
+}
+
+/// UTF-16 with its byte order mark, whatever the text holds.
+QByteArray utf16(std::u16string_view text) {
+    const std::u16string marked = u"\uFEFF" + std::u16string(text);
+    return {reinterpret_cast<const char *>(marked.data()), static_cast<qsizetype>(marked.size() * 2)};
+}
+
 class JsonReaderFailure : public JsonReader, public testing::WithParamInterface<QByteArray> {};
 
 TEST_P(JsonReaderFailure, WholeFeedIsRefusedWithAReason) {
@@ -259,6 +269,8 @@ INSTANTIATE_TEST_SUITE_P(
                     QByteArray("{\"release\":[{\"title\":\"\\ud800\"}]}"),
                     QByteArray("{\"release\":[{\"title\":\"\\udc00x\"}]}"),
                     QByteArray("{\"release\":[{\"title\":\"a\nb\"}]}"),
+                    utf16(u"{\"release\":[{\"title\":\"\xd800\"}]}"), // half of a character
+                    QByteArray("{\"release\":[{\"x\":" + QByteArray(300, '[') + QByteArray(300, ']') + "}]}"),
                     QByteArray("{\"a\":" + QByteArray(5000, '[')),
                     QByteArray("{\"a\":" + QByteArray(5000, '[') + QByteArray(5000, ']') + "}"),
                     QByteArray("\xfe\xff\xd8\x00", 4)));
