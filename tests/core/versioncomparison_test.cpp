@@ -36,6 +36,9 @@ INSTANTIATE_TEST_SUITE_P(
                     Comparison{u"1.0"_s, u"1.0.0"_s, -1}, Comparison{u"10.10"_s, u"10.9"_s, 1},
                     Comparison{QString(), u""_s, 0}, Comparison{QString(), u"1"_s, -1},
                     Comparison{u"1.99999999999"_s, u"1.99999999998"_s, 0}, // both at the limit
+                    Comparison{u"2147483648"_s, u"2147483647"_s, 0},       // and not wrapped around it
+                    Comparison{u"4294967296"_s, u"2147483646"_s, 1},
+                    Comparison{u"99999999999999999999999"_s, u"1"_s, 1},
                     Comparison{u"2147483646"_s, u"2147483647"_s, -1}, Comparison{u"00000000001"_s, u"1"_s, 0},
                     Comparison{u"\u0661"_s, u"1"_s, 0},           // an Arabic-Indic one
                     Comparison{u"1\u066110"_s, u"1111"_s, -1},    // 1 1 10 is one run: 1110

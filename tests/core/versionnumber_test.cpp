@@ -35,6 +35,8 @@ TEST_P(VersionNumberParse, GivesItsParts) {
     EXPECT_EQ(TXVersionNumber::parseAsMajorMinorPatch(c.text).has_value(), c.format == 0);
 }
 
+constexpr quint64 largest = 9223372036854775807;
+
 INSTANTIATE_TEST_SUITE_P(
     Texts, VersionNumberParse,
     testing::Values(ParseCase{u"1.2"_s, 0, u"1.2"_s, 1, 2, 0, 5, {}, 0},
@@ -59,7 +61,8 @@ INSTANTIATE_TEST_SUITE_P(
                     ParseCase{u"1.2b3c"_s, 1, u"1.2b3c"_s, 0, 0, 0, 5, {}, 0},
                     ParseCase{u"1.2 3"_s, 1, u"1.2 3"_s, 0, 0, 0, 5, {}, 0},
                     ParseCase{u""_s, 1, u""_s, 0, 0, 0, 5, {}, 0},
-                    ParseCase{u"4294967297.1"_s, 0, u"1.1"_s, 4294967297, 1, 0, 5, {}, 0}));
+                    ParseCase{u"4294967297.1"_s, 0, u"1.1"_s, 4294967297, 1, 0, 5, {}, 0},
+                    ParseCase{u"9223372036854775808"_s, 0, u"4294967295.0"_s, largest, 0, 0, 5, {}, 0}));
 
 struct OrderCase {
     QString smaller;

@@ -6,6 +6,7 @@
 #include "core/settings.h"
 #include "install/unarchiver.h"
 #include "installer/installer.h"
+#include "mover/movejob.h"
 #include "platform/linux/openbundle.h"
 #include "platform/mainbundle.h"
 #include "platform/userdefaults.h"
@@ -315,6 +316,25 @@ TEST_F(Disks, HomeOnAnotherFileSystemThanTheApplication) {
     EXPECT_EQ(treeOf(app), newTree);
     EXPECT_EQ(namesIn(path(u"opt"_s)), QStringList{u"Host.app"_s});
     EXPECT_TRUE(namesIn(cache).isEmpty());
+}
+
+TEST_F(Disks, TrashThatAllUsersShareIsUsedOnlyWhenItIsSticky) {
+    const bool isVolume = mountAt(disk, "tmpfs", "size=1m");
+    const QString user = QString::number(getuid());
+    const QString home = path(u"home/.local/share/Trash"_s);
+    struct Case {
+        mode_t mode;
+        QString trash;
+    };
+    for (const auto &[mode, trash] :
+         {Case{0777, disk + u"/.Trash-"_s + user}, Case{01777, disk + u"/.Trash/"_s + user}}) {
+        QDir().mkpath(disk + u"/.Trash"_s);
+        ASSERT_EQ(chmod(QFile::encodeName(disk + u"/.Trash"_s).constData(), mode), 0);
+        const QString name = u"of mode %1"_s.arg(mode, 0, 8);
+        writeFile(disk + u'/' + name, "x");
+        EXPECT_TRUE(tx::removeItemAtPath(disk + u'/' + name));
+        EXPECT_TRUE(QFileInfo::exists((isVolume ? trash : home) + u"/files/"_s + name)) << name.toStdString();
+    }
 }
 
 TEST_F(Disks, ExtendedAttributesThatTheTargetCannotKeepAreNoObstacle) {

@@ -39,9 +39,12 @@ TEST_F(Bundle, ExecutableUnderMacOSIsFoundAndOneOutsideIsNot) {
     QDir().rename(path(u"A.app/Contents/Linux"_s), path(u"A.app/Contents/MacOS"_s));
     EXPECT_EQ(TXBundle(path(u"A.app"_s)).executablePath(), path(u"A.app/Contents/MacOS/Program"_s));
     tx::test::makeBundle(path(u"B.app"_s), {.executable = u"Program"_s});
-    tx::test::writeFile(path(u"B.app/Contents/Info.plist"_s),
-                        tx::writePropertyList(QVariantMap{{u"CFBundleExecutable"_s, u"../../A.app/x"_s}}));
-    EXPECT_TRUE(TXBundle(path(u"B.app"_s)).executablePath().isNull());
+    QDir().mkpath(path(u"B.app/Contents/Linux/folder"_s));
+    for (const QString &name : {u"../../../A.app/Contents/MacOS/Program"_s, u"folder"_s, u"missing"_s}) {
+        tx::test::writeFile(path(u"B.app/Contents/Info.plist"_s),
+                            tx::writePropertyList(QVariantMap{{u"CFBundleExecutable"_s, name}}));
+        EXPECT_TRUE(TXBundle(path(u"B.app"_s)).executablePath().isNull()) << name.toStdString();
+    }
 }
 
 TEST_F(Bundle, BrokenOrMissingInfoIsEmpty) {
@@ -62,6 +65,8 @@ TEST_F(Bundle, HoldsItsExecutable) {
     EXPECT_EQ(tx::bundlePathForExecutable(path(u"flat/run"_s)), path(u"flat"_s));
     EXPECT_EQ(tx::bundlePathForExecutable(path(u"flat/bin/run"_s)), path(u"flat"_s));
     EXPECT_EQ(tx::bundlePathForExecutable(path(u"plain/deep/er/run"_s)), path(u"plain/deep/er"_s));
+    QDir().mkpath(path(u"plain/deep/Linux"_s));
+    EXPECT_EQ(tx::bundlePathForExecutable(path(u"plain/deep/Linux/run"_s)), path(u"plain/deep/Linux"_s));
 }
 
 TEST_F(Bundle, RunningExecutableIsThisOne) {

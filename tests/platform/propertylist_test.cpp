@@ -101,6 +101,23 @@ TEST(PropertyList, CharactersThatXmlCannotHoldAreReplaced) {
                                                                                       "b"}}));
     ASSERT_TRUE(bool(read));
     EXPECT_EQ(read->toMap().value(u"k"_s), u"a\uFFFDb"_s);
+    const auto others = tx::readPropertyList(tx::writePropertyList(u"\uFFFE\uFFFF\t\n\uFFFD"_s));
+    ASSERT_TRUE(bool(others)) << others.error().toString().toStdString();
+    EXPECT_EQ(*others, u"\uFFFD\uFFFD\t\n\uFFFD"_s);
+}
+
+TEST(PropertyList, DepthAndSizeHaveTheirLimits) {
+    // The outermost one is at depth 0.
+    for (const int arrays : {129, 130}) {
+        const auto read = tx::readPropertyList("<plist>" + QByteArray("<array>").repeated(arrays) +
+                                               QByteArray("</array>").repeated(arrays) + "</plist>");
+        EXPECT_EQ(bool(read), arrays == 129) << arrays;
+    }
+    const auto large = tx::readPropertyList(QByteArray((64 << 20) + 1, ' '));
+    ASSERT_FALSE(bool(large));
+    EXPECT_EQ(large.error().localizedFailureReason(), u"it is too large"_s);
+    const auto largest = tx::readPropertyList("<plist><true/></plist>" + QByteArray((64 << 20) - 22, ' '));
+    EXPECT_TRUE(bool(largest));
 }
 
 class BrokenPropertyList : public testing::TestWithParam<QByteArray> {};

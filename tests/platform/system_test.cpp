@@ -114,6 +114,10 @@ TEST_F(Volumes, RemovableIsWhatTheDeviceOrItsDiskSays) {
     EXPECT_TRUE(tx::deviceIsRemovable(u"/dev/sdb1"_s, sys));
     EXPECT_FALSE(tx::deviceIsRemovable(u"/dev/sda"_s, sys));
     EXPECT_FALSE(tx::deviceIsRemovable(u"tmpfs"_s, sys));
+    for (const QByteArray said : {"", "2\n", "yes\n"}) {
+        tx::test::writeFile(sys + u"/devices/pci/sda/removable"_s, said);
+        EXPECT_FALSE(tx::deviceIsRemovable(u"/dev/sda"_s, sys)) << said.constData();
+    }
     EXPECT_TRUE(tx::deviceIsLoop(u"/dev/loop3"_s));
     EXPECT_FALSE(tx::deviceIsLoop(u"/dev/sda"_s));
 }

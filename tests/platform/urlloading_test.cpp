@@ -68,6 +68,16 @@ TEST_F(UrlLoading, FollowsRedirectsButNotForEver) {
     server.expect("GET", "/a", HttpReply::redirect("/b"));
     server.expect("GET", "/b", HttpReply::json("{}"));
     EXPECT_EQ(load(server.url(u"/a"_s)).response.body, QByteArray("{}"));
+    for (const int redirects : {16, 17}) {
+        FeedServer chain;
+        chain.always([redirects](const tx::test::HttpRequest &request) {
+            const int number = request.path().mid(1).toInt();
+            return number == redirects ? HttpReply::json("{}")
+                                       : HttpReply::redirect('/' + QByteArray::number(number + 1));
+        });
+        EXPECT_EQ(load(chain.url(u"/0"_s)).response.body, QByteArray(redirects == 16 ? "{}" : ""))
+            << redirects;
+    }
     FeedServer loop;
     loop.always([](const tx::test::HttpRequest &) { return HttpReply::redirect("/again"); });
     EXPECT_EQ(load(loop.url(u"/a"_s)).error.code(), tx::UrlErrorHTTPTooManyRedirects);

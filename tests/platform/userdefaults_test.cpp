@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "platform/filesystem.h"
+#include "platform/mainbundle.h"
 #include "platform/userdefaults.h"
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
@@ -47,6 +48,22 @@ TEST_F(Defaults, AbsentAndMistypedValuesReadAsNothing) {
     ASSERT_TRUE(defaults.setValue(u"k"_s, QVariantList{1}).isNull());
     EXPECT_TRUE(defaults.stringValue(u"k"_s).isNull());
     EXPECT_FALSE(defaults.dateValue(u"k"_s).isValid());
+    ASSERT_TRUE(defaults.setValue(u"k"_s, 5).isNull());
+    EXPECT_TRUE(defaults.stringValue(u"k"_s).isNull()) << "a number is not a text";
+    ASSERT_TRUE(defaults.setValue(u"k"_s, u"2026-01-15T12:00:00Z"_s).isNull());
+    EXPECT_FALSE(defaults.dateValue(u"k"_s).isValid()) << "nor is a text a date";
+}
+
+TEST_F(Defaults, TextsCountAsTrueOnlyWhenTheySaySo) {
+    UserDefaults defaults(file);
+    for (const QString &text : {u"yes"_s, u"YES"_s, u"true"_s, u"True"_s, u"1"_s}) {
+        ASSERT_TRUE(defaults.setValue(u"k"_s, text).isNull());
+        EXPECT_TRUE(defaults.boolValue(u"k"_s)) << text.toStdString();
+    }
+    for (const QString &text : {u"no"_s, u"false"_s, u"0"_s, u"2"_s, u"on"_s, u" yes"_s, u""_s}) {
+        ASSERT_TRUE(defaults.setValue(u"k"_s, text).isNull());
+        EXPECT_FALSE(defaults.boolValue(u"k"_s)) << text.toStdString();
+    }
 }
 
 TEST_F(Defaults, FileIsReadableByAPersonAndByTheUserAlone) {
@@ -149,6 +166,25 @@ TEST_F(Defaults, FirstTextWins) {
     UserDefaults defaults(file);
     EXPECT_EQ(defaults.textOrSet(u"id"_s, u"one"_s), u"one"_s);
     EXPECT_EQ(UserDefaults(file).textOrSet(u"id"_s, u"two"_s), u"one"_s);
+}
+
+TEST_F(Defaults, TextThatAnotherProcessStoredMeanwhileWins) {
+    tx::test::FaultFileSystem files;
+    bool cameInBetween = false;
+    files.observer = [&](const QString &operation, const QString &) {
+        if (operation == u"lock" && !std::exchange(cameInBetween, true)) {
+            EXPECT_TRUE(UserDefaults(file).setValue(u"id"_s, u"another's"_s).isNull());
+        }
+    };
+    UserDefaults defaults(file);
+    EXPECT_EQ(defaults.textOrSet(u"id"_s, u"own"_s), u"another's"_s);
+    EXPECT_TRUE(cameInBetween);
+}
+
+TEST_F(Defaults, IdentifierIsAFileNameAndNotAPath) {
+    tx::test::makeBundle(path(u"Odd.app"_s), {.identifier = u"../org/example"_s});
+    tx::setMainBundle(TXBundle(path(u"Odd.app"_s)));
+    EXPECT_EQ(UserDefaults::standard().filePath(), path(u"home/.config/..-org-example.plist"_s));
 }
 
 } // namespace

@@ -38,6 +38,15 @@ TEST_F(Rate, LongTimesHaveHours) {
     EXPECT_TRUE(rate.text(size).endsWith(u"2:46:39 left"_s)) << rate.text(size).toStdString();
 }
 
+TEST_F(Rate, MinutesAfterHoursAndSecondsHaveTwoDigits) {
+    rate.add(0, 0);
+    rate.add(1 / 65.5, 1);
+    EXPECT_TRUE(rate.text(size).endsWith(u", 1:05 left"_s)) << rate.text(size).toStdString();
+    rate.add(0, 0);
+    rate.add(1 / 3666.5, 1);
+    EXPECT_TRUE(rate.text(size).endsWith(u", 1:01:06 left"_s)) << rate.text(size).toStdString();
+}
+
 TEST_F(Rate, BeginsAnewWithAnotherDownloadOrClock) {
     rate.add(0.5, 100);
     rate.add(0.1, 101);
