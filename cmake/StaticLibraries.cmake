@@ -29,5 +29,5 @@ target_link_libraries(tarvix_static_archive INTERFACE
 # The compiler's own libraries, too. Sanitizers need the shared ones; such a build is for tests alone.
 add_library(tarvix_standing_alone INTERFACE)
 if(NOT TARVIXUPDATE_SANITIZE)
-  target_link_options(tarvix_standing_alone INTERFACE -static-libstdc++ -static-libgcc)
+  target_link_options(tarvix_standing_alone INTERFACE -static-libstdc++ -static-libgcc -Wl,--gc-sections)
 endif()

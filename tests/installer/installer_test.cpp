@@ -180,6 +180,7 @@ TEST_F(InstallerTool, SecondOneIsRefusedWhileTheFirstHoldsTheLock) {
     EXPECT_EQ(result.status, 75);
     EXPECT_THAT(result.errors.toStdString(), testing::HasSubstr("another installation"));
     EXPECT_TRUE(isOld());
+    EXPECT_FALSE(waitUntil([this] { return !ran().isEmpty(); }, 300)) << "the other one opens it";
     holder.kill();
     holder.waitForFinished();
 }
