@@ -6,6 +6,7 @@
 
 #include <QProcess>
 
+#include <climits>
 #include <filesystem>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
@@ -89,6 +90,113 @@ TEST_P(Unpacking, AnEntryThatWouldLeaveTheFolderSpoilsTheWholeArchive) {
     }
 }
 
+TEST_P(Unpacking, LinkThatIsAbsoluteOrLeadsOutOfItsFolderSpoilsTheWholeArchive) {
+    const auto link = [](const QString &name, const QByteArray &target) {
+        return ArchiveEntry{name, ArchiveEntry::SymbolicLink, target, 0777};
+    };
+    const ArchiveEntry folder{u"A.app/d/"_s, ArchiveEntry::Directory, {}, 0755};
+    struct Case {
+        QList<ArchiveEntry> entries;
+        const char *reason;
+    };
+    const QByteArray inFolder = (out + u"/.txupdate-unpacking/A.app/f"_s).toUtf8();
+    for (const Case &c : {
+             Case{{link(u"A.app/abs"_s, "/etc/shadow")}, "A.app/abs: is a link to an absolute path"},
+             Case{{link(u"A.app/abs"_s, inFolder)}, "A.app/abs: is a link to an absolute path"},
+             Case{{link(u"toplink"_s, "/etc")}, "toplink: is a link to an absolute path"},
+             Case{{link(u"toplink"_s, "..")}, "toplink: is a link that leads out of its folder"},
+             Case{{link(u"toplink"_s, "A.app/../../x")}, "toplink: is a link that leads out of its folder"},
+             Case{{link(u"A.app/up"_s, "../../../../root/x")}, "A.app/up: is a link that leads out"},
+             Case{{link(u"A.app/up"_s, "./d/..//../x")}, "A.app/up: is a link that leads out"},
+             Case{{link(u"./A.app//up"_s, "../../x")}, "up: is a link that leads out"},
+             Case{{link(u"A.app/up"_s, "missing/../../x")}, "A.app/up: is a link that leads out"},
+             // The bundle may get another name, and the next one may be another application.
+             Case{{link(u"A.app/up"_s, "../B.app/x")}, "A.app/up: is a link that leads out"},
+             Case{{link(u"A.app/up"_s, "../A.app/x")}, "A.app/up: is a link that leads out"},
+             // Through another link, which is made before or after it.
+             Case{{folder, link(u"A.app/d/here"_s, "../d"), link(u"A.app/up"_s, "d/here/../../x")},
+                  "A.app/up: is a link that leads out"},
+             Case{{folder, link(u"A.app/one"_s, "d/.."), link(u"A.app/up"_s, "one/../x")},
+                  "A.app/up: is a link that leads out"},
+             Case{{folder, link(u"A.app/up"_s, "one/../x"), link(u"A.app/one"_s, "d/..")},
+                  "A.app/up: is a link that leads out"},
+             Case{{link(u"up"_s, "one/../../x"), link(u"one"_s, "A.app/two"), link(u"A.app/two"_s, "d/..")},
+                  "up: is a link that leads out"},
+             Case{{link(u"up"_s, "A.app/in/../../x"), link(u"A.app/in"_s, "d/.."), folder},
+                  "up: is a link that leads out"},
+             Case{{link(u"a"_s, "b"), link(u"b"_s, "a")}, "a: is a link that leads through too many others"},
+             Case{{link(u"A.app/self"_s, "self/x")}, "is a link that leads through too many others"},
+         })
+        expectNothing(unpack(QList<ArchiveEntry>{good} + c.entries), c.reason);
+}
+
+TEST_P(Unpacking, LinksWithinTheirFolderStay) {
+    const QList<std::pair<QString, QByteArray>> links{
+        {u"A.app/Contents/Frameworks/Current"_s, "1.0"},
+        {u"A.app/Contents/Frameworks/lib.so"_s, "Current/lib.so.1"},
+        {u"A.app/Contents/up"_s, "Frameworks/../../Contents/./Linux//program"},
+        {u"A.app/Contents/missing"_s, "nothing/here"},
+        {u"A.app/Contents/before"_s, "missing/../Linux"},
+        {u"Current"_s, "A.app/Contents"},
+        {u"Again"_s, "Current/../Info.plist"},
+    };
+    QList<ArchiveEntry> entries{{u"A.app/Contents/Frameworks/1.0/lib.so.1"_s, ArchiveEntry::File, "library"},
+                                {u"A.app/Contents/Linux/program"_s, ArchiveEntry::File, "program"}};
+    for (const auto &[name, target] : links)
+        entries.prepend({name, ArchiveEntry::SymbolicLink, target, 0777});
+    const ProcessResult result = unpack(entries);
+    EXPECT_EQ(result.status, 0) << result.errors.constData();
+    for (const auto &[name, target] : links)
+        EXPECT_EQ(std::filesystem::read_symlink((out + u'/' + name).toStdString()), target.toStdString());
+    EXPECT_EQ(tx::test::readFile(out + u"/Current/Frameworks/lib.so"_s), QByteArray("library"));
+}
+
+TEST_P(Unpacking, WhatItsOwnerCannotLookAtSpoilsTheWholeArchive) {
+    for (const int mode : {0311, 0111, 0400, 0600, 0200, 0077}) {
+        expectNothing(unpack({good,
+                              {u"A.app/d/"_s, ArchiveEntry::Directory, {}, mode},
+                              {u"A.app/d/f"_s, ArchiveEntry::File, "x", 04755}}),
+                      "has a mode with which it cannot be looked at");
+    }
+    for (const int mode : {0311, 0111, 04111, 0200, 0077})
+        expectNothing(unpack({good, {u"A.app/f"_s, ArchiveEntry::File, "x", mode}}),
+                      "A.app/f: has a mode with which it cannot be looked at");
+    EXPECT_EQ(unpack({{u"A.app/f"_s, ArchiveEntry::File, "x", 0400},
+                      {u"A.app/d/f"_s, ArchiveEntry::File, "x", 0444},
+                      {u"A.app/d/"_s, ArchiveEntry::Directory, {}, 0500}})
+                  .status,
+              0);
+    EXPECT_EQ(modeOf(u"A.app/d"_s), 0500U);
+    EXPECT_EQ(chmod(QFile::encodeName(out + u"/A.app/d"_s).constData(), 0700), 0);
+}
+
+TEST_P(Unpacking, PathThatTheSystemCannotNameSpoilsTheWholeArchive) {
+    const auto nameOfLength = [](qsizetype length) {
+        QString name = u"A.app/"_s;
+        while (name.size() + 202 < length)
+            name += QString(200, u'd') + u'/';
+        return name + QString(length - name.size(), u'f');
+    };
+    constexpr qsizetype longest = PATH_MAX - 1024;
+    for (const qsizetype length : {longest + 1, qsizetype(PATH_MAX), qsizetype(3 * PATH_MAX)})
+        expectNothing(unpack({good, {nameOfLength(length), ArchiveEntry::File, "x", 04755}}),
+                      "the path is too long");
+    // A folder that is deep itself leaves less.
+    const QString name = nameOfLength(longest);
+    const ProcessResult result = unpack({{name, ArchiveEntry::File, "x"}});
+    EXPECT_EQ(result.status, 0) << result.errors.constData();
+    EXPECT_EQ(tx::test::readFile(out + u'/' + name), QByteArray("x"));
+    QString deep = out;
+    while (deep.size() < 1100)
+        deep += u"/"_s + QString(100, u'e');
+    ASSERT_TRUE(QDir().mkpath(deep));
+    const ProcessResult inDeep =
+        runProcess(tool(GetParam()), options(GetParam()) << deep, tx::test::readFile(file));
+    EXPECT_EQ(inDeep.status, 1);
+    EXPECT_THAT(inDeep.errors.toStdString(), testing::HasSubstr("the path is too long"));
+    EXPECT_TRUE(namesIn(deep).isEmpty());
+}
+
 TEST_P(Unpacking, WritingThroughALinkInTheArchiveWritesBesideIt) {
     tx::test::writeFile(path(u"victim"_s), "kept");
     (void)unpack({{u"f"_s, ArchiveEntry::SymbolicLink, path(u"victim"_s).toUtf8(), 0777},
@@ -119,9 +227,17 @@ TEST_P(TarUnpacking, HardLinksStayInTheArchive) {
         {{u"up"_s, ArchiveEntry::SymbolicLink, path({}).toUtf8(), 0777},
          {u"leak"_s, ArchiveEntry::HardLink, "up/secret"}},
         {{u"leak"_s, ArchiveEntry::HardLink, "missing"}},
+        // A second name of a link leads elsewhere; and what is reached through a link may be replaced.
+        {{u"A.app/d/link"_s, ArchiveEntry::SymbolicLink, "../good", 0777},
+         {u"A.app/leak"_s, ArchiveEntry::HardLink, "A.app/d/link"}},
+        {{u"A.app/d/f"_s, ArchiveEntry::File, "x"},
+         {u"A.app/e"_s, ArchiveEntry::SymbolicLink, "d", 0777},
+         {u"A.app/leak"_s, ArchiveEntry::HardLink, "A.app/e/f"}},
+        {{u"A.app/d/f"_s, ArchiveEntry::File, "x"}, {u"A.app/leak"_s, ArchiveEntry::HardLink, "A.app/d"}},
     };
     for (const QList<ArchiveEntry> &bad : cases)
-        expectNothing(unpack(QList<ArchiveEntry>{good} + bad), "");
+        expectNothing(unpack(QList<ArchiveEntry>{good} + bad),
+                      bad.last().name == u"leak" ? "" : "A.app/leak: is a second name of A.app/");
     struct stat info {};
     ASSERT_EQ(stat(QFile::encodeName(path(u"secret"_s)).constData(), &info), 0);
     EXPECT_EQ(info.st_nlink, 1U);

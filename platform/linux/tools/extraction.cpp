@@ -2,11 +2,13 @@
 #include "platform/linux/tools/extraction.h"
 
 #include "platform/linux/posixfiles.h"
+#include "platform/linux/tools/links.h"
 
 #include <archive_entry.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -30,6 +32,8 @@ constexpr const char *stagingName = ".txupdate-unpacking";
 constexpr la_int64_t usualLimit = la_int64_t(8) << 30;
 /// What an entry takes at least, so that a limit on bytes limits the number of entries too.
 constexpr la_int64_t entrySize = 4096;
+/// The longest name: with the folder that an application is in, the system can still name what has it.
+constexpr size_t longestName = PATH_MAX - 1024;
 
 la_int64_t limitInForce() {
     const char *text = std::getenv("TXUPDATE_UNARCHIVER_LIMIT");
@@ -69,10 +73,12 @@ bool staysInside(const std::string &name) {
 
 class Extraction {
 public:
-    Extraction(archive *reader, const char *tool)
+    /// `room`: the length of a name for which the path from the top is too long.
+    Extraction(archive *reader, const char *tool, size_t room)
         : m_reader(reader)
         , m_writer(archive_write_disk_new(), &archive_write_free)
         , m_tool(tool)
+        , m_longestName(std::min(longestName, room))
         , m_left(limitInForce()) {
         // Into a new folder nothing need be replaced, so that nothing is written through a link either.
         archive_write_disk_set_options(
@@ -99,6 +105,11 @@ public:
         }
         if (archive_write_close(m_writer.get()) != ARCHIVE_OK)
             return refuse("cannot write", archive_error_string(m_writer.get()));
+        // A link may lead through others that came after it.
+        for (const std::string &name : m_links) {
+            if (const std::string reason = reasonAgainstLink(name); !reason.empty())
+                return refuse(name, reason.c_str());
+        }
         // The library keeps these bits back from files that seem to be another user's.
         for (const auto &[name, mode] : m_special) {
             if (fchmodat(AT_FDCWD, name.c_str(), mode, 0) != 0)
@@ -120,6 +131,8 @@ private:
             type = AE_IFREG;
         if (!staysInside(name) || (target && !staysInside(target)))
             return refuse(name, "would leave the folder");
+        if (name.size() > m_longestName)
+            return refuse(name, "the path is too long");
         if (!hasReadableTop(name))
             return refuse(name, "the name is not UTF-8");
         if (type != AE_IFREG && type != AE_IFDIR && type != AE_IFLNK)
@@ -127,6 +140,8 @@ private:
         // Also on a file system to which two names are the same that are not to the archive.
         if (type != AE_IFDIR && posix::entryExists(name))
             return refuse(name, "stands there twice");
+        if (const std::string reason = reasonAgainst(entry, name, type); !reason.empty())
+            return refuse(name, reason.c_str());
         m_left -= entrySize;
         if (m_left < 0 || (archive_entry_size_is_set(entry) && archive_entry_size(entry) > m_left))
             return refuse(name, "the archive takes more room than is accepted");
@@ -134,6 +149,10 @@ private:
         const mode_t mode = archive_entry_mode(entry) & 07755;
         // Zip archives of plain tools carry no modes at all for some entries.
         const mode_t usual = type == AE_IFDIR ? 0755 : 0644;
+        // What its owner cannot look at could neither be checked nor copied.
+        const mode_t needed = type == AE_IFDIR ? S_IRUSR | S_IXUSR : S_IRUSR;
+        if (!target && type != AE_IFLNK && (mode & 0777) != 0 && (mode & needed) != needed)
+            return refuse(name, "has a mode with which it cannot be looked at");
         archive_entry_set_perm(entry, (mode & 0777) == 0 ? usual : mode & 0777);
         if (!target && type == AE_IFREG && (mode & (S_ISUID | S_ISGID)) != 0)
             m_special.emplace_back(name, mode & (S_ISUID | S_ISGID | 0777));
@@ -144,6 +163,17 @@ private:
         if (archive_write_finish_entry(m_writer.get()) < ARCHIVE_WARN)
             return refuse(name, archive_error_string(m_writer.get()));
         return true;
+    }
+
+    /// Why a link or hard link must not be made; empty for every other entry.
+    std::string reasonAgainst(archive_entry *entry, const std::string &name, mode_t type) {
+        if (const char *target = archive_entry_hardlink(entry))
+            return reasonAgainstHardLink(target);
+        if (type != AE_IFLNK)
+            return {};
+        const char *target = archive_entry_symlink(entry);
+        m_links.push_back(name);
+        return reasonAgainstLink(name, target ? target : "");
     }
 
     bool copyContent(const std::string &name) {
@@ -171,7 +201,9 @@ private:
     archive *m_reader;
     Writer m_writer;
     const char *m_tool;
+    size_t m_longestName;
     la_int64_t m_left;
+    std::vector<std::string> m_links;
     std::vector<std::pair<std::string, mode_t>> m_special;
 };
 
@@ -258,7 +290,9 @@ int extract(archive *reader, const std::string &folder, const char *tool,
     const posix::Descriptor before(open(".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (mkdir(staging.c_str(), 0700) != 0 || chdir(staging.c_str()) != 0)
         return fail(tool, staging, std::strerror(errno));
-    const bool complete = Extraction(reader, tool).run() && (!endsWell || endsWell());
+    const size_t taken = staging.size() + sizeof "/"; // with the NUL at the end
+    const size_t room = taken < PATH_MAX ? PATH_MAX - taken : 0;
+    const bool complete = Extraction(reader, tool, room).run() && (!endsWell || endsWell());
     const bool back = fchdir(before.get()) == 0;
     const bool published = complete && back && publish(staging, folder, tool);
     if (posix::FileError error = posix::removeTree(staging))
