@@ -2,6 +2,7 @@
 #include "install/updateinstallation.h"
 
 #include "core/names.h"
+#include "install/buildcheck.h"
 #include "install/installerclient.h"
 #include "install/unarchiver.h"
 #include "install/update_p.h"
@@ -61,6 +62,13 @@ void UpdateInstallation::install_doUnarchive(TXUpdate &update) {
 void UpdateInstallation::install_doInstall(TXUpdate &update, const QString &application) {
     TXLog(TXLogLevelStep, u"TXUpdate: Beginning install"_s);
     TXError error;
+    if (!application.isNull())
+        error = checkUnpackedBuild(update.version(), application);
+    if (error) {
+        TXLog(TXLogLevelFailure, u"TXUpdate: %@ is not installed. %@"_s, {application, error.toString()});
+        discardDownload(update, application, error);
+        return;
+    }
     // Such an application is of no use in the Downloads folder either.
     if (const QString why =
             application.isNull()
@@ -77,6 +85,20 @@ void UpdateInstallation::install_doInstall(TXUpdate &update, const QString &appl
         return;
     TXLog(TXLogLevelFailure, u"[TXUpdate] Installing the update failed: %@"_s, {error.toString()});
     moveIntoDownloads(update, application);
+}
+
+void UpdateInstallation::discardDownload(TXUpdate &update, const QString &application, const TXError &why) {
+    // Another try downloads what the feed names by then, and does not find this archive again.
+    for (const QString &path : {application, update.downloadPath()}) {
+        if (const TXError error = services().fileSystem->remove(path))
+            TXLog(TXLogLevelFailure, u"TXUpdate: %@ cannot be removed. %@"_s, {path, error.toString()});
+    }
+    const QPointer<TXUpdate> guard(&update);
+    install_failed(update, why);
+    if (guard)
+        update.setDownloaded(false);
+    if (guard)
+        update.setDownloadPath({});
 }
 
 void UpdateInstallation::moveIntoDownloads(TXUpdate &update, const QString &application) {

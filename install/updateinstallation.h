@@ -14,6 +14,9 @@ public:
     static void install_failed(TXUpdate &update, const TXError &error);
 
 private:
+    /// Fails, and removes the archive and the application that came out of it: the update is to be downloaded
+    /// again.
+    static void discardDownload(TXUpdate &update, const QString &application, const TXError &why);
     static void moveIntoDownloads(TXUpdate &update, const QString &application);
 };
 

@@ -1,11 +1,15 @@
 // SPDX-License-Identifier: MIT
 #include "core/settings.h"
+#include "core/versioncomparison.h"
+#include "install/buildcheck.h"
 #include "install/installerclient.h"
 #include "install/updateinstallation.h"
 #include "platform/directories.h"
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
 #include "tests/support/fakes.h"
+
+#include <TarvixUpdate/TXUpdateHost.h>
 
 #include <QSignalSpy>
 
@@ -149,6 +153,84 @@ TEST_F(Installing, UnarchivingErrorIsHandedOn) {
     EXPECT_EQ(error.localizedDescription(), u"The update could not be unarchived."_s);
     EXPECT_TRUE(QFileInfo::exists(cache + u"/broken.zip"_s)) << "the archive stays";
     EXPECT_TRUE(alerts.isEmpty());
+}
+
+TEST_F(Installing, BuildThatIsNotTheAnnouncedOneOrNotNewerIsNotInstalled) {
+    struct Case {
+        QString announced, unpacked, installed;
+    };
+    for (const Case &c :
+         {Case{u"9"_s, u"1"_s, u"5"_s}, Case{u"9"_s, u"8"_s, u"5"_s}, Case{u"9"_s, u"10"_s, u"5"_s},
+          Case{u"5"_s, u"5"_s, u"5"_s}, Case{u"4"_s, u"4"_s, u"5"_s}, Case{u"9"_s, u"5"_s, u"5"_s},
+          Case{u"9"_s, {}, u"5"_s}, Case{{}, u"9"_s, u"5"_s}}) {
+        becomeHost(c.installed);
+        tx::test::makeBundle(path(u"staging/MyApp.app"_s), {.build = c.unpacked});
+        const QString archive = cache + u"/MyApp - 9.zip"_s;
+        tx::test::makeArchive(archive, tx::test::ArchiveKind::Zip,
+                              tx::test::entriesOf(path(u"staging/MyApp.app"_s)));
+        update = std::make_shared<TXUpdate>();
+        update->setVersion(c.announced);
+        downloaded(archive);
+        calls = 0;
+        install();
+        ASSERT_TRUE(waitUntil([this] { return calls > 0; }));
+        tx::test::drainEvents();
+        EXPECT_EQ(calls, 1);
+        const auto shown = [](const QString &build) { return build.isEmpty() ? u"?"_s : build; };
+        EXPECT_EQ(error,
+                  TXError(u"TXUpdater"_s, 0, u"The application update could not be installed."_s,
+                          u"The update was announced as build %1, but the downloaded application is build "
+                          "%2. Build %3 is installed."_s.arg(shown(c.announced), shown(c.unpacked),
+                                                             shown(c.installed)),
+                          u"An update must be the announced build and newer than the installed one. "
+                          "Download the latest version from the website."_s));
+        EXPECT_FALSE(update->isInstalling());
+        EXPECT_FALSE(update->isDownloaded()) << "another try downloads it again";
+        EXPECT_TRUE(update->downloadPath().isNull());
+        EXPECT_FALSE(QFileInfo::exists(archive));
+        EXPECT_FALSE(QFileInfo::exists(cache + u"/MyApp.app"_s));
+        EXPECT_TRUE(alerts.isEmpty()) << "nor does it go to the Downloads folder";
+        EXPECT_TRUE(exits.isEmpty());
+        EXPECT_FALSE(QFileInfo::exists(TXUpdateInstallerClient::copyOfTool()));
+    }
+}
+
+TEST_F(WithoutInstaller, BuildsAreComparedAsVersions) {
+    becomeHost(u"1.9"_s);
+    update->setVersion(u"1-010"_s);
+    tx::test::makeBundle(path(u"staging/MyApp.app"_s), {.build = u"1.10"_s});
+    tx::test::makeArchive(update->downloadPath(), tx::test::ArchiveKind::Zip,
+                          tx::test::entriesOf(path(u"staging/MyApp.app"_s)));
+    installAndWait();
+    EXPECT_TRUE(error.isNull()) << error.toString().toStdString();
+    EXPECT_EQ(alerts.size(), 1) << "it was handed over, and then had nobody to install it";
+}
+
+TEST_F(WithoutInstaller, HostsComparatorSaysWhatIsNewer) {
+    becomeHost(u"3000"_s);
+    tx::setVersionComparator([](const QString &a, const QString &b) { return -tx::compareVersions(a, b); });
+    installAndWait();
+    tx::setVersionComparator(nullptr);
+    EXPECT_TRUE(error.isNull()) << error.toString().toStdString();
+    EXPECT_EQ(alerts.size(), 1);
+}
+
+TEST_F(Installing, InstalledBuildIsTheOneOnDisk) {
+    becomeHost(u"5"_s);
+    const QString bundle = TXUpdateHost::host()->bundle().bundlePath();
+    EXPECT_EQ(tx::installedBuild(), u"5"_s);
+    // Another copy of the application was updated meanwhile.
+    const QByteArray info = tx::test::readFile(bundle + u"/Contents/Info.plist"_s);
+    tx::test::writeFile(bundle + u"/Contents/Info.plist"_s,
+                        QByteArray(info).replace("<string>5</string>", "<string>2500</string>"));
+    EXPECT_EQ(tx::installedBuild(), u"2500"_s);
+    EXPECT_TRUE(tx::checkUnpackedBuild(u"2000"_s, path(u"staging/MyApp.app"_s)));
+    tx::test::writeFile(bundle + u"/Contents/Info.plist"_s, info);
+    EXPECT_FALSE(tx::checkUnpackedBuild(u"2000"_s, path(u"staging/MyApp.app"_s)));
+    // A host may pretend to be another build, and is updated as that one.
+    TXUpdateHost::host()->setVersion(u"3000"_s);
+    EXPECT_EQ(tx::installedBuild(), u"3000"_s);
+    EXPECT_TRUE(tx::checkUnpackedBuild(u"2000"_s, path(u"staging/MyApp.app"_s)));
 }
 
 TEST_F(WithoutInstaller, NewVersionGoesIntoDownloadsAndTheUserIsTold) {

@@ -350,6 +350,23 @@ TEST_F(TxUpdateInstall, UpdateReplacesTheApplicationAndWaitsForIt) {
     EXPECT_TRUE(tx::test::waitUntil([this] { return tx::test::readFile(ran) == "new\n"; }));
 }
 
+TEST_F(TxUpdateInstall, ArchiveWithAnotherBuildIsNotInstalled) {
+    FeedServer server;
+    server.expect("GET", "/f",
+                  HttpReply::json("{\"release\":[{\"type\":\"build\",\"build\":\"1044\",\"downloadURL\":\"" +
+                                  server.url(u"/new.tgz"_s).toUtf8() + "\"}]}"));
+    server.expect("GET", "/new.tgz", HttpReply::file(newArchive()));
+    const QString build = TXBundle(app).infoString(u"CFBundleVersion"_s);
+    const ProcessResult result = runWhileServing(words(server));
+    EXPECT_EQ(result.status, 1);
+    EXPECT_THAT(
+        result.errors.toStdString(),
+        testing::HasSubstr("The update was announced as build 1044, but the downloaded application is "
+                           "build 1043. Build " +
+                           build.toStdString() + " is installed."));
+    EXPECT_EQ(TXBundle(app).infoString(u"CFBundleVersion"_s), build);
+}
+
 TEST_F(TxUpdateInstall, TerminalGetsAProgressBar) {
     FeedServer server;
     server.expect("GET", "/f",
