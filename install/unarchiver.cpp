@@ -45,7 +45,8 @@ constexpr ArchiveType archiveTypes[] = {
     {".tar"_L1, "tar -xC \"$TXUPDATE_UNARCHIVER_DESTINATION\""_L1},
 };
 
-const QByteArray quarantine = "com.apple.quarantine";
+/// As this system's programs write it; Linux knows no attributes of files without such a prefix.
+const QByteArray quarantine = "user.com.apple.quarantine";
 
 QString openFailure(const QString &archivePath) {
     // The number is the same for every reason: it is what users have been told to report.

@@ -8,6 +8,8 @@
 #include <QCoreApplication>
 #include <QThread>
 
+#include <cstdlib>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
 #include <unistd.h>
@@ -26,6 +28,7 @@ protected:
     TXError error;
     int completions = 0;
     int progress = 0;
+    int progressElsewhere = 0; ///< off the main thread
     bool onMain = false;
     tx::test::RecordingWorkspace workspace;
 
@@ -47,7 +50,11 @@ protected:
     }
     void unarchive(const QString &file) {
         TXUpdateUnarchiver::unarchive(
-            file, [this] { ++progress; },
+            file,
+            [this] {
+                ++progress;
+                progressElsewhere += QThread::currentThread() != QCoreApplication::instance()->thread();
+            },
             [this](const QString &a, const TXError &e) {
                 application = a;
                 error = e;
@@ -274,6 +281,7 @@ TEST_F(Unarchiver, ProgressIsReportedOnTheMainThread) {
     entries.append({u"New.app/noise"_s, ArchiveEntry::File, noise, 0644});
     unarchive(archive(ArchiveKind::Tar, entries));
     EXPECT_GT(progress, 3) << "one a chunk of 32768 bytes when time passes";
+    EXPECT_EQ(progressElsewhere, 0);
 }
 
 TEST_F(Unarchiver, StepsAreLogged) {
@@ -283,16 +291,34 @@ TEST_F(Unarchiver, StepsAreLogged) {
               (QStringList{u"TXUpdate: Unarchive "_s + file, u"TXUpdate: Unarchiving: opening the file"_s}));
 }
 
-TEST_F(Unarchiver, QuarantineIsRemovedFromAnEntryAndBelowIt) {
-    tx::test::FaultFileSystem files;
+/// Passes removals on and keeps what was asked for.
+class AttributeRecorder : public tx::test::FaultFileSystem {
+public:
     QStringList touched;
-    files.observer = [&](const QString &operation, const QString &p) {
-        if (operation == u"removeExtendedAttribute")
-            touched << p;
-    };
+    QList<QByteArray> names;
+    TXError removeExtendedAttribute(const QString &path, const QByteArray &name) override {
+        touched << path;
+        if (!names.contains(name))
+            names << name;
+        return FaultFileSystem::removeExtendedAttribute(path, name);
+    }
+};
+
+TEST_F(Unarchiver, QuarantineIsRemovedFromAnEntryAndBelowIt) {
+    AttributeRecorder files;
+    QStringList &touched = files.touched;
     tx::test::writeFile(path(u"q/deep/er/file"_s), "x");
     ASSERT_TRUE(QFile::link(path(u"home"_s), path(u"q/link"_s)));
+    const QStringList marked{path(u"q"_s), path(u"q/deep/er"_s), path(u"q/deep/er/file"_s)};
+    for (const QString &entry : marked) {
+        const bool set = setxattr(entry.toUtf8().constData(), "user.com.apple.quarantine", "q", 1, 0) == 0;
+        ASSERT_TRUE(set || errno == ENOTSUP) << entry.toStdString();
+    }
     TXUpdateUnarchiver::releaseFromQuarantine(path(u"q"_s));
+    for (const QString &entry : marked)
+        EXPECT_LT(getxattr(entry.toUtf8().constData(), "user.com.apple.quarantine", nullptr, 0), 0);
+    // Also where the file system has no such attributes.
+    EXPECT_EQ(files.names, QList<QByteArray>{"user.com.apple.quarantine"});
     touched.sort();
     EXPECT_EQ(touched, (QStringList{path(u"q"_s), path(u"q/deep"_s), path(u"q/deep/er"_s),
                                     path(u"q/deep/er/file"_s), path(u"q/link"_s)}));
