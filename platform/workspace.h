@@ -12,7 +12,8 @@ namespace tx {
 class Workspace {
 public:
     virtual ~Workspace() = default;
-    /// Opens an address in the program that the user prefers for it.
+    /// Opens an address in the program that the user prefers for it. An address from a feed or a page goes
+    /// through openAddress (platform/openaddress.h), which knows what may be opened.
     virtual TXError openUrl(const QUrl &url) = 0;
     /// Opens a file or folder; an application bundle is started, unless it runs already.
     virtual TXError openFile(const QString &path) = 0;

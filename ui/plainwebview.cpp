@@ -62,6 +62,7 @@ public:
                                        });
                                    });
     }
+    QUrl url() const override { return m_url; }
     void setHtml(const QString &html) override {
         ++*m_loads;
         m_url.clear();

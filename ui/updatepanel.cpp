@@ -3,9 +3,8 @@
 // updatepanelactions.cpp.
 #include "platform/localization.h"
 #include "platform/memory.h"
+#include "platform/openaddress.h"
 #include "platform/queues.h"
-#include "platform/services.h"
-#include "platform/workspace.h"
 #include "ui/appearance.h"
 #include "ui/downloadrate.h"
 #include "ui/interfacefile.h"
@@ -86,7 +85,7 @@ void TXUpdatePanel::load() {
     didChangeEffectiveAppearance();
 
     webView = tx::makeWebView(webViewContainer, {.linkActivated = [](const QUrl &url) {
-                                  (void)tx::services().workspace->openUrl(url);
+                                  (void)tx::openAddress(url, tx::OpenedBy::User);
                               }});
     webView->widget()->setAccessibleName(tx::localizedString(u"Release Notes"_s));
     versionsTableView->setAccessibleName(tx::localizedString(u"Versions"_s));

@@ -2,8 +2,8 @@
 // What the update panel says about its update, and what its buttons do.
 #include "platform/format.h"
 #include "platform/localization.h"
+#include "platform/openaddress.h"
 #include "platform/services.h"
-#include "platform/workspace.h"
 #include "ui/alert.h"
 #include "ui/appearance.h"
 #include "ui/downloadrate.h"
@@ -200,7 +200,7 @@ void TXUpdatePanel::install() {
     // The panel may have gone, or turned to another update, when an answer comes.
     const std::weak_ptr<TXUpdatePanel> weak = alive;
     if (!update->canBeDownloaded()) {
-        (void)tx::services().workspace->openUrl(update->linkURL());
+        (void)tx::openAddress(update->linkURL(), tx::OpenedBy::User);
         closeWithCode(1);
     } else if (update->isInstalled()) {
         closeWithCode(1);

@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "platform/format.h"
 #include "platform/localization.h"
+#include "platform/openaddress.h"
 #include "platform/queues.h"
-#include "platform/services.h"
-#include "platform/workspace.h"
 #include "ui/appearance.h"
 #include "ui/interfacefile.h"
 #include "ui/modalsession.h"
@@ -20,6 +19,16 @@
 using namespace Qt::StringLiterals;
 
 const QString TXUpdatePostWindowDidCloseNotificationName = u"TXUpdatePostWindowDidCloseNotification"_s;
+
+namespace {
+
+/// The identifier is for the host whose page the feed names, and for no other to which that page leads.
+bool mayKnowTheIdentifier(const QUrl &page, const QUrl &post) {
+    const bool staysEncrypted = post.scheme() != u"https" || page.scheme() == u"https";
+    return !post.host().isEmpty() && page.host() == post.host() && staysEncrypted;
+}
+
+} // namespace
 
 std::shared_ptr<TXUpdatePostWindowController> TXUpdatePostWindowController::sharedInstance() {
     static std::shared_ptr<TXUpdatePostWindowController> instance;
@@ -55,18 +64,21 @@ void TXUpdatePostWindowController::windowDidLoad() {
     tx::applyDirection(window());
     didChangeEffectiveAppearance();
     _webView = tx::makeWebView(
-        container, {.linkActivated = [](const QUrl &url) { (void)tx::services().workspace->openUrl(url); },
-                    .loadFinished =
-                        [this](bool) {
-                            _webView->evaluateJavaScript(tx::formatText(
-                                u"var TarvixUpdateAnonymousUUID = '%@';"_s, {TXUpdater::anonymousUUID()}));
-                        },
-                    .messageReceived =
-                        [this](const QString &name, const QVariant &body) {
-                            userContentControllerDidReceiveScriptMessage(name, body);
-                        },
-                    .messageNames = {u"closeWindow"_s},
-                    .suppressesIncrementalRendering = true});
+        container,
+        {.linkActivated = [](const QUrl &url) { (void)tx::openAddress(url, tx::OpenedBy::User); },
+         .loadFinished =
+             [this](bool) {
+                 if (_currentPostIndex < _posts.size() &&
+                     mayKnowTheIdentifier(_webView->url(), _posts[_currentPostIndex]->postURL()))
+                     _webView->evaluateJavaScript(tx::formatText(u"var TarvixUpdateAnonymousUUID = '%@';"_s,
+                                                                 {TXUpdater::anonymousUUID()}));
+             },
+         .messageReceived =
+             [this](const QString &name, const QVariant &body) {
+                 userContentControllerDidReceiveScriptMessage(name, body);
+             },
+         .messageNames = {u"closeWindow"_s},
+         .suppressesIncrementalRendering = true});
     _webView->widget()->setAccessibleName(tx::localizedString(u"News"_s));
     _navigationControl->setLabels(tx::localizedString(u"Previous"_s), tx::localizedString(u"Next"_s));
     connect(_navigationControl, &TXSegmentedControl::action, this,
@@ -114,7 +126,7 @@ int TXUpdatePostWindowController::showWindowModally(bool quitting) {
 
 void TXUpdatePostWindowController::openInBrowser() {
     for (const TXUpdatePostPtr &post : _posts)
-        (void)tx::services().workspace->openUrl(post->postURL());
+        (void)tx::openAddress(post->postURL(), tx::OpenedBy::Feed);
     Q_EMIT didClose();
     if (_onCloseHandler)
         _onCloseHandler();

@@ -4,6 +4,7 @@
 #include "platform/sandbox.h"
 #include "platform/services.h"
 #include "ui/appearance.h"
+#include "ui/recentinput.h"
 
 #include <TarvixUpdate/TXLog.h>
 
@@ -62,8 +63,20 @@ std::unique_ptr<WebView> makeWebView(QWidget *parent, const WebViewClient &clien
     QString reason;
     std::unique_ptr<WebView> view;
     const QuietStart quiet;
-    if (const WebViewMaker make = moduleMaker(&reason))
-        view.reset(make(parent, client, appearanceIsDark()));
+    if (const WebViewMaker make = moduleMaker(&reason)) {
+        const auto input = std::make_shared<RecentInput>();
+        WebViewClient guarded = client;
+        guarded.linkActivated = [input, follow = client.linkActivated](const QUrl &url) {
+            if (!input->take())
+                TXLog(TXLogLevelStep, u"TXUpdate: a page wanted to open %@ without the user"_s,
+                      {url.toDisplayString()});
+            else if (follow)
+                follow(url);
+        };
+        view.reset(make(parent, guarded, appearanceIsDark()));
+        if (view)
+            input->watch(view->widget());
+    }
     if (!view) {
         TXLog(TXLogLevelStep, u"TXUpdate: pages are shown as plain text: %@"_s, {reason});
         view = makePlainWebView(parent, client);

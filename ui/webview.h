@@ -14,7 +14,9 @@ namespace tx {
 
 /// What a page may ask of the window around it. All on the main thread.
 struct WebViewClient {
-    /// The user followed a link; the page stays.
+    /// The user followed a link; the page stays. Pages may follow links by themselves: in views of
+    /// makeWebView that counts for nothing, unless a key or mouse button was pressed in the view within the
+    /// last second, and for each press once.
     std::function<void(const QUrl &url)> linkActivated;
     std::function<void(bool ok)> loadFinished;
     /// `window.webkit.messageHandlers.<name>.postMessage(body)`, for the names in `messageNames`.
@@ -32,6 +34,8 @@ public:
     /// Whether pages are real: scripts run.
     [[nodiscard]] virtual bool isFull() const = 0;
     virtual void load(const QUrl &url) = 0;
+    /// The address of the page that is shown, where redirects have led; empty when there is none.
+    [[nodiscard]] virtual QUrl url() const = 0;
     /// Empty text ends the page and its process.
     virtual void setHtml(const QString &html) = 0;
     virtual void evaluateJavaScript(const QString &script) = 0;

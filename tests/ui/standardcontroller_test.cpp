@@ -10,6 +10,7 @@
 #include <TarvixUpdate/TXUpdateCheckingPanel.h>
 #include <TarvixUpdate/TXUpdateHost.h>
 #include <TarvixUpdate/TXUpdatePanel.h>
+#include <TarvixUpdate/TXUpdatePostWindowController.h>
 
 #include <QPushButton>
 #include <QTest>
@@ -438,6 +439,20 @@ TEST_F(StandardController, PostsAreShownOnceAndRecorded) {
     EXPECT_TRUE(controller->showPostsAtQuit());
     EXPECT_EQ(workspace.opened.last(), u"http://127.0.0.1:1/q"_s);
     EXPECT_FALSE(controller->showPostsAtQuit());
+}
+
+TEST_F(StandardController, PostsThatOpenByThemselvesOpenTheWebOnly) {
+    QList<TXUpdatePostPtr> posts;
+    for (const QString &address : {u"file:///tmp/evil.desktop"_s, u"smb://host/share"_s, u"anything:at-all"_s,
+                                   u"mailto:a@example.org"_s, u"http://127.0.0.1:1/a"_s}) {
+        auto item = std::make_shared<TXUpdatePost>();
+        item->setPostURL(QUrl(address));
+        posts << item;
+    }
+    const auto window = TXUpdatePostWindowController::controller();
+    window->setPosts(posts);
+    EXPECT_EQ(window->showWindow(), 0);
+    EXPECT_EQ(workspace.opened, QStringList{u"http://127.0.0.1:1/a"_s});
 }
 
 TEST_F(StandardController, PostsPassTheHostsConditions) {

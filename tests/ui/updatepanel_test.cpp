@@ -181,8 +181,10 @@ TEST_F(UpdatePanel, SelectingShowsNotesAndChoosesNothing) {
     EXPECT_EQ(panel->designatedUpdate(), list[0]);
     table()->clearSelection();
     EXPECT_EQ(notes->toPlainText(), u"From the feed itself"_s);
-    Q_EMIT notes->anchorClicked(QUrl(u"https://example.org/more"_s));
-    EXPECT_EQ(workspace.opened, QStringList{u"https://example.org/more"_s});
+    for (const QString &address : {u"https://example.org/more"_s, u"mailto:a@example.org"_s,
+                                   u"file:///tmp/evil.desktop"_s, u"smb://host/share"_s, u"x:y"_s})
+        Q_EMIT notes->anchorClicked(QUrl(address));
+    EXPECT_EQ(workspace.opened, (QStringList{u"https://example.org/more"_s, u"mailto:a@example.org"_s}));
 }
 
 TEST_F(UpdatePanel, ChosenRowIsScrolledIntoTheMiddleUnlessItIsSeen) {
@@ -317,6 +319,13 @@ TEST_F(UpdatePanel, FailedInstallationIsToldAndCloses) {
 }
 
 TEST_F(UpdatePanel, UpdateWithoutAFileOpensItsPage) {
+    offer(makeUpdates(1));
+    updates[0]->setFileURL({});
+    updates[0]->setLinkURL(QUrl(u"file:///tmp/evil.desktop"_s));
+    show();
+    button("installButton")->click();
+    EXPECT_TRUE(workspace.opened.isEmpty());
+    codes.clear();
     offer(makeUpdates(1));
     updates[0]->setFileURL({});
     updates[0]->setLinkURL(QUrl(u"https://example.org/get"_s));

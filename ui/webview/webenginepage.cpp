@@ -28,7 +28,7 @@ public:
 
 protected:
     bool acceptNavigationRequest(const QUrl &url, NavigationType, bool) override {
-        if (m_client.linkActivated && (url.scheme() == u"http" || url.scheme() == u"https"))
+        if (m_client.linkActivated && !url.isEmpty())
             m_client.linkActivated(url);
         deleteLater();
         return false;
@@ -124,7 +124,7 @@ bool WebEnginePage::acceptNavigationRequest(const QUrl &url, NavigationType type
             url.adjusted(QUrl::RemoveFragment) == this->url().adjusted(QUrl::RemoveFragment);
         if (withinPage)
             return true;
-        if (m_client.linkActivated && !url.isLocalFile())
+        if (m_client.linkActivated)
             m_client.linkActivated(url);
         return false;
     }

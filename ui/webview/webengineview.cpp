@@ -39,7 +39,8 @@ void restrict(QWebEngineSettings &settings) {
         settings.setAttribute(off, false);
     settings.setAttribute(Settings::FocusOnNavigationEnabled, false);
     settings.setAttribute(Settings::PlaybackRequiresUserGesture, true);
-    settings.setUnknownUrlSchemePolicy(Settings::DisallowUnknownUrlSchemes);
+    // Nothing of it is opened here: the page is asked about such addresses, and says no.
+    settings.setUnknownUrlSchemePolicy(Settings::AllowUnknownUrlSchemesFromUserInteraction);
 }
 
 /// One for all pages of the process: the engine gives back only a part of what each takes. It goes with the
@@ -102,6 +103,8 @@ void WebEngineView::load(const QUrl &url) {
     }
     m_page->load(url);
 }
+
+QUrl WebEngineView::url() const { return m_page ? m_page->url() : QUrl(); }
 
 void WebEngineView::setHtml(const QString &html) {
     if (html.isEmpty()) {

@@ -20,6 +20,7 @@ public:
     [[nodiscard]] QWidget *widget() const override { return m_view; }
     [[nodiscard]] bool isFull() const override { return true; }
     void load(const QUrl &url) override;
+    [[nodiscard]] QUrl url() const override;
     void setHtml(const QString &html) override;
     void evaluateJavaScript(const QString &script) override;
     void setDark(bool dark) override;
