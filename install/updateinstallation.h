@@ -8,6 +8,8 @@ namespace tx {
 /// The private steps of TXUpdate::installWithErrorHandler. Thread: main.
 class UpdateInstallation {
 public:
+    /// Goes on unless the application is part of a package.
+    static void install_checkOwner(TXUpdate &update);
     static void install_doUnarchive(TXUpdate &update);
     /// `application`: the unpacked application's path; null for an archive of unknown type.
     static void install_doInstall(TXUpdate &update, const QString &application);

@@ -5,6 +5,7 @@
 #include "install/installerclient.h"
 #include "install/updateinstallation.h"
 #include "platform/directories.h"
+#include "platform/packageowner.h"
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
 #include "tests/support/fakes.h"
@@ -153,6 +154,30 @@ TEST_F(Installing, UnarchivingErrorIsHandedOn) {
     EXPECT_EQ(error.localizedDescription(), u"The update could not be unarchived."_s);
     EXPECT_TRUE(QFileInfo::exists(cache + u"/broken.zip"_s)) << "the archive stays";
     EXPECT_TRUE(alerts.isEmpty());
+}
+
+TEST_F(Installing, ApplicationOfAPackageIsNotExchanged) {
+    const QString bundle = TXUpdateHost::host()->bundle().bundlePath();
+    const tx::PackageDatabases before = tx::packageDatabases();
+    tx::packageDatabases() = {path(u"dpkg"_s), {}, {}};
+    tx::test::writeFile(path(u"dpkg/info/notes.list"_s), bundle.toUtf8() + "\n");
+    installAndWait();
+    EXPECT_EQ(error, TXError(u"TXUpdater"_s, 0, u"The application update could not be installed."_s,
+                             u"The application belongs to the package notes of dpkg."_s,
+                             u"Install the new version with the package manager of the system."_s));
+    // Nor is it when that cannot be told.
+    ASSERT_TRUE(QFile::remove(path(u"dpkg/info/notes.list"_s)));
+    QDir().mkpath(path(u"dpkg/info/notes.list"_s));
+    calls = 0;
+    installAndWait();
+    EXPECT_THAT(error.localizedFailureReason().toStdString(),
+                testing::HasSubstr("Whether the application belongs to a package could not be determined."));
+    EXPECT_FALSE(error.underlyingError().isNull());
+    EXPECT_FALSE(QFileInfo::exists(cache + u"/MyApp.app"_s)) << "nothing was unpacked";
+    EXPECT_TRUE(QFileInfo::exists(cache + u"/MyApp - 2000.zip"_s));
+    EXPECT_TRUE(exits.isEmpty());
+    EXPECT_TRUE(alerts.isEmpty());
+    tx::packageDatabases() = before;
 }
 
 TEST_F(Installing, BuildThatIsNotTheAnnouncedOneOrNotNewerIsNotInstalled) {

@@ -1,0 +1,166 @@
+// SPDX-License-Identifier: MIT
+#include "platform/linux/dpkgdatabase.h"
+
+#include "platform/linux/posixfiles.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <dirent.h>
+#include <fcntl.h>
+#include <functional>
+#include <memory>
+#include <set>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace tx {
+
+namespace {
+
+/// The list of the largest packages takes a few megabytes.
+constexpr off_t largestFile = off_t(256) << 20;
+
+std::string failed(const std::string &path, int number) { return path + ": " + std::strerror(number); }
+
+/// All of a file; an errno value when it cannot be read.
+int readAll(int folder, const char *name, std::string &content) {
+    const posix::Descriptor file(openat(folder, name, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    struct stat info {};
+    if (!file.isOpen() || fstat(file.get(), &info) != 0)
+        return errno;
+    if (!S_ISREG(info.st_mode) || info.st_size > largestFile)
+        return EFBIG;
+    content.resize(static_cast<size_t>(info.st_size));
+    size_t filled = 0;
+    while (filled < content.size()) {
+        const ssize_t n = read(file.get(), content.data() + filled, content.size() - filled);
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n < 0)
+            return errno;
+        if (n == 0)
+            break;
+        filled += static_cast<size_t>(n);
+    }
+    content.resize(filled);
+    return 0;
+}
+
+/// Finds paths that lead to the bundle or into it.
+class Bundle {
+public:
+    explicit Bundle(const std::string &path) {
+        m_known = stat(path.c_str(), &m_info) == 0;
+        m_names.insert(posix::lastComponentOf(path));
+        const std::unique_ptr<char, decltype(&std::free)> real(realpath(path.c_str(), nullptr), &std::free);
+        if (real)
+            m_names.insert(posix::lastComponentOf(real.get()));
+    }
+    [[nodiscard]] bool isKnown() const { return m_known; }
+
+    /// Whether a line of the text names it, or something in it.
+    [[nodiscard]] bool isIn(const std::string &text) const {
+        std::string last;
+        for (const std::string &name : m_names) {
+            const std::string needle = '/' + name;
+            for (size_t at = text.find(needle); at != std::string::npos; at = text.find(needle, at + 1)) {
+                const size_t end = at + needle.size();
+                if (end < text.size() && text[end] != '/' && text[end] != '\n')
+                    continue;
+                const size_t newline = at == 0 ? std::string::npos : text.rfind('\n', at - 1);
+                const size_t begin = newline == std::string::npos ? 0 : newline + 1;
+                std::string path = text.substr(begin, end - begin);
+                if (path == last)
+                    continue;
+                last = std::move(path);
+                struct stat info {};
+                if (stat(last.c_str(), &info) == 0 && info.st_dev == m_info.st_dev &&
+                    info.st_ino == m_info.st_ino)
+                    return true;
+            }
+        }
+        return false;
+    }
+
+private:
+    struct stat m_info {};
+    bool m_known = false;
+    std::set<std::string> m_names;
+};
+
+/// The first package with whose list `found` agrees.
+DpkgAnswer firstPackage(const std::string &folder, const std::function<bool(const std::string &)> &found) {
+    const std::string lists = folder + "/info";
+    const posix::Descriptor opened(open(lists.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    DIR *stream = opened.isOpen() ? fdopendir(dup(opened.get())) : nullptr;
+    if (!stream)
+        return {{}, failed(lists, errno)};
+    struct Closing {
+        DIR *stream;
+        ~Closing() { closedir(stream); }
+    } const closing{stream};
+    std::string content;
+    const std::string suffix = ".list";
+    errno = 0;
+    while (const dirent *entry = readdir(stream)) {
+        const std::string name = entry->d_name;
+        if (name.size() > suffix.size() &&
+            name.compare(name.size() - suffix.size(), suffix.size(), suffix) == 0) {
+            const int number = readAll(opened.get(), name.c_str(), content);
+            // A package that is removed at this moment owns nothing any more.
+            if (number != 0 && number != ENOENT)
+                return {{}, failed(lists + '/' + name, number)};
+            // "name:architecture.list" for some.
+            if (number == 0 && found(content))
+                return {name.substr(0, std::min(name.find(':'), name.size() - suffix.size())), {}};
+        }
+        errno = 0;
+    }
+    return errno == 0 ? DpkgAnswer{} : DpkgAnswer{{}, failed(lists, errno)};
+}
+
+} // namespace
+
+DpkgAnswer dpkgOwnerOf(const std::string &folder, const std::string &bundle) {
+    struct stat info {};
+    if (stat((folder + "/info").c_str(), &info) != 0 && (errno == ENOENT || errno == ENOTDIR)) {
+        // A system without dpkg; but not one whose lists are gone.
+        const bool isThere = stat((folder + "/status").c_str(), &info) == 0 && info.st_size > 0;
+        return isThere ? DpkgAnswer{{}, failed(folder + "/info", ENOENT)} : DpkgAnswer{};
+    }
+    const Bundle wanted(bundle);
+    if (!wanted.isKnown())
+        return {{}, failed(bundle, ENOENT)};
+    DpkgAnswer answer = firstPackage(folder, [&](const std::string &list) { return wanted.isIn(list); });
+    if (!answer.package.empty() || !answer.failure.empty())
+        return answer;
+    // A file that was diverted into the bundle is listed by the name that it would have without that. Three
+    // lines each: the listed name, the diverted one, the package that wants it so (":" for the
+    // administrator).
+    std::string diversions;
+    const int number = readAll(AT_FDCWD, (folder + "/diversions").c_str(), diversions);
+    if (number != 0)
+        return number == ENOENT ? answer : DpkgAnswer{{}, failed(folder + "/diversions", number)};
+    for (size_t at = 0; at < diversions.size();) {
+        std::string lines[3];
+        for (std::string &line : lines) {
+            const size_t end = std::min(diversions.find('\n', at), diversions.size());
+            line = diversions.substr(std::min(at, end), end - std::min(at, end));
+            at = end + 1;
+        }
+        if (!wanted.isIn(lines[1]))
+            continue;
+        const std::string listed = '\n' + lines[0] + '\n';
+        answer = firstPackage(folder, [&](const std::string &list) {
+            return ('\n' + list + '\n').find(listed) != std::string::npos;
+        });
+        if (!answer.package.empty() || !answer.failure.empty())
+            return answer;
+    }
+    return {};
+}
+
+} // namespace tx
