@@ -16,6 +16,8 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 
+#include <atomic>
+
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -32,6 +34,7 @@ struct TXUpdateFeed::Private {
     QVariantMap parameters;
     TrackMap tracks;
     std::optional<TXUpdatePtr> recommendedUpdate; ///< absent until somebody asks
+    std::atomic<bool> isFetched{false};           ///< or is about to be
 };
 
 QString EscapeForURL(const QString &text) {
@@ -60,7 +63,15 @@ void TXUpdateFeed::fetchFeedAtURL(const QUrl &url, const QVariantMap &parameters
 
 TXUpdateFeed::TXUpdateFeed(const QUrl &url, const QVariantMap &parameters,
                            const TXUpdateSystemProfilePtr &profile, const CompletionHandler &handler)
-    : d(std::make_unique<Private>(Private{handler, url, profile, parameters, {}, {}})) {}
+    : d(std::make_shared<Private>()) {
+    d->handler = handler;
+    d->url = url;
+    d->profile = profile;
+    d->parameters = parameters;
+}
+
+TXUpdateFeed::TXUpdateFeed(std::shared_ptr<Private> content)
+    : d(std::move(content)) {}
 
 TXUpdateFeed::~TXUpdateFeed() = default;
 
@@ -105,7 +116,15 @@ QByteArray TXUpdateFeed::requestBody() const {
     return QJsonDocument(QJsonObject::fromVariantMap(members)).toJson(QJsonDocument::Indented);
 }
 
+TXUpdateFeedPtr TXUpdateFeed::owned() {
+    if (TXUpdateFeedPtr self = weak_from_this().lock())
+        return self;
+    return TXUpdateFeedPtr(new TXUpdateFeed(d));
+}
+
 void TXUpdateFeed::fetch() {
+    if (d->isFetched.exchange(true))
+        return;
     tx::UrlRequest request;
     request.url = URLWithParameters();
     request.timeout = std::chrono::seconds(30);
@@ -117,17 +136,17 @@ void TXUpdateFeed::fetch() {
         request.method = "POST";
         request.headers.append(qMakePair(QByteArray("Content-Type"), QByteArray("application/json")));
     }
-    tx::services().urlLoader->load(
-        request, [self = shared_from_this()](const tx::UrlResponse &response, const TXError &error) {
-            if (error)
-                self->completedWithError(errorForLoading(error));
-            else if (response.statusCode != 200)
-                self->completedWithError(errorForHTTPStatus(response.statusCode));
-            else if (response.header("Content-Type") == "application/json")
-                self->parseJSONData(response.body);
-            else
-                self->parseXMLData(response.body);
-        });
+    tx::services().urlLoader->load(request,
+                                   [self = owned()](const tx::UrlResponse &response, const TXError &error) {
+                                       if (error)
+                                           self->completedWithError(errorForLoading(error));
+                                       else if (response.statusCode != 200)
+                                           self->completedWithError(errorForHTTPStatus(response.statusCode));
+                                       else if (response.header("Content-Type") == "application/json")
+                                           self->parseJSONData(response.body);
+                                       else
+                                           self->parseXMLData(response.body);
+                                   });
 }
 
 void TXUpdateFeed::parseJSONData(const QByteArray &data) {
@@ -152,7 +171,7 @@ void TXUpdateFeed::completedWithTracks(const tx::Result<TrackMap> &tracks) {
 void TXUpdateFeed::completedWithError(const TXError &error) {
     const CompletionHandler handler = std::exchange(d->handler, nullptr);
     if (handler)
-        handler(shared_from_this(), error);
+        handler(owned(), error);
 }
 
 TXError TXUpdateFeed::errorForLoading(const TXError &error) {

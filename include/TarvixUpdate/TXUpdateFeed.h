@@ -24,7 +24,8 @@ using TXUpdateFeedPtr = std::shared_ptr<TXUpdateFeed>;
 /// Thread: made on any thread; parsed on the network thread, read on the main thread after that.
 class TX_EXPORT TXUpdateFeed final : public std::enable_shared_from_this<TXUpdateFeed> {
 public:
-    /// The feed, and an error that is null on success. Called once, on the network thread.
+    /// The feed, and an error that is null on success. Called exactly once after fetch(), on the network
+    /// thread, unless the application ends first.
     using CompletionHandler = std::function<void(const TXUpdateFeedPtr &feed, const TXError &error)>;
     using TrackMap = QMap<QString, TXUpdateTrackPtr>;
 
@@ -48,6 +49,9 @@ public:
     /// All tracks by name; empty until a fetch has succeeded.
     [[nodiscard]] TrackMap releaseTracks() const;
 
+    /// Starts the one fetch of this object; a second call does nothing. The handler is also called when this
+    /// object goes meanwhile. It gets this object when a shared pointer owns it, else one with the same
+    /// content. Thread: any.
     void fetch();
     /// The configured address with the application's name, build and anonymous identifier; empty when the
     /// result is no URL.
@@ -66,7 +70,10 @@ public:
     static TXError errorForHTTPStatus(int status);
 
 private:
-    void completedWithTracks(const tx::Result<TrackMap> &tracks);
     struct Private;
-    const std::unique_ptr<Private> d;
+    explicit TXUpdateFeed(std::shared_ptr<Private> content);
+    /// This object, or another one with its content when no shared pointer owns it.
+    [[nodiscard]] TXUpdateFeedPtr owned();
+    void completedWithTracks(const tx::Result<TrackMap> &tracks);
+    const std::shared_ptr<Private> d;
 };

@@ -2,6 +2,7 @@
 #include "core/host_p.h"
 #include "feed/requestbody.h"
 #include "platform/mainbundle.h"
+#include "platform/queues.h"
 #include "platform/services.h"
 #include "platform/urlloading.h"
 #include "platform/userdefaults.h"
@@ -297,6 +298,43 @@ TEST_F(FeedRequest, HasATimeOutAndASizeLimit) {
     EXPECT_EQ(loader.request.timeout, std::chrono::seconds(30));
     EXPECT_EQ(loader.request.sizeLimit, 64LL << 20);
     EXPECT_EQ(loader.request.method, QByteArray("GET"));
+}
+
+TEST_F(FeedRequest, FeedOutsideASharedPointerIsFetchedToo) {
+    FeedServer server;
+    server.always([](const tx::test::HttpRequest &) {
+        return HttpReply::json(
+            R"({"beta":[{"type":"build","build":"1043","downloadURL":"https://e.org/a.zip"}]})");
+    });
+    std::atomic<int> handled{0};
+    TXUpdateFeedPtr received;
+    const TXUpdateFeed::CompletionHandler handler = [&](const TXUpdateFeedPtr &f, const TXError &e) {
+        EXPECT_TRUE(e.isNull());
+        tx::postToMain([&, f] {
+            received = f;
+            ++handled;
+        });
+    };
+    const QUrl url(server.url(u"/feed"_s));
+    {
+        TXUpdateFeed onTheStack(url, {}, nullptr, handler);
+        onTheStack.fetch();
+        ASSERT_TRUE(waitUntil([&] { return handled == 1; }));
+        EXPECT_EQ(onTheStack.releaseTracks().keys(), QStringList{u"beta"_s});
+        EXPECT_EQ(received->releaseTracks(), onTheStack.releaseTracks());
+    }
+    EXPECT_EQ(received->URL(), url) << "lives on without it";
+    TXUpdateFeed(url, {}, nullptr, handler).fetch();
+    ASSERT_TRUE(waitUntil([&] { return handled == 2; })) << "also when it goes at once";
+    EXPECT_EQ(received->releaseTracks().keys(), QStringList{u"beta"_s});
+    const auto shared = std::make_shared<TXUpdateFeed>(url, QVariantMap(), nullptr, handler);
+    shared->fetch();
+    shared->fetch();
+    ASSERT_TRUE(waitUntil([&] { return handled == 3; }));
+    EXPECT_EQ(received, shared) << "itself when it can be";
+    tx::test::drainEvents();
+    EXPECT_EQ(handled, 3);
+    EXPECT_EQ(server.requests().size(), 3) << "an object fetches once";
 }
 
 TEST_F(FeedRequest, FeedLivesUntilItsHandlerWasCalled) {
