@@ -54,7 +54,14 @@ bool TXUpdater::isChecking() const { return d->isChecking; }
 
 void TXUpdater::setChecking(bool checking) {
     if (d->isChecking.exchange(checking) != checking)
-        Q_EMIT isCheckingChanged();
+        announce(&TXUpdater::isCheckingChanged);
+}
+
+void TXUpdater::announce(void (TXUpdater::*signal)()) {
+    if (QThread::currentThread() == thread())
+        Q_EMIT(this->*signal)();
+    else
+        tx::postToMain([this, signal] { Q_EMIT(this->*signal)(); });
 }
 
 TXUpdaterDelegate *TXUpdater::delegate() const { return d->delegate; }
@@ -68,7 +75,7 @@ QUrl TXUpdater::feedURL() const {
 void TXUpdater::setFeedURL(const QUrl &url) {
     (void)defaults().setValue(TXUpdatePrefFeedURLKey,
                               url.isEmpty() ? QVariant() : QVariant(url.toString(QUrl::FullyEncoded)));
-    Q_EMIT settingsChanged();
+    announce(&TXUpdater::settingsChanged);
 }
 
 TXUpdater::VersionComparator TXUpdater::versionComparator() const { return tx::versionComparator(); }
@@ -85,7 +92,7 @@ void TXUpdater::setUpdateCheckInterval(double seconds) {
     unscheduleCheckForUpdate();
     (void)defaults().setValue(TXUpdatePrefUpdateCheckIntervalKey, seconds);
     scheduleCheckForUpdate();
-    Q_EMIT settingsChanged();
+    announce(&TXUpdater::settingsChanged);
 }
 
 bool TXUpdater::automaticallyChecksForUpdates() const {
@@ -96,7 +103,7 @@ void TXUpdater::setAutomaticallyChecksForUpdates(bool automatically) {
     unscheduleCheckForUpdate();
     (void)defaults().setValue(TXUpdatePrefAutomaticallyChecksForUpdatesKey, automatically);
     scheduleCheckForUpdate();
-    Q_EMIT settingsChanged();
+    announce(&TXUpdater::settingsChanged);
 }
 
 bool TXUpdater::automaticallyDownloadsUpdates() const {
@@ -105,14 +112,14 @@ bool TXUpdater::automaticallyDownloadsUpdates() const {
 
 void TXUpdater::setAutomaticallyDownloadsUpdates(bool automatically) {
     (void)defaults().setValue(TXUpdatePrefAutomaticallyDownloadsUpdatesKey, automatically);
-    Q_EMIT settingsChanged();
+    announce(&TXUpdater::settingsChanged);
 }
 
 bool TXUpdater::sendsSystemProfile() const { return defaults().boolValue(TXUpdatePrefSendsSystemProfileKey); }
 
 void TXUpdater::setSendsSystemProfile(bool sends) {
     (void)defaults().setValue(TXUpdatePrefSendsSystemProfileKey, sends);
-    Q_EMIT settingsChanged();
+    announce(&TXUpdater::settingsChanged);
 }
 
 QDateTime TXUpdater::lastUpdateCheckDate() const {
@@ -147,32 +154,37 @@ void TXUpdater::autocheckForUpdate() { checkForUpdate(nullptr); }
 void TXUpdater::checkForUpdate(const CompletionHandler &handler) {
     if (isUpdating() || d->isChecking.exchange(true))
         return;
-    Q_EMIT isCheckingChanged();
+    announce(&TXUpdater::isCheckingChanged);
     tx::runInBackground([this, handler] { performCheck(handler); });
 }
 
 void TXUpdater::performCheck(const CompletionHandler &handler) {
     const TXUpdateSystemProfilePtr profile = profileIfDue();
-    QVariantMap parameters;
+    const auto parameters = std::make_shared<QVariantMap>();
     if (d->delegate) {
-        const bool asked = tx::runOnMainAndWait([this, &parameters] {
+        const bool asked = tx::runOnMainAndWait([this, parameters] {
             if (TXUpdaterDelegate *delegate = d->delegate)
-                parameters = delegate->feedParametersForUpdater(this);
+                *parameters = delegate->feedParametersForUpdater(this);
         });
         if (!asked)
             return; // the application is ending
     }
-    TXUpdateFeed::fetchFeedAtURL(feedURL(), parameters, profile,
+    TXUpdateFeed::fetchFeedAtURL(feedURL(), *parameters, profile,
                                  [this, handler, profile](const TXUpdateFeedPtr &feed, const TXError &error) {
-                                     const TXUpdateFeedPtr result = error ? TXUpdateFeedPtr() : feed;
-                                     if (!result && !error)
-                                         qFatal("TXUpdater: feed || error");
+                                     const TXUpdateFeedPtr result = tx::reportedFeed(feed, error);
                                      tx::postToMain([this, handler, result, error, profile] {
+                                         // Before the report, which may start the next check.
+                                         setChecking(false);
                                          report(handler, result, error, profile != nullptr);
                                      });
                                      scheduleCheckForUpdate();
-                                     setChecking(false);
                                  });
+}
+
+TXUpdateFeedPtr tx::reportedFeed(const TXUpdateFeedPtr &feed, const TXError &error) {
+    if (!feed && !error)
+        qFatal("TXUpdater: feed || error");
+    return error ? TXUpdateFeedPtr() : feed;
 }
 
 TXUpdateSystemProfilePtr TXUpdater::profileIfDue() const {
@@ -196,7 +208,7 @@ void TXUpdater::report(const CompletionHandler &handler, const TXUpdateFeedPtr &
     // Whether the check succeeded or not: the profile was handed over.
     if (sentProfile)
         (void)defaults().setValue(TXUpdatePrefLastSystemProfileDateKey, tx::services().now());
-    Q_EMIT settingsChanged();
+    announce(&TXUpdater::settingsChanged);
 }
 
 TXUpdateAppMover::Result TXUpdater::moveToApplicationsFolderIfNecessary() {

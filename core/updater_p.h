@@ -7,8 +7,16 @@
 
 #include <atomic>
 
+namespace tx {
+
+/// What a check reports of the result of its fetch: the feed, or null with an error. A result without either
+/// is a mistake in this program and ends it. Thread: any.
+[[nodiscard]] TXUpdateFeedPtr reportedFeed(const TXUpdateFeedPtr &feed, const TXError &error);
+
+} // namespace tx
+
 struct TXUpdater::Private {
-    /// Set on the thread that starts a check and cleared on the network thread.
+    /// Set on the thread that starts a check and cleared on the main thread.
     std::atomic<bool> isChecking{false};
     std::atomic<TXUpdaterDelegate *> delegate{nullptr}; ///< set on the main thread, looked at by a check
     tx::LongTimer timer{[] { TXUpdater::sharedUpdater()->autocheckForUpdate(); }};

@@ -54,6 +54,8 @@ public:
     /// Created on first use, on any thread, after the application object.
     static TXUpdater *sharedUpdater();
 
+    /// True from the start of a check until just before its result is reported, so that a check may be
+    /// started from the handler. Thread: any.
     [[nodiscard]] bool isChecking() const;
     void setChecking(bool checking);
     /// Not owned; null for none. It must outlive its time as the delegate.
@@ -84,7 +86,8 @@ public:
     [[nodiscard]] static QString anonymousUUID();
 
     /// Starts one check. While another runs this does nothing, and the handler is never called. With a null
-    /// handler the delegate is told.
+    /// handler the delegate is told. The handler of a check that was started is called exactly once, unless
+    /// the application ends first. Thread: any.
     void checkForUpdate(const CompletionHandler &handler);
     /// What the timer does: a check without a handler.
     void autocheckForUpdate();
@@ -109,13 +112,15 @@ public:
     /// Whether the user ignores this update; an ignore older than 30 days is removed.
     [[nodiscard]] static bool isUpdateIgnored(const TXUpdate &update);
 
-Q_SIGNALS:
+Q_SIGNALS: // on the main thread
     void isCheckingChanged();
     void settingsChanged();
 
 private:
     TXUpdater();
     ~TXUpdater() override;
+    /// Emits a signal on the main thread: at once when called there.
+    void announce(void (TXUpdater::*signal)());
     void scheduleCheckForUpdate();
     void unscheduleCheckForUpdate();
     void performCheck(const CompletionHandler &handler);

@@ -9,8 +9,10 @@
 #include <QFile>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QSignalSpy>
 #include <QThread>
+
+#include <atomic>
+#include <thread>
 
 using namespace Qt::StringLiterals;
 using tx::test::FeedServer;
@@ -44,7 +46,7 @@ protected:
     void check() {
         outcome = {};
         updater->checkForUpdate([this](const TXUpdateFeedPtr &f, const TXError &e) { outcome(f, e); });
-        ASSERT_TRUE(waitUntil([this] { return outcome.calls > 0 && !updater->isChecking(); }));
+        ASSERT_TRUE(waitUntil([this] { return outcome.calls > 0; }));
         tx::test::drainEvents();
     }
 };
@@ -225,13 +227,50 @@ TEST_F(Updater, NewCheckMayStartFromWithinTheReport) {
     Outcome second;
     bool wasChecking = true;
     updater->checkForUpdate([&](const TXUpdateFeedPtr &, const TXError &) {
-        // The flag is cleared on the network thread, as a rule before this runs.
-        ASSERT_TRUE(waitUntil([this] { return !updater->isChecking(); }));
         wasChecking = updater->isChecking();
         updater->checkForUpdate([&second](const TXUpdateFeedPtr &f, const TXError &e) { second(f, e); });
     });
     ASSERT_TRUE(waitUntil([&] { return second.calls > 0; }));
     EXPECT_FALSE(wasChecking);
+}
+
+TEST_F(Updater, EveryHandlerMayStartTheNextCheck) {
+    // What a timer or another thread does meanwhile must not decide it.
+    constexpr int rounds = 200;
+    int ended = 0;
+    const TXUpdater::CompletionHandler next = [&](const TXUpdateFeedPtr &, const TXError &) {
+        if (++ended < rounds)
+            updater->checkForUpdate(next);
+    };
+    updater->checkForUpdate(next);
+    EXPECT_TRUE(waitUntil([&] { return ended == rounds; }, 60000)) << ended;
+}
+
+TEST_F(Updater, HandlerIsCalledBeforeTheDateIsStored) {
+    FeedServer server;
+    server.expect("GET", "/feed.json", HttpReply::json("{}"));
+    updater->setFeedURL(QUrl(server.url(u"/feed.json"_s)));
+    const QDateTime before(QDate(2026, 4, 1), QTime(8, 0), Qt::UTC);
+    const QDateTime now(QDate(2026, 5, 1), QTime(8, 0), Qt::UTC);
+    ASSERT_TRUE(tx::UserDefaults::standard().setValue(TXUpdatePrefLastUpdateCheckDateKey, before).isNull());
+    setNow(now);
+    QDateTime seen;
+    updater->checkForUpdate(
+        [&](const TXUpdateFeedPtr &, const TXError &) { seen = updater->lastUpdateCheckDate(); });
+    ASSERT_TRUE(waitUntil([&] { return seen.isValid(); }));
+    tx::test::drainEvents();
+    EXPECT_EQ(seen, before) << "the handler may ask when the last check was";
+    EXPECT_EQ(updater->lastUpdateCheckDate(), now);
+}
+
+TEST(UpdaterDeathTest, ResultWithoutFeedAndErrorEndsTheProcess) {
+    testing::FLAGS_gtest_death_test_style = "threadsafe";
+    const auto feed = std::make_shared<TXUpdateFeed>(QUrl(), QVariantMap(), nullptr, nullptr);
+    const TXError error(u"d"_s, 1, u"text"_s);
+    EXPECT_EQ(tx::reportedFeed(feed, {}), feed);
+    EXPECT_EQ(tx::reportedFeed(feed, error), nullptr) << "an error comes alone";
+    EXPECT_EQ(tx::reportedFeed(nullptr, error), nullptr);
+    EXPECT_DEATH((void)tx::reportedFeed(nullptr, {}), "feed \\|\\| error");
 }
 
 class RecordingDelegate : public TXUpdaterDelegate {
@@ -333,9 +372,36 @@ TEST_F(UpdaterTimer, FirstFiringIsOneWholeIntervalAway) {
 }
 
 TEST_F(Updater, AnnouncesThatItIsChecking) {
-    QSignalSpy spy(updater, &TXUpdater::isCheckingChanged);
+    QList<bool> states;
+    QObject context;
+    QObject::connect(updater, &TXUpdater::isCheckingChanged, &context,
+                     [&] { states << updater->isChecking(); });
     check();
-    EXPECT_GE(spy.count(), 2);
+    EXPECT_EQ(states, (QList<bool>{true, false}));
+}
+
+TEST_F(Updater, SignalsArriveOnTheMainThread) {
+    std::atomic<int> onMain{0};
+    std::atomic<int> elsewhere{0};
+    QObject context;
+    const auto count = [&] {
+        ++(QThread::currentThread() == QCoreApplication::instance()->thread() ? onMain : elsewhere);
+    };
+    QObject::connect(updater, &TXUpdater::isCheckingChanged, &context, count, Qt::DirectConnection);
+    QObject::connect(updater, &TXUpdater::settingsChanged, &context, count, Qt::DirectConnection);
+    int reports = 0;
+    constexpr int rounds = 20;
+    for (int i = 0; i < rounds; ++i) {
+        const int before = reports;
+        std::thread([&] {
+            updater->checkForUpdate([&](const TXUpdateFeedPtr &, const TXError &) { ++reports; });
+            updater->setSendsSystemProfile(false);
+        }).join();
+        ASSERT_TRUE(waitUntil([&] { return reports > before; }));
+    }
+    tx::test::drainEvents();
+    EXPECT_EQ(elsewhere, 0);
+    EXPECT_EQ(onMain, 4 * rounds) << "began, ended, a setting, and the dates";
 }
 
 } // namespace
