@@ -111,7 +111,7 @@ QMutex comparatorMutex;
 std::atomic<bool> hasOwnComparator{false};
 
 tx::VersionComparator &comparatorSlot() {
-    static tx::VersionComparator comparator;
+    static auto &comparator = *new tx::VersionComparator; // a thread may outlast static objects
     return comparator;
 }
 

@@ -8,8 +8,9 @@ using namespace Qt::StringLiterals;
 namespace tx {
 
 QDateTime handledPostDate(const QString &text) {
-    static const QRegularExpression form(
-        u"^(\\d{4}-\\d{2}-\\d{2}T\\d{2}:\\d{2}:\\d{2})([+-])(\\d{2}):?(\\d{2})$"_s);
+    // Never destroyed: a thread may outlast static objects.
+    static const auto &form =
+        *new QRegularExpression(u"^(\\d{4}-\\d{2}-\\d{2}T\\d{2}:\\d{2}:\\d{2})([+-])(\\d{2}):?(\\d{2})$"_s);
     const QRegularExpressionMatch match = form.match(text);
     if (!match.hasMatch())
         return {};

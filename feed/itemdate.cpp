@@ -10,7 +10,7 @@ namespace tx {
 namespace {
 
 const QTimeZone &pacificTime() {
-    static const QTimeZone zone("America/Los_Angeles");
+    static const auto &zone = *new QTimeZone("America/Los_Angeles"); // a thread may outlast static objects
     return zone;
 }
 

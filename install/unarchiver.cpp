@@ -25,6 +25,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <optional>
 
 using namespace Qt::StringLiterals;
 using tx::services;
@@ -132,7 +133,8 @@ QString TXUpdateUnarchiver::pipeArchive(std::FILE *archive, const QString &comma
     tx::TaskRequest request{.program = u"/bin/sh"_s,
                             .arguments = {u"-c"_s, command},
                             .environment = environment,
-                            .writesInput = true};
+                            .writesInput = true,
+                            .ownSession = true};
     tx::Result<std::unique_ptr<tx::Task>> task = services().tasks->start(request);
     if (!task && task.error().code() == ENOENT) {
         // A machine without a shell: the same words without it.
@@ -145,17 +147,19 @@ QString TXUpdateUnarchiver::pipeArchive(std::FILE *archive, const QString &comma
     if (!task)
         return tx::localizedFormat(u"Opening the pipe for the archive failed %d."_s,
                                    {QString::number(task.error().code())});
-    QString failure;
+    // Nobody needs the application any more that it unpacks, and a command may hang.
+    const tx::InterruptAtEnd interrupt([&task] { (*task)->kill(); });
+    std::optional<int> failedWrite;
     constexpr size_t chunkSize = 32768;
     std::array<char, chunkSize> buffer{};
-    while (failure.isNull()) {
+    while (!failedWrite) {
         const size_t length = std::fread(buffer.data(), 1, buffer.size(), archive);
         if (length == 0)
             break;
         int number = 0;
         if ((*task)->write(buffer.data(), static_cast<qsizetype>(length), &number) !=
             static_cast<qsizetype>(length)) {
-            failure = tx::localizedFormat(u"Piping the archive failed %d."_s, {QString::number(number)});
+            failedWrite = number;
             break;
         }
         static double lastTime = 0;
@@ -168,15 +172,16 @@ QString TXUpdateUnarchiver::pipeArchive(std::FILE *archive, const QString &comma
     }
     (*task)->closeInput();
     (*task)->wait();
+    if (tx::applicationIsEnding())
+        return {}; // nobody hears of it, and what texts are made of may be gone
     if (const int indicator = std::ferror(archive))
         return tx::localizedFormat(u"An error occured while reading from the archive %d."_s,
                                    {QString::number(indicator)});
-    if (failure.isNull()) {
-        application = findUnarchivedApplicationInDirectory(destination);
-        if (application.isNull())
-            failure = tx::localizedString(u"Could not find the unarchived application."_s);
-    }
-    return failure;
+    if (failedWrite)
+        return tx::localizedFormat(u"Piping the archive failed %d."_s, {QString::number(*failedWrite)});
+    application = findUnarchivedApplicationInDirectory(destination);
+    return application.isNull() ? tx::localizedString(u"Could not find the unarchived application."_s)
+                                : QString();
 }
 
 void TXUpdateUnarchiver::releaseFromQuarantine(const QString &path) {

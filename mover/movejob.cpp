@@ -8,7 +8,6 @@
 #include "platform/format.h"
 #include "platform/frameworkresources.h"
 #include "platform/localization.h"
-#include "platform/queues.h"
 #include "platform/services.h"
 #include "platform/tasks.h"
 #include "platform/workspace.h"
@@ -17,8 +16,6 @@
 #include <TarvixUpdate/TXLog.h>
 
 #include <QCoreApplication>
-
-#include <semaphore>
 
 using namespace Qt::StringLiterals;
 
@@ -50,13 +47,8 @@ void runTool(const QString &name, const QStringList &arguments) {
 } // namespace
 
 bool removeItemAtPath(const QString &path, QString *newPath) {
-    Result<QString> trashed = TXError();
-    std::binary_semaphore done(0);
-    runInBackground([&] {
-        trashed = services().workspace->moveToTrash(path);
-        done.release();
-    });
-    done.acquire();
+    // On this thread: the caller waits for it in any case.
+    const Result<QString> trashed = services().workspace->moveToTrash(path);
     if (!trashed)
         log(u"ERROR -- Could not trash '%@':\n%@"_s, {path, trashed.error().toString()});
     else if (newPath)

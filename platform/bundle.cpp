@@ -61,7 +61,7 @@ namespace {
 QMutex mainBundleMutex;
 
 TXBundle &mainBundleSlot() {
-    static TXBundle bundle;
+    static auto &bundle = *new TXBundle; // a thread may outlast static objects
     return bundle;
 }
 

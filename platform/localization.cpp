@@ -20,8 +20,9 @@ namespace {
 
 /// Reads a table once for the life of the process; a missing one is remembered as empty.
 const QHash<QString, QString> &tableAt(const QString &path) {
-    static QMutex mutex;
-    static QHash<QString, QSharedPointer<const QHash<QString, QString>>> cache;
+    // Never destroyed: a thread may outlast static objects.
+    static auto &mutex = *new QMutex;
+    static auto &cache = *new QHash<QString, QSharedPointer<const QHash<QString, QString>>>;
     const QMutexLocker locker(&mutex);
     auto &slot = cache[path];
     if (!slot) {

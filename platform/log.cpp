@@ -8,7 +8,8 @@
 namespace {
 
 const QLoggingCategory &category() {
-    static const QLoggingCategory instance("tarvixupdate", QtDebugMsg);
+    // Never destroyed: a thread may outlast static objects.
+    static const auto &instance = *new QLoggingCategory("tarvixupdate", QtDebugMsg);
     return instance;
 }
 

@@ -5,6 +5,7 @@
 #include <QEvent>
 
 #include <condition_variable>
+#include <memory>
 #include <mutex>
 
 namespace tx {
@@ -44,6 +45,23 @@ void Mailbox::postAndWait(const std::function<void()> &work) {
     });
     std::unique_lock lock(mutex);
     changed.wait(lock, [&] { return done; });
+}
+
+bool Mailbox::postAndWaitFor(std::chrono::milliseconds limit, std::function<void()> work) {
+    struct State {
+        std::mutex mutex;
+        std::condition_variable changed;
+        bool done = false;
+    };
+    const auto state = std::make_shared<State>();
+    post([state, work = std::move(work)] {
+        work();
+        const std::lock_guard lock(state->mutex);
+        state->done = true;
+        state->changed.notify_one();
+    });
+    std::unique_lock lock(state->mutex);
+    return state->changed.wait_for(lock, limit, [&] { return state->done; });
 }
 
 void Mailbox::customEvent(QEvent *) {

@@ -3,6 +3,7 @@
 
 #include <QObject>
 
+#include <chrono>
 #include <deque>
 #include <functional>
 
@@ -22,6 +23,9 @@ public:
     void post(std::function<void()> work);
     /// As post, and waits until it has run. Thread: any but the mailbox's own.
     void postAndWait(const std::function<void()> &work);
+    /// The same; false when it has not run within `limit`. It may run later then, so it must own what it
+    /// writes to.
+    [[nodiscard]] bool postAndWaitFor(std::chrono::milliseconds limit, std::function<void()> work);
 
 protected:
     void customEvent(QEvent *event) override;

@@ -3,6 +3,8 @@
 
 #include "platform/queues.h"
 
+#include <TarvixUpdate/TXLog.h>
+
 #include <QHostAddress>
 #include <QNetworkProxy>
 #include <QSslError>
@@ -13,6 +15,9 @@ using namespace Qt::StringLiterals;
 namespace tx {
 
 namespace {
+
+/// How long the end of the application waits for a host's handler or a write to a disk that hangs.
+constexpr std::chrono::seconds longestWaitAtEnd(5);
 
 /// The system's proxies for the framework's own transfers, without changing the host's global settings.
 class SystemProxyFactory final : public QNetworkProxyFactory {
@@ -35,7 +40,7 @@ NetworkThread &NetworkThread::instance() {
 }
 
 void NetworkThread::start() {
-    if (m_thread)
+    if (m_thread || applicationIsEnding())
         return;
     auto *thread = new QThread;
     thread->setObjectName(u"TarvixUpdate network"_s);
@@ -45,7 +50,7 @@ void NetworkThread::start() {
     m_mailbox = std::make_unique<Mailbox>(thread);
     m_thread = thread;
     thread->start();
-    whenApplicationEnds([this] { stop(); });
+    whenApplicationEnds([this] { stop(); }, AtEnd::OnAnyThread);
 }
 
 std::unique_lock<std::mutex> NetworkThread::lock() {
@@ -57,7 +62,8 @@ std::unique_lock<std::mutex> NetworkThread::lock() {
 void NetworkThread::post(std::function<void(QNetworkAccessManager &)> work) {
     const auto held = lock();
     start();
-    m_mailbox->post([manager = m_manager, work = std::move(work)] { work(*manager); });
+    if (m_mailbox)
+        m_mailbox->post([manager = m_manager, work = std::move(work)] { work(*manager); });
 }
 
 void NetworkThread::runAndWait(const std::function<void()> &work) {
@@ -71,18 +77,23 @@ void NetworkThread::stop() {
     QThread *thread = m_thread;
     if (!thread || QThread::currentThread() == thread)
         return;
-    m_mailbox->postAndWait([manager = m_manager] {
+    const bool ended = m_mailbox->postAndWaitFor(longestWaitAtEnd, [manager = m_manager] {
         // A reply that is deleted reports an end, which nobody is to hear any more.
         for (QNetworkReply *reply : manager->findChildren<QNetworkReply *>())
             reply->disconnect();
         delete manager;
     });
+    m_thread = nullptr;
+    m_manager = nullptr;
+    if (!ended) {
+        (void)m_mailbox.release(); // the thread may still look at it
+        TXLog(TXLogLevelFailure, u"TXUpdate: the network thread does not end and is left behind."_s);
+        return;
+    }
     thread->quit();
     thread->wait();
-    m_thread = nullptr;
     m_mailbox.reset();
     delete thread;
-    m_manager = nullptr;
 }
 
 QNetworkRequest networkRequestFor(const UrlRequest &request) {

@@ -20,10 +20,12 @@ class NetworkThread {
 public:
     static NetworkThread &instance();
 
-    /// Runs `work` on the thread, in order. Thread: any.
+    /// Runs `work` on the thread, in order. Dropped when the application is ending. Thread: any.
     void post(std::function<void(QNetworkAccessManager &)> work);
     /// Runs `work` on the thread and waits; does nothing when the thread has ended. Thread: any but itself.
     void runAndWait(const std::function<void()> &work);
+    /// Ends the thread; what runs there ends without a word. A thread that does not come back within a few
+    /// seconds is left behind. Thread: any but itself, where it does nothing.
     void stop();
 
 private:

@@ -3,69 +3,114 @@
 
 #include "platform/mailbox.h"
 
+#include <TarvixUpdate/TXLog.h>
+
 #include <QCoreApplication>
 #include <QThread>
 #include <QThreadPool>
 
+#include <algorithm>
 #include <condition_variable>
+#include <cstdlib>
 #include <deque>
 #include <memory>
 #include <mutex>
 #include <utility>
 #include <vector>
 
+using namespace Qt::StringLiterals;
+
 namespace tx {
 
 namespace {
 
-/// What runs at the end of the application, and whether that end has begun.
-class EndOfApplication {
+/// How long the end of the application waits for a job that can be interrupted by nothing, such as one that
+/// reads from a file system that hangs. It is left behind then.
+constexpr std::chrono::seconds longestWaitAtEnd(5);
+
+bool isMainThread() {
+    const QCoreApplication *application = QCoreApplication::instance();
+    return application && QThread::currentThread() == application->thread();
+}
+
+/// The framework's own threads for what blocks. Never destroyed: a job that is left behind may outlast static
+/// objects. Work is taken from a queue under a mutex of the framework's own: see Mailbox.
+class Background {
 public:
-    static EndOfApplication &instance() {
-        static EndOfApplication theInstance;
-        return theInstance;
+    static Background &instance() {
+        static auto *theInstance = new Background;
+        return *theInstance;
     }
 
-    std::mutex mutex;
-    std::condition_variable changed;
-    bool ending = false;
-
-    void add(std::function<void()> work) {
-        const std::lock_guard lock(mutex);
-        watch();
-        m_work.push_back(std::move(work));
+    void run(std::function<void()> work) {
+        {
+            const std::lock_guard lock(m_mutex);
+            if (m_closed)
+                return;
+            m_work.push_back(std::move(work));
+            ++m_unfinished;
+        }
+        m_pool.start([this] { runNext(); });
     }
 
-    /// Call with the mutex held. The application object runs this before it waits for the thread pool.
-    void watch() {
-        if (!m_watching)
-            qAddPostRoutine([] { instance().end(); });
-        m_watching = true;
+    bool wait(std::chrono::milliseconds limit) {
+        std::unique_lock lock(m_mutex);
+        return m_changed.wait_for(lock, limit, [this] { return m_unfinished == 0; });
+    }
+
+    /// Drops what has not begun and waits for what has, unless it is a job that ends the process.
+    void close() {
+        std::deque<std::function<void()>> dropped;
+        {
+            const std::lock_guard lock(m_mutex);
+            m_closed = true;
+            m_unfinished -= m_work.size();
+            dropped.swap(m_work);
+        }
+        if (m_pool.contains(QThread::currentThread()))
+            return;
+        if (wait(longestWaitAtEnd))
+            m_pool.waitForDone(); // idle threads go
+        else
+            TXLog(TXLogLevelFailure, u"TXUpdate: a background job does not end and is left behind."_s);
+    }
+
+    void reopen() {
+        const std::lock_guard lock(m_mutex);
+        m_closed = false;
     }
 
 private:
-    void end() {
-        std::vector<std::function<void()>> work;
-        {
-            const std::lock_guard lock(mutex);
-            ending = true;
-            work.swap(m_work);
-        }
-        changed.notify_all();
-        for (const std::function<void()> &step : work)
-            step();
-        const std::lock_guard lock(mutex);
-        ending = false; // a program may make another application object
-        m_watching = false;
+    Background() {
+        // Not the number of processors: the jobs wait, and the main thread may wait for one of them.
+        constexpr int enough = 256;
+        m_pool.setMaxThreadCount(enough);
+        m_pool.setObjectName(u"TarvixUpdate background"_s);
     }
 
-    bool m_watching = false;
-    std::vector<std::function<void()>> m_work;
+    void runNext() {
+        std::function<void()> next;
+        {
+            const std::lock_guard lock(m_mutex);
+            if (m_work.empty())
+                return; // dropped
+            next = std::move(m_work.front());
+            m_work.pop_front();
+        }
+        next();
+        next = nullptr; // its captures go before it counts as finished
+        const std::lock_guard lock(m_mutex);
+        --m_unfinished;
+        m_changed.notify_all();
+    }
+
+    std::mutex m_mutex;
+    std::condition_variable m_changed;
+    std::deque<std::function<void()>> m_work;
+    size_t m_unfinished = 0;
+    bool m_closed = false;
+    QThreadPool m_pool;
 };
-
-} // namespace
-
-namespace {
 
 /// The main thread's mailbox; it goes with the application object.
 struct MainMailbox {
@@ -74,24 +119,12 @@ struct MainMailbox {
 };
 
 MainMailbox &mainMailbox() {
-    static MainMailbox instance;
-    return instance;
-}
-
-/// Work for the thread pool, which takes it from here: see Mailbox.
-struct BackgroundWork {
-    std::mutex mutex;
-    std::deque<std::function<void()>> work;
-};
-
-BackgroundWork &backgroundWork() {
-    static auto *instance = new BackgroundWork; // a thread of the pool may outlast static objects
+    static auto *instance = new MainMailbox; // a thread may outlast static objects
     return *instance;
 }
 
-} // namespace
-
-void postToMain(std::function<void()> work) {
+/// postToMain, for what has been told of the end already.
+void post(std::function<void()> work) {
     MainMailbox &box = mainMailbox();
     const std::lock_guard lock(box.mutex);
     QCoreApplication *application = QCoreApplication::instance();
@@ -114,11 +147,127 @@ void postToMain(std::function<void()> work) {
     box.mailbox->post(std::move(work));
 }
 
-bool runOnMainAndWait(const std::function<void()> &work) {
-    QCoreApplication *application = QCoreApplication::instance();
-    if (!application)
+} // namespace
+
+/// What happens at the end of the application, and whether that end has begun.
+class EndOfApplication {
+public:
+    static EndOfApplication &instance() {
+        static auto *theInstance = new EndOfApplication; // the last that static objects need
+        return *theInstance;
+    }
+
+    std::mutex mutex;
+    std::condition_variable changed;
+    bool ending = false;
+
+    void add(std::function<void()> work, AtEnd where) {
+        watch();
+        const std::lock_guard lock(mutex);
+        m_steps.push_back({std::move(work), where});
+    }
+
+    void add(const InterruptAtEnd *interrupt) {
+        watch();
+        const std::lock_guard lock(mutex);
+        m_interrupts.push_back(interrupt);
+        if (ending)
+            interrupt->m_interrupt();
+    }
+
+    void remove(const InterruptAtEnd *interrupt) {
+        const std::lock_guard lock(mutex);
+        std::erase(m_interrupts, interrupt);
+    }
+
+    /// Sees to it that every way in which the process ends comes by here:
+    /// - the application object goes: it calls this before it goes;
+    /// - exit() while there is one, on the main thread: that thread's own objects go before everything
+    /// static,
+    ///   so threads still have all that they use;
+    /// - exit() on another thread, or before the main thread has come by here.
+    void watch() {
+        bool first = false;
+        {
+            const std::lock_guard lock(mutex);
+            first = !std::exchange(m_watching, true);
+        }
+        if (first) {
+            qAddPostRoutine([] { instance().end(false); });
+            [[maybe_unused]] static const int registered = std::atexit([] { instance().endProcess(); });
+        }
+        if (isMainThread())
+            watchMainThread();
+        else if (first)
+            post([] { watchMainThread(); });
+    }
+
+private:
+    struct Step {
+        std::function<void()> work;
+        AtEnd where;
+    };
+
+    struct MainThreadsEnd {
+        ~MainThreadsEnd() {
+            // Without an application object its end has been here already, and the process may go on.
+            if (QCoreApplication::instance())
+                instance().endProcess();
+        }
+    };
+
+    EndOfApplication() = default;
+
+    static void watchMainThread() {
+        thread_local MainThreadsEnd atItsEnd;
+        (void)&atItsEnd;
+    }
+
+    void endProcess() {
+        // A child that was forked off the host has none of our threads, and whatever locks they held.
+        if (QCoreApplication::applicationPid() == m_process)
+            end(true);
+    }
+
+    void end(bool forGood) {
+        std::vector<Step> steps;
+        {
+            const std::lock_guard lock(mutex);
+            ending = true;
+            steps.swap(m_steps);
+            for (const InterruptAtEnd *interrupt : m_interrupts)
+                interrupt->m_interrupt();
+        }
+        changed.notify_all();
+        Background::instance().close();
+        for (const Step &step : steps) {
+            if (step.where == AtEnd::OnAnyThread || isMainThread())
+                step.work();
+        }
+        if (forGood)
+            return;
+        // A program may make another application object.
+        Background::instance().reopen();
+        const std::lock_guard lock(mutex);
+        ending = false;
+        m_watching = false;
+    }
+
+    const qint64 m_process = QCoreApplication::applicationPid();
+    bool m_watching = false;
+    std::vector<Step> m_steps;
+    std::vector<const InterruptAtEnd *> m_interrupts;
+};
+
+void postToMain(std::function<void()> work) {
+    EndOfApplication::instance().watch();
+    post(std::move(work));
+}
+
+bool runOnMainAndWait(std::function<void()> work) {
+    if (!QCoreApplication::instance())
         return false;
-    if (QThread::currentThread() == application->thread()) {
+    if (isMainThread()) {
         work();
         return true;
     }
@@ -128,15 +277,15 @@ bool runOnMainAndWait(const std::function<void()> &work) {
     };
     const auto state = std::make_shared<State>();
     EndOfApplication &end = EndOfApplication::instance();
-    std::unique_lock lock(end.mutex);
     end.watch();
+    std::unique_lock lock(end.mutex);
     if (end.ending)
         return false;
-    postToMain([state, &work, &end] {
+    post([state, work = std::move(work), &end] {
         {
             const std::lock_guard inner(end.mutex);
             if (state->abandoned)
-                return; // the waiter has gone, and `work` with it
+                return; // the waiter has gone
         }
         work();
         const std::lock_guard inner(end.mutex);
@@ -149,21 +298,27 @@ bool runOnMainAndWait(const std::function<void()> &work) {
 }
 
 void runInBackground(std::function<void()> work) {
-    {
-        const std::lock_guard lock(backgroundWork().mutex);
-        backgroundWork().work.push_back(std::move(work));
-    }
-    QThreadPool::globalInstance()->start([] {
-        std::function<void()> next;
-        {
-            const std::lock_guard lock(backgroundWork().mutex);
-            next = std::move(backgroundWork().work.front());
-            backgroundWork().work.pop_front();
-        }
-        next();
-    });
+    EndOfApplication::instance().watch();
+    Background::instance().run(std::move(work));
 }
 
-void whenApplicationEnds(std::function<void()> work) { EndOfApplication::instance().add(std::move(work)); }
+bool waitForBackground(std::chrono::milliseconds limit) { return Background::instance().wait(limit); }
+
+void whenApplicationEnds(std::function<void()> work, AtEnd where) {
+    EndOfApplication::instance().add(std::move(work), where);
+}
+
+bool applicationIsEnding() {
+    EndOfApplication &end = EndOfApplication::instance();
+    const std::lock_guard lock(end.mutex);
+    return end.ending;
+}
+
+InterruptAtEnd::InterruptAtEnd(std::function<void()> interrupt)
+    : m_interrupt(std::move(interrupt)) {
+    EndOfApplication::instance().add(this);
+}
+
+InterruptAtEnd::~InterruptAtEnd() { EndOfApplication::instance().remove(this); }
 
 } // namespace tx

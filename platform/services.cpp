@@ -25,7 +25,8 @@ int presentAlertInLog(const Alert &alert) {
 }
 
 Services &services() {
-    static Services instance{
+    // Never destroyed: a thread may outlast static objects.
+    static auto &instance = *new Services{
         &nativeFileSystem(),
         &nativeTasks(),
         &nativeWorkspace(),

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "platform/taskoutput.h"
 
+#include "platform/queues.h"
 #include "platform/services.h"
 
 namespace tx {
@@ -19,6 +20,7 @@ std::optional<QByteArray> outputOf(TaskRequest request, const TaskOutputLimits &
     if (!started)
         return std::nullopt;
     Task &task = **started;
+    const InterruptAtEnd interrupt([&task] { task.kill(); });
     QByteArray output;
     for (;;) {
         const std::optional<QByteArray> some = task.readWithin(left());

@@ -23,7 +23,7 @@ struct TaskRequest {
 };
 
 /// A child process. Destroying the object closes its pipes and leaves the process running; it is collected
-/// when it ends. Thread: one at a time.
+/// when it ends. Thread: one at a time, except for `kill`.
 class Task {
 public:
     virtual ~Task() = default;
@@ -40,7 +40,8 @@ public:
     virtual int wait() = 0;
     /// The same; absent when it runs for longer.
     virtual std::optional<int> waitWithin(std::chrono::milliseconds limit) = 0;
-    /// Ends the process at once, and with one that has a session of its own everything in that.
+    /// Ends the process at once, and with one that has a session of its own everything in that. Thread: any,
+    /// also while another one writes, reads or waits.
     virtual void kill() = 0;
 };
 

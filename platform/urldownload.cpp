@@ -8,6 +8,7 @@
 #include "platform/services.h"
 
 #include <QFileInfo>
+#include <QPointer>
 #include <QSslError>
 #include <QThread>
 #include <QTimer>
@@ -68,9 +69,12 @@ public:
     }
 
     ~DownloadJob() override {
-        m_reply->disconnect(this);
-        if (QNetworkAccessManager *manager = m_reply->manager())
-            closeIdleConnections(*manager);
+        // A manager that goes deletes replies first.
+        if (m_reply) {
+            m_reply->disconnect(this);
+            if (QNetworkAccessManager *manager = m_reply->manager())
+                closeIdleConnections(*manager);
+        }
         discardFile();
     }
     Q_DISABLE_COPY_MOVE(DownloadJob)
@@ -258,7 +262,7 @@ private:
 
     std::shared_ptr<Link> m_link;
     UrlRequest m_request;
-    QNetworkReply *m_reply = nullptr;
+    QPointer<QNetworkReply> m_reply;
     std::unique_ptr<OutputFile> m_file;
     std::unique_ptr<ContentDecoder> m_decoder;
     QString m_destination;

@@ -124,7 +124,7 @@ QByteArray UrlResponse::header(const QByteArray &name) const {
 }
 
 UrlLoader &nativeUrlLoader() {
-    static NativeUrlLoader instance;
+    static auto &instance = *new NativeUrlLoader; // a thread may outlast static objects
     return instance;
 }
 

@@ -7,17 +7,19 @@
 #include <QGuiApplication>
 #include <QScreen>
 
+#include <memory>
+
 namespace tx {
 
 QList<ScreenInfo> screensOfDesktop() {
-    QList<ScreenInfo> result;
     if (!qobject_cast<QGuiApplication *>(QCoreApplication::instance()))
-        return result;
-    const bool asked = runOnMainAndWait([&result] {
+        return {};
+    const auto result = std::make_shared<QList<ScreenInfo>>();
+    const bool asked = runOnMainAndWait([result] {
         for (const QScreen *screen : QGuiApplication::screens())
-            result.append({screen->geometry().size(), screen->devicePixelRatio()});
+            result->append({screen->geometry().size(), screen->devicePixelRatio()});
     });
-    return asked ? result : QList<ScreenInfo>();
+    return asked ? *result : QList<ScreenInfo>();
 }
 
 namespace {

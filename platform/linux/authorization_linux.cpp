@@ -145,7 +145,7 @@ public:
 } // namespace
 
 Authorization &nativeAuthorization() {
-    static PolkitAuthorization instance;
+    static auto &instance = *new PolkitAuthorization; // a thread may outlast static objects
     return instance;
 }
 

@@ -288,7 +288,7 @@ QString firstSpecialFile(const QString &path) {
 }
 
 FileSystem &nativeFileSystem() {
-    static NativeFileSystem instance;
+    static auto &instance = *new NativeFileSystem; // a thread may outlast static objects
     return instance;
 }
 

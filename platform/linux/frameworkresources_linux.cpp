@@ -32,7 +32,7 @@ QString findResources() {
 } // namespace
 
 QString frameworkResourcesPath() {
-    static const QString path = findResources();
+    static const auto &path = *new QString(findResources()); // a thread may outlast static objects
     return path;
 }
 

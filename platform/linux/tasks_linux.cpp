@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <csignal>
 #include <fcntl.h>
+#include <mutex>
 #include <poll.h>
 #include <pthread.h>
 #include <spawn.h>
@@ -115,8 +116,14 @@ public:
     }
 
     int wait() override {
-        if (!m_waited)
-            m_status = waitFor(m_pid);
+        if (m_waited)
+            return m_status;
+        siginfo_t info{};
+        while (waitid(P_PID, static_cast<id_t>(m_pid), &info, WEXITED | WNOWAIT) != 0 && errno == EINTR) {
+        }
+        // The number belongs to the process until it is collected, and to anybody after that.
+        const std::lock_guard lock(m_collecting);
+        m_status = waitFor(m_pid);
         m_waited = true;
         return m_status;
     }
@@ -131,6 +138,7 @@ public:
     }
 
     void kill() override {
+        const std::lock_guard lock(m_collecting);
         if (!m_waited)
             ::kill(m_ownSession ? -m_pid : m_pid, SIGKILL);
     }
@@ -162,6 +170,7 @@ private:
     bool m_ownSession;
     posix::Descriptor m_input;
     posix::Descriptor m_output;
+    std::mutex m_collecting;
     bool m_waited = false;
     int m_status = 0;
 };
@@ -256,7 +265,7 @@ public:
 } // namespace
 
 Tasks &nativeTasks() {
-    static NativeTasks instance;
+    static auto &instance = *new NativeTasks; // a thread may outlast static objects
     return instance;
 }
 

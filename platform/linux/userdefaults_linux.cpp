@@ -24,8 +24,9 @@ UserDefaults::UserDefaults(const QString &path)
     : m_path(path) {}
 
 UserDefaults &UserDefaults::standard() {
-    static QMutex mutex;
-    static std::map<QString, std::unique_ptr<UserDefaults>> opened;
+    // Never destroyed: a host's static objects may ask for settings when they go.
+    static auto &mutex = *new QMutex;
+    static auto &opened = *new std::map<QString, std::unique_ptr<UserDefaults>>;
     QString name = TXBundle::mainBundle().bundleIdentifier();
     if (name.isEmpty())
         name = QFileInfo(executablePathAtStart()).fileName();

@@ -76,7 +76,7 @@ public:
 } // namespace
 
 Workspace &nativeWorkspace() {
-    static NativeWorkspace instance;
+    static auto &instance = *new NativeWorkspace; // a thread may outlast static objects
     return instance;
 }
 

@@ -114,7 +114,16 @@ TEST(OSVersionNumber, PacksThreeComponentsOfEightBits) {
     EXPECT_EQ(tx::packVersion(14, 2, 1), 0x0E0201U);
     EXPECT_EQ(tx::packVersion(10, 9, 5), 657669U);
     EXPECT_EQ(tx::packVersion(256, 257, 511), 0x0001FFU);
-    EXPECT_LT(TXUpdateOSVersion(), 1U << 24);
+}
+
+TEST_F(Host, PackedSystemVersionIsThatOfTheText) {
+    const QStringList parts = TXUpdateHost::host()->systemVersionString().split(u'.');
+    ASSERT_EQ(parts.size(), 3);
+    quint32 packed = 0;
+    for (const QString &part : parts)
+        packed = packed << 8 | (part.toUInt() & 0xFF);
+    EXPECT_NE(packed, 0U);
+    EXPECT_EQ(TXUpdateOSVersion(), packed);
 }
 
 } // namespace

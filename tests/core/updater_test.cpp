@@ -6,6 +6,7 @@
 #include "tests/support/environment.h"
 #include "tests/support/feedserver.h"
 
+#include <QCoreApplication>
 #include <QFile>
 #include <QJsonDocument>
 #include <QJsonObject>

@@ -61,8 +61,14 @@ INSTANTIATE_TEST_SUITE_P(
                     ParseCase{u"1.2b3c"_s, 1, u"1.2b3c"_s, 0, 0, 0, 5, {}, 0},
                     ParseCase{u"1.2 3"_s, 1, u"1.2 3"_s, 0, 0, 0, 5, {}, 0},
                     ParseCase{u""_s, 1, u""_s, 0, 0, 0, 5, {}, 0},
-                    ParseCase{u"4294967297.1"_s, 0, u"1.1"_s, 4294967297, 1, 0, 5, {}, 0},
-                    ParseCase{u"9223372036854775808"_s, 0, u"4294967295.0"_s, largest, 0, 0, 5, {}, 0}));
+                    ParseCase{u"+1.+2.+3"_s, 0, u"1.2.30"_s, 1, 2, 3, 5, {}, 0},
+                    ParseCase{u"1.-2"_s, 0, u"1.4294967294"_s, 1, quint64(-2), 0, 5, {}, 0},
+                    ParseCase{u"-1.0"_s, 0, u"4294967295.0"_s, quint64(-1), 0, 0, 5, {}, 0},
+                    ParseCase{u"1.2b+3"_s, 0, u"1.2b+"_s, 1, 2, 0, 0, u"b+"_s, 3},
+                    ParseCase{u"+"_s, 1, u"+"_s, 0, 0, 0, 5, {}, 0},
+                    ParseCase{u"1.- 2"_s, 1, u"1.- 2"_s, 0, 0, 0, 5, {}, 0},
+                    ParseCase{u"9223372036854775808"_s, 0, u"4294967295.0"_s, largest, 0, 0, 5, {}, 0},
+                    ParseCase{u"4294967297.1"_s, 0, u"1.1"_s, 4294967297, 1, 0, 5, {}, 0}));
 
 struct OrderCase {
     QString smaller;
@@ -100,7 +106,10 @@ TEST(VersionNumber, EqualTextsAreEqualWhateverTheSuffixNumber) {
 
 TEST(VersionNumber, HashMixesThePartsWithAConstant) {
     EXPECT_EQ(number(u"1.2"_s).hash(), size_t(1 ^ 2 ^ 0 ^ 5 ^ 0 ^ 21845));
-    EXPECT_EQ(number(u"word"_s).hash(), qHash(u"word"_s));
+    EXPECT_EQ(number(u"16.32.64b128"_s).hash(), size_t(16 ^ 32 ^ 64 ^ 3 ^ 128 ^ 21845) ^ qHash(u"b"_s))
+        << "each part counts";
+    EXPECT_EQ(number(u"1.2.3 RC4"_s).hash(), number(u"1.2.3fc4"_s).hash()) << "what is equal";
+    EXPECT_EQ(number(u"Word"_s).hash(), qHash(u"word"_s));
 }
 
 } // namespace

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "core/versioncomparison.h"
 #include "feed/itemdate.h"
 #include "platform/userdefaults.h"
 #include "tests/support/environment.h"
@@ -55,6 +56,18 @@ protected:
                         .isNull());
     }
 };
+
+TEST_F(Track, HostsOwnComparatorDecidesWhatIsNewest) {
+    const TXUpdateTrack track = updates({update(u"2"_s), update(u"1"_s), update(u"3"_s)});
+    EXPECT_EQ(track.recommendedUpdate()->version(), u"3"_s);
+    tx::setVersionComparator([](const QString &a, const QString &b) { return tx::compareVersions(b, a); });
+    EXPECT_EQ(track.recommendedUpdate()->version(), u"1"_s);
+    update(u"2"_s)->ignore();
+    const TXUpdatePtr best = track.recommendedUpdate();
+    tx::setVersionComparator(nullptr);
+    ASSERT_TRUE(best) << "what is newer than the ignored one";
+    EXPECT_EQ(best->version(), u"1"_s);
+}
 
 TEST_F(Track, RecommendsTheNewestAndTheFirstOfEqualOnes) {
     const QList<TXUpdatePtr> list{update(u"2"_s), update(u"3"_s), update(u"3"_s), update(u"1"_s)};

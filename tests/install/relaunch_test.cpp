@@ -1,12 +1,15 @@
 // SPDX-License-Identifier: MIT
 #include "install/updateinstallation.h"
 #include "platform/frameworkresources.h"
+#include "tests/support/builders.h"
 #include "tests/support/environment.h"
 #include "tests/support/fakes.h"
+#include "tests/support/processes.h"
 
 #include <TarvixUpdate/TXUpdate.h>
 
 #include <QCoreApplication>
+#include <QFileInfo>
 
 using namespace Qt::StringLiterals;
 
@@ -48,6 +51,27 @@ TEST_F(Relaunch, OneRoadThatFailsLeavesTheOther) {
     EXPECT_THAT(log,
                 testing::HasSubstr("TXUpdate failed to launch with TXUpdateLauncher due to an exception. "));
     EXPECT_THAT(log, testing::HasSubstr("TXUpdate failed to launch with script due to an exception. "));
+}
+
+TEST_F(Relaunch, LauncherIsToldToLogFromLevelFiveOn) {
+    // The level is read once for each process: real hosts, and a launcher that notes what it is given.
+    const QString resources = path(u"resources"_s);
+    const QString given = path(u"given"_s);
+    tx::test::writeFile(resources + u"/TXUpdateLauncher"_s,
+                        "#!/bin/sh\nprintf '%s|' $# \"$2\" \"$3\" > '" + given.toUtf8() + ".new'\nmv '" +
+                            given.toUtf8() + ".new' '" + given.toUtf8() + "'\n",
+                        QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    for (const auto &[level, expected] : {std::pair(0, ""), std::pair(1, ""), std::pair(4, ""),
+                                          std::pair(5, "debug"), std::pair(6, "debug")}) {
+        QFile::remove(given);
+        const auto result = tx::test::runProcess(
+            QStringLiteral(TEST_HELPERS) + u"/survival/fault_host"_s, {host, u"relaunch"_s}, {},
+            {u"TXUPDATE_LOG_LEVEL=%1"_s.arg(level), u"TXUPDATE_RESOURCES="_s + resources,
+             u"FAULT_PLAN="_s + path(u"plan"_s)});
+        ASSERT_EQ(result.status, 0) << result.errors.constData();
+        ASSERT_TRUE(tx::test::waitUntil([&] { return QFileInfo::exists(given); })) << level;
+        EXPECT_EQ(tx::test::readFile(given), "3|" + host.toUtf8() + '|' + expected + '|') << level;
+    }
 }
 
 TEST(RelaunchCommand, StandsAsGivenExceptForAQuoteInThePath) {

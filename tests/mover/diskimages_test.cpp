@@ -7,7 +7,11 @@
 #include "tests/support/environment.h"
 #include "tests/support/processes.h"
 
+#include <sched.h>
 #include <sys/mount.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 using namespace Qt::StringLiterals;
@@ -134,12 +138,80 @@ protected:
     ~RealDiskImage() override { umount2(QFile::encodeName(mountPoint).constData(), MNT_DETACH); }
 };
 
+/// Mount points of this process's own, with the rights to change them; false where the system permits none.
+bool enterOwnMounts() {
+    const uid_t user = geteuid();
+    const gid_t group = getegid();
+    if (user != 0 && unshare(CLONE_NEWUSER) != 0)
+        return false;
+    if (user != 0) {
+        tx::test::writeFile(u"/proc/self/setgroups"_s, "deny");
+        tx::test::writeFile(u"/proc/self/uid_map"_s, "0 " + QByteArray::number(user) + " 1");
+        tx::test::writeFile(u"/proc/self/gid_map"_s, "0 " + QByteArray::number(group) + " 1");
+    }
+    return unshare(CLONE_NEWNS) == 0 && mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
+}
+
+/// A read-only volume that the kernel reports as that of a loop device, which no machine has: all but the
+/// device itself is as with a real image. Ends the process: 0 when all was as it should be.
+[[noreturn]] void findAndDetachInOwnMounts(const QString &image, const QString &mountPoint) {
+    const QByteArray point = QFile::encodeName(mountPoint);
+    const auto expect = [](bool holds, const char *what) {
+        if (!holds) {
+            std::fprintf(stderr, "not so: %s\n", what);
+            _exit(1);
+        }
+    };
+    struct stat info {};
+    expect(enterOwnMounts(), "a place to mount in");
+    expect(mount("/dev/loop4242", point.constData(), "tmpfs", 0, nullptr) == 0, "a volume");
+    tx::test::makeBundle(mountPoint + u"/Host.app"_s, {});
+    expect(mount(nullptr, point.constData(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr) == 0, "read-only");
+    expect(stat(point.constData(), &info) == 0, "its number");
+    expect(mount("sys", "/sys", "tmpfs", 0, nullptr) == 0, "a place for devices");
+    const QString device = u"/sys/block/loop4242"_s;
+    tx::test::writeFile(device + u"/dev"_s, QByteArray::number(major(info.st_dev)) + ':' +
+                                                QByteArray::number(minor(info.st_dev)) + '\n');
+    tx::test::writeFile(device + u"/loop/backing_file"_s, QFile::encodeName(image) + '\n');
+
+    const tx::ApplicationPlaces places(mountPoint + u"/Host.app"_s);
+    expect(places.isInDiskImage(), "it is a disk image");
+    expect(places.diskImageVolumePath() == mountPoint, "the path of the volume");
+    expect(tx::ApplicationPlaces::diskImageFileForVolumePath(mountPoint) == image, "the image's file");
+    expect(!tx::ApplicationPlaces(image).isInDiskImage(), "what is elsewhere is in none");
+    const auto result = runProcess(tool(), {u"detach"_s, mountPoint});
+    expect(!QFileInfo::exists(mountPoint + u"/Host.app"_s), "detaching unmounts it");
+    expect(result.status == 1 && result.errors.contains("/dev/loop4242"),
+           "a device that is not there is named");
+    _exit(0);
+}
+
 TEST_F(RealDiskImage, IsFoundBehindItsVolumeAndDetached) {
     tx::services().hdiutilPath = tool;
     if (!mounted) {
-        // Without the right to mount one, this system's own tables must say that there is none.
+        const pid_t probe = fork();
+        if (probe == 0)
+            _exit(enterOwnMounts() ? 0 : 1);
+        int status = -1;
+        waitpid(probe, &status, 0);
+        if (status == 0) {
+            EXPECT_EXIT(findAndDetachInOwnMounts(image, mountPoint), testing::ExitedWithCode(0), "");
+            return;
+        }
+        // Not even that: the files that this system's tables name are all that there can be.
         EXPECT_FALSE(tx::ApplicationPlaces(path(u"content/Host.app"_s)).isInDiskImage());
-        EXPECT_FALSE(runProcess(tool(), {u"info"_s}).output.contains(image.toUtf8()));
+        QByteArray expected;
+        for (const QString &name : tx::test::namesIn(u"/sys/block"_s)) {
+            const QByteArray file = tx::test::readFile(u"/sys/block/"_s + name + u"/loop/backing_file"_s);
+            if (!file.isEmpty())
+                expected += file;
+        }
+        QByteArray found;
+        for (const QByteArray &line : runProcess(tool(), {u"info"_s}).output.split('\n')) {
+            if (!line.isEmpty() && !line.startsWith(' '))
+                found += line + '\n';
+        }
+        EXPECT_EQ(found, expected);
         return;
     }
     const tx::ApplicationPlaces places(mountPoint + u"/Host.app"_s);

@@ -6,7 +6,9 @@
 #include <QCoreApplication>
 #include <QElapsedTimer>
 #include <QThread>
+#include <QThreadPool>
 
+#include <atomic>
 #include <thread>
 
 using namespace std::chrono_literals;
@@ -44,6 +46,39 @@ TEST(Queues, BackgroundWorkRunsElsewhereAndMayAskTheMainThread) {
     bool direct = false;
     EXPECT_TRUE(tx::runOnMainAndWait([&] { direct = true; })) << "from the main thread it runs at once";
     EXPECT_TRUE(direct);
+}
+
+TEST(Queues, BackgroundJobsDoNotWaitForEachOther) {
+    // More of them than there are processors, each waiting for the last.
+    const int count = 4 * QThread::idealThreadCount() + 4;
+    std::atomic<int> begun{0};
+    std::atomic<bool> last{false};
+    std::atomic<int> ended{0};
+    for (int i = 0; i < count; ++i) {
+        tx::runInBackground([&] {
+            ++begun;
+            last.wait(false);
+            ++ended;
+        });
+    }
+    EXPECT_FALSE(tx::waitForBackground(1ms));
+    EXPECT_TRUE(waitUntil([&] { return begun == count; })) << begun;
+    last = true;
+    last.notify_all();
+    EXPECT_TRUE(tx::waitForBackground(20s));
+    EXPECT_EQ(ended, count);
+}
+
+TEST(Queues, BackgroundWorkLeavesTheHostsThreadPoolAlone) {
+    std::atomic<bool> ran{false};
+    int active = -1;
+    tx::runInBackground([&] {
+        active = QThreadPool::globalInstance()->activeThreadCount();
+        ran = !QThreadPool::globalInstance()->contains(QThread::currentThread());
+    });
+    EXPECT_TRUE(tx::waitForBackground(20s));
+    EXPECT_TRUE(ran);
+    EXPECT_EQ(active, 0);
 }
 
 TEST(Timers, LongIntervalsAreCountedInSteps) {

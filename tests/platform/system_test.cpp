@@ -10,6 +10,10 @@
 #include "tests/support/fakes.h"
 #include "tests/support/processes.h"
 
+#include <QDir>
+#include <QFileInfo>
+
+#include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -68,11 +72,27 @@ TEST_F(Folders, TemporaryOneIsNotTakenThroughALink) {
 }
 
 TEST_F(Folders, WithoutHomeTheUserDatabaseIsAsked) {
-    qunsetenv("HOME");
-    qunsetenv("XDG_CACHE_HOME");
-    EXPECT_EQ(tx::homeDirectory(), QString::fromStdString(tx::posix::homeFolder()));
-    EXPECT_TRUE(tx::homeDirectory().startsWith(u'/'));
-    EXPECT_EQ(tx::userApplicationsDirectory(), tx::homeDirectory() + u"/Applications"_s);
+    const struct passwd *entry = getpwuid(geteuid());
+    ASSERT_TRUE(entry);
+    const QString home = QFile::decodeName(entry->pw_dir);
+    ASSERT_NE(home, u"/"_s);
+    // A variable that names no absolute path counts as none.
+    for (const char *value : {static_cast<const char *>(nullptr), "", "relative/home"}) {
+        for (const char *name : {"HOME", "XDG_CACHE_HOME", "XDG_CONFIG_HOME"}) {
+            if (value)
+                qputenv(name, value);
+            else
+                qunsetenv(name);
+        }
+        EXPECT_EQ(tx::homeDirectory(), home);
+        EXPECT_EQ(tx::userApplicationsDirectory(), home + u"/Applications"_s);
+        EXPECT_EQ(tx::configurationDirectory(), home + u"/.config"_s);
+        EXPECT_EQ(tx::posix::cacheFolder(), (home + u"/.cache"_s).toStdString());
+        if (!value || !*value) {
+            EXPECT_EQ(tx::downloadsDirectoryPath(), home + u"/Downloads"_s);
+            EXPECT_EQ(tx::desktopDirectoryPath(), home + u"/Desktop"_s);
+        }
+    }
     EXPECT_EQ(tx::localApplicationsDirectory(), u"/opt"_s);
 }
 
@@ -122,9 +142,33 @@ TEST_F(Volumes, RemovableIsWhatTheDeviceOrItsDiskSays) {
     EXPECT_FALSE(tx::deviceIsLoop(u"/dev/sda"_s));
 }
 
-TEST(Resources, StandBesideTheLibraryOrWhereTheTestSays) {
-    EXPECT_TRUE(QFileInfo(tx::frameworkResourcesPath() + u"/TXUpdateInstaller.app"_s).isDir())
-        << tx::frameworkResourcesPath().toStdString();
+class Resources : public tx::test::FrameworkTest {
+protected:
+    /// What a program finds that holds the framework and is at `place`.
+    QString foundFrom(const QString &place, const QString &variable) const {
+        const QString program = path(place);
+        QDir().mkpath(QFileInfo(program).path());
+        EXPECT_TRUE(QFile::exists(program) ||
+                    QFile::copy(QStringLiteral(TEST_HELPERS) + u"/resources_printer"_s, program));
+        const auto result = tx::test::runProcess(program, {}, {}, {u"TXUPDATE_RESOURCES="_s + variable});
+        EXPECT_EQ(result.status, 0) << result.errors.constData();
+        return QString::fromUtf8(result.output);
+    }
+};
+
+TEST_F(Resources, StandBesideTheLibraryOrWhereTheTestSays) {
+    EXPECT_EQ(QFileInfo(tx::frameworkResourcesPath()).canonicalFilePath(),
+              QFileInfo(QStringLiteral(TEST_RESOURCES)).canonicalFilePath());
+    const QString elsewhere = path(u"elsewhere"_s);
+    const QString bundled = path(u"A.app/Contents/Frameworks/TarvixUpdate/Resources"_s);
+    EXPECT_EQ(foundFrom(u"A.app/Contents/Frameworks/library"_s, elsewhere), elsewhere);
+    EXPECT_EQ(foundFrom(u"A.app/Contents/Frameworks/library"_s, {}), bundled) << "where they should be";
+    QDir().mkpath(bundled);
+    EXPECT_EQ(foundFrom(u"A.app/Contents/Frameworks/library"_s, elsewhere), bundled)
+        << "the variable leads no application to other tools than its own";
+    const QString built = path(u"prefix/lib/TarvixUpdate/Resources"_s);
+    QDir().mkpath(built);
+    EXPECT_EQ(foundFrom(u"prefix/bin/program"_s, elsewhere), built);
 }
 
 class Desktop : public tx::test::FrameworkTest {};

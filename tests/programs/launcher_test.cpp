@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: MIT
+#include "install/updateinstallation.h"
 #include "launcher/relauncher.h"
+#include "platform/linux/openbundle.h"
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
 #include "tests/support/processes.h"
@@ -7,6 +9,7 @@
 #include <QElapsedTimer>
 #include <QProcess>
 
+#include <csignal>
 #include <unistd.h>
 
 using namespace Qt::StringLiterals;
@@ -25,6 +28,13 @@ protected:
         tx::test::makeBundle(
             app, {.program = "#!/bin/sh\necho x >> '" + ran.toUtf8() + "'\nwhile :; do sleep 1000; done\n"});
     }
+    /// So that the next opener does not find it running.
+    void endApplication() const {
+        const std::string program = (app + u"/Contents/Linux/Program"_s).toStdString();
+        for (const pid_t process : tx::processesRunning(program))
+            kill(process, SIGKILL);
+        EXPECT_TRUE(waitUntil([&] { return tx::processesRunning(program).empty(); }));
+    }
     static QString tool() { return QStringLiteral(TEST_RESOURCES) + u"/TXUpdateLauncher"_s; }
 };
 
@@ -42,6 +52,8 @@ TEST_F(Launcher, OpensAtOnceWhenItsParentIsAnotherProcess) {
         clock.start();
         EXPECT_EQ(runProcess(tool(), {pid, app, u""_s}).status, 0);
         EXPECT_LT(clock.elapsed(), 900) << "without sleeping";
+        EXPECT_TRUE(waitUntil([this] { return tx::test::readFile(ran) == "x\n"; })) << pid.toStdString();
+        endApplication();
     }
 }
 
@@ -84,19 +96,26 @@ TEST(LauncherLog, HasItsLinesOnlyForDebug) {
 }
 
 TEST_F(Launcher, RelaunchScriptOpensWhenTheProcessHasGone) {
-    // Both roads, as a host takes them; the application comes back once, whatever its path holds.
-    QProcess host;
-    const QString script =
-        u"(while [ `ps -p $$ | wc -l` -gt 1 ]; do sleep 0.1; done; open \"$1\") & \"$0\" $$ \"$1\" '' & read line"_s;
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert(u"PATH"_s, QStringLiteral(TEST_RESOURCES) + u':' + environment.value(u"PATH"_s));
-    host.setProcessEnvironment(environment);
-    host.start(u"sh"_s, {u"-c"_s, script, tool(), app});
-    ASSERT_TRUE(host.waitForStarted());
-    host.closeWriteChannel();
-    ASSERT_TRUE(host.waitForFinished(20000));
-    ASSERT_TRUE(waitUntil([this] { return !tx::test::readFile(ran).isEmpty(); }));
-    EXPECT_FALSE(waitUntil([this] { return tx::test::readFile(ran).count('\n') > 1; }, 1500));
+    // The shell is the host. First the script alone, then both roads, as a host takes them: the application
+    // comes back once, whatever its path holds.
+    for (const bool both : {false, true}) {
+        QFile::remove(ran);
+        QProcess host;
+        host.start(u"sh"_s, {u"-c"_s, u"[ -z \"$2\" ] || \"$0\" $$ \"$1\" '' & read line"_s, tool(), app,
+                             both ? u"both"_s : u""_s});
+        ASSERT_TRUE(host.waitForStarted());
+        ASSERT_EQ(runProcess(
+                      u"/bin/sh"_s, {u"-c"_s, tx::relaunchCommand(host.processId(), app) + u" >&- 2>&-"_s},
+                      {}, {u"PATH="_s + QStringLiteral(TEST_RESOURCES) + u':' + qEnvironmentVariable("PATH")})
+                      .status,
+                  0);
+        EXPECT_FALSE(waitUntil([this] { return !tx::test::readFile(ran).isEmpty(); }, 400)) << "too early";
+        host.closeWriteChannel();
+        ASSERT_TRUE(host.waitForFinished(20000));
+        ASSERT_TRUE(waitUntil([this] { return !tx::test::readFile(ran).isEmpty(); })) << both;
+        EXPECT_FALSE(waitUntil([this] { return tx::test::readFile(ran).count('\n') > 1; }, 1500));
+        endApplication();
+    }
 }
 
 } // namespace

@@ -10,7 +10,6 @@
 #include <QCoreApplication>
 #include <QMutex>
 #include <QTest>
-#include <QThreadPool>
 
 #include <grp.h>
 #include <unistd.h>
@@ -63,7 +62,7 @@ FrameworkTest::FrameworkTest()
 FrameworkTest::~FrameworkTest() {
     drainEvents();
     // What still runs in the background may ask the services.
-    QThreadPool::globalInstance()->waitForDone();
+    EXPECT_TRUE(waitForBackground(std::chrono::minutes(1)));
     services() = m_services;
     qInstallMessageHandler(nullptr);
     setMainBundle({});

@@ -2,6 +2,7 @@
 // Things that happen at the same time, in any order, or while the clock does not go on as it should.
 #include "core/settings.h"
 #include "platform/filesystem.h"
+#include "platform/queues.h"
 #include "platform/tasks.h"
 #include "tests/survival/survivaltest.h"
 
@@ -11,7 +12,6 @@
 
 #include <QCoreApplication>
 #include <QRandomGenerator>
-#include <QThreadPool>
 
 #include <atomic>
 #include <fstream>
@@ -149,7 +149,7 @@ TEST_F(RandomOrders, OfCheckDownloadCancelAndDestructionHarmNothing) {
         if (HasFailure())
             break;
     }
-    QThreadPool::globalInstance()->waitForDone();
+    EXPECT_TRUE(tx::waitForBackground(std::chrono::minutes(1)));
     tx::test::drainEvents();
     EXPECT_FALSE(namesIn(cache).contains(u".txupdate-download"_s));
     EXPECT_GT(checked, runs() / 10);
