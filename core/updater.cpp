@@ -4,6 +4,7 @@
 #include "core/relevance.h"
 #include "core/settings.h"
 #include "core/versioncomparison.h"
+#include "install/quitreply.h"
 #include "platform/queues.h"
 #include "platform/services.h"
 #include "platform/userdefaults.h"
@@ -27,6 +28,10 @@ TXUpdaterDelegate::~TXUpdaterDelegate() = default;
 QVariantMap TXUpdaterDelegate::feedParametersForUpdater(TXUpdater *) { return {}; }
 void TXUpdaterDelegate::updaterDidCheckForUpdate(TXUpdater *, const TXUpdateFeedPtr &, const TXError &) {}
 
+void TXUpdaterDelegate::updaterShouldQuitToInstall(TXUpdater *, TXUpdate &, const TXQuitReply &reply) {
+    reply.askApplication();
+}
+
 TXUpdater *TXUpdater::sharedUpdater() {
     if (TXUpdater *updater = sharedInstance.load(std::memory_order_acquire))
         return updater;
@@ -46,6 +51,13 @@ TXUpdater::TXUpdater()
         d->timer.moveToThread(application->thread());
     }
     tx::setVersionComparator(nullptr);
+    tx::quitQuestion() = [](TXUpdate &update, const TXQuitReply &reply) {
+        TXUpdater *updater = sharedUpdater();
+        if (TXUpdaterDelegate *delegate = updater->delegate())
+            delegate->updaterShouldQuitToInstall(updater, update, reply);
+        else
+            reply.askApplication();
+    };
 }
 
 TXUpdater::~TXUpdater() = default;
@@ -158,6 +170,13 @@ void TXUpdater::checkForUpdate(const CompletionHandler &handler) {
     tx::runInBackground([this, handler] { performCheck(handler); });
 }
 
+bool TXUpdater::joinCheck(const CompletionHandler &handler) {
+    if (!d->isChecking)
+        return false;
+    d->joined.append(handler);
+    return true;
+}
+
 void TXUpdater::performCheck(const CompletionHandler &handler) {
     const TXUpdateSystemProfilePtr profile = profileIfDue();
     const auto parameters = std::make_shared<QVariantMap>();
@@ -199,10 +218,14 @@ TXUpdateSystemProfilePtr TXUpdater::profileIfDue() const {
 
 void TXUpdater::report(const CompletionHandler &handler, const TXUpdateFeedPtr &feed, const TXError &error,
                        bool sentProfile) {
+    // The handler may start the next check, which others join.
+    const QList<CompletionHandler> joined = std::exchange(d->joined, {});
     if (handler)
         handler(feed, error);
     else if (TXUpdaterDelegate *delegate = d->delegate)
         delegate->updaterDidCheckForUpdate(this, feed, error);
+    for (const CompletionHandler &also : joined)
+        also(feed, error);
     if (feed)
         (void)defaults().setValue(TXUpdatePrefLastUpdateCheckDateKey, tx::services().now());
     // Whether the check succeeded or not: the profile was handed over.

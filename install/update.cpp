@@ -2,6 +2,7 @@
 #include "install/update_p.h"
 
 #include "feed/itemdate.h"
+#include "platform/queues.h"
 #include "platform/services.h"
 #include "platform/userdefaults.h"
 
@@ -22,7 +23,16 @@ bool same(const QString &a, const QString &b) { return a.isNull() == b.isNull() 
 
 TXUpdate::TXUpdate()
     : d(std::make_unique<Private>()) {}
-TXUpdate::~TXUpdate() = default;
+
+TXUpdate::~TXUpdate() {
+    if (const CompletionHandler handler = std::exchange(d->installErrorHandler, nullptr))
+        tx::postToMain([handler] {
+            handler(TXError(TXCocoaErrorDomain, TXErrorCancelled,
+                            u"The application update could not be installed."_s,
+                            u"The application released the update while it was being installed."_s,
+                            u"Keep the update until its handler has been called."_s));
+        });
+}
 
 QString TXUpdate::title() const { return d->title; }
 QString TXUpdate::version() const { return d->version; }

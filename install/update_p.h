@@ -16,7 +16,9 @@ struct TXUpdate::Private : tx::UpdateFields {
     QString downloadPath;
     std::shared_ptr<tx::UpdateDownload> download;
     CompletionHandler installErrorHandler;
-    std::unique_ptr<tx::FileLock> folderLock; ///< while it downloads or installs
+    std::shared_ptr<void>
+        quitPermission; ///< from the answer that the application may end until the process does
+    std::shared_ptr<tx::FileLock> folderLock; ///< while it downloads or installs; unpacking holds it as well
 };
 
 namespace tx {

@@ -8,6 +8,7 @@
 #include "install/update_p.h"
 #include "platform/filesystem.h"
 #include "platform/localization.h"
+#include "platform/queues.h"
 #include "platform/services.h"
 
 #include <TarvixUpdate/TXLog.h>
@@ -87,7 +88,15 @@ UpdateDownload::UpdateDownload(TXUpdate &update, TXUpdate::ProgressHandler progr
     , m_progress(std::move(progress))
     , m_completion(std::move(completion)) {}
 
-UpdateDownload::~UpdateDownload() = default;
+UpdateDownload::~UpdateDownload() {
+    // Only a download whose update was destroyed has not reported its end.
+    if (m_completion)
+        postToMain([completion = std::move(m_completion)] {
+            completion(TXError(TXCocoaErrorDomain, TXErrorCancelled, u"The update could not be downloaded."_s,
+                               u"The application released the update while it was being downloaded."_s,
+                               u"Keep the update until its handler has been called."_s));
+        });
+}
 
 void UpdateDownload::start() {
     UrlRequest request;

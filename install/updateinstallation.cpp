@@ -4,6 +4,7 @@
 #include "core/names.h"
 #include "install/buildcheck.h"
 #include "install/installerclient.h"
+#include "install/quitreply.h"
 #include "install/unarchiver.h"
 #include "install/update_p.h"
 #include "install/updatedownload.h"
@@ -90,7 +91,8 @@ void UpdateInstallation::install_doUnarchive(TXUpdate &update) {
     const QPointer<TXUpdate> guard(&update);
     TXUpdateUnarchiver::unarchive(
         update.downloadPath(), [] {},
-        [guard](const QString &application, const TXError &error) {
+        // Unpacking goes on when the update goes, and nobody else may write to the folder until it is done.
+        [guard, lock = update.d->folderLock](const QString &application, const TXError &error) {
             if (!guard)
                 return;
             if (error)
@@ -121,6 +123,39 @@ void UpdateInstallation::install_doInstall(TXUpdate &update, const QString &appl
             update, TXError(updaterErrorDomain, 0, u"The application update could not be installed."_s, why));
         return;
     }
+    if (application.isNull())
+        handOver(update, application); // fails, and nobody has to save anything for that
+    else
+        askToQuit(update, application);
+}
+
+void UpdateInstallation::askToQuit(TXUpdate &update, const QString &application) {
+    const QPointer<TXUpdate> guard(&update);
+    const auto answer = std::make_shared<TXQuitReply::Answer>();
+    answer->done = [guard, application](const std::shared_ptr<void> &permission) {
+        if (!guard)
+            return;
+        if (permission) {
+            guard->d->quitPermission = permission;
+            handOver(*guard, application);
+            return;
+        }
+        TXLog(TXLogLevelStep, u"TXUpdate: The application does not quit. Nothing is installed."_s);
+        install_failed(
+            *guard,
+            TXError(TXCocoaErrorDomain, TXErrorCancelled,
+                    localizedString(u"The update was not installed because the application was not quit."_s),
+                    {}, localizedString(u"You can install the update later."_s)));
+    };
+    const TXQuitReply reply(answer);
+    if (const QuitQuestion question = quitQuestion())
+        question(update, reply);
+    else
+        reply.askApplication();
+}
+
+void UpdateInstallation::handOver(TXUpdate &update, const QString &application) {
+    TXError error;
     if (TXUpdateInstallerClient::sharedInstance()->installUnarchivedApp(application, update.downloadPath(),
                                                                         &error))
         return;
@@ -182,8 +217,11 @@ void UpdateInstallation::install_failed(TXUpdate &update, const TXError &error) 
     const TXUpdate::CompletionHandler handler = std::exchange(d.installErrorHandler, nullptr);
     const bool wasInstalled = std::exchange(d.isInstalled, false);
     const bool wasInstalling = std::exchange(d.isInstalling, false);
-    if (handler)
-        postToMain([handler, error] { handler(error); });
+    // An application that has closed its windows for this ends when the handler has told the user.
+    postToMain([handler, error, permission = std::exchange(d.quitPermission, nullptr)] {
+        if (handler)
+            handler(error);
+    });
     const QPointer<TXUpdate> guard(&update);
     if (wasInstalling)
         Q_EMIT update.isInstallingChanged();

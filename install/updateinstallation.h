@@ -19,6 +19,9 @@ private:
     /// Fails, and removes the archive and the application that came out of it: the update is to be downloaded
     /// again.
     static void discardDownload(TXUpdate &update, const QString &application, const TXError &why);
+    /// Asks whether the application may end, and hands over if so.
+    static void askToQuit(TXUpdate &update, const QString &application);
+    static void handOver(TXUpdate &update, const QString &application);
     static void moveIntoDownloads(TXUpdate &update, const QString &application);
 };
 

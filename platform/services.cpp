@@ -53,6 +53,7 @@ Services &services() {
         std::chrono::minutes(5),
         std::chrono::seconds(1),
         std::chrono::seconds(5),
+        [] { return std::make_shared<bool>(true); },
         [](int status) {
             nativeUrlLoader().stop();
             std::exit(status);

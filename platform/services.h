@@ -9,6 +9,7 @@
 
 #include <chrono>
 #include <functional>
+#include <memory>
 
 namespace tx {
 
@@ -64,6 +65,10 @@ struct Services {
     /// How long a visible check shows that it runs, and how long after its start an application checks first.
     std::chrono::milliseconds checkingPause;
     std::chrono::milliseconds firstCheckDelay;
+    /// Asks the application whether it may end, as the desktop's Quit does, without ending it. Null when it
+    /// refuses; what it returns is held until the process ends or the reason to end it is gone. Without a
+    /// user interface there is nobody to ask.
+    std::function<std::shared_ptr<void>()> requestQuit;
     /// Ends the process.
     std::function<void(int status)> exitProcess;
     std::function<QDateTime()> now;

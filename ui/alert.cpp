@@ -4,6 +4,7 @@
 #include "platform/localization.h"
 #include "platform/services.h"
 #include "ui/appearance.h"
+#include "ui/lifetime.h"
 
 #include <QApplication>
 #include <QCheckBox>
@@ -25,6 +26,7 @@ struct Box {
         : box(new QMessageBox(alert.critical ? QMessageBox::Critical : QMessageBox::Information,
                               QGuiApplication::applicationDisplayName(), alert.message)) {
         applyDirection(box);
+        makeSecondary(box);
         // The texts are what they are, not markup.
         box->setTextFormat(Qt::PlainText);
         box->setInformativeText(alert.informative);
@@ -87,6 +89,7 @@ void presentAlertAsSheet(const Alert &alert, QWidget *parent, const std::functio
     });
     // A sheet does not outlive its window.
     QObject::connect(parent, &QObject::destroyed, made.box, &QObject::deleteLater);
+    whenApplicationQuits(made.box, [box = made.box] { delete box; });
     made.box->adjustSize();
     attachSheet(made.box, parent);
     made.box->show();

@@ -63,7 +63,10 @@ bool isAppearanceChange(const QEvent *event) {
 
 void makeAlertPanel(QWidget *window) {
     window->setWindowFlags(Qt::Dialog | Qt::CustomizeWindowHint | Qt::WindowTitleHint);
+    makeSecondary(window);
 }
+
+void makeSecondary(QWidget *window) { window->setAttribute(Qt::WA_QuitOnClose, false); }
 
 void moveByBackground(QWidget *window, QMouseEvent *event) {
     if (event->button() == Qt::LeftButton && window->windowHandle())

@@ -26,6 +26,9 @@ void applyDirection(QWidget *window);
 
 /// Leaves the title bar without buttons; the window can be moved by its background.
 void makeAlertPanel(QWidget *window);
+/// The application quits when its own windows are closed, even while this one is still open. makeAlertPanel()
+/// includes this.
+void makeSecondary(QWidget *window);
 /// Moves the window when the event pressed its background.
 void moveByBackground(QWidget *window, QMouseEvent *event);
 /// In the middle of `parent`, or of the screen.

@@ -5,6 +5,7 @@
 #include "platform/services.h"
 #include "platform/urlloading.h"
 #include "ui/alert.h"
+#include "ui/lifetime.h"
 
 #include <TarvixUpdate/TXLog.h>
 #include <TarvixUpdate/TXStandardUpdateController.h>
@@ -34,11 +35,17 @@ QVariantMap TXStandardUpdateControllerDelegate::feedParametersForUpdating(TXStan
     return {};
 }
 void TXStandardUpdateControllerDelegate::updaterDidCheckForUpdates(TXStandardUpdateController *) {}
+void TXStandardUpdateControllerDelegate::shouldQuitToInstall(TXStandardUpdateController *, TXUpdate &,
+                                                             const TXQuitReply &reply) {
+    reply.askApplication();
+}
 
 struct TXStandardUpdateController::Private {
     std::shared_ptr<TXUpdatePanel> updatePanel;
     std::unique_ptr<TXUpdateCheckingPanel> updateCheckingPanel;
     std::shared_ptr<TXUpdatePostWindowController> onQuitPostsWindowController;
+    bool visibleCheckRuns = false;      ///< its result has not been handled yet
+    bool quietCheckShowsUpdate = false; ///< what a quiet check that the visible one joined was to do
     unsigned status = TXStandardUpdateControllerStatusNone;
     TXStandardUpdateControllerDelegate *delegate = nullptr;
     TXUpdateFeedPtr feed;
@@ -59,6 +66,12 @@ TXStandardUpdateController::TXStandardUpdateController()
     const TXUpdateHost *host = TXUpdateHost::host();
     if (host->isRunningTranslocated() || host->isRunningOnReadOnlyVolume())
         d->status |= TXStandardUpdateControllerStatusCannotUpdateInPlace;
+    // A host may keep this controller for longer than its application object, which windows do not survive.
+    tx::whenApplicationQuits(this, [this] {
+        d->updatePanel.reset();
+        d->updateCheckingPanel.reset();
+        d->onQuitPostsWindowController.reset();
+    });
 }
 
 TXStandardUpdateController::~TXStandardUpdateController() {
@@ -104,20 +117,28 @@ void TXStandardUpdateController::checkForUpdateAndShowChecking(bool showChecking
         return;
     TXUpdater *updater = TXUpdater::sharedUpdater();
     const bool wasChecking = updater->isChecking();
+    if (wasChecking && !showChecking)
+        return; // dropped by the updater: its result would never come
     d->status |= TXStandardUpdateControllerStatusChecking;
     updateInterfaceForStatus();
     const QPointer<TXStandardUpdateController> alive(this);
-    updater->checkForUpdate(
-        [alive, showChecking, showUpdate](const TXUpdateFeedPtr &feed, const TXError &error) {
-            const auto finish = [alive, feed, error, showChecking, showUpdate] {
-                if (alive)
-                    alive->checkDidEnd(feed, error, showChecking, showUpdate);
-            };
-            if (showChecking && alive)
-                QTimer::singleShot(tx::services().checkingPause, alive, finish);
-            else
-                tx::postToMain(finish);
-        });
+    const auto ended = [alive, showChecking, showUpdate](const TXUpdateFeedPtr &feed, const TXError &error) {
+        const auto finish = [alive, feed, error, showChecking, showUpdate] {
+            if (alive)
+                alive->checkDidEnd(feed, error, showChecking, showUpdate);
+        };
+        if (showChecking && alive)
+            QTimer::singleShot(tx::services().checkingPause, alive, finish);
+        else
+            tx::postToMain(finish);
+    };
+    // The panel shows the result of a check that runs already, whoever started it. One panel waits for one
+    // result.
+    const bool waits = showChecking && std::exchange(d->visibleCheckRuns, true);
+    if (!wasChecking)
+        updater->checkForUpdate(ended);
+    else if (!waits)
+        (void)updater->joinCheck(ended);
     if (!showChecking || (wasChecking && d->checkingPanelIsVisible()) || !d->updateCheckingPanel)
         return;
     if (!d->checkingPanelIsVisible())
@@ -126,6 +147,13 @@ void TXStandardUpdateController::checkForUpdateAndShowChecking(bool showChecking
 
 void TXStandardUpdateController::checkDidEnd(const TXUpdateFeedPtr &feed, const TXError &error,
                                              bool showChecking, bool showUpdate) {
+    if (showChecking) {
+        d->visibleCheckRuns = false;
+        showUpdate = showUpdate || std::exchange(d->quietCheckShowsUpdate, false);
+    } else if (d->visibleCheckRuns) {
+        d->quietCheckShowsUpdate = showUpdate; // the panel has joined this check and shows its result
+        return;
+    }
     const bool panelIsVisible = d->checkingPanelIsVisible();
     d->status &= ~unsigned(TXStandardUpdateControllerStatusChecking);
     updateInterfaceForStatus();
@@ -216,7 +244,8 @@ void TXStandardUpdateController::downloadBestUpdate() {
     if (!d->bestUpdate)
         return;
     d->bestUpdate->downloadWithProgress(nullptr, [](const TXError &error) {
-        if (!error)
+        // A newer update has taken the place of one that is cancelled.
+        if (!error || (error.domain() == TXCocoaErrorDomain && error.code() == TXErrorCancelled))
             return;
         QVariantMap userInfo = error.userInfo();
         userInfo.insert(u"email"_s, true);
@@ -267,6 +296,14 @@ void TXStandardUpdateController::updaterDidCheckForUpdate(TXUpdater *, const TXU
                 d->delegate->updaterDidCheckForUpdates(this);
         },
         Qt::QueuedConnection);
+}
+
+void TXStandardUpdateController::updaterShouldQuitToInstall(TXUpdater *, TXUpdate &update,
+                                                            const TXQuitReply &reply) {
+    if (d->delegate)
+        d->delegate->shouldQuitToInstall(this, update, reply);
+    else
+        reply.askApplication();
 }
 
 QList<TXUpdatePostPtr> TXStandardUpdateController::postsWithDisplayTime(TXUpdatePostDisplayTime time) const {

@@ -8,6 +8,7 @@
 #include "ui/appearance.h"
 #include "ui/downloadrate.h"
 #include "ui/interfacefile.h"
+#include "ui/lifetime.h"
 #include "ui/modalsession.h"
 #include "ui/versionrows.h"
 #include "ui/versionstable.h"
@@ -39,6 +40,7 @@ std::shared_ptr<TXUpdatePanel> TXUpdatePanel::panel() {
         TXLog(TXLogLevelFailure, u"Could not load TXUpdatePanel xib."_s);
         return nullptr;
     }
+    tx::whenApplicationQuits(made.get(), [panel = made.get()] { panel->endWithApplication(); });
     return made;
 }
 
@@ -141,7 +143,10 @@ int TXUpdatePanel::runModal() {
     showDesignatedRow();
     tx::centerWindow(this);
     const auto alive = shared_from_this();
-    return tx::runModalForWindow(this);
+    m_isOpen = true;
+    const int code = tx::runModalForWindow(this);
+    m_isOpen = false; // also when the application quits
+    return code;
 }
 
 void TXUpdatePanel::showWindow(const CodeHandler &handler) {
@@ -154,6 +159,7 @@ void TXUpdatePanel::showWindow(const CodeHandler &handler) {
     showDesignatedRow();
     tx::centerWindow(this);
     setWindowModality(Qt::NonModal);
+    m_isOpen = true;
     show();
     raise();
     activateWindow();
@@ -203,11 +209,13 @@ void TXUpdatePanel::beginSheetModalForWindow(QWidget *parent, const CodeHandler 
     connect(parent, &QObject::destroyed, this, [this] { closeWithCode(0); });
     showDesignatedRow();
     tx::attachSheet(this, parent);
+    m_isOpen = true;
     show();
 }
 
 void TXUpdatePanel::closeWithCode(int code) {
     const auto alive = shared_from_this();
+    m_isOpen = false;
     if (mDisplayedAsModal)
         tx::stopModalOfWindow(this, code);
     hide();
@@ -219,10 +227,30 @@ void TXUpdatePanel::closeWithCode(int code) {
         handler(code);
     mRetained.reset();
     // Whoever called this may be part of the panel.
-    tx::postToMain([alive] {});
+    tx::releaseLater(alive);
+}
+
+void TXUpdatePanel::endWithApplication() {
+    const auto alive = shared_from_this();
+    if (m_isOpen)
+        closeWithCode(0);
+    // Also where a host keeps the panel: no page survives the application object.
+    webView.reset();
+}
+
+void TXUpdatePanel::stepAside() { hide(); }
+
+void TXUpdatePanel::comeBack() {
+    if (!m_isOpen || isVisible())
+        return;
+    show();
+    raise();
+    activateWindow();
 }
 
 void TXUpdatePanel::displaySelectedUpdate(const TXUpdatePtr &update) {
+    if (!webView)
+        return; // the application is quitting
     if (!update->releaseNotesURL().isEmpty())
         webView->load(update->releaseNotesURL());
     else

@@ -34,6 +34,7 @@ void TXUpdatePanel::setAllowsDownloadingInBackground(bool allows) {
 void TXUpdatePanel::setUpdatesAndDesignatedUpdate(const QList<TXUpdatePtr> &updates,
                                                   const TXUpdatePtr &designatedUpdate) {
     m_updates = updates;
+    m_updates.removeAll(nullptr);
     chooseUpdate(designatedUpdate);
 }
 
@@ -48,35 +49,43 @@ void TXUpdatePanel::chooseUpdate(const TXUpdatePtr &update) {
         unobserveUpdate();
     m_designatedUpdate = update;
     m_rate->reset();
-    m_observations[0] =
-        connect(update.get(), &TXUpdate::downloadProgressChanged, this, &TXUpdatePanel::observeProgress);
-    m_observations[1] =
-        connect(update.get(), &TXUpdate::isDownloadingChanged, this, &TXUpdatePanel::observeProgress);
-    m_needsToShowBuilds = TXUpdateHost::host()->displayVersion() == update->displayVersion();
+    if (update) {
+        m_observations[0] =
+            connect(update.get(), &TXUpdate::downloadProgressChanged, this, &TXUpdatePanel::observeProgress);
+        m_observations[1] =
+            connect(update.get(), &TXUpdate::isDownloadingChanged, this, &TXUpdatePanel::observeProgress);
+    }
+    m_needsToShowBuilds = update && TXUpdateHost::host()->displayVersion() == update->displayVersion();
     willDisplay();
 }
 
 void TXUpdatePanel::willDisplay() {
-    if (!m_designatedUpdate)
-        return;
     const TXUpdateHost *host = TXUpdateHost::host();
-    const QString running = m_needsToShowBuilds ? host->version() : host->displayVersion();
-    const QString available =
-        m_needsToShowBuilds ? m_designatedUpdate->version() : m_designatedUpdate->displayVersion();
-    const bool single = m_updates.size() == 1;
+    const TXUpdatePtr update = m_designatedUpdate;
+    // Without a designated update the user can choose one, even if there is only one to choose.
+    const bool single = update ? m_updates.size() == 1 : m_updates.isEmpty();
 
     sidebarContainer->setVisible(!single);
-    installVersionLabel->setText(
-        tx::localizedFormat(u"Version %@ will be installed."_s, {m_designatedUpdate->displayVersion()}));
-    installVersionLabel->setVisible(!single);
+    if (update)
+        installVersionLabel->setText(
+            tx::localizedFormat(u"Version %@ will be installed."_s, {update->displayVersion()}));
+    installVersionLabel->setVisible(update && !single);
     if (m_updates.size() >= 2)
         secondaryField->setText(
             tx::localizedFormat(u"You are %d updates behind!"_s, {QString::number(m_updates.size())}));
     secondaryField->setVisible(m_updates.size() >= 2);
     installButton->setDefault(true);
     titleField->setText(tx::localizedFormat(u"%@ Update"_s, {host->name()}));
-    infoField->setText(tx::localizedFormat(u"You are running %@ %@. Version %@ is now available."_s,
-                                           {host->name(), running, available}));
+    if (update)
+        infoField->setText(
+            tx::localizedFormat(u"You are running %@ %@. Version %@ is now available."_s,
+                                {host->name(), m_needsToShowBuilds ? host->version() : host->displayVersion(),
+                                 m_needsToShowBuilds ? update->version() : update->displayVersion()}));
+    else if (m_updates.isEmpty())
+        infoField->setText(
+            tx::localizedFormat(u"You are running the latest version of %@."_s, {host->name()}));
+    else
+        infoField->clear();
     setWindowTitle(titleField->text());
     setAccessibleDescription(infoField->text());
     updateStatusField();
@@ -84,7 +93,8 @@ void TXUpdatePanel::willDisplay() {
     const auto stateOf = [this](int row) {
         const bool designated = m_updates[row] == m_designatedUpdate;
         return tx::VersionRowState{designated, m_needsToShowBuilds,
-                                   !m_didChooseToInstall && m_updates.size() >= 2 && !designated};
+                                   !m_didChooseToInstall && !designated &&
+                                       (m_updates.size() >= 2 || !m_designatedUpdate)};
     };
     versionsTableView->reloadData(
         int(m_updates.size()),
@@ -96,7 +106,8 @@ void TXUpdatePanel::willDisplay() {
         });
     const auto row = int(m_updates.indexOf(m_designatedUpdate));
     if (row < 0) {
-        displaySelectedUpdate(m_designatedUpdate);
+        if (update)
+            displaySelectedUpdate(update);
         return;
     }
     versionsTableView->selectOnly(row);
@@ -115,7 +126,23 @@ void TXUpdatePanel::showProgress(bool shows) {
         progressIndicator->setRange(0, steps); // an endless one keeps moving
 }
 
+void TXUpdatePanel::showNothingDesignated() {
+    statusField->setVisible(true);
+    statusField->clear();
+    statusField->setAccessibleName({});
+    setInstallTitle(u"Download Update"_s, false);
+    skipButton->setEnabled(false);
+    tx::setButtonTitle(cancelButton, tx::localizedString(u"Close"_s));
+    cancelButton->setEnabled(true);
+    showProgress(false);
+}
+
 void TXUpdatePanel::updateStatusField() {
+    if (!m_designatedUpdate) {
+        showNothingDesignated();
+        return;
+    }
+    skipButton->setEnabled(true);
     const TXUpdate &update = *m_designatedUpdate;
     const auto say = [this](const QString &text, Qt::Alignment alignment) {
         statusField->setText(text);
@@ -168,7 +195,7 @@ void TXUpdatePanel::updateStatusField() {
 }
 
 void TXUpdatePanel::observeProgress() {
-    if (sender() != m_designatedUpdate.get())
+    if (!m_designatedUpdate || sender() != m_designatedUpdate.get())
         return;
     const TXUpdate &update = *m_designatedUpdate;
     if (update.isDownloading()) {
@@ -191,6 +218,8 @@ void TXUpdatePanel::chooseUpdateAction(QObject *sender) {
 
 void TXUpdatePanel::install() {
     const auto alive = shared_from_this();
+    if (!m_designatedUpdate)
+        return;
     if (!m_didChooseToInstall) {
         m_didChooseToInstall = true;
         if (m_updates.size() >= 2)
@@ -210,6 +239,12 @@ void TXUpdatePanel::install() {
             const auto panel = weak.lock();
             if (panel)
                 panel->updateStatusField();
+            if (error.domain() == TXCocoaErrorDomain && error.code() == TXErrorCancelled) {
+                // The user knows; the panel offers to install later.
+                if (panel)
+                    panel->cancelButton->setEnabled(true);
+                return;
+            }
             if (error)
                 tx::presentError(error);
             if (panel)
@@ -231,12 +266,12 @@ void TXUpdatePanel::install() {
 
 void TXUpdatePanel::cancel() {
     const auto alive = shared_from_this();
-    if (m_designatedUpdate->isDownloading()) {
+    if (m_designatedUpdate && m_designatedUpdate->isDownloading()) {
         m_designatedUpdate->cancelDownload();
         closeWithCode(0);
         return;
     }
-    if (m_designatedUpdate->canBeDownloaded() && m_updates.size() >= 5) {
+    if (m_designatedUpdate && m_designatedUpdate->canBeDownloaded() && m_updates.size() >= 5) {
         (void)tx::services().presentAlert(
             {.message = tx::localizedString(u"Consider updating soon."_s),
              .informative =
@@ -252,6 +287,8 @@ void TXUpdatePanel::cancel() {
 }
 
 void TXUpdatePanel::skip() {
+    if (!m_designatedUpdate)
+        return;
     if (m_designatedUpdate->isDownloading())
         m_designatedUpdate->cancelDownload();
     m_designatedUpdate->ignore();

@@ -2,9 +2,9 @@
 #include "platform/format.h"
 #include "platform/localization.h"
 #include "platform/openaddress.h"
-#include "platform/queues.h"
 #include "ui/appearance.h"
 #include "ui/interfacefile.h"
+#include "ui/lifetime.h"
 #include "ui/modalsession.h"
 #include "ui/segmentedcontrol.h"
 #include "ui/webview.h"
@@ -34,8 +34,7 @@ std::shared_ptr<TXUpdatePostWindowController> TXUpdatePostWindowController::shar
     static std::shared_ptr<TXUpdatePostWindowController> instance;
     if (!instance) {
         instance = controller();
-        // Its window goes before the application that it belongs to.
-        tx::whenApplicationEnds([] { instance.reset(); });
+        tx::whenApplicationQuits(instance.get(), [] { instance.reset(); });
     }
     return instance;
 }
@@ -60,6 +59,7 @@ void TXUpdatePostWindowController::windowDidLoad() {
 
     window()->setWindowFlags(Qt::Dialog | Qt::CustomizeWindowHint | Qt::WindowTitleHint |
                              Qt::WindowSystemMenuHint | Qt::WindowCloseButtonHint);
+    tx::makeSecondary(window());
     window()->installEventFilter(this);
     tx::applyDirection(window());
     didChangeEffectiveAppearance();
@@ -84,6 +84,7 @@ void TXUpdatePostWindowController::windowDidLoad() {
     connect(_navigationControl, &TXSegmentedControl::action, this,
             &TXUpdatePostWindowController::goForwardOrBackward);
     connect(_bottomBarCloseButton, &QPushButton::clicked, this, &TXUpdatePostWindowController::closeWindow);
+    tx::whenApplicationQuits(window(), [this] { endWithApplication(); });
 }
 
 void TXUpdatePostWindowController::didChangeEffectiveAppearance() {
@@ -195,7 +196,18 @@ void TXUpdatePostWindowController::closeWindowAndNotify() {
     if (_onCloseHandler)
         _onCloseHandler();
     // Whoever called this may be part of the window.
-    tx::postToMain([retained] {});
+    tx::releaseLater(retained);
+}
+
+void TXUpdatePostWindowController::endWithApplication() {
+    if (!isWindowLoaded())
+        return;
+    const auto alive = shared_from_this();
+    if (_selfRetained)
+        closeWindowAndNotify();
+    // No page survives the application object.
+    _webView.reset();
+    unloadWindow();
 }
 
 bool TXUpdatePostWindowController::eventFilter(QObject *object, QEvent *event) {

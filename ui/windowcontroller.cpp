@@ -42,6 +42,11 @@ QDialog *TXWindowController::window() {
 
 void TXWindowController::windowDidLoad() {}
 
+void TXWindowController::unloadWindow() {
+    m_contentView = nullptr;
+    m_window.reset();
+}
+
 TXUpdateAppMoverPanel::TXUpdateAppMoverPanel() = default;
 QString TXUpdateAppMoverPanel::windowNibName() const { return u"TXUpdateAppMoverPanel"_s; }
 void TXUpdateAppMoverPanel::windowDidLoad() { TXWindowController::windowDidLoad(); }

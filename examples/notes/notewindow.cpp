@@ -3,6 +3,7 @@
 
 #include <QCloseEvent>
 #include <QMenuBar>
+#include <QMessageBox>
 #include <QPlainTextEdit>
 #include <QStatusBar>
 
@@ -43,13 +44,31 @@ NoteWindow::currentConditionsForUpdating(TXStandardUpdateController *) {
     return TXUpdateCurrentConditions{TXUpdateConditionLaunchNotFirst};
 }
 
+void NoteWindow::write(const QString &text) { m_text->insertPlainText(text); }
+
+bool NoteWindow::keepsNotes() {
+    if (!m_text->document()->isModified())
+        return true;
+    const auto answer = QMessageBox::warning(
+        this, tr("Unsaved Notes"), tr("Your notes have changes that are not saved."),
+        QMessageBox::Save | QMessageBox::Discard | QMessageBox::Cancel, QMessageBox::Save);
+    if (answer == QMessageBox::Cancel)
+        return false;
+    if (answer == QMessageBox::Save && !m_notes.replace(m_text->toPlainText())) {
+        statusBar()->showMessage(tr("The notes could not be saved."));
+        return false;
+    }
+    m_text->document()->setModified(false);
+    return true;
+}
+
+// Also asked when an update is about to be installed: an ignored event keeps the application open, and the
+// update is installed later.
 void NoteWindow::closeEvent(QCloseEvent *event) {
-    if (m_text->document()->isModified() && !m_notes.replace(m_text->toPlainText())) {
-        statusBar()->showMessage(tr("The notes could not be kept."));
+    if (!keepsNotes()) {
         event->ignore();
         return;
     }
-    m_text->document()->setModified(false);
     updates.showPostsAtQuit();
     event->accept();
 }

@@ -25,10 +25,16 @@ public:
     currentConditionsForUpdating(TXStandardUpdateController *) override;
     QWidget *sheetParentWindowForUpdater(TXStandardUpdateController *) override { return this; }
 
+    /// Adds to the notes as a user who types does.
+    void write(const QString &text);
+
 protected:
     void closeEvent(QCloseEvent *event) override;
 
 private:
+    /// Asks about unsaved notes; false when the window must stay.
+    [[nodiscard]] bool keepsNotes();
+
     const Notes &m_notes;
     QPlainTextEdit *m_text;
 };

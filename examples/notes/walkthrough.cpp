@@ -7,6 +7,7 @@
 #include <QDir>
 #include <QKeyEvent>
 #include <QLabel>
+#include <QMessageBox>
 #include <QMouseEvent>
 #include <QPixmap>
 #include <QScreen>
@@ -68,6 +69,19 @@ void pressReturn(const char *part) {
     });
 }
 
+/// The window's question about unsaved notes.
+QMessageBox *question() {
+    auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
+    return box && box->button(QMessageBox::Discard) ? box : nullptr;
+}
+
+void answer(QMessageBox::StandardButton button) {
+    QTimer::singleShot(0, qApp, [button] {
+        if (QMessageBox *box = question())
+            box->button(button)->click();
+    });
+}
+
 } // namespace
 
 Walkthrough::Walkthrough(NoteWindow &window, const QString &folder)
@@ -99,7 +113,20 @@ void Walkthrough::oldBuild() {
          [] { return titleOf("installButton") == QStringLiteral("Install && Relaunch"); }},
         {QStringLiteral("5-downloaded"),
          [] { return titleOf("installButton") == QStringLiteral("Install && Relaunch"); },
+         [this] {
+             m_window.write(QStringLiteral("Written before the update.\n"));
+             pressReturn("installButton");
+         }},
+        {QStringLiteral("5-unsaved"), [] { return question() != nullptr; },
+         [] { answer(QMessageBox::Cancel); }},
+        // The application stays, and so does the offer.
+        {QString(),
+         [] {
+             const QAbstractButton *button = buttonIn("installButton");
+             return !question() && button && button->isEnabled();
+         },
          [] { pressReturn("installButton"); }},
+        {QString(), [] { return question() != nullptr; }, [] { answer(QMessageBox::Save); }},
     };
 }
 

@@ -9,8 +9,8 @@
 #include <functional>
 
 /// Walks through an update by itself, pressing what a user would press, and leaves a picture of each state in
-/// a folder. In the old build: check, offer, download, install. In the new one: up to date, news, news at
-/// quit.
+/// a folder. In the old build: check, offer, download, install, which the application's question about
+/// unsaved notes stops once. In the new one: up to date, news, news at quit.
 class Walkthrough final : public QObject {
     Q_OBJECT
 public:

@@ -32,6 +32,12 @@ public:
     virtual QVariantMap feedParametersForUpdating(TXStandardUpdateController *controller);
     /// The feed of a background check has been applied.
     virtual void updaterDidCheckForUpdates(TXStandardUpdateController *controller);
+    /// An update is about to be installed, which ends the application. Answer through `reply`, in this call
+    /// or later. When refused, the update panel stays and offers to install later. The default is
+    /// reply.askApplication(), so that the application's windows can ask about unsaved work when they are
+    /// closed.
+    virtual void shouldQuitToInstall(TXStandardUpdateController *controller, TXUpdate &update,
+                                     const TXQuitReply &reply);
 };
 
 /// The ready-made user interface: checks once a day, offers updates, shows posts.
@@ -71,7 +77,8 @@ public:
     void setup();
     [[nodiscard]] static QString applicationName();
     /// One check, quiet or with the checking panel; `showUpdate`: offer what was found. With the panel this
-    /// returns when the panel is closed.
+    /// returns when the panel is closed. While another check runs, whoever started it, the panel joins that
+    /// one and shows its result; a quiet check does nothing then.
     void checkForUpdateAndShowChecking(bool showChecking, bool showUpdate);
     void checkingDidReceiveFeed(const TXUpdateFeedPtr &feed, bool showChecking, bool showUpdate);
     void checkingDidReceiveError(const TXError &error, bool showChecking);
@@ -94,6 +101,7 @@ public:
     QVariantMap feedParametersForUpdater(TXUpdater *updater) override;
     void updaterDidCheckForUpdate(TXUpdater *updater, const TXUpdateFeedPtr &feed,
                                   const TXError &error) override;
+    void updaterShouldQuitToInstall(TXUpdater *updater, TXUpdate &update, const TXQuitReply &reply) override;
 
 Q_SIGNALS:
     void interfaceChanged();

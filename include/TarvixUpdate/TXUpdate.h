@@ -17,6 +17,10 @@ class UpdateDownload;
 class UpdateInstallation;
 } // namespace tx
 
+/// The code, in TXCocoaErrorDomain, of an operation that did not fail but was called off: the application
+/// refused to quit for an installation, or the update was destroyed meanwhile.
+inline constexpr int TXErrorCancelled = 3072;
+
 /// One available build of the host application, as the feed describes it, with its download and installation.
 ///
 ///     update->downloadWithProgress([](double p) { showProgress(p); }, [update](const TXError &error) {
@@ -25,7 +29,8 @@ class UpdateInstallation;
 ///     });
 ///
 /// Thread: filled by a reader, then used on the main thread only; handlers and signals arrive there.
-/// Ownership: shared; keep it while a download or installation runs. Destroying it cancels a download.
+/// Ownership: shared; keep it while a download or installation runs. Destroying it cancels a download, and an
+/// installation that has not been handed over; their handlers get the error TXErrorCancelled.
 class TX_EXPORT TXUpdate final : public QObject, public TXUpdateItem {
     Q_OBJECT
     Q_DISABLE_COPY_MOVE(TXUpdate)
@@ -53,7 +58,8 @@ class TX_EXPORT TXUpdate final : public QObject, public TXUpdateItem {
 public:
     /// 0.0 to 1.0, at most about ten times a second and once more at the end.
     using ProgressHandler = std::function<void(double progress)>;
-    /// Called exactly once; a null error means success or, after cancelDownload, cancellation.
+    /// Called exactly once if the call was accepted; a null error means success or, after cancelDownload,
+    /// cancellation.
     using CompletionHandler = std::function<void(const TXError &error)>;
 
     TXUpdate();
@@ -126,9 +132,11 @@ public:
     [[nodiscard]] bool isInstalled() const;
     void setInstalled(bool installed);
 
-    /// Unpacks the archive and hands the new application to the installer tool, which ends this process.
-    /// The handler is called with an error when that fails, and with a null error when the new application
-    /// was put into the Downloads folder instead. Ignored while installing or before the download.
+    /// Unpacks the archive, asks the application to quit (TXUpdaterDelegate::updaterShouldQuitToInstall) and
+    /// hands the new application to the installer tool, which ends this process. The handler is called with
+    /// an error when that fails, with TXErrorCancelled when the application refuses to quit, and with a null
+    /// error when the new application was put into the Downloads folder instead. While installing and before
+    /// the download this does nothing, and the handler is never called.
     void installWithErrorHandler(const CompletionHandler &handler);
     /// Does nothing: an installation that has begun cannot be stopped.
     void cancelInstalling();

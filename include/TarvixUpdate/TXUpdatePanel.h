@@ -14,6 +14,7 @@ class QSplitter;
 class TXUpdateVersionsTableView;
 namespace tx {
 class DownloadRate;
+class QuitRequest;
 class WebView;
 } // namespace tx
 
@@ -21,12 +22,15 @@ class WebView;
 /// and the buttons that download, install, postpone and skip. Acts on one designated update, which the user
 /// may change.
 ///
-///     auto panel = TXUpdatePanel::panel();
-///     panel->setUpdatesAndDesignatedUpdate(*feed->updates(), feed->recommendedUpdate());
-///     panel->showWindow([](int code) { ... });
+///     if (const TXUpdatePtr best = feed->recommendedUpdate()) {
+///         auto panel = TXUpdatePanel::panel();
+///         panel->setUpdatesAndDesignatedUpdate(*feed->updates(), best);
+///         panel->showWindow([](int code) { ... });
+///     }
 ///
-/// Thread: main. Ownership: shared; it holds itself while it is shown as a window or sheet. Handlers: called
-/// once, on closing, with 1 when the user went ahead and 0 otherwise.
+/// Thread: main. Ownership: shared; it holds itself while it is shown as a window or sheet. It closes when
+/// the application quits, and an open panel does not keep the application from quitting when its last own
+/// window is closed. Handlers: called once, on closing, with 1 when the user went ahead and 0 otherwise.
 class TX_EXPORT TXUpdatePanel final : public QDialog, public std::enable_shared_from_this<TXUpdatePanel> {
     Q_OBJECT
     Q_PROPERTY(bool needsToShowBuilds READ needsToShowBuilds FINAL)
@@ -41,6 +45,7 @@ public:
     ~TXUpdatePanel() override;
 
     [[nodiscard]] QList<TXUpdatePtr> updates() const { return m_updates; }
+    /// Null while none is designated.
     [[nodiscard]] TXUpdatePtr designatedUpdate() const { return m_designatedUpdate; }
     /// Builds are shown where the versions for people are the same.
     [[nodiscard]] bool needsToShowBuilds() const { return m_needsToShowBuilds; }
@@ -49,7 +54,8 @@ public:
     [[nodiscard]] bool allowsDownloadingInBackground() const { return m_allowsDownloadingInBackground; }
     void setAllowsDownloadingInBackground(bool allows);
 
-    /// `updates`: newest first, as the feed gives them.
+    /// `updates`: newest first, as the feed gives them; null entries are left out. With a null designated
+    /// update nothing can be installed until the user chooses one of the versions in the list.
     void setUpdatesAndDesignatedUpdate(const QList<TXUpdatePtr> &updates,
                                        const TXUpdatePtr &designatedUpdate);
     void chooseUpdate(const TXUpdatePtr &update);
@@ -76,10 +82,16 @@ protected:
     void mousePressEvent(QMouseEvent *event) override;
 
 private:
+    friend class tx::QuitRequest;
     TXUpdatePanel();
     void load();
+    void endWithApplication();
+    /// Out of sight, and back unless it was closed meanwhile.
+    void stepAside();
+    void comeBack();
     void willDisplay();
     void updateStatusField();
+    void showNothingDesignated();
     void unobserveUpdate();
     void observeProgress();
     void displaySelectedUpdate(const TXUpdatePtr &update);
@@ -108,6 +120,7 @@ private:
     std::shared_ptr<TXUpdatePanel> mRetained;
     bool mDisplayedAsSheet = false;
     bool mDisplayedAsModal = false;
+    bool m_isOpen = false; ///< from being shown to being closed
     CodeHandler mCompletionHandler;
 
     QList<TXUpdatePtr> m_updates;

@@ -73,6 +73,7 @@ private:
     TXUpdatePostWindowController();
     void didChangeEffectiveAppearance();
     void openInBrowser();
+    void endWithApplication();
 
     std::shared_ptr<TXUpdatePostWindowController> _selfRetained;
     int _returnCode = 0;

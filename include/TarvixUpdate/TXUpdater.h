@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <TarvixUpdate/TXQuitReply.h>
 #include <TarvixUpdate/TXUpdateAppMover.h>
 #include <TarvixUpdate/TXUpdateFeed.h>
 #include <TarvixUpdate/TXUpdateSettings.h>
@@ -8,6 +9,7 @@
 
 #include <QObject>
 
+class TXStandardUpdateController;
 class TXUpdater;
 
 /// What a host may tell the updater and hear from it. All calls arrive on the main thread.
@@ -19,6 +21,10 @@ public:
     /// The end of a check that was started without a handler: a feed, or an error.
     virtual void updaterDidCheckForUpdate(TXUpdater *updater, const TXUpdateFeedPtr &feed,
                                           const TXError &error);
+    /// An update is unpacked and about to be installed, which ends the application. Answer through `reply`,
+    /// in this call or later: until then the installation waits, and the installer tool is not started. The
+    /// default is reply.askApplication().
+    virtual void updaterShouldQuitToInstall(TXUpdater *updater, TXUpdate &update, const TXQuitReply &reply);
 };
 
 /// The one updater of this application: its settings, the timer of automatic checks, and the check.
@@ -117,6 +123,9 @@ Q_SIGNALS: // on the main thread
     void settingsChanged();
 
 private:
+    friend class TXStandardUpdateController;
+    /// Hands the result of the running check to this handler as well; false when none runs. Thread: main.
+    bool joinCheck(const CompletionHandler &handler);
     TXUpdater();
     ~TXUpdater() override;
     /// Emits a signal on the main thread: at once when called there.

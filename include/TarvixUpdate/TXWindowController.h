@@ -24,6 +24,8 @@ protected:
     /// Called once, when the window has been loaded.
     virtual void windowDidLoad();
     [[nodiscard]] QWidget *contentView() const { return m_contentView; }
+    /// Destroys the window; window() loads it anew.
+    void unloadWindow();
 
 private:
     std::unique_ptr<QDialog> m_window;

@@ -185,6 +185,19 @@ TEST_F(FeedRequest, SuccessSetsTracksUpdatesAndRecommendation) {
     EXPECT_EQ(calls, 1);
 }
 
+TEST_F(FeedRequest, RecommendationStaysTheSameForAsLongAsTheFeedLives) {
+    FeedServer server;
+    server.expect("GET", "/f", HttpReply::json(R"({"release":[
+        {"type":"build","build":"1043","downloadURL":"https://e.org/3"},
+        {"type":"build","build":"1044","downloadURL":"https://e.org/4"}]})"));
+    fetch(QUrl(server.url(u"/f"_s)));
+    const TXUpdatePtr recommended = feed->recommendedUpdate();
+    ASSERT_TRUE(recommended);
+    recommended->ignore();
+    EXPECT_FALSE(feed->releaseTracks()[u"release"_s]->recommendedUpdate()) << "the track looks again";
+    EXPECT_EQ(feed->recommendedUpdate(), recommended);
+}
+
 TEST_F(FeedRequest, FeedWithoutReleaseTrackSucceedsWithoutUpdates) {
     FeedServer server;
     server.expect("GET", "/f", HttpReply::json(R"({"beta":[]})"));

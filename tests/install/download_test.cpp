@@ -37,6 +37,10 @@ protected:
     TXError error;
 
     Download() { update->setVersion(u"5"_s); }
+    ~Download() override {
+        update.reset(); // tells a handler that is still kept
+        tx::test::drainEvents();
+    }
     void start(const QString &url) {
         update->setFileURL(QUrl(url));
         update->downloadWithProgress([this](double p) { progress << p; },
@@ -441,8 +445,23 @@ TEST_F(Download, UpdateMayGoWhileItDownloads) {
     ASSERT_TRUE(waitUntil([this] { return !namesIn(cache).isEmpty(); }));
     update.reset();
     EXPECT_TRUE(namesIn(cache).isEmpty());
+    EXPECT_EQ(completions, 0) << "not while the update is being destroyed";
     tx::test::drainEvents();
-    EXPECT_EQ(completions, 0);
+    EXPECT_EQ(completions, 1);
+    EXPECT_EQ(error.domain(), TXCocoaErrorDomain);
+    EXPECT_EQ(error.code(), TXErrorCancelled);
+    EXPECT_FALSE(error.localizedDescription().isEmpty());
+}
+
+TEST_F(Download, UpdateMayGoBeforeTheServerAnswers) {
+    FeedServer server;
+    server.always([](const tx::test::HttpRequest &) { return HttpReply::file("x"); });
+    start(server.url(u"/x.zip"_s));
+    update.reset();
+    ASSERT_TRUE(waitUntil([this] { return completions > 0; }));
+    tx::test::drainEvents();
+    EXPECT_EQ(completions, 1);
+    EXPECT_EQ(error.code(), TXErrorCancelled);
 }
 
 TEST_F(Download, UpdateMayGoInItsOwnCompletion) {

@@ -91,6 +91,9 @@ TEST_F(OnADesktop, WholeUpdateFromTheMenuToTheNewBuild) {
     ASSERT_TRUE(
         waitUntil([&] { return tx::test::readFile(launches).contains("build=4 version=2.0"); }, 60000));
     EXPECT_EQ(tx::test::treeOf(app), content) << "byte for byte";
+    EXPECT_TRUE(QFileInfo::exists(pictures + u"/5-unsaved.png"_s)) << "asked about unsaved notes";
+    EXPECT_THAT(tx::test::readFile(path(u"home/.local/share/tarvix-notes.txt"_s)).toStdString(),
+                testing::HasSubstr("Written before the update."));
     EXPECT_TRUE(waitUntil([&] { return !QImage(pictures + u"/9-at-quit.png"_s).isNull(); }, 120000))
         << tx::test::namesIn(pictures).join(u' ').toStdString();
     for (const QString &name : tx::test::namesIn(pictures)) {

@@ -54,8 +54,14 @@ protected:
         panel->showWindow([this](int code) { codes.append(code); });
         tx::test::drainEvents();
     }
+    /// Lets every step of a download be reported: what comes shortly after a report is not told otherwise,
+    /// and a download that stalls has no later one.
+    static void reportEveryStep() {
+        tx::services().secondsSinceReferenceDate = [seconds = 0.0]() mutable { return seconds += 1; };
+    }
     /// Offers one update whose archive comes half and then no further.
     void offerStalling(FeedServer &server, bool background) {
+        reportEveryStep();
         tx::test::HttpReply half = tx::test::HttpReply::file(QByteArray(500000, 'x'));
         half.announcedLength = 1000000;
         half.stalls = true;
@@ -481,14 +487,80 @@ TEST_F(UpdatePanel, KeepsItselfWhileShown) {
 
 TEST_F(UpdatePanel, UpdateMayGoWhileItIsShown) {
     offer(makeUpdates(2));
+    const QList<std::weak_ptr<TXUpdate>> weak{updates[0], updates[1]};
     show();
     updates.clear();
+    EXPECT_FALSE(weak[0].expired()) << "the panel keeps what it offers";
     panel->chooseUpdate(panel->updates()[1]);
     EXPECT_EQ(label("installVersionLabel")->text(), u"Version 2.0.1 will be installed."_s);
-    panel->closeWithCode(0);
+    const TXUpdatePtr other = makeUpdate(u"2000"_s, u"3.0"_s);
+    panel->setUpdatesAndDesignatedUpdate({other}, other);
+    EXPECT_TRUE(weak[0].expired());
+    EXPECT_TRUE(weak[1].expired()) << "and nothing longer than that";
+    EXPECT_EQ(label("infoField")->text(), u"You are running Host 2.0. Version 3.0 is now available."_s);
+    panel->skip();
+    EXPECT_EQ(codes, QList<int>{0});
+    EXPECT_TRUE(TXUpdater::isUpdateIgnored(*other));
+}
+
+TEST_F(UpdatePanel, WithoutUpdatesSaysThatThereIsNothingNewerAndCloses) {
+    const std::function<void()> waysOut[] = {
+        [this] { QTest::keyClick(panel.get(), Qt::Key_Escape); },
+        [this] { button("cancelButton")->click(); },
+        [this] { panel->cancel(); },
+        [this] { panel->QDialog::close(); },
+    };
+    for (const bool isSet : {true, false}) {
+        for (const auto &wayOut : waysOut) {
+            panel = TXUpdatePanel::panel();
+            codes.clear();
+            if (isSet)
+                panel->setUpdatesAndDesignatedUpdate({}, nullptr);
+            panel->setAllowsDownloadingInBackground(true);
+            show();
+            EXPECT_EQ(label("infoField")->text(), u"You are running the latest version of Host."_s);
+            EXPECT_FALSE(button("installButton")->isEnabled());
+            EXPECT_FALSE(button("skipButton")->isEnabled());
+            EXPECT_EQ(cancelTitle(), u"Close"_s);
+            EXPECT_FALSE(bar()->isVisible());
+            panel->install();
+            panel->skip();
+            EXPECT_TRUE(codes.isEmpty()) << "there is nothing to install or to skip";
+            wayOut();
+            EXPECT_EQ(codes, QList<int>{0});
+        }
+    }
+    inModalSession([this] { panel->closeWithCode(3); });
+    EXPECT_EQ(panel->runModal(), 3);
+}
+
+TEST_F(UpdatePanel, WithoutADesignatedUpdateTheUserChoosesOne) {
+    for (const int count : {1, 2}) {
+        panel = TXUpdatePanel::panel();
+        updates = makeUpdates(count);
+        panel->setUpdatesAndDesignatedUpdate(QList<TXUpdatePtr>{nullptr} + updates, nullptr);
+        show();
+        EXPECT_EQ(panel->updates(), updates) << "null entries are left out";
+        EXPECT_EQ(table()->numberOfRows(), count);
+        EXPECT_EQ(label("infoField")->text(), QString());
+        EXPECT_FALSE(label("installVersionLabel")->isVisible());
+        EXPECT_FALSE(button("installButton")->isEnabled());
+        auto *choose = qobject_cast<QPushButton *>(part(count - 1, TXUpdateVersionRow::ChooseButton));
+        ASSERT_TRUE(choose->isVisible());
+        QTest::mouseClick(choose, Qt::LeftButton);
+        ASSERT_TRUE(waitUntil([&] { return panel->designatedUpdate() == updates[count - 1]; }));
+        EXPECT_TRUE(button("installButton")->isEnabled());
+        EXPECT_TRUE(button("skipButton")->isEnabled());
+        EXPECT_EQ(cancelTitle(), u"Not Now"_s);
+        panel->chooseUpdate(nullptr);
+        EXPECT_FALSE(button("installButton")->isEnabled()) << "and back";
+        updates[0]->setDownloaded(true);
+        panel->closeWithCode(0);
+    }
 }
 
 TEST_F(UpdatePanel, OnlyTheDesignatedUpdateIsFollowed) {
+    reportEveryStep();
     FeedServer server;
     tx::test::HttpReply half = tx::test::HttpReply::file(QByteArray(500000, 'x'));
     half.announcedLength = 1000000;

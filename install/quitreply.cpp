@@ -1,0 +1,43 @@
+// SPDX-License-Identifier: MIT
+#include "install/quitreply.h"
+
+#include "platform/queues.h"
+#include "platform/services.h"
+
+#include <utility>
+
+TXQuitReply::Answer::~Answer() {
+    if (done)
+        tx::postToMain([refused = std::move(done)] { refused(nullptr); });
+}
+
+void TXQuitReply::Answer::give(const std::shared_ptr<void> &permission) {
+    if (const auto call = std::exchange(done, nullptr))
+        call(permission);
+}
+
+TXQuitReply::TXQuitReply(std::shared_ptr<Answer> answer)
+    : d(std::move(answer)) {}
+
+void TXQuitReply::quit() const { d->give(std::make_shared<bool>(true)); }
+void TXQuitReply::refuse() const { d->give(nullptr); }
+
+void TXQuitReply::askApplication() const {
+    if (isAnswered())
+        return;
+    // Windows may run event loops of their own, in which the host could answer again: this is the answer.
+    const std::shared_ptr<Answer> answer = d;
+    const auto call = std::exchange(answer->done, nullptr);
+    call(tx::services().requestQuit());
+}
+
+bool TXQuitReply::isAnswered() const { return !d->done; }
+
+namespace tx {
+
+std::atomic<QuitQuestion> &quitQuestion() {
+    static std::atomic<QuitQuestion> question{nullptr};
+    return question;
+}
+
+} // namespace tx

@@ -1,0 +1,127 @@
+// SPDX-License-Identifier: MIT
+// quit_host WHAT NOTES: an application with a main window and one window of the framework, which shows the
+// page NOTES. It quits on SIGTERM and closes its main window on SIGUSR1. WHAT:
+//   window, sheet, modal   the update panel, shown in this way
+//   kept                   the same as a window, and the host keeps it longer than the application object
+//   closing                as window; it is closed in the event loop's last turn
+//   controller             the standard controller's panel, and the controller is never destroyed
+//   post                   a post window
+
+#include "platform/services.h"
+
+#include <TarvixUpdate/TXUpdatePanel.h>
+#include <TarvixUpdate/TXUpdatePostWindowController.h>
+#include <TarvixUpdate/TarvixUpdate.h>
+
+#include <QApplication>
+#include <QSocketNotifier>
+#include <QTimer>
+
+#include <csignal>
+#include <cstdio>
+#include <sys/socket.h>
+#include <unistd.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+int signalPipe[2];
+
+void passOn(int number) {
+    const auto byte = static_cast<char>(number);
+    (void)!write(signalPipe[1], &byte, 1);
+}
+
+TXUpdatePtr updateWithNotes(const QUrl &notes) {
+    auto update = std::make_shared<TXUpdate>();
+    update->setVersion(u"1043"_s);
+    update->setDisplayVersion(u"2.1"_s);
+    update->setFileURL(QUrl(u"http://127.0.0.1:1/a.zip"_s));
+    update->setReleaseNotesURL(notes);
+    return update;
+}
+
+std::shared_ptr<TXUpdatePanel> panelWithNotes(const QUrl &notes) {
+    auto panel = TXUpdatePanel::panel();
+    const TXUpdatePtr update = updateWithNotes(notes);
+    panel->setUpdatesAndDesignatedUpdate({update}, update);
+    return panel;
+}
+
+void say(const char *word) {
+    std::printf("%s\n", word);
+    std::fflush(stdout);
+}
+
+void showPost(const QUrl &page) {
+    auto post = std::make_shared<TXUpdatePost>();
+    post->setPostURL(page);
+    const auto window = TXUpdatePostWindowController::sharedInstance();
+    window->setPosts({post});
+    (void)window->showWindowModally(false);
+}
+
+std::shared_ptr<TXUpdatePanel> keptPanel;
+
+void show(const QString &what, const QUrl &notes, QWidget &window) {
+    if (what == u"sheet") {
+        panelWithNotes(notes)->beginSheetModalForWindow(&window, [](int) { say("panel closed"); });
+    } else if (what == u"modal") {
+        (void)panelWithNotes(notes)->runModal();
+        say("panel closed");
+    } else if (what == u"controller") {
+        auto *controller = new TXStandardUpdateController; // like a host's that is never destroyed
+        controller->setBestUpdate(updateWithNotes(notes));
+        controller->showBestUpdateInPanel();
+    } else if (what == u"post") {
+        showPost(notes);
+        say("post closed");
+    } else {
+        const auto panel = panelWithNotes(notes);
+        panel->showWindow([](int) { say("panel closed"); });
+        if (what == u"kept")
+            keptPanel = panel;
+        if (what == u"closing")
+            QObject::connect(QCoreApplication::instance(), &QCoreApplication::aboutToQuit, panel.get(),
+                             [panel = panel.get()] { panel->closeWithCode(0); });
+    }
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+    qputenv("QTWEBENGINE_DISABLE_SANDBOX", "1");
+    if (argc != 3 || socketpair(AF_UNIX, SOCK_STREAM, 0, signalPipe) != 0)
+        return 64;
+    const QString what = QString::fromLocal8Bit(argv[1]);
+    const QUrl notes(QString::fromLocal8Bit(argv[2]));
+    int status = 0;
+    {
+        QApplication application(argc, argv);
+        tx::services().resourcesPath = [] { return QStringLiteral(TEST_RESOURCES); };
+        QWidget window;
+        window.resize(300, 200);
+        window.show();
+        std::signal(SIGTERM, passOn);
+        std::signal(SIGUSR1, passOn);
+        QSocketNotifier notifier(signalPipe[0], QSocketNotifier::Read);
+        QObject::connect(&notifier, &QSocketNotifier::activated, &application, [&] {
+            char number = 0;
+            if (read(signalPipe[0], &number, 1) == 1 && number == SIGUSR1)
+                window.close();
+            else
+                QCoreApplication::quit();
+        });
+        QTimer::singleShot(0, &window, [&] { show(what, notes, window); });
+        status = QApplication::exec();
+        int left = 0;
+        for (const QWidget *widget : QApplication::allWidgets()) {
+            const bool isPanel = qobject_cast<const TXUpdatePanel *>(widget) && widget != keptPanel.get();
+            left += isPanel || widget->inherits("QWebEngineView") ? 1 : 0;
+        }
+        std::printf("windows left: %d\n", left);
+        say("ended");
+    }
+    return status;
+}

@@ -1,0 +1,79 @@
+// SPDX-License-Identifier: MIT
+#include "ui/lifetime.h"
+
+#include "platform/queues.h"
+
+#include <QCoreApplication>
+#include <QPointer>
+
+#include <utility>
+#include <vector>
+
+namespace tx {
+
+namespace {
+
+struct Step {
+    QPointer<QObject> context;
+    std::function<void()> work;
+};
+
+/// What is to be done when the application quits. Never destroyed: windows may be released after static
+/// objects.
+struct QuitSteps {
+    std::vector<Step> steps;
+    std::vector<std::shared_ptr<std::shared_ptr<void>>> kept;
+    QPointer<QCoreApplication> watched;
+
+    static QuitSteps &instance() {
+        static auto *theInstance = new QuitSteps;
+        return *theInstance;
+    }
+    void watch() {
+        QCoreApplication *application = QCoreApplication::instance();
+        if (!application)
+            return;
+        // An application that never runs its event loop does not announce its end, and another slot of
+        // aboutToQuit may make new windows. The routine that was added last runs first: before the web
+        // engine's own, as a page must go before the engine.
+        qRemovePostRoutine(runAll);
+        qAddPostRoutine(runAll);
+        if (watched == application)
+            return;
+        watched = application;
+        QObject::connect(application, &QCoreApplication::aboutToQuit, application, runAll);
+        whenApplicationEnds(runAll);
+    }
+    static void runAll() { instance().run(); }
+    void run() {
+        while (!steps.empty() || !kept.empty()) {
+            for (const Step &step : std::exchange(steps, {})) {
+                if (step.context)
+                    step.work();
+            }
+            kept.clear();
+        }
+    }
+};
+
+} // namespace
+
+void whenApplicationQuits(QObject *context, std::function<void()> work) {
+    QuitSteps &all = QuitSteps::instance();
+    all.watch();
+    std::erase_if(all.steps, [](const Step &step) { return !step.context; });
+    all.steps.push_back({context, std::move(work)});
+}
+
+void releaseLater(std::shared_ptr<void> object) {
+    QuitSteps &all = QuitSteps::instance();
+    all.watch();
+    // Not in the posted call itself: calls that never run are destroyed after the application object.
+    all.kept.push_back(std::make_shared<std::shared_ptr<void>>(std::move(object)));
+    postToMain([weak = std::weak_ptr(all.kept.back())] {
+        if (const auto holder = weak.lock())
+            std::erase(QuitSteps::instance().kept, holder);
+    });
+}
+
+} // namespace tx
