@@ -26,6 +26,7 @@ using tx::services;
 namespace {
 
 const QString toolName = u"TXUpdateInstaller.app"_s;
+const QString executableInTool = u"/Contents/MacOS/TXUpdateInstaller"_s;
 
 TXError installError(const QString &reason) {
     return TXError(tx::updaterErrorDomain, 0, u"The application update could not be installed."_s, reason);
@@ -37,6 +38,10 @@ bool fail(TXError *place, const TXError &error) {
     return false;
 }
 
+bool failStep(TXError *place, const QString &reason, const TXError &cause) {
+    return fail(place, installError(reason).withUnderlyingError(cause));
+}
+
 void logRights(const QList<tx::AuthorizationItem> &rights) {
     for (const tx::AuthorizationItem &right : rights) {
         TXLog(TXLogLevelStep, u"Obtained right:  %s / %lu"_s,
@@ -46,6 +51,12 @@ void logRights(const QList<tx::AuthorizationItem> &rights) {
         else
             TXLog(TXLogLevelStep, u"value: is NULL"_s);
     }
+}
+
+/// The path with all links followed, or as it is when that leads nowhere.
+QString withoutLinks(const QString &path) {
+    const QString resolved = QFileInfo(path).canonicalFilePath();
+    return resolved.isEmpty() ? path : resolved;
 }
 
 /// What the password dialog says: only in English, as every other language has the system's own words.
@@ -63,6 +74,9 @@ QList<tx::AuthorizationItem> promptEnvironment(const QString &application) {
 
 } // namespace
 
+TXUpdateInstallerClient::TXUpdateInstallerClient() = default;
+TXUpdateInstallerClient::~TXUpdateInstallerClient() = default;
+
 TXUpdateInstallerClient *TXUpdateInstallerClient::sharedInstance() {
     static auto *instance = new TXUpdateInstallerClient;
     return instance;
@@ -72,9 +86,9 @@ QString TXUpdateInstallerClient::sourceOfTool() { return tx::frameworkResourcesP
 
 QString TXUpdateInstallerClient::copyOfTool() { return tx::updateCacheDirectoryFilePath() + u'/' + toolName; }
 
-QString TXUpdateInstallerClient::executableOfTool() {
-    return copyOfTool() + u"/Contents/MacOS/TXUpdateInstaller"_s;
-}
+QString TXUpdateInstallerClient::executableOfTool() { return copyOfTool() + executableInTool; }
+
+QString TXUpdateInstallerClient::executableOfInstalledTool() { return sourceOfTool() + executableInTool; }
 
 QString TXUpdateInstallerClient::environmentRecord() {
     return tx::updateCacheDirectoryFilePath() + u"/TXUpdateInstaller.environment"_s;
@@ -89,10 +103,15 @@ bool TXUpdateInstallerClient::installUnarchivedApp(const QString &application, c
                                                    TXError *error) {
     if (application.isNull())
         return fail(error, installError(u"There is no application to install."_s));
-    if (!prepareInstallerHelperTool(error))
+    const bool needsAuthorization =
+        needsAuthorizationToInstallToURL(TXUpdateHost::host()->bundle().bundlePath(), application);
+    // With an administrator's rights the installed tool itself runs: a copy in this user's folder could be
+    // replaced while the user types the password.
+    if (!(needsAuthorization ? prepareFolder(error) && recordSession(error)
+                             : prepareInstallerHelperTool(error)))
         return false;
     bool launched = false;
-    if (needsAuthorizationToInstallToURL(TXUpdateHost::host()->bundle().bundlePath())) {
+    if (needsAuthorization) {
         TXLog(TXLogLevelStep, u"TXUpdate: Installing needs authorization"_s);
         launched = launchToolWithAuthorizationToInstallURL(application, archive, error);
     } else {
@@ -108,37 +127,46 @@ bool TXUpdateInstallerClient::installUnarchivedApp(const QString &application, c
     return true;
 }
 
-bool TXUpdateInstallerClient::needsAuthorizationToInstallToURL(const QString &destination) const {
+bool TXUpdateInstallerClient::needsAuthorizationToInstallToURL(const QString &destination,
+                                                               const QString &) const {
     const tx::FileSystem &files = *services().fileSystem;
     return !files.isWritable(destination) || !files.isWritable(QFileInfo(destination).path());
 }
 
-bool TXUpdateInstallerClient::prepareInstallerHelperTool(TXError *error) {
+bool TXUpdateInstallerClient::prepareFolder(TXError *error) {
     tx::FileSystem &files = *services().fileSystem;
-    const auto failStep = [&](const QString &reason, const TXError &cause) {
-        return fail(error, installError(reason).withUnderlyingError(cause));
-    };
-    const QString copy = copyOfTool();
-    if (files.exists(copy)) {
-        if (const TXError cause = files.remove(copy))
-            return failStep(u"A pre-existing installer tool could not be removed."_s, cause);
-    }
     const QString folder = tx::updateCacheDirectoryFilePath();
     TXError cause = files.exists(folder) ? TXError() : files.createDirectory(folder, true);
     if (!cause)
         cause = files.checkPrivateDirectory(folder);
-    if (cause)
-        return failStep(u"The folder to contain the installer tool could not be created."_s, cause);
-    cause = files.copy(sourceOfTool(), copy);
-    if (!cause) {
-        // The tool starts with next to no environment, and opens the new application in this session.
-        QByteArray record;
-        for (const QString &variable : QProcessEnvironment::systemEnvironment().toStringList())
-            record += variable.toLocal8Bit() + '\0';
-        cause = files.replaceFile(environmentRecord(), record, 0600);
+    return !cause ||
+           failStep(error, u"The folder to contain the installer tool could not be created."_s, cause);
+}
+
+bool TXUpdateInstallerClient::recordSession(TXError *error) {
+    // The tool starts with next to no environment, and opens the new application in this session.
+    QByteArray record;
+    for (const QString &variable : QProcessEnvironment::systemEnvironment().toStringList())
+        record += variable.toLocal8Bit() + '\0';
+    const TXError cause = services().fileSystem->replaceFile(environmentRecord(), record, 0600);
+    return !cause ||
+           failStep(error, u"The installer tool could not be copied into its temporary location."_s, cause);
+}
+
+bool TXUpdateInstallerClient::prepareInstallerHelperTool(TXError *error) {
+    tx::FileSystem &files = *services().fileSystem;
+    const QString copy = copyOfTool();
+    if (files.exists(copy)) {
+        if (const TXError cause = files.remove(copy))
+            return failStep(error, u"A pre-existing installer tool could not be removed."_s, cause);
     }
-    if (cause)
-        return failStep(u"The installer tool could not be copied into its temporary location."_s, cause);
+    if (!prepareFolder(error))
+        return false;
+    if (const TXError cause = files.copy(sourceOfTool(), copy))
+        return failStep(error, u"The installer tool could not be copied into its temporary location."_s,
+                        cause);
+    if (!recordSession(error))
+        return false;
     if (!files.exists(copy))
         return fail(error, installError(u"The copied installer tool does not exist where it should."_s));
     return true;
@@ -199,19 +227,28 @@ bool TXUpdateInstallerClient::launchToolWithAuthorizationToInstallURL(const QStr
                                  &authorized);
     if (status != tx::AuthorizationSuccess) {
         TXLog(TXLogLevelFailure, u"AuthorizationCopyRights returned %ld"_s, {QString::number(status)});
+        m_unfreed = std::move(reference);
         return fail(error, installError(tx::formatText(
                                u"Couldn't get authorization to launch the installer tool. %d"_s,
                                {QString::number(status)})));
     }
     logRights(authorized);
 
-    const QString tool = executableOfTool();
+    const QString tool = executableOfInstalledTool();
     TXLog(TXLogLevelStep, u"TXUpdate: AuthInstall: Will execute with privileges.\nPath: %s"_s, {tool});
-    status = authorization.executeWithPrivileges(*reference, tool, tx::AuthorizationFlagDefaults,
-                                                 toolArguments(application, archive));
+    // It follows no links. Which application it replaces it knows itself.
+    const QStringList job{u"install"_s, QString::number(QCoreApplication::applicationPid()),
+                          withoutLinks(application), withoutLinks(archive)};
+    std::unique_ptr<tx::Task> task;
+    status = authorization.executeWithPrivileges(*reference, job, tx::AuthorizationFlagDefaults, task);
     authorization.free(std::move(reference), tx::AuthorizationFlagDestroyRights);
-    if (status == tx::AuthorizationSuccess)
-        return true;
+    if (status == tx::AuthorizationSuccess) {
+        const QString why = tx::waitForReadyWord(*task, services().installerReadyTime);
+        if (why.isNull())
+            return true;
+        TXLog(TXLogLevelFailure, u"TXUpdate: The installer tool is not ready. %@"_s, {why});
+        return fail(error, installError(u"The installer tool cannot do its work. "_s + why));
+    }
     TXLog(TXLogLevelFailure, u"TXUpdate: AuthInstall: execution failed with error %d"_s,
           {QString::number(status)});
     QString reason =

@@ -5,6 +5,12 @@
 
 #include <QStringList>
 
+#include <memory>
+
+namespace tx {
+class AuthorizationReference;
+}
+
 /// Hands an unpacked application over to the installer tool and ends this process.
 ///
 /// The tool is copied into the update cache directory, started with this process's identifier and the paths
@@ -19,7 +25,8 @@ public:
     bool installUnarchivedApp(const QString &application, const QString &archive, TXError *error);
 
     /// True unless this user may write to both the destination and the folder that holds it.
-    [[nodiscard]] bool needsAuthorizationToInstallToURL(const QString &destination) const;
+    [[nodiscard]] bool needsAuthorizationToInstallToURL(const QString &destination,
+                                                        const QString &source = {}) const;
 
     bool launchToolWithAuthorizationToInstallURL(const QString &application, const QString &archive,
                                                  TXError *error);
@@ -31,10 +38,18 @@ public:
     [[nodiscard]] static QString sourceOfTool();
     [[nodiscard]] static QString copyOfTool();
     [[nodiscard]] static QString executableOfTool();
+    /// The executable in the framework's resources, which runs when an administrator's rights are needed.
+    [[nodiscard]] static QString executableOfInstalledTool();
     /// This session's environment, recorded for the tool: "NAME=value" texts, each ended by NUL.
     [[nodiscard]] static QString environmentRecord();
 
 private:
-    TXUpdateInstallerClient() = default;
+    TXUpdateInstallerClient();
+    ~TXUpdateInstallerClient();
+    bool prepareFolder(TXError *error);
+    bool recordSession(TXError *error);
+
+    /// Of the last question that was not answered with yes: it is not freed, as it may be asked again.
+    std::unique_ptr<tx::AuthorizationReference> m_unfreed;
     [[nodiscard]] QStringList toolArguments(const QString &application, const QString &archive) const;
 };

@@ -27,6 +27,10 @@ posix::FileError Files::makeDirectory(const std::string &path) {
     return mkdir(path.c_str(), 0700) == 0 ? posix::FileError{} : posix::FileError{errno, path};
 }
 
+posix::FileError Files::copyTreeOf(uid_t owner, const std::string &from, const std::string &to) {
+    return posix::copyTreeOf(owner, from, to);
+}
+
 posix::FileError Files::removeTree(const std::string &path) { return posix::removeTree(path); }
 
 posix::FileError Files::removeFile(const std::string &path) {

@@ -17,6 +17,8 @@ public:
     /// As root, only what belongs to the owner of the tree is copied.
     virtual posix::FileError copyTree(const std::string &from, const std::string &to);
     virtual posix::FileError makeDirectory(const std::string &path);
+    /// Copies only what belongs to `owner`.
+    virtual posix::FileError copyTreeOf(uid_t owner, const std::string &from, const std::string &to);
     virtual posix::FileError removeTree(const std::string &path);
     virtual posix::FileError removeFile(const std::string &path);
     virtual posix::FileError changeOwner(const std::string &path, uid_t owner, gid_t group);

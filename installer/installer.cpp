@@ -281,12 +281,10 @@ private:
         removeLeftover(m_arguments.newApplication);
         if (const posix::FileError error = m_files.removeFile(m_arguments.archive))
             m_context.log("cannot remove " + describe(error));
-        if (!m_context.toolBundle.empty()) {
+        if (!m_context.toolBundle.empty())
             removeLeftover(m_context.toolBundle);
-            const std::string record =
-                posix::parentOf(m_context.toolBundle) + "/TXUpdateInstaller.environment";
-            (void)m_files.removeFile(record);
-        }
+        if (!m_context.environmentRecord.empty())
+            (void)m_files.removeFile(m_context.environmentRecord);
         if (lowered && (seteuid(0) != 0 || setegid(0) != 0))
             m_context.log("cannot regain privileges");
     }

@@ -32,6 +32,7 @@ struct Context {
     Files *files;
     std::chrono::milliseconds hostLimit = std::chrono::minutes(2); ///< how long the host may take to end
     std::string toolBundle; ///< this tool's copy, removed at the end; empty when it runs from elsewhere
+    std::string environmentRecord; ///< the recorded session, removed at the end; empty when there is none
     Session session;
     /// Opens an application; the reason when it cannot.
     std::function<std::string(const std::string &bundle, const Session &session)> open;
@@ -53,7 +54,7 @@ struct Context {
 [[nodiscard]] bool waitForEnd(pid_t process, std::chrono::milliseconds limit);
 
 /// The session of whoever started the host: by the owner of its process, or of the recorded environment
-/// beside the tool, which only that user may have written.
+/// beside the archive, which only that user may have written.
 [[nodiscard]] Session sessionFor(const Arguments &arguments, const std::string &environmentRecord);
 
 } // namespace tx::installer

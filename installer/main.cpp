@@ -6,6 +6,7 @@
 #include "installer/hostanswer.h"
 #include "installer/installer.h"
 
+#include "installer/ownplace.h"
 #include "platform/linux/openbundle.h"
 
 #include <climits>
@@ -44,6 +45,14 @@ int main(int argc, char **argv) {
     std::signal(SIGPIPE, SIG_IGN);
     std::signal(SIGHUP, SIG_IGN);
     openlog("TXUpdateInstaller", LOG_PID, LOG_USER);
+    // What pkexec started must be a program that only root can change.
+    if (geteuid() == 0 && std::getenv("PKEXEC_UID")) {
+        if (const std::string problem = notRootsOwnProgram(ownExecutable()); !problem.empty()) {
+            report(problem + "; this program does not run with an administrator's rights");
+            answer.refuse();
+            return StatusForbidden;
+        }
+    }
     Arguments arguments;
     std::string why;
     if (!readArguments(std::vector<std::string>(argv + 1, argv + argc), arguments, why)) {
@@ -55,7 +64,9 @@ int main(int argc, char **argv) {
     Context context{.files = &files};
     const std::string bundle = ownBundle();
     const std::string folder = tx::posix::parentOf(bundle);
-    context.session = sessionFor(arguments, folder + "/TXUpdateInstaller.environment");
+    // Beside the archive, where the host recorded it in the user's own folder.
+    context.environmentRecord = tx::posix::parentOf(arguments.archive) + "/TXUpdateInstaller.environment";
+    context.session = sessionFor(arguments, context.environmentRecord);
     // Only a copy beside the archive is this installation's own; the framework's resources are not removed.
     if (!bundle.empty() && folder == tx::posix::parentOf(arguments.archive))
         context.toolBundle = bundle;

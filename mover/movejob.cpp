@@ -44,6 +44,19 @@ void runTool(const QString &name, const QStringList &arguments) {
         (void)(*task)->wait();
 }
 
+/// Reads what the privileged program says until its end, which has no limit of time: it copies.
+bool isMoved(Task &task) {
+    constexpr qsizetype longestAnswer = 4096;
+    QByteArray answer;
+    for (QByteArray more; answer.size() < longestAnswer && !(more = task.read()).isEmpty();)
+        answer += more;
+    if (answer == "moved\n" && task.wait() == 0)
+        return true;
+    log(u"ERROR -- The privileged program did not move the application: %@"_s,
+        {answer.isEmpty() ? u"it gave no reason"_s : QString::fromLocal8Bit(answer).trimmed()});
+    return false;
+}
+
 } // namespace
 
 bool removeItemAtPath(const QString &path, QString *newPath) {
@@ -137,31 +150,24 @@ bool MoveJob::runPrivileged() const {
     std::unique_ptr<AuthorizationReference> reference;
     if (authorization.create({}, AuthorizationFlagDefaults, reference) != AuthorizationSuccess)
         return false;
-    const int status = authorization.copyRights(
-        *reference, {{.name = "system.privilege.admin"}}, {},
-        AuthorizationFlagInteractionAllowed | AuthorizationFlagExtendRights | AuthorizationFlagPreAuthorize,
-        nullptr);
+    // Nobody is asked for a password that would be of no use.
+    const int status =
+        authorization.canExecute()
+            ? authorization.copyRights(*reference, {{.name = "system.privilege.admin"}}, {},
+                                       AuthorizationFlagInteractionAllowed | AuthorizationFlagExtendRights |
+                                           AuthorizationFlagPreAuthorize,
+                                       nullptr)
+            : AuthorizationDenied;
     bool done = false;
     if (status == AuthorizationCanceled) {
         log(u"INFO -- Not moving because user cancelled authorization"_s);
-    } else if (status == AuthorizationSuccess && authorization.canExecute()) {
-        const auto run = [&](const QString &program, const QStringList &arguments) {
-            return authorization.executeWithPrivilegesAndWait(*reference, program, AuthorizationFlagDefaults,
-                                                              arguments);
-        };
-        // As without privileges, half a copy never stands under the application's name, and what stands there
-        // goes when the copy is complete. Only that a removal came to an end counts: the next step tells
-        // whether the place was free.
-        const QString staged = m_places.stagingPath();
-        const bool copied = run(u"/bin/rm"_s, {u"-rf"_s, staged}).has_value() &&
-                            run(u"/bin/cp"_s, {u"-pR"_s, source, staged}) == 0 &&
-                            run(u"/bin/sync"_s, {u"-f"_s, staged}) == 0;
-        done = copied && run(u"/bin/rm"_s, {u"-rf"_s, destination}).has_value() &&
-               run(u"/bin/mv"_s, {u"-T"_s, staged, destination}) == 0;
-        if (done)
-            (void)run(u"/bin/sync"_s, {u"-f"_s, destination});
-        else
-            (void)run(u"/bin/rm"_s, {u"-rf"_s, staged});
+    } else if (status == AuthorizationSuccess) {
+        // As without privileges, the copy grows under another name and what stands at the destination goes
+        // when the copy is complete and on disk. Which application it moves the program knows itself.
+        std::unique_ptr<Task> task;
+        if (authorization.executeWithPrivileges(*reference, {u"move"_s, m_places.preferredInstallLocation()},
+                                                AuthorizationFlagDefaults, task) == AuthorizationSuccess)
+            done = isMoved(*task);
     }
     authorization.free(std::move(reference), AuthorizationFlagDefaults);
     return done;

@@ -10,6 +10,8 @@
 
 namespace tx {
 
+class Task;
+
 /// Status values of authorization; 0 is success.
 enum AuthorizationStatus : int {
     AuthorizationSuccess = 0,
@@ -39,7 +41,7 @@ public:
     virtual ~AuthorizationReference() = default;
 };
 
-/// Runs programs with an administrator's rights after asking the user for them. Calls block while the system
+/// Does two jobs with an administrator's rights after asking the user for them. Calls block while the system
 /// shows its dialog. Thread: any.
 class Authorization {
 public:
@@ -50,15 +52,14 @@ public:
     virtual int copyRights(AuthorizationReference &reference, const QList<AuthorizationItem> &rights,
                            const QList<AuthorizationItem> &environment, unsigned flags,
                            QList<AuthorizationItem> *authorized) = 0;
-    /// Starts the program and does not wait for it.
-    virtual int executeWithPrivileges(AuthorizationReference &reference, const QString &path, unsigned flags,
-                                      const QStringList &arguments) = 0;
-    /// Runs the program to its end: the exit status; absent when it cannot be run or a signal ended it.
-    /// Several may follow each other with one reference.
-    virtual std::optional<int> executeWithPrivilegesAndWait(AuthorizationReference &reference,
-                                                            const QString &path, unsigned flags,
-                                                            const QStringList &arguments) = 0;
-    /// Whether programs can be executed with privileges at all.
+    /// Begins one of the two jobs that exist: {"install", process, new application, archive} installs an
+    /// update of the application that the framework's resources are a part of, {"move", folder} copies that
+    /// application into an Applications folder. The job uses up the rights. Its words come out of `task`:
+    /// "ready\n" from the installer, "moved\n" from the move.
+    virtual int executeWithPrivileges(AuthorizationReference &reference, const QStringList &job,
+                                      unsigned flags, std::unique_ptr<Task> &task) = 0;
+    /// Whether this application has a way to an administrator's rights: its own program for that must be a
+    /// part of it that only root can change. If not, a line in the log says why.
     [[nodiscard]] virtual bool canExecute() const = 0;
     virtual void free(std::unique_ptr<AuthorizationReference> reference, unsigned flags) = 0;
 };

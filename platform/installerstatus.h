@@ -11,6 +11,7 @@ enum Status : int {
     StatusCannotSwap = 74,  ///< the two could not be exchanged
     StatusTryLater = 75,    ///< the host does not end, or another installation of it is or may be running
     StatusCannotOpen = 76,  ///< installed, but the new application could not be started
+    StatusForbidden = 77,   ///< runs with an administrator's rights, and others could have changed it
 };
 
 } // namespace tx::installer

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "platform/authorization.h"
 
-#include "platform/frameworkresources.h"
-#include "platform/linux/trustedpath.h"
+#include "platform/linux/rootspath.h"
+#include "platform/mainbundle.h"
 #include "platform/services.h"
 #include "platform/tasks.h"
 
@@ -17,7 +17,7 @@ namespace tx {
 
 namespace {
 
-/// A helper that runs with an administrator's rights and waits for the one command that it will become.
+/// The helper, which runs with an administrator's rights and waits for its one job.
 class PolkitReference final : public AuthorizationReference {
 public:
     std::unique_ptr<Task> helper;
@@ -29,29 +29,33 @@ int statusFromPkexec(int exitStatus) {
     return exitStatus == dismissed ? AuthorizationCanceled : AuthorizationDenied;
 }
 
-/// The program at `path` with all links followed; null, and a line in the log, when a user other than this
-/// one or root could have written it.
-QString trustedProgram(const QString &path) {
-    std::string resolved;
-    const std::string why = posix::untrustedPart(QFile::encodeName(path).toStdString(), resolved);
+/// The helper of this application without links in its path. Null, and a line in the log, unless it is a part
+/// of this very application that only root can change, the installer that it may become included.
+QString trustedHelper() {
+    const QString resources = QFileInfo(services().resourcesPath()).canonicalFilePath();
+    const QString helper = resources + u"/TXUpdateAuthorize"_s;
+    const QString application = QFileInfo(TXBundle::mainBundle().bundlePath()).canonicalFilePath();
+    std::string why;
+    for (const QString &program :
+         {helper, resources + u"/TXUpdateInstaller.app/Contents/MacOS/TXUpdateInstaller"_s}) {
+        posix::Descriptor file;
+        if (why.empty())
+            why = posix::openRootsOwn(QFile::encodeName(program).toStdString(), file);
+    }
+    if (why.empty() &&
+        QFile::decodeName(posix::applicationAround(QFile::encodeName(helper).toStdString()).c_str()) !=
+            application)
+        why = "It is not a part of " + QFile::encodeName(application).toStdString();
     if (why.empty())
-        return QFile::decodeName(resolved.c_str());
+        return helper;
     TXLog(TXLogLevelFailure, u"TXUpdate: %@ is not run with an administrator's rights. %@"_s,
-          {path, QFile::decodeName(why.c_str())});
+          {helper, QFile::decodeName(why.c_str())});
     return {};
 }
 
-/// The words of a command, each with a NUL behind it.
-QByteArray commandOf(const QString &path, const QStringList &arguments) {
-    QByteArray command = QFile::encodeName(path) + '\0';
-    for (const QString &argument : arguments)
-        command += QFile::encodeName(argument) + '\0';
-    return command;
-}
-
 /// polkit asks for its password when pkexec starts a program, not before. So that asking and executing stay
-/// two steps, pkexec starts a small helper, which reports "authorized" once it runs and executes what it is
-/// told on its standard input.
+/// two steps, pkexec starts a small helper, which reports "authorized" once it runs and reads its one job
+/// from its standard input.
 class PolkitAuthorization final : public Authorization {
 public:
     int create(const QList<AuthorizationItem> &, unsigned,
@@ -65,7 +69,7 @@ public:
                    QList<AuthorizationItem> *authorized) override {
         if ((flags & AuthorizationFlagInteractionAllowed) == 0)
             return AuthorizationDenied;
-        const QString helper = trustedProgram(frameworkResourcesPath() + u"/TXUpdateAuthorize"_s);
+        const QString helper = trustedHelper();
         if (helper.isNull())
             return AuthorizationDenied;
         Result<std::unique_ptr<Task>> task = services().tasks->start({.program = u"pkexec"_s,
@@ -90,54 +94,23 @@ public:
         return AuthorizationSuccess;
     }
 
-    int executeWithPrivileges(AuthorizationReference &reference, const QString &path, unsigned,
-                              const QStringList &arguments) override {
+    int executeWithPrivileges(AuthorizationReference &reference, const QStringList &job, unsigned,
+                              std::unique_ptr<Task> &task) override {
         std::unique_ptr<Task> helper = std::move(static_cast<PolkitReference &>(reference).helper);
         if (!helper)
             return AuthorizationDenied;
-        const QString program = trustedProgram(path);
-        if (program.isNull())
-            return AuthorizationToolExecuteFailure;
-        const QByteArray command = commandOf(program, arguments);
+        QByteArray words;
+        for (const QString &word : job)
+            words += QFile::encodeName(word) + '\0';
         int ignored = 0;
-        if (helper->write(command.constData(), command.size(), &ignored) != command.size())
+        if (helper->write(words.constData(), words.size(), &ignored) != words.size())
             return AuthorizationToolExecuteFailure;
         helper->closeInput();
-        // The helper's output closes without a word when the program replaces it.
-        return helper->read().isEmpty() ? AuthorizationSuccess : AuthorizationToolExecuteFailure;
+        task = std::move(helper);
+        return AuthorizationSuccess;
     }
 
-    std::optional<int> executeWithPrivilegesAndWait(AuthorizationReference &reference, const QString &path,
-                                                    unsigned, const QStringList &arguments) override {
-        Task *helper = static_cast<PolkitReference &>(reference).helper.get();
-        if (!helper)
-            return std::nullopt;
-        const QString program = trustedProgram(path);
-        if (program.isNull())
-            return std::nullopt;
-        const QByteArray command = commandOf(program, arguments);
-        const QByteArray frame = "run " + QByteArray::number(command.size()) + '\n' + command;
-        int ignored = 0;
-        if (helper->write(frame.constData(), frame.size(), &ignored) != frame.size())
-            return std::nullopt;
-        QByteArray answer;
-        while (!answer.endsWith('\n')) {
-            const QByteArray more = helper->read();
-            if (more.isEmpty())
-                return std::nullopt;
-            answer += more;
-        }
-        bool ok = false;
-        const int status = answer.startsWith("exit ") ? answer.mid(5).trimmed().toInt(&ok) : 0;
-        return ok ? std::optional(status) : std::nullopt;
-    }
-
-    bool canExecute() const override {
-        // Looked for once: it comes with the framework.
-        static const bool there =
-            QFileInfo(frameworkResourcesPath() + u"/TXUpdateAuthorize"_s).isExecutable();
-        return there;
-    }
+    bool canExecute() const override { return !trustedHelper().isNull(); }
 
     void free(std::unique_ptr<AuthorizationReference> reference, unsigned) override { reference.reset(); }
 };

@@ -38,6 +38,9 @@ protected:
         return {QString::number(QCoreApplication::applicationPid()), application,
                 path(u"Applications/Host.app"_s), archive};
     }
+    QStringList expectedJob() const {
+        return {u"install"_s, QString::number(QCoreApplication::applicationPid()), application, archive};
+    }
     bool authorized() {
         return client->launchToolWithAuthorizationToInstallURL(application, archive, &error);
     }
@@ -238,7 +241,7 @@ TEST_F(InstallerClient, NothingToInstallIsAnErrorAndTheHostLives) {
     EXPECT_TRUE(tasks.started.isEmpty());
 }
 
-TEST_F(InstallerClient, AuthorizedRoadAsksForTheRightAndExecutesTheSameArguments) {
+TEST_F(InstallerClient, AuthorizedRoadAsksForTheRightAndNamesWhatToInstall) {
     tx::AuthorizationItem plain;
     plain.name = "system.privilege.admin";
     tx::AuthorizationItem valued;
@@ -257,15 +260,17 @@ TEST_F(InstallerClient, AuthorizedRoadAsksForTheRightAndExecutesTheSameArguments
     EXPECT_EQ(authorization.lastRights.first().name, QByteArray("system.privilege.admin"));
     EXPECT_FALSE(authorization.lastRights.first().value.has_value());
     EXPECT_EQ(authorization.rightsFlags, 19U);
-    EXPECT_EQ(authorization.executedPath, TXUpdateInstallerClient::executableOfTool());
-    EXPECT_EQ(authorization.executedArguments, expectedArguments());
+    EXPECT_EQ(authorization.job, expectedJob());
+    EXPECT_FALSE(QFileInfo::exists(TXUpdateInstallerClient::copyOfTool()))
+        << "a copy could be replaced while the user types the password";
+    EXPECT_TRUE(QFileInfo::exists(TXUpdateInstallerClient::environmentRecord()));
     EXPECT_THAT(logLines(),
                 testing::ElementsAre(u"TXUpdate: Installing needs authorization"_s,
                                      u"TXUpdate: AuthInstall: creating authorization"_s,
                                      u"Obtained right:  system.privilege.admin / 0"_s, u"value: is NULL"_s,
                                      u"Obtained right:  x / 3"_s, u"value: v"_s,
                                      u"TXUpdate: AuthInstall: Will execute with privileges.\nPath: "_s +
-                                         TXUpdateInstallerClient::executableOfTool(),
+                                         TXUpdateInstallerClient::executableOfInstalledTool(),
                                      u"TXUpdate: installer task launched successfully. Exiting now..."_s));
 }
 
@@ -296,25 +301,61 @@ TEST_F(InstallerClient, FailedCreationHasItsReason) {
                 testing::Contains(u"TXUpdate: AuthInstall: authorization failed with error -60008"_s));
 }
 
+TEST_F(InstallerClient, PathsOfThePrivilegedJobGoThroughNoLinks) {
+    tx::test::makeBundle(path(u"there/New.app"_s), {});
+    tx::test::writeFile(path(u"there/New.zip"_s), "x");
+    ASSERT_TRUE(QFile::link(path(u"there"_s), path(u"link"_s)));
+    ASSERT_TRUE(client->launchToolWithAuthorizationToInstallURL(path(u"link/New.app"_s),
+                                                                path(u"link/New.zip"_s), &error));
+    EXPECT_EQ(authorization.job.mid(2),
+              (QStringList{QFileInfo(path(u"there/New.app"_s)).canonicalFilePath(),
+                           QFileInfo(path(u"there/New.zip"_s)).canonicalFilePath()}));
+}
+
 TEST_F(InstallerClient, CancelledDialogHasItsNumberAndTheReferenceIsKept) {
     authorization.rightsStatus = -60006;
     EXPECT_FALSE(authorized());
     expectReason(u"Couldn't get authorization to launch the installer tool. -60006"_s);
     EXPECT_THAT(logLines(), testing::Contains(u"AuthorizationCopyRights returned -60006"_s));
     EXPECT_EQ(authorization.calls, (QStringList{u"create 0"_s, u"copyRights"_s}));
+    EXPECT_EQ(*authorization.livingReferences, 1) << "it is neither freed nor lost";
+    // The next try has one of its own, which is freed when the tool was started.
+    authorization.rightsStatus = 0;
+    EXPECT_TRUE(authorized());
+    EXPECT_EQ(authorization.calls.last(), u"free 8"_s);
+    EXPECT_EQ(*authorization.livingReferences, 1);
+}
+
+TEST_F(InstallerClient, ToolThatIsNotReadyLeavesTheHostRunning) {
+    tx::test::FaultFileSystem faults;
+    faults.failOn(u"isWritable"_s, EACCES);
+    for (const QByteArray &answer :
+         {QByteArray("nobody can write there\n"), QByteArray("Ready\n"), QByteArray()}) {
+        authorization.jobSays = answer;
+        authorization.jobStatus = 73;
+        EXPECT_FALSE(client->installUnarchivedApp(application, archive, &error)) << answer.constData();
+        EXPECT_EQ(error.localizedDescription(), u"The application update could not be installed."_s);
+        EXPECT_THAT(error.localizedFailureReason().toStdString(),
+                    testing::HasSubstr(answer.isEmpty() ? "It ended with status 73"
+                                                        : answer.trimmed().toStdString()));
+        EXPECT_FALSE(QFileInfo::exists(TXUpdateInstallerClient::environmentRecord()));
+    }
+    EXPECT_TRUE(exits.isEmpty());
 }
 
 TEST_F(InstallerClient, FailedExecutionHasItsReasonAndNamesAMissingTool) {
-    ASSERT_TRUE(client->prepareInstallerHelperTool(nullptr));
     authorization.executeStatus = -60031;
     EXPECT_FALSE(authorized());
     expectReason(u"The authorized installer tool failed to launch. -60031"_s);
     EXPECT_EQ(authorization.calls.last(), u"free 8"_s);
-    client->removeInstallerHelperTool();
-    EXPECT_FALSE(authorized());
+    {
+        tx::test::FaultFileSystem faults;
+        faults.failOn(u"exists"_s, ENOENT, u"TXUpdateInstaller"_s);
+        EXPECT_FALSE(authorized());
+    }
     expectReason(
         u"The authorized installer tool failed to launch. -60031\nThe installer tool doesn't exist at:\n%1"_s
-            .arg(TXUpdateInstallerClient::executableOfTool()));
+            .arg(TXUpdateInstallerClient::executableOfInstalledTool()));
     authorization.executeStatus = -60007;
     EXPECT_FALSE(authorized());
     expectReason(u"The authorized installer tool failed to launch. -60007"_s);

@@ -445,31 +445,25 @@ TEST_F(AppMover, LeftoversOfAKilledMoveAreCleared) {
 class AuthorizedMove : public AppMover {
 protected:
     tx::test::ScriptedAuthorization authorization;
-    const QString destination = QFileInfo(local).canonicalFilePath() + u"/Host.app"_s;
-    const QString staged = QFileInfo(local).canonicalFilePath() + u"/.Host.app.txupdate-move"_s;
     const QString failure = u"ERROR -- Could not copy myself to /Applications with authorization"_s;
 
-    AuthorizedMove() { files.failOn(u"isWritable"_s, EACCES, local); }
+    AuthorizedMove() {
+        files.failOn(u"isWritable"_s, EACCES, local);
+        authorization.jobSays = "moved\n";
+    }
 };
 
-TEST_F(AuthorizedMove, RemovesAndCopiesWithPrivileges) {
+TEST_F(AuthorizedMove, OneJobMovesTheApplicationWithPrivileges) {
     EXPECT_EQ(move(), 1);
     EXPECT_EQ(authorization.calls,
-              (QStringList{u"create 0"_s, u"copyRights"_s, u"run 0"_s, u"run 0"_s, u"run 0"_s, u"run 0"_s,
-                           u"run 0"_s, u"run 0"_s, u"free 0"_s}));
+              (QStringList{u"create 0"_s, u"copyRights"_s, u"execute 0"_s, u"free 0"_s}));
     EXPECT_EQ(authorization.rightsFlags, 19U);
     ASSERT_EQ(authorization.lastRights.size(), 1);
     EXPECT_EQ(authorization.lastRights[0].name, QByteArray("system.privilege.admin"));
     EXPECT_FALSE(authorization.lastRights[0].value);
     EXPECT_TRUE(authorization.lastEnvironment.isEmpty());
-    EXPECT_EQ(authorization.waitedFor,
-              (QList<QStringList>{{u"/bin/rm"_s, u"-rf"_s, staged},
-                                  {u"/bin/cp"_s, u"-pR"_s, path(u"home/Loads/Host.app"_s), staged},
-                                  {u"/bin/sync"_s, u"-f"_s, staged},
-                                  {u"/bin/rm"_s, u"-rf"_s, destination},
-                                  {u"/bin/mv"_s, u"-T"_s, staged, destination},
-                                  {u"/bin/sync"_s, u"-f"_s, destination}}))
-        << "what stands there goes when the copy is complete and on disk";
+    EXPECT_EQ(authorization.job, (QStringList{u"move"_s, QFileInfo(local).canonicalFilePath()}))
+        << "which application it moves the program knows itself";
     EXPECT_EQ(exits, QList<int>{0});
     for (const QString &program : programs())
         EXPECT_FALSE(program.startsWith(u"xattr"_s)) << "not on this road";
@@ -483,16 +477,8 @@ TEST_F(AuthorizedMove, EveryFailureEndsInTheSameWords) {
         QStringList lines;
     };
     const QStringList asked{u"create 0"_s, u"copyRights"_s, u"free 0"_s};
-    // The last program that runs clears the staging name.
-    const auto runs = [](qsizetype count) {
-        return QStringList{u"create 0"_s, u"copyRights"_s} + QStringList(count, u"run 0"_s) +
-               QStringList{u"free 0"_s};
-    };
-    const auto failsAt = [](int step) {
-        return [step](tx::test::ScriptedAuthorization &a) {
-            a.exitStatus = [step, run = 0]() mutable { return std::optional(run++ == step ? 1 : 0); };
-        };
-    };
+    const QStringList executed{u"create 0"_s, u"copyRights"_s, u"execute 0"_s, u"free 0"_s};
+    const QString reason = u"ERROR -- The privileged program did not move the application: "_s;
     const Case cases[] = {
         {"no authorization", [](auto &a) { a.createStatuses = {-60008}; }, {u"create 0"_s}, {failure}},
         {"cancelled",
@@ -500,17 +486,27 @@ TEST_F(AuthorizedMove, EveryFailureEndsInTheSameWords) {
          asked,
          {u"INFO -- Not moving because user cancelled authorization"_s, failure}},
         {"denied", [](auto &a) { a.rightsStatus = -60005; }, asked, {failure}},
-        {"no privileged execution", [](auto &a) { a.executes = false; }, asked, {failure}},
-        {"removal was not run",
-         [](auto &a) { a.exitStatus = [] { return std::optional<int>(); }; },
-         runs(2),
+        {"nobody is asked where there is no way",
+         [](auto &a) { a.executes = false; },
+         {u"create 0"_s, u"free 0"_s},
          {failure}},
-        {"copy failed", failsAt(1), runs(3), {failure}},
-        {"not written to disk", failsAt(2), runs(4), {failure}},
-        {"did not take its name", failsAt(4), runs(6), {failure}},
+        {"not executed", [](auto &a) { a.executeStatus = -60031; }, executed, {failure}},
+        {"refused",
+         [](auto &a) {
+             a.jobSays = "it cannot be copied\n";
+             a.jobStatus = 73;
+         },
+         executed,
+         {reason + u"it cannot be copied"_s, failure}},
+        {"ended without a word",
+         [](auto &a) { a.jobSays = ""; },
+         executed,
+         {reason + u"it gave no reason"_s, failure}},
+        {"said so and failed", [](auto &a) { a.jobStatus = 1; }, executed, {reason + u"moved"_s, failure}},
     };
     for (const Case &c : cases) {
         tx::test::ScriptedAuthorization scripted;
+        scripted.jobSays = "moved\n";
         c.arrange(scripted);
         alerts.clear();
         const qsizetype before = logLines().size();
@@ -522,30 +518,6 @@ TEST_F(AuthorizedMove, EveryFailureEndsInTheSameWords) {
     }
     EXPECT_TRUE(QFileInfo::exists(path(u"home/Loads/Host.app"_s)));
     EXPECT_TRUE(exits.isEmpty());
-}
-
-TEST_F(AuthorizedMove, ExitCodeOfTheRemovalDoesNotCount) {
-    int run = 0;
-    authorization.exitStatus = [&run] { return std::optional(run % 3 == 0 ? (++run, 1) : (++run, 0)); };
-    EXPECT_EQ(move(), 1) << "both removals failed";
-    EXPECT_EQ(run, 6);
-}
-
-TEST_F(AuthorizedMove, RealProgramsReplaceWhatStandsThere) {
-    tx::services().authorization = &tx::nativeAuthorization();
-    tx::test::writeFile(path(u"bin/pkexec"_s), "#!/bin/sh\nexec \"$@\"\n",
-                        QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-    const QByteArray search = qgetenv("PATH");
-    qputenv("PATH", path(u"bin:"_s).toUtf8() + search);
-    tasks.runsForReal = true;
-    tx::test::writeFile(destination + u"/Contents/older"_s, "x");
-    tx::test::writeFile(staged + u"/half"_s, "x");
-    const QStringList content = treeOf(path(u"home/Loads/Host.app"_s));
-    const tx::ApplicationPlaces places(path(u"home/Loads/Host.app"_s));
-    EXPECT_EQ(tx::MoveJob(places, u"Host"_s).performMove(), tx::MoveJob::Outcome::Moved);
-    qputenv("PATH", search);
-    EXPECT_EQ(treeOf(destination), content);
-    EXPECT_EQ(namesIn(local), QStringList{u"Host.app"_s});
 }
 
 TEST_F(AuthorizedMove, OnlyApplicationsAreMoved) {

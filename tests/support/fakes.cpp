@@ -42,19 +42,34 @@ private:
 
 class FinishedTask final : public Task {
 public:
-    explicit FinishedTask(QByteArray output)
-        : m_output(std::move(output)) {}
+    explicit FinishedTask(QByteArray output, int status = 0)
+        : m_output(std::move(output))
+        , m_status(status) {}
     qint64 processIdentifier() const override { return 4711; }
     qsizetype write(const char *, qsizetype size, int *) override { return size; }
     void closeInput() override {}
     QByteArray read() override { return std::exchange(m_output, {}); }
     std::optional<QByteArray> readWithin(std::chrono::milliseconds) override { return read(); }
-    int wait() override { return 0; }
-    std::optional<int> waitWithin(std::chrono::milliseconds) override { return 0; }
+    int wait() override { return m_status; }
+    std::optional<int> waitWithin(std::chrono::milliseconds) override { return m_status; }
     void kill() override {}
 
 private:
     QByteArray m_output;
+    int m_status;
+};
+
+class CountedReference final : public AuthorizationReference {
+public:
+    explicit CountedReference(std::shared_ptr<int> count)
+        : m_count(std::move(count)) {
+        ++*m_count;
+    }
+    ~CountedReference() override { --*m_count; }
+    Q_DISABLE_COPY_MOVE(CountedReference)
+
+private:
+    std::shared_ptr<int> m_count;
 };
 
 } // namespace
@@ -243,7 +258,7 @@ int ScriptedAuthorization::create(const QList<AuthorizationItem> &environment, u
                                   std::unique_ptr<AuthorizationReference> &reference) {
     calls.append(u"create %1"_s.arg(flags));
     lastEnvironment = environment;
-    reference = std::make_unique<AuthorizationReference>();
+    reference = std::make_unique<CountedReference>(livingReferences);
     return createStatuses.size() > 1 ? createStatuses.takeFirst() : createStatuses.first();
 }
 int ScriptedAuthorization::copyRights(AuthorizationReference &, const QList<AuthorizationItem> &rights,
@@ -256,19 +271,13 @@ int ScriptedAuthorization::copyRights(AuthorizationReference &, const QList<Auth
         *authorized = grants;
     return rightsStatus;
 }
-int ScriptedAuthorization::executeWithPrivileges(AuthorizationReference &, const QString &path,
-                                                 unsigned flags, const QStringList &arguments) {
+int ScriptedAuthorization::executeWithPrivileges(AuthorizationReference &, const QStringList &words,
+                                                 unsigned flags, std::unique_ptr<Task> &task) {
     calls.append(u"execute %1"_s.arg(flags));
-    executedPath = path;
-    executedArguments = arguments;
+    job = words;
+    if (executeStatus == 0)
+        task = std::make_unique<FinishedTask>(jobSays, jobStatus);
     return executeStatus;
-}
-std::optional<int> ScriptedAuthorization::executeWithPrivilegesAndWait(AuthorizationReference &,
-                                                                       const QString &path, unsigned flags,
-                                                                       const QStringList &arguments) {
-    calls.append(u"run %1"_s.arg(flags));
-    waitedFor.append(QStringList{path} + arguments);
-    return exitStatus();
 }
 void ScriptedAuthorization::free(std::unique_ptr<AuthorizationReference>, unsigned flags) {
     calls.append(u"free %1"_s.arg(flags));

@@ -120,26 +120,25 @@ public:
     int copyRights(AuthorizationReference &reference, const QList<AuthorizationItem> &rights,
                    const QList<AuthorizationItem> &environment, unsigned flags,
                    QList<AuthorizationItem> *authorized) override;
-    int executeWithPrivileges(AuthorizationReference &reference, const QString &path, unsigned flags,
-                              const QStringList &arguments) override;
-    std::optional<int> executeWithPrivilegesAndWait(AuthorizationReference &reference, const QString &path,
-                                                    unsigned flags, const QStringList &arguments) override;
+    int executeWithPrivileges(AuthorizationReference &reference, const QStringList &job, unsigned flags,
+                              std::unique_ptr<Task> &task) override;
     bool canExecute() const override { return executes; }
     void free(std::unique_ptr<AuthorizationReference> reference, unsigned flags) override;
 
     QList<int> createStatuses{0}; ///< answered in order, the last one for good
     int rightsStatus = 0;
     int executeStatus = 0;
-    bool executes = true; ///< whether privileged execution is there at all
-    std::function<std::optional<int>()> exitStatus = [] { return std::optional(0); };
-    QList<QStringList> waitedFor; ///< programs with their arguments
+    bool executes = true;           ///< whether privileged execution is there at all
+    QByteArray jobSays = "ready\n"; ///< what the job writes before it ends
+    int jobStatus = 0;              ///< with which it ends
+    QStringList job;                ///< the last one
     QStringList calls;
     QList<AuthorizationItem> lastEnvironment;
     QList<AuthorizationItem> lastRights;
     QList<AuthorizationItem> grants;
     unsigned rightsFlags = 0;
-    QString executedPath;
-    QStringList executedArguments;
+    /// How many were made and neither freed nor dropped; one may outlive this object.
+    std::shared_ptr<int> livingReferences = std::make_shared<int>(0);
 
 private:
     Authorization *m_before;

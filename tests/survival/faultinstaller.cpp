@@ -97,7 +97,8 @@ int main(int argc, char **argv) {
     Context context{.files = &files};
     context.toolBundle = tx::posix::parentOf(contents);
     const std::string folder = tx::posix::parentOf(context.toolBundle);
-    context.session = sessionFor(arguments, folder + "/TXUpdateInstaller.environment");
+    context.environmentRecord = folder + "/TXUpdateInstaller.environment";
+    context.session = sessionFor(arguments, context.environmentRecord);
     context.log = log;
     context.open = [&plan](const std::string &application, const Session &session) -> std::string {
         if (plan.at("installer open") != 0)

@@ -1,0 +1,88 @@
+// SPDX-License-Identifier: MIT
+#include "installer/applicationmove.h"
+
+#include "platform/linux/openbundle.h"
+
+#include <cerrno>
+#include <cstring>
+
+namespace tx::installer {
+
+namespace {
+
+std::string describe(const posix::FileError &error) {
+    return error.path + ": " + std::strerror(error.number);
+}
+
+/// Puts the complete copy at `staged` into the place of `destination`. What was there is at `staged` or at
+/// `backup` afterwards.
+posix::FileError takeName(const std::string &staged, const std::string &destination,
+                          const std::string &backup, Files &files) {
+    if (!posix::entryExists(destination))
+        return files.rename(staged, destination);
+    posix::FileError error = files.exchange(staged, destination);
+    if (error.number != EINVAL && error.number != ENOSYS && error.number != EOPNOTSUPP)
+        return error;
+    // A file system that cannot exchange two entries. The next opening undoes an interruption in between.
+    error = files.rename(destination, backup);
+    if (error)
+        return error;
+    error = files.rename(staged, destination);
+    if (error && files.rename(backup, destination))
+        return {error.number, destination + " (what was there is at " + backup + ")"};
+    return error;
+}
+
+} // namespace
+
+std::string movedPathFor(const std::string &destination) {
+    const std::string parent = posix::parentOf(destination);
+    return (parent == "/" ? parent : parent + '/') + '.' + posix::lastComponentOf(destination) +
+           ".txupdate-move";
+}
+
+std::string moveApplication(const std::string &application, const std::string &folder, uid_t owner,
+                            Files &files) {
+    const std::string destination = folder + '/' + posix::lastComponentOf(application);
+    if (destination == application)
+        return application + " is in " + folder + " already";
+    const std::string staged = movedPathFor(destination);
+    const std::string backup = backupPathFor(destination);
+    posix::Descriptor lock;
+    if (const posix::FileError error = files.lock(lockPathFor(destination), lock)) {
+        return error.number == EWOULDBLOCK ? "an installation of " + destination + " is running"
+                                           : "cannot lock " + describe(error);
+    }
+    // What was interrupted between two renames comes back first.
+    posix::FileError error;
+    if (!posix::entryExists(destination) && isOwnBackup(backup))
+        error = files.rename(backup, destination);
+    if (!error)
+        error = files.removeTree(staged);
+    if (!error && posix::entryExists(destination))
+        error = files.removeTree(backup);
+    const bool clear = !error;
+    if (!error)
+        error = files.copyTreeOf(owner, application, staged);
+    if (!error)
+        error = files.syncFileSystem(staged);
+    std::string problem;
+    if (error) {
+        problem = "the application cannot be copied: " + describe(error);
+        if (clear)
+            (void)files.removeTree(staged);
+    } else if ((error = takeName(staged, destination, backup, files))) {
+        problem = "the copy at " + staged + " cannot take its name: " + describe(error);
+    } else if ((error = files.syncDirectory(folder))) {
+        // What was there before is kept: without its new name on disk the copy may be lost with the power.
+        problem = "the move cannot be written to disk: " + describe(error);
+    } else {
+        // What is left over does no harm, and the next move removes it.
+        (void)files.removeTree(staged);
+        (void)files.removeTree(backup);
+    }
+    (void)files.removeFile(lockPathFor(destination));
+    return problem;
+}
+
+} // namespace tx::installer
