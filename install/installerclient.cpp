@@ -128,9 +128,12 @@ bool TXUpdateInstallerClient::installUnarchivedApp(const QString &application, c
 }
 
 bool TXUpdateInstallerClient::needsAuthorizationToInstallToURL(const QString &destination,
-                                                               const QString &) const {
+                                                               const QString &source) const {
     const tx::FileSystem &files = *services().fileSystem;
-    return !files.isWritable(destination) || !files.isWritable(QFileInfo(destination).path());
+    if (!files.isWritable(destination))
+        return true;
+    return !files.isWritable(QFileInfo(destination).path()) &&
+           !files.contentsCanBeExchanged(destination, source);
 }
 
 bool TXUpdateInstallerClient::prepareFolder(TXError *error) {

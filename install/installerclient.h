@@ -24,7 +24,10 @@ public:
     /// Never returns true outside of tests: on success the process ends with status 0.
     bool installUnarchivedApp(const QString &application, const QString &archive, TXError *error);
 
-    /// True unless this user may write to both the destination and the folder that holds it.
+    /// True unless this user may replace the bundle at `destination` by the one at `source`: by writing to
+    /// both the bundle and the folder that holds it, or, when only the bundle is this user's, by exchanging
+    /// what the two bundles hold (each nothing but a folder "Contents"). Without `source` it is taken for
+    /// such a bundle.
     [[nodiscard]] bool needsAuthorizationToInstallToURL(const QString &destination,
                                                         const QString &source = {}) const;
 

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "installer/installer.h"
 
+#include "installer/contents.h"
+
 #include "platform/linux/openbundle.h"
 #include "platform/linux/startable.h"
 
@@ -337,9 +339,10 @@ bool readArguments(const std::vector<std::string> &words, Arguments &arguments, 
     // After an interrupted installation the old application may stand beside its place.
     const bool interrupted = !posix::entryExists(arguments.hostBundle);
     const std::string whole = wholePathFor(arguments.hostBundle);
-    const std::string host = isOwnBackup(whole) ? whole
-                             : interrupted      ? backupPathFor(arguments.hostBundle)
-                                                : arguments.hostBundle;
+    std::string host = isOwnBackup(whole) ? whole
+                       : interrupted      ? backupPathFor(arguments.hostBundle)
+                                          : arguments.hostBundle;
+    host = standingContents(host);
     if (!posix::isDirectory(host) || !readBundleInfo(host, installed) || installed.identifier.empty()) {
         why = arguments.hostBundle + " is no application with a bundle identifier";
         return false;
@@ -352,6 +355,12 @@ bool readArguments(const std::vector<std::string> &words, Arguments &arguments, 
     return why.empty();
 }
 
-int install(const Arguments &arguments, Context &context) { return Installation(arguments, context).run(); }
+int install(const Arguments &arguments, Context &context) {
+    if (!replacesContents(arguments, context))
+        return Installation(arguments, context).run();
+    const Arguments inside = contentsArguments(arguments);
+    Context insideContext = contentsContext(arguments, context);
+    return Installation(inside, insideContext).run();
+}
 
 } // namespace tx::installer

@@ -37,6 +37,10 @@ public:
     [[nodiscard]] virtual bool exists(const QString &path) const = 0;
     /// True when this process may write to `path`, links followed.
     [[nodiscard]] virtual bool isWritable(const QString &path) const = 0;
+    /// True when this user may put the contents of `newBundle` into the place of those of `bundle`, although
+    /// the folder above `bundle` cannot be written to. Without `newBundle`: as far as `bundle` goes.
+    [[nodiscard]] virtual bool contentsCanBeExchanged(const QString &bundle,
+                                                      const QString &newBundle) const = 0;
     /// Bytes of a regular file; an error for anything else, links included.
     [[nodiscard]] virtual Result<quint64> fileSize(const QString &path) const = 0;
     /// Names of the entries of a folder, hidden ones included, in no particular order.

@@ -10,8 +10,8 @@ enum Status : int {
     StatusCannotStage = 73, ///< the new application could not be put beside the old one
     StatusCannotSwap = 74,  ///< the two could not be exchanged
     StatusTryLater = 75,    ///< the host does not end, or another installation of it is or may be running
-    StatusCannotOpen = 76,  ///< installed, but the new application could not be started
     StatusForbidden = 77,   ///< runs with an administrator's rights, and others could have changed it
+    StatusCannotOpen = 76,  ///< installed, but the new application could not be started
 };
 
 } // namespace tx::installer

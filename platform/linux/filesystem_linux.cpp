@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "platform/filesystem.h"
+#include "platform/linux/bundlecontents.h"
 #include "platform/linux/posixfiles.h"
 #include "platform/posixerror.h"
 #include "platform/specialfiles.h"
@@ -80,6 +81,10 @@ public:
 
     bool isWritable(const QString &path) const override {
         return faccessat(AT_FDCWD, native(path).c_str(), W_OK, AT_EACCESS) == 0;
+    }
+
+    bool contentsCanBeExchanged(const QString &bundle, const QString &newBundle) const override {
+        return posix::contentsProblem(native(bundle), native(newBundle)).empty();
     }
 
     Result<quint64> fileSize(const QString &path) const override {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "platform/linux/openbundle.h"
 
+#include "platform/linux/bundlecontents.h"
 #include "platform/linux/posixfiles.h"
 #include "platform/linux/userfolders.h"
 
@@ -212,6 +213,10 @@ bool isOwnBackup(const std::string &path) {
 }
 
 bool restoreBackup(const std::string &bundlePath) {
+    // An installation that may not write to the folder around the bundle works in the bundle.
+    const std::string contents = posix::contentsOf(bundlePath);
+    if (posix::lastComponentOf(bundlePath) != posix::lastComponentOf(contents) && restoreBackup(contents))
+        return true;
     const std::string backup = backupPathFor(bundlePath);
     const std::string whole = wholePathFor(bundlePath);
     const bool isGone = !posix::entryExists(bundlePath) && isOwnBackup(backup);

@@ -154,18 +154,49 @@ TEST_F(InstallerClient, StaleCopyIsReplaced) {
               tx::test::treeOf(TXUpdateInstallerClient::sourceOfTool()));
 }
 
-TEST_F(InstallerClient, AuthorizationIsNeededUnlessBundleAndFolderAreWritable) {
-    for (const QString &closed : {QString(), u"Applications/Host.app"_s, u"Applications"_s}) {
-        const QString folder = path(closed.isNull() ? u"x"_s : closed);
+TEST_F(InstallerClient, AuthorizationIsNeededWhereTheUsersOwnRightsDoNotSuffice) {
+    const QString host = path(u"Applications/Host.app"_s);
+    const QString source = path(u"cache/New.app"_s);
+    struct Case {
+        const char *what;
+        bool needed;
+        QString closed;
+        QString extra;
+    };
+    const Case cases[] = {
+        {"both are writable", false, u"x"_s, {}},
+        {"the bundle is not", true, u"Applications/Host.app"_s, {}},
+        {"the folder is not, but its contents can be exchanged", false, u"Applications"_s, {}},
+        {"the installed bundle holds more", true, u"Applications"_s, host + u"/extra"_s},
+        {"the new bundle holds more", true, u"Applications"_s, source + u"/extra"_s},
+        {"the contents are not writable", true, u"Applications/Host.app/Contents"_s, {}},
+    };
+    for (const Case &c : cases) {
+        becomeHost(u"1"_s);
+        tx::test::makeBundle(source, {});
         QDir().mkpath(path(u"x"_s));
+        if (!c.extra.isNull())
+            tx::test::writeFile(c.extra, "x");
+        const QString folder = path(c.closed);
         ASSERT_EQ(chmod(folder.toUtf8().constData(), 0500), 0);
+        const QString above = path(u"Applications"_s);
+        const bool closesAbove = c.closed.endsWith(u"/Contents"_s);
+        if (closesAbove) {
+            ASSERT_EQ(chmod(above.toUtf8().constData(), 0500), 0);
+        }
         {
             const tx::test::DroppedPrivileges user(path(u""_s));
-            EXPECT_EQ(client->needsAuthorizationToInstallToURL(path(u"Applications/Host.app"_s)),
-                      !closed.isNull())
-                << closed.toStdString();
+            EXPECT_EQ(client->needsAuthorizationToInstallToURL(host, source), c.needed) << c.what;
         }
+        ASSERT_EQ(chmod(above.toUtf8().constData(), 0700), 0);
         ASSERT_EQ(chmod(folder.toUtf8().constData(), 0700), 0);
+    }
+    // Somebody else's bundle; only root can make one.
+    if (geteuid() == 0) {
+        becomeHost(u"1"_s);
+        ASSERT_EQ(chmod(path(u"Applications"_s).toUtf8().constData(), 0555), 0);
+        const tx::test::DroppedPrivileges user(path(u"cache"_s));
+        ASSERT_TRUE(client->needsAuthorizationToInstallToURL(host, source));
     }
 }
 

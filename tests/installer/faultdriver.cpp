@@ -59,6 +59,7 @@ public:
     FileError removeTree(const std::string &path) override {
         if (m_mode == "half" && m_done + 1 == m_call) {
             std::filesystem::remove_all(path + "/Contents/Linux");
+            std::filesystem::remove_all(path + "/Linux"); // of what is a bundle's contents
             raise(SIGKILL);
         }
         return at("remove", path, [&] { return Files::removeTree(path); });

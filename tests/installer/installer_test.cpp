@@ -40,11 +40,16 @@ protected:
     QStringList oldTree;
     QStringList newTree;
 
+    /// The folder around the application is somebody else's.
+    bool inPlace = false;
+
     InstallerTool() {
         QDir(folder).removeRecursively();
         prepare();
     }
+    ~InstallerTool() override { chmod(QFile::encodeName(folder).constData(), 0755); }
     void prepare() {
+        chmod(QFile::encodeName(folder).constData(), 0755);
         QDir(path(u"cache"_s)).removeRecursively();
         QDir(folder).removeRecursively();
         tx::test::makeBundle(app, {.build = u"1"_s, .program = program("old")});
@@ -53,8 +58,26 @@ protected:
         tx::test::writeFile(fresh + u"/Contents/Resources/data"_s, QByteArray(50000, 'n'));
         EXPECT_EQ(symlink("data", (fresh + u"/Contents/Resources/link"_s).toUtf8().constData()), 0);
         tx::test::writeFile(archive, "archive");
-        oldTree = tx::test::treeOf(app);
-        newTree = tx::test::treeOf(fresh);
+        oldTree = tx::test::treeOf(inPlace ? app + u"/Contents"_s : app);
+        newTree = tx::test::treeOf(inPlace ? fresh + u"/Contents"_s : fresh);
+        if (inPlace)
+            closeFolder();
+    }
+    /// Only the application and what is to be installed belong to the user as whom the installer runs then.
+    void closeFolder() {
+        if (geteuid() == 0) {
+            (void)tx::posix::changeOwner(path(u""_s).toStdString(), 65534, 65534);
+            (void)chown(QFile::encodeName(folder).constData(), 0, 0);
+        }
+        EXPECT_EQ(chmod(QFile::encodeName(folder).constData(), geteuid() == 0 ? 0755 : 0555), 0);
+    }
+    /// Runs a program as the user to whom the application belongs.
+    static ProcessResult runAsUser(const QString &program, const QStringList &words) {
+        if (geteuid() != 0)
+            return runProcess(program, words);
+        return runProcess(u"setpriv"_s,
+                          QStringList{u"--reuid=65534"_s, u"--regid=65534"_s, u"--clear-groups"_s, program} +
+                              words);
     }
     QByteArray program(const QByteArray &mark) const {
         return "#!/bin/sh\necho " + mark + " $MARK > '" + path(u"ran"_s).toUtf8() + "'\n";
@@ -65,14 +88,19 @@ protected:
     }
     ProcessResult runTool(const QStringList &words) const { return runProcess(tool(), words); }
     ProcessResult drive(const QString &mode, int call) const {
-        return runProcess(QStringLiteral(TEST_HELPERS) + u"/installer_fault_driver"_s,
-                          QStringList{mode, QString::number(call)} + arguments(endedProcess()));
+        const QString driver = QStringLiteral(TEST_HELPERS) + u"/installer_fault_driver"_s;
+        const QStringList words = QStringList{mode, QString::number(call)} + arguments(endedProcess());
+        return inPlace ? runAsUser(driver, words) : runProcess(driver, words);
     }
-    bool isOld() const { return tx::test::treeOf(app) == oldTree; }
-    bool isNew() const { return tx::test::treeOf(app) == newTree; }
+    QStringList tree() const { return tx::test::treeOf(inPlace ? app + u"/Contents"_s : app); }
+    bool isOld() const { return tree() == oldTree; }
+    bool isNew() const { return tree() == newTree; }
     QStringList strays() const {
         QStringList names = tx::test::namesIn(folder);
         names.removeOne(QFileInfo(app).fileName());
+        if (inPlace)
+            names += tx::test::namesIn(app);
+        names.removeOne(u"Contents"_s);
         return names;
     }
     QByteArray ran() const { return tx::test::readFile(path(u"ran"_s)).trimmed(); }
@@ -507,6 +535,9 @@ TEST_F(InstallerTool, AnotherFileSystemIsCopiedFrom) {
 }
 
 TEST_F(InstallerTool, ReadOnlyFolderLeavesTheOldApplicationAndOpensIt) {
+    // So that its contents cannot be replaced in their place either.
+    tx::test::writeFile(app + u"/more"_s, "x");
+    oldTree = tx::test::treeOf(app);
     ASSERT_EQ(chmod(folder.toUtf8().constData(), 0500), 0);
     const QString pid = endedProcess();
     ProcessResult result;
@@ -624,6 +655,81 @@ TEST_F(InstallerTool, ApplicationStandsAtEveryInstant) {
     EXPECT_GT(looks, 1000);
 }
 
+TEST_F(InstallerTool, ContentsAreReplacedWhereTheFolderBelongsToOthers) {
+    inPlace = true;
+    prepare();
+    struct stat before {};
+    ASSERT_EQ(stat(QFile::encodeName(app).constData(), &before), 0);
+    const ProcessResult result = runAsUser(tool(), arguments(endedProcess()));
+    EXPECT_EQ(result.status, 0) << result.errors.constData();
+    EXPECT_TRUE(result.output.startsWith("ready\n")) << result.output.constData();
+    EXPECT_TRUE(isNew());
+    EXPECT_TRUE(strays().isEmpty()) << strays().join(u' ').toStdString();
+    EXPECT_TRUE(tx::test::namesIn(path(u"cache"_s)).isEmpty()) << "archive and new application are gone";
+    struct stat after {};
+    ASSERT_EQ(stat(QFile::encodeName(app).constData(), &after), 0);
+    EXPECT_EQ(after.st_ino, before.st_ino) << "the bundle itself stays";
+    ASSERT_TRUE(waitUntil([this] { return ran() == "new"; }));
+}
+
+TEST_F(InstallerTool, BundlesOfMoreThanTheirContentsAreNotReplacedInPlace) {
+    inPlace = true;
+    const struct {
+        const char *reason;
+        std::function<void()> arrange;
+    } cases[] = {
+        {"holds more than its", [this] { tx::test::writeFile(app + u"/extra"_s, "x"); }},
+        {"holds more than its", [this] { tx::test::writeFile(fresh + u"/extra"_s, "x"); }},
+        {"is not a folder",
+         [this] {
+             ASSERT_TRUE(QFile::rename(fresh + u"/Contents"_s, path(u"Elsewhere"_s)));
+             ASSERT_TRUE(QFile::link(path(u"Elsewhere"_s), fresh + u"/Contents"_s));
+         }},
+        {"Permission denied", [this] { ASSERT_EQ(chmod(QFile::encodeName(app).constData(), 0555), 0); }},
+    };
+    for (const auto &c : cases) {
+        QDir(path(u"Elsewhere"_s)).removeRecursively();
+        chmod(QFile::encodeName(app).constData(), 0755);
+        prepare();
+        chmod(QFile::encodeName(folder).constData(), 0755);
+        c.arrange();
+        closeFolder();
+        const QStringList all = tx::test::treeOf(app);
+        const ProcessResult result = runAsUser(tool(), arguments(endedProcess()));
+        EXPECT_NE(result.status, 0) << c.reason;
+        EXPECT_FALSE(result.output.startsWith("ready")) << "the host must not end";
+        EXPECT_THAT(result.errors.toStdString(), testing::HasSubstr(c.reason));
+        EXPECT_EQ(tx::test::treeOf(app), all);
+        EXPECT_TRUE(QFileInfo::exists(fresh));
+        chmod(QFile::encodeName(app).constData(), 0755);
+    }
+}
+
+TEST_F(InstallerTool, InterruptedContentsAreFoundByTheNextRunAndTheNextOpening) {
+    const std::string contents = (app + u"/Contents"_s).toStdString();
+    for (const bool copied : {false, true}) {
+        for (const bool opens : {false, true}) {
+            inPlace = true;
+            prepare();
+            const QString backup =
+                QString::fromStdString(copied ? tx::wholePathFor(contents) : tx::backupPathFor(contents));
+            ASSERT_TRUE(QDir().rename(app + u"/Contents"_s, backup));
+            if (copied)
+                tx::test::writeFile(app + u"/Contents/half"_s, "of it");
+            closeFolder();
+            if (opens) {
+                EXPECT_TRUE(tx::restoreBackup(app.toStdString()));
+                EXPECT_TRUE(isOld());
+            } else {
+                const ProcessResult result = runAsUser(tool(), arguments(endedProcess()));
+                EXPECT_EQ(result.status, 0) << result.errors.constData();
+                EXPECT_TRUE(isNew());
+            }
+            EXPECT_TRUE(strays().isEmpty()) << strays().join(u' ').toStdString();
+        }
+    }
+}
+
 struct FaultCase {
     const char *road;
     const char *mode;
@@ -633,7 +739,12 @@ struct FaultCase {
 class InstallerFault : public InstallerTool, public testing::WithParamInterface<FaultCase> {};
 
 TEST_P(InstallerFault, LeavesACompleteApplicationAndTheNextRunRepairs) {
-    const QString road = QString::fromLatin1(GetParam().road);
+    QString road = QString::fromLatin1(GetParam().road);
+    if (road.startsWith(u"contents:"_s)) {
+        road.remove(0, 9);
+        inPlace = true;
+        prepare();
+    }
     const QString mode = QString::fromLatin1(GetParam().mode);
     const bool kills = mode != u"fail";
     int calls = 0;
@@ -663,6 +774,8 @@ TEST_P(InstallerFault, LeavesACompleteApplicationAndTheNextRunRepairs) {
         tx::test::makeBundle(fresh, {.build = u"2"_s, .program = program("new")});
         tx::test::writeFile(fresh + u"/Contents/Resources/data"_s, QByteArray(50000, 'n'));
         EXPECT_EQ(symlink("data", (fresh + u"/Contents/Resources/link"_s).toUtf8().constData()), 0);
+        if (inPlace)
+            closeFolder();
         const ProcessResult again = drive(road + u"none"_s, 0);
         EXPECT_EQ(again.status, 0) << again.errors.constData() << wasNew;
         EXPECT_TRUE(isNew());
@@ -673,14 +786,20 @@ TEST_P(InstallerFault, LeavesACompleteApplicationAndTheNextRunRepairs) {
 
 INSTANTIATE_TEST_SUITE_P(
     Matrix, InstallerFault,
-    testing::Values(FaultCase{"", "fail"}, FaultCase{"", "kill-before"}, FaultCase{"", "kill-after"},
-                    FaultCase{"", "half"}, FaultCase{"noexchange:", "fail"},
-                    FaultCase{"noexchange:", "kill-before"}, FaultCase{"noexchange:", "kill-after"},
-                    FaultCase{"noexchange:", "half"}, FaultCase{"cross:", "fail"},
-                    FaultCase{"cross:", "kill-before"}, FaultCase{"cross:", "kill-after"},
-                    FaultCase{"cross:", "half"}, FaultCase{"noexchange:cross:", "kill-after"},
-                    FaultCase{"layered:", "fail"}, FaultCase{"layered:", "kill-before"},
-                    FaultCase{"layered:", "kill-after"}, FaultCase{"layered:", "half"}),
+    testing::Values(
+        FaultCase{"", "fail"}, FaultCase{"", "kill-before"}, FaultCase{"", "kill-after"},
+        FaultCase{"", "half"}, FaultCase{"noexchange:", "fail"}, FaultCase{"noexchange:", "kill-before"},
+        FaultCase{"noexchange:", "kill-after"}, FaultCase{"noexchange:", "half"}, FaultCase{"cross:", "fail"},
+        FaultCase{"cross:", "kill-before"}, FaultCase{"cross:", "kill-after"}, FaultCase{"cross:", "half"},
+        FaultCase{"noexchange:cross:", "kill-after"}, FaultCase{"layered:", "fail"},
+        FaultCase{"layered:", "kill-before"}, FaultCase{"layered:", "kill-after"},
+        FaultCase{"layered:", "half"}, FaultCase{"contents:", "fail"}, FaultCase{"contents:", "kill-before"},
+        FaultCase{"contents:", "kill-after"}, FaultCase{"contents:", "half"},
+        FaultCase{"contents:noexchange:", "fail"}, FaultCase{"contents:noexchange:", "kill-before"},
+        FaultCase{"contents:noexchange:", "kill-after"}, FaultCase{"contents:cross:", "kill-after"},
+        FaultCase{"contents:cross:", "half"}, FaultCase{"contents:layered:", "fail"},
+        FaultCase{"contents:layered:", "kill-before"}, FaultCase{"contents:layered:", "kill-after"},
+        FaultCase{"contents:layered:", "half"}),
     [](const testing::TestParamInfo<FaultCase> &each) {
         std::string name = std::string(each.param.road) + each.param.mode;
         for (char &c : name)

@@ -101,6 +101,10 @@ bool FaultFileSystem::exists(const QString &path) const {
 bool FaultFileSystem::isWritable(const QString &path) const {
     return !failure(u"isWritable"_s, path) && m_before->isWritable(path);
 }
+bool FaultFileSystem::contentsCanBeExchanged(const QString &bundle, const QString &newBundle) const {
+    return !failure(u"contentsCanBeExchanged"_s, bundle) &&
+           m_before->contentsCanBeExchanged(bundle, newBundle);
+}
 Result<quint64> FaultFileSystem::fileSize(const QString &path) const { return m_before->fileSize(path); }
 Result<QStringList> FaultFileSystem::list(const QString &path) const { return m_before->list(path); }
 Result<QByteArray> FaultFileSystem::readFile(const QString &path) const {

@@ -31,6 +31,7 @@ public:
 
     bool exists(const QString &path) const override;
     bool isWritable(const QString &path) const override;
+    bool contentsCanBeExchanged(const QString &bundle, const QString &newBundle) const override;
     Result<quint64> fileSize(const QString &path) const override;
     Result<QStringList> list(const QString &path) const override;
     Result<QByteArray> readFile(const QString &path) const override;

@@ -33,7 +33,7 @@ protected:
             expectComplete();
             expectReadableSettings();
             EXPECT_LE(launched(), runs) << "no restart loop";
-            explained = explained || last.status != 0 || !log().isEmpty() || treeOf(app) == newTree ||
+            explained = explained || last.status != 0 || !log().isEmpty() || treeOf(subject()) == newTree ||
                         last.text.contains("An earlier installation did not come to its end.");
         }
         EXPECT_TRUE(explained) << "somebody says why\n" << last.text.constData() << log().constData();
@@ -46,16 +46,20 @@ protected:
         if (then.status != 10)
             then = update();
         EXPECT_EQ(then.status, 10) << then.text.constData() << log().constData();
-        EXPECT_EQ(treeOf(app), newTree);
+        EXPECT_EQ(treeOf(subject()), newTree);
         expectReadableSettings();
         expectNoStraysAfterCleaning();
     }
     /// What is left is left for the next update, and gone after it.
     void expectNoStraysAfterCleaning() {
-        if (!namesIn(cache).isEmpty() || namesIn(root + u"/Applications"_s).size() > 1) {
+        if (!namesIn(cache).isEmpty() || namesIn(root + u"/Applications"_s).size() > 1 ||
+            namesIn(app).size() > 1) {
+            openFolder();
             tx::test::makeBundle(app, {.build = u"1"_s, .displayVersion = u"1.0"_s, .program = program("1")});
+            if (inPlace)
+                closeFolder();
             EXPECT_EQ(update().status, 0);
-            EXPECT_EQ(treeOf(app), newTree);
+            EXPECT_EQ(treeOf(subject()), newTree);
         }
         expectNoStrays();
     }
@@ -207,19 +211,24 @@ INSTANTIATE_TEST_SUITE_P(Matrix, RelaunchMatrix,
 
 struct Row {
     const char *how;
-    const char *part; ///< "host", or "tool" for the programs that it starts
+    const char
+        *part; ///< "host"; "tool" for the programs that it starts; "contents" for those in a folder of others
 };
 void PrintTo(const Row &row, std::ostream *out) { *out << row.part << ' ' << row.how; }
 
 class KillMatrix : public Survives, public testing::WithParamInterface<Row> {};
 
 TEST_P(KillMatrix, LosesNothingAndSettles) {
+    inPlace = GetParam().part == QByteArrayView("contents");
+    if (inPlace)
+        newTree = treeOf(path(u"staging/My Host.app/Contents"_s));
     prepare();
     ASSERT_EQ(update().status, 0);
+    ASSERT_EQ(treeOf(subject()), newTree);
     int points = 0;
     for (const QString &point : trace()) {
         const bool isTool = point.startsWith(u"installer"_s) || point.startsWith(u"ditto"_s);
-        if (isTool != (GetParam().part == QByteArrayView("tool")))
+        if (isTool == (GetParam().part == QByteArrayView("host")))
             continue;
         survive(QString::fromLatin1(GetParam().how), point);
         ++points;
@@ -234,7 +243,9 @@ INSTANTIATE_TEST_SUITE_P(Matrix, KillMatrix,
                                          Row{"kill-once", "host"}, Row{"kill-always", "host"},
                                          Row{"hang-once", "host"}, Row{"fail-once", "tool"},
                                          Row{"fail-always", "tool"}, Row{"kill-once", "tool"},
-                                         Row{"kill-always", "tool"}, Row{"hang-once", "tool"}),
+                                         Row{"kill-always", "tool"}, Row{"hang-once", "tool"},
+                                         Row{"fail-once", "contents"}, Row{"kill-once", "contents"},
+                                         Row{"hang-once", "contents"}),
                          [](const testing::TestParamInfo<Row> &each) {
                              std::string name = std::string(each.param.part) + '_' + each.param.how;
                              std::replace(name.begin(), name.end(), '-', '_');

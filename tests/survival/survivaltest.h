@@ -11,6 +11,7 @@
 #include <QProcess>
 
 #include <csignal>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace tx::test {
@@ -54,7 +55,24 @@ protected:
                                    server.url(u"/New.zip"_s).toUtf8() + "\"}]}");
         });
     }
-    ~Survival() override { endSurvivors(0); }
+    ~Survival() override {
+        endSurvivors(0);
+        openFolder();
+    }
+
+    /// The folder around the application is somebody else's: its contents are replaced in their place.
+    bool inPlace = false;
+    QString subject() const { return inPlace ? app + u"/Contents"_s : app; }
+    /// Only the application and the user's own folders belong to the user as whom the host runs then.
+    void closeFolder() const {
+        const QByteArray folder = QFile::encodeName(root + u"/Applications"_s);
+        if (geteuid() == 0) {
+            (void)runProcess(u"chown"_s, {u"-R"_s, u"65534:65534"_s, path(u""_s)});
+            (void)chown(folder.constData(), 0, 0);
+        }
+        EXPECT_EQ(chmod(folder.constData(), geteuid() == 0 ? 0755 : 0555), 0);
+    }
+    void openFolder() const { chmod(QFile::encodeName(root + u"/Applications"_s).constData(), 0755); }
 
     /// An application that records that it was opened, and is the fault host when it is given a command.
     QByteArray program(const QByteArray &build) const {
@@ -63,10 +81,11 @@ protected:
                "' \"$@\"\n";
     }
     void prepare() {
+        openFolder();
         QDir(root).removeRecursively();
         makeBundle(app, {.build = u"1"_s, .displayVersion = u"1.0"_s, .program = program("1")});
         writeFile(app + u"/Contents/Resources/only-old"_s, "x");
-        oldTree = treeOf(app);
+        oldTree = treeOf(subject());
         QDir().mkpath(root + u"/home"_s);
         const QString real = QStringLiteral(TEST_RESOURCES);
         QDir().mkpath(resources);
@@ -88,6 +107,8 @@ protected:
                 real.toUtf8() + "/ditto' \"$@\"\n",
             executable);
         setPlan({}, {});
+        if (inPlace)
+            closeFolder();
     }
     void setPlan(const QString &how, const QString &point) const {
         writeFile(plan, how.toUtf8() + '\n' + point.toUtf8() + '\n');
@@ -149,8 +170,11 @@ protected:
         environment.insert(u"FAULT_PLAN"_s, plan);
         host.setProcessEnvironment(environment);
         host.setProcessChannelMode(QProcess::MergedChannels);
-        host.setProgram(QStringLiteral(TEST_HELPERS) + u"/survival/fault_host"_s);
-        host.setArguments(QStringList{bundle} + words);
+        const QString program = QStringLiteral(TEST_HELPERS) + u"/survival/fault_host"_s;
+        const bool asUser = inPlace && geteuid() == 0;
+        host.setProgram(asUser ? u"setpriv"_s : program);
+        const QStringList user{u"--reuid=65534"_s, u"--regid=65534"_s, u"--clear-groups"_s, program};
+        host.setArguments((asUser ? user : QStringList()) + QStringList{bundle} + words);
     }
     Outcome run(const QStringList &words, bool hangs, const QString &bundle = {}) const {
         QProcess host;
@@ -210,7 +234,7 @@ protected:
     Outcome update(bool hangs = false) const { return run({u"update"_s, server.url(u"/feed"_s)}, hangs); }
 
     void expectComplete() const {
-        const QStringList tree = treeOf(app);
+        const QStringList tree = treeOf(subject());
         EXPECT_TRUE(tree == oldTree || tree == newTree) << tree.join(u'\n').toStdString();
     }
     void expectReadableSettings() const {
@@ -220,6 +244,7 @@ protected:
     }
     void expectNoStrays() const {
         EXPECT_EQ(namesIn(root + u"/Applications"_s), QStringList{u"My Host.app"_s});
+        EXPECT_EQ(namesIn(app), QStringList{u"Contents"_s});
         EXPECT_TRUE(namesIn(cache).isEmpty()) << namesIn(cache).join(u' ').toStdString();
         QStringList settingsFiles = namesIn(root + u"/home/.config"_s);
         EXPECT_EQ(settingsFiles,

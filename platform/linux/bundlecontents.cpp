@@ -1,0 +1,72 @@
+// SPDX-License-Identifier: MIT
+#include "platform/linux/bundlecontents.h"
+
+#include "platform/linux/openbundle.h"
+#include "platform/linux/posixfiles.h"
+
+#include <cerrno>
+#include <cstring>
+#include <dirent.h>
+#include <fcntl.h>
+#include <memory>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace tx::posix {
+
+namespace {
+
+const std::string contentsName = "Contents";
+
+/// What is wrong with the folder as one of this user's.
+std::string notOwnFolder(const std::string &path) {
+    struct stat info {};
+    if (lstat(path.c_str(), &info) != 0)
+        return path + ": " + std::strerror(errno);
+    if (!S_ISDIR(info.st_mode))
+        return path + " is not a folder";
+    if (info.st_uid != geteuid())
+        return path + " does not belong to this user";
+    if (faccessat(AT_FDCWD, path.c_str(), R_OK | W_OK | X_OK, AT_EACCESS) != 0)
+        return path + ": " + std::strerror(errno);
+    return {};
+}
+
+/// What is wrong with the folder as one that holds "Contents" alone.
+std::string holdsMore(const std::string &path) {
+    struct CloseDirectory {
+        void operator()(DIR *directory) const { closedir(directory); }
+    };
+    const std::unique_ptr<DIR, CloseDirectory> folder(opendir(path.c_str()));
+    if (!folder)
+        return path + ": " + std::strerror(errno);
+    const std::string leftover = '.' + contentsName + ".txupdate-";
+    errno = 0;
+    while (const dirent *entry = readdir(folder.get())) {
+        const std::string name = entry->d_name;
+        if (name != "." && name != ".." && name != contentsName && name.rfind(leftover, 0) != 0)
+            return path + " holds more than its \"" + contentsName + "\": " + name;
+    }
+    return errno != 0 ? path + ": " + std::strerror(errno) : std::string();
+}
+
+} // namespace
+
+std::string contentsOf(const std::string &bundle) { return bundle + '/' + contentsName; }
+
+std::string contentsProblem(const std::string &bundle, const std::string &newBundle) {
+    const std::string contents = contentsOf(bundle);
+    const bool isInterrupted = !entryExists(contents) && isOwnBackup(backupPathFor(contents));
+    std::string problem = notOwnFolder(bundle);
+    if (problem.empty() && !isInterrupted)
+        problem = notOwnFolder(contents);
+    if (problem.empty())
+        problem = holdsMore(bundle);
+    if (problem.empty() && !newBundle.empty())
+        problem = holdsMore(newBundle);
+    if (problem.empty() && !newBundle.empty() && !isDirectory(contentsOf(newBundle)))
+        problem = contentsOf(newBundle) + " is not a folder";
+    return problem;
+}
+
+} // namespace tx::posix
