@@ -41,6 +41,14 @@ QString outcomeOf(int status) {
         return u"the application could not be exchanged for the new version and is unchanged"_s;
     case installer::StatusTryLater:
         return u"the application is in use or is being installed by somebody else; it is unchanged, try again later"_s;
+    case installer::StatusForbidden:
+        return u"the installer could have been changed by others, so it does not run with an administrator's "
+               u"rights; the "
+               "application is unchanged"_s;
+    case installer::StatusNoRights:
+        return u"the installer could not change its rights and ended; the application is complete, in its "
+               u"old or its new "
+               "version: run this command again"_s;
     case installer::StatusCannotOpen:
         return u"the new version is installed, but it could not be started"_s;
     default:

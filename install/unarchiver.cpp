@@ -206,10 +206,10 @@ QString TXUpdateUnarchiver::findUnarchivedApplicationInDirectory(const QString &
         const QFileInfo info(path);
         if (!info.isDir() || info.isSymLink() || TXBundle(path).bundleIdentifier() != identifier)
             continue;
-        const QString special = tx::firstSpecialFile(path);
-        if (special.isNull())
+        const TXError unfit = tx::checkForSpecialFiles(path);
+        if (!unfit)
             return path;
-        TXLog(TXLogLevelFailure, u"TXUpdate: %@ is no file that an application may hold"_s, {special});
+        TXLog(TXLogLevelFailure, u"TXUpdate: %@ is not installed. %@"_s, {path, unfit.toString()});
     }
     return {};
 }

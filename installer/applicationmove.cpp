@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "installer/applicationmove.h"
 
-#include "platform/linux/openbundle.h"
+#include "platform/linux/interrupted.h"
 
 #include <cerrno>
 #include <cstring>
@@ -63,7 +63,7 @@ std::string moveApplication(const std::string &application, const std::string &f
         error = files.removeTree(backup);
     const bool clear = !error;
     if (!error)
-        error = files.copyTreeOf(owner, application, staged);
+        error = files.copyTree(application, staged, {.onlyFrom = owner, .keepsOwners = true});
     if (!error)
         error = files.syncFileSystem(staged);
     std::string problem;

@@ -2,7 +2,7 @@
 #include "installer/contents.h"
 
 #include "platform/linux/bundlecontents.h"
-#include "platform/linux/openbundle.h"
+#include "platform/linux/interrupted.h"
 
 #include <fcntl.h>
 #include <unistd.h>

@@ -4,66 +4,109 @@
 #include <cerrno>
 #include <cstdio>
 #include <fcntl.h>
-#include <sys/file.h>
+#include <optional>
 #include <sys/stat.h>
 #include <unistd.h>
 
 namespace tx::installer {
 
-posix::FileError Files::rename(const std::string &from, const std::string &to) {
-    return std::rename(from.c_str(), to.c_str()) == 0 ? posix::FileError{} : posix::FileError{errno, from};
+namespace {
+
+/// Calls `work` with the places of the paths. As root they are names in folders that are open, which nobody
+/// can lead elsewhere any more; an ordinary user's paths lead wherever that user wants.
+template <typename Work>
+posix::FileError at(const std::string &path, const Work &work) {
+    if (geteuid() != 0)
+        return work(posix::Place(path));
+    const posix::Descriptor folder = posix::openFolderWithoutLinks(posix::parentOf(path));
+    return folder.isOpen() ? work(posix::Place(folder, path)) : posix::FileError{errno, path};
 }
 
-posix::FileError Files::exchange(const std::string &a, const std::string &b) { return posix::exchange(a, b); }
+template <typename Work>
+posix::FileError atBoth(const std::string &a, const std::string &b, const Work &work) {
+    return at(a, [&](const posix::Place &first) {
+        return at(b, [&](const posix::Place &second) { return work(first, second); });
+    });
+}
 
-posix::FileError Files::copyTree(const std::string &from, const std::string &to) {
-    struct stat info {};
-    if (geteuid() == 0 && lstat(from.c_str(), &info) == 0 && info.st_uid != 0)
-        return posix::copyTreeOf(info.st_uid, from, to);
-    return posix::copyTree(from, to);
+} // namespace
+
+posix::FileError Files::rename(const std::string &from, const std::string &to) {
+    return atBoth(from, to, [](const posix::Place &a, const posix::Place &b) {
+        return renameat(a.folder, a.name.c_str(), b.folder, b.name.c_str()) == 0
+                   ? posix::FileError{}
+                   : posix::FileError{errno, a.path};
+    });
+}
+
+posix::FileError Files::exchange(const std::string &a, const std::string &b) {
+    return atBoth(a, b, [](const posix::Place &first, const posix::Place &second) {
+        return posix::exchange(first, second);
+    });
+}
+
+posix::FileError Files::copyTree(const std::string &from, const std::string &to,
+                                 const posix::CopyRules &rules) {
+    return atBoth(from, to, [&](const posix::Place &source, const posix::Place &target) {
+        if (!rules.bitsAsIn)
+            return posix::copyTree(source, target, rules);
+        return at(rules.bitsAsIn->path, [&](const posix::Place &installed) {
+            posix::CopyRules inPlace = rules;
+            inPlace.bitsAsIn = installed;
+            return posix::copyTree(source, target, inPlace);
+        });
+    });
 }
 
 posix::FileError Files::makeDirectory(const std::string &path) {
-    return mkdir(path.c_str(), 0700) == 0 ? posix::FileError{} : posix::FileError{errno, path};
+    return at(path, [](const posix::Place &place) {
+        return mkdirat(place.folder, place.name.c_str(), 0700) == 0 ? posix::FileError{}
+                                                                    : posix::FileError{errno, place.path};
+    });
 }
 
-posix::FileError Files::copyTreeOf(uid_t owner, const std::string &from, const std::string &to) {
-    return posix::copyTreeOf(owner, from, to);
+posix::FileError Files::removeTree(const std::string &path) {
+    return at(path, [](const posix::Place &place) { return posix::removeTree(place); });
 }
-
-posix::FileError Files::removeTree(const std::string &path) { return posix::removeTree(path); }
 
 posix::FileError Files::removeFile(const std::string &path) {
-    return unlink(path.c_str()) == 0 || errno == ENOENT ? posix::FileError{} : posix::FileError{errno, path};
+    return at(path, [](const posix::Place &place) {
+        return unlinkat(place.folder, place.name.c_str(), 0) == 0 || errno == ENOENT
+                   ? posix::FileError{}
+                   : posix::FileError{errno, place.path};
+    });
 }
 
 posix::FileError Files::changeOwner(const std::string &path, uid_t owner, gid_t group) {
-    return posix::changeOwner(path, owner, group);
+    return at(path, [&](const posix::Place &place) { return posix::changeOwner(place, owner, group); });
 }
 
-posix::FileError Files::changeMode(const std::string &path, mode_t mode) {
-    return fchmodat(AT_FDCWD, path.c_str(), mode, 0) == 0 ? posix::FileError{}
-                                                          : posix::FileError{errno, path};
+posix::FileError Files::limitSpecialBits(const std::string &tree, const std::string &installed) {
+    return atBoth(tree, installed, [](const posix::Place &fresh, const posix::Place &old) {
+        return posix::limitSpecialBits(fresh, old);
+    });
 }
 
 posix::FileError Files::lock(const std::string &path, posix::Descriptor &lock) {
-    for (;;) {
-        posix::Descriptor file(
-            open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK, 0600));
-        if (!file.isOpen() || flock(file.get(), LOCK_EX | LOCK_NB) != 0)
-            return {errno, path};
-        // Whoever held it before may have removed it, and a third one made another.
-        struct stat held {};
-        struct stat there {};
-        if (fstat(file.get(), &held) == 0 && lstat(path.c_str(), &there) == 0 &&
-            held.st_ino == there.st_ino && held.st_dev == there.st_dev) {
-            lock = std::move(file);
-            return {};
-        }
-    }
+    return at(path, [&](const posix::Place &place) { return posix::takeLock(place, lock); });
 }
 
-posix::FileError Files::syncFileSystem(const std::string &path) { return posix::syncFileSystem(path); }
-posix::FileError Files::syncDirectory(const std::string &path) { return posix::syncDirectory(path); }
+posix::FileError Files::syncFileSystem(const std::string &path) {
+    return at(path, [](const posix::Place &place) { return posix::syncFileSystem(place); });
+}
+
+posix::FileError Files::syncDirectory(const std::string &path) {
+    if (path == "/")
+        return posix::syncDirectory(path);
+    return at(path, [](const posix::Place &place) { return posix::syncDirectory(place); });
+}
+
+posix::FileError Files::examine(const std::string &path, struct stat &info) const {
+    return at(path, [&](const posix::Place &place) {
+        return fstatat(place.folder, place.name.c_str(), &info, AT_SYMLINK_NOFOLLOW) == 0
+                   ? posix::FileError{}
+                   : posix::FileError{errno, place.path};
+    });
+}
 
 } // namespace tx::installer

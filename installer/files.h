@@ -1,33 +1,36 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "platform/linux/interrupted.h"
 #include "platform/linux/posixfiles.h"
 
 #include <string>
+#include <sys/stat.h>
 
 namespace tx::installer {
 
 /// Every change that the installer makes to the file system, so that a test can make any of them fail, or end
-/// the process there.
-class Files {
+/// the process there. As root no link is followed, neither at the end of a path nor on the way to it.
+class Files : public RepairFiles {
 public:
-    virtual ~Files() = default;
-    virtual posix::FileError rename(const std::string &from, const std::string &to);
+    posix::FileError rename(const std::string &from, const std::string &to) override;
     virtual posix::FileError exchange(const std::string &a, const std::string &b);
-    /// As root, only what belongs to the owner of the tree is copied.
-    virtual posix::FileError copyTree(const std::string &from, const std::string &to);
+    virtual posix::FileError copyTree(const std::string &from, const std::string &to,
+                                      const posix::CopyRules &rules);
     virtual posix::FileError makeDirectory(const std::string &path);
-    /// Copies only what belongs to `owner`.
-    virtual posix::FileError copyTreeOf(uid_t owner, const std::string &from, const std::string &to);
-    virtual posix::FileError removeTree(const std::string &path);
+    posix::FileError removeTree(const std::string &path) override;
     virtual posix::FileError removeFile(const std::string &path);
     virtual posix::FileError changeOwner(const std::string &path, uid_t owner, gid_t group);
-    virtual posix::FileError changeMode(const std::string &path, mode_t mode);
+    /// Takes special bits from the files of `tree`, as posix::limitSpecialBits does.
+    virtual posix::FileError limitSpecialBits(const std::string &tree, const std::string &installed);
     /// Takes the lock file at `path` for this process, made when it is not there; EWOULDBLOCK when another
     /// process has it.
     virtual posix::FileError lock(const std::string &path, posix::Descriptor &lock);
     virtual posix::FileError syncFileSystem(const std::string &path);
-    virtual posix::FileError syncDirectory(const std::string &path);
+    posix::FileError syncDirectory(const std::string &path) override;
+
+    /// What is at `path`, of which the last component is not followed; changes nothing.
+    posix::FileError examine(const std::string &path, struct stat &info) const;
 };
 
 } // namespace tx::installer

@@ -3,11 +3,15 @@
 
 #include "installer/contents.h"
 
-#include "platform/linux/openbundle.h"
+#include "platform/linux/bundleinfo.h"
+#include "platform/linux/interrupted.h"
 #include "platform/linux/startable.h"
+#include "platform/linux/trustedpath.h"
 
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -27,6 +31,17 @@ std::string withoutTrailingSlashes(std::string path) {
     return path;
 }
 
+/// Replaces the folders that lead to `path` by where they lead; the last component stays as it is.
+bool resolveFolders(std::string &path) {
+    const std::string name = posix::lastComponentOf(path);
+    const std::unique_ptr<char, decltype(&std::free)> parent(realpath(posix::parentOf(path).c_str(), nullptr),
+                                                             &std::free);
+    if (!parent)
+        return false;
+    path = std::string(parent.get()) + (parent.get() == std::string("/") ? "" : "/") + name;
+    return true;
+}
+
 class Installation {
 public:
     Installation(const Arguments &arguments, Context &context)
@@ -35,7 +50,8 @@ public:
         , m_files(*context.files)
         , m_staged(stagedPathFor(arguments.hostBundle))
         , m_backup(backupPathFor(arguments.hostBundle))
-        , m_whole(wholePathFor(arguments.hostBundle)) {}
+        , m_whole(wholePathFor(arguments.hostBundle))
+        , m_gone(gonePathFor(arguments.hostBundle)) {}
 
     int run() {
         int refusal = lock();
@@ -48,17 +64,10 @@ public:
                 (void)open(refusal);
             return refusal;
         }
-        int status = lockFolder() ? StatusDone : StatusTryLater;
-        if (status == StatusDone) {
-            repair();
-            status = stage();
-        }
-        if (status == StatusDone)
-            status = swap();
-        if (status == StatusDone)
-            clean();
+        const int status = replace();
         unlock();
-        return open(status);
+        // With rights that are not what they should be, nothing more is done.
+        return status == StatusNoRights ? status : open(status);
     }
 
 private:
@@ -69,6 +78,19 @@ private:
             return status;
         m_context.log(why);
         return status == StatusDone ? StatusCannotOpen : status;
+    }
+
+    int replace() {
+        int status = lockFolder();
+        if (status == StatusDone)
+            status = repair();
+        if (status == StatusDone)
+            status = stage();
+        if (status == StatusDone)
+            status = swap();
+        if (status == StatusDone && !m_keepsOld)
+            status = clean();
+        return status;
     }
 
     /// One installation of an application at a time. Without the lock there is no installation: somebody may
@@ -83,27 +105,33 @@ private:
         return error ? StatusTryLater : StatusDone;
     }
 
-    /// No installation while another host downloads into the folder of the new application. The host that
-    /// started this one holds the lock until it ends.
-    bool lockFolder() {
-        // Made by the host; an archive that is installed by hand has none.
-        const std::string path = posix::parentOf(m_arguments.archive) + ".lock";
-        const posix::FileError error =
-            posix::entryExists(path) ? m_files.lock(path, m_folderLock) : posix::FileError{};
+    /// None while another host downloads into the folder of the new application. That folder is the user's.
+    int lockFolder() {
+        const std::string folder = posix::parentOf(m_arguments.archive);
+        if (!lowerRights())
+            return StatusNoRights;
+        // Made by the host, which holds the lock until it ends; an archive that is installed by hand has
+        // none.
+        struct stat info {};
+        posix::FileError error = m_files.examine(folder + ".lock", info);
+        error = error.number == ENOENT ? posix::FileError{} : m_files.lock(folder + ".lock", m_folderLock);
         if (error.number == EWOULDBLOCK)
-            m_context.log("another copy of the application uses " + posix::parentOf(m_arguments.archive));
+            m_context.log("another copy of the application uses " + folder);
         else if (error)
             m_context.log("cannot lock " + describe(error));
-        return !error;
+        if (!raiseRights())
+            return StatusNoRights;
+        return error ? StatusTryLater : StatusDone;
     }
 
     /// Finds out whether the application can be replaced, tells the host that it may end, and waits for that.
     int awaitHost() {
-        // By making what will be made: the host is still there to say that it cannot be.
-        removeLeftover(m_staged);
-        posix::FileError error = m_files.makeDirectory(m_staged);
+        // By making what will be made: the host is still there to say that it cannot be. The name is one of
+        // which nothing is ever needed again.
+        removeLeftover(m_gone);
+        posix::FileError error = m_files.makeDirectory(m_gone);
         if (!error)
-            error = m_files.removeTree(m_staged);
+            error = m_files.removeTree(m_gone);
         if (error) {
             m_context.log("nothing can be put beside the application: " + describe(error));
             return StatusCannotStage;
@@ -119,6 +147,20 @@ private:
         return StatusTryLater;
     }
 
+    bool lowerRights() {
+        if (m_context.rights->lower(m_context.session))
+            return true;
+        m_context.log(std::string("cannot give up the rights of an administrator: ") + std::strerror(errno));
+        return false;
+    }
+
+    bool raiseRights() {
+        if (m_context.rights->raise(m_context.session))
+            return true;
+        m_context.log(std::string("cannot regain the rights of an administrator: ") + std::strerror(errno));
+        return false;
+    }
+
     void unlock() {
         if (m_lock.isOpen()) {
             if (const posix::FileError error = m_files.removeFile(lockPathFor(m_arguments.hostBundle)))
@@ -129,24 +171,30 @@ private:
     }
 
     /// Undoes or finishes what an interrupted run left.
-    void repair() {
-        if (!posix::entryExists(m_arguments.hostBundle) && isOwnBackup(m_backup)) {
-            if (m_files.rename(m_backup, m_arguments.hostBundle))
-                m_context.log("the application could not be put back from " + m_backup);
-            else
-                m_context.log("an interrupted installation was undone");
+    int repair() {
+        bool putBack = false;
+        if (const posix::FileError error = undoInterruption(m_arguments.hostBundle, m_files, putBack)) {
+            m_context.log("an interrupted installation could not be undone, the application could not be "
+                          "put back from beside " +
+                          describe(error));
+            return StatusCannotStage;
         }
-        if (isOwnBackup(m_whole)) {
-            removeLeftover(m_arguments.hostBundle);
-            if (m_files.rename(m_whole, m_arguments.hostBundle))
-                m_context.log("the application could not be put back from " + m_whole);
-            else
-                m_context.log("an interrupted installation was undone");
+        if (putBack)
+            m_context.log("an interrupted installation was undone");
+        // Whatever else stands there is a copy that was not finished, or an old application after the swap:
+        // no longer needed once the disk holds what is at the application's path.
+        bool hasLeftover = false;
+        for (const std::string &path : {m_staged, m_backup, m_gone})
+            hasLeftover = hasLeftover || posix::entryExists(path);
+        if (!hasLeftover || !posix::entryExists(m_arguments.hostBundle))
+            return StatusDone;
+        if (const posix::FileError error = m_files.syncDirectory(posix::parentOf(m_arguments.hostBundle))) {
+            m_context.log("cannot sync " + describe(error));
+            return StatusCannotStage;
         }
-        // Whatever else stands there is a copy that was not finished, or an old application after the swap.
-        removeLeftover(m_staged);
-        if (posix::entryExists(m_arguments.hostBundle))
-            removeLeftover(m_backup);
+        for (const std::string &path : {m_staged, m_backup, m_gone})
+            removeLeftover(path);
+        return StatusDone;
     }
 
     void removeLeftover(const std::string &path) {
@@ -158,29 +206,38 @@ private:
 
     int stage() {
         struct stat host {};
-        if (lstat(m_arguments.hostBundle.c_str(), &host) != 0) {
-            m_context.log(m_arguments.hostBundle + ": " + std::strerror(errno));
+        if (const posix::FileError error = m_files.examine(m_arguments.hostBundle, host)) {
+            m_context.log(describe(error));
             return StatusCannotStage;
         }
-        const bool asRoot = geteuid() == 0;
-        struct stat application {};
-        (void)lstat(m_arguments.newApplication.c_str(), &application);
-        const std::vector<posix::SpecialBits> special = posix::specialBitsBelow(m_arguments.newApplication);
-        // As root, files that another user made are copied: that user may still hold them open or linked.
-        const bool mayRename = !asRoot || application.st_uid == 0;
         posix::FileError error =
-            mayRename ? m_files.rename(m_arguments.newApplication, m_staged) : posix::FileError{EXDEV, {}};
+            mayRename() ? m_files.rename(m_arguments.newApplication, m_staged) : posix::FileError{EXDEV, {}};
         m_renamed = !error;
-        if (error.number == EXDEV)
-            error = m_files.copyTree(m_arguments.newApplication, m_staged);
-        if (!error && asRoot)
-            error = m_files.changeOwner(m_staged, host.st_uid, host.st_gid);
-        if (!error)
-            error = limitSpecialBits(special);
+        if (error.number == EXDEV) {
+            posix::CopyRules rules;
+            rules.bitsAsIn = m_arguments.hostBundle;
+            if (geteuid() == 0) {
+                rules.onlyFrom = m_context.session.user;
+                rules.givenTo = std::pair(host.st_uid, host.st_gid);
+            }
+            error = m_files.copyTree(m_arguments.newApplication, m_staged, rules);
+        } else if (!error) {
+            if (geteuid() == 0)
+                error = m_files.changeOwner(m_staged, host.st_uid, host.st_gid);
+            if (!error)
+                error = m_files.limitSpecialBits(m_staged, m_arguments.hostBundle);
+        }
         if (!error)
             error = m_files.syncFileSystem(m_staged);
-        // It may have changed since this tool first looked at it.
-        const std::string why = error ? describe(error) : whyItCannotStart(m_staged, m_arguments.hostBundle);
+        std::string why = error ? describe(error) : "";
+        if (!error) {
+            // It may have changed since this tool first looked at it. Its property list is the user's still.
+            if (!lowerRights())
+                return StatusNoRights;
+            why = whyItCannotStart(m_staged, m_arguments.hostBundle);
+            if (!raiseRights())
+                return StatusNoRights;
+        }
         if (why.empty())
             return StatusDone;
         m_context.log("the new application cannot be put into place: " + why);
@@ -188,18 +245,11 @@ private:
         return StatusCannotStage;
     }
 
-    /// A program runs with its owner's rights only when the one that it replaces does.
-    posix::FileError limitSpecialBits(const std::vector<posix::SpecialBits> &special) {
-        for (const posix::SpecialBits &file : special) {
-            struct stat installed {};
-            const bool isFile = lstat((m_arguments.hostBundle + file.path).c_str(), &installed) == 0 &&
-                                S_ISREG(installed.st_mode);
-            const mode_t bits = S_ISUID | S_ISGID;
-            const mode_t mode = (file.mode & ~bits) | (isFile ? file.mode & installed.st_mode & bits : 0);
-            if (posix::FileError error = m_files.changeMode(m_staged + file.path, mode))
-                return error;
-        }
-        return {};
+    /// As root, what another user may still hold open, linked or in reach is copied.
+    bool mayRename() const {
+        std::string resolved;
+        return geteuid() != 0 || (m_context.session.user == 0 &&
+                                  posix::untrustedPart(m_arguments.newApplication, resolved, 0).empty());
     }
 
     /// Puts the new application back where it was, so that a later try finds it.
@@ -221,8 +271,11 @@ private:
             return StatusCannotSwap;
         }
         // The old application must not be gone from the disk before the new one is there.
-        if (const posix::FileError sync = m_files.syncDirectory(posix::parentOf(m_arguments.hostBundle)))
-            m_context.log("cannot sync " + describe(sync));
+        if (const posix::FileError sync = m_files.syncDirectory(posix::parentOf(m_arguments.hostBundle))) {
+            m_context.log("cannot sync " + describe(sync) +
+                          "; the old application stays beside the new one until the next installation");
+            m_keepsOld = true;
+        }
         return StatusDone;
     }
 
@@ -240,19 +293,25 @@ private:
     /// the whole copy back after an interruption.
     posix::FileError swapByCopying() {
         const std::string parent = posix::parentOf(m_arguments.hostBundle);
-        struct stat host {};
-        (void)lstat(m_arguments.hostBundle.c_str(), &host);
-        posix::FileError error = m_files.copyTree(m_arguments.hostBundle, m_backup);
-        if (!error && geteuid() == 0)
-            error = m_files.changeOwner(m_backup, host.st_uid, host.st_gid);
+        posix::CopyRules exactly;
+        exactly.keepsOwners = true;
+        posix::FileError error = m_files.copyTree(m_arguments.hostBundle, m_backup, exactly);
         if (!error)
             error = m_files.syncFileSystem(m_backup);
         if (!error)
             error = m_files.rename(m_backup, m_whole);
-        if (!error)
-            error = m_files.syncDirectory(parent);
-        if (!error)
-            error = m_files.removeTree(m_arguments.hostBundle);
+        if (error) {
+            removeLeftover(m_backup);
+            return error;
+        }
+        error = m_files.syncDirectory(parent);
+        if (error) {
+            // Nothing was taken from the installed application.
+            if (!m_files.rename(m_whole, m_backup))
+                removeLeftover(m_backup);
+            return error;
+        }
+        error = m_files.removeTree(m_arguments.hostBundle);
         if (!error)
             error = m_files.rename(m_staged, m_arguments.hostBundle);
         if (!error)
@@ -260,26 +319,18 @@ private:
         // From then on it is no more than a leftover, which goes: half of it must not be put back.
         if (!error)
             error = m_files.rename(m_whole, m_backup);
-        if (!error)
-            error = m_files.syncDirectory(parent);
-        if (!error)
-            return {};
-        removeLeftover(m_backup);
-        if (posix::entryExists(m_whole)) {
-            // What stands at its place may be the new one already: it goes back to where it was tried from.
-            removeLeftover(m_arguments.hostBundle);
-            if (m_files.rename(m_whole, m_arguments.hostBundle))
-                m_context.log("the application could not be put back from " + m_whole);
-        }
+        bool putBack = false;
+        if (error && undoInterruption(m_arguments.hostBundle, m_files, putBack))
+            m_context.log("the application could not be put back from " + m_whole);
         return error;
     }
 
-    void clean() {
+    int clean() {
         removeLeftover(m_staged);
         removeLeftover(m_backup);
         // What stands in the user's own folder is removed with no more rights than the user has.
-        const bool lowered = m_context.session.dropsPrivileges && setegid(m_context.session.group) == 0 &&
-                             seteuid(m_context.session.user) == 0;
+        if (!lowerRights())
+            return StatusNoRights;
         removeLeftover(m_arguments.newApplication);
         if (const posix::FileError error = m_files.removeFile(m_arguments.archive))
             m_context.log("cannot remove " + describe(error));
@@ -287,8 +338,7 @@ private:
             removeLeftover(m_context.toolBundle);
         if (!m_context.environmentRecord.empty())
             (void)m_files.removeFile(m_context.environmentRecord);
-        if (lowered && (seteuid(0) != 0 || setegid(0) != 0))
-            m_context.log("cannot regain privileges");
+        return raiseRights() ? StatusDone : StatusNoRights;
     }
 
     const Arguments &m_arguments;
@@ -297,15 +347,17 @@ private:
     const std::string m_staged;
     const std::string m_backup;
     const std::string m_whole;
+    const std::string m_gone;
     posix::Descriptor m_lock;
     posix::Descriptor m_folderLock;
     bool m_isInstalledByAnother = false;
     bool m_renamed = false;
+    bool m_keepsOld = false; ///< after a swap that may not be on the disk yet
 };
 
 } // namespace
 
-bool readArguments(const std::vector<std::string> &words, Arguments &arguments, std::string &why) {
+bool parseArguments(const std::vector<std::string> &words, Arguments &arguments, std::string &why) {
     if (words.size() != 4) {
         why = "usage: TXUpdateInstaller PID NEW-APPLICATION HOST-BUNDLE ARCHIVE";
         return false;
@@ -326,6 +378,16 @@ bool readArguments(const std::vector<std::string> &words, Arguments &arguments, 
     }
     arguments = {static_cast<pid_t>(process), withoutTrailingSlashes(words[1]),
                  withoutTrailingSlashes(words[2]), words[3]};
+    return true;
+}
+
+bool checkBundles(Arguments &arguments, std::string &why) {
+    for (std::string *path : {&arguments.newApplication, &arguments.hostBundle, &arguments.archive}) {
+        if (!resolveFolders(*path)) {
+            why = "the folder of " + *path + " cannot be found: " + std::strerror(errno);
+            return false;
+        }
+    }
     if (!posix::isDirectory(arguments.newApplication)) {
         why = arguments.newApplication + " is no application";
         return false;
@@ -353,6 +415,10 @@ bool readArguments(const std::vector<std::string> &words, Arguments &arguments, 
     }
     why = whyItCannotStart(arguments.newApplication, arguments.hostBundle);
     return why.empty();
+}
+
+bool readArguments(const std::vector<std::string> &words, Arguments &arguments, std::string &why) {
+    return parseArguments(words, arguments, why) && checkBundles(arguments, why);
 }
 
 int install(const Arguments &arguments, Context &context) {

@@ -27,9 +27,22 @@ struct Session {
     std::vector<std::string> environment;
 };
 
+/// The rights of this process, so that a test can make a change of them fail. What is the user's own is
+/// touched with no more rights than the user has.
+class Rights {
+public:
+    virtual ~Rights() = default;
+    /// Does nothing for a session that drops no privileges. After a failure the process must end.
+    [[nodiscard]] virtual bool lower(const Session &session);
+    /// Back to root's, without any supplementary groups.
+    [[nodiscard]] virtual bool raise(const Session &session);
+};
+[[nodiscard]] Rights &processRights();
+
 /// The outside world, for tests to replace.
 struct Context {
     Files *files;
+    Rights *rights = &processRights();
     std::chrono::milliseconds hostLimit = std::chrono::minutes(2); ///< how long the host may take to end
     std::string toolBundle; ///< this tool's copy, removed at the end; empty when it runs from elsewhere
     std::string environmentRecord; ///< the recorded session, removed at the end; empty when there is none
@@ -42,9 +55,20 @@ struct Context {
     std::function<bool()> ready;
 };
 
-/// Reads the command line; `why` says what is wrong with it.
+/// Takes the command line apart, without a look at any file; `why` says what is wrong with it.
+[[nodiscard]] bool parseArguments(const std::vector<std::string> &words, Arguments &arguments,
+                                  std::string &why);
+/// Finds out whether the one bundle may replace the other. Reads their property lists, which a process with
+/// an administrator's rights must not. Folders that lead to the paths are replaced by where they lead.
+[[nodiscard]] bool checkBundles(Arguments &arguments, std::string &why);
+/// Both, one after the other.
 [[nodiscard]] bool readArguments(const std::vector<std::string> &words, Arguments &arguments,
                                  std::string &why);
+
+/// All that comes before the installation: whose it is, then the command line and the recorded environment
+/// with no more than that user's rights. The exit status, StatusDone when it may begin.
+[[nodiscard]] int prepare(const std::vector<std::string> &words, const std::string &environmentRecord,
+                          Rights &rights, Arguments &arguments, Session &session, std::string &why);
 
 /// Replaces the host bundle by the new application when the host has ended, and opens what stands there.
 /// At every instant a complete application stands at the host's path, or the next run puts one back.
@@ -53,8 +77,12 @@ struct Context {
 /// True when the process has ended, or ends within `limit`.
 [[nodiscard]] bool waitForEnd(pid_t process, std::chrono::milliseconds limit);
 
-/// The session of whoever started the host: by the owner of its process, or of the recorded environment
-/// beside the archive, which only that user may have written.
-[[nodiscard]] Session sessionFor(const Arguments &arguments, const std::string &environmentRecord);
+/// Whose installation this is: the user whom pkexec names (PKEXEC_UID), else, as root, the owner of the new
+/// application. False, and `why`, when that is no user.
+[[nodiscard]] bool identifyUser(const Arguments &arguments, Session &session, std::string &why);
+
+/// The recorded environment beside the tool, when it is `user`'s own and nobody else may read or change it;
+/// else the least that a program needs.
+[[nodiscard]] std::vector<std::string> environmentFor(uid_t user, const std::string &environmentRecord);
 
 } // namespace tx::installer

@@ -53,20 +53,23 @@ int main(int argc, char **argv) {
             return StatusForbidden;
         }
     }
-    Arguments arguments;
-    std::string why;
-    if (!readArguments(std::vector<std::string>(argv + 1, argv + argc), arguments, why)) {
-        report(why);
-        answer.refuse();
-        return StatusUsage;
-    }
     Files files;
     Context context{.files = &files};
     const std::string bundle = ownBundle();
     const std::string folder = tx::posix::parentOf(bundle);
+    const std::vector<std::string> words(argv + 1, argv + argc);
     // Beside the archive, where the host recorded it in the user's own folder.
-    context.environmentRecord = tx::posix::parentOf(arguments.archive) + "/TXUpdateInstaller.environment";
-    context.session = sessionFor(arguments, context.environmentRecord);
+    if (!words.empty())
+        context.environmentRecord = tx::posix::parentOf(words.back()) + "/TXUpdateInstaller.environment";
+    Arguments arguments;
+    std::string why;
+    const int prepared =
+        prepare(words, context.environmentRecord, *context.rights, arguments, context.session, why);
+    if (prepared != StatusDone) {
+        report(why);
+        answer.refuse();
+        return prepared;
+    }
     // Only a copy beside the archive is this installation's own; the framework's resources are not removed.
     if (!bundle.empty() && folder == tx::posix::parentOf(arguments.archive))
         context.toolBundle = bundle;

@@ -1,9 +1,16 @@
 // SPDX-License-Identifier: MIT
 #include "installer/installer.h"
 
+#include "platform/linux/trustedpath.h"
+
+#include <algorithm>
 #include <cerrno>
+#include <charconv>
 #include <cstdlib>
+#include <cstring>
 #include <fcntl.h>
+#include <grp.h>
+#include <limits>
 #include <poll.h>
 #include <pwd.h>
 #include <signal.h>
@@ -21,7 +28,7 @@ std::vector<std::string> readRecord(const std::string &path, uid_t user) {
     const posix::Descriptor fd(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK));
     struct stat info {};
     if (!fd.isOpen() || fstat(fd.get(), &info) != 0 || !S_ISREG(info.st_mode) || info.st_uid != user ||
-        (info.st_mode & 0077) != 0)
+        (info.st_mode & 0077) != 0 || !posix::writableByOthers(fd.get(), path, user).empty())
         return {};
     std::string content;
     char buffer[4096];
@@ -39,6 +46,18 @@ std::vector<std::string> readRecord(const std::string &path, uid_t user) {
     return result;
 }
 
+/// The number of a user, in decimal digits alone.
+bool parseUser(const std::string &text, uid_t &user) {
+    unsigned long long number = 0;
+    const char *end = text.data() + text.size();
+    const auto [rest, error] = std::from_chars(text.data(), end, number);
+    // The largest number stands for no user at all.
+    if (error != std::errc() || rest != end || number >= std::numeric_limits<uid_t>::max())
+        return false;
+    user = static_cast<uid_t>(number);
+    return true;
+}
+
 /// The least that a program needs when nothing was recorded.
 std::vector<std::string> plainEnvironment(uid_t user) {
     std::vector<std::string> result{"PATH=/usr/local/bin:/usr/bin:/bin"};
@@ -53,26 +72,76 @@ std::vector<std::string> plainEnvironment(uid_t user) {
 
 } // namespace
 
-Session sessionFor(const Arguments &arguments, const std::string &environmentRecord) {
-    Session session;
+bool identifyUser(const Arguments &arguments, Session &session, std::string &why) {
+    session = {};
     session.user = getuid();
     session.group = getgid();
-    if (geteuid() == 0) {
-        // Started by pkexec: it names the user. Else the user is the one who unpacked the new application.
-        const char *caller = std::getenv("PKEXEC_UID");
+    if (geteuid() != 0)
+        return true;
+    const char *caller = std::getenv("PKEXEC_UID");
+    if (caller) {
+        const struct passwd *entry = parseUser(caller, session.user) ? getpwuid(session.user) : nullptr;
+        if (!entry) {
+            why = std::string("PKEXEC_UID should be the number of a user, not \"") + caller + "\"";
+            return false;
+        }
+        session.group = entry->pw_gid;
+    } else {
+        // Else the user is the one who unpacked the new application.
         struct stat info {};
-        if (caller && *caller)
-            session.user = static_cast<uid_t>(std::strtoul(caller, nullptr, 10));
-        else if (lstat(arguments.newApplication.c_str(), &info) == 0)
-            session.user = info.st_uid;
-        if (const struct passwd *entry = getpwuid(session.user))
-            session.group = entry->pw_gid;
-        session.dropsPrivileges = session.user != 0;
+        if (lstat(arguments.newApplication.c_str(), &info) != 0) {
+            why = arguments.newApplication + " is no application: " + std::strerror(errno);
+            return false;
+        }
+        const struct passwd *entry = getpwuid(info.st_uid);
+        session.user = info.st_uid;
+        session.group = entry ? entry->pw_gid : info.st_gid;
     }
-    session.environment = readRecord(environmentRecord, session.user);
-    if (session.environment.empty())
-        session.environment = plainEnvironment(session.user);
-    return session;
+    session.dropsPrivileges = session.user != 0;
+    return true;
+}
+
+std::vector<std::string> environmentFor(uid_t user, const std::string &environmentRecord) {
+    std::vector<std::string> result = readRecord(environmentRecord, user);
+    return result.empty() ? plainEnvironment(user) : result;
+}
+
+bool Rights::lower(const Session &session) {
+    if (!session.dropsPrivileges)
+        return true;
+    const struct passwd *entry = getpwuid(session.user);
+    const bool hasGroups =
+        entry ? initgroups(entry->pw_name, session.group) == 0 : setgroups(0, nullptr) == 0;
+    return hasGroups && setegid(session.group) == 0 && seteuid(session.user) == 0 &&
+           geteuid() == session.user && getegid() == session.group;
+}
+
+bool Rights::raise(const Session &session) {
+    if (!session.dropsPrivileges)
+        return true;
+    return seteuid(0) == 0 && setegid(0) == 0 && setgroups(0, nullptr) == 0 && geteuid() == 0;
+}
+
+Rights &processRights() {
+    static Rights rights;
+    return rights;
+}
+
+int prepare(const std::vector<std::string> &words, const std::string &environmentRecord, Rights &rights,
+            Arguments &arguments, Session &session, std::string &why) {
+    if (!parseArguments(words, arguments, why) || !identifyUser(arguments, session, why))
+        return StatusUsage;
+    if (!rights.lower(session)) {
+        why = "cannot give up the rights of an administrator: " + std::string(std::strerror(errno));
+        return StatusNoRights;
+    }
+    const bool fits = checkBundles(arguments, why);
+    session.environment = environmentFor(session.user, environmentRecord);
+    if (!rights.raise(session)) {
+        why = "cannot regain the rights of an administrator: " + std::string(std::strerror(errno));
+        return StatusNoRights;
+    }
+    return fits ? StatusDone : StatusUsage;
 }
 
 bool waitForEnd(pid_t process, std::chrono::milliseconds limit) {

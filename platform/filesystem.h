@@ -49,9 +49,10 @@ public:
 
     /// Makes a folder with mode 0700; an existing folder is no error.
     virtual TXError createDirectory(const QString &path, bool withIntermediates) = 0;
-    /// Null when `path` is a folder of this user and no link to one: what stands in it is this user's own.
+    /// Null when `path` is this user's folder, no link, and nobody else but root can write or replace it.
     virtual TXError checkPrivateDirectory(const QString &path) const = 0;
-    /// Null when nobody but this user and root could have written the file that `path` leads to.
+    /// Null when nobody but this user and root can write or replace the file or folder `path`, links
+    /// included.
     virtual TXError checkOwnFile(const QString &path) const = 0;
     /// Removes a file, link or tree without following links.
     virtual TXError remove(const QString &path) = 0;

@@ -3,15 +3,16 @@
 
 namespace tx::installer {
 
-/// Exit statuses of the installer tool. With all but the first and the last the application is unchanged.
+/// Exit statuses of the installer tool. With all but the first and the last two the application is unchanged.
 enum Status : int {
     StatusDone = 0,
     StatusUsage = 64,       ///< the arguments are wrong; nothing was touched
     StatusCannotStage = 73, ///< the new application could not be put beside the old one
     StatusCannotSwap = 74,  ///< the two could not be exchanged
     StatusTryLater = 75,    ///< the host does not end, or another installation of it is or may be running
-    StatusForbidden = 77,   ///< runs with an administrator's rights, and others could have changed it
+    StatusForbidden = 78,   ///< runs with an administrator's rights, and others could have changed it
     StatusCannotOpen = 76,  ///< installed, but the new application could not be started
+    StatusNoRights = 77,    ///< an administrator's rights could not be given up or regained; it ended there
 };
 
 } // namespace tx::installer

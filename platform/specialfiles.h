@@ -1,11 +1,14 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <TarvixUpdate/TXError.h>
+
 #include <QString>
 
 namespace tx {
 
-/// The first device, pipe or socket below `path`; null when there is none. Thread: any.
-[[nodiscard]] QString firstSpecialFile(const QString &path);
+/// Null when the tree at `path` holds nothing but files, folders and links. Else the error names a device,
+/// pipe or socket, or an entry that cannot be looked at. Thread: any.
+[[nodiscard]] TXError checkForSpecialFiles(const QString &path);
 
 } // namespace tx

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "platform/linux/bundlecontents.h"
 
-#include "platform/linux/openbundle.h"
+#include "platform/linux/interrupted.h"
 #include "platform/linux/posixfiles.h"
 
 #include <cerrno>

@@ -2,6 +2,7 @@
 #include "platform/filesystem.h"
 #include "platform/linux/bundlecontents.h"
 #include "platform/linux/posixfiles.h"
+#include "platform/linux/trustedpath.h"
 #include "platform/posixerror.h"
 #include "platform/specialfiles.h"
 
@@ -142,22 +143,16 @@ public:
                               path);
         if (info.st_uid != geteuid())
             return posixError(EPERM, u"Another user owns the folder"_s, path);
-        if ((info.st_mode & 0022) != 0)
-            return posixError(EPERM, u"Other users may write to the folder"_s, path);
-        return {};
+        return trusted(path, problemOf(path));
     }
 
     TXError checkOwnFile(const QString &path) const override {
         struct stat info {};
         if (stat(native(path).c_str(), &info) != 0)
             return posixError(errno, u"Cannot examine"_s, path);
-        if (!S_ISREG(info.st_mode))
+        if (!S_ISREG(info.st_mode) && !S_ISDIR(info.st_mode))
             return posixError(EINVAL, u"Not a file:"_s, path);
-        if (info.st_uid != geteuid() && info.st_uid != 0)
-            return posixError(EPERM, u"Another user owns the file"_s, path);
-        if ((info.st_mode & S_IWOTH) != 0)
-            return posixError(EPERM, u"Other users may write to the file"_s, path);
-        return {};
+        return trusted(path, S_ISDIR(info.st_mode) ? posix::untrustedFolder(native(path)) : problemOf(path));
     }
 
     TXError remove(const QString &path) override {
@@ -168,12 +163,10 @@ public:
         return rmdir(native(path).c_str()) == 0 ? TXError() : posixError(errno, u"Cannot remove"_s, path);
     }
 
-    TXError copy(const QString &from, const QString &to) override {
-        return makeTree(posix::copyTree, from, to);
-    }
+    TXError copy(const QString &from, const QString &to) override { return makeTree({}, from, to); }
 
     TXError linkOrCopy(const QString &from, const QString &to) override {
-        return makeTree(posix::linkTree, from, to);
+        return makeTree({.linksFiles = true}, from, to);
     }
 
     TXError move(const QString &from, const QString &to) override {
@@ -263,6 +256,22 @@ public:
     }
 
 private:
+    static std::string problemOf(const QString &path) {
+        std::string resolved;
+        return posix::untrustedPart(native(path), resolved);
+    }
+
+    static TXError trusted(const QString &path, const std::string &problem) {
+        if (problem.empty())
+            return {};
+        const QString why = QFile::decodeName(problem.c_str());
+        return TXError(TXPOSIXErrorDomain, EPERM,
+                       u"%1 is not used: %2. Make it, and the folders above it, writable only by you."_s.arg(
+                           path, why),
+                       why)
+            .withUserInfo({{u"path"_s, path}});
+    }
+
     static Result<std::unique_ptr<FileLock>> take(const QString &path, int operation) {
         posix::Descriptor fd(open(native(path).c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600));
         if (!fd.isOpen())
@@ -275,10 +284,9 @@ private:
     }
 
     /// Leaves nothing behind when it fails.
-    static TXError makeTree(posix::FileError (*make)(const std::string &, const std::string &),
-                            const QString &from, const QString &to) {
+    static TXError makeTree(const posix::CopyRules &rules, const QString &from, const QString &to) {
         const std::string target = native(to);
-        const posix::FileError error = make(native(from), target);
+        const posix::FileError error = posix::copyTree(native(from), target, rules);
         if (error && error.number != EEXIST)
             (void)posix::removeTree(target);
         return toError(error, u"Cannot copy"_s);
@@ -287,9 +295,13 @@ private:
 
 } // namespace
 
-QString firstSpecialFile(const QString &path) {
-    const std::string found = posix::findSpecialFile(native(path));
-    return found.empty() ? QString() : QFile::decodeName(found.c_str());
+TXError checkForSpecialFiles(const QString &path) {
+    const posix::FileError found = posix::findSpecialFile(native(path));
+    if (!found || found.number != EINVAL)
+        return toError(found, u"Cannot examine"_s);
+    const QString special = QFile::decodeName(found.path.c_str());
+    return TXError(TXPOSIXErrorDomain, EINVAL, u"%1 is no file that an application may hold"_s.arg(special))
+        .withUserInfo({{u"path"_s, special}});
 }
 
 FileSystem &nativeFileSystem() {

@@ -5,6 +5,7 @@
 #include "platform/linux/posixfiles.h"
 #include "platform/linux/userfolders.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
@@ -73,19 +74,14 @@ posix::Descriptor lockFor(const std::string &bundlePath) {
     return fd;
 }
 
-/// Runs in the grandchild: only what is safe after a fork of a threaded process, unless privileges are
-/// dropped, which only the single-threaded installer tool asks for.
+/// Runs in the grandchild: only what is safe after a fork of a threaded process.
 [[noreturn]] void becomeApplication(const char *executable, char *const *arguments, char *const *environment,
-                                    const OpenOptions &options, const char *userName, int statusPipe) {
+                                    int statusPipe) {
     const int null = open("/dev/null", O_RDWR);
     dup2(null, 0);
     dup2(null, 1);
     dup2(null, 2);
-    bool ok = chdir("/") == 0;
-    if (options.dropPrivileges)
-        ok = ok && initgroups(userName, options.group) == 0 && setgid(options.group) == 0 &&
-             setuid(options.user) == 0;
-    if (ok)
+    if (chdir("/") == 0)
         execve(executable, arguments, environment);
     const int number = errno;
     (void)!write(statusPipe, &number, sizeof number);
@@ -130,7 +126,69 @@ std::vector<std::string> runningExecutablePaths() {
     return result;
 }
 
+namespace {
+
+/// Gives up all rights but those of a user, for good.
+bool becomeUser(uid_t user, gid_t group) {
+    const struct passwd *entry = getpwuid(user);
+    const bool hasGroups = entry ? initgroups(entry->pw_name, group) == 0 : setgroups(0, nullptr) == 0;
+    return hasGroups && setgid(group) == 0 && setuid(user) == 0;
+}
+
+/// Opens the bundle in a process that has no more rights than the user: what is in the bundle, and in the
+/// user's folders, is not read with others. Only for the single-threaded installer tool.
+OpenResult openAsUser(const std::string &bundlePath, const OpenOptions &options) {
+    const auto failed = [&bundlePath](const char *why) {
+        return OpenResult{bundlePath + " could not be started: " + why, false};
+    };
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0)
+        return failed(std::strerror(errno));
+    posix::Descriptor reading(ends[0]);
+    posix::Descriptor writing(ends[1]);
+    const pid_t child = fork();
+    if (child < 0)
+        return failed(std::strerror(errno));
+    if (child == 0) {
+        OpenResult result;
+        if (becomeUser(options.user, options.group)) {
+            std::vector<std::string> environment = options.environment;
+            std::vector<char *> variables;
+            for (std::string &variable : environment)
+                variables.push_back(variable.data());
+            variables.push_back(nullptr);
+            environ = variables.data();
+            OpenOptions asItself;
+            asItself.environment = options.environment;
+            result = openBundle(bundlePath, asItself);
+        } else {
+            result = failed(std::strerror(errno));
+        }
+        const std::string answer = (result.wasRunning ? '1' : '0') + result.error;
+        const bool said =
+            write(writing.get(), answer.data(), answer.size()) == static_cast<ssize_t>(answer.size());
+        _exit(said ? 0 : 1);
+    }
+    writing.reset();
+    std::string answer;
+    char buffer[1024];
+    for (ssize_t n = 0; (n = read(reading.get(), buffer, sizeof buffer)) != 0;) {
+        if (n < 0 && errno != EINTR)
+            break;
+        answer.append(buffer, static_cast<size_t>(std::max<ssize_t>(n, 0)));
+    }
+    while (waitpid(child, nullptr, 0) < 0 && errno == EINTR) {
+    }
+    if (answer.empty())
+        return failed("the process that should do it ended");
+    return {answer.substr(1), answer.front() == '1'};
+}
+
+} // namespace
+
 OpenResult openBundle(const std::string &bundlePath, const OpenOptions &options) {
+    if (options.dropPrivileges)
+        return openAsUser(bundlePath, options);
     restoreBackup(bundlePath);
     BundleInfo info;
     if (!readBundleInfo(bundlePath, info))
@@ -152,8 +210,6 @@ OpenResult openBundle(const std::string &bundlePath, const OpenOptions &options)
     variables.push_back(nullptr);
     std::string argument = info.executable;
     char *arguments[] = {argument.data(), nullptr};
-    const struct passwd *user = options.dropPrivileges ? getpwuid(options.user) : nullptr;
-    const std::string userName = user ? user->pw_name : "";
 
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0)
@@ -167,8 +223,7 @@ OpenResult openBundle(const std::string &bundlePath, const OpenOptions &options)
         setsid();
         const pid_t grandchild = fork();
         if (grandchild == 0)
-            becomeApplication(info.executable.c_str(), arguments, variables.data(), options, userName.c_str(),
-                              writing.get());
+            becomeApplication(info.executable.c_str(), arguments, variables.data(), writing.get());
         _exit(grandchild < 0 ? 1 : 0);
     }
     writing.reset();
@@ -185,51 +240,6 @@ OpenResult openBundle(const std::string &bundlePath, const OpenOptions &options)
     if (!WIFEXITED(status) || WEXITSTATUS(status) != 0)
         return {info.executable + " could not be started", false};
     return {};
-}
-
-namespace {
-
-std::string besideBundle(const std::string &bundlePath, const char *suffix) {
-    const std::string parent = posix::parentOf(bundlePath);
-    return (parent == "/" ? parent : parent + '/') + '.' + posix::lastComponentOf(bundlePath) + suffix;
-}
-
-} // namespace
-
-std::string stagedPathFor(const std::string &bundlePath) { return besideBundle(bundlePath, ".txupdate-new"); }
-std::string backupPathFor(const std::string &bundlePath) { return besideBundle(bundlePath, ".txupdate-old"); }
-std::string wholePathFor(const std::string &bundlePath) {
-    return besideBundle(bundlePath, ".txupdate-whole");
-}
-std::string lockPathFor(const std::string &bundlePath) { return besideBundle(bundlePath, ".txupdate-lock"); }
-
-bool isOwnBackup(const std::string &path) {
-    struct stat backup {};
-    struct stat folder {};
-    if (lstat(path.c_str(), &backup) != 0 || !S_ISDIR(backup.st_mode) ||
-        stat(posix::parentOf(path).c_str(), &folder) != 0)
-        return false;
-    return backup.st_uid == geteuid() || backup.st_uid == 0 || backup.st_uid == folder.st_uid;
-}
-
-bool restoreBackup(const std::string &bundlePath) {
-    // An installation that may not write to the folder around the bundle works in the bundle.
-    const std::string contents = posix::contentsOf(bundlePath);
-    if (posix::lastComponentOf(bundlePath) != posix::lastComponentOf(contents) && restoreBackup(contents))
-        return true;
-    const std::string backup = backupPathFor(bundlePath);
-    const std::string whole = wholePathFor(bundlePath);
-    const bool isGone = !posix::entryExists(bundlePath) && isOwnBackup(backup);
-    if (!isGone && !isOwnBackup(whole))
-        return false;
-    // An installer that works on it has the lock.
-    const posix::Descriptor lock(
-        open(lockPathFor(bundlePath).c_str(), O_RDWR | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK));
-    if (lock.isOpen() && flock(lock.get(), LOCK_EX | LOCK_NB) != 0)
-        return false;
-    if (isGone)
-        return rename(backup.c_str(), bundlePath.c_str()) == 0;
-    return !posix::removeTree(bundlePath) && rename(whole.c_str(), bundlePath.c_str()) == 0;
 }
 
 } // namespace tx

@@ -1,29 +1,85 @@
 // SPDX-License-Identifier: MIT
 #include "platform/linux/posixfiles.h"
 
+#include "platform/linux/trustedpath.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <dirent.h>
 #include <fcntl.h>
-#include <filesystem>
 #include <linux/fs.h>
+#include <sys/file.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
-#include <system_error>
 #include <unistd.h>
 #include <vector>
 
 namespace tx::posix {
 
-namespace fs = std::filesystem;
-
 namespace {
+
+constexpr mode_t specialBits = S_ISUID | S_ISGID;
 
 FileError failure(const std::string &path) { return {errno ? errno : EIO, path}; }
 
-/// Copies what the file system supports of the extended attributes; a target that has none is no error.
+Descriptor openFolder(int folder, const char *name) {
+    return Descriptor(openat(folder, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+}
+
+/// The entries of an open folder, or an errno value.
+int namesIn(int folder, std::vector<std::string> &names) {
+    const int copy = openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    DIR *stream = copy >= 0 ? fdopendir(copy) : nullptr;
+    if (!stream)
+        return errno;
+    errno = 0;
+    while (const dirent *entry = readdir(stream)) {
+        const std::string name = entry->d_name;
+        if (name != "." && name != "..")
+            names.push_back(name);
+    }
+    const int number = errno;
+    closedir(stream);
+    return number;
+}
+
+/// Changes the mode of what a descriptor opened with O_PATH holds, which fchmod does not.
+bool changeModeOf(const Descriptor &entry, mode_t mode) {
+    return chmod(("/proc/self/fd/" + std::to_string(entry.get())).c_str(), mode) == 0;
+}
+
+/// An open folder of the installed bundle whose files say which special bits may stay; not open when it is
+/// not there, or somebody else than root could have put something into it.
+Descriptor openInstalled(int folder, const char *name) {
+    Descriptor result = openFolder(folder, name);
+    if (result.isOpen() && !writableByOthers(result.get(), name, 0).empty())
+        result.reset();
+    return result;
+}
+
+/// The special bits that a file called `name` may have when it belongs to `owner` and `group`.
+mode_t allowedBits(const Descriptor &installed, const char *name, uid_t owner, gid_t group) {
+    struct stat info {};
+    if (owner != 0 || !installed.isOpen() ||
+        fstatat(installed.get(), name, &info, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISREG(info.st_mode) ||
+        info.st_uid != 0)
+        return 0;
+    return info.st_mode & (info.st_gid == group ? specialBits : mode_t{S_ISUID});
+}
+
+bool isWithout(int number) { return number == ENODATA || number == ENOTSUP || number == ENOSYS; }
+
+/// Takes away what the folder around handed down.
+bool dropAccessLists(int entry) {
+    return (fremovexattr(entry, "system.posix_acl_access") == 0 || isWithout(errno)) &&
+           (fremovexattr(entry, "system.posix_acl_default") == 0 || isWithout(errno));
+}
+
+/// Copies the user's extended attributes; a target that has none is no error. Those of the system (access
+/// lists among them) and of security modules belong to the place, and can give rights.
 FileError copyAttributes(int from, int to, const std::string &path) {
     const ssize_t size = flistxattr(from, nullptr, 0);
     if (size <= 0)
@@ -33,13 +89,14 @@ FileError copyAttributes(int from, int to, const std::string &path) {
     std::vector<char> value;
     for (ssize_t i = 0; i < read; i += static_cast<ssize_t>(std::string(&names[size_t(i)]).size()) + 1) {
         const char *name = &names[static_cast<size_t>(i)];
+        if (std::strncmp(name, "user.", 5) != 0)
+            continue;
         const ssize_t length = fgetxattr(from, name, nullptr, 0);
         if (length < 0)
             continue;
         value.resize(static_cast<size_t>(length));
         if (fgetxattr(from, name, value.data(), value.size()) != length)
             continue;
-        // Attributes of the system and of security modules belong to the place, not to the file.
         if (fsetxattr(to, name, value.data(), value.size(), 0) != 0 && errno != ENOTSUP && errno != EPERM)
             return failure(path);
     }
@@ -84,109 +141,202 @@ FileError copyData(int from, int to, off_t size, const std::string &path) {
     return {};
 }
 
-FileError copyLink(int fromDir, const char *fromName, int toDir, const char *toName,
-                   const std::string &path) {
-    std::vector<char> target(4096);
-    const ssize_t length = readlinkat(fromDir, fromName, target.data(), target.size() - 1);
-    if (length < 0)
-        return failure(path);
-    target[static_cast<size_t>(length)] = '\0';
-    return symlinkat(target.data(), toDir, toName) == 0 ? FileError{} : failure(path);
-}
+/// Copies one tree.
+class Copier {
+public:
+    explicit Copier(const CopyRules &rules)
+        : m_rules(rules) {}
 
-/// How the files of a tree are made.
-struct Files {
-    bool linked = false;                  ///< shared with the original
-    uid_t owner = static_cast<uid_t>(-1); ///< whose they must be; -1: anybody's
+    /// `installed` is the folder of the installed bundle that answers to the one around the entry.
+    FileError copyEntry(const Place &from, const Place &to, const Descriptor &installed) const {
+        struct stat info {};
+        if (fstatat(from.folder, from.name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0)
+            return failure(from.path);
+        if (S_ISLNK(info.st_mode))
+            return copyLink(from, to, info);
+        if (S_ISDIR(info.st_mode))
+            return copyDirectory(from, to,
+                                 installed.isOpen() ? openInstalled(installed.get(), from.name.c_str())
+                                                    : Descriptor());
+        if (S_ISREG(info.st_mode) && m_rules.linksFiles && linkFile(from, to, info))
+            return {};
+        if (S_ISREG(info.st_mode))
+            return copyFile(from, to, installed);
+        return {EINVAL, from.path};
+    }
+
+    /// `installed` is the folder of the installed bundle that answers to this one.
+    FileError copyDirectory(const Place &from, const Place &to, const Descriptor &installed) const {
+        const Descriptor source = openFolder(from.folder, from.name.c_str());
+        struct stat info {};
+        if (!source.isOpen() || fstat(source.get(), &info) != 0)
+            return failure(from.path);
+        if (isRefused(info))
+            return {EPERM, from.path};
+        if (mkdirat(to.folder, to.name.c_str(), 0700) != 0)
+            return failure(from.path);
+        const Descriptor target = openFolder(to.folder, to.name.c_str());
+        struct stat made {};
+        if (!target.isOpen() || fstat(target.get(), &made) != 0 || !dropAccessLists(target.get()))
+            return failure(from.path);
+        // Where others may write, another folder may have come into the place of the one that was made.
+        if (made.st_uid != geteuid())
+            return {EPERM, to.path};
+        std::vector<std::string> names;
+        if (const int number = namesIn(source.get(), names))
+            return {number, from.path};
+        for (const std::string &name : names) {
+            if (FileError error = copyEntry(Place(source, from.path + '/' + name),
+                                            Place(target, to.path + '/' + name), installed))
+                return error;
+        }
+        return finish(source, target, info, m_rules.bitsAsIn ? 0 : info.st_mode & specialBits, from.path);
+    }
+
+private:
+    /// A second name for a file of this user; another user's file would keep its owner.
+    static bool linkFile(const Place &from, const Place &to, const struct stat &info) {
+        return info.st_uid == geteuid() &&
+               linkat(from.folder, from.name.c_str(), to.folder, to.name.c_str(), 0) == 0;
+    }
+
+    bool isRefused(const struct stat &info) const {
+        return m_rules.onlyFrom && info.st_uid != *m_rules.onlyFrom;
+    }
+
+    std::optional<std::pair<uid_t, gid_t>> newOwner(const struct stat &original) const {
+        if (geteuid() != 0)
+            return std::nullopt;
+        if (m_rules.givenTo || !m_rules.keepsOwners)
+            return m_rules.givenTo;
+        return std::pair(original.st_uid, original.st_gid);
+    }
+
+    FileError copyLink(const Place &from, const Place &to, const struct stat &info) const {
+        std::vector<char> target(4096);
+        const ssize_t length = readlinkat(from.folder, from.name.c_str(), target.data(), target.size() - 1);
+        if (length < 0)
+            return failure(from.path);
+        target[static_cast<size_t>(length)] = '\0';
+        if (symlinkat(target.data(), to.folder, to.name.c_str()) != 0)
+            return failure(from.path);
+        const auto owner = newOwner(info);
+        return owner ? changeOwner(to, owner->first, owner->second) : FileError{};
+    }
+
+    FileError copyFile(const Place &from, const Place &to, const Descriptor &installed) const {
+        // Not waiting for a pipe, should one have come into its place.
+        const Descriptor source(
+            openat(from.folder, from.name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+        struct stat info {};
+        if (!source.isOpen() || fstat(source.get(), &info) != 0)
+            return failure(from.path);
+        if (!S_ISREG(info.st_mode))
+            return {EINVAL, from.path};
+        if (isRefused(info))
+            return {EPERM, from.path};
+        Descriptor target(
+            openat(to.folder, to.name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+        if (!target.isOpen() || !dropAccessLists(target.get()))
+            return failure(from.path);
+        if (FileError error = copyData(source.get(), target.get(), info.st_size, from.path))
+            return error;
+        const mode_t bits = bitsOf(target, info, installed, from.name);
+        if (FileError error = finish(source, target, info, bits, from.path))
+            return error;
+        if (const int number = target.reset())
+            return {number, from.path};
+        return {};
+    }
+
+    /// The special bits of the copy of a file, which is open as `to`.
+    mode_t bitsOf(const Descriptor &to, const struct stat &info, const Descriptor &installed,
+                  const std::string &name) const {
+        const mode_t wanted = info.st_mode & specialBits;
+        struct stat made {};
+        if (wanted == 0 || !m_rules.bitsAsIn)
+            return wanted;
+        if (fstat(to.get(), &made) != 0)
+            return 0;
+        const auto owner = newOwner(info);
+        return wanted & allowedBits(installed, name.c_str(), owner ? owner->first : made.st_uid,
+                                    owner ? owner->second : made.st_gid);
+    }
+
+    /// Gives what was made its attributes, owner, mode and times. A new owner takes the special bits away, so
+    /// that the mode comes after it.
+    FileError finish(const Descriptor &from, const Descriptor &to, const struct stat &info, mode_t bits,
+                     const std::string &path) const {
+        if (FileError error = copyAttributes(from.get(), to.get(), path))
+            return error;
+        const auto owner = newOwner(info);
+        if (owner && fchown(to.get(), owner->first, owner->second) != 0)
+            return failure(path);
+        const struct timespec times[2] = {info.st_atim, info.st_mtim};
+        if (fchmod(to.get(), (info.st_mode & 07777 & ~specialBits) | bits) != 0 ||
+            futimens(to.get(), times) != 0)
+            return failure(path);
+        return {};
+    }
+
+    const CopyRules &m_rules;
 };
 
-FileError copyEntry(int fromDir, const char *fromName, int toDir, const char *toName, const Files &files,
-                    const std::string &path);
-
-FileError copyFile(int fromDir, const char *fromName, int toDir, const char *toName, const Files &files,
-                   const std::string &path) {
-    // Not waiting for a pipe, should one have come into its place.
-    const Descriptor from(openat(fromDir, fromName, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+/// Opens a folder to remove what is in it: this user's own is made readable and writable first.
+Descriptor openToEmpty(const Place &place) {
+    Descriptor folder = openFolder(place.folder, place.name.c_str());
+    if (!folder.isOpen() && errno != EACCES)
+        return folder;
+    const Descriptor entry(openat(place.folder, place.name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
     struct stat info {};
-    if (!from.isOpen() || fstat(from.get(), &info) != 0)
-        return failure(path);
-    if (!S_ISREG(info.st_mode))
-        return {EINVAL, path};
-    if (files.owner != static_cast<uid_t>(-1) && info.st_uid != files.owner)
-        return {EPERM, path};
-    Descriptor to(openat(toDir, toName, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
-    if (!to.isOpen())
-        return failure(path);
-    if (FileError error = copyData(from.get(), to.get(), info.st_size, path))
-        return error;
-    if (FileError error = copyAttributes(from.get(), to.get(), path))
-        return error;
-    const struct timespec times[2] = {info.st_atim, info.st_mtim};
-    if (fchmod(to.get(), info.st_mode & 07777) != 0 || futimens(to.get(), times) != 0)
-        return failure(path);
-    if (const int number = to.reset())
-        return {number, path};
-    return {};
+    if (!entry.isOpen() || fstat(entry.get(), &info) != 0)
+        return folder;
+    const bool isOwn = S_ISDIR(info.st_mode) && info.st_uid == geteuid() && geteuid() != 0;
+    if (isOwn && (info.st_mode & S_IRWXU) != S_IRWXU)
+        (void)changeModeOf(entry, (info.st_mode & 07777) | S_IRWXU);
+    if (!folder.isOpen())
+        folder = openFolder(place.folder, place.name.c_str());
+    return folder;
 }
 
-/// A second name for a file of this user; another user's file would keep its owner.
-bool linkFile(int fromDir, const char *fromName, int toDir, const char *toName, const struct stat &info) {
-    return info.st_uid == geteuid() && linkat(fromDir, fromName, toDir, toName, 0) == 0;
-}
-
-FileError copyDirectory(int fromDir, const char *fromName, int toDir, const char *toName, const Files &files,
-                        const struct stat &info, const std::string &path) {
-    const Descriptor from(openat(fromDir, fromName, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-    if (!from.isOpen() || mkdirat(toDir, toName, 0700) != 0)
-        return failure(path);
-    const Descriptor to(openat(toDir, toName, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-    DIR *stream = to.isOpen() ? fdopendir(dup(from.get())) : nullptr;
-    if (!stream)
-        return failure(path);
+/// Calls `visit` with each entry of a folder; the first error ends it.
+template <typename Visit>
+FileError forEachEntry(const Descriptor &folder, const std::string &path, const Visit &visit) {
     std::vector<std::string> names;
-    while (const dirent *entry = readdir(stream)) {
-        const std::string name = entry->d_name;
-        if (name != "." && name != "..")
-            names.push_back(name);
-    }
-    closedir(stream);
+    if (const int number = namesIn(folder.get(), names))
+        return {number, path};
     for (const std::string &name : names) {
-        if (FileError error =
-                copyEntry(from.get(), name.c_str(), to.get(), name.c_str(), files, path + '/' + name))
+        if (FileError error = visit(Place(folder, path + '/' + name)))
             return error;
     }
-    if (FileError error = copyAttributes(from.get(), to.get(), path))
-        return error;
-    const struct timespec times[2] = {info.st_atim, info.st_mtim};
-    if (fchmod(to.get(), info.st_mode & 07777) != 0 || futimens(to.get(), times) != 0)
-        return failure(path);
     return {};
 }
 
-FileError copyEntry(int fromDir, const char *fromName, int toDir, const char *toName, const Files &files,
-                    const std::string &path) {
-    struct stat info {};
-    if (fstatat(fromDir, fromName, &info, AT_SYMLINK_NOFOLLOW) != 0)
-        return failure(path);
-    if (S_ISLNK(info.st_mode))
-        return copyLink(fromDir, fromName, toDir, toName, path);
-    if (S_ISDIR(info.st_mode))
-        return copyDirectory(fromDir, fromName, toDir, toName, files, info, path);
-    if (S_ISREG(info.st_mode) && files.linked && linkFile(fromDir, fromName, toDir, toName, info))
-        return {};
-    if (S_ISREG(info.st_mode))
-        return copyFile(fromDir, fromName, toDir, toName, files, path);
-    return {EINVAL, path};
+FileError limitBitsOfEntry(const Place &entry, const Descriptor &installed);
+
+FileError limitBitsBelow(const Place &tree, const Descriptor &installed) {
+    const Descriptor folder = openFolder(tree.folder, tree.name.c_str());
+    if (!folder.isOpen())
+        return failure(tree.path);
+    return forEachEntry(folder, tree.path,
+                        [&](const Place &inner) { return limitBitsOfEntry(inner, installed); });
 }
 
-/// Makes every folder of a tree writable to its owner, so that its entries can be removed.
-void openFolders(const fs::path &path) {
-    std::error_code ignored;
-    if (!fs::is_directory(fs::symlink_status(path, ignored)))
-        return;
-    fs::permissions(path, fs::perms::owner_all, fs::perm_options::add, ignored);
-    for (const fs::directory_entry &entry : fs::directory_iterator(path, ignored))
-        openFolders(entry.path());
+FileError limitBitsOfEntry(const Place &entry, const Descriptor &installed) {
+    const Descriptor held(openat(entry.folder, entry.name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+    struct stat info {};
+    if (!held.isOpen() || fstat(held.get(), &info) != 0)
+        return failure(entry.path);
+    if (S_ISDIR(info.st_mode))
+        return limitBitsBelow(entry, installed.isOpen() ? openInstalled(installed.get(), entry.name.c_str())
+                                                        : Descriptor());
+    const mode_t bits = info.st_mode & specialBits;
+    if (!S_ISREG(info.st_mode) || bits == 0)
+        return {};
+    const mode_t kept = bits & allowedBits(installed, entry.name.c_str(), info.st_uid, info.st_gid);
+    return kept == bits || changeModeOf(held, (info.st_mode & 07777 & ~specialBits) | kept)
+               ? FileError{}
+               : failure(entry.path);
 }
 
 } // namespace
@@ -210,6 +360,19 @@ int Descriptor::reset() {
     return fd >= 0 && close(fd) != 0 ? errno : 0;
 }
 
+Place::Place(const std::string &wholePath)
+    : folder(AT_FDCWD)
+    , name(wholePath)
+    , path(wholePath) {}
+
+Place::Place(const char *wholePath)
+    : Place(std::string(wholePath)) {}
+
+Place::Place(const Descriptor &openFolder, const std::string &whole)
+    : folder(openFolder.get())
+    , name(lastComponentOf(whole))
+    , path(whole) {}
+
 bool entryExists(const std::string &path) {
     struct stat info {};
     return lstat(path.c_str(), &info) == 0;
@@ -220,109 +383,138 @@ bool isDirectory(const std::string &path) {
     return lstat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
 }
 
-FileError copyTree(const std::string &from, const std::string &to) {
-    if (entryExists(to))
-        return {EEXIST, to};
-    return copyEntry(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), {}, from);
-}
-
-FileError copyTreeOf(uid_t owner, const std::string &from, const std::string &to) {
-    if (entryExists(to))
-        return {EEXIST, to};
-    return copyEntry(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), {.owner = owner}, from);
-}
-
-FileError linkTree(const std::string &from, const std::string &to) {
-    if (entryExists(to))
-        return {EEXIST, to};
-    return copyEntry(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), {.linked = true}, from);
-}
-
-FileError removeTree(const std::string &path) {
-    std::error_code error;
-    fs::remove_all(path, error);
-    if (error == std::errc::permission_denied) {
-        openFolders(path);
-        fs::remove_all(path, error);
+Descriptor openFolderWithoutLinks(const std::string &path) {
+    Descriptor folder(open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));
+    for (size_t start = 1; folder.isOpen() && start < path.size();) {
+        const size_t end = std::min(path.find('/', start), path.size());
+        if (end > start)
+            folder = Descriptor(openat(folder.get(), path.substr(start, end - start).c_str(),
+                                       O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+        start = end + 1;
     }
-    if (error && error != std::errc::no_such_file_or_directory)
-        return {error.value(), path};
-    return {};
+    return folder;
 }
 
-namespace {
-
-/// The entries of an open folder, or an errno value.
-int namesIn(int folder, std::vector<std::string> &names) {
-    const int copy = openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    DIR *stream = copy >= 0 ? fdopendir(copy) : nullptr;
-    if (!stream)
-        return errno;
-    errno = 0;
-    while (const dirent *entry = readdir(stream)) {
-        const std::string name = entry->d_name;
-        if (name != "." && name != "..")
-            names.push_back(name);
-    }
-    const int number = errno;
-    closedir(stream);
-    return number;
-}
-
-/// What is in a folder changes hands before the folder does: its new owner cannot put a link in the way.
-FileError changeOwnerOfEntry(int folder, const char *name, uid_t owner, gid_t group,
-                             const std::string &path) {
+FileError copyTree(const Place &from, const Place &to, const CopyRules &rules) {
     struct stat info {};
-    if (fstatat(folder, name, &info, AT_SYMLINK_NOFOLLOW) != 0)
-        return failure(path);
+    if (fstatat(to.folder, to.name.c_str(), &info, AT_SYMLINK_NOFOLLOW) == 0)
+        return {EEXIST, to.path};
+    const Copier copier(rules);
+    if (!rules.bitsAsIn)
+        return copier.copyEntry(from, to, Descriptor());
+    return copier.copyDirectory(from, to,
+                                openInstalled(rules.bitsAsIn->folder, rules.bitsAsIn->name.c_str()));
+}
+
+FileError removeTree(const Place &tree) {
+    struct stat info {};
+    if (fstatat(tree.folder, tree.name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0)
+        return errno == ENOENT ? FileError{} : failure(tree.path);
     if (S_ISDIR(info.st_mode)) {
-        const Descriptor inner(openat(folder, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-        std::vector<std::string> names;
-        if (const int number = inner.isOpen() ? namesIn(inner.get(), names) : errno)
-            return {number, path};
-        for (const std::string &each : names) {
-            if (FileError error =
-                    changeOwnerOfEntry(inner.get(), each.c_str(), owner, group, path + '/' + each))
-                return error;
-        }
+        const Descriptor folder = openToEmpty(tree);
+        if (!folder.isOpen())
+            return failure(tree.path);
+        if (FileError error =
+                forEachEntry(folder, tree.path, [](const Place &entry) { return removeTree(entry); }))
+            return error;
+    }
+    const int flags = S_ISDIR(info.st_mode) ? AT_REMOVEDIR : 0;
+    return unlinkat(tree.folder, tree.name.c_str(), flags) == 0 || errno == ENOENT ? FileError{}
+                                                                                   : failure(tree.path);
+}
+
+FileError changeOwner(const Place &tree, uid_t owner, gid_t group) {
+    // What was looked at is what is given away, whatever comes into its place.
+    const Descriptor entry(openat(tree.folder, tree.name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+    struct stat info {};
+    if (!entry.isOpen() || fstat(entry.get(), &info) != 0)
+        return failure(tree.path);
+    if (S_ISDIR(info.st_mode)) {
+        const Descriptor folder = openFolder(entry.get(), ".");
+        if (!folder.isOpen())
+            return failure(tree.path);
+        // What is in a folder changes hands before the folder does: until then its new owner cannot reach it.
+        if (FileError error = forEachEntry(
+                folder, tree.path, [&](const Place &inner) { return changeOwner(inner, owner, group); }))
+            return error;
     }
     const bool differs = info.st_uid != owner || info.st_gid != group;
-    return differs && fchownat(folder, name, owner, group, AT_SYMLINK_NOFOLLOW) != 0 ? failure(path)
-                                                                                     : FileError{};
+    return differs && fchownat(entry.get(), "", owner, group, AT_EMPTY_PATH) != 0 ? failure(tree.path)
+                                                                                  : FileError{};
 }
 
-} // namespace
-
-FileError changeOwner(const std::string &path, uid_t owner, gid_t group) {
-    return changeOwnerOfEntry(AT_FDCWD, path.c_str(), owner, group, path);
+FileError limitSpecialBits(const Place &tree, const Place &installed) {
+    return limitBitsBelow(tree, openInstalled(installed.folder, installed.name.c_str()));
 }
 
-std::vector<SpecialBits> specialBitsBelow(const std::string &path) {
-    std::vector<SpecialBits> result;
-    std::error_code error;
-    fs::recursive_directory_iterator it(path, error);
-    for (const fs::recursive_directory_iterator end; !error && it != end; it.increment(error)) {
+FileError findSpecialFile(const Place &tree) {
+    struct stat info {};
+    if (fstatat(tree.folder, tree.name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0)
+        return failure(tree.path);
+    if (S_ISREG(info.st_mode) || S_ISLNK(info.st_mode))
+        return {};
+    if (!S_ISDIR(info.st_mode))
+        return {EINVAL, tree.path};
+    const Descriptor folder = openFolder(tree.folder, tree.name.c_str());
+    if (!folder.isOpen())
+        return failure(tree.path);
+    return forEachEntry(folder, tree.path, [](const Place &entry) { return findSpecialFile(entry); });
+}
+
+FileError takeLock(const Place &file, Descriptor &lock) {
+    constexpr int mostTries = 1000;
+    for (int i = 0; i < mostTries; ++i) {
+        constexpr int flags = O_RDWR | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK;
+        Descriptor held(openat(file.folder, file.name.c_str(), flags));
+        if (!held.isOpen() && errno == ENOENT) {
+            held = Descriptor(openat(file.folder, file.name.c_str(), flags | O_CREAT | O_EXCL, 0600));
+            if (!held.isOpen() && errno == EEXIST)
+                continue;
+            struct stat around {};
+            const bool isKnown = file.folder == AT_FDCWD ? stat(parentOf(file.path).c_str(), &around) == 0
+                                                         : fstat(file.folder, &around) == 0;
+            if (held.isOpen() && geteuid() == 0 && isKnown &&
+                fchown(held.get(), around.st_uid, around.st_gid) != 0)
+                return failure(file.path);
+        }
         struct stat info {};
-        if (lstat(it->path().c_str(), &info) == 0 && S_ISREG(info.st_mode) &&
-            (info.st_mode & (S_ISUID | S_ISGID)) != 0)
-            result.push_back({it->path().string().substr(path.size()), info.st_mode & 07777});
+        if (!held.isOpen() || fstat(held.get(), &info) != 0)
+            return failure(file.path);
+        if (!S_ISREG(info.st_mode))
+            return {EINVAL, file.path};
+        if (flock(held.get(), LOCK_EX | LOCK_NB) != 0) {
+            if (errno == EINTR)
+                continue;
+            return failure(file.path);
+        }
+        // Whoever held it before may have removed it, and a third one made another.
+        struct stat there {};
+        if (fstatat(file.folder, file.name.c_str(), &there, AT_SYMLINK_NOFOLLOW) == 0 &&
+            info.st_ino == there.st_ino && info.st_dev == there.st_dev) {
+            lock = std::move(held);
+            return {};
+        }
     }
-    return result;
+    return {EAGAIN, file.path};
 }
 
-FileError syncFileSystem(const std::string &path) {
-    const Descriptor fd(open(path.c_str(), O_RDONLY | O_CLOEXEC));
-    return fd.isOpen() && syncfs(fd.get()) == 0 ? FileError{} : failure(path);
+FileError syncFileSystem(const Place &entry) {
+    const int links = entry.folder == AT_FDCWD ? 0 : O_NOFOLLOW;
+    const Descriptor fd(openat(entry.folder, entry.name.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | links));
+    return fd.isOpen() && syncfs(fd.get()) == 0 ? FileError{} : failure(entry.path);
 }
 
-FileError syncDirectory(const std::string &path) {
-    const Descriptor fd(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    return fd.isOpen() && fsync(fd.get()) == 0 ? FileError{} : failure(path);
+FileError syncDirectory(const Place &folder) {
+    const int links = folder.folder == AT_FDCWD ? 0 : O_NOFOLLOW;
+    const Descriptor fd(
+        openat(folder.folder, folder.name.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | links));
+    return fd.isOpen() && fsync(fd.get()) == 0 ? FileError{} : failure(folder.path);
 }
 
-FileError exchange(const std::string &a, const std::string &b) {
-    return renameat2(AT_FDCWD, a.c_str(), AT_FDCWD, b.c_str(), RENAME_EXCHANGE) == 0 ? FileError{}
-                                                                                     : failure(b);
+FileError exchange(const Place &a, const Place &b) {
+    return renameat2(a.folder, a.name.c_str(), b.folder, b.name.c_str(), RENAME_EXCHANGE) == 0
+               ? FileError{}
+               : failure(b.path);
 }
 
 std::string parentOf(const std::string &path) {
@@ -340,18 +532,6 @@ std::string lastComponentOf(const std::string &path) {
     const size_t slash = path.find_last_of('/', end);
     const size_t begin = slash == std::string::npos ? 0 : slash + 1;
     return path.substr(begin, end - begin + 1);
-}
-
-std::string findSpecialFile(const std::string &path) {
-    std::error_code error;
-    fs::recursive_directory_iterator it(path, error);
-    for (const fs::recursive_directory_iterator end; !error && it != end; it.increment(error)) {
-        const fs::file_type type = it->symlink_status(error).type();
-        if (type != fs::file_type::regular && type != fs::file_type::directory &&
-            type != fs::file_type::symlink)
-            return it->path().string();
-    }
-    return {};
 }
 
 } // namespace tx::posix

@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <optional>
 #include <string>
 #include <sys/types.h>
-#include <vector>
+#include <utility>
 
 /// File-tree operations without Qt, shared by the framework's file system and by the stand-alone tools.
 /// Thread: any. Links are never followed, except where a caller's path runs through one.
@@ -42,46 +43,74 @@ private:
 [[nodiscard]] bool entryExists(const std::string &path);
 [[nodiscard]] bool isDirectory(const std::string &path);
 
-/// Copies a file, link or tree to `to`, which must not exist: modes, times, links and extended attributes
-/// stay, data is shared with the original where the file system can. Special files are refused (EINVAL).
-/// A copy that fails leaves what it made; the caller removes it.
-FileError copyTree(const std::string &from, const std::string &to);
+/// Where an entry is: a whole path, or a name in an open folder, which nobody can lead elsewhere. Does not
+/// own the folder.
+struct Place {
+    Place(const std::string &wholePath);                           // NOLINT: a path is a place
+    Place(const char *wholePath);                                  // NOLINT
+    Place(const Descriptor &openFolder, const std::string &whole); ///< the last component of `whole`
+    int folder;
+    std::string name; ///< below `folder`; the whole path when that is AT_FDCWD
+    std::string path; ///< for words only, when there is a folder
+};
 
-/// As copyTree, for a tree that another user may change meanwhile: files that are not `owner`'s are refused
-/// (EPERM), as a second name of one that only this process may read.
-FileError copyTreeOf(uid_t owner, const std::string &from, const std::string &to);
+/// Opens the folder at the absolute `path` for use in a Place. No link is followed on the way: ELOOP or
+/// ENOTDIR. Not open and errno set on failure.
+[[nodiscard]] Descriptor openFolderWithoutLinks(const std::string &path);
 
-/// As copyTree, but the files of this user become second names of the same files where the file system has
-/// such; what is written into one of the trees later shows in both.
-FileError linkTree(const std::string &from, const std::string &to);
+/// How a tree is copied. By default everything is this process's own.
+struct CopyRules {
+    /// Files of this user become second names of the same files where the file system has such; what is
+    /// written into one of the trees later shows in both.
+    bool linksFiles = false;
+    /// Files and folders of others are refused (EPERM), as for a tree that this user may change meanwhile:
+    /// they could be second names of what only this process may read.
+    std::optional<uid_t> onlyFrom;
+    /// As root: each entry keeps its owner and group.
+    bool keepsOwners = false;
+    /// As root: whom all of the copy is given to.
+    std::optional<std::pair<uid_t, gid_t>> givenTo;
+    /// Set-user-ID and set-group-ID bits stay only as limitSpecialBits says for this bundle.
+    std::optional<Place> bitsAsIn;
+};
 
-/// Removes a file, link or tree, read-only folders included. An absent path is no error.
-FileError removeTree(const std::string &path);
+/// Copies a file, link or tree to `to`, which must not exist: modes, times, links and extended attributes of
+/// the user stay, data is shared with the original where the file system can. Access lists, also those that
+/// the folder around would hand down, and attributes of the system are not copied. Special files are refused
+/// (EINVAL), as is what cannot be looked at. A copy that fails leaves what it made; the caller removes it.
+FileError copyTree(const Place &from, const Place &to, const CopyRules &rules = {});
+
+/// Removes a file, link or tree, read-only folders included. An absent one is no error.
+FileError removeTree(const Place &tree);
 
 /// Gives every entry of the tree to `owner` and `group` and drops nothing else.
-FileError changeOwner(const std::string &path, uid_t owner, gid_t group);
+FileError changeOwner(const Place &tree, uid_t owner, gid_t group);
 
-/// A file that runs with the rights of its owner or group.
-struct SpecialBits {
-    std::string path; ///< below the tree, with a slash in front
-    mode_t mode;      ///< all of its permission bits
-};
-[[nodiscard]] std::vector<SpecialBits> specialBitsBelow(const std::string &path);
+/// Takes the set-user-ID and set-group-ID bits from the files of the tree. Such a bit stays only on a file of
+/// root's, when `installed` holds at the same path a regular file of root's that has it too; for a group's,
+/// one of the same group. Nobody but root may write to the folders that lead there, and no link does.
+FileError limitSpecialBits(const Place &tree, const Place &installed);
+
+/// Null when the tree holds nothing but files, folders and links. EINVAL names a device, pipe or socket;
+/// another number an entry that could not be looked at.
+FileError findSpecialFile(const Place &tree);
+
+/// Takes the lock file for this process, made when it is not there, without waiting. EWOULDBLOCK: another
+/// process has it. As root it is given to the owner of the folder, who could remove it anyway: an opening by
+/// that user finds out whether it is held.
+FileError takeLock(const Place &file, Descriptor &lock);
 
 /// Forces the file system that holds `path` to disk.
-FileError syncFileSystem(const std::string &path);
+FileError syncFileSystem(const Place &entry);
 /// Forces a directory's entries to disk.
-FileError syncDirectory(const std::string &path);
+FileError syncDirectory(const Place &folder);
 
 /// Swaps two entries in one step. EINVAL or ENOSYS: this file system has no exchange.
-FileError exchange(const std::string &a, const std::string &b);
+FileError exchange(const Place &a, const Place &b);
 
 /// `path` without its last component; "/" for a path at the top.
 [[nodiscard]] std::string parentOf(const std::string &path);
 /// The last component, trailing slashes ignored.
 [[nodiscard]] std::string lastComponentOf(const std::string &path);
-
-/// The first special file (device, FIFO, socket) below `path`; empty when there is none.
-[[nodiscard]] std::string findSpecialFile(const std::string &path);
 
 } // namespace tx::posix

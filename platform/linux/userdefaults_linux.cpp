@@ -106,6 +106,9 @@ TXError UserDefaults::change(const QString &key, const QVariant &value, bool onl
     const QFileInfo location(m_path);
     if (TXError error = files.createDirectory(location.path(), true))
         return error;
+    // Where others can put a file in the place of this one, it would not be believed afterwards.
+    if (TXError error = files.checkOwnFile(location.path()))
+        return error;
     const Result<std::unique_ptr<FileLock>> lock =
         files.lock(location.path() + u"/."_s + location.fileName() + u".lock"_s);
     if (!lock)

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "platform/linux/userfolders.h"
 
+#include "platform/linux/trustedpath.h"
+
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -71,6 +73,9 @@ std::string privateTemporaryFolder(std::string *why) {
         return refuse("belongs to another user");
     if ((info.st_mode & 0077) != 0 && chmod(path.c_str(), 0700) != 0)
         return refuse(std::strerror(errno));
+    std::string resolved;
+    if (const std::string problem = untrustedPart(path, resolved); !problem.empty())
+        return refuse(problem);
     return path;
 }
 

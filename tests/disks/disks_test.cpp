@@ -8,8 +8,10 @@
 #include "installer/installer.h"
 #include "mover/movejob.h"
 #include "platform/linux/openbundle.h"
+#include "platform/linux/trustedpath.h"
 #include "platform/mainbundle.h"
 #include "platform/userdefaults.h"
+#include "tests/support/accesslist.h"
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
 #include "tests/support/fakes.h"
@@ -59,15 +61,17 @@ public:
     FileError rename(const std::string &from, const std::string &to) override {
         return isThere(to) ? FileError{EXDEV, to} : Files::rename(from, to);
     }
-    FileError copyTree(const std::string &from, const std::string &to) override {
+    FileError copyTree(const std::string &from, const std::string &to,
+                       const tx::posix::CopyRules &rules) override {
         if (!isThere(to))
-            return Files::copyTree(from, to);
+            return Files::copyTree(from, to, rules);
         if (m_number != EROFS) // a part of it
             mkdir(to.c_str(), 0700);
         return {m_number, to};
     }
     FileError lock(const std::string &path, tx::posix::Descriptor &lock) override {
-        return isThere(path) ? FileError{m_number, path} : Files::lock(path, lock);
+        // A lock file is small enough for what is left of a quota.
+        return isThere(path) && m_number != EDQUOT ? FileError{m_number, path} : Files::lock(path, lock);
     }
 
 private:
@@ -158,8 +162,13 @@ TEST_P(TroubledDisk, InstallerLeavesTheOldApplication) {
     const QStringList oldTree = treeOf(app);
     tx::installer::Files native;
     TroubledFiles simulated(disk.toStdString(), numberOf(GetParam()));
-    EXPECT_EQ(install(fresh, app, real ? native : simulated), tx::installer::StatusCannotStage) << log;
-    EXPECT_THAT(log, testing::HasSubstr("cannot be put into place"));
+    const int status = install(fresh, app, real ? native : simulated);
+    // The host has ended: whatever is refused, the application is opened again.
+    EXPECT_TRUE(status == tx::installer::StatusTryLater || status == tx::installer::StatusCannotStage)
+        << status;
+    EXPECT_THAT(log,
+                testing::HasSubstr(status == tx::installer::StatusTryLater ? "cannot lock"
+                                                                           : "cannot be put into place"));
     EXPECT_EQ(treeOf(app), oldTree);
     EXPECT_EQ(treeOf(fresh), newTree) << "a later try finds it";
     EXPECT_EQ(opened, app);
@@ -301,6 +310,224 @@ TEST_F(Disks, LayeredFileSystemIsInstalledOnByCopying) {
     EXPECT_EQ(treeOf(top + u"/Host.app"_s), newTree);
     EXPECT_EQ(namesIn(top), QStringList{u"Host.app"_s});
     EXPECT_TRUE(log.empty()) << log;
+}
+
+/// An installer's file system at whose steps something happens; where there are no real layers, the folders
+/// of the installed application cannot be renamed.
+class SteppedFiles final : public tx::installer::Files {
+public:
+    SteppedFiles(std::string app, bool isReal, std::function<void(int)> step)
+        : m_app(std::move(app))
+        , m_isReal(isReal)
+        , m_step(std::move(step)) {}
+    FileError rename(const std::string &from, const std::string &to) override {
+        m_step(++steps);
+        if (!m_isReal && from == m_app && m_isLower)
+            return {EXDEV, from};
+        return Files::rename(from, to);
+    }
+    FileError exchange(const std::string &a, const std::string &b) override {
+        m_step(++steps);
+        return m_isReal || !m_isLower ? Files::exchange(a, b) : FileError{EXDEV, b};
+    }
+    FileError copyTree(const std::string &from, const std::string &to,
+                       const tx::posix::CopyRules &rules) override {
+        m_step(++steps);
+        return Files::copyTree(from, to, rules);
+    }
+    FileError removeTree(const std::string &path) override {
+        m_step(++steps);
+        if (path == m_app) {
+            // Not in one step either.
+            (void)Files::removeTree(path + "/Contents/Linux");
+            m_step(++steps);
+            m_isLower = false;
+        }
+        return Files::removeTree(path);
+    }
+    FileError syncDirectory(const std::string &path) override {
+        m_step(++steps);
+        return Files::syncDirectory(path);
+    }
+    int steps = 0;
+
+private:
+    std::string m_app;
+    bool m_isReal;
+    bool m_isLower = true;
+    std::function<void(int)> m_step;
+};
+
+/// Who opens the application while it is installed, and whose the folder around it is.
+struct Opening {
+    const char *name;
+    uid_t opener;
+    uid_t folderOwner;
+    mode_t folderMode;
+};
+
+class LayeredDisk : public Disks, public testing::WithParamInterface<Opening> {
+protected:
+    struct Killed {};
+    QString top;
+    QString app;
+    QStringList oldTree;
+    QStringList newTree;
+    bool isReal = false;
+    const QString fresh = path(u"cache/New.app"_s);
+
+    /// Nobody else than this process's own user can be had by an ordinary user.
+    bool canBecome(uid_t user) const {
+        if (seteuid(user) != 0)
+            return false;
+        return seteuid(0) == 0;
+    }
+    void prepare() {
+        while (!mounted.isEmpty())
+            umount2(QFile::encodeName(mounted.takeLast()).constData(), MNT_DETACH);
+        QDir(disk).removeRecursively();
+        isReal = mountAt(disk, "tmpfs", "size=64m");
+        tx::test::makeBundle(disk + u"/lower/Host.app"_s, {.build = u"1"_s});
+        writeFile(disk + u"/lower/Host.app/Contents/Resources/old"_s, "old");
+        for (const char *part : {"/upper", "/work", "/merged"})
+            QDir().mkpath(disk + QLatin1StringView(part));
+        const QByteArray root = QFile::encodeName(disk);
+        if (geteuid() == 0 && GetParam().folderOwner != 0 && canBecome(GetParam().folderOwner)) {
+            for (const char *part : {"/lower", "/upper"})
+                EXPECT_FALSE(tx::posix::changeOwner((root + part).toStdString(), GetParam().folderOwner,
+                                                    GetParam().folderOwner));
+        }
+        for (const char *part : {"/lower", "/upper"})
+            EXPECT_EQ(chmod((root + part).constData(), GetParam().folderMode), 0);
+        const QByteArray options =
+            "lowerdir=" + root + "/lower,upperdir=" + root + "/upper,workdir=" + root + "/work";
+        isReal = isReal && (mountAt(disk + u"/merged"_s, "overlay", options) ||
+                            mountAt(disk + u"/merged"_s, "overlay", options + ",userxattr"));
+        top = disk + (isReal ? u"/merged"_s : u"/lower"_s);
+        app = top + u"/Host.app"_s;
+        ASSERT_EQ(chmod(QFile::encodeName(path(u""_s)).constData(), 0755), 0);
+        ASSERT_EQ(chmod(root.constData(), 0755), 0);
+        makeFresh(fresh);
+        oldTree = treeOf(app);
+        newTree = treeOf(fresh);
+    }
+    /// As the user's file manager does.
+    void open() const {
+        const uid_t opener = geteuid() == 0 && canBecome(GetParam().opener) ? GetParam().opener : geteuid();
+        const bool lowers = opener != geteuid();
+        ASSERT_TRUE(!lowers || (setegid(opener) == 0 && seteuid(opener) == 0));
+        (void)tx::restoreBackup(app.toStdString());
+        ASSERT_TRUE(!lowers || (seteuid(0) == 0 && setegid(0) == 0));
+    }
+    void expectSomethingWhole(int step) const {
+        const QString whole = QString::fromStdString(tx::wholePathFor(app.toStdString()));
+        const QStringList there = QFileInfo::exists(app) ? treeOf(app) : QStringList();
+        EXPECT_TRUE(there == oldTree || there == newTree ||
+                    (QFileInfo::exists(whole) && treeOf(whole) == oldTree))
+            << "neither copy is left at step " << step << '\n'
+            << namesIn(top).join(u' ').toStdString();
+    }
+};
+
+TEST_P(LayeredDisk, OpeningAtEveryStepLosesNothing) {
+    prepare();
+    SteppedFiles watched(app.toStdString(), isReal, [this](int step) {
+        open();
+        expectSomethingWhole(step);
+    });
+    EXPECT_EQ(install(fresh, app, watched), 0) << log;
+    EXPECT_EQ(treeOf(app), newTree);
+    EXPECT_EQ(namesIn(top), QStringList{u"Host.app"_s});
+    ASSERT_GT(watched.steps, 8) << "this is no file system with layers";
+    // The installer is killed there, and the application opened; the next installation comes through.
+    for (int last = 1; last <= watched.steps; ++last) {
+        SCOPED_TRACE(last);
+        prepare();
+        SteppedFiles killed(app.toStdString(), isReal, [last](int step) {
+            if (step == last)
+                throw Killed();
+        });
+        EXPECT_THROW((void)install(fresh, app, killed), Killed);
+        expectSomethingWhole(last);
+        open();
+        expectSomethingWhole(last);
+        if (geteuid() == 0) {
+            (void)tx::restoreBackup(app.toStdString());
+            EXPECT_TRUE(treeOf(app) == oldTree || treeOf(app) == newTree) << "root may always repair it";
+        }
+        QDir(fresh).removeRecursively();
+        makeFresh(fresh);
+        log.clear();
+        SteppedFiles again(app.toStdString(), isReal, [](int) {});
+        EXPECT_EQ(install(fresh, app, again), 0) << log;
+        EXPECT_EQ(treeOf(app), newTree);
+        EXPECT_EQ(namesIn(top), QStringList{u"Host.app"_s});
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Openers, LayeredDisk,
+                         testing::Values(Opening{"root", 0, 0, 0755}, Opening{"owner", 65534, 65534, 0755},
+                                         Opening{"visitor", 65534, 0, 0755},
+                                         Opening{"writer", 65534, 0, 0777}),
+                         [](const testing::TestParamInfo<Opening> &each) {
+                             return std::string(each.param.name);
+                         });
+
+TEST_F(Disks, GroupIsPrivateWhenNobodyElseIsInIt) {
+    const QString file = path(u"file"_s);
+    writeFile(file, "x");
+    ASSERT_EQ(chmod(QFile::encodeName(file).constData(), 0664), 0);
+    const auto isTrusted = [&](uid_t user) {
+        return tx::posix::writableByOthers(file.toStdString(), user).empty();
+    };
+    if (geteuid() != 0) {
+        // No place of its own: the accounts are the machine's. A group of the system is shared at any rate.
+        ASSERT_TRUE(tx::test::setAccessList(file, {{tx::test::AccessEntry::OwningGroup, 4},
+                                                   {tx::test::AccessEntry::Group, 6, 60},
+                                                   {tx::test::AccessEntry::Mask, 6},
+                                                   {tx::test::AccessEntry::Others, 4}}));
+        EXPECT_FALSE(isTrusted(geteuid()));
+        return;
+    }
+    const struct {
+        const char *group;
+        const char *others;
+        bool isTrusted;
+    } cases[] = {
+        {"NAME:x:ID:\n", "", true},
+        {"NAME:x:ID:NAME\n", "", true},
+        {"NAME:x:ID:root\n", "", true},
+        {"NAME:x:ID:other\n", "", false},
+        {"NAME:x:ID:NAME,other\n", "", false},
+        {"NAME:x:ID:\n", "other:x:4242:ID::/:/bin/sh\n", false},
+        {"NAME:x:ID:\n", "other:x:4242:4242::/:/bin/sh\n", true},
+        {"staff:x:ID:\n", "", false},
+        {"", "", false},
+    };
+    const bool hasOthers = chown(QFile::encodeName(file).constData(), 4141, 4141) == 0;
+    for (const uid_t user : hasOthers ? std::vector<uid_t>{0, 4141} : std::vector<uid_t>{0}) {
+        ASSERT_TRUE(!hasOthers || chown(QFile::encodeName(file).constData(), user, user) == 0);
+        for (const auto &each : cases) {
+            if (user == 0 && *each.group == '\0')
+                continue; // systems know root's group without a file
+            const QByteArray name = user == 0 ? "root" : "me";
+            const auto filled = [&](QByteArray text) {
+                return text.replace("NAME", name).replace("ID", QByteArray::number(user));
+            };
+            writeFile(path(u"passwd"_s),
+                      "root:x:0:0::/:/bin/sh\nme:x:4141:4141::/:/bin/sh\n" + filled(each.others));
+            writeFile(path(u"group"_s), filled(each.group));
+            ASSERT_EQ(mount(QFile::encodeName(path(u"passwd"_s)).constData(), "/etc/passwd", nullptr, MS_BIND,
+                            nullptr),
+                      0);
+            ASSERT_EQ(mount(QFile::encodeName(path(u"group"_s)).constData(), "/etc/group", nullptr, MS_BIND,
+                            nullptr),
+                      0);
+            EXPECT_EQ(isTrusted(user), each.isTrusted) << user << ' ' << each.group << each.others;
+            ASSERT_EQ(umount2("/etc/group", MNT_DETACH), 0);
+            ASSERT_EQ(umount2("/etc/passwd", MNT_DETACH), 0);
+        }
+    }
 }
 
 TEST_F(Disks, HomeOnAnotherFileSystemThanTheApplication) {

@@ -46,12 +46,13 @@ public:
                                  : FileError{EINVAL, b};
         });
     }
-    FileError copyTree(const std::string &from, const std::string &to) override {
+    FileError copyTree(const std::string &from, const std::string &to,
+                       const tx::posix::CopyRules &rules) override {
         if (m_mode == "half" && m_done + 1 == m_call) {
             std::filesystem::create_directories(to + "/Contents");
             raise(SIGKILL);
         }
-        return at("copy", to, [&] { return Files::copyTree(from, to); });
+        return at("copy", to, [&] { return Files::copyTree(from, to, rules); });
     }
     FileError makeDirectory(const std::string &path) override {
         return at("make", path, [&] { return Files::makeDirectory(path); });
@@ -70,8 +71,8 @@ public:
     FileError changeOwner(const std::string &path, uid_t owner, gid_t group) override {
         return at("owner", path, [&] { return Files::changeOwner(path, owner, group); });
     }
-    FileError changeMode(const std::string &path, mode_t mode) override {
-        return at("mode", path, [&] { return Files::changeMode(path, mode); });
+    FileError limitSpecialBits(const std::string &tree, const std::string &installed) override {
+        return at("bits", tree, [&] { return Files::limitSpecialBits(tree, installed); });
     }
     FileError lock(const std::string &path, tx::posix::Descriptor &lock) override {
         return at("lock", path, [&] { return Files::lock(path, lock); });
@@ -131,8 +132,10 @@ int main(int argc, char **argv) {
     FaultFiles files(argv[1], std::atoi(argv[2]));
     Context context{.files = &files};
     context.hostLimit = std::chrono::milliseconds(300);
-    context.session.user = getuid();
-    context.session.group = getgid();
+    if (!identifyUser(arguments, context.session, why)) {
+        std::fprintf(stderr, "%s\n", why.c_str());
+        return StatusUsage;
+    }
     context.log = [](const std::string &line) { std::fprintf(stderr, "%s\n", line.c_str()); };
     context.open = [](const std::string &bundle, const Session &) {
         std::printf("opened %s\n", bundle.c_str());

@@ -3,7 +3,7 @@
 
 #include "installer/applicationmove.h"
 #include "installer/ownplace.h"
-#include "platform/linux/openbundle.h"
+#include "platform/linux/interrupted.h"
 #include "platform/linux/rootspath.h"
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
@@ -34,8 +34,9 @@ public:
     FileError exchange(const std::string &a, const std::string &b) override {
         return at("exchange", b, [&] { return exchanges ? Files::exchange(a, b) : FileError{EINVAL, b}; });
     }
-    FileError copyTreeOf(uid_t owner, const std::string &from, const std::string &to) override {
-        return at("copy", to, [&] { return Files::copyTreeOf(owner, from, to); });
+    FileError copyTree(const std::string &from, const std::string &to,
+                       const tx::posix::CopyRules &rules) override {
+        return at("copy", to, [&] { return Files::copyTree(from, to, rules); });
     }
     FileError removeTree(const std::string &path) override {
         return at("remove", path, [&] { return Files::removeTree(path); });

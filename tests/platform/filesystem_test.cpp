@@ -2,6 +2,7 @@
 #include "platform/filesystem.h"
 #include "platform/linux/posixfiles.h"
 #include "platform/specialfiles.h"
+#include "tests/support/accesslist.h"
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
 
@@ -49,13 +50,91 @@ TEST_F(Files, CopyKeepsModesLinksTimesAndAttributes) {
     EXPECT_TRUE(QFileInfo::exists(path(u"b/run"_s))) << "what stood there stays";
 }
 
+TEST_F(Files, CopyTakesNoRightsAlong) {
+    using tx::test::accessFor;
+    const QString tree = makeTree(u"a"_s);
+    const QString file = tree + u"/run"_s;
+    const bool hasLists = tx::test::setAccessList(file, accessFor(4242, 7)) &&
+                          tx::test::setAccessList(tree, accessFor(4242, 7)) &&
+                          tx::test::setAccessList(tree, accessFor(4242, 7), "default");
+    EXPECT_TRUE(hasLists || errno == EOPNOTSUPP);
+    // Only root can set these.
+    const bool hasMarks = setxattr(QFile::encodeName(file).constData(), "security.tarvix", "1", 1, 0) == 0 &&
+                          setxattr(QFile::encodeName(file).constData(), "trusted.tarvix", "1", 1, 0) == 0;
+    EXPECT_TRUE(hasMarks || geteuid() != 0);
+    // A folder that hands a list down to what is made in it.
+    QDir().mkpath(path(u"place"_s));
+    EXPECT_EQ(tx::test::setAccessList(path(u"place"_s), accessFor(4242, 7), "default"), hasLists);
+    ASSERT_TRUE(files.copy(tree, path(u"place/b"_s)).isNull());
+    for (const QString &entry : {u"place/b"_s, u"place/b/run"_s, u"place/b/deep"_s}) {
+        for (const char *name :
+             {"system.posix_acl_access", "system.posix_acl_default", "security.tarvix", "trusted.tarvix"}) {
+            EXPECT_LT(getxattr(QFile::encodeName(path(entry)).constData(), name, nullptr, 0), 0)
+                << entry.toStdString() << ' ' << name;
+        }
+        struct stat info {};
+        ASSERT_EQ(stat(QFile::encodeName(path(entry)).constData(), &info), 0);
+        EXPECT_EQ(info.st_mode & 0002, 0U);
+    }
+}
+
+TEST_F(Files, WhatCannotBeLookedAtIsNoPlainTree) {
+    const QString tree = makeTree(u"a"_s);
+    const QString closed = tree + u"/closed"_s;
+    QDir().mkpath(closed);
+    // A path that is longer than the system takes in one piece.
+    ASSERT_EQ(chmod(QFile::encodeName(closed).constData(), 0700), 0);
+    {
+        tx::posix::Descriptor folder(open(QFile::encodeName(closed).constData(), O_PATH | O_DIRECTORY));
+        const std::string name(200, 'd');
+        for (int i = 0; i < 25; ++i) {
+            ASSERT_EQ(mkdirat(folder.get(), name.c_str(), 0700), 0);
+            folder = tx::posix::Descriptor(openat(folder.get(), name.c_str(), O_PATH | O_DIRECTORY));
+        }
+        ASSERT_EQ(mkfifoat(folder.get(), "pipe", 0600), 0);
+    }
+    EXPECT_THAT(tx::checkForSpecialFiles(tree).toString().toStdString(),
+                testing::HasSubstr("pipe is no file"));
+    EXPECT_FALSE(files.copy(tree, path(u"b"_s)).isNull());
+    EXPECT_FALSE(files.exists(path(u"b"_s)));
+    ASSERT_EQ(chmod(QFile::encodeName(closed).constData(), 0311), 0);
+    {
+        const tx::test::DroppedPrivileges user(path(u""_s));
+        EXPECT_EQ(tx::checkForSpecialFiles(tree).code(), EACCES) << "a folder that cannot be listed";
+        EXPECT_EQ(files.copy(tree, path(u"b"_s)).code(), EACCES);
+    }
+    EXPECT_EQ(tx::checkForSpecialFiles(path(u"none"_s)).code(), ENOENT);
+    EXPECT_TRUE(files.remove(tree).isNull()) << "however deep it is, and closed to its owner";
+    EXPECT_FALSE(files.exists(tree));
+}
+
+TEST_F(Files, PrivateDirectoryAndOwnFileCountAccessListsAndFoldersAbove) {
+    const QString folder = path(u"above/own"_s);
+    const QString file = folder + u"/file"_s;
+    QDir().mkpath(folder);
+    tx::test::writeFile(file, "x");
+    ASSERT_TRUE(files.checkPrivateDirectory(folder).isNull());
+    ASSERT_TRUE(files.checkOwnFile(file).isNull());
+    if (tx::test::setAccessList(folder, tx::test::accessFor(4242, 7))) {
+        EXPECT_FALSE(files.checkPrivateDirectory(folder).isNull());
+        EXPECT_THAT(files.checkOwnFile(file).toString().toStdString(),
+                    testing::HasSubstr("own can be written to by other users. Make it"));
+    }
+    ASSERT_EQ(chmod(QFile::encodeName(folder).constData(), 0700), 0);
+    EXPECT_TRUE(files.checkPrivateDirectory(folder).isNull());
+    ASSERT_EQ(chmod(QFile::encodeName(path(u"above"_s)).constData(), 0777), 0);
+    EXPECT_FALSE(files.checkPrivateDirectory(folder).isNull());
+    EXPECT_FALSE(files.checkOwnFile(file).isNull());
+}
+
 TEST_F(Files, CopyOfASpecialFileFailsAndLeavesNothing) {
     const QString tree = makeTree(u"a"_s);
     ASSERT_EQ(mkfifo((tree + u"/pipe"_s).toUtf8().constData(), 0600), 0);
     EXPECT_FALSE(files.copy(tree, path(u"b"_s)).isNull());
     EXPECT_FALSE(files.exists(path(u"b"_s)));
-    EXPECT_EQ(tx::firstSpecialFile(tree), tree + u"/pipe"_s);
-    EXPECT_TRUE(tx::firstSpecialFile(tree + u"/deep"_s).isNull());
+    EXPECT_THAT(tx::checkForSpecialFiles(tree).toString().toStdString(),
+                testing::HasSubstr((tree + u"/pipe is no file"_s).toStdString()));
+    EXPECT_TRUE(tx::checkForSpecialFiles(tree + u"/deep"_s).isNull());
 }
 
 TEST_F(Files, RemoveTakesReadOnlyFoldersAndNeverFollowsLinks) {

@@ -124,7 +124,7 @@ TEST_F(Privileged, HelperThatOthersCanChangeByNowDoesNothing) {
     const tx::test::ProcessResult installer = tx::test::runProcess(
         u"env"_s,
         {u"PKEXEC_UID=0"_s, resources + u"/TXUpdateInstaller.app/Contents/MacOS/TXUpdateInstaller"_s});
-    EXPECT_EQ(installer.status, 77) << installer.errors.constData();
+    EXPECT_EQ(installer.status, 78) << installer.errors.constData();
     setMode(resources, 0755);
     EXPECT_EQ(tx::test::runProcess(u"env"_s,
                                    {u"PKEXEC_UID=0"_s,

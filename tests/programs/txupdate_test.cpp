@@ -410,6 +410,8 @@ TEST_F(TxUpdateInstall, EachEndOfTheInstallerIsToldAsItIs) {
           Case{"exit 74", "exchanged for the new version and is unchanged (installer status 74)"},
           Case{"exit 75", "it is unchanged, try again later (installer status 75)"},
           Case{"exit 76", "the new version is installed, but it could not be started (installer status 76)"},
+          Case{"exit 77", "could not change its rights and ended; the application is complete"},
+          Case{"exit 78", "does not run with an administrator's rights; the application is unchanged"},
           Case{"exit 1", "ended before it was done; the application is complete"},
           Case{"kill -9 $$", "ended before it was done; the application is complete"},
           Case{"echo the lock is held; exit 75", "the lock is held"}}) {

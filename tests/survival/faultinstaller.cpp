@@ -25,8 +25,9 @@ public:
     FileError exchange(const std::string &a, const std::string &b) override {
         return at("installer exchange", b, [&] { return Files::exchange(a, b); });
     }
-    FileError copyTree(const std::string &from, const std::string &to) override {
-        return at("installer copy", to, [&] { return Files::copyTree(from, to); });
+    FileError copyTree(const std::string &from, const std::string &to,
+                       const tx::posix::CopyRules &rules) override {
+        return at("installer copy", to, [&] { return Files::copyTree(from, to, rules); });
     }
     FileError makeDirectory(const std::string &path) override {
         return at("installer make", path, [&] { return Files::makeDirectory(path); });
@@ -40,8 +41,8 @@ public:
     FileError changeOwner(const std::string &path, uid_t owner, gid_t group) override {
         return at("installer owner", path, [&] { return Files::changeOwner(path, owner, group); });
     }
-    FileError changeMode(const std::string &path, mode_t mode) override {
-        return at("installer mode", path, [&] { return Files::changeMode(path, mode); });
+    FileError limitSpecialBits(const std::string &tree, const std::string &installed) override {
+        return at("installer bits", tree, [&] { return Files::limitSpecialBits(tree, installed); });
     }
     FileError lock(const std::string &path, tx::posix::Descriptor &lock) override {
         return at("installer lock", path, [&] { return Files::lock(path, lock); });
@@ -86,19 +87,20 @@ int main(int argc, char **argv) {
         answer.refuse();
         return 1;
     }
-    Arguments arguments;
-    std::string why;
-    if (!readArguments(std::vector<std::string>(argv + 1, argv + argc), arguments, why)) {
-        log(why);
-        answer.refuse();
-        return StatusUsage;
-    }
     PlannedFiles files(plan);
     Context context{.files = &files};
     context.toolBundle = tx::posix::parentOf(contents);
     const std::string folder = tx::posix::parentOf(context.toolBundle);
     context.environmentRecord = folder + "/TXUpdateInstaller.environment";
-    context.session = sessionFor(arguments, context.environmentRecord);
+    Arguments arguments;
+    std::string why;
+    const int prepared = prepare(std::vector<std::string>(argv + 1, argv + argc), context.environmentRecord,
+                                 *context.rights, arguments, context.session, why);
+    if (prepared != StatusDone) {
+        log(why);
+        answer.refuse();
+        return prepared;
+    }
     context.log = log;
     context.open = [&plan](const std::string &application, const Session &session) -> std::string {
         if (plan.at("installer open") != 0)

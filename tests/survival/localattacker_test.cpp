@@ -8,6 +8,7 @@
 #include "platform/linux/openbundle.h"
 #include "platform/linux/userfolders.h"
 #include "platform/userdefaults.h"
+#include "tests/support/accesslist.h"
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
 #include "tests/support/fakes.h"
@@ -137,6 +138,44 @@ TEST_F(LocalAttacker, SettingsThatOthersCouldHaveWrittenDoNotCount) {
     EXPECT_EQ(tx::UserDefaults(file).stringValue(u"feed"_s), u"again mine"_s);
 }
 
+TEST_F(LocalAttacker, SettingsBehindALinkOfAnotherUserDoNotCount) {
+    const QString folder = path(u"home/.config"_s);
+    const QString file = folder + u"/Host.plist"_s;
+    // What the link leads to is this user's own, and shut to others; the link need not be.
+    ASSERT_FALSE(tx::UserDefaults(path(u"mine/Host.plist"_s)).setValue(u"feed"_s, u"theirs"_s));
+    linkTo(path(u"mine/Host.plist"_s), file);
+    EXPECT_EQ(tx::UserDefaults(file).stringValue(u"feed"_s), u"theirs"_s);
+    ASSERT_EQ(chmod(QFile::encodeName(folder).constData(), 0777), 0);
+    EXPECT_TRUE(tx::UserDefaults(file).stringValue(u"feed"_s).isNull()) << "anybody could have made it";
+    EXPECT_TRUE(tx::UserDefaults(file).setValue(u"feed"_s, u"again mine"_s))
+        << "it would not be believed afterwards";
+    EXPECT_EQ(tx::test::namesIn(folder), QStringList{u"Host.plist"_s}) << "nothing is set aside";
+    ASSERT_EQ(chmod(QFile::encodeName(folder).constData(), 01777), 0);
+    if (geteuid() == 0) {
+        ASSERT_EQ(lchown(QFile::encodeName(file).constData(), somebody, somebody), 0);
+        EXPECT_TRUE(tx::UserDefaults(file).stringValue(u"feed"_s).isNull()) << "somebody else made it";
+    } else {
+        EXPECT_EQ(tx::UserDefaults(file).stringValue(u"feed"_s), u"theirs"_s) << "this user made it";
+    }
+}
+
+TEST_F(LocalAttacker, SettingsThatAGroupSharesDoNotCount) {
+    const QString file = path(u"home/.config/Host.plist"_s);
+    ASSERT_FALSE(tx::UserDefaults(file).setValue(u"feed"_s, u"mine"_s));
+    // An ordinary user may be in no other group, but can name one in an access list.
+    constexpr gid_t games = 60;
+    if (chown(QFile::encodeName(file).constData(), static_cast<uid_t>(-1), games) == 0) {
+        ASSERT_EQ(chmod(QFile::encodeName(file).constData(), 0664), 0);
+    } else {
+        using tx::test::AccessEntry;
+        ASSERT_TRUE(tx::test::setAccessList(file, {{AccessEntry::OwningGroup, 4},
+                                                   {AccessEntry::Group, 6, games},
+                                                   {AccessEntry::Mask, 6},
+                                                   {AccessEntry::Others, 4}}));
+    }
+    EXPECT_TRUE(tx::UserDefaults(file).stringValue(u"feed"_s).isNull());
+}
+
 TEST_F(LocalAttacker, InstallerIsNotPreparedWhereOthersCouldReplaceIt) {
     TXUpdateInstallerClient *client = TXUpdateInstallerClient::sharedInstance();
     const QString cache = tx::updateCacheDirectoryFilePath();
@@ -162,14 +201,21 @@ TEST_F(LocalAttacker, InstallerIsNotPreparedWhereOthersCouldReplaceIt) {
 
 TEST_F(LocalAttacker, RecordedEnvironmentOfAnotherUserIsNotUsed) {
     const QString record = path(u"record"_s);
-    tx::test::makeBundle(path(u"New.app"_s), {});
-    const tx::installer::Arguments words{1, path(u"New.app"_s).toStdString(),
-                                         path(u"Host.app"_s).toStdString(), path(u"New.zip"_s).toStdString()};
     writeFile(record, QByteArray("LD_PRELOAD=/evil\0", 17), QFile::ReadOwner | QFile::WriteOwner);
-    EXPECT_THAT(tx::installer::sessionFor(words, record.toStdString()).environment,
+    EXPECT_THAT(tx::installer::environmentFor(geteuid(), record.toStdString()),
+                testing::Contains("LD_PRELOAD=/evil"));
+    ASSERT_TRUE(tx::test::setAccessList(record, {{tx::test::AccessEntry::User, 6, somebody},
+                                                 {tx::test::AccessEntry::OwningGroup, 0},
+                                                 {tx::test::AccessEntry::Mask, 6},
+                                                 {tx::test::AccessEntry::Others, 0}}));
+    EXPECT_THAT(tx::installer::environmentFor(geteuid(), record.toStdString()),
+                testing::Not(testing::Contains("LD_PRELOAD=/evil")))
+        << "an access list lets others write";
+    ASSERT_EQ(chmod(QFile::encodeName(record).constData(), 0600), 0);
+    EXPECT_THAT(tx::installer::environmentFor(geteuid(), record.toStdString()),
                 testing::Contains("LD_PRELOAD=/evil"));
     giveAway(record);
-    EXPECT_THAT(tx::installer::sessionFor(words, record.toStdString()).environment,
+    EXPECT_THAT(tx::installer::environmentFor(geteuid(), record.toStdString()),
                 testing::Not(testing::Contains("LD_PRELOAD=/evil")));
 }
 
@@ -177,10 +223,12 @@ TEST_F(LocalAttacker, CopyTakesNoPipeAndNoFileOfOthers) {
     const QString tree = path(u"New.app"_s);
     tx::test::makeBundle(tree, {});
     // A second name of a file that is not the tree owner's.
-    EXPECT_EQ(tx::posix::copyTreeOf(geteuid() + 1, tree.toStdString(), path(u"copy"_s).toStdString()).number,
-              EPERM);
+    tx::posix::CopyRules rules;
+    rules.onlyFrom = geteuid() + 1;
+    EXPECT_EQ(tx::posix::copyTree(tree.toStdString(), path(u"copy"_s).toStdString(), rules).number, EPERM);
     QDir(path(u"copy"_s)).removeRecursively();
-    EXPECT_FALSE(tx::posix::copyTreeOf(geteuid(), tree.toStdString(), path(u"copy"_s).toStdString()));
+    rules.onlyFrom = geteuid();
+    EXPECT_FALSE(tx::posix::copyTree(tree.toStdString(), path(u"copy"_s).toStdString(), rules));
     // Files that become pipes between the look and the opening: nobody waits for the other end.
     const QByteArray swapped = QFile::encodeName(tree + u"/Contents/swapped"_s);
     std::atomic<bool> stop{false};
@@ -194,7 +242,7 @@ TEST_F(LocalAttacker, CopyTakesNoPipeAndNoFileOfOthers) {
     });
     for (int i = 0; i < 500; ++i) {
         (void)tx::posix::copyTree(tree.toStdString(), path(u"copied"_s).toStdString());
-        EXPECT_EQ(tx::posix::findSpecialFile(path(u"copied"_s).toStdString()), "");
+        EXPECT_NE(tx::posix::findSpecialFile(path(u"copied"_s).toStdString()).number, EINVAL);
         QDir(path(u"copied"_s)).removeRecursively();
     }
     stop = true;

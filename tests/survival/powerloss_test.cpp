@@ -60,9 +60,10 @@ public:
             return FileError{EXDEV, b};
         return m_road.exchanges ? Files::exchange(a, b) : FileError{EINVAL, b};
     }
-    FileError copyTree(const std::string &from, const std::string &to) override {
+    FileError copyTree(const std::string &from, const std::string &to,
+                       const tx::posix::CopyRules &rules) override {
         m_look("before copying to " + to);
-        return Files::copyTree(from, to);
+        return Files::copyTree(from, to, rules);
     }
     FileError removeTree(const std::string &path) override {
         m_look("before removing " + path);

@@ -1,0 +1,120 @@
+// SPDX-License-Identifier: MIT
+#include "platform/linux/interrupted.h"
+
+#include "platform/linux/bundlecontents.h"
+#include "platform/linux/trustedpath.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace tx {
+
+namespace {
+
+std::string besideBundle(const std::string &bundlePath, const char *suffix) {
+    const std::string parent = posix::parentOf(bundlePath);
+    return (parent == "/" ? parent : parent + '/') + '.' + posix::lastComponentOf(bundlePath) + suffix;
+}
+
+/// True only when it is known that nothing is there.
+bool isAbsent(const std::string &path) {
+    struct stat info {};
+    return lstat(path.c_str(), &info) != 0 && errno == ENOENT;
+}
+
+/// A whole copy takes the place of what is left of the application, or of the new one.
+posix::FileError putWholeBack(const std::string &bundlePath, RepairFiles &files) {
+    const std::string whole = wholePathFor(bundlePath);
+    const std::string gone = gonePathFor(bundlePath);
+    posix::FileError error = files.rename(whole, bundlePath);
+    // Only what stands there is in the way: in this folder this process may rename.
+    if (error.number != ENOTEMPTY && error.number != EEXIST)
+        return error;
+    if (posix::entryExists(gone)) {
+        if (posix::FileError removal = files.removeTree(gone))
+            return removal;
+    }
+    error = files.rename(bundlePath, gone);
+    if (!error) {
+        error = files.rename(whole, bundlePath);
+        if (error && files.rename(gone, bundlePath))
+            return error; // the next run finds nothing there, and the whole copy
+    } else if (error.number == EXDEV) {
+        // A folder of a lower layer cannot be moved away.
+        error = files.removeTree(bundlePath);
+        if (!error)
+            error = files.rename(whole, bundlePath);
+    }
+    if (error)
+        return error;
+    // Nothing is removed that would be there again without the other after the loss of power.
+    if (!files.syncDirectory(posix::parentOf(bundlePath)) && posix::entryExists(gone))
+        (void)files.removeTree(gone);
+    return {};
+}
+
+} // namespace
+
+std::string stagedPathFor(const std::string &bundlePath) { return besideBundle(bundlePath, ".txupdate-new"); }
+std::string backupPathFor(const std::string &bundlePath) { return besideBundle(bundlePath, ".txupdate-old"); }
+std::string wholePathFor(const std::string &bundlePath) {
+    return besideBundle(bundlePath, ".txupdate-whole");
+}
+std::string gonePathFor(const std::string &bundlePath) { return besideBundle(bundlePath, ".txupdate-gone"); }
+std::string lockPathFor(const std::string &bundlePath) { return besideBundle(bundlePath, ".txupdate-lock"); }
+
+bool isOwnBackup(const std::string &path) {
+    struct stat backup {};
+    struct stat folder {};
+    if (lstat(path.c_str(), &backup) != 0 || !S_ISDIR(backup.st_mode) ||
+        stat(posix::parentOf(path).c_str(), &folder) != 0)
+        return false;
+    // The owner of the folder around could remove the application itself.
+    const bool isOurs = backup.st_uid == geteuid() || backup.st_uid == 0 || backup.st_uid == folder.st_uid;
+    return isOurs && posix::writableByOthers(path, backup.st_uid).empty();
+}
+
+posix::FileError RepairFiles::rename(const std::string &from, const std::string &to) {
+    return std::rename(from.c_str(), to.c_str()) == 0 ? posix::FileError{} : posix::FileError{errno, from};
+}
+
+posix::FileError RepairFiles::removeTree(const std::string &path) { return posix::removeTree(path); }
+
+posix::FileError RepairFiles::syncDirectory(const std::string &path) { return posix::syncDirectory(path); }
+
+posix::FileError undoInterruption(const std::string &bundlePath, RepairFiles &files, bool &putBack) {
+    posix::FileError error;
+    putBack = false;
+    if (isOwnBackup(wholePathFor(bundlePath)))
+        error = putWholeBack(bundlePath, files);
+    else if (isAbsent(bundlePath) && isOwnBackup(backupPathFor(bundlePath)))
+        error = files.rename(backupPathFor(bundlePath), bundlePath);
+    else
+        return {};
+    putBack = !error;
+    return error;
+}
+
+bool restoreBackup(const std::string &bundlePath) {
+    // An installation that may not write to the folder around the bundle works in the bundle.
+    const std::string contents = posix::contentsOf(bundlePath);
+    if (posix::lastComponentOf(bundlePath) != posix::lastComponentOf(contents) && restoreBackup(contents))
+        return true;
+    if (!isOwnBackup(wholePathFor(bundlePath)) &&
+        !(isAbsent(bundlePath) && isOwnBackup(backupPathFor(bundlePath))))
+        return false;
+    // An installer that works on it has the lock, and may be another user's, whose lock cannot be opened.
+    const std::string lockPath = lockPathFor(bundlePath);
+    posix::Descriptor lock;
+    if (posix::takeLock(lockPath, lock))
+        return false;
+    RepairFiles files;
+    bool putBack = false;
+    (void)undoInterruption(bundlePath, files, putBack);
+    unlink(lockPath.c_str());
+    return putBack;
+}
+
+} // namespace tx
