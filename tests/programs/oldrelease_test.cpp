@@ -13,6 +13,8 @@
 #include <QProcess>
 #include <QRegularExpression>
 
+#include <csignal>
+
 using namespace Qt::StringLiterals;
 using tx::test::ProcessResult;
 using tx::test::runProcess;
@@ -60,6 +62,7 @@ protected:
         serve();
     }
     ~UpdateFromOldRelease() override {
+        endLaunched();
         server.kill();
         server.waitForFinished();
     }
@@ -119,6 +122,17 @@ protected:
         return {process.exitCode(), process.readAllStandardOutput(), process.readAllStandardError()};
     }
 
+    /// Ends the builds that were opened so far: the reaper does not know one whose bundle has been replaced.
+    void endLaunched() const {
+        static const QRegularExpression launch(u" pid=(\\d+) "_s);
+        for (auto matches = launch.globalMatch(QString::fromUtf8(tx::test::readFile(launches)));
+             matches.hasNext();) {
+            const QString process = matches.next().captured(1);
+            if (tx::test::readFile(u"/proc/%1/cmdline"_s.arg(process)).startsWith(program.toUtf8()))
+                kill(process.toInt(), SIGKILL);
+        }
+    }
+
     /// Waits until the new build runs in the old one's place and nothing of the update is left.
     void expectToComeUp(const QByteArray &version) {
         const QByteArray line = "build=" + version + " version=" + version + ".0";
@@ -158,6 +172,7 @@ TEST_F(UpdateFromOldRelease, InstallsTodaysBuildWhichTakesOverSettingsAndFolders
     EXPECT_EQ(tx::test::namesIn(path(u"home/.config"_s)),
               (QStringList{u".org.example.TarvixNotes.plist.lock"_s, u"org.example.TarvixNotes.plist"_s}));
 
+    endLaunched();
     // The new build updates itself in its turn, through the folders that the old one made.
     publish(u"3"_s, u"Notes-3.zip"_s, u"feed.json"_s);
     EXPECT_EQ(notes({u"update"_s}).status, 0);
