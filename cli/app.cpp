@@ -176,6 +176,8 @@ int update(const AppOptions &options) {
         if (!update) {
             say(u"%1 is up to date."_s.arg(TXUpdateHost::host()->name()));
             QCoreApplication::exit(ExitDone);
+        } else if (const TXError refusal = update->downloadRefusal()) {
+            failUpdate(refusal);
         } else if (!update->canBeDownloaded()) {
             say(u"The update can only be had at %1"_s.arg(update->linkURL().toString()));
             QCoreApplication::exit(ExitFailed);

@@ -18,6 +18,7 @@ struct FeedOptions {
     QString build;
     QString system;
     QString contentType; ///< null: the response's, or for a file what its content looks like
+    QString url;         ///< null: the source itself, and none for a file
     bool json = false;
 };
 
@@ -38,8 +39,9 @@ int feedValidate(const FeedOptions &options);
 int check(const AppOptions &options);
 int update(const AppOptions &options);
 int profile(bool asJson);
-/// `rate`: bytes a second for each answer; 0: as fast as it goes.
-int serve(const QString &directory, int port, qint64 rate);
+/// `rate`: bytes a second for each answer; 0: as fast as it goes. `hosts`: the names under which it answers,
+/// beside those of this machine.
+int serve(const QString &directory, int port, qint64 rate, const QStringList &hosts);
 
 /// "txupdate: <line>" on standard error.
 void complain(const QString &line);

@@ -46,6 +46,7 @@ int feedShow(const FeedOptions &options) {
     context.appBuild = options.build;
     context.systemVersion = options.system;
     context.now = services().now();
+    context.isSecure = source->url.scheme() == u"https";
     context.skipped = [&](const SkippedEntry &entry) { skipped.append(entry); };
     const auto tracks = readFeed(*source, context);
     if (!tracks)
@@ -71,9 +72,14 @@ int feedValidate(const FeedOptions &options) {
         return failed(tracks.error(), options);
     if (source->isJson)
         dropped += endedPosts(source->data, context.now);
-    const QList<SkippedEntry> doubtful =
+    QList<SkippedEntry> doubtful =
         source->isJson ? doubtsAbout(source->data) : doubtsAboutAppcast(source->data);
-    for (const SkippedEntry &entry : dropped)
+    // Where a file will be served from is not known.
+    const bool isSecure = source->url.scheme() == u"https";
+    QList<SkippedEntry> refused;
+    if (isSecure || source->url.isEmpty())
+        (isSecure ? refused : doubtful) += insecureArchives(source->data, source->isJson);
+    for (const SkippedEntry &entry : dropped + refused)
         std::printf("error: %s\n",
                     u"%1[%2]: %3"_s.arg(entry.track).arg(entry.index).arg(entry.reason).toUtf8().constData());
     for (const SkippedEntry &entry : doubtful)
@@ -85,7 +91,7 @@ int feedValidate(const FeedOptions &options) {
     std::printf("%lld tracks, %lld entries kept, %lld dropped, %lld doubts\n",
                 static_cast<long long>(tracks->size()), static_cast<long long>(kept),
                 static_cast<long long>(dropped.size()), static_cast<long long>(doubtful.size()));
-    return dropped.isEmpty() ? ExitDone : ExitFailed;
+    return dropped.isEmpty() && refused.isEmpty() ? ExitDone : ExitFailed;
 }
 
 } // namespace tx::cli

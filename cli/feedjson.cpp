@@ -53,7 +53,8 @@ QJsonObject updateAsJson(const TXUpdate &update) {
             {u"isMajorVersion"_s, update.isMajorVersion()},
             {u"isMinorVersion"_s, update.isMinorVersion()},
             {u"isBugfixVersion"_s, update.isBugfixVersion()},
-            {u"canBeDownloaded"_s, update.canBeDownloaded()}};
+            {u"canBeDownloaded"_s, update.canBeDownloaded()},
+            {u"downloadRefusal"_s, orNull(update.downloadRefusal().localizedFailureReason())}};
 }
 
 QJsonObject postAsJson(const TXUpdatePost &post) {
@@ -121,8 +122,11 @@ void printFeed(const TXUpdateFeed::TrackMap &tracks, const QList<SkippedEntry> &
             printLine(u"  %1 %2 (build %3), %4, %5"_s.arg(
                 update == recommended ? u"*"_s : u" "_s, shown(update->displayVersion()), update->version(),
                 date.isValid() ? date.toUTC().toString(Qt::ISODate) : u"no date"_s, shown(update->title())));
-            printLine(u"      "_s +
-                      (update->canBeDownloaded() ? update->fileURL() : update->linkURL()).toString());
+            const TXError refusal = update->downloadRefusal();
+            const bool showsArchive = update->canBeDownloaded() || refusal;
+            printLine(u"      "_s + (showsArchive ? update->fileURL() : update->linkURL()).toString());
+            if (refusal)
+                printLine(u"      cannot be downloaded: "_s + refusal.localizedFailureReason());
         }
         for (const TXUpdatePostPtr &post : track->posts())
             printLine(u"    post \"%1\", %2"_s.arg(shown(post->title()), post->postURL().toString()));

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "cli/feedsource.h"
 
+#include "feed/feedlimits.h"
 #include "feed/jsonreader.h"
 #include "platform/queues.h"
 #include "platform/services.h"
@@ -24,7 +25,7 @@ Result<FeedSource> fetch(const QUrl &url, const QString &contentType) {
     UrlRequest request;
     request.url = url;
     request.timeout = std::chrono::seconds(30);
-    request.sizeLimit = 64LL << 20;
+    request.sizeLimit = largestFeed();
     services().urlLoader->load(request, [&](const UrlResponse &got, const TXError &failed) {
         response = got;
         error = failed;
@@ -36,23 +37,30 @@ Result<FeedSource> fetch(const QUrl &url, const QString &contentType) {
     if (response.statusCode != 200)
         return TXUpdateFeed::errorForHTTPStatus(response.statusCode);
     const QString served = QString::fromLatin1(response.header("Content-Type"));
-    return FeedSource{response.body, (contentType.isNull() ? served : contentType) == jsonType};
+    return FeedSource{response.body, (contentType.isNull() ? served : contentType) == jsonType, url};
 }
 
-} // namespace
-
-Result<FeedSource> readSource(const FeedOptions &options) {
+Result<FeedSource> readDocument(const FeedOptions &options) {
     const QUrl url(options.source);
     if (url.scheme() == u"http" || url.scheme() == u"https")
         return fetch(url, options.contentType);
     QFile file(options.source);
     if (!file.open(QIODevice::ReadOnly))
         return TXError(u"NSPOSIXErrorDomain"_s, 0, u"%1: %2"_s.arg(options.source, file.errorString()));
-    FeedSource source{file.readAll(), false};
+    FeedSource source{file.readAll(), false, {}};
     if (!options.contentType.isNull())
         source.isJson = options.contentType == jsonType;
     else
         source.isJson = !asUtf8(source.data).trimmed().startsWith('<');
+    return source;
+}
+
+} // namespace
+
+Result<FeedSource> readSource(const FeedOptions &options) {
+    Result<FeedSource> source = readDocument(options);
+    if (source && !options.url.isNull())
+        source->url = QUrl(options.url);
     return source;
 }
 

@@ -4,11 +4,15 @@
 #include "cli/commands.h"
 #include "platform/result.h"
 
+#include <QByteArray>
+#include <QUrl>
+
 namespace tx::cli {
 
 struct FeedSource {
     QByteArray data;
     bool isJson = false;
+    QUrl url; ///< from which applications get it; empty when that is not known
 };
 
 /// The document at a file's path or an address, which is fetched without added parameters. Errors: those that

@@ -12,6 +12,13 @@ namespace {
 
 QString text(const std::string &value) { return QString::fromStdString(value); }
 
+QStringList texts(const std::vector<std::string> &values) {
+    QStringList result;
+    for (const std::string &value : values)
+        result << text(value);
+    return result;
+}
+
 QString textOrNull(const CLI::Option *option, const std::string &value) {
     return option->count() > 0 ? text(value) : QString();
 }
@@ -23,9 +30,11 @@ struct Words {
     std::string build;
     std::string system;
     std::string contentType;
+    std::string url;
     std::string app;
     std::string feed;
     std::string directory;
+    std::vector<std::string> hosts;
     int port = 8000;
     qint64 rate = 0;
     bool json = false;
@@ -65,13 +74,17 @@ int main(int argc, char **argv) {
     show->add_option("--build", words.build, "the application's build")->required();
     show->add_option("--system", words.system, "the system's version, major.minor.patch")->required();
     auto *type = show->add_option("--content-type", words.contentType, "read it as if served with this type");
+    constexpr const char *urlHelp = "take this as the URL from which applications get it";
+    auto *showUrl = show->add_option("--url", words.url, urlHelp);
     show->add_flag("--json", words.json, "print JSON");
     auto *validate =
         feed->add_subcommand("validate", "List the entries that every reader drops, and doubtful "
-                                         "ones. Exit status 1 when any would be dropped.");
+                                         "ones. Exit status 1 when any would be dropped or could not be "
+                                         "downloaded.");
     validate->add_option("SOURCE", words.source, "a file or an address")->required();
     auto *validateType =
         validate->add_option("--content-type", words.contentType, "read it as if served with this type");
+    auto *validateUrl = validate->add_option("--url", words.url, urlHelp);
 
     auto *checkCommand = application.add_subcommand("check", "Ask the feed of an application for updates.");
     auto *updateCommand = application.add_subcommand(
@@ -97,6 +110,10 @@ int main(int argc, char **argv) {
     serveCommand
         ->add_option("--rate", words.rate, "bytes a second, to see an update on a slow line; 0: no limit")
         ->capture_default_str();
+    serveCommand
+        ->add_option("--host", words.hosts,
+                     "answer under this name too, beside localhost and 127.0.0.1; may be repeated")
+        ->allow_extra_args(false);
 
     try {
         application.parse(argc, argv);
@@ -109,7 +126,7 @@ int main(int argc, char **argv) {
     if (versionCommand->parsed())
         return versionText->count() > 0 ? version(text(words.a)) : versionLines();
     if (serveCommand->parsed())
-        return serve(text(words.directory), words.port, words.rate);
+        return serve(text(words.directory), words.port, words.rate, texts(words.hosts));
     if (updateCommand->parsed()) {
         // What installs an application ends its own process; another one waits to tell how it went.
         if (const std::optional<int> status = superviseInstallation())
@@ -120,9 +137,14 @@ int main(int argc, char **argv) {
         return profile(words.json);
     if (show->parsed())
         return feedShow({text(words.source), text(words.build), text(words.system),
-                         textOrNull(type, words.contentType), words.json});
+                         textOrNull(type, words.contentType), textOrNull(showUrl, words.url), words.json});
     if (validate->parsed())
-        return feedValidate({text(words.source), {}, {}, textOrNull(validateType, words.contentType), false});
+        return feedValidate({text(words.source),
+                             {},
+                             {},
+                             textOrNull(validateType, words.contentType),
+                             textOrNull(validateUrl, words.url),
+                             false});
     const AppOptions options{text(words.app),
                              textOrNull(feedOption[checkCommand->parsed() ? 0 : 1], words.feed), words.json};
     return checkCommand->parsed() ? check(options) : update(options);

@@ -44,7 +44,7 @@ QString doubtAboutArchive(const QString &address, const QString &build) {
     const QUrl url = urlFromFeedText(address);
     if (url.isEmpty())
         return {};
-    const QString name = downloadFileName(suggestedFilename({}, url), build);
+    const QString name = downloadFileName(suggestedFilename({}, url), build, url);
     if (!TXUpdateUnarchiver::commandForFileName(name).isNull())
         return {};
     return u"the archive \"%1\" cannot be unpacked: use .zip, .tgz, .tbz or .tar"_s.arg(url.fileName());
@@ -194,9 +194,36 @@ QList<SkippedEntry> doubtsAboutAppcast(const QByteArray &appcast) {
     QList<SkippedEntry> doubts;
     AppcastCheck check(doubts);
     // The reader has complained about a broken document already.
-    (void)forEachAppcastItem(appcast,
-                             [&](const AppcastItem &item, qsizetype index) { check.look(item, index); });
+    (void)forEachAppcastItem(appcast, [&](const AppcastItem &item, qsizetype index) -> TXError {
+        check.look(item, index);
+        return {};
+    });
     return doubts;
+}
+
+QList<SkippedEntry> insecureArchives(const QByteArray &feed, bool isJson) {
+    QList<SkippedEntry> found;
+    const auto look = [&found](const QString &track, const QString &address, qsizetype index) {
+        const QUrl url = urlFromFeedText(address);
+        if (!url.isEmpty() && url.scheme() != u"https")
+            found.append(
+                {track, index,
+                 u"the archive's URL \"%1\" is not https: it cannot be downloaded by applications that "
+                 "have the feed from an https URL"_s.arg(address)});
+    };
+    if (isJson) {
+        forEachEntry(feed, [&look](const QString &track, const QJsonObject &entry, qsizetype index) {
+            if (entry[u"type"_s].toString() == u"build")
+                look(track, entry[u"downloadURL"_s].toString(), index);
+        });
+    } else {
+        (void)forEachAppcastItem(feed, [&look](const AppcastItem &item, qsizetype index) -> TXError {
+            if (const std::string *address = item.enclosure.find("url"))
+                look(u"release"_s, QString::fromStdString(*address), index);
+            return {};
+        });
+    }
+    return found;
 }
 
 QList<SkippedEntry> endedPosts(const QByteArray &jsonFeed, const QDateTime &now) {

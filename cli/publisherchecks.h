@@ -12,6 +12,10 @@ namespace tx::cli {
 /// The same for the items of an appcast, and what stands in it without effect.
 [[nodiscard]] QList<SkippedEntry> doubtsAboutAppcast(const QByteArray &appcast);
 
+/// Builds whose archive has no https URL: applications that have the feed from an https URL do not download
+/// it.
+[[nodiscard]] QList<SkippedEntry> insecureArchives(const QByteArray &feed, bool isJson);
+
 /// Posts whose end date has passed: every reader drops them.
 [[nodiscard]] QList<SkippedEntry> endedPosts(const QByteArray &jsonFeed, const QDateTime &now);
 

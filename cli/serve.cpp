@@ -7,18 +7,25 @@
 #include <cerrno>
 #include <cstring>
 #include <unistd.h>
+#include <vector>
 
 using namespace Qt::StringLiterals;
 
 namespace tx::cli {
 
-int serve(const QString &directory, int port, qint64 rate) {
+int serve(const QString &directory, int port, qint64 rate, const QStringList &hosts) {
     // It stands beside this program.
     const QString program = QFileInfo(u"/proc/self/exe"_s).canonicalPath() + u"/txupdate-serve"_s;
     const QByteArray path = QFile::encodeName(program);
-    execl(path.constData(), "txupdate-serve", QFile::encodeName(directory).constData(),
-          QByteArray::number(port).constData(), QByteArray::number(rate).constData(),
-          static_cast<char *>(nullptr));
+    QList<QByteArray> arguments{"txupdate-serve", QFile::encodeName(directory), QByteArray::number(port),
+                                QByteArray::number(rate)};
+    for (const QString &host : hosts)
+        arguments << host.toLocal8Bit();
+    std::vector<char *> words;
+    for (QByteArray &argument : arguments)
+        words.push_back(argument.data());
+    words.push_back(nullptr);
+    execv(path.constData(), words.data());
     complain(u"%1 cannot be run: %2"_s.arg(program, QString::fromLocal8Bit(std::strerror(errno))));
     return ExitFailed;
 }

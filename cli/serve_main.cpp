@@ -1,11 +1,15 @@
 // SPDX-License-Identifier: MIT
-// txupdate-serve DIR PORT RATE: what `txupdate serve` becomes. A program of its own, because the server's
-// libraries cost more at start than a whole check.
+// txupdate-serve DIR PORT RATE [HOST...]: what `txupdate serve` becomes. A program of its own, because the
+// server's libraries cost more at start than a whole check.
+
+#include "platform/loopbackname.h"
 
 #include <QFile>
 #include <QFileInfo>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QRegularExpression>
+#include <QStringList>
 
 #include <httplib.h>
 
@@ -56,14 +60,40 @@ std::optional<QByteArray> settledContent(QFile &file) {
     return std::nullopt;
 }
 
+/// What a client sent, for one line of the log: whatever could end the line, or be taken for something else
+/// on a terminal, is written as its number.
+QByteArray shown(const QString &text) {
+    QString result;
+    for (const char32_t c : text.toUcs4()) {
+        switch (QChar::category(c)) {
+        case QChar::Other_Control:
+        case QChar::Other_Format: // changes of the writing direction among them
+        case QChar::Other_Surrogate:
+        case QChar::Separator_Line:
+        case QChar::Separator_Paragraph:
+            result += u"\\u{%1}"_s.arg(static_cast<uint>(c), 0, 16);
+            break;
+        default:
+            result += c == U'\\' ? u"\\\\"_s : QString::fromUcs4(&c, 1);
+        }
+    }
+    return result.toUtf8();
+}
+QByteArray shown(const std::string &text) { return shown(QString::fromStdString(text)); }
+
 class Server {
 public:
-    /// `rate`: bytes a second for each answer; 0: as fast as it goes.
-    Server(const QString &directory, qint64 rate)
+    /// `rate`: bytes a second for each answer; 0: as fast as it goes. `hosts`: the names under which it
+    /// answers beside those of this machine.
+    Server(const QString &directory, qint64 rate, const QStringList &hosts)
         : m_rate(rate)
+        , m_hosts(hosts)
         , m_root(QFileInfo(directory).canonicalFilePath()) {
         const auto handler = [this](const httplib::Request &request, httplib::Response &response) {
-            answer(request, response);
+            if (isForThisServer(request))
+                answer(request, response);
+            else
+                refuse(response);
             print(request, response);
         };
         m_server.Get(".*", handler);
@@ -99,6 +129,28 @@ public:
     }
 
 private:
+    /// A page from elsewhere whose name leads to this machine is no reason to show it the folder.
+    [[nodiscard]] bool isForThisServer(const httplib::Request &request) const {
+        if (request.get_header_value_count("Host") != 1)
+            return false;
+        const QString named = QString::fromStdString(request.get_header_value("Host"));
+        static const QRegularExpression form(u"^(?:\\[([0-9a-fA-F:]+)\\]|([^:\\[\\]]+))(?::[0-9]{1,5})?$"_s);
+        const QRegularExpressionMatch match = form.match(named);
+        if (!match.hasMatch())
+            return false;
+        const QString host = match.captured(1) + match.captured(2);
+        return tx::isLoopbackName(host) || m_hosts.contains(host, Qt::CaseInsensitive);
+    }
+
+    static void refuse(httplib::Response &response) {
+        constexpr int misdirectedRequest = 421;
+        response.status = misdirectedRequest;
+        response.set_content(
+            "This server answers only to names of this machine, such as localhost and 127.0.0.1. "
+            "Start it with --host NAME for another one.\n",
+            "text/plain");
+    }
+
     void answer(const httplib::Request &request, httplib::Response &response) const {
         const QFileInfo file(m_root + u'/' + QString::fromStdString(request.path));
         const QString path = file.canonicalFilePath();
@@ -154,24 +206,25 @@ private:
 
     void print(const httplib::Request &request, const httplib::Response &response) {
         const std::lock_guard lock(m_mutex);
-        std::printf("%s %s -> %d\n", request.method.c_str(), request.path.c_str(),
+        std::printf("%s %s -> %d\n", shown(request.method).constData(), shown(request.path).constData(),
                     response.status < 0 ? 200 : response.status);
         for (const auto &[name, value] : request.params)
-            std::printf("    %s = %s\n", name.c_str(), value.c_str());
+            std::printf("    %s = %s\n", shown(name).constData(), shown(value).constData());
         const QJsonObject body = QJsonDocument::fromJson(QByteArray::fromStdString(request.body)).object();
         for (auto it = body.begin(); it != body.end(); ++it) {
             if (!it.value().isObject())
-                std::printf("    body: %s = %s\n", it.key().toUtf8().constData(),
-                            it.value().toVariant().toString().toUtf8().constData());
+                std::printf("    body: %s = %s\n", shown(it.key()).constData(),
+                            shown(it.value().toVariant().toString()).constData());
         }
         const QJsonObject profile = body[u"systemProfile"_s].toObject();
         for (auto it = profile.begin(); it != profile.end(); ++it)
-            std::printf("    profile: %s = %s\n", it.key().toUtf8().constData(),
-                        it.value().toString().toUtf8().constData());
+            std::printf("    profile: %s = %s\n", shown(it.key()).constData(),
+                        shown(it.value().toString()).constData());
         std::fflush(stdout);
     }
 
     qint64 m_rate;
+    QStringList m_hosts;
     QString m_root;
     httplib::Server m_server;
     socket_t m_socket = INVALID_SOCKET;
@@ -181,10 +234,14 @@ private:
 } // namespace
 
 int main(int argc, char **argv) {
-    if (argc != 4) {
-        std::fputs("usage: txupdate serve DIR [--port N] [--rate BYTES]\n", stderr);
+    constexpr int fixedArguments = 4;
+    if (argc < fixedArguments) {
+        std::fputs("usage: txupdate serve DIR [--port N] [--rate BYTES] [--host NAME]...\n", stderr);
         return 64;
     }
-    return Server(QString::fromLocal8Bit(argv[1]), QByteArray(argv[3]).toLongLong())
+    QStringList hosts;
+    for (int i = fixedArguments; i < argc; ++i)
+        hosts << QString::fromLocal8Bit(argv[i]);
+    return Server(QString::fromLocal8Bit(argv[1]), QByteArray(argv[3]).toLongLong(), hosts)
         .run(QByteArray(argv[2]).toInt());
 }

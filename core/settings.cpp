@@ -41,4 +41,10 @@ QString updateCacheDirectoryFilePath() {
            safeFileName((identifier.isNull() ? u"(null)"_s : identifier) + u".TXUpdater"_s);
 }
 
+qint64 hostLimit(const QString &key, qint64 usual) {
+    bool isNumber = false;
+    const qint64 number = TXUpdateHost::host()->bundle().infoDictionary().value(key).toLongLong(&isNumber);
+    return isNumber && number > 0 ? number : usual;
+}
+
 } // namespace tx

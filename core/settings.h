@@ -13,4 +13,8 @@ namespace tx {
 /// temporary folder. Not made here. Thread: any.
 [[nodiscard]] QString updateCacheDirectoryFilePath();
 
+/// A limit that the host application may set by a number greater than 0 in its Info.plist; `usual` without
+/// one. Thread: any.
+[[nodiscard]] qint64 hostLimit(const QString &key, qint64 usual);
+
 } // namespace tx

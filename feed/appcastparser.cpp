@@ -19,9 +19,18 @@ namespace tx {
 namespace {
 
 constexpr int deepestNesting = 256;
-/// What entities may make of a document: so many times its length, but at least a mebibyte.
+/// What entities may make of a document: so many times its length, but at least a mebibyte. Of that, texts
+/// may be no longer than twice the document.
 constexpr size_t largestAmplification = 10;
+constexpr size_t longestTexts = 2;
 constexpr size_t amplificationThreshold = 1 << 20;
+/// The parser compares each attribute of a tag with each other one, and makes objects of a document type's
+/// declarations.
+constexpr qsizetype longestTag = 16 << 10;
+constexpr qsizetype longestDoctype = 64 << 10;
+/// Bytes of all the names that the parser keeps.
+constexpr size_t longestNames = 1 << 20;
+constexpr size_t mostElementsOfAnItem = 1000;
 /// What an element or a reference counts towards that, beside its text.
 constexpr size_t costOfElement = 16;
 
@@ -44,17 +53,36 @@ void trim(std::string &text) {
     while (begin < end && isPlainSpace(text[begin]))
         ++begin;
     text.erase(0, begin);
+    // What is left at the ends is plain in nearly all texts; else it is looked at character by character, as
+    // a text may be as long as the document.
     const auto isAscii = [](char c) { return static_cast<unsigned char>(c) < 0x80; };
-    if (text.empty() || (isAscii(text.front()) && isAscii(text.back())))
-        return;
-    const QString wide = QString::fromStdString(text);
-    QStringView view = wide;
-    while (!view.isEmpty() && isTrimmed(view.front()))
-        view = view.mid(1);
-    while (!view.isEmpty() && isTrimmed(view.back()))
-        view.chop(1);
-    if (view.size() != wide.size())
-        text = view.toUtf8().toStdString();
+    const auto isSpaceOf = [](std::string_view character) {
+        const QString wide = QString::fromUtf8(character.data(), static_cast<qsizetype>(character.size()));
+        return wide.size() == 1 && isTrimmed(wide.front());
+    };
+    const auto isContinued = [](char c) { return (static_cast<unsigned char>(c) & 0xC0) == 0x80; };
+    std::string_view view = text;
+    while (!view.empty() && (!isAscii(view.front()) || isPlainSpace(view.front()))) {
+        size_t length = 1;
+        while (length < view.size() && isContinued(view[length]))
+            ++length;
+        if (!isSpaceOf(view.substr(0, length)))
+            break;
+        view.remove_prefix(length);
+    }
+    while (!view.empty() && (!isAscii(view.back()) || isPlainSpace(view.back()))) {
+        size_t length = 1;
+        while (length < view.size() && isContinued(view[view.size() - length]))
+            ++length;
+        if (!isSpaceOf(view.substr(view.size() - length)))
+            break;
+        view.remove_suffix(length);
+    }
+    if (view.size() != text.size()) {
+        const auto offset = static_cast<size_t>(view.data() - text.data());
+        text.resize(offset + view.size());
+        text.erase(0, offset);
+    }
 }
 
 struct DeleteContext {
@@ -66,13 +94,21 @@ struct DeleteContext {
 
 class Parser {
 public:
-    using Visitor = std::function<void(const AppcastItem &, qsizetype)>;
-
-    Parser(const QByteArray &document, const Visitor &visit)
+    Parser(const QByteArray &document, const AppcastVisitor &visit)
         : m_visit(visit)
-        , m_context(xmlCreateMemoryParserCtxt(document.constData(), static_cast<int>(document.size())))
-        , m_mostDelivered(std::max(static_cast<size_t>(document.size()) * largestAmplification,
-                                   amplificationThreshold)) {}
+        , m_document(document)
+        , m_mostDelivered(
+              std::max(static_cast<size_t>(document.size()) * largestAmplification, amplificationThreshold))
+        , m_mostText(std::max(static_cast<size_t>(document.size()) * longestTexts, amplificationThreshold))
+        // In pieces: of a whole document the parser makes a copy.
+        , m_context(document.isEmpty()
+                        ? nullptr
+                        : xmlCreateIOParserCtxt(
+                              nullptr, nullptr,
+                              [](void *parser, char *buffer, int length) {
+                                  return static_cast<Parser *>(parser)->readMore(buffer, length);
+                              },
+                              nullptr, this, XML_CHAR_ENCODING_NONE)) {}
 
     TXError parse() {
         if (!m_context)
@@ -80,7 +116,10 @@ public:
         m_context->_private = this;
         xmlCtxtUseOptions(m_context.get(), options | XML_PARSE_HUGE);
         setHandlers(*m_context->sax);
+        xmlDictSetLimit(m_context->dict, longestNames);
         xmlParseDocument(m_context.get());
+        if (m_visitorError)
+            return m_visitorError;
         if (m_context->wellFormed && m_error.isNull())
             return {};
         return unreadableFeed(u"%1 (line %2, column %3)"_s.arg(m_error.isNull() ? u"it is broken"_s : m_error)
@@ -99,6 +138,29 @@ private:
     }
     static const char *plain(const xmlChar *text) { return reinterpret_cast<const char *>(text); }
 
+    /// Hands out the next piece of the document. A tag, and a document type, is read as a whole before
+    /// anybody hears of it, and the parser makes more of both than their length: here they end when they are
+    /// too long.
+    int readMore(char *buffer, int length) {
+        const bool isInDoctype = m_doctypeBegin >= 0;
+        const auto state = m_context ? m_context->instate : XML_PARSER_START;
+        const bool mayBeTag = state == XML_PARSER_CONTENT || state == XML_PARSER_ATTRIBUTE_VALUE ||
+                              state == XML_PARSER_START_TAG;
+        if (!mayBeTag)
+            m_lastEvent = m_position; // comments and the like, of which nobody hears
+        // The parser must not be stopped here, where it is in the middle of its input; without more of that
+        // it comes to its end.
+        if (isInDoctype && m_position - m_doctypeBegin > longestDoctype)
+            return noteHere(u"its document type is longer than %1 bytes"_s.arg(longestDoctype));
+        if (m_position - m_lastEvent > longestTag)
+            return noteHere(u"a tag is longer than %1 bytes"_s.arg(longestTag));
+        constexpr qsizetype piece = 4096; // what is read ahead counts as read
+        const auto count = std::min({qsizetype(length), piece, m_document.size() - m_position});
+        std::memcpy(buffer, m_document.constData() + m_position, static_cast<size_t>(count));
+        m_position += count;
+        return static_cast<int>(count);
+    }
+
     static void setHandlers(xmlSAXHandler &handler) {
         // The older interface: elements and attributes come under their names as written.
         handler.initialized = 1;
@@ -109,7 +171,9 @@ private:
             self(context).begin(static_cast<xmlParserCtxt *>(context), plain(name),
                                 attributes ? reinterpret_cast<const char *const *>(attributes) : none);
         };
-        handler.endElement = [](void *context, const xmlChar *) { self(context).end(); };
+        handler.endElement = [](void *context, const xmlChar *) {
+            self(context).end(static_cast<xmlParserCtxt *>(context));
+        };
         handler.characters = [](void *context, const xmlChar *text, int length) {
             self(context).add(static_cast<xmlParserCtxt *>(context),
                               {plain(text), static_cast<size_t>(length)});
@@ -125,6 +189,7 @@ private:
         // A document with a DTD of its own keeps the parser's limits, which a long text alone may exceed.
         handler.internalSubset = [](void *context, const xmlChar *name, const xmlChar *externalId,
                                     const xmlChar *systemId) {
+            self(context).m_doctypeBegin = self(context).m_position;
             xmlCtxtUseOptions(static_cast<xmlParserCtxt *>(context), options);
             xmlSAX2InternalSubset(context, name, externalId, systemId);
         };
@@ -163,6 +228,15 @@ private:
         m_column = error.int2;
     }
 
+    int noteHere(const QString &why) {
+        if (m_error.isNull()) {
+            m_error = why;
+            m_line = xmlSAX2GetLineNumber(m_context.get());
+            m_column = xmlSAX2GetColumnNumber(m_context.get());
+        }
+        return -1;
+    }
+
     void stop(xmlParserCtxt *context, const QString &why) {
         if (m_error.isNull()) {
             m_error = why;
@@ -176,13 +250,15 @@ private:
     /// contexts of their own, comes to an end wherever it is.
     xmlEntityPtr counted(void *context, xmlEntityPtr entity) {
         const size_t length = entity && entity->length > 0 ? static_cast<size_t>(entity->length) : 0;
-        return isBounded(static_cast<xmlParserCtxt *>(context), costOfElement + length) ? entity : nullptr;
+        return isBounded(static_cast<xmlParserCtxt *>(context), costOfElement, length) ? entity : nullptr;
     }
 
     /// Counts what the document has become so far; false when that is too much.
-    bool isBounded(xmlParserCtxt *context, size_t length) {
-        m_delivered += length;
-        if (m_delivered <= m_mostDelivered)
+    bool isBounded(xmlParserCtxt *context, size_t cost, size_t text) {
+        m_lastEvent = m_position;
+        m_delivered += cost + text;
+        m_deliveredText += text;
+        if (m_delivered <= m_mostDelivered && m_deliveredText <= m_mostText)
             return true;
         stop(context, u"its entities expand to too much"_s);
         return false;
@@ -190,14 +266,15 @@ private:
 
     void begin(xmlParserCtxt *context, const char *name, const char *const *attributes) {
         ++m_depth;
+        m_doctypeBegin = -1; // it is over
         if (m_depth > deepestNesting)
             stop(context, u"elements are nested more than %1 deep"_s.arg(deepestNesting));
-        else if (!isBounded(context, costOfElement))
+        else if (!isBounded(context, costOfElement, 0))
             return;
         else if (m_depth <= itemDepth)
             beginOnPath(name, attributes);
         else if (m_inItem && m_depth == itemDepth + 1)
-            beginChild(name, attributes);
+            beginChild(context, name, attributes);
     }
 
     /// Follows /rss/channel/item, whose names are in no namespace.
@@ -218,35 +295,47 @@ private:
         }
     }
 
-    void beginChild(const char *name, const char *const *attributes) {
+    void beginChild(xmlParserCtxt *context, const char *name, const char *const *attributes) {
         if (std::strcmp(name, "enclosure") == 0) {
             m_item.hasEnclosure = true;
             attributesAsDictionary(attributes, m_item.enclosure);
         } else {
             m_text = &m_item.elements.replace(name);
+            if (m_item.elements.size() > mostElementsOfAnItem)
+                stop(context, u"an item has more than %1 elements"_s.arg(mostElementsOfAnItem));
         }
     }
 
     void add(xmlParserCtxt *context, std::string_view text) {
-        if (isBounded(context, text.size()) && m_text)
+        if (isBounded(context, 0, text.size()) && m_text)
             m_text->append(text);
     }
 
-    void end() {
+    void end(xmlParserCtxt *context) {
+        m_lastEvent = m_position;
         if (m_text && m_depth == itemDepth + 1) {
             trim(*m_text);
             m_text = nullptr;
         } else if (m_inItem && m_depth == itemDepth) {
             m_inItem = false;
-            m_visit(m_item, m_index++);
+            m_visitorError = m_visit(m_item, m_index++);
+            if (m_visitorError)
+                stop(context, {});
         }
         --m_depth;
     }
 
-    const Visitor &m_visit;
-    std::unique_ptr<xmlParserCtxt, DeleteContext> m_context;
+    const AppcastVisitor &m_visit;
+    const QByteArray &m_document;
+    qsizetype m_position = 0;      ///< what the parser has been given
+    qsizetype m_lastEvent = 0;     ///< the position when it last told of something
+    qsizetype m_doctypeBegin = -1; ///< or there is none
     const size_t m_mostDelivered;
+    const size_t m_mostText;
     size_t m_delivered = 0;
+    size_t m_deliveredText = 0;
+    std::unique_ptr<xmlParserCtxt, DeleteContext> m_context;
+    TXError m_visitorError;
     QString m_error;
     int m_line = 1;
     int m_column = 1;
@@ -261,8 +350,7 @@ private:
 
 } // namespace
 
-TXError forEachAppcastItem(const QByteArray &document,
-                           const std::function<void(const AppcastItem &, qsizetype)> &visit) {
+TXError forEachAppcastItem(const QByteArray &document, const AppcastVisitor &visit) {
     return Parser(document, visit).parse();
 }
 

@@ -4,6 +4,7 @@
 #include "core/relevance.h"
 #include "core/versioncomparison.h"
 #include "feed/appcastparser.h"
+#include "feed/feedbudget.h"
 #include "feed/updateentry.h"
 
 using namespace Qt::StringLiterals;
@@ -62,26 +63,33 @@ bool describesUpdate(const FeedEntry &entry, QString *failureReason) {
 
 Result<TXUpdateFeed::TrackMap> readAppcast(const QByteArray &data, const ReaderContext &context) {
     PackedEntries updates;
-    const TXError error = forEachAppcastItem(data, [&](const AppcastItem &item, qsizetype index) {
+    FeedBudget budget(data.size());
+    const TXError error = forEachAppcastItem(data, [&](const AppcastItem &item, qsizetype index) -> TXError {
         const FeedEntry entry = entryFrom(item);
         QString reason;
         if (describesUpdate(entry, context.skipped ? &reason : nullptr)) {
             const QString version = entry.text(Member::Build);
             if (context.keepsIrrelevant || isVersionNewer(version, context.appBuild)) {
+                if (!context.keepsIrrelevant && !budget.takeItem(entry))
+                    return unreadableFeed(u"its items take too much memory"_s);
                 updates.append(entry);
-                return;
+                return {};
             }
             if (context.skipped)
                 reason = describe(Objection::NotNewer, {}, version, context.appBuild, context.systemVersion);
         }
         if (context.skipped)
             context.skipped({releaseTrack, index, reason});
+        return {};
     });
     if (error)
         return error;
-    const TXUpdateTrackPtr track = TXUpdateTrack::trackWithUpdates(
-        releaseTrack, [updates = std::move(updates)] { return updatesFrom(updates, WithConditions::No); },
-        {});
+    const TXUpdateTrackPtr track =
+        TXUpdateTrack::trackWithItems(releaseTrack,
+                                      [updates = std::move(updates), isSecure = context.isSecure] {
+                                          return updatesFrom(updates, WithConditions::No, isSecure);
+                                      },
+                                      {});
     return TXUpdateFeed::TrackMap{{releaseTrack, track}};
 }
 

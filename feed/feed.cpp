@@ -4,9 +4,11 @@
 #include "core/names.h"
 #include "core/settings.h"
 #include "feed/appcastreader.h"
+#include "feed/feedlimits.h"
 #include "feed/jsonreader.h"
 #include "feed/requestbody.h"
 #include "platform/localization.h"
+#include "platform/loopbackname.h"
 #include "platform/services.h"
 #include "platform/urlloading.h"
 
@@ -22,8 +24,18 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr qint64 largestFeed = 64LL << 20;
 const QString releaseTrack = u"release"_s;
+
+/// Once in a process: the settings of a host do not get better by repeating it.
+void warnAboutInsecureFeed(const QUrl &url) {
+    static std::atomic_flag hasWarned;
+    if (url.scheme() != u"http" || tx::isLoopbackName(url.host()) || hasWarned.test_and_set())
+        return;
+    TXLog(TXLogLevelFailure,
+          u"TXUpdate: The feed's URL %@ is not secure: whoever controls the network in between can replace "
+          "the update. Give the feed and its archives https URLs."_s,
+          {url.toString(QUrl::RemoveUserInfo | QUrl::RemoveQuery)});
+}
 
 } // namespace
 
@@ -125,10 +137,11 @@ TXUpdateFeedPtr TXUpdateFeed::owned() {
 void TXUpdateFeed::fetch() {
     if (d->isFetched.exchange(true))
         return;
+    warnAboutInsecureFeed(d->url);
     tx::UrlRequest request;
     request.url = URLWithParameters();
     request.timeout = std::chrono::seconds(30);
-    request.sizeLimit = largestFeed;
+    request.sizeLimit = tx::largestFeed();
     request.timeLimit = tx::services().feedTimeLimit;
     request.headers = {{"Cache-Control", "no-cache"}};
     request.body = requestBody();
@@ -150,11 +163,11 @@ void TXUpdateFeed::fetch() {
 }
 
 void TXUpdateFeed::parseJSONData(const QByteArray &data) {
-    completedWithTracks(tx::readJsonFeed(data, tx::ReaderContext::forHost()));
+    completedWithTracks(tx::readJsonFeed(data, tx::ReaderContext::forHost(d->url)));
 }
 
 void TXUpdateFeed::parseXMLData(const QByteArray &data) {
-    completedWithTracks(tx::readAppcast(data, tx::ReaderContext::forHost()));
+    completedWithTracks(tx::readAppcast(data, tx::ReaderContext::forHost(d->url)));
 }
 
 void TXUpdateFeed::completedWithTracks(const tx::Result<TrackMap> &tracks) {

@@ -60,6 +60,17 @@ std::optional<FeedEntry::Member> FeedEntry::memberNamed(std::string_view name) {
     return std::nullopt;
 }
 
+void FeedEntry::setOwned(Member member, std::string text) {
+    for (auto &[owner, owned] : m_owned) {
+        if (owner == member) {
+            owned = std::move(text);
+            set(member, owned);
+            return;
+        }
+    }
+    set(member, m_owned.emplace_front(member, std::move(text)).second);
+}
+
 std::string_view FeedEntry::nameOf(Member member) { return names[static_cast<size_t>(member)]; }
 
 QString FeedEntry::text(Member member) const {

@@ -52,7 +52,7 @@ public:
 
     /// `text` must outlive the entry.
     void set(Member member, std::string_view text) { m_texts[static_cast<size_t>(member)] = text; }
-    void setOwned(Member member, std::string text) { set(member, m_owned.emplace_front(std::move(text))); }
+    void setOwned(Member member, std::string text);
     void clear(Member member) { m_texts[static_cast<size_t>(member)] = {}; }
 
     [[nodiscard]] bool has(Member member) const {
@@ -67,7 +67,8 @@ public:
 
 private:
     std::array<std::string_view, memberCount> m_texts{};
-    std::forward_list<std::string> m_owned; ///< texts keep their place as more are added
+    /// One for a member at most. Texts keep their place as more are added.
+    std::forward_list<std::pair<Member, std::string>> m_owned;
 };
 
 } // namespace tx

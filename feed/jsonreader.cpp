@@ -4,6 +4,7 @@
 #include "core/names.h"
 #include "core/relevance.h"
 #include "core/versioncomparison.h"
+#include "feed/feedbudget.h"
 #include "feed/feedvalues.h"
 #include "feed/updateentry.h"
 
@@ -13,6 +14,9 @@
 
 #include <simdjson.h>
 
+#include <cstring>
+#include <utility>
+
 using namespace Qt::StringLiterals;
 
 namespace tx {
@@ -20,7 +24,13 @@ namespace tx {
 namespace {
 
 using Member = FeedEntry::Member;
-namespace dom = simdjson::dom;
+namespace ondemand = simdjson::ondemand;
+using simdjson::error_code;
+
+constexpr int deepestNesting = 256;
+/// Of a member that is a list or an object.
+constexpr size_t longestTextForm = 1 << 20;
+constexpr int depthOfMember = 4; // within the document, its track and its entry
 
 QString fromUtf8(std::string_view text) {
     return QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size()));
@@ -34,45 +44,215 @@ std::string textOfNumber(double number) {
     return QByteArray::number(number, 'g', QLocale::FloatingPointShortest).toStdString();
 }
 
-/// Stores one member as a text. What is no text stands in its text form.
-void store(FeedEntry &entry, Member member, dom::element value) {
-    switch (value.type()) {
-    case dom::element_type::STRING:
-        entry.set(member, value.get_string().value_unsafe());
-        break;
-    case dom::element_type::INT64:
-        entry.setOwned(member, std::to_string(value.get_int64().value_unsafe()));
-        break;
-    case dom::element_type::UINT64:
-        entry.setOwned(member, std::to_string(value.get_uint64().value_unsafe()));
-        break;
-    case dom::element_type::DOUBLE: {
-        const double number = value.get_double().value_unsafe();
-        entry.setOwned(member, std::abs(number) < 9e15 ? textOfNumber(number)
-                                                       : QByteArray::number(number).toStdString());
-        break;
+std::string textOfNumber(ondemand::number number) {
+    if (number.is_int64())
+        return std::to_string(number.get_int64());
+    if (number.is_uint64())
+        return std::to_string(number.get_uint64());
+    const double value = number.get_double();
+    constexpr double longest = 9e15;
+    return std::abs(value) < longest ? textOfNumber(value) : QByteArray::number(value).toStdString();
+}
+
+void appendQuoted(std::string &json, std::string_view text) {
+    constexpr char hexadecimal[] = "0123456789abcdef";
+    json += '"';
+    for (const char c : text) {
+        const auto value = static_cast<unsigned char>(c);
+        if (c == '"' || c == '\\')
+            (json += '\\') += c;
+        else if (value < 0x20)
+            ((json += "\\u00") += hexadecimal[value >> 4]) += hexadecimal[value & 0x0F];
+        else
+            json += c;
     }
-    case dom::element_type::BOOL:
-        entry.setOwned(member, value.get_bool().value_unsafe() ? "1" : "0");
-        break;
-    case dom::element_type::NULL_VALUE:
+    json += '"';
+}
+
+/// The text of a string. Nearly all of them hold no escapes and are taken from the document as they are.
+error_code readText(ondemand::value value, std::string_view &text) {
+    const std::string_view token = value.raw_json_token(); // with the quotes, and blanks behind them
+    if (std::memchr(token.data(), '\\', token.size()))
+        return value.get_string().get(text);
+    const size_t end = token.rfind('"');
+    if (end == std::string_view::npos || end == 0)
+        return simdjson::STRING_ERROR;
+    text = token.substr(1, end - 1);
+    ondemand::raw_json_string unused;
+    return value.get_raw_json_string().get(unused);
+}
+
+/// The name of a member, likewise.
+template <typename Field>
+error_code readName(Field &field, std::string_view &name) {
+    ondemand::raw_json_string raw;
+    if (const error_code error = field.key().get(raw))
+        return error;
+    const char *end = raw.raw();
+    while (*end != '"' && *end != '\\') // there is a quote: the parser has looked for it
+        ++end;
+    if (*end == '\\')
+        return field.unescaped_key().get(name);
+    name = {raw.raw(), static_cast<size_t>(end - raw.raw())};
+    return simdjson::SUCCESS;
+}
+
+error_code readNull(ondemand::value value) {
+    bool isNull = false;
+    const error_code error = value.is_null().get(isNull);
+    return !error && !isNull ? simdjson::N_ATOM_ERROR : error;
+}
+
+/// Reads a value to its end, so that whatever is wrong in it is found, and writes it as JSON without blanks
+/// when that is wanted. `depth`: of the value.
+error_code walk(ondemand::value value, int depth, std::string *json) {
+    if (depth > deepestNesting)
+        return simdjson::DEPTH_ERROR;
+    if (json && json->size() > longestTextForm)
+        return simdjson::CAPACITY;
+    ondemand::json_type type{};
+    if (const error_code error = value.type().get(type))
+        return error;
+    switch (type) {
+    case ondemand::json_type::array: {
+        ondemand::array array;
+        if (const error_code error = value.get_array().get(array))
+            return error;
+        char before = '[';
+        for (auto element : array) {
+            ondemand::value child;
+            if (const error_code error = element.get(child))
+                return error;
+            if (json)
+                *json += std::exchange(before, ',');
+            if (const error_code error = walk(child, depth + 1, json))
+                return error;
+        }
+        if (json)
+            *json += before == '[' ? "[]" : "]";
+        return simdjson::SUCCESS;
+    }
+    case ondemand::json_type::object: {
+        ondemand::object object;
+        if (const error_code error = value.get_object().get(object))
+            return error;
+        char before = '{';
+        for (auto field : object) {
+            std::string_view key;
+            if (const error_code error = readName(field, key))
+                return error;
+            if (json) {
+                *json += std::exchange(before, ',');
+                appendQuoted(*json, key);
+                *json += ':';
+            }
+            ondemand::value child;
+            if (const error_code error = field.value().get(child))
+                return error;
+            if (const error_code error = walk(child, depth + 1, json))
+                return error;
+        }
+        if (json)
+            *json += before == '{' ? "{}" : "}";
+        return simdjson::SUCCESS;
+    }
+    case ondemand::json_type::string: {
+        std::string_view text;
+        const error_code error = readText(value, text);
+        if (!error && json)
+            appendQuoted(*json, text);
+        return error;
+    }
+    case ondemand::json_type::number: {
+        ondemand::number number;
+        const error_code error = value.get_number().get(number);
+        if (!error && json)
+            *json += textOfNumber(number);
+        return error;
+    }
+    case ondemand::json_type::boolean: {
+        bool boolean = false;
+        const error_code error = value.get_bool().get(boolean);
+        if (!error && json)
+            *json += boolean ? "true" : "false";
+        return error;
+    }
+    case ondemand::json_type::null: {
+        if (json)
+            *json += "null";
+        return readNull(value);
+    }
+    }
+    return simdjson::TAPE_ERROR;
+}
+
+/// Stores one member as a text. What is no text stands in its text form.
+error_code store(FeedEntry &entry, Member member, ondemand::value value) {
+    ondemand::json_type type{};
+    if (const error_code error = value.type().get(type))
+        return error;
+    std::string_view text;
+    error_code error = simdjson::SUCCESS;
+    switch (type) {
+    case ondemand::json_type::string:
+        error = readText(value, text);
+        if (!error)
+            entry.set(member, text);
+        return error;
+    case ondemand::json_type::number: {
+        ondemand::number number;
+        error = value.get_number().get(number);
+        if (!error)
+            entry.setOwned(member, textOfNumber(number));
+        return error;
+    }
+    case ondemand::json_type::boolean: {
+        bool boolean = false;
+        error = value.get_bool().get(boolean);
+        entry.setOwned(member, boolean ? "1" : "0");
+        return error;
+    }
+    case ondemand::json_type::null:
         entry.clear(member);
-        break;
-    case dom::element_type::ARRAY:
-    case dom::element_type::OBJECT:
-        entry.setOwned(member, simdjson::minify(value));
-        break;
+        return readNull(value);
+    default: {
+        std::string json;
+        error = walk(value, depthOfMember, &json);
+        entry.setOwned(member, std::move(json));
+        return error;
+    }
     }
 }
 
-FeedEntry entryFrom(dom::object object) {
-    FeedEntry entry;
-    for (const dom::key_value_pair &pair : object) {
-        if (const std::optional<Member> member = FeedEntry::memberNamed(pair.key))
-            store(entry, *member, pair.value);
+error_code readMembers(ondemand::object object, FeedEntry &entry) {
+    for (auto field : object) {
+        std::string_view key;
+        ondemand::value value;
+        if (const error_code error = readName(field, key))
+            return error;
+        if (const error_code error = field.value().get(value))
+            return error;
+        const std::optional<Member> member = FeedEntry::memberNamed(key);
+        if (const error_code error =
+                member ? store(entry, *member, value) : walk(value, depthOfMember, nullptr))
+            return error;
     }
-    return entry;
+    return simdjson::SUCCESS;
 }
+
+TXError brokenDocument(error_code error) {
+    if (error == simdjson::CAPACITY)
+        return unreadableFeed(
+            u"a list or an object, where a text belongs, is longer than %1 bytes"_s.arg(longestTextForm));
+    return unreadableFeed(QString::fromUtf8(simdjson::error_message(error)));
+}
+
+/// Either what is wrong with the document, which ends it, or with one track, which another one of its name
+/// may replace.
+struct Outcome {
+    TXError document;
+    TXError track;
+};
 
 /// False, with the reason, when the entry lacks what an update needs.
 bool describesUpdate(const FeedEntry &entry, QString *failureReason) {
@@ -88,28 +268,71 @@ bool describesUpdate(const FeedEntry &entry, QString *failureReason) {
 
 class TrackReader {
 public:
-    TrackReader(const QString &name, const ReaderContext &context)
+    TrackReader(const QString &name, const ReaderContext &context, FeedBudget &budget)
         : m_name(name)
-        , m_context(context) {}
+        , m_context(context)
+        , m_budget(budget) {}
 
-    TXError read(dom::array entries) {
+    Outcome read(ondemand::array entries) {
         qsizetype index = 0;
-        for (const dom::element element : entries) {
-            dom::object object;
-            if (element.get(object) != simdjson::SUCCESS)
-                return unreadableFeed(u"entry %1 of the track \"%2\" is no object"_s.arg(index).arg(m_name));
-            readEntry(entryFrom(object), index++);
+        TXError noObject;
+        for (auto element : entries) {
+            ondemand::value value;
+            if (const error_code error = element.get(value))
+                return {brokenDocument(error), {}};
+            ondemand::json_type type{};
+            if (const error_code error = value.type().get(type))
+                return {brokenDocument(error), {}};
+            if (type != ondemand::json_type::object) {
+                if (const error_code error = walk(value, depthOfEntry, nullptr))
+                    return {brokenDocument(error), {}};
+                if (!noObject)
+                    noObject =
+                        unreadableFeed(u"entry %1 of the track \"%2\" is no object"_s.arg(index).arg(m_name));
+                continue;
+            }
+            FeedEntry entry;
+            ondemand::object object;
+            error_code error = value.get_object().get(object);
+            if (!error)
+                error = readMembers(object, entry);
+            if (error)
+                return {brokenDocument(error), {}};
+            readEntry(entry, index++);
+            if (m_isTooMuch)
+                return {unreadableFeed(u"its entries take too much memory"_s), {}};
         }
-        return {};
+        return {{}, noObject};
     }
 
     [[nodiscard]] TXUpdateTrackPtr takeTrack() {
-        return TXUpdateTrack::trackWithUpdates(
-            m_name, [updates = std::move(m_updates)] { return updatesFrom(updates, WithConditions::Yes); },
-            m_posts);
+        std::function<QList<TXUpdatePtr>()> makeUpdates;
+        if (!m_updates.isEmpty())
+            makeUpdates = [updates = std::move(m_updates), isSecure = m_context.isSecure] {
+                return updatesFrom(updates, WithConditions::Yes, isSecure);
+            };
+        std::function<QList<TXUpdatePostPtr>()> makePosts;
+        if (!m_posts.isEmpty())
+            makePosts = [posts = std::move(m_posts)] {
+                QList<TXUpdatePostPtr> result;
+                posts.forEach([&result](const FeedEntry &entry) {
+                    result.append(json_postFromDictionary(entry, nullptr));
+                });
+                return result;
+            };
+        return TXUpdateTrack::trackWithItems(m_name, std::move(makeUpdates), std::move(makePosts));
     }
 
 private:
+    static constexpr int depthOfEntry = depthOfMember - 1;
+
+    void keep(PackedEntries &entries, const FeedEntry &entry) {
+        if (m_context.keepsIrrelevant || m_budget.takeItem(entry))
+            entries.append(entry);
+        else
+            m_isTooMuch = true;
+    }
+
     void readEntry(const FeedEntry &entry, qsizetype index) {
         const std::string_view type = entry.bytes(Member::Type);
         if (type == "build")
@@ -138,7 +361,7 @@ private:
             skip(index, describe(objection, TXUpdateItemConditions::conditionsFromDictionary(entry),
                                  entry.text(Member::Build), m_context.appBuild, m_context.systemVersion));
         else
-            m_updates.append(entry);
+            keep(m_updates, entry);
     }
 
     Objection objectionToUpdate(const FeedEntry &entry) const {
@@ -174,7 +397,7 @@ private:
                     describe(objection, *post->conditions(), {}, m_context.appBuild, m_context.systemVersion);
         }
         if (reason.isNull())
-            m_posts.append(post);
+            keep(m_posts, entry);
         else
             skip(index, reason);
     }
@@ -186,8 +409,40 @@ private:
 
     QString m_name;
     const ReaderContext &m_context;
+    FeedBudget &m_budget;
     PackedEntries m_updates;
-    QList<TXUpdatePostPtr> m_posts;
+    PackedEntries m_posts;
+    bool m_isTooMuch = false;
+};
+
+/// The document's bytes in UTF-8 with the room behind them that the parser needs, which is usually there: a
+/// copy of the whole document is made only where it is not.
+class PaddedDocument {
+public:
+    explicit PaddedDocument(const QByteArray &data)
+        : m_bytes(data) {
+        const auto encoding = QStringConverter::encodingForData(data);
+        if (encoding == QStringConverter::Utf8)
+            m_begin = 3;
+        else if (encoding)
+            m_bytes = asUtf8(data);
+        const qsizetype needed = m_bytes.size() + static_cast<qsizetype>(simdjson::SIMDJSON_PADDING);
+        if (m_bytes.capacity() >= needed)
+            return;
+        QByteArray copy;
+        copy.reserve(needed);
+        copy.append(m_bytes);
+        m_bytes = copy;
+    }
+    [[nodiscard]] simdjson::padded_string_view view() const {
+        return simdjson::padded_string_view(m_bytes.constData() + m_begin, size(),
+                                            size() + simdjson::SIMDJSON_PADDING);
+    }
+    [[nodiscard]] size_t size() const { return static_cast<size_t>(m_bytes.size() - m_begin); }
+
+private:
+    QByteArray m_bytes;
+    qsizetype m_begin = 0; ///< behind a byte order mark
 };
 
 } // namespace
@@ -205,32 +460,61 @@ QByteArray asUtf8(const QByteArray &data) {
 }
 
 Result<TXUpdateFeed::TrackMap> readJsonFeed(const QByteArray &data, const ReaderContext &context) {
-    const QByteArray document = asUtf8(data);
-    constexpr size_t deepestNesting = 256;
-    dom::parser parser;
-    if (parser.allocate(static_cast<size_t>(document.size()), deepestNesting) != simdjson::SUCCESS)
+    const PaddedDocument bytes(data);
+    // The parser walks over the document and makes nothing of it but a list of places; a tree of its values
+    // would take many times its size.
+    ondemand::parser parser;
+    if (parser.allocate(bytes.size(), size_t(deepestNesting) + 16) != simdjson::SUCCESS)
         return unreadableFeed(u"it is too large"_s);
-    dom::element root;
-    if (const auto error = parser.parse(document.constData(), static_cast<size_t>(document.size())).get(root))
-        return unreadableFeed(QString::fromUtf8(simdjson::error_message(error)));
-    dom::object tracks;
-    if (root.get(tracks) != simdjson::SUCCESS)
-        return unreadableFeed(u"its top level is no object"_s);
+    ondemand::document document;
+    if (const error_code error = parser.iterate(bytes.view()).get(document))
+        return brokenDocument(error);
+    ondemand::object tracks;
+    if (const error_code error = document.get_object().get(tracks))
+        return error == simdjson::INCORRECT_TYPE ? unreadableFeed(u"its top level is no object"_s)
+                                                 : brokenDocument(error);
 
     // Of members with the same name the last one counts.
-    QMap<QString, dom::element> members;
-    for (const dom::key_value_pair &pair : tracks)
-        members.insert(fromUtf8(pair.key), pair.value);
+    FeedBudget budget(data.size());
     TXUpdateFeed::TrackMap result;
-    for (auto it = members.begin(); it != members.end(); ++it) {
-        dom::array entries;
-        if (it.value().get(entries) != simdjson::SUCCESS)
-            return unreadableFeed(u"the track \"%1\" is no list"_s.arg(it.key()));
-        TrackReader reader(it.key(), context);
-        if (const TXError error = reader.read(entries))
-            return error;
-        result.insert(it.key(), reader.takeTrack());
+    QMap<QString, TXError> wrong;
+    for (auto member : tracks) {
+        std::string_view key;
+        ondemand::value value;
+        ondemand::json_type type{};
+        error_code error = readName(member, key);
+        if (!error)
+            error = member.value().get(value);
+        if (!error)
+            error = value.type().get(type);
+        if (error)
+            return brokenDocument(error);
+        const QString name = fromUtf8(key);
+        wrong.remove(name);
+        if (type != ondemand::json_type::array) {
+            constexpr int depthOfTrack = 2;
+            if (const error_code broken = walk(value, depthOfTrack, nullptr))
+                return brokenDocument(broken);
+            wrong.insert(name, unreadableFeed(u"the track \"%1\" is no list"_s.arg(name)));
+            continue;
+        }
+        ondemand::array entries;
+        if (const error_code broken = value.get_array().get(entries))
+            return brokenDocument(broken);
+        TrackReader reader(name, context, budget);
+        const Outcome outcome = reader.read(entries);
+        if (outcome.document)
+            return outcome.document;
+        if (outcome.track)
+            wrong.insert(name, outcome.track);
+        else if (!context.keepsIrrelevant && !budget.takeTrack())
+            return unreadableFeed(u"its tracks take too much memory"_s);
+        result.insert(name, reader.takeTrack());
     }
+    if (document.current_location().error() != simdjson::OUT_OF_BOUNDS)
+        return brokenDocument(simdjson::TRAILING_CONTENT);
+    if (!wrong.isEmpty())
+        return wrong.first();
     return result;
 }
 

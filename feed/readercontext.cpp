@@ -10,12 +10,13 @@ using namespace Qt::StringLiterals;
 
 namespace tx {
 
-ReaderContext ReaderContext::forHost() {
+ReaderContext ReaderContext::forHost(const QUrl &feedURL) {
     const TXUpdateHost *host = TXUpdateHost::host();
     ReaderContext context;
     context.appBuild = host->version();
     context.systemVersion = host->systemVersionString();
     context.now = services().now();
+    context.isSecure = feedURL.scheme() == u"https";
     return context;
 }
 

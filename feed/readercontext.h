@@ -4,6 +4,7 @@
 #include <TarvixUpdate/TXUpdateFeed.h>
 
 #include <QDateTime>
+#include <QUrl>
 
 #include <functional>
 
@@ -25,9 +26,11 @@ struct ReaderContext {
     std::function<void(const SkippedEntry &)> skipped;
     /// Keeps entries that only do not apply to this build or system.
     bool keepsIrrelevant = false;
+    /// The feed has an https URL, so it may name only https archives; others cannot be downloaded.
+    bool isSecure = false;
 
-    /// The running host, now.
-    static ReaderContext forHost();
+    /// The running host, now, and a feed from this URL.
+    static ReaderContext forHost(const QUrl &feedURL);
 };
 
 /// The error of a reader: what is wrong with the document, and where.

@@ -23,36 +23,45 @@ const QString handledPostsKey = u"handledPosts"_s;
 } // namespace
 
 /// What a reader found, until somebody asks for objects: making them on the reader's thread and moving each
-/// to the main thread takes as long as reading the document.
-struct TXUpdateTrack::Updates {
-    std::once_flag once;
-    std::function<QList<TXUpdatePtr>()> make;
-    QList<TXUpdatePtr> made;
+/// to the main thread takes as long as reading the document, and they take more memory than it.
+struct TXUpdateTrack::Items {
+    template <typename Item>
+    struct List {
+        std::once_flag once;
+        std::function<QList<Item>()> make;
+        QList<Item> made;
+
+        QList<Item> get() {
+            std::call_once(once, [this] {
+                if (const auto maker = std::exchange(make, nullptr))
+                    made = maker();
+            });
+            return made;
+        }
+    };
+    List<TXUpdatePtr> updates;
+    List<TXUpdatePostPtr> posts;
 };
 
 TXUpdateTrack::TXUpdateTrack(const QString &name, const QList<TXUpdatePtr> &updates,
                              const QList<TXUpdatePostPtr> &posts)
     : m_name(name)
-    , m_updates(std::make_shared<Updates>())
-    , m_posts(posts) {
-    m_updates->made = updates;
+    , m_items(std::make_shared<Items>()) {
+    m_items->updates.made = updates;
+    m_items->posts.made = posts;
 }
 
 std::shared_ptr<TXUpdateTrack>
-TXUpdateTrack::trackWithUpdates(const QString &name, std::function<QList<TXUpdatePtr>()> makeUpdates,
-                                const QList<TXUpdatePostPtr> &posts) {
-    auto track = std::make_shared<TXUpdateTrack>(name, QList<TXUpdatePtr>(), posts);
-    track->m_updates->make = std::move(makeUpdates);
+TXUpdateTrack::trackWithItems(const QString &name, std::function<QList<TXUpdatePtr>()> makeUpdates,
+                              std::function<QList<TXUpdatePostPtr>()> makePosts) {
+    auto track = std::make_shared<TXUpdateTrack>(name, QList<TXUpdatePtr>(), QList<TXUpdatePostPtr>());
+    track->m_items->updates.make = std::move(makeUpdates);
+    track->m_items->posts.make = std::move(makePosts);
     return track;
 }
 
-QList<TXUpdatePtr> TXUpdateTrack::updates() const {
-    std::call_once(m_updates->once, [this] {
-        if (const auto make = std::exchange(m_updates->make, nullptr))
-            m_updates->made = make();
-    });
-    return m_updates->made;
-}
+QList<TXUpdatePtr> TXUpdateTrack::updates() const { return m_items->updates.get(); }
+QList<TXUpdatePostPtr> TXUpdateTrack::posts() const { return m_items->posts.get(); }
 
 TXUpdatePtr TXUpdateTrack::recommendedUpdate() const { return recommendedUpdateBefore({}); }
 
@@ -75,7 +84,7 @@ TXUpdatePtr TXUpdateTrack::recommendedUpdateBefore(const QDateTime &limit) const
 
 QList<TXUpdatePostPtr> TXUpdateTrack::postsSinceDate(const QDateTime &date) const {
     QList<TXUpdatePostPtr> result;
-    for (const TXUpdatePostPtr &post : m_posts) {
+    for (const TXUpdatePostPtr &post : posts()) {
         const QDateTime postDate = post->date();
         if (!postDate.isValid() || postDate >= date)
             result.append(post);

@@ -24,7 +24,7 @@ void logMissingDate(const FeedEntry &entry) {
     TXLog(TXLogLevelDetail, u"Update has no date: %@"_s, {entry.description()});
 }
 
-TXUpdatePtr updateFrom(const FeedEntry &entry, WithConditions conditions) {
+TXUpdatePtr updateFrom(const FeedEntry &entry, WithConditions conditions, bool isSecure) {
     UpdateFields fields;
     fields.fileURL = encodedUrlFromFeedText(entry.bytes(Member::DownloadURL));
     fields.linkURL = encodedUrlFromFeedText(entry.bytes(Member::WebpageURL));
@@ -35,6 +35,7 @@ TXUpdatePtr updateFrom(const FeedEntry &entry, WithConditions conditions) {
     fields.version = entry.text(Member::Build);
     fields.displayVersion = entry.has(Member::Version) ? entry.text(Member::Version) : fields.version;
     fields.extra = entry.text(Member::Extra);
+    fields.isFromSecureFeed = isSecure;
     const std::string_view automatic = entry.bytes(Member::Autodownload);
     fields.excludeFromAutoDownloading =
         automatic == "false" || automatic == "no" || automatic == "disable" || automatic == "disabled";
@@ -45,9 +46,9 @@ TXUpdatePtr updateFrom(const FeedEntry &entry, WithConditions conditions) {
     return UpdateBuilder::make(std::move(fields));
 }
 
-QList<TXUpdatePtr> updatesFrom(const PackedEntries &entries, WithConditions conditions) {
+QList<TXUpdatePtr> updatesFrom(const PackedEntries &entries, WithConditions conditions, bool isSecure) {
     QList<TXUpdatePtr> result;
-    entries.forEach([&](const FeedEntry &entry) { result.append(updateFrom(entry, conditions)); });
+    entries.forEach([&](const FeedEntry &entry) { result.append(updateFrom(entry, conditions, isSecure)); });
     return result;
 }
 

@@ -16,8 +16,11 @@ void logMissingDate(const FeedEntry &entry);
 /// Whether an update has a record of conditions: those of one kind of feed have, even when it is empty.
 enum class WithConditions : bool { No, Yes };
 
-/// The update that an entry describes. Thread: any; the update belongs to the main thread.
-[[nodiscard]] TXUpdatePtr updateFrom(const FeedEntry &entry, WithConditions conditions);
-[[nodiscard]] QList<TXUpdatePtr> updatesFrom(const PackedEntries &entries, WithConditions conditions);
+/// The update that an entry of a feed describes; `isSecure` when the feed came from an https URL. Thread:
+/// any; the update belongs to the main thread.
+[[nodiscard]] TXUpdatePtr updateFrom(const FeedEntry &entry, WithConditions conditions,
+                                     bool isSecure = false);
+[[nodiscard]] QList<TXUpdatePtr> updatesFrom(const PackedEntries &entries, WithConditions conditions,
+                                             bool isSecure);
 
 } // namespace tx

@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "install/update_p.h"
 
+#include "core/names.h"
 #include "feed/itemdate.h"
+#include "platform/localization.h"
 #include "platform/queues.h"
 #include "platform/services.h"
 #include "platform/userdefaults.h"
@@ -148,7 +150,19 @@ bool TXUpdate::isBugfixVersion() const {
     return TXVersionNumber::versionNumberWithString(d->displayVersion).patchVersion() != 0;
 }
 
-bool TXUpdate::canBeDownloaded() const { return !d->fileURL.isEmpty(); }
+bool TXUpdate::canBeDownloaded() const { return !d->fileURL.isEmpty() && !downloadRefusal(); }
+
+TXError TXUpdate::downloadRefusal() const {
+    if (!d->isFromSecureFeed || d->fileURL.isEmpty() || fileURL().scheme() == u"https")
+        return {};
+    return TXError(tx::updaterErrorDomain, 0, u"The update could not be downloaded."_s,
+                   tx::localizedString(
+                       u"Its archive does not have a secure (https) address, although the list of updates "
+                       "does: the archive could be replaced on the way."_s),
+                   tx::localizedString(u"To update, go to the website and download the latest version "
+                                       "directly."_s))
+        .withUserInfo({{u"url"_s, fileURL().toString(QUrl::RemoveUserInfo)}});
+}
 
 bool TXUpdate::isEqual(const TXUpdate &other) const {
     const Private &o = *other.d;

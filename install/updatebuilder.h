@@ -19,6 +19,7 @@ struct UpdateFields {
     QSizeF preferredDisplaySize{0, 0};
     std::optional<TXUpdateItemConditions> conditions;
     bool excludeFromAutoDownloading = false;
+    bool isFromSecureFeed = false; ///< which names only https archives
 };
 
 /// Makes updates without announcing each property. Thread: any; the update belongs to the main thread, where

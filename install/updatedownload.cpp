@@ -13,6 +13,10 @@
 
 #include <TarvixUpdate/TXLog.h>
 
+#include <QCryptographicHash>
+#include <QHash>
+
+#include <algorithm>
 #include <cerrno>
 #include <limits>
 
@@ -29,6 +33,34 @@ std::pair<QString, QString> splitExtension(const QString &name) {
     if (dot <= 0 || dot == name.size() - 1 || name.size() - dot > longestExtension)
         return {name, u""_s};
     return {name.left(dot), name.mid(dot + 1)};
+}
+
+/// True for a version that a file name takes as it is and that cannot be mistaken for a part of the name
+/// beside it, on any file system.
+bool isPlain(const QString &version) {
+    constexpr std::string_view others = "._+~-";
+    return !version.isEmpty() && std::all_of(version.begin(), version.end(), [others](QChar c) {
+        const char16_t u = c.unicode();
+        return (u >= '0' && u <= '9') || (u >= 'a' && u <= 'z') || (u >= 'A' && u <= 'Z') ||
+               (u < 0x80 && others.find(static_cast<char>(u)) != std::string_view::npos);
+    });
+}
+
+/// A digest that differs when any of the texts does.
+QString digestOf(const QStringList &texts) {
+    QCryptographicHash hash(QCryptographicHash::Sha256);
+    for (const QString &text : texts) {
+        const QByteArray utf8 = text.toUtf8();
+        hash.addData(QByteArray::number(utf8.size()) + ':' + utf8); // "a", "bc" is not "ab", "c"
+    }
+    constexpr qsizetype digits = 32;
+    return QString::fromLatin1(hash.result().toHex().left(digits));
+}
+
+/// Those of this process, in the order of their beginning. Thread: main.
+QList<UpdateDownload *> &runningDownloads() {
+    static QList<UpdateDownload *> downloads;
+    return downloads;
 }
 
 /// The two failures that a user can act on get words of their own.
@@ -59,36 +91,56 @@ TXError missingFileError() {
 
 TXError UpdateDownload::occupyFolder(TXUpdate &update, const QString &folder, const QString &failure) {
     Result<std::unique_ptr<FileLock>> lock = services().fileSystem->tryLock(folder + u".lock"_s);
+    static QHash<QString, QPointer<TXUpdate>> occupants; // of this process
     if (lock) {
         update.d->folderLock = std::move(*lock);
+        occupants.insert(folder, &update);
         return {};
     }
     TXLog(TXLogLevelFailure, u"TXUpdate: %@ cannot be used. %@"_s, {folder, lock.error().toString()});
     const bool isTaken = lock.error().code() == EWOULDBLOCK;
-    return TXError(updaterErrorDomain, 0, failure,
-                   isTaken ? u"Another copy of the application is downloading or installing an update."_s
-                           : lock.error().localizedDescription(),
+    const TXUpdate *const occupant = occupants.value(folder);
+    const bool isTakenHere = occupant && occupant->d->folderLock;
+    QString reason = lock.error().localizedDescription();
+    if (isTaken && isTakenHere && occupant->isInstalling())
+        reason = u"This application is installing another update."_s;
+    else if (isTaken && isTakenHere)
+        reason = u"This application is downloading another update."_s;
+    else if (isTaken)
+        reason = u"Another copy of the application is downloading or installing an update."_s;
+    return TXError(updaterErrorDomain, 0, failure, reason,
                    isTaken ? u"Try again when it is done."_s : QString())
         .withUnderlyingError(lock.error());
 }
 
-QString downloadFileName(const QString &suggestedName, const QString &version) {
+QString downloadFileName(const QString &suggestedName, const QString &version, const QUrl &url) {
     QString name = safeFileName(suggestedName);
+    const bool isNameAltered = name != suggestedName;
     if (name.endsWith(u".txt"_s))
         name.chop(4);
     const auto [stem, extension] = splitExtension(name);
     constexpr qsizetype longestVersion = 40;
     const QString shownVersion = version.isNull() ? u"(null)"_s : safeFileName(version).left(longestVersion);
-    return shortenedFileName(stem, u" - %1.%2"_s.arg(shownVersion, extension));
+    const QString tail = u" - %1.%2"_s.arg(shownVersion, extension);
+    const QString result = shortenedFileName(stem, tail);
+    const bool isVersionPlain = version.isNull() || (version.size() <= longestVersion && isPlain(version));
+    if (!isNameAltered && isVersionPlain && result.size() == stem.size() + tail.size())
+        return result;
+    const QString digest = digestOf({suggestedName, version, url.toString(QUrl::FullyEncoded)});
+    return shortenedFileName(stem, u" - %1=%2.%3"_s.arg(shownVersion, digest, extension));
 }
 
-UpdateDownload::UpdateDownload(TXUpdate &update, TXUpdate::ProgressHandler progress,
+UpdateDownload::UpdateDownload(TXUpdate &update, Choice choice, TXUpdate::ProgressHandler progress,
                                TXUpdate::CompletionHandler completion)
     : m_update(&update)
+    , m_choice(choice)
     , m_progress(std::move(progress))
-    , m_completion(std::move(completion)) {}
+    , m_completion(std::move(completion)) {
+    runningDownloads().append(this);
+}
 
 UpdateDownload::~UpdateDownload() {
+    runningDownloads().removeOne(this);
     // Only a download whose update was destroyed has not reported its end.
     if (m_completion)
         postToMain([completion = std::move(m_completion)] {
@@ -98,10 +150,61 @@ UpdateDownload::~UpdateDownload() {
         });
 }
 
+void UpdateDownload::begin(TXUpdate &update, Choice choice, const TXUpdate::ProgressHandler &progress,
+                           const TXUpdate::CompletionHandler &completion) {
+    TXUpdate::Private &d = *update.d;
+    if (d.isDownloading && choice == Choice::Users)
+        d.download->m_choice = choice; // the user wants what runs already
+    if (d.isDownloading || d.isDownloaded)
+        return;
+    const auto endUnbegun = [&completion](const TXError &error) {
+        if (completion)
+            postToMain([completion, error] { completion(error); });
+    };
+    if (const TXError refusal = update.downloadRefusal()) {
+        TXLog(TXLogLevelFailure, u"TXUpdate: The update is not downloaded: %@"_s, {refusal.toString()});
+        endUnbegun(refusal);
+        return;
+    }
+    const QPointer<TXUpdate> guard(&update);
+    const QList<UpdateDownload *> running = runningDownloads();
+    for (UpdateDownload *other : running) {
+        // One may have gone while another one ended, and one that has ended may be telling so just now.
+        if (!runningDownloads().contains(other) || !other->m_update ||
+            other->m_update->d->download.get() != other)
+            continue;
+        if (other->m_choice == Choice::Automatic) {
+            TXLog(TXLogLevelStep, u"TXUpdate: The download of build %@ gives way to that of build %@"_s,
+                  {other->m_update->version(), update.version()});
+            other->m_update->cancelDownload();
+        } else if (choice == Choice::Automatic) {
+            TXLog(TXLogLevelStep, u"TXUpdate: Build %@ is not downloaded while the user's choice is"_s,
+                  {update.version()});
+            endUnbegun({});
+            return;
+        }
+        if (!guard || d.isDownloading || d.isDownloaded)
+            return endUnbegun({}); // what the handler of the ended one did
+    }
+    d.download = std::make_shared<UpdateDownload>(update, choice, progress, completion);
+    d.downloadSize = 0;
+    d.downloadProgress = 0;
+    d.isDownloading = true;
+    const auto download = d.download;
+    download->start();
+    Q_EMIT update.downloadSizeChanged();
+    if (guard)
+        Q_EMIT update.downloadProgressChanged();
+    if (guard)
+        Q_EMIT update.isDownloadingChanged();
+}
+
 void UpdateDownload::start() {
     UrlRequest request;
     request.url = m_update->fileURL();
-    request.sizeLimit = archiveLimits().archive;
+    const ArchiveLimits limits = archiveLimits();
+    request.sizeLimit = limits.archive;
+    request.minimumRate = limits.rate;
     m_transfer = services().urlLoader->startDownload(request, *this);
 }
 
@@ -132,13 +235,13 @@ void UpdateDownload::downloadDecideDestinationWithSuggestedFilename(UrlDownload 
             false, urlError(UrlErrorCannotCreateFile, m_update->fileURL(), error.localizedDescription()));
         return;
     }
-    // So must it be this download's while it runs: another one would clear it under its hands.
+    // So must it be this download's while it runs: a second one would delete this one's files.
     if (const TXError error = occupyFolder(*m_update, directory, u"The update could not be downloaded."_s)) {
         download.cancel();
         downloadEndedSuccessfully(false, error);
         return;
     }
-    const QString name = downloadFileName(filename, m_update->version());
+    const QString name = downloadFileName(filename, m_update->version(), m_update->fileURL());
     const QString path = directory + u'/' + name;
     m_update->setDownloadPath(path);
     if (const Result<QStringList> entries = files.list(directory)) {
@@ -235,17 +338,7 @@ void UpdateDownload::downloadEndedSuccessfully(bool successful, const TXError &r
 } // namespace tx
 
 void TXUpdate::downloadWithProgress(const ProgressHandler &progress, const CompletionHandler &completion) {
-    if (d->isDownloading || d->isDownloaded)
-        return;
-    d->download = std::make_shared<tx::UpdateDownload>(*this, progress, completion);
-    d->downloadSize = 0;
-    d->downloadProgress = 0;
-    d->isDownloading = true;
-    const auto download = d->download;
-    download->start();
-    Q_EMIT downloadSizeChanged();
-    Q_EMIT downloadProgressChanged();
-    Q_EMIT isDownloadingChanged();
+    tx::UpdateDownload::begin(*this, tx::UpdateDownload::Choice::Users, progress, completion);
 }
 
 void TXUpdate::cancelDownload() {

@@ -12,10 +12,19 @@ namespace tx {
 /// The running download of one update. Thread: main. Owned by the update, and by itself while it reports.
 class UpdateDownload final : public UrlDownloadDelegate, public std::enable_shared_from_this<UpdateDownload> {
 public:
-    UpdateDownload(TXUpdate &update, TXUpdate::ProgressHandler progress,
+    /// Who wants a download. One that the user chose ends those that the framework began by itself, and those
+    /// begin only when the user has chosen none. At most one runs in a process.
+    enum class Choice { Users, Automatic };
+
+    UpdateDownload(TXUpdate &update, Choice choice, TXUpdate::ProgressHandler progress,
                    TXUpdate::CompletionHandler completion);
     ~UpdateDownload() override;
     Q_DISABLE_COPY_MOVE(UpdateDownload)
+
+    /// TXUpdate::downloadWithProgress for either choice. A download that gives way to another one ends as a
+    /// cancelled one does.
+    static void begin(TXUpdate &update, Choice choice, const TXUpdate::ProgressHandler &progress,
+                      const TXUpdate::CompletionHandler &completion);
 
     /// Takes the folder that holds the update's file until `folderLock` goes. One that another update of this
     /// process or of another one uses is an error with the description `failure`. The installer tool takes
@@ -39,6 +48,7 @@ private:
     void reportProgress();
 
     QPointer<TXUpdate> m_update;
+    Choice m_choice;
     TXUpdate::ProgressHandler m_progress;
     TXUpdate::CompletionHandler m_completion;
     std::unique_ptr<UrlDownload> m_transfer;
@@ -47,6 +57,9 @@ private:
 
 /// The name under which an archive is stored: "<suggested name> - <version>.<extension>", a "txt" extension
 /// dropped first. Never leads out of its folder and fits every file system.
-[[nodiscard]] QString downloadFileName(const QString &suggestedName, const QString &version);
+///
+/// A complete file of that name is used again, so a name never means two builds: where the name or the
+/// version does not fit in as it is, "=" and a digest of both and of the URL follow the version.
+[[nodiscard]] QString downloadFileName(const QString &suggestedName, const QString &version, const QUrl &url);
 
 } // namespace tx

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "platform/networkthread.h"
 
+#include "platform/loopbackname.h"
 #include "platform/queues.h"
 
 #include <TarvixUpdate/TXLog.h>
 
-#include <QHostAddress>
 #include <QNetworkProxy>
 #include <QSslError>
 #include <QTimer>
@@ -24,8 +24,7 @@ class SystemProxyFactory final : public QNetworkProxyFactory {
 public:
     QList<QNetworkProxy> queryProxy(const QNetworkProxyQuery &query) override {
         // This machine is reached without a proxy, and without the cost of asking for one.
-        const QString host = query.peerHostName();
-        if (host == u"localhost" || QHostAddress(host).isLoopback())
+        if (isLoopbackName(query.peerHostName()))
             return {QNetworkProxy::NoProxy};
         return systemProxyForQuery(query);
     }
@@ -103,7 +102,6 @@ QNetworkRequest networkRequestFor(const UrlRequest &request) {
     result.setAttribute(QNetworkRequest::CacheLoadControlAttribute, QNetworkRequest::AlwaysNetwork);
     result.setAttribute(QNetworkRequest::CookieLoadControlAttribute, QNetworkRequest::Manual);
     result.setAttribute(QNetworkRequest::CookieSaveControlAttribute, QNetworkRequest::Manual);
-    result.setTransferTimeout(static_cast<int>(request.timeout.count()));
     result.setRawHeader("User-Agent", "TarvixUpdate/" TARVIXUPDATE_VERSION);
     for (const auto &[name, value] : request.headers)
         result.setRawHeader(name, value);
@@ -220,7 +218,7 @@ TXError transportError(const QNetworkReply &reply, bool untrusted) {
         code = UrlErrorCannotFindHost;
         break;
     case QNetworkReply::TimeoutError:
-    case QNetworkReply::OperationCanceledError: // what the transfer time-out raises
+    case QNetworkReply::OperationCanceledError: // what breaking a limit of time raises
         code = UrlErrorTimedOut;
         break;
     case QNetworkReply::SslHandshakeFailedError:

@@ -51,6 +51,11 @@ Services &services() {
         std::chrono::seconds(10),
         std::chrono::seconds(30),
         std::chrono::minutes(5),
+        [] {
+            using namespace std::chrono;
+            return duration_cast<milliseconds>(steady_clock::now().time_since_epoch());
+        },
+        std::chrono::seconds(1),
         std::chrono::seconds(1),
         std::chrono::seconds(5),
         [] { return std::make_shared<bool>(true); },

@@ -62,6 +62,10 @@ struct Services {
     std::chrono::milliseconds installerReadyTime;
     /// How long it may take until all of a feed has come.
     std::chrono::milliseconds feedTimeLimit;
+    /// The time since any fixed moment, on a clock that never goes back, by which transfers keep their
+    /// limits, and how often they look at it. Thread: any.
+    std::function<std::chrono::milliseconds()> transferClock;
+    std::chrono::milliseconds transferTick;
     /// How long a visible check shows that it runs, and how long after its start an application checks first.
     std::chrono::milliseconds checkingPause;
     std::chrono::milliseconds firstCheckDelay;

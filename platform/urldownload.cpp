@@ -6,12 +6,12 @@
 #include "platform/mailbox.h"
 #include "platform/networkthread.h"
 #include "platform/services.h"
+#include "platform/transferwatch.h"
 
 #include <QFileInfo>
 #include <QPointer>
 #include <QSslError>
 #include <QThread>
-#include <QTimer>
 
 #include <atomic>
 
@@ -49,7 +49,12 @@ class DownloadJob final : public QObject {
 public:
     DownloadJob(std::shared_ptr<Link> link, const UrlRequest &request, QNetworkAccessManager &manager)
         : m_link(std::move(link))
-        , m_request(request) {
+        , m_request(request)
+        // A server that sends a byte now and then makes progress, but not enough.
+        , m_watch({.idle = request.timeout, .rate = request.minimumRate}, [this](const QString &what) {
+            if (!m_over)
+                fail(urlError(UrlErrorTimedOut, m_reply->url(), what));
+        }) {
         QNetworkRequest networkRequest = networkRequestFor(request);
         // Asking for no coding keeps the announced length that of the file. Saying so also keeps the access
         // manager from decoding what a server sends all the same: whether to do that is the delegate's
@@ -63,9 +68,6 @@ public:
         connect(m_reply, &QNetworkReply::sslErrors, this,
                 [this](const QList<QSslError> &errors) { m_untrusted = meansUntrusted(errors); });
         connect(m_reply, &QNetworkReply::finished, this, [this] { replyFinished(); });
-        // A server that sends a byte now and then never runs into the time-out.
-        connect(&m_pace, &QTimer::timeout, this, [this] { checkPace(); });
-        m_pace.start(request.timeout);
     }
 
     ~DownloadJob() override {
@@ -99,6 +101,7 @@ public:
         m_destination = path;
         m_path = partial;
         m_file = std::move(*file);
+        m_watch.setPaused(false);
         drain();
         if (!m_over && m_replyFinished)
             complete();
@@ -114,6 +117,7 @@ private:
             return;
         }
         m_announced = true;
+        m_watch.setPaused(true); // until there is a destination
         bool known = false;
         const qint64 length = m_reply->rawHeader("Content-Length").toLongLong(&known);
         m_expected = known ? length : -1;
@@ -145,13 +149,6 @@ private:
                         u"more than %1 bytes"_s.arg(m_request.sizeLimit));
     }
 
-    void checkPace() {
-        if (m_over || (m_announced && !m_file))
-            return; // it waits for its destination
-        if (m_received - std::exchange(m_paced, m_received) < m_request.slowest)
-            fail(urlError(UrlErrorTimedOut, m_reply->url(), u"The server is too slow."_s));
-    }
-
     void drain() {
         QByteArray &buffer = m_buffer;
         if (!m_file || m_over)
@@ -162,6 +159,7 @@ private:
             if (n <= 0)
                 return;
             m_received += n;
+            m_watch.noteProgress(n);
             if (m_request.sizeLimit > 0 && m_received > m_request.sizeLimit) {
                 fail(tooLarge());
                 return;
@@ -271,8 +269,7 @@ private:
     qint64 m_expected = -1;
     qint64 m_received = 0;
     qint64 m_written = 0; ///< after decoding
-    qint64 m_paced = 0;   ///< received when the pace was looked at
-    QTimer m_pace;
+    TransferWatch m_watch;
     bool m_announced = false;
     bool m_replyFinished = false;
     bool m_untrusted = false;

@@ -2,10 +2,10 @@
 #include "platform/urlloading.h"
 
 #include "platform/networkthread.h"
+#include "platform/transferwatch.h"
 #include "platform/urldownload.h"
 
 #include <QSslError>
-#include <QTimer>
 
 using namespace Qt::StringLiterals;
 
@@ -20,7 +20,12 @@ public:
         : QObject(reply)
         , m_reply(reply)
         , m_sizeLimit(request.sizeLimit)
-        , m_handler(std::move(handler)) {
+        , m_handler(std::move(handler))
+        // A server that sends a byte now and then makes progress, but not for ever.
+        , m_watch({.idle = request.timeout, .total = request.timeLimit}, [this](const QString &what) {
+            m_broken = what;
+            m_reply->abort();
+        }) {
         // Without a limit the access manager takes all that a fast server sends before it says so.
         constexpr qint64 bufferSize = 256 << 10;
         reply->setReadBufferSize(bufferSize);
@@ -28,15 +33,15 @@ public:
         connect(reply, &QNetworkReply::sslErrors, this,
                 [this](const QList<QSslError> &errors) { m_untrusted = meansUntrusted(errors); });
         connect(reply, &QNetworkReply::finished, this, [this] { finish(); });
-        // A server that sends a byte now and then never runs into the time-out.
-        if (request.timeLimit.count() > 0)
-            QTimer::singleShot(request.timeLimit, this, [reply] { reply->abort(); });
+        connect(reply, &QNetworkReply::metaDataChanged, this, [this] { m_watch.noteProgress(); });
+        connect(reply, &QNetworkReply::uploadProgress, this, [this] { m_watch.noteProgress(); });
     }
 
 private:
     void readSome() {
         if (m_tooLarge)
             return;
+        m_watch.noteProgress();
         if (m_response.body.isEmpty()) {
             // The length comes from the server: a hint, not to be believed beyond what documents usually
             // take.
@@ -59,8 +64,13 @@ private:
         if (m_tooLarge)
             error = urlError(UrlErrorDataLengthExceedsMaximum, m_reply->url(),
                              u"more than %1 bytes"_s.arg(m_sizeLimit));
+        else if (!m_broken.isNull())
+            error = urlError(UrlErrorTimedOut, m_reply->url(), m_broken);
         else if (failedInTransport(*m_reply))
             error = transportError(*m_reply, m_untrusted);
+        // The reader of a feed needs a little room behind it, and must not copy it to have that.
+        constexpr qsizetype room = 64;
+        m_response.body.reserve(m_response.body.size() + room);
         m_response.statusCode = m_reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
         m_response.headers = m_reply->rawHeaderPairs();
         const UrlLoadHandler handler = std::move(m_handler);
@@ -72,6 +82,8 @@ private:
     QNetworkReply *m_reply;
     qint64 m_sizeLimit;
     UrlLoadHandler m_handler;
+    TransferWatch m_watch;
+    QString m_broken; ///< the limit of time that was broken
     UrlResponse m_response;
     bool m_untrusted = false;
     bool m_tooLarge = false;

@@ -50,7 +50,7 @@ struct UrlRequest {
     std::chrono::milliseconds timeout = std::chrono::seconds(60); ///< longest time without any progress
     qint64 sizeLimit = 0;                   ///< bytes of the body that are accepted; 0: no limit
     std::chrono::milliseconds timeLimit{0}; ///< longest time for all of a load; 0: no limit
-    qint64 slowest = 4096;                  ///< bytes of a download that must come in each span of `timeout`
+    qint64 minimumRate = 0; ///< bytes a second of a download, on average over any 60 s; 0: no limit
 };
 
 struct UrlResponse {

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "install/updatedownload.h"
 #include "platform/format.h"
 #include "platform/localization.h"
 #include "platform/queues.h"
@@ -234,6 +235,9 @@ void TXStandardUpdateController::setFeed(const TXUpdateFeedPtr &feed) {
 void TXStandardUpdateController::setBestUpdate(const TXUpdatePtr &update) {
     d->bestUpdate = update;
     updateInterfaceForStatus();
+    if (const TXError refusal = update ? update->downloadRefusal() : TXError())
+        TXLog(TXLogLevelFailure, u"TXUpdate: Build %@ cannot be downloaded: %@"_s,
+              {update->version(), refusal.toString()});
     if (!update || !TXUpdater::sharedUpdater()->automaticallyDownloadsUpdates() || update->isDownloaded() ||
         update->isDownloading() || !update->canBeDownloaded() || update->excludeFromAutoDownloading())
         return;
@@ -243,14 +247,15 @@ void TXStandardUpdateController::setBestUpdate(const TXUpdatePtr &update) {
 void TXStandardUpdateController::downloadBestUpdate() {
     if (!d->bestUpdate)
         return;
-    d->bestUpdate->downloadWithProgress(nullptr, [](const TXError &error) {
-        // A newer update has taken the place of one that is cancelled.
-        if (!error || (error.domain() == TXCocoaErrorDomain && error.code() == TXErrorCancelled))
-            return;
-        QVariantMap userInfo = error.userInfo();
-        userInfo.insert(u"email"_s, true);
-        tx::presentError(error.withUserInfo(userInfo));
-    });
+    tx::UpdateDownload::begin(
+        *d->bestUpdate, tx::UpdateDownload::Choice::Automatic, nullptr, [](const TXError &error) {
+            // A newer update has taken the place of one that is cancelled.
+            if (!error || (error.domain() == TXCocoaErrorDomain && error.code() == TXErrorCancelled))
+                return;
+            QVariantMap userInfo = error.userInfo();
+            userInfo.insert(u"email"_s, true);
+            tx::presentError(error.withUserInfo(userInfo));
+        });
 }
 
 void TXStandardUpdateController::showBestUpdateInPanel() {

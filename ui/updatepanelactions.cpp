@@ -228,6 +228,11 @@ void TXUpdatePanel::install() {
     const TXUpdatePtr update = m_designatedUpdate;
     // The panel may have gone, or turned to another update, when an answer comes.
     const std::weak_ptr<TXUpdatePanel> weak = alive;
+    if (const TXError refusal = update->downloadRefusal()) {
+        tx::presentError(refusal);
+        if (update->linkURL().isEmpty())
+            return; // nothing else to show
+    }
     if (!update->canBeDownloaded()) {
         (void)tx::openAddress(update->linkURL(), tx::OpenedBy::User);
         closeWithCode(1);

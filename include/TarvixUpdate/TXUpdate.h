@@ -101,7 +101,11 @@ public:
     [[nodiscard]] bool isMajorVersion() const;
     [[nodiscard]] bool isMinorVersion() const;
     [[nodiscard]] bool isBugfixVersion() const;
+    /// There is an archive, and nothing against downloading it.
     [[nodiscard]] bool canBeDownloaded() const;
+    /// Why the archive is not downloaded, for the user: a feed with an https URL may name only https
+    /// archives. Null when there is nothing against it, or no archive.
+    [[nodiscard]] TXError downloadRefusal() const;
 
     /// Same feed description: title, version, date, texts, addresses and conditions.
     [[nodiscard]] bool isEqual(const TXUpdate &other) const;
@@ -120,8 +124,9 @@ public:
     [[nodiscard]] quint64 downloadSize() const;
 
     /// Downloads the archive into the update cache directory. Does nothing, and never calls the handlers,
-    /// while downloading and once downloaded. `progress` may be null. Errors: TXURLErrorDomain, or
-    /// "TXUpdater" for a file that went missing.
+    /// while downloading and once downloaded. `progress` may be null. Ends a download that the framework
+    /// began by itself. Errors: TXURLErrorDomain, or "TXUpdater" for a file that went missing, a folder that
+    /// is in use, and `downloadRefusal`.
     void downloadWithProgress(const ProgressHandler &progress, const CompletionHandler &completion);
     /// Ends a running download; its completion handler gets a null error. The partial file is deleted.
     void cancelDownload();

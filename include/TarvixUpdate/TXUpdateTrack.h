@@ -14,15 +14,15 @@ class TX_EXPORT TXUpdateTrack {
 public:
     TXUpdateTrack(const QString &name, const QList<TXUpdatePtr> &updates,
                   const QList<TXUpdatePostPtr> &posts);
-    /// For the framework's readers: `makeUpdates` is called once, when the updates are first asked for, on
+    /// For the framework's readers: each function is called once, when what it makes is first asked for, on
     /// the thread that asks.
-    static std::shared_ptr<TXUpdateTrack> trackWithUpdates(const QString &name,
-                                                           std::function<QList<TXUpdatePtr>()> makeUpdates,
-                                                           const QList<TXUpdatePostPtr> &posts);
+    static std::shared_ptr<TXUpdateTrack> trackWithItems(const QString &name,
+                                                         std::function<QList<TXUpdatePtr>()> makeUpdates,
+                                                         std::function<QList<TXUpdatePostPtr>()> makePosts);
 
     [[nodiscard]] QString name() const { return m_name; }
     [[nodiscard]] QList<TXUpdatePtr> updates() const;
-    [[nodiscard]] QList<TXUpdatePostPtr> posts() const { return m_posts; }
+    [[nodiscard]] QList<TXUpdatePostPtr> posts() const;
 
     /// The newest update that the user does not ignore, the first of equal ones; null when there is none.
     [[nodiscard]] TXUpdatePtr recommendedUpdate() const;
@@ -48,9 +48,8 @@ public:
 
 private:
     QString m_name;
-    struct Updates;
-    std::shared_ptr<Updates> m_updates;
-    QList<TXUpdatePostPtr> m_posts;
+    struct Items;
+    std::shared_ptr<Items> m_items;
 };
 
 using TXUpdateTrackPtr = std::shared_ptr<TXUpdateTrack>;

@@ -427,8 +427,8 @@ TEST_F(AppcastReader, InternalEntitiesAreExpandedWithinBounds) {
         }
     }
     // One long entity, many times.
-    const QByteArray many = "<!DOCTYPE rss [<!ENTITY t '" + QByteArray(100000, 'x') + "'>]><rss a='" +
-                            QByteArray("&t;").repeated(10000) + "'/>";
+    const QByteArray many = "<!DOCTYPE rss [<!ENTITY t '" + QByteArray(50000, 'x') + "'>]><rss a='" +
+                            QByteArray("&t;").repeated(5000) + "'/>";
     EXPECT_TRUE(failureOf(many).startsWith(u"its entities expand to too much"_s))
         << failureOf(many).toStdString();
     EXPECT_NE(failureOf("<!DOCTYPE rss [<!ENTITY t '&t;'>]>" + rest), u"(none)"_s);
@@ -459,10 +459,10 @@ TEST_F(AppcastReader, LongFeedsAreRead) {
     QByteArray items;
     constexpr int count = 100000;
     for (int i = 0; i < count; ++i)
-        items += "<item><sparkle:version>" + QByteArray::number(2000 + i) +
+        items += "<item><sparkle:version>" + QByteArray::number(i % 4 == 3 ? 2000 + i : 1) +
                  "</sparkle:version><link>https://e.org/w</link></item>";
     const QList<TXUpdatePtr> updates = updatesOf(channel(items));
-    ASSERT_EQ(updates.size(), count);
+    ASSERT_EQ(updates.size(), count / 4);
     EXPECT_EQ(updates.last()->version(), QString::number(2000 + count - 1));
 }
 

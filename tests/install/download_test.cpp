@@ -11,6 +11,7 @@
 #include "tests/support/feedserver.h"
 #include "tests/support/tlsserver.h"
 
+#include <QRegularExpression>
 #include <QSignalSpy>
 
 #include <limits>
@@ -202,7 +203,7 @@ TEST_F(Download, ProgressIsThrottledAndTheCountExact) {
     double now = 1000;
     tx::services().secondsSinceReferenceDate = [&now] { return now; };
     const auto shared = std::make_shared<tx::UpdateDownload>(
-        *update, [this](double p) { progress << p; }, nullptr);
+        *update, tx::UpdateDownload::Choice::Users, [this](double p) { progress << p; }, nullptr);
     class NoTransfer : public tx::UrlDownload {
         void setDestination(const QString &) override {}
         void cancel() override {}
@@ -223,7 +224,7 @@ TEST_F(Download, ProgressIsThrottledAndTheCountExact) {
     // Another download shares the budget.
     TXUpdate second;
     const auto other = std::make_shared<tx::UpdateDownload>(
-        second, [this](double p) { progress << p; }, nullptr);
+        second, tx::UpdateDownload::Choice::Users, [this](double p) { progress << p; }, nullptr);
     other->downloadDidReceiveResponse(transfer, 10);
     other->downloadDidReceiveDataOfLength(transfer, 10);
     EXPECT_EQ(progress.size(), 3);
@@ -310,8 +311,10 @@ struct NameCase {
 class DownloadName : public testing::TestWithParam<NameCase> {};
 
 TEST_P(DownloadName, StaysInItsFolder) {
-    const QString name = tx::downloadFileName(GetParam().suggested, GetParam().version);
-    EXPECT_EQ(name, GetParam().expected);
+    const QString name =
+        tx::downloadFileName(GetParam().suggested, GetParam().version, QUrl(u"https://e.org/"_s));
+    static const QRegularExpression digest(u"=[0-9a-f]{32}"_s);
+    EXPECT_EQ(QString(name).replace(digest, u"=#"_s), GetParam().expected);
     EXPECT_FALSE(name.contains(u'/'));
     EXPECT_LE(name.toUtf8().size(), 255);
 }
@@ -323,13 +326,170 @@ INSTANTIATE_TEST_SUITE_P(
         NameCase{u"Foo.zip.txt"_s, u"5"_s, u"Foo - 5.zip"_s},
         NameCase{u"Foo.dmg"_s, u"5"_s, u"Foo - 5.dmg"_s}, NameCase{u"App"_s, u"1234"_s, u"App - 1234."_s},
         NameCase{u"App.txt"_s, u"5"_s, u"App - 5."_s}, NameCase{u"App.tar.gz"_s, u"5"_s, u"App.tar - 5.gz"_s},
-        NameCase{u"../../etc/passwd.zip"_s, u"5"_s, u"..-..-etc-passwd - 5.zip"_s},
+        NameCase{u"../../etc/passwd.zip"_s, u"5"_s, u"..-..-etc-passwd - 5=#.zip"_s},
         NameCase{u".."_s, u"5"_s, u".. - 5."_s}, NameCase{u".hidden"_s, u"5"_s, u".hidden - 5."_s},
-        NameCase{u"a\nb\x01.zip"_s, u"5"_s, u"a-b- - 5.zip"_s},
-        NameCase{u"a\\b.zip"_s, u"../6\x7f"_s, u"a-b - ..-6-.zip"_s},
-        NameCase{u"x"_s.repeated(300) + u".zip"_s, u"5"_s, u"x"_s.repeated(247) + u" - 5.zip"_s},
-        NameCase{u"App.zip"_s, u"9"_s.repeated(300), u"App - "_s + u"9"_s.repeated(40) + u".zip"_s},
-        NameCase{u"a."_s + u"z"_s.repeated(300), u"5"_s, u"a."_s + u"z"_s.repeated(248) + u" - 5."_s}));
+        NameCase{u"a\nb\x01.zip"_s, u"5"_s, u"a-b- - 5=#.zip"_s},
+        NameCase{u"a\\b.zip"_s, u"../6\x7f"_s, u"a-b - ..-6-=#.zip"_s},
+        NameCase{u"x"_s.repeated(300) + u".zip"_s, u"5"_s, u"x"_s.repeated(214) + u" - 5=#.zip"_s},
+        NameCase{u"App.zip"_s, u"9"_s.repeated(300), u"App - "_s + u"9"_s.repeated(40) + u"=#.zip"_s},
+        NameCase{u"a."_s + u"z"_s.repeated(300), u"5"_s, u"a."_s + u"z"_s.repeated(215) + u" - 5=#."_s},
+        NameCase{u"App.zip"_s, {}, u"App - (null).zip"_s},
+        NameCase{u"App.zip"_s, u"2.1.3-rc.1+64~b_2"_s, u"App - 2.1.3-rc.1+64~b_2.zip"_s},
+        NameCase{u"App.zip"_s, u"2 (b)"_s, u"App - 2 (b)=#.zip"_s}));
+
+TEST(DownloadNames, NeverMeanTwoBuilds) {
+    const QString nines = u"9"_s.repeated(40);
+    const QString stem = u"x"_s.repeated(300);
+    const std::pair<QString, QString> builds[] = {
+        {u"App.zip"_s, nines},       {u"App.zip"_s, nines + u'1'}, {u"App.zip"_s, nines + u'2'},
+        {u"App.zip"_s, u"1-2"_s},    {u"App.zip"_s, u"1/2"_s},     {u"App.zip"_s, u"1\\2"_s},
+        {u"App.zip"_s, u"1\t2"_s},   {u"App.zip"_s, {}},           {u"App.zip"_s, u"(null)"_s},
+        {u"App.zip"_s, u""_s},       {u"App - 1.zip"_s, u"2"_s},   {u"App.zip"_s, u"1 - 2"_s},
+        {u"App.zip"_s, u"- 3"_s},    {u"App -.zip"_s, u"3"_s},     {stem + u"1.zip"_s, u"4"_s},
+        {stem + u"2.zip"_s, u"4"_s}, {u"a/b.zip"_s, u"5"_s},       {u"a-b.zip"_s, u"5"_s},
+        {u"App.zip"_s, u"\u00e9"_s}, {u"App.zip"_s, u"e\u0301"_s}, {u"App.zip"_s, u"1.2"_s},
+        {u"App.2"_s, u"1"_s},        {u"App.zip"_s, u"6.zip"_s},   {u"App"_s, u"6.zip"_s}};
+    QMap<QString, QString> builtOf;
+    for (const auto &[suggested, version] : builds) {
+        const QString name = tx::downloadFileName(suggested, version, QUrl(u"https://e.org/"_s));
+        const QString build = suggested + u" / "_s + version;
+        EXPECT_FALSE(builtOf.contains(name)) << build.toStdString() << " and " << builtOf[name].toStdString();
+        builtOf[name] = build;
+        // Nor does a version that is written like another one's digest.
+        const QString imitated = name.section(u" - "_s, -1).section(u'.', 0, -2);
+        if (imitated != version && imitated.contains(u'=')) {
+            EXPECT_NE(tx::downloadFileName(suggested, imitated, QUrl(u"https://e.org/"_s)), name)
+                << build.toStdString();
+        }
+    }
+    const auto named = [](const QString &version, const QString &url) {
+        return tx::downloadFileName(u"App.zip"_s, version, QUrl(url));
+    };
+    EXPECT_EQ(named(u"5"_s, u"https://e.org/a"_s), named(u"5"_s, u"https://e.org/b"_s)) << "as documented";
+    EXPECT_NE(named(u"5/6"_s, u"https://e.org/a"_s), named(u"5/6"_s, u"https://e.org/b"_s));
+    EXPECT_EQ(named(u"5/6"_s, u"https://e.org/a"_s), named(u"5/6"_s, u"https://e.org/a"_s)) << "reused";
+}
+
+TEST_F(Download, ArchiveOfAnotherBuildIsNotReusedHoweverLongItsVersion) {
+    FeedServer server;
+    for (const QString &last : {u"1"_s, u"2"_s}) {
+        update = std::make_shared<TXUpdate>();
+        update->setVersion(u"9"_s.repeated(60) + last);
+        completions = 0;
+        server.expect("GET", "/App.zip", HttpReply::file("build " + last.toUtf8()));
+        run(server.url(u"/App.zip"_s));
+        EXPECT_EQ(readFile(update->downloadPath()), "build " + last.toUtf8());
+    }
+}
+
+/// Two updates of one process, whose archives come half and then no further.
+class TwoDownloads : public Download {
+protected:
+    TXUpdatePtr second = std::make_shared<TXUpdate>();
+    int secondCompletions = 0;
+    TXError secondError;
+    FeedServer server;
+    HttpReply half{.body = QByteArray(50000, 'x'), .announcedLength = 100000, .stalls = true};
+
+    TwoDownloads() { second->setVersion(u"6"_s); }
+    void beginFirst(tx::UpdateDownload::Choice choice) {
+        server.expect("GET", "/first.zip", half);
+        update->setFileURL(QUrl(server.url(u"/first.zip"_s)));
+        tx::UpdateDownload::begin(*update, choice, nullptr, [this](const TXError &e) {
+            error = e;
+            ++completions;
+        });
+        ASSERT_TRUE(
+            waitUntil([this] { return QFileInfo(cache + u"/.txupdate-download"_s).size() == 50000; }));
+    }
+    void beginSecond(tx::UpdateDownload::Choice choice) {
+        second->setFileURL(QUrl(server.url(u"/second.zip"_s)));
+        tx::UpdateDownload::begin(*second, choice, nullptr, [this](const TXError &e) {
+            secondError = e;
+            ++secondCompletions;
+        });
+    }
+    void expectSecondComes() {
+        ASSERT_TRUE(waitUntil([this] { return secondCompletions > 0; }));
+        EXPECT_FALSE(secondError) << secondError.toString().toStdString();
+        EXPECT_TRUE(second->isDownloaded());
+        EXPECT_EQ(namesIn(cache), QStringList{u"second - 6.zip"_s});
+        EXPECT_EQ(completions, 1);
+        EXPECT_FALSE(error) << "as after cancelling";
+        expectIdle();
+    }
+};
+
+TEST_F(TwoDownloads, UsersChoiceEndsTheAutomaticOne) {
+    beginFirst(tx::UpdateDownload::Choice::Automatic);
+    server.expect("GET", "/second.zip", HttpReply::file("second"));
+    beginSecond(tx::UpdateDownload::Choice::Users);
+    EXPECT_FALSE(update->isDownloading());
+    expectSecondComes();
+}
+
+TEST_F(TwoDownloads, PublicDownloadIsTheUsersChoice) {
+    beginFirst(tx::UpdateDownload::Choice::Automatic);
+    server.expect("GET", "/second.zip", HttpReply::file("second"));
+    second->setFileURL(QUrl(server.url(u"/second.zip"_s)));
+    second->downloadWithProgress(nullptr, [this](const TXError &e) {
+        secondError = e;
+        ++secondCompletions;
+    });
+    expectSecondComes();
+}
+
+TEST_F(TwoDownloads, NewerAutomaticOneReplacesTheOlder) {
+    beginFirst(tx::UpdateDownload::Choice::Automatic);
+    server.expect("GET", "/second.zip", HttpReply::file("second"));
+    beginSecond(tx::UpdateDownload::Choice::Automatic);
+    expectSecondComes();
+}
+
+TEST_F(TwoDownloads, AutomaticOneLeavesTheUsersChoiceAlone) {
+    beginFirst(tx::UpdateDownload::Choice::Users);
+    beginSecond(tx::UpdateDownload::Choice::Automatic);
+    ASSERT_TRUE(waitUntil([this] { return secondCompletions > 0; }));
+    EXPECT_FALSE(secondError) << "nobody is told of what nobody asked for";
+    EXPECT_FALSE(second->isDownloading() || second->isDownloaded());
+    EXPECT_TRUE(update->isDownloading());
+    EXPECT_EQ(completions, 0);
+}
+
+TEST_F(TwoDownloads, AutomaticOneThatTheUserAsksForIsTheUsersChoice) {
+    beginFirst(tx::UpdateDownload::Choice::Automatic);
+    int others = 0;
+    update->downloadWithProgress(nullptr, [&others](const TXError &) { ++others; });
+    beginSecond(tx::UpdateDownload::Choice::Automatic);
+    ASSERT_TRUE(waitUntil([this] { return secondCompletions > 0; }));
+    EXPECT_TRUE(update->isDownloading());
+    EXPECT_EQ(others, 0) << "it was running already";
+}
+
+TEST_F(TwoDownloads, SecondChoiceOfTheUserIsToldOfTheFirst) {
+    beginFirst(tx::UpdateDownload::Choice::Users);
+    server.expect("GET", "/second.zip", HttpReply::file("second"));
+    beginSecond(tx::UpdateDownload::Choice::Users);
+    ASSERT_TRUE(waitUntil([this] { return secondCompletions > 0; }));
+    EXPECT_EQ(secondError.localizedFailureReason(), u"This application is downloading another update."_s);
+    EXPECT_EQ(secondError.localizedRecoverySuggestion(), u"Try again when it is done."_s);
+    EXPECT_TRUE(update->isDownloading());
+}
+
+TEST_F(TwoDownloads, HandlerOfTheEndedOneMayLetGoOfBoth) {
+    server.expect("GET", "/first.zip", half);
+    update->setFileURL(QUrl(server.url(u"/first.zip"_s)));
+    tx::UpdateDownload::begin(*update, tx::UpdateDownload::Choice::Automatic, nullptr,
+                              [this](const TXError &) {
+                                  ++completions;
+                                  update.reset();
+                                  second.reset();
+                              });
+    ASSERT_TRUE(waitUntil([this] { return !namesIn(cache).isEmpty(); }));
+    beginSecond(tx::UpdateDownload::Choice::Users);
+    EXPECT_EQ(completions, 1);
+    ASSERT_TRUE(waitUntil([this] { return secondCompletions > 0; })) << "an accepted handler is called";
+}
 
 TEST_F(Download, SuggestedNamesAreTamedOnTheWay) {
     FeedServer server;
@@ -338,8 +498,8 @@ TEST_F(Download, SuggestedNamesAreTamedOnTheWay) {
         HttpReply{.headers = {{"Content-Disposition", "attachment; filename=\"../../../evil.zip\""}},
                   .body = "x"});
     run(server.url(u"/x"_s));
-    EXPECT_EQ(update->downloadPath(), cache + u"/..-..-..-evil - 5.zip"_s);
-    EXPECT_EQ(namesIn(cache), QStringList{u"..-..-..-evil - 5.zip"_s});
+    EXPECT_TRUE(update->downloadPath().startsWith(cache + u"/..-..-..-evil - 5="_s));
+    EXPECT_EQ(namesIn(cache), QStringList{QFileInfo(update->downloadPath()).fileName()});
 }
 
 TEST_F(Download, MissingFileHasItsWords) {
@@ -496,10 +656,11 @@ TEST_F(Download, CacheOfAnotherUserIsRefused) {
     FeedServer server;
     server.expect("GET", "/x.zip", HttpReply::file("x"));
     tx::test::FaultFileSystem faults;
-    if (geteuid() == 0)
+    if (geteuid() == 0) {
         ASSERT_EQ(chown(cache.toUtf8().constData(), 65534, 65534), 0);
-    else
+    } else {
         faults.failOn(u"checkPrivateDirectory"_s, EPERM);
+    }
     run(server.url(u"/x.zip"_s));
     EXPECT_EQ(error.code(), -3000);
     expectIdle();

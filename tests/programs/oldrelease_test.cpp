@@ -189,6 +189,25 @@ TEST_F(UpdateFromOldRelease, TakesTodaysAppcastAndCompressedTarArchive) {
     expectToComeUp("2");
 }
 
+/// `present` without the members that `earlier` has not: today's tool may say more.
+QJsonValue knownTo(const QJsonValue &earlier, const QJsonValue &present) {
+    if (earlier.isObject() && present.isObject()) {
+        const QJsonObject known = earlier.toObject();
+        QJsonObject result;
+        for (auto it = known.begin(); it != known.end(); ++it)
+            result.insert(it.key(), knownTo(it.value(), present[it.key()]));
+        return result;
+    }
+    if (earlier.isArray() && present.isArray()) {
+        const QJsonArray known = earlier.toArray();
+        QJsonArray result = present.toArray();
+        for (qsizetype i = 0; i < result.size() && i < known.size(); ++i)
+            result[i] = knownTo(known[i], result[i]);
+        return result;
+    }
+    return present;
+}
+
 TEST_F(OldRelease, ReadsTodaysPublishedFeedsTheSameWay) {
     // The feeds that README.md tells people to write, and those of the example.
     QList<QPair<QString, QByteArray>> feeds;
@@ -217,7 +236,7 @@ TEST_F(OldRelease, ReadsTodaysPublishedFeedsTheSameWay) {
         }
         ASSERT_FALSE(read[0].value(u"tracks"_s)[0][u"updates"_s].toArray().isEmpty());
         EXPECT_EQ(QJsonDocument(read[0]).toJson().toStdString(),
-                  QJsonDocument(read[1]).toJson().toStdString());
+                  QJsonDocument(knownTo(read[0], read[1]).toObject()).toJson().toStdString());
     }
 }
 

@@ -196,6 +196,46 @@ TEST_F(TxUpdate, ValidateListsWhatIsDroppedAndDoubtful) {
     EXPECT_EQ(run({u"feed"_s, u"validate"_s, file("{")}).status, 1);
 }
 
+TEST_F(TxUpdate, ShowAndValidateSayWhichArchivesAnHttpsFeedMayNotName) {
+    const QString jsonFeed = file(R"({"release":[
+        {"type":"build","build":"1043","downloadURL":"https://e.org/a.zip","date":"2026-05-01 10:00:00"},
+        {"type":"build","build":"1044","downloadURL":"http://e.org/a.zip","date":"2026-05-01 10:00:00"}]})");
+    const QString appcastFeed = file(R"(<rss xmlns:sparkle="http://e.org/s"><channel>
+        <item><sparkle:version>1043</sparkle:version><pubDate>2026-05-01 10:00:00</pubDate>
+            <enclosure url="https://e.org/a.zip"/></item>
+        <item><sparkle:version>1044</sparkle:version><pubDate>2026-05-01 10:00:00</pubDate>
+            <enclosure url="http://e.org/a.zip"/></item></channel></rss>)",
+                                     u"appcast.xml"_s);
+    const char *const refused = "release[1]: the archive's URL \"http://e.org/a.zip\" is not https";
+    for (const QString &source : {jsonFeed, appcastFeed}) {
+        SCOPED_TRACE(source.toStdString());
+        const ProcessResult secure =
+            run({u"feed"_s, u"validate"_s, source, u"--url"_s, u"https://e.org/f"_s});
+        EXPECT_EQ(secure.status, 1);
+        EXPECT_THAT(secure.output.toStdString(), testing::HasSubstr(std::string("error: ") + refused));
+        EXPECT_THAT(secure.output.toStdString(), testing::Not(testing::HasSubstr("release[0]")));
+        const ProcessResult insecure =
+            run({u"feed"_s, u"validate"_s, source, u"--url"_s, u"http://e.org/f"_s});
+        EXPECT_EQ(insecure.status, 0) << insecure.output.constData();
+        EXPECT_THAT(insecure.output.toStdString(), testing::Not(testing::HasSubstr("release[1]")));
+        const ProcessResult unknown = run({u"feed"_s, u"validate"_s, source});
+        EXPECT_EQ(unknown.status, 0) << unknown.output.constData();
+        EXPECT_THAT(unknown.output.toStdString(), testing::HasSubstr(std::string("warning: ") + refused));
+
+        QStringList shown = show(source) << u"--url"_s << u"https://e.org/f"_s;
+        const QJsonArray updates = json(run(shown))[u"tracks"_s].toArray()[0][u"updates"_s].toArray();
+        shown.removeOne(u"--json"_s);
+        EXPECT_THAT(
+            run(shown).output.toStdString(),
+            testing::HasSubstr("http://e.org/a.zip\n      cannot be downloaded: Its archive does not have"));
+        ASSERT_EQ(updates.size(), 2);
+        EXPECT_TRUE(updates[0][u"canBeDownloaded"_s].toBool());
+        EXPECT_TRUE(updates[0][u"downloadRefusal"_s].isNull());
+        EXPECT_FALSE(updates[1][u"canBeDownloaded"_s].toBool());
+        EXPECT_TRUE(updates[1][u"downloadRefusal"_s].toString().contains(u"https"_s));
+    }
+}
+
 const char appcast[] = R"(<rss xmlns:sparkle="http://e.org/s"><channel>
     <item><title>A</title><sparkle:version>1050</sparkle:version><pubDate>2026-05-01 10:00:00</pubDate>
         <enclosure url="https://e.org/a.zip" sparkle:shortVersionString="2.1" length="7"/></item>
@@ -504,50 +544,134 @@ TEST_F(TxUpdateInstall, RunningApplicationIsNotReplaced) {
     running.waitForFinished();
 }
 
-TEST_F(TxUpdate, ServeAnswersGetAndPostAndPrintsWhatCame) {
-    QDir().mkpath(path(u"site/sub"_s));
-    file("{\"release\":[]}", u"site/feed.json"_s);
-    file("secret", u"outside.txt"_s);
-    file("zip", u"site/a.zip"_s);
-    ASSERT_TRUE(QFile::link(path(u"outside.txt"_s), path(u"site/link.txt"_s)));
-    QProcess server;
-    server.start(QStringLiteral(TEST_PROGRAMS) + u"/txupdate"_s,
-                 {u"serve"_s, path(u"site"_s), u"--port"_s, u"0"_s});
-    ASSERT_TRUE(server.waitForReadyRead(20000));
-    const int port = QString::fromUtf8(server.readLine()).section(u':', -1).section(u'/', 0, 0).toInt();
-    ASSERT_GT(port, 0);
-    const auto ask = [port](const QByteArray &request) {
+/// A running `txupdate serve`.
+class Serving {
+public:
+    explicit Serving(const QString &folder, const QStringList &more = {}) {
+        m_process.start(QStringLiteral(TEST_PROGRAMS) + u"/txupdate"_s,
+                        QStringList{u"serve"_s, folder, u"--port"_s, u"0"_s} + more);
+        EXPECT_TRUE(m_process.waitForReadyRead(20000));
+        m_port = QString::fromUtf8(m_process.readLine()).section(u':', -1).section(u'/', 0, 0).toInt();
+        EXPECT_GT(m_port, 0);
+    }
+    ~Serving() {
+        m_process.kill();
+        m_process.waitForFinished();
+    }
+    Q_DISABLE_COPY_MOVE(Serving)
+
+    [[nodiscard]] int port() const { return m_port; }
+    QByteArray ask(const QByteArray &request) const {
         QTcpSocket socket;
-        socket.connectToHost(u"127.0.0.1"_s, static_cast<quint16>(port));
+        socket.connectToHost(u"127.0.0.1"_s, static_cast<quint16>(m_port));
         EXPECT_TRUE(socket.waitForConnected(20000));
         socket.write(request);
         QByteArray all;
         while (socket.waitForReadyRead(20000))
             all += socket.readAll();
         return all;
-    };
-    const QByteArray close = " HTTP/1.1\r\nHost: x\r\nConnection: close\r\n";
-    const QByteArray got = ask("GET /feed.json?appName=My%20App" + close + "\r\n");
+    }
+    /// All that it has printed, once that contains `last`.
+    QByteArray printedUntil(const QByteArray &last) {
+        EXPECT_TRUE(tx::test::waitUntil([&] {
+            m_printed += m_process.readAllStandardOutput();
+            return m_printed.contains(last);
+        })) << m_printed.constData();
+        return m_printed;
+    }
+
+private:
+    QProcess m_process;
+    QByteArray m_printed;
+    int m_port = 0;
+};
+
+TEST_F(TxUpdate, ServeAnswersGetAndPostAndPrintsWhatCame) {
+    QDir().mkpath(path(u"site/sub"_s));
+    file("{\"release\":[]}", u"site/feed.json"_s);
+    file("secret", u"outside.txt"_s);
+    file("zip", u"site/a.zip"_s);
+    ASSERT_TRUE(QFile::link(path(u"outside.txt"_s), path(u"site/link.txt"_s)));
+    Serving server(path(u"site"_s));
+    const QByteArray close = " HTTP/1.1\r\nHost: localhost\r\nConnection: close\r\n";
+    const QByteArray got = server.ask("GET /feed.json?appName=My%20App" + close + "\r\n");
     EXPECT_TRUE(got.startsWith("HTTP/1.1 200"));
     EXPECT_TRUE(got.contains("Content-Type: application/json\r\n")) << got.constData();
     EXPECT_TRUE(got.endsWith("{\"release\":[]}"));
     const QByteArray body = "{\"source\":\"menu\",\"systemProfile\":{\"OSVersion\":\"12\"}}";
-    EXPECT_TRUE(ask("POST /feed.json" + close + "Content-Type: application/json\r\nContent-Length: " +
-                    QByteArray::number(body.size()) + "\r\n\r\n" + body)
+    EXPECT_TRUE(server
+                    .ask("POST /feed.json" + close + "Content-Type: application/json\r\nContent-Length: " +
+                         QByteArray::number(body.size()) + "\r\n\r\n" + body)
                     .startsWith("HTTP/1.1 200"));
-    EXPECT_TRUE(ask("GET /a.zip" + close + "\r\n").contains("Content-Type: application/zip\r\n"));
+    EXPECT_TRUE(server.ask("GET /a.zip" + close + "\r\n").contains("Content-Type: application/zip\r\n"));
     for (const QByteArray outside : {"/../outside.txt", "/link.txt", "/none", "/sub", "/%2e%2e/outside.txt"})
-        EXPECT_TRUE(ask("GET " + outside + close + "\r\n").startsWith("HTTP/1.1 404")) << outside.constData();
-    QByteArray printed;
-    EXPECT_TRUE(tx::test::waitUntil([&] {
-        printed += server.readAllStandardOutput();
-        return printed.contains("profile: OSVersion = 12") && printed.contains("%2e") == false &&
-               printed.contains("/sub");
-    }));
+        EXPECT_TRUE(server.ask("GET " + outside + close + "\r\n").startsWith("HTTP/1.1 404"))
+            << outside.constData();
+    const QByteArray printed = server.printedUntil("/sub");
+    EXPECT_TRUE(printed.contains("profile: OSVersion = 12")) << printed.constData();
+    EXPECT_FALSE(printed.contains("%2e")) << printed.constData();
     EXPECT_TRUE(printed.contains("GET /feed.json -> 200\n    appName = My App\n")) << printed.constData();
     EXPECT_TRUE(printed.contains("body: source = menu"));
-    server.kill();
-    server.waitForFinished();
+}
+
+TEST_F(TxUpdate, ServeWritesOneLineForWhateverAClientSends) {
+    file("{\"release\":[]}", u"site/feed.json"_s);
+    Serving server(path(u"site"_s));
+    const QByteArray close = " HTTP/1.1\r\nHost: localhost\r\nConnection: close\r\n";
+    // Line feeds, an escape sequence, a change of the writing direction, line separators, a backslash.
+    const QByteArray bad = "%0AGET%20/forged%20-%3E%20200%0D%1B%5B2J%E2%80%AE%E2%80%A8%C2%85%7F%5C";
+    (void)server.ask("GET /feed.json?a" + bad + "=v" + bad + close + "\r\n");
+    const QByteArray json =
+        R"({"k\nGET /forged":"v\nGET /forged\u001b","systemProfile":{"p\nGET /forged":"q\nGET /forged"}})";
+    (void)server.ask("POST /feed.json" + close + "Content-Length: " + QByteArray::number(json.size()) +
+                     "\r\n\r\n" + json);
+    (void)server.ask("GET /last" + close + "\r\n");
+    const QByteArray printed = server.printedUntil("GET /last -> 404\n");
+    const char *const escaped =
+        "\\u{a}GET /forged -> 200\\u{d}\\u{1b}[2J\\u{202e}\\u{2028}\\u{85}\\u{7f}\\\\";
+    EXPECT_TRUE(printed.contains(QByteArray("    a") + escaped + " = v" + escaped + "\n"))
+        << printed.constData();
+    EXPECT_TRUE(printed.contains("body: k\\u{a}GET /forged = v\\u{a}GET /forged\\u{1b}\n"))
+        << printed.constData();
+    EXPECT_TRUE(printed.contains("profile: p\\u{a}GET /forged = q\\u{a}GET /forged\n"))
+        << printed.constData();
+    for (const QByteArray &line : printed.split('\n')) {
+        EXPECT_FALSE(line.startsWith("GET /forged")) << printed.constData();
+        for (const char c : line)
+            EXPECT_GE(static_cast<unsigned char>(c), 0x20) << printed.constData();
+    }
+}
+
+TEST_F(TxUpdate, ServeAnswersOnlyUnderNamesOfThisMachine) {
+    file("{\"release\":[]}", u"site/feed.json"_s);
+    Serving usual(path(u"site"_s));
+    Serving named(path(u"site"_s), {u"--host"_s, u"dev.example.org"_s, u"--host"_s, u"192.0.2.7"_s});
+    const auto statusFor = [](const Serving &server, const QByteArray &headers) {
+        return server.ask("GET /feed.json HTTP/1.1\r\n" + headers + "Connection: close\r\n\r\n").mid(9, 3);
+    };
+    for (const QByteArray host : {"localhost", "LOCALHOST:8000", "localhost.", "app.localhost:1", "127.0.0.1",
+                                  "127.0.0.1:65535", "127.8.9.10", "[::1]", "[::1]:80"}) {
+        EXPECT_EQ(statusFor(usual, "Host: " + host + "\r\n"), QByteArray("200")) << host.constData();
+        EXPECT_EQ(statusFor(named, "Host: " + host + "\r\n"), QByteArray("200")) << host.constData();
+    }
+    for (const QByteArray host :
+         {"evil.example", "localhost.evil.example", "127.0.0.1.evil.example", "notlocalhost", "128.0.0.1",
+          "127.0.0", "127.0.0.256", "[::2]", "::1", "", "localhost:x", "localhost:80:80",
+          "evil.example:127.0.0.1", "user@localhost", "localhost/evil", "127.0.0.1, evil.example"}) {
+        EXPECT_EQ(statusFor(usual, "Host: " + host + "\r\n"), QByteArray("421")) << host.constData();
+        EXPECT_EQ(statusFor(named, "Host: " + host + "\r\n"), QByteArray("421")) << host.constData();
+    }
+    EXPECT_EQ(statusFor(usual, ""), QByteArray("421")) << "none at all";
+    EXPECT_EQ(statusFor(usual, "Host: localhost\r\nHost: evil.example\r\n"), QByteArray("421"));
+    for (const QByteArray host : {"dev.example.org", "DEV.example.org:8000", "192.0.2.7:80"}) {
+        EXPECT_EQ(statusFor(usual, "Host: " + host + "\r\n"), QByteArray("421")) << host.constData();
+        EXPECT_EQ(statusFor(named, "Host: " + host + "\r\n"), QByteArray("200")) << host.constData();
+    }
+    const QByteArray post = usual.ask(
+        "POST /feed.json HTTP/1.1\r\nHost: evil.example\r\nConnection: close\r\nContent-Length: 2\r\n\r\n{}");
+    EXPECT_TRUE(post.startsWith("HTTP/1.1 421")) << post.constData();
+    EXPECT_FALSE(post.contains("release"));
+    EXPECT_TRUE(post.contains("--host")) << "what to do";
 }
 
 TEST_F(TxUpdate, EveryCommandHasHelpAndMisuseExits64) {

@@ -3,6 +3,8 @@
 
 #include "tests/support/feedserver.h"
 
+#include <QSslCertificate>
+#include <QSslConfiguration>
 #include <QString>
 
 #include <functional>
@@ -31,6 +33,22 @@ public:
 private:
     struct State;
     std::unique_ptr<State> m_state;
+};
+
+/// Trusts a server's certificate while it lives.
+class Trusted {
+public:
+    explicit Trusted(const tx::test::TlsServer &server)
+        : m_before(QSslConfiguration::defaultConfiguration()) {
+        QSslConfiguration trusting = m_before;
+        trusting.addCaCertificate(QSslCertificate(server.certificate(), QSsl::Der));
+        QSslConfiguration::setDefaultConfiguration(trusting);
+    }
+    ~Trusted() { QSslConfiguration::setDefaultConfiguration(m_before); }
+    Q_DISABLE_COPY_MOVE(Trusted)
+
+private:
+    QSslConfiguration m_before;
 };
 
 } // namespace tx::test

@@ -471,6 +471,21 @@ TEST_F(StandardController, AutomaticDownloadsTakeWhatCanBeTaken) {
     EXPECT_TRUE(alerts.isEmpty());
 }
 
+TEST_F(StandardController, ChoiceOfTheUserEndsTheAutomaticDownload) {
+    TXUpdater::sharedUpdater()->setAutomaticallyDownloadsUpdates(true);
+    server.expect("GET", "/a.zip", {.body = "half", .announcedLength = 100, .stalls = true});
+    server.expect("GET", "/b.zip", HttpReply::file("zip"));
+    const TXUpdatePtr automatic = makeUpdate(u"1043"_s, u"2.1"_s, server.url(u"/a.zip"_s));
+    controller->setBestUpdate(automatic);
+    ASSERT_TRUE(waitUntil([&] { return automatic->downloadSize() == 100; }));
+    const TXUpdatePtr chosen = makeUpdate(u"1044"_s, u"2.2"_s, server.url(u"/b.zip"_s));
+    chosen->downloadWithProgress(nullptr, [](const TXError &) {});
+    EXPECT_FALSE(automatic->isDownloading());
+    EXPECT_TRUE(waitUntil([&] { return chosen->isDownloaded(); }));
+    EXPECT_TRUE(alerts.isEmpty() && errors.isEmpty());
+    TXUpdater::sharedUpdater()->setAutomaticallyDownloadsUpdates(false);
+}
+
 TEST_F(StandardController, FailedAutomaticDownloadIsTold) {
     TXUpdater::sharedUpdater()->setAutomaticallyDownloadsUpdates(true);
     server.expect("GET", "/a.zip", {.status = 404});

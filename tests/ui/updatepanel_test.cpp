@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "feed/jsonreader.h"
 #include "tests/support/feedserver.h"
 #include "tests/ui/uitest.h"
 #include "ui/appearance.h"
@@ -339,6 +340,34 @@ TEST_F(UpdatePanel, UpdateWithoutAFileOpensItsPage) {
     button("installButton")->click();
     EXPECT_EQ(workspace.opened, QStringList{u"https://example.org/get"_s});
     EXPECT_EQ(codes, QList<int>{1});
+}
+
+TEST_F(UpdatePanel, InsecureArchiveOfASecureFeedIsNotDownloadedAndTheReasonIsTold) {
+    for (const bool hasPage : {true, false}) {
+        tx::ReaderContext context{.appBuild = u"1042"_s, .systemVersion = u"12.0.0"_s, .isSecure = true};
+        const QByteArray page = hasPage ? R"(,"webpageURL":"https://example.org/get")" : "";
+        const auto tracks = tx::readJsonFeed(
+            R"({"release":[{"type":"build","build":"1043","downloadURL":"http://127.0.0.1:1/a.zip")" + page +
+                "}]}",
+            context);
+        ASSERT_TRUE(bool(tracks));
+        panel = TXUpdatePanel::panel();
+        offer(tracks->value(u"release"_s)->updates());
+        ASSERT_EQ(updates.size(), 1);
+        show();
+        errors.clear();
+        codes.clear();
+        workspace.opened.clear();
+        button("installButton")->click();
+        tx::test::drainEvents();
+        ASSERT_EQ(errors.size(), 1);
+        EXPECT_EQ(errors[0], updates[0]->downloadRefusal());
+        EXPECT_FALSE(updates[0]->isDownloading());
+        EXPECT_EQ(workspace.opened, hasPage ? QStringList{u"https://example.org/get"_s} : QStringList());
+        EXPECT_EQ(codes, hasPage ? QList<int>{1} : QList<int>());
+        panel->close();
+        tx::test::drainEvents();
+    }
 }
 
 TEST_F(UpdatePanel, InstalledUpdateIsLaunched) {
