@@ -59,7 +59,8 @@ QString lookUp(const QString &key, const QString &folder, const QString &table,
                const QStringList &languages) {
     for (const QString &language : languages) {
         for (const QString &name : folderNames(language)) {
-            const auto &texts = tableAt(u"%1/%2.lproj/%3.strings"_s.arg(folder, name, table));
+            const QString path = u"%1/%2.lproj/%3.strings"_s.arg(folder, name, table);
+            const auto &texts = tableAt(path);
             if (const auto found = texts.find(key); found != texts.end() && !found->isEmpty())
                 return *found;
         }
