@@ -15,7 +15,8 @@ QDateTime handledPostDate(const QString &text) {
     if (!match.hasMatch())
         return {};
     const int offset = match.captured(3).toInt() * 3600 + match.captured(4).toInt() * 60;
-    QDateTime date = QDateTime::fromString(match.captured(1), Qt::ISODate);
+    // Read as UTC first: the user's own zone may leave out an hour that the record's has.
+    QDateTime date = QDateTime::fromString(match.captured(1) + u'Z', Qt::ISODate);
     if (!date.isValid())
         return {};
     date.setOffsetFromUtc(match.captured(2) == u"-" ? -offset : offset);

@@ -9,9 +9,19 @@ namespace tx {
 
 namespace {
 
+/// The zone as the system's zone database has it; invalid on a system without one.
 const QTimeZone &pacificTime() {
     static const auto &zone = *new QTimeZone("America/Los_Angeles"); // a thread may outlast static objects
     return zone;
+}
+
+constexpr int standardOffset = -8 * 3600;
+constexpr int summerOffset = -7 * 3600;
+
+/// The Sunday of that number in a month.
+QDate sunday(int year, int month, int number) {
+    const QDate first(year, month, 1);
+    return first.addDays(Qt::Sunday - first.dayOfWeek() + 7 * (number - 1));
 }
 
 /// The number of `count` digits at `position`; -1 when something else stands there.
@@ -38,11 +48,45 @@ QDateTime itemDateFromString(QStringView text) {
     const QTime time(digits(text, 11, 2), digits(text, 14, 2), digits(text, 17, 2));
     if (!day.isValid() || !time.isValid())
         return {};
-    return QDateTime(day, time, pacificTime());
+    const QTimeZone &zone = pacificTime();
+    if (!zone.isValid())
+        return pacificTimeByRule(day, time);
+        // Versions of Qt differ on hours that do not exist, and on those that come twice.
+#if QT_VERSION >= QT_VERSION_CHECK(6, 7, 0)
+    const QDateTime date(day, time, zone, QDateTime::TransitionResolution::PreferStandard);
+#else
+    const QDateTime date(day, time, zone);
+#endif
+    return date.time() == time ? date : QDateTime();
 }
 
 QString itemDateToString(const QDateTime &date) {
-    return date.toTimeZone(pacificTime()).toString(u"yyyy-MM-dd HH:mm:ss"_s);
+    const QTimeZone &zone = pacificTime();
+    const QDateTime there =
+        zone.isValid() ? date.toTimeZone(zone) : date.toOffsetFromUtc(pacificOffsetByRule(date));
+    return there.toString(u"yyyy-MM-dd HH:mm:ss"_s);
+}
+
+QDateTime pacificTimeByRule(QDate day, QTime time) {
+    const QDate begin = sunday(day.year(), 3, 2);
+    const QDate end = sunday(day.year(), 11, 1);
+    if (day == begin && time.hour() == 2)
+        return {}; // the hour that is left out
+    // The hour that comes twice is taken as standard time.
+    const bool isSummer =
+        (day > begin || (day == begin && time.hour() >= 3)) && (day < end || (day == end && time.hour() < 1));
+    return QDateTime(day, time, QTimeZone(isSummer ? summerOffset : standardOffset));
+}
+
+int pacificOffsetByRule(const QDateTime &date) {
+    // As standard time has it, summer time lasts from 2 o'clock to 1 o'clock.
+    const QDateTime standard = date.toOffsetFromUtc(standardOffset);
+    const QDate day = standard.date();
+    const QDate begin = sunday(day.year(), 3, 2);
+    const QDate end = sunday(day.year(), 11, 1);
+    const bool isSummer = (day > begin || (day == begin && standard.time().hour() >= 2)) &&
+                          (day < end || (day == end && standard.time().hour() < 1));
+    return isSummer ? summerOffset : standardOffset;
 }
 
 } // namespace tx

@@ -13,4 +13,11 @@ namespace tx {
 /// The same form in US Pacific time.
 [[nodiscard]] QString itemDateToString(const QDateTime &date);
 
+/// What is used where the system has no zone database: US Pacific time by its rules since 2007, from the
+/// second Sunday of March to the first of November. Older dates come out an hour wrong in the weeks that were
+/// different. Invalid for the hour that is left out; the hour that comes twice is the second one.
+[[nodiscard]] QDateTime pacificTimeByRule(QDate day, QTime time);
+/// Seconds east of UTC by the same rules.
+[[nodiscard]] int pacificOffsetByRule(const QDateTime &date);
+
 } // namespace tx

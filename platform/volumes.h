@@ -18,6 +18,9 @@ struct VolumeInfo {
 
 /// Absent when the volume cannot be asked, such as for a missing path. Thread: any.
 [[nodiscard]] std::optional<VolumeInfo> volumeInfo(const QString &path);
+/// The same as the file system itself tells it, for a chroot or a container whose mount table has no entry
+/// for the path.
+[[nodiscard]] std::optional<VolumeInfo> volumeByFileSystem(const QString &path);
 
 /// What a device node says of itself below `sysRoot` ("/sys"): partitions ask their disk.
 [[nodiscard]] bool deviceIsRemovable(const QString &device, const QString &sysRoot);

@@ -5,23 +5,47 @@
 #include <QFileInfo>
 #include <QStorageInfo>
 
+#include <sys/stat.h>
 #include <sys/statvfs.h>
+#include <sys/sysmacros.h>
 
 using namespace Qt::StringLiterals;
 
 namespace tx {
 
+namespace {
+
+VolumeInfo described(const QString &rootPath, const QString &device, bool isReadOnly) {
+    VolumeInfo info{.rootPath = rootPath, .device = device, .isReadOnly = isReadOnly};
+    info.isRemovable = deviceIsLoop(device) || deviceIsRemovable(device, u"/sys"_s);
+    info.isDiskImage = deviceIsLoop(device) && isReadOnly;
+    return info;
+}
+
+} // namespace
+
 std::optional<VolumeInfo> volumeInfo(const QString &path) {
     const QStorageInfo volume(path);
     if (!volume.isValid())
+        return volumeByFileSystem(path);
+    return described(volume.rootPath(), QFile::decodeName(volume.device()), volume.isReadOnly());
+}
+
+std::optional<VolumeInfo> volumeByFileSystem(const QString &path) {
+    struct stat entry {};
+    if (stat(QFile::encodeName(path).constData(), &entry) != 0)
         return std::nullopt;
-    VolumeInfo info;
-    info.rootPath = volume.rootPath();
-    info.device = QFile::decodeName(volume.device());
-    info.isReadOnly = volume.isReadOnly();
-    info.isRemovable = deviceIsLoop(info.device) || deviceIsRemovable(info.device, u"/sys"_s);
-    info.isDiskImage = deviceIsLoop(info.device) && info.isReadOnly;
-    return info;
+    QString rootPath = QFileInfo(path).canonicalFilePath();
+    while (rootPath != u"/") {
+        const QString above = QFileInfo(rootPath).path();
+        struct stat folder {};
+        if (stat(QFile::encodeName(above).constData(), &folder) != 0 || folder.st_dev != entry.st_dev)
+            break;
+        rootPath = above;
+    }
+    const QFileInfo device(u"/sys/dev/block/%1:%2"_s.arg(major(entry.st_dev)).arg(minor(entry.st_dev)));
+    const QString name = QFileInfo(device.canonicalFilePath()).fileName();
+    return described(rootPath, name.isEmpty() ? QString() : u"/dev/"_s + name, mountFlagsAreReadOnly(path));
 }
 
 bool deviceIsLoop(const QString &device) { return device.startsWith(u"/dev/loop"_s); }

@@ -36,6 +36,37 @@ INSTANTIATE_TEST_SUITE_P(
                     DateCase{u"2024-1x-15 12:00:00"_s, {}}, DateCase{u"2024-0:-15 12:00:00"_s, {}},
                     DateCase{u""_s, {}}, DateCase{QString(), {}}));
 
+TEST(ItemDate, HourThatIsLeftOutIsNoneAndTheHourThatComesTwiceIsTheSecond) {
+    EXPECT_FALSE(tx::itemDateFromString(u"2026-03-08 02:30:00"_s).isValid());
+    EXPECT_EQ(tx::itemDateFromString(u"2026-11-01 01:30:00"_s).toUTC().toString(Qt::ISODate),
+              u"2026-11-01T09:30:00Z"_s);
+}
+
+TEST(ItemDate, RulesAgreeWithTheZoneDatabase) {
+    const QTimeZone zone("America/Los_Angeles");
+    ASSERT_TRUE(zone.isValid());
+    for (int year = 2007; year <= 2030; ++year) {
+        for (QDate day(year, 1, 1); day.year() == year; day = day.addDays(1)) {
+            for (int hour = 0; hour < 24; ++hour) {
+                const QTime time(hour, 59, 59);
+                const QDateTime byRule = tx::pacificTimeByRule(day, time);
+                const QString text = day.toString(Qt::ISODate) + u' ' + time.toString(Qt::ISODate);
+                ASSERT_EQ(byRule, tx::itemDateFromString(text)) << text.toStdString();
+                const QDateTime utc(day, time, Qt::UTC);
+                ASSERT_EQ(tx::pacificOffsetByRule(utc), zone.offsetFromUtc(utc)) << text.toStdString();
+            }
+        }
+    }
+}
+
+TEST(HandledDate, OwnOffsetDoesNotDependOnTheUsersZone) {
+    const QByteArray before = qgetenv("TZ");
+    qputenv("TZ", "America/Los_Angeles"); // where 2 to 3 o'clock of this day does not exist
+    EXPECT_EQ(tx::handledPostDate(u"2023-03-12T02:30:00+0000"_s).toUTC().toString(Qt::ISODate),
+              u"2023-03-12T02:30:00Z"_s);
+    qputenv("TZ", before);
+}
+
 TEST(HandledDate, TakesAZoneAndRefusesTheFeedsForm) {
     EXPECT_EQ(tx::handledPostDate(u"2024-01-15T12:00:00+0100"_s).toUTC().toString(Qt::ISODate),
               u"2024-01-15T11:00:00Z"_s);

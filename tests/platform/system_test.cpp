@@ -121,6 +121,17 @@ TEST_F(Volumes, KnowWhatHoldsAPath) {
     EXPECT_FALSE(tx::mountFlagsAreReadOnly(u"/no/such/path"_s));
 }
 
+TEST_F(Volumes, FileSystemKnowsWhatHoldsAPathWithoutAMountTable) {
+    const auto table = tx::volumeInfo(path(u""_s));
+    const auto own = tx::volumeByFileSystem(path(u""_s));
+    ASSERT_TRUE(table && own);
+    EXPECT_EQ(own->rootPath, table->rootPath);
+    EXPECT_EQ(own->isReadOnly, table->isReadOnly);
+    EXPECT_EQ(own->isRemovable, table->isRemovable);
+    EXPECT_EQ(tx::volumeByFileSystem(u"/proc/self"_s)->rootPath, u"/proc"_s);
+    EXPECT_FALSE(tx::volumeByFileSystem(u"/no/such/path"_s));
+}
+
 TEST_F(Volumes, RemovableIsWhatTheDeviceOrItsDiskSays) {
     const QString sys = path(u"sys"_s);
     tx::test::writeFile(sys + u"/devices/usb/sdb/removable"_s, "1\n");

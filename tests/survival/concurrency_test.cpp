@@ -258,19 +258,17 @@ TEST_F(Clock, ProgressGoesOnWhenTheClockIsSetBack) {
 
 TEST_F(Clock, TimeZoneOfThisMachineDoesNotCount) {
     const QByteArray before = qgetenv("TZ");
-    QSet<qint64> instants;
     for (const char *zone :
          {"UTC", "Pacific/Kiritimati", "America/Los_Angeles", "Asia/Kathmandu", "No/Where"}) {
         qputenv("TZ", zone);
         tzset();
         TXUpdate update;
-        update.setDateString(u"2024-03-10 02:30:00"_s); // in an hour that one of them leaves out
-        instants.insert(update.date().toMSecsSinceEpoch());
+        update.setDateString(u"2024-03-10 02:30:00"_s); // in the hour that feeds' own zone leaves out
+        EXPECT_FALSE(update.date().isValid()) << zone;
         TXUpdate other;
         other.setDateString(u"2024-07-01 12:00:00"_s);
         EXPECT_EQ(other.date().toMSecsSinceEpoch(), 1719860400000) << zone;
     }
-    EXPECT_EQ(instants.size(), 1);
     qputenv("TZ", before);
     tzset();
 }
