@@ -98,17 +98,17 @@ TEST_F(Defaults, TornOrForeignFileIsSetAside) {
 TEST_F(Defaults, TwoProcessesLoseNoWrite) {
     QProcess writers[2];
     const QString program = QStringLiteral(TEST_HELPERS) + u"/defaults_writer"_s;
-    writers[0].start(program, {file, u"a"_s, u"1000"_s});
-    writers[1].start(program, {file, u"b"_s, u"1000"_s});
+    writers[0].start(program, {file, u"a"_s, u"300"_s});
+    writers[1].start(program, {file, u"b"_s, u"300"_s});
     for (QProcess &writer : writers) {
         ASSERT_TRUE(writer.waitForFinished(100000));
         EXPECT_EQ(writer.exitCode(), 0);
     }
     const UserDefaults defaults(file);
     int found = 0;
-    for (int i = 0; i < 1000; ++i)
+    for (int i = 0; i < 300; ++i)
         found += defaults.value(u"a%1"_s.arg(i)).toInt() == i && defaults.value(u"b%1"_s.arg(i)).isValid();
-    EXPECT_EQ(found, 1000);
+    EXPECT_EQ(found, 300);
 }
 
 TEST_F(Defaults, ThreadsLoseNoWrite) {
