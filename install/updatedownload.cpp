@@ -59,8 +59,8 @@ QString digestOf(const QStringList &texts) {
 
 /// Those of this process, in the order of their beginning. Thread: main.
 QList<UpdateDownload *> &runningDownloads() {
-    static QList<UpdateDownload *> downloads;
-    return downloads;
+    static auto *running = new QList<UpdateDownload *>; // a download may outlast static objects
+    return *running;
 }
 
 /// The two failures that a user can act on get words of their own.

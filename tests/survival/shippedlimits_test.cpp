@@ -41,6 +41,12 @@ protected:
         update->setVersion(u"2000"_s);
     }
 
+    ~ShippedLimits() override {
+        // What still runs ends with its update, and says so.
+        update.reset();
+        tx::test::drainEvents();
+    }
+
     /// Moves the clock and lets the transfer look at it: what came before it has been read by then.
     void pass(std::chrono::seconds time) {
         for (; time > 0s && !isOver(); time -= 1s) {

@@ -280,6 +280,7 @@ protected:
         panel->setUpdatesAndDesignatedUpdate({update}, update);
     }
     ~InstallFromPanel() override {
+        panel->close(); // while it is shown it keeps itself, and its updates
         panel.reset();
         update.reset();
         tx::test::drainEvents();
@@ -288,10 +289,15 @@ protected:
         return outlet<QPushButton>(panel.get(), name);
     }
     void show() {
-        panel->showWindow([this](int code) { codes << code; });
+        // A panel that is still shown closes with the application object, when this test has gone.
+        panel->showWindow([this, here = std::weak_ptr<bool>(m_here)](int code) {
+            if (!here.expired())
+                codes << code;
+        });
         tx::test::drainEvents();
     }
     bool toolFails = false;
+    const std::shared_ptr<bool> m_here = std::make_shared<bool>(true);
 
 private:
     tx::test::FaultFileSystem files;

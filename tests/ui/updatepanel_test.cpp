@@ -52,9 +52,14 @@ protected:
         panel->setUpdatesAndDesignatedUpdate(updates, updates[designated]);
     }
     void show() {
-        panel->showWindow([this](int code) { codes.append(code); });
+        // A panel that is still shown closes with the application object, when this test has gone.
+        panel->showWindow([this, here = std::weak_ptr<bool>(m_here)](int code) {
+            if (!here.expired())
+                codes.append(code);
+        });
         tx::test::drainEvents();
     }
+    const std::shared_ptr<bool> m_here = std::make_shared<bool>(true);
     /// Lets every step of a download be reported: what comes shortly after a report is not told otherwise,
     /// and a download that stalls has no later one.
     static void reportEveryStep() {
@@ -364,7 +369,8 @@ TEST_F(UpdatePanel, InsecureArchiveOfASecureFeedIsNotDownloadedAndTheReasonIsTol
         EXPECT_EQ(errors[0], updates[0]->downloadRefusal());
         EXPECT_FALSE(updates[0]->isDownloading());
         EXPECT_EQ(workspace.opened, hasPage ? QStringList{u"https://example.org/get"_s} : QStringList());
-        EXPECT_EQ(codes, hasPage ? QList<int>{1} : QList<int>());
+        EXPECT_EQ(codes.size(), hasPage ? 1 : 0);
+        EXPECT_EQ(codes.value(0, 1), 1);
         panel->close();
         tx::test::drainEvents();
     }
