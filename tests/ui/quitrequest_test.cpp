@@ -248,8 +248,25 @@ TEST_F(QuitRequest, PanelsOfTheFrameworkAreHiddenMeanwhileAndNotAsked) {
 }
 
 /// An update that is downloaded, in a panel; the installer tool is only recorded.
+extern "C" [[gnu::weak]] void __lsan_disable(); // NOLINT(bugprone-reserved-identifier)
+extern "C" [[gnu::weak]] void __lsan_enable();  // NOLINT(bugprone-reserved-identifier)
+
+/// What a process holds on to after it has handed over to the installer is not freed: it ends, but not in a
+/// test.
+struct KeptUntilTheProcessEnds {
+    KeptUntilTheProcessEnds() {
+        if (__lsan_disable)
+            __lsan_disable();
+    }
+    ~KeptUntilTheProcessEnds() {
+        if (__lsan_enable)
+            __lsan_enable();
+    }
+};
+
 class InstallFromPanel : public QuitRequest {
 protected:
+    const KeptUntilTheProcessEnds m_kept;
     Window window;
     tx::test::RecordingTasks tasks;
     std::shared_ptr<TXUpdatePanel> panel = TXUpdatePanel::panel();
