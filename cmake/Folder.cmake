@@ -5,6 +5,7 @@ function(tarvix_folder NAME)
   cmake_parse_arguments(ARG "" "" "SOURCES;LIBRARIES" ${ARGN})
   add_library(tarvix_${NAME} OBJECT ${ARG_SOURCES})
   target_link_libraries(tarvix_${NAME} PUBLIC tarvix_settings ${ARG_LIBRARIES})
+  tarvix_use_precompiled(tarvix_${NAME} tarvix_precompiled)
   set_property(GLOBAL APPEND PROPERTY TARVIX_FOLDERS tarvix_${NAME})
 endfunction()
 
