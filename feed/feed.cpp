@@ -7,6 +7,7 @@
 #include "feed/feedlimits.h"
 #include "feed/jsonreader.h"
 #include "feed/requestbody.h"
+#include "platform/format.h"
 #include "platform/localization.h"
 #include "platform/loopbackname.h"
 #include "platform/services.h"
@@ -14,9 +15,6 @@
 
 #include <TarvixUpdate/TXLog.h>
 #include <TarvixUpdate/TXUpdateHost.h>
-
-#include <QJsonDocument>
-#include <QJsonObject>
 
 #include <atomic>
 
@@ -35,6 +33,49 @@ void warnAboutInsecureFeed(const QUrl &url) {
           u"TXUpdate: The feed's URL %@ is not secure: whoever controls the network in between can replace "
           "the update. Give the feed and its archives https URLs."_s,
           {url.toString(QUrl::RemoveUserInfo | QUrl::RemoveQuery)});
+}
+
+/// As a format with "%@" has it.
+QString textOrNull(const QString &text) { return text.isNull() ? u"(null)"_s : text; }
+
+/// Whether a server refuses this way of asking, as those do that only hand out files.
+bool refusesPost(int status) {
+    constexpr int methodNotAllowed = 405;
+    constexpr int notImplemented = 501;
+    return status == methodNotAllowed || status == notImplemented;
+}
+
+/// `repeatsWithoutBody`: asks once more, without the body, when the server takes no POST.
+void send(const TXUpdateFeedPtr &feed, const QByteArray &body, bool repeatsWithoutBody) {
+    tx::UrlRequest request;
+    request.url = feed->URLWithParameters();
+    request.timeout = std::chrono::seconds(30);
+    request.sizeLimit = tx::largestFeed();
+    request.timeLimit = tx::services().feedTimeLimit;
+    request.headers = {{"Cache-Control", "no-cache"}};
+    request.body = body;
+    if (!body.isNull()) {
+        request.method = "POST";
+        request.headers.append(qMakePair(QByteArray("Content-Type"), QByteArray("application/json")));
+    }
+    tx::services().urlLoader->load(
+        request, [feed, repeatsWithoutBody](const tx::UrlResponse &response, const TXError &error) {
+            if (error) {
+                feed->completedWithError(TXUpdateFeed::errorForLoading(error));
+            } else if (repeatsWithoutBody && refusesPost(response.statusCode)) {
+                TXLog(TXLogLevelNotice,
+                      u"TXUpdate: The server of the feed answered %d to the POST with the system profile. "
+                      "The feed is asked for once more without the profile."_s,
+                      {QString::number(response.statusCode)});
+                send(feed, {}, false);
+            } else if (response.statusCode != 200) {
+                feed->completedWithError(TXUpdateFeed::errorForHTTPStatus(response.statusCode));
+            } else if (response.header("Content-Type") == "application/json") {
+                feed->parseJSONData(response.body);
+            } else {
+                feed->parseXMLData(response.body);
+            }
+        });
 }
 
 } // namespace
@@ -109,8 +150,8 @@ QUrl TXUpdateFeed::URLWithParameters() const {
     for (const auto &[name, value] :
          {std::pair(u"appName"_s, host->name()), std::pair(u"appVersion"_s, host->version()),
           std::pair(u"anonymousUUID"_s, anonymousUUID())})
-        items << name + u'=' + EscapeForURL(value);
-    const QString address = d->url.isEmpty() ? u"(null)"_s : d->url.toString(QUrl::FullyEncoded);
+        items << tx::formatText(u"%@=%@"_s, {name, value.isNull() ? value : EscapeForURL(value)});
+    const QString address = d->url.isEmpty() ? textOrNull({}) : d->url.toString(QUrl::FullyEncoded);
     const QString text = address + (d->url.hasQuery() ? u'&' : u'?') + items.join(u'&');
     const QUrl result(text, QUrl::StrictMode);
     return result.isValid() ? result : QUrl();
@@ -122,10 +163,10 @@ QByteArray TXUpdateFeed::requestBody() const {
     if (members.isEmpty())
         return {};
     const TXUpdateHost *host = TXUpdateHost::host();
-    members.insert(u"appName"_s, host->name());
-    members.insert(u"appVersion"_s, host->version());
+    members.insert(u"appName"_s, textOrNull(host->name()));
+    members.insert(u"appVersion"_s, textOrNull(host->version()));
     members.insert(u"anonymousUUID"_s, anonymousUUID());
-    return QJsonDocument(QJsonObject::fromVariantMap(members)).toJson(QJsonDocument::Indented);
+    return tx::jsonFromMembers(members);
 }
 
 TXUpdateFeedPtr TXUpdateFeed::owned() {
@@ -138,28 +179,9 @@ void TXUpdateFeed::fetch() {
     if (d->isFetched.exchange(true))
         return;
     warnAboutInsecureFeed(d->url);
-    tx::UrlRequest request;
-    request.url = URLWithParameters();
-    request.timeout = std::chrono::seconds(30);
-    request.sizeLimit = tx::largestFeed();
-    request.timeLimit = tx::services().feedTimeLimit;
-    request.headers = {{"Cache-Control", "no-cache"}};
-    request.body = requestBody();
-    if (!request.body.isNull()) {
-        request.method = "POST";
-        request.headers.append(qMakePair(QByteArray("Content-Type"), QByteArray("application/json")));
-    }
-    tx::services().urlLoader->load(request,
-                                   [self = owned()](const tx::UrlResponse &response, const TXError &error) {
-                                       if (error)
-                                           self->completedWithError(errorForLoading(error));
-                                       else if (response.statusCode != 200)
-                                           self->completedWithError(errorForHTTPStatus(response.statusCode));
-                                       else if (response.header("Content-Type") == "application/json")
-                                           self->parseJSONData(response.body);
-                                       else
-                                           self->parseXMLData(response.body);
-                                   });
+    // A profile is nothing that a check may fail for. Parameters are: their answer would be another one.
+    const bool onlyProfile = d->profile && d->parameters.isEmpty();
+    send(owned(), requestBody(), onlyProfile);
 }
 
 void TXUpdateFeed::parseJSONData(const QByteArray &data) {

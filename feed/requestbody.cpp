@@ -4,10 +4,14 @@
 #include <TarvixUpdate/TXLog.h>
 
 #include <QDateTime>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonValue>
 #include <QUrl>
 
 #include <algorithm>
 #include <cmath>
+#include <type_traits>
 
 using namespace Qt::StringLiterals;
 
@@ -15,23 +19,53 @@ namespace tx {
 
 namespace {
 
-bool isNumber(const QVariant &value) {
+template <typename Integer>
+QByteArray digitsOf(const QVariant &value) {
+    using Widest = std::conditional_t<std::is_signed_v<Integer>, qlonglong, qulonglong>;
+    return QByteArray::number(static_cast<Widest>(*static_cast<const Integer *>(value.constData())));
+}
+
+/// The digits of an integer of any type, those that are named after characters included; null for what is no
+/// integer. Qt's own writer of JSON knows some of the types only and rounds large numbers.
+QByteArray integerText(const QVariant &value) {
     switch (value.typeId()) {
-    case QMetaType::Bool:
-    case QMetaType::Int:
-    case QMetaType::UInt:
+    case QMetaType::Char:
+        return digitsOf<char>(value);
+    case QMetaType::SChar:
+        return digitsOf<signed char>(value);
+    case QMetaType::UChar:
+        return digitsOf<unsigned char>(value);
+    case QMetaType::Char16:
+        return digitsOf<char16_t>(value);
+    case QMetaType::Char32:
+        return digitsOf<char32_t>(value);
     case QMetaType::Short:
+        return digitsOf<short>(value);
     case QMetaType::UShort:
+        return digitsOf<unsigned short>(value);
+    case QMetaType::Int:
+        return digitsOf<int>(value);
+    case QMetaType::UInt:
+        return digitsOf<unsigned>(value);
     case QMetaType::Long:
+        return digitsOf<long>(value);
     case QMetaType::ULong:
+        return digitsOf<unsigned long>(value);
     case QMetaType::LongLong:
+        return digitsOf<qlonglong>(value);
     case QMetaType::ULongLong:
-    case QMetaType::Float:
-    case QMetaType::Double:
-        return true;
+        return digitsOf<qulonglong>(value);
     default:
-        return false;
+        return {};
     }
+}
+
+bool isReal(const QVariant &value) {
+    return value.typeId() == QMetaType::Double || value.typeId() == QMetaType::Float;
+}
+
+bool isNumber(const QVariant &value) {
+    return value.typeId() == QMetaType::Bool || isReal(value) || !integerText(value).isNull();
 }
 
 bool isList(const QVariant &value) {
@@ -44,7 +78,7 @@ bool isMap(const QVariant &value) {
 
 bool fitsJson(const QVariant &value) {
     if (isNumber(value))
-        return std::isfinite(value.toDouble());
+        return !isReal(value) || std::isfinite(value.toDouble());
     if (isList(value)) {
         const QVariantList list = value.toList();
         return std::all_of(list.begin(), list.end(), fitsJson);
@@ -56,11 +90,59 @@ bool fitsJson(const QVariant &value) {
     return value.typeId() == QMetaType::QString || value.typeId() == QMetaType::Nullptr;
 }
 
+/// A text, or a number that is no integer, as Qt writes it.
+QByteArray scalarJson(const QJsonValue &value) {
+    const QByteArray list = QJsonDocument(QJsonArray{value}).toJson(QJsonDocument::Compact);
+    return list.mid(1, list.size() - 2);
+}
+
+void appendJson(QByteArray &json, const QVariant &value, int level);
+
+/// The elements between brackets, each in a line of its own.
+template <typename Container, typename AppendElement>
+void appendElements(QByteArray &json, const Container &elements, int level, const char *brackets,
+                    const AppendElement &appendElement) {
+    constexpr int indentation = 4;
+    json += brackets[0];
+    const char *separator = "\n";
+    for (auto it = elements.begin(); it != elements.end(); ++it) {
+        json += separator + QByteArray((level + 1) * indentation, ' ');
+        appendElement(it);
+        separator = ",\n";
+    }
+    if (!elements.isEmpty())
+        json += '\n' + QByteArray(level * indentation, ' ');
+    json += brackets[1];
+}
+
+void appendJson(QByteArray &json, const QVariant &value, int level) {
+    if (const QByteArray integer = integerText(value); !integer.isNull())
+        json += integer;
+    else if (value.typeId() == QMetaType::Bool)
+        json += value.toBool() ? "true" : "false";
+    else if (isReal(value))
+        json += scalarJson(value.toDouble());
+    else if (isList(value))
+        appendElements(json, value.toList(), level, "[]",
+                       [&](const auto &it) { appendJson(json, *it, level + 1); });
+    else if (isMap(value))
+        appendElements(json, value.toMap(), level, "{}", [&](const auto &it) {
+            json += scalarJson(it.key()) + ": ";
+            appendJson(json, it.value(), level + 1);
+        });
+    else if (value.typeId() == QMetaType::Nullptr)
+        json += "null";
+    else
+        json += scalarJson(value.toString());
+}
+
 } // namespace
 
 QString descriptionOf(const QVariant &value) {
     if (!value.isValid() || value.typeId() == QMetaType::Nullptr)
         return u"<null>"_s;
+    if (const QByteArray integer = integerText(value); !integer.isNull())
+        return QString::fromLatin1(integer);
     switch (value.typeId()) {
     case QMetaType::QDateTime:
         return value.toDateTime().toUTC().toString(u"yyyy-MM-dd HH:mm:ss"_s) + u" +0000"_s;
@@ -109,6 +191,12 @@ QVariantMap requestMembers(const QVariantMap &profile, const QVariantMap &parame
             result.insert(it.key(), descriptionOf(value));
     }
     return result;
+}
+
+QByteArray jsonFromMembers(const QVariantMap &members) {
+    QByteArray json;
+    appendJson(json, members, 0);
+    return json += '\n';
 }
 
 } // namespace tx

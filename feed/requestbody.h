@@ -9,6 +9,9 @@ namespace tx {
 /// cannot hold, and every value that is neither text, number, list nor dictionary, becomes its description.
 [[nodiscard]] QVariantMap requestMembers(const QVariantMap &profile, const QVariantMap &parameters);
 
+/// The members as a JSON object, a member a line. Integers of every type are numbers, with all their digits.
+[[nodiscard]] QByteArray jsonFromMembers(const QVariantMap &members);
+
 /// A value in words: dates as "2024-01-31 12:00:00 +0000", data as "<00ff>", collections with their elements.
 [[nodiscard]] QString descriptionOf(const QVariant &value);
 

@@ -9,6 +9,7 @@
 enum TXLogLevel : int {
     TXLogLevelAlways = 0,  ///< what is told whatever level is chosen
     TXLogLevelFailure = 1, ///< something that the user asked for did not work
+    TXLogLevelNotice = 4,  ///< something unusual that the framework dealt with by itself
     TXLogLevelStep = 5,    ///< a step of download, unarchiving, installation or relaunch
     TXLogLevelDetail = 6,  ///< detail for people who debug a feed
 };

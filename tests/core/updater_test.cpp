@@ -142,6 +142,25 @@ TEST_F(UpdaterProfile, CountsAsSentWhenTheCheckFails) {
     EXPECT_FALSE(sendsAt(start.addSecs(3600), 500));
 }
 
+TEST_F(UpdaterProfile, CountsAsSentToAServerThatTakesNoPost) {
+    updater->setSendsSystemProfile(true);
+    server.always([](const tx::test::HttpRequest &request) {
+        return request.method == "POST" ? HttpReply{.status = 405} : HttpReply::json(oneUpdate);
+    });
+    setNow(start);
+    check();
+    EXPECT_TRUE(outcome.feed) << outcome.error.toString().toStdString();
+    EXPECT_EQ(outcome.calls, 1);
+    EXPECT_EQ(sentDate(), start);
+    EXPECT_EQ(updater->lastUpdateCheckDate(), start);
+    ASSERT_EQ(server.requests().size(), 2);
+    EXPECT_EQ(server.requests().last().method, QByteArray("GET"));
+    setNow(start.addSecs(3600));
+    check();
+    EXPECT_TRUE(outcome.feed);
+    EXPECT_EQ(server.requests().size(), 3) << "none is due for a week";
+}
+
 TEST_F(UpdaterProfile, NothingIsGatheredWhenSendingIsOff) {
     EXPECT_FALSE(sendsAt(start));
     EXPECT_TRUE(tx::test::readFile(path(u"calls"_s)).isEmpty());

@@ -9,8 +9,10 @@
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
 #include "tests/support/feedserver.h"
+#include "tests/support/processes.h"
 
 #include <TarvixUpdate/TXUpdateFeed.h>
+#include <TarvixUpdate/TXUpdateHost.h>
 #include <TarvixUpdate/TXUpdateSettings.h>
 
 #include <QJsonArray>
@@ -179,6 +181,150 @@ TEST_F(FeedRequest, ValuesThatJsonCannotHoldBecomeDescriptions) {
     EXPECT_EQ(members.value(u"none"_s), u"<null>"_s);
     EXPECT_EQ(members.value(u"nan"_s), u"nan"_s);
     EXPECT_THAT(logLines(), testing::Contains(u"ERROR making json string for update info"_s));
+}
+
+TEST_F(FeedRequest, IntegersOfEveryTypeAreNumbers) {
+    const std::pair<QVariant, QByteArray> cases[] = {
+        {QVariant::fromValue<char>('a'), "97"},
+        {QVariant::fromValue<signed char>(-7), "-7"},
+        {QVariant::fromValue<unsigned char>(200), "200"},
+        {QVariant::fromValue<char16_t>(u'\u20AC'), "8364"},
+        {QVariant::fromValue<char32_t>(U'\U0001F600'), "128512"},
+        {QVariant::fromValue<short>(-32768), "-32768"},
+        {QVariant::fromValue<ushort>(65535), "65535"},
+        {QVariant::fromValue<int>(-2147483647 - 1), "-2147483648"},
+        {QVariant::fromValue<uint>(4294967295U), "4294967295"},
+        {QVariant::fromValue<long>(-2000000000L), "-2000000000"},
+        {QVariant::fromValue<ulong>(4294967295UL), "4294967295"},
+        {QVariant::fromValue<qlonglong>(std::numeric_limits<qlonglong>::min()), "-9223372036854775808"},
+        {QVariant::fromValue<qulonglong>(std::numeric_limits<qulonglong>::max()), "18446744073709551615"},
+        {QVariant::fromValue<double>(0.5), "0.5"},
+        {QVariant::fromValue<float>(0.5F), "0.5"},
+        {QVariant(true), "true"},
+        {QVariant(false), "false"},
+    };
+    for (const auto &[value, digits] : cases) {
+        const QByteArray body = request(u"http://e.org/"_s, {{u"n"_s, value},
+                                                             {u"list"_s, QVariantList{value}},
+                                                             {u"map"_s, QVariantMap{{u"k"_s, value}}}})
+                                    .requestBody();
+        EXPECT_THAT(body.toStdString(), testing::HasSubstr("\n    \"n\": " + digits.toStdString() + "\n"))
+            << value.typeName();
+        EXPECT_THAT(body.toStdString(),
+                    testing::HasSubstr("\"list\": [\n        " + digits.toStdString() + "\n    ]"))
+            << value.typeName();
+        EXPECT_THAT(body.toStdString(), testing::HasSubstr("\"k\": " + digits.toStdString() + "\n"))
+            << value.typeName();
+        EXPECT_TRUE(QJsonDocument::fromJson(body).isObject());
+    }
+    // Beside what JSON cannot hold they are described as numbers, too.
+    EXPECT_EQ(tx::descriptionOf(QVariantList{QVariant::fromValue<char>('a'), QByteArray("x")}),
+              u"(97, <78>)"_s);
+}
+
+TEST_F(FeedRequest, BodyIsWrittenAsQtWritesIt) {
+    const QVariantMap parameters{
+        {u"text \"\\\n\u00FC\x01"_s, u"\"quoted\" \\ \n \u20AC \x01 </a>"_s},
+        {u"list"_s, QVariantList{1, u"x"_s, QVariantMap{{u"a"_s, QVariantList{true, 2.5}}},
+                                 QVariant::fromValue(nullptr)}},
+        {u"names"_s, QStringList{u"a"_s, u"b"_s}},
+        {u"map"_s, QVariantMap{{u"b"_s, 1e300}, {u"a"_s, -1}}}};
+    QVariantMap members = parameters;
+    members.insert(
+        {{u"appName"_s, u"My App"_s}, {u"appVersion"_s, u"1042"_s}, {u"anonymousUUID"_s, u"U-1"_s}});
+    EXPECT_EQ(request(u"http://e.org/"_s, parameters).requestBody(),
+              QJsonDocument(QJsonObject::fromVariantMap(members)).toJson(QJsonDocument::Indented));
+    const QByteArray empty =
+        request(u"http://e.org/"_s, {{u"list"_s, QVariantList()}, {u"map"_s, QVariantMap()}}).requestBody();
+    EXPECT_THAT(empty.toStdString(), testing::HasSubstr("\"list\": [],\n    \"map\": {}\n"));
+}
+
+TEST_F(FeedRequest, HostWithoutAVersionIsAskedForAsNull) {
+    TXUpdateHost::host()->setVersion(QString());
+    EXPECT_EQ(request(u"http://e.org/f"_s).URLWithParameters().toString(QUrl::FullyEncoded),
+              u"http://e.org/f?appName=My%20App&appVersion=(null)&anonymousUUID=U-1"_s);
+    const QByteArray body = request(u"http://e.org/f"_s, {{u"a"_s, 1}}).requestBody();
+    EXPECT_EQ(QJsonDocument::fromJson(body)[u"appVersion"_s], u"(null)"_s) << "as in the address";
+    TXUpdateHost::host()->setVersion(u""_s);
+    EXPECT_THAT(request(u"http://e.org/f"_s).URLWithParameters().toString().toStdString(),
+                testing::HasSubstr("appVersion=&"))
+        << "empty is not null";
+}
+
+/// A server that hands out files and takes no POST.
+class ServerOfFiles : public FeedRequest, public testing::WithParamInterface<int> {
+protected:
+    const TXUpdateSystemProfilePtr profile =
+        std::make_shared<TXUpdateSystemProfile>(TXUpdateSystemProfile::Contents::Empty);
+    FeedServer server;
+    QUrl url() const { return QUrl(server.url(u"/feed.json"_s)); }
+    void refusePost() { server.expect("POST", "/feed.json", HttpReply{.status = GetParam()}); }
+    QStringList notices() const { return logLines().filter(u"once more without the profile"_s); }
+};
+
+TEST_P(ServerOfFiles, GetsTheCheckOnceMoreWithoutTheProfile) {
+    refusePost();
+    server.expect("GET", "/feed.json", HttpReply::json(R"({"beta":[]})"));
+    fetch(url(), {}, profile);
+    EXPECT_TRUE(error.isNull()) << error.toString().toStdString();
+    EXPECT_TRUE(feed->releaseTracks().contains(u"beta"_s));
+    EXPECT_EQ(calls, 1);
+    ASSERT_EQ(server.requests().size(), 2);
+    const auto [first, second] = std::pair(server.requests()[0], server.requests()[1]);
+    EXPECT_FALSE(first.body.isEmpty());
+    EXPECT_EQ(second.target, first.target);
+    EXPECT_TRUE(second.body.isEmpty());
+    EXPECT_FALSE(second.headers.contains("content-type"));
+    ASSERT_EQ(notices().size(), 1);
+    EXPECT_THAT(notices().first().toStdString(),
+                testing::HasSubstr(" %1 "_ba.replace("%1", QByteArray::number(GetParam())).toStdString()));
+}
+
+TEST_P(ServerOfFiles, SecondRefusalEndsTheCheck) {
+    refusePost();
+    server.expect("GET", "/feed.json", HttpReply{.status = GetParam()});
+    fetch(url(), {}, profile);
+    EXPECT_EQ(error.localizedFailureReason(),
+              u"An http status of %1 occurred when accessing the feed."_s.arg(GetParam()));
+    EXPECT_EQ(server.requests().size(), 2);
+}
+
+TEST_P(ServerOfFiles, RefusedParametersAreAnError) {
+    for (const TXUpdateSystemProfilePtr &also : {TXUpdateSystemProfilePtr(), profile}) {
+        refusePost();
+        fetch(url(), {{u"channel"_s, u"beta"_s}}, also);
+        EXPECT_EQ(error.localizedFailureReason(),
+                  u"An http status of %1 occurred when accessing the feed."_s.arg(GetParam()))
+            << "without them the answer would be another one";
+    }
+    EXPECT_EQ(server.requests().size(), 2);
+    EXPECT_TRUE(notices().isEmpty());
+}
+
+TEST_P(ServerOfFiles, IsMentionedInTheLogFromLevelFourOn) {
+    for (const int level : {3, 4}) {
+        refusePost();
+        server.expect("GET", "/feed.json", HttpReply::json("{}"));
+        const auto asked =
+            tx::test::runProcess(QStringLiteral(TEST_HELPERS) + u"/feed_asker"_s, {url().toString()}, {},
+                                 {u"TXUPDATE_LOG_LEVEL=%1"_s.arg(level)});
+        EXPECT_EQ(asked.status, 0) << asked.errors.constData();
+        EXPECT_EQ(asked.errors.count("once more without the profile"), level == 4 ? 1 : 0)
+            << asked.errors.constData();
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Statuses, ServerOfFiles, testing::Values(405, 501));
+
+TEST_F(FeedRequest, OtherAnswersToAProfileAreNotAskedForAgain) {
+    const auto profile = std::make_shared<TXUpdateSystemProfile>(TXUpdateSystemProfile::Contents::Empty);
+    for (const int status : {400, 404, 406, 500, 502, 503}) {
+        FeedServer server;
+        server.expect("POST", "/f", HttpReply{.status = status});
+        fetch(QUrl(server.url(u"/f"_s)), {}, profile);
+        EXPECT_FALSE(error.isNull()) << status;
+        EXPECT_EQ(server.requests().size(), 1) << status;
+    }
 }
 
 TEST_F(FeedRequest, SuccessSetsTracksUpdatesAndRecommendation) {
