@@ -34,13 +34,6 @@ constexpr size_t mostElementsOfAnItem = 1000;
 /// What an element or a reference counts towards that, beside its text.
 constexpr size_t costOfElement = 16;
 
-/// White space at the ends of a text. A no-break space is none: it is there to be seen.
-bool isTrimmed(QChar c) {
-    constexpr QChar noBreakSpaces[] = {u'\u00A0', u'\u2007', u'\u202F'};
-    return c.isSpace() &&
-           std::find(std::begin(noBreakSpaces), std::end(noBreakSpaces), c) == std::end(noBreakSpaces);
-}
-
 bool isPlainSpace(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 
 /// Drops white space and line breaks from both ends.
@@ -58,7 +51,7 @@ void trim(std::string &text) {
     const auto isAscii = [](char c) { return static_cast<unsigned char>(c) < 0x80; };
     const auto isSpaceOf = [](std::string_view character) {
         const QString wide = QString::fromUtf8(character.data(), static_cast<qsizetype>(character.size()));
-        return wide.size() == 1 && isTrimmed(wide.front());
+        return wide.size() == 1 && wide.front().isSpace();
     };
     const auto isContinued = [](char c) { return (static_cast<unsigned char>(c) & 0xC0) == 0x80; };
     std::string_view view = text;

@@ -36,22 +36,44 @@ QString fromUtf8(std::string_view text) {
     return QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size()));
 }
 
-/// A number as people write it: 120, 1.5, 1e+20.
-std::string textOfNumber(double number) {
-    constexpr double exactLimit = 9007199254740992.0;
-    if (number == static_cast<double>(static_cast<qint64>(number)) && std::abs(number) < exactLimit)
-        return std::to_string(static_cast<qint64>(number));
-    return QByteArray::number(number, 'g', QLocale::FloatingPointShortest).toStdString();
+bool isDigit(char c) { return c >= '0' && c <= '9'; }
+
+/// Takes digits off the front; false where there are none.
+bool takeDigits(std::string_view &text) {
+    const size_t before = text.size();
+    while (!text.empty() && isDigit(text.front()))
+        text.remove_prefix(1);
+    return text.size() != before;
 }
 
-std::string textOfNumber(ondemand::number number) {
-    if (number.is_int64())
-        return std::to_string(number.get_int64());
-    if (number.is_uint64())
-        return std::to_string(number.get_uint64());
-    const double value = number.get_double();
-    constexpr double longest = 9e15;
-    return std::abs(value) < longest ? textOfNumber(value) : QByteArray::number(value).toStdString();
+bool take(std::string_view &text, std::string_view characters) {
+    if (text.empty() || characters.find(text.front()) == std::string_view::npos)
+        return false;
+    text.remove_prefix(1);
+    return true;
+}
+
+/// Whether a text is a number in the words of JSON, of whatever size.
+bool isNumber(std::string_view text) {
+    (void)take(text, "-");
+    if (!take(text, "0") && !takeDigits(text))
+        return false;
+    if (take(text, ".") && !takeDigits(text))
+        return false;
+    if (take(text, "eE")) {
+        (void)take(text, "+-");
+        if (!takeDigits(text))
+            return false;
+    }
+    return text.empty();
+}
+
+/// A number as it is written. The parser would refuse integers of more than 64 bits and numbers that no
+/// double can hold, which are JSON all the same.
+error_code readNumber(ondemand::value value, std::string_view &text) {
+    text = value.raw_json_token(); // with the blanks behind it
+    text = text.substr(0, text.find_last_not_of(" \t\n\r") + 1);
+    return isNumber(text) ? simdjson::SUCCESS : simdjson::NUMBER_ERROR;
 }
 
 void appendQuoted(std::string &json, std::string_view text) {
@@ -164,10 +186,10 @@ error_code walk(ondemand::value value, int depth, std::string *json) {
         return error;
     }
     case ondemand::json_type::number: {
-        ondemand::number number;
-        const error_code error = value.get_number().get(number);
+        std::string_view number;
+        const error_code error = readNumber(value, number);
         if (!error && json)
-            *json += textOfNumber(number);
+            *json += number;
         return error;
     }
     case ondemand::json_type::boolean: {
@@ -199,13 +221,11 @@ error_code store(FeedEntry &entry, Member member, ondemand::value value) {
         if (!error)
             entry.set(member, text);
         return error;
-    case ondemand::json_type::number: {
-        ondemand::number number;
-        error = value.get_number().get(number);
+    case ondemand::json_type::number:
+        error = readNumber(value, text);
         if (!error)
-            entry.setOwned(member, textOfNumber(number));
+            entry.set(member, text);
         return error;
-    }
     case ondemand::json_type::boolean: {
         bool boolean = false;
         error = value.get_bool().get(boolean);

@@ -133,12 +133,12 @@ TEST_F(AppcastReader, SystemBoundsHaveNoEffect) {
 TEST_F(AppcastReader, ElementTextsAreTrimmedAndAttributesAreNot) {
     const TXUpdatePtr u =
         update("<title> \t\n 2.1 \xE3\x80\x80\xE2\x80\xA8\r\n</title>"
-               "<description>\xC2\xA0 no-break \xC2\xA0</description>"
+               "<description>\xC2\xA0\xE2\x80\x87 no-break\xC2\xA0text \xE2\x80\xAF\xC2\xA0</description>"
                "<sparkle:version>   1043\n</sparkle:version>"
                "<enclosure url=\"https://e.org/a.zip\" sparkle:shortVersionString=\" 2.1 \"/>");
     ASSERT_TRUE(u);
     EXPECT_EQ(u->title(), u"2.1"_s);
-    EXPECT_EQ(u->itemDescription(), u"\u00A0 no-break \u00A0"_s);
+    EXPECT_EQ(u->itemDescription(), u"no-break\u00A0text"_s) << "spaces that do not break are spaces";
     EXPECT_EQ(u->version(), u"1043"_s);
     EXPECT_EQ(u->displayVersion(), u" 2.1 "_s);
 }

@@ -205,6 +205,34 @@ TEST_F(JsonReader, ValuesOfOtherTypesStandInTheirTextForm) {
     EXPECT_FALSE(x);
 }
 
+TEST_F(JsonReader, NumbersOfAnySizeAreReadAndStandAsTheyAreWritten) {
+    for (const QByteArray number :
+         {"123456789012345678901234567890", "-99999999999999999999", "1e999", "-1E+999", "1e-999", "1.50",
+          "0", "-0", "-0.0", "1E5", "1e+20", "2.10", "9007199254740993", "18446744073709551616"}) {
+        const auto tracks = read("{\"release\":[{\"type\":\"build\",\"unknown\":" + number +
+                                 ",\"more\":[{\"n\":" + number + "}, " + number + " ],\"title\":" + number +
+                                 " ,\"description\":{\"a\":[" + number + ",\"x\"]},\"build\":\"1043\"," +
+                                 "\"downloadURL\":\"https://e.org/d.zip\",\"version\":\n" + number + "\n}]}");
+        ASSERT_TRUE(bool(tracks)) << number.constData() << ": " << tracks.error().toString().toStdString();
+        ASSERT_EQ(tracks->value(u"release"_s)->updates().size(), 1) << number.constData();
+        const TXUpdatePtr u = tracks->value(u"release"_s)->updates().first();
+        EXPECT_EQ(u->title(), QString::fromLatin1(number));
+        EXPECT_EQ(u->displayVersion(), QString::fromLatin1(number));
+        EXPECT_EQ(u->itemDescription(), u"{\"a\":["_s + QString::fromLatin1(number) + u",\"x\"]}"_s);
+        EXPECT_EQ(u->version(), u"1043"_s) << "what follows is read as well";
+    }
+}
+
+TEST_F(JsonReader, WhatIsNoNumberInJsonFailsTheFeed) {
+    for (const QByteArray number : {"01", "-", "-01", "1.", ".5", "+1", "1e", "1e+", "1.e5", "0x10", "1_000",
+                                    "1,0", "12a", "1 2", "NaN", "Infinity", "--1", "1.2.3", "\xD9\xA1"}) {
+        for (const QByteArray member : {"title", "unknown"})
+            EXPECT_FALSE(bool(read("{\"release\":[{\"type\":\"build\",\"" + member + "\":" + number + "}]}")))
+                << member.constData() << ": " << number.constData();
+        EXPECT_FALSE(bool(read("{\"release\":[{\"type\":\"build\",\"x\":[" + number + "}]}")));
+    }
+}
+
 TEST_F(JsonReader, EmptyTextIsNotAbsent) {
     const TXUpdatePtr u =
         update(R"("build":"1043","downloadURL":"https://e.org/d.zip","version":"","title":"")");
