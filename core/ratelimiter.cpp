@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "core/ratelimiter.h"
+#include <TarvixUpdate/TXRateLimiter.h>
 
 #include "platform/services.h"
 

@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
-#include <TarvixUpdate/TXUpdateItem.h>
+#include "feed/conditions.h"
 
 #include "feed/feedentry.h"
+
+#include <QJsonDocument>
 
 using namespace Qt::StringLiterals;
 
@@ -18,6 +20,24 @@ TXUpdateConditionLaunch launchFrom(std::string_view text) {
     return TXUpdateConditionLaunchNotFirst;
 }
 
+/// A value of a JSON document as a text; null for an absent one.
+QString textFormOf(const QVariant &value) {
+    switch (value.typeId()) {
+    case QMetaType::UnknownType:
+    case QMetaType::Nullptr:
+        return {};
+    case QMetaType::Bool:
+        return value.toBool() ? u"1"_s : u"0"_s;
+    case QMetaType::QVariantMap:
+    case QMetaType::QVariantHash:
+    case QMetaType::QVariantList:
+    case QMetaType::QStringList:
+        return QString::fromUtf8(QJsonDocument::fromVariant(value).toJson(QJsonDocument::Compact));
+    default:
+        return value.toString();
+    }
+}
+
 } // namespace
 
 TXUpdateConditionLaunch TXUpdateConditionLaunchFromString(const QString &text) {
@@ -30,14 +50,24 @@ bool TXUpdateConditionLaunchSatisfied(TXUpdateConditionLaunch required, TXUpdate
     return !restricts || current == required;
 }
 
-TXUpdateItemConditions TXUpdateItemConditions::conditionsFromDictionary(const tx::FeedEntry &entry) {
-    using Member = tx::FeedEntry::Member;
+TXUpdateItemConditions tx::conditionsFrom(const FeedEntry &entry) {
+    using Member = FeedEntry::Member;
     TXUpdateItemConditions result;
     result.minimumSystemVersion = entry.text(Member::MinSystemVersion);
     result.maximumSystemVersion = entry.text(Member::MaxSystemVersion);
     result.minimumAppBuild = entry.text(Member::MinBuild);
     result.maximumAppBuild = entry.text(Member::MaxBuild);
     result.launch = launchFrom(entry.bytes(Member::Launch));
+    return result;
+}
+
+TXUpdateItemConditions TXUpdateItemConditions::conditionsFromDictionary(const QVariantMap &entry) {
+    TXUpdateItemConditions result;
+    result.minimumSystemVersion = textFormOf(entry.value(u"minSystemVersion"_s));
+    result.maximumSystemVersion = textFormOf(entry.value(u"maxSystemVersion"_s));
+    result.minimumAppBuild = textFormOf(entry.value(u"minBuild"_s));
+    result.maximumAppBuild = textFormOf(entry.value(u"maxBuild"_s));
+    result.launch = launchFrom(textFormOf(entry.value(u"launch"_s)).toStdString());
     return result;
 }
 

@@ -3,6 +3,8 @@
 
 #include <QRegularExpression>
 
+#include <cstdlib>
+
 using namespace Qt::StringLiterals;
 
 namespace tx {
@@ -21,6 +23,16 @@ QDateTime handledPostDate(const QString &text) {
         return {};
     date.setOffsetFromUtc(match.captured(2) == u"-" ? -offset : offset);
     return date;
+}
+
+QString handledPostDateText(const QDateTime &date) {
+    if (!date.isValid())
+        return {};
+    const QDateTime local = date.toLocalTime();
+    const int minutes = local.offsetFromUtc() / 60;
+    const auto twoDigits = [](int number) { return u"%1"_s.arg(number, 2, 10, QChar(u'0')); };
+    return local.toString(u"yyyy-MM-ddTHH:mm:ss"_s) + (minutes < 0 ? u'-' : u'+') +
+           twoDigits(std::abs(minutes) / 60) + twoDigits(std::abs(minutes) % 60);
 }
 
 } // namespace tx

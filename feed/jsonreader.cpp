@@ -4,6 +4,7 @@
 #include "core/names.h"
 #include "core/relevance.h"
 #include "core/versioncomparison.h"
+#include "feed/conditions.h"
 #include "feed/feedbudget.h"
 #include "feed/feedvalues.h"
 #include "feed/updateentry.h"
@@ -378,8 +379,8 @@ private:
         }
         logMissingDate(entry);
         if (objection != Objection::None)
-            skip(index, describe(objection, TXUpdateItemConditions::conditionsFromDictionary(entry),
-                                 entry.text(Member::Build), m_context.appBuild, m_context.systemVersion));
+            skip(index, describe(objection, conditionsFrom(entry), entry.text(Member::Build),
+                                 m_context.appBuild, m_context.systemVersion));
         else
             keep(m_updates, entry);
     }
@@ -390,8 +391,8 @@ private:
         const bool isBound = entry.has(Member::MinBuild) || entry.has(Member::MaxBuild) ||
                              entry.has(Member::MinSystemVersion) || entry.has(Member::MaxSystemVersion);
         if (isBound) {
-            const Objection objection = objectionTo(TXUpdateItemConditions::conditionsFromDictionary(entry),
-                                                    m_context.appBuild, m_context.systemVersion);
+            const Objection objection =
+                objectionTo(conditionsFrom(entry), m_context.appBuild, m_context.systemVersion);
             if (objection != Objection::None)
                 return objection;
         }
@@ -551,7 +552,7 @@ TXUpdatePostPtr json_postFromDictionary(const FeedEntry &entry, QString *failure
     post->setDateString(entry.text(Member::Date));
     post->setEndDateString(entry.text(Member::EndDate));
     post->setDisplayTime(TXUpdatePostDisplayTimeFromString(entry.text(Member::Display)));
-    post->setConditions(TXUpdateItemConditions::conditionsFromDictionary(entry));
+    post->setConditions(conditionsFrom(entry));
     for (const Member member : {Member::PostURL, Member::Url}) {
         if (const QUrl url = urlFromFeedText(entry.text(member)); !url.isEmpty())
             post->setPostURL(url);

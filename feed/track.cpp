@@ -4,6 +4,7 @@
 #include "core/relevance.h"
 #include "core/versioncomparison.h"
 #include "feed/handleddate.h"
+#include "feed/handledrecord.h"
 #include "platform/services.h"
 #include "platform/userdefaults.h"
 
@@ -42,6 +43,14 @@ struct TXUpdateTrack::Items {
     List<TXUpdatePtr> updates;
     List<TXUpdatePostPtr> posts;
 };
+
+QDateTime TXUpdateDateFormatter::dateFromString(const QString &text) const {
+    return tx::handledPostDate(text);
+}
+
+QString TXUpdateDateFormatter::stringFromDate(const QDateTime &date) const {
+    return tx::handledPostDateText(date);
+}
 
 TXUpdateTrack::TXUpdateTrack(const QString &name, const QList<TXUpdatePtr> &updates,
                              const QList<TXUpdatePostPtr> &posts)
@@ -115,7 +124,7 @@ QList<TXUpdatePostPtr> TXUpdateTrack::unhandledPostsWithDisplayTime(TXUpdatePost
     const QVariantList handled = postsCheckInfo().value(handledPostsKey).toList();
     QList<TXUpdatePostPtr> result;
     for (const TXUpdatePostPtr &post : recentPosts()) {
-        if (post->displayTime() == time && !handled.contains(QVariant(post->identifier())))
+        if (post->displayTime() == time && !handled.contains(tx::recordForm(post->identifier())))
             result.append(post);
     }
     return result;
@@ -124,6 +133,8 @@ QList<TXUpdatePostPtr> TXUpdateTrack::unhandledPostsWithDisplayTime(TXUpdatePost
 QList<TXUpdatePostPtr> TXUpdateTrack::postsToDisplayDefault() const {
     return unhandledPostsWithDisplayTime(TXUpdatePostDisplayTimeDefault);
 }
+
+TXUpdateDateFormatter TXUpdateTrack::postsCheckDateFormatter() { return {}; }
 
 QVariantMap TXUpdateTrack::postsCheckInfo() const {
     return tx::UserDefaults::standard().mapValue(TXUpdatePrefPostsCheckInfoKey).value(m_name).toMap();
@@ -143,7 +154,7 @@ void TXUpdateTrack::updatePostsCheckInfoToHandlePosts(const QList<TXUpdatePostPt
             list.append(text);
     }
     for (const TXUpdatePostPtr &post : posts) {
-        const QVariant identifier = post->identifier();
+        const QVariant identifier = tx::recordForm(post->identifier());
         if (!list.contains(identifier))
             list.append(identifier);
     }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "feed/updateentry.h"
 
+#include "feed/conditions.h"
 #include "feed/feedvalues.h"
 #include "feed/itemdate.h"
 #include "install/updatebuilder.h"
@@ -42,7 +43,7 @@ TXUpdatePtr updateFrom(const FeedEntry &entry, WithConditions conditions, bool i
     if (entry.has(Member::PreferredDisplaySize))
         fields.preferredDisplaySize = sizeFromFeedText(entry.text(Member::PreferredDisplaySize));
     if (conditions == WithConditions::Yes)
-        fields.conditions = TXUpdateItemConditions::conditionsFromDictionary(entry);
+        fields.conditions = conditionsFrom(entry);
     return UpdateBuilder::make(std::move(fields));
 }
 

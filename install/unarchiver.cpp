@@ -2,7 +2,6 @@
 #include "install/unarchiver.h"
 
 #include "core/names.h"
-#include "core/ratelimiter.h"
 #include "install/archivelimits.h"
 #include "platform/filesystem.h"
 #include "platform/frameworkresources.h"
@@ -15,6 +14,7 @@
 
 #include <TarvixUpdate/TXBundle.h>
 #include <TarvixUpdate/TXLog.h>
+#include <TarvixUpdate/TXRateLimiter.h>
 #include <TarvixUpdate/TXUpdateHost.h>
 
 #include <QDirIterator>

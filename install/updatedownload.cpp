@@ -2,7 +2,6 @@
 #include "install/updatedownload.h"
 
 #include "core/names.h"
-#include "core/ratelimiter.h"
 #include "core/settings.h"
 #include "install/archivelimits.h"
 #include "install/update_p.h"
@@ -12,6 +11,7 @@
 #include "platform/services.h"
 
 #include <TarvixUpdate/TXLog.h>
+#include <TarvixUpdate/TXRateLimiter.h>
 
 #include <QCryptographicHash>
 #include <QHash>

@@ -45,6 +45,8 @@ class TX_EXPORT TXUpdate final : public QObject, public TXUpdateItem {
     Q_PROPERTY(QUrl linkURL READ linkURL WRITE setLinkURL NOTIFY itemChanged FINAL)
     Q_PROPERTY(QSizeF preferredDisplaySize READ preferredDisplaySize WRITE setPreferredDisplaySize NOTIFY
                    itemChanged FINAL)
+    Q_PROPERTY(std::optional<TXUpdateItemConditions> conditions READ conditions WRITE setConditions NOTIFY
+                   itemChanged FINAL)
     Q_PROPERTY(bool excludeFromAutoDownloading READ excludeFromAutoDownloading WRITE
                    setExcludeFromAutoDownloading NOTIFY itemChanged FINAL)
     Q_PROPERTY(bool isDownloaded READ isDownloaded WRITE setDownloaded NOTIFY isDownloadedChanged FINAL)
@@ -54,6 +56,12 @@ class TX_EXPORT TXUpdate final : public QObject, public TXUpdateItem {
     Q_PROPERTY(quint64 downloadSize READ downloadSize NOTIFY downloadSizeChanged FINAL)
     Q_PROPERTY(bool isInstalling READ isInstalling NOTIFY isInstallingChanged FINAL)
     Q_PROPERTY(bool isInstalled READ isInstalled WRITE setInstalled NOTIFY isInstalledChanged FINAL)
+    // What follows from the properties above changes with them.
+    Q_PROPERTY(QDateTime date READ date NOTIFY itemChanged STORED false FINAL)
+    Q_PROPERTY(bool isMajorVersion READ isMajorVersion NOTIFY itemChanged STORED false FINAL)
+    Q_PROPERTY(bool isMinorVersion READ isMinorVersion NOTIFY itemChanged STORED false FINAL)
+    Q_PROPERTY(bool isBugfixVersion READ isBugfixVersion NOTIFY itemChanged STORED false FINAL)
+    Q_PROPERTY(bool canBeDownloaded READ canBeDownloaded NOTIFY itemChanged STORED false FINAL)
 
 public:
     /// 0.0 to 1.0, at most about ten times a second and once more at the end.

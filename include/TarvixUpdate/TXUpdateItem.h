@@ -5,12 +5,9 @@
 
 #include <QDateTime>
 #include <QString>
+#include <QVariantMap>
 
 #include <optional>
-
-namespace tx {
-class FeedEntry;
-}
 
 /// What an item requires of the launch of the application.
 enum TXUpdateConditionLaunch : quint64 {
@@ -36,8 +33,10 @@ public:
     QString maximumSystemVersion;
     TXUpdateConditionLaunch launch = TXUpdateConditionLaunchAny;
 
-    /// Reads "minBuild", "maxBuild", "minSystemVersion", "maxSystemVersion" and "launch" of a feed entry.
-    static TXUpdateItemConditions conditionsFromDictionary(const tx::FeedEntry &entry);
+    /// Reads "minBuild", "maxBuild", "minSystemVersion", "maxSystemVersion" and "launch" of a feed entry,
+    /// such as QJsonObject::toVariantMap() gives it. A value that is not a text is taken in its text form, as
+    /// the reader of JSON feeds does; a missing one and null are absent.
+    [[nodiscard]] static TXUpdateItemConditions conditionsFromDictionary(const QVariantMap &entry);
 
     /// Absent bounds equal only absent ones.
     [[nodiscard]] bool isEqual(const TXUpdateItemConditions &other) const;

@@ -62,6 +62,9 @@ public:
 
     /// The fourteen keys of what is sent, in their order.
     [[nodiscard]] static QStringList JSONKeys();
+    /// The text of the value under one of JSONKeys(): numbers in decimal, `is64bit` as "1" or "0". Null for a
+    /// value that is absent and for any other key.
+    [[nodiscard]] QString valueForKey(const QString &key) const;
     /// What is sent: each key's value as a text; keys without a value are left out.
     [[nodiscard]] QVariantMap JSONDictionary() const;
     /// A line "key = value" for each key, in order; "(null)" for no value.
@@ -77,8 +80,6 @@ public:
     [[nodiscard]] static QString CPUFamilyOfBrandString();
 
 private:
-    [[nodiscard]] QString valueForKey(const QString &key) const;
-
     QString mOSVersion;
     QString mOSBuild;
     QString mMachineName;

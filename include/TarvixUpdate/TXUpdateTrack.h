@@ -8,6 +8,17 @@
 
 #include <functional>
 
+/// Reads and writes the dates of the record of handled posts, "yyyy-MM-dd'T'HH:mm:ssZ".
+/// Thread: a value; any.
+class TX_EXPORT TXUpdateDateFormatter {
+public:
+    /// "2026-01-31T12:00:00+0100" as a date with that offset; invalid for every other form, such as the one
+    /// of the dates in feeds.
+    [[nodiscard]] QDateTime dateFromString(const QString &text) const;
+    /// The same form, in the user's time zone. Null for an invalid date.
+    [[nodiscard]] QString stringFromDate(const QDateTime &date) const;
+};
+
 /// One release track of a feed: its updates and posts, in feed order.
 /// Thread: main; reads and writes the record of handled posts in the user defaults.
 class TX_EXPORT TXUpdateTrack {
@@ -41,7 +52,10 @@ public:
     [[nodiscard]] QList<TXUpdatePostPtr> unhandledPostsWithDisplayTime(TXUpdatePostDisplayTime time) const;
     [[nodiscard]] QList<TXUpdatePostPtr> postsToDisplayDefault() const;
 
-    /// This track's part of the posts-check-info record; empty when absent.
+    /// A new formatter for the dates of the posts-check-info record. Thread: any.
+    [[nodiscard]] static TXUpdateDateFormatter postsCheckDateFormatter();
+    /// This track's part of the posts-check-info record; empty when absent. Titles and dates that hold
+    /// characters which no property list can hold are escaped in it (docs/architecture.md).
     [[nodiscard]] QVariantMap postsCheckInfo() const;
     /// Records the posts as handled.
     void updatePostsCheckInfoToHandlePosts(const QList<TXUpdatePostPtr> &posts) const;

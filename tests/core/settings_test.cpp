@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "core/names.h"
-#include "core/ratelimiter.h"
 #include "core/settings.h"
 #include "platform/userdefaults.h"
 #include "tests/support/environment.h"
 
+#include <TarvixUpdate/TXRateLimiter.h>
 #include <TarvixUpdate/TXUpdater.h>
 
 #include <QRegularExpression>

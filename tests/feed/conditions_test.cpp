@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "feed/conditions.h"
 #include "feed/feedentry.h"
 #include "tests/support/environment.h"
 
@@ -10,7 +11,7 @@ using Member = tx::FeedEntry::Member;
 namespace {
 
 TEST(Conditions, EntryWithoutMembersHasNullBoundsAndNotFirst) {
-    const auto conditions = TXUpdateItemConditions::conditionsFromDictionary({});
+    const auto conditions = tx::conditionsFrom({});
     EXPECT_TRUE(conditions.minimumAppBuild.isNull());
     EXPECT_TRUE(conditions.maximumAppBuild.isNull());
     EXPECT_TRUE(conditions.minimumSystemVersion.isNull());
@@ -25,13 +26,40 @@ TEST(Conditions, EachMemberFillsItsBound) {
     entry.set(Member::MinSystemVersion, "3");
     entry.set(Member::MaxSystemVersion, "4");
     entry.set(Member::Launch, "first");
-    const auto conditions = TXUpdateItemConditions::conditionsFromDictionary(entry);
+    const auto conditions = tx::conditionsFrom(entry);
     EXPECT_EQ(conditions.minimumAppBuild, u"1"_s);
     EXPECT_EQ(conditions.maximumAppBuild, u"2"_s);
     EXPECT_EQ(conditions.minimumSystemVersion, u"3"_s);
     EXPECT_EQ(conditions.maximumSystemVersion, u"4"_s);
     EXPECT_EQ(conditions.launch, TXUpdateConditionLaunchFirst);
-    EXPECT_EQ(conditions, TXUpdateItemConditions::conditionsFromDictionary(entry));
+    EXPECT_EQ(conditions, tx::conditionsFrom(entry));
+}
+
+TEST(Conditions, HostReadsThemFromADictionary) {
+    const auto none = TXUpdateItemConditions::conditionsFromDictionary({});
+    EXPECT_EQ(none, tx::conditionsFrom({}));
+    EXPECT_TRUE(none.minimumAppBuild.isNull());
+    EXPECT_EQ(none.launch, TXUpdateConditionLaunchNotFirst);
+    const QVariantMap entry{{u"minBuild"_s, u"1"_s},         {u"maxBuild"_s, u"2"_s},
+                            {u"minSystemVersion"_s, u"3"_s}, {u"maxSystemVersion"_s, u"4"_s},
+                            {u"launch"_s, u"first"_s},       {u"title"_s, u"not looked at"_s}};
+    const auto all = TXUpdateItemConditions::conditionsFromDictionary(entry);
+    EXPECT_EQ(all.minimumAppBuild, u"1"_s);
+    EXPECT_EQ(all.maximumAppBuild, u"2"_s);
+    EXPECT_EQ(all.minimumSystemVersion, u"3"_s);
+    EXPECT_EQ(all.maximumSystemVersion, u"4"_s);
+    EXPECT_EQ(all.launch, TXUpdateConditionLaunchFirst);
+    const auto other = TXUpdateItemConditions::conditionsFromDictionary(
+        {{u"minBuild"_s, 1042},
+         {u"maxBuild"_s, true},
+         {u"minSystemVersion"_s, QVariant::fromValue(nullptr)},
+         {u"maxSystemVersion"_s, QVariantList{1, u"x"_s}},
+         {u"launch"_s, 1}});
+    EXPECT_EQ(other.minimumAppBuild, u"1042"_s);
+    EXPECT_EQ(other.maximumAppBuild, u"1"_s);
+    EXPECT_TRUE(other.minimumSystemVersion.isNull()) << "null is absent";
+    EXPECT_EQ(other.maximumSystemVersion, u"[1,\"x\"]"_s);
+    EXPECT_EQ(other.launch, TXUpdateConditionLaunchNotFirst);
 }
 
 TEST(Conditions, LaunchTextsAreExact) {

@@ -7,6 +7,8 @@
 #include <TarvixUpdate/TXUpdateSettings.h>
 #include <TarvixUpdate/TXUpdateTrack.h>
 
+#include <ctime>
+
 using namespace Qt::StringLiterals;
 using tx::UserDefaults;
 
@@ -120,6 +122,74 @@ TEST_F(Track, RecordHoldsOnlyThePostsOfTheLatestCall) {
     EXPECT_EQ(handled(), (QVariantList{one->identifier(), two->identifier()})) << "each once";
     track.updatePostsCheckInfoToHandlePosts({three});
     EXPECT_EQ(handled(), QVariantList{three->identifier()});
+}
+
+TEST_F(Track, TitlesThatXmlCannotHoldKeepTheirIdentity) {
+    const QStringList texts{u"bell \x07"_s,
+                            u"bell \x08"_s,
+                            u"bell \uFFFD"_s,
+                            u"bell "_s,
+                            u"bell %0007"_s,
+                            u"escaped:bell %0007"_s,
+                            u"escaped:bell %250007"_s,
+                            u"nul \0x"_s,
+                            u"\uFFFE"_s,
+                            u"\uFFFF"_s,
+                            QString(1, QChar(0xD83D)),
+                            QString(1, QChar(0xDE00)) + QString(1, QChar(0xD83D)),
+                            u"line\rfeed"_s,
+                            u"line\nfeed"_s,
+                            u"line\r\nfeed"_s,
+                            u"tab\tand \"<&'>\" \u00FC\U0001F600"_s,
+                            u" spaces "_s,
+                            u"\n"_s,
+                            u""_s};
+    QList<TXUpdatePostPtr> all;
+    for (const QString &text : texts)
+        all << post(text, now);
+    for (const TXUpdatePostPtr &one : all) {
+        posts(all).updatePostsCheckInfoToHandlePosts({one});
+        QList<TXUpdatePostPtr> others = all;
+        others.removeOne(one);
+        EXPECT_EQ(posts(all).postsToDisplayDefault(), others) << one->title().toStdString();
+    }
+    // Dates are texts, too.
+    all = {post(u"a"_s, now), post(u"a"_s, now)};
+    all[0]->setDateString(u"some day\x01"_s);
+    all[1]->setDateString(u"some day\x02"_s);
+    posts(all).updatePostsCheckInfoToHandlePosts({all[0]});
+    EXPECT_EQ(posts(all).postsToDisplayDefault(), QList<TXUpdatePostPtr>{all[1]});
+}
+
+TEST_F(Track, RecordHoldsOrdinaryTextsUnchangedAndOthersEscaped) {
+    const TXUpdatePostPtr plain = post(u"100 % \u00FC"_s, now);
+    const TXUpdatePostPtr strange = post(u"100 %\x1B"_s, now);
+    const TXUpdateTrack track = posts({plain, strange});
+    track.updatePostsCheckInfoToHandlePosts({plain, strange, strange});
+    EXPECT_EQ(handled(),
+              (QVariantList{plain->identifier(), QVariantMap{{u"date"_s, strange->dateString()},
+                                                             {u"title"_s, u"escaped:100 %0025%001b"_s}}}));
+    EXPECT_EQ(strange->identifier().value(u"title"_s), u"100 %\x1B"_s) << "the post's own stays as it is";
+}
+
+TEST_F(Track, DateFormatterReadsAndWritesTheRecordsForm) {
+    const QByteArray zoneBefore = qgetenv("TZ");
+    const QDateTime date(QDate(2026, 5, 20), QTime(22, 15, 1), Qt::UTC);
+    const TXUpdateDateFormatter formatter = TXUpdateTrack::postsCheckDateFormatter();
+    const std::pair<const char *, QString> zones[] = {{"UTC", u"2026-05-20T22:15:01+0000"_s},
+                                                      {"IST-5:30", u"2026-05-21T03:45:01+0530"_s},
+                                                      {"NST3:30", u"2026-05-20T18:45:01-0330"_s},
+                                                      {"XXX0:30", u"2026-05-20T21:45:01-0030"_s}};
+    for (const auto &[zone, text] : zones) {
+        qputenv("TZ", zone);
+        tzset();
+        EXPECT_EQ(formatter.stringFromDate(date), text) << zone;
+        EXPECT_EQ(formatter.dateFromString(text), date) << zone;
+    }
+    zoneBefore.isNull() ? qunsetenv("TZ") : qputenv("TZ", zoneBefore);
+    tzset();
+    EXPECT_TRUE(formatter.stringFromDate({}).isNull());
+    EXPECT_FALSE(formatter.dateFromString(u"2026-05-20 22:15:01"_s).isValid()) << "the form of feeds";
 }
 
 TEST_F(Track, OlderEntriesWithAReadableRecentDateAreKeptAsThatText) {

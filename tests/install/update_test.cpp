@@ -3,7 +3,10 @@
 
 #include "tests/support/environment.h"
 
+#include <QMetaProperty>
 #include <QSignalSpy>
+
+#include <array>
 
 using namespace Qt::StringLiterals;
 
@@ -98,11 +101,64 @@ TEST_F(UpdateRecord, ChangesAreAnnouncedAndReadableAsProperties) {
     EXPECT_EQ(a.property("title"), u"x"_s);
     EXPECT_EQ(a.property("isDownloaded"), true);
     EXPECT_EQ(a.property("downloadProgress"), 0.0);
-    for (const char *name :
-         {"version", "displayVersion", "dateString", "itemDescription", "extra", "releaseNotesURL", "fileURL",
-          "linkURL", "preferredDisplaySize", "excludeFromAutoDownloading", "isDownloading", "downloadPath",
-          "downloadSize", "isInstalling", "isInstalled"})
+    for (const char *name : {"version",
+                             "displayVersion",
+                             "dateString",
+                             "itemDescription",
+                             "extra",
+                             "releaseNotesURL",
+                             "fileURL",
+                             "linkURL",
+                             "preferredDisplaySize",
+                             "conditions",
+                             "excludeFromAutoDownloading",
+                             "isDownloading",
+                             "downloadPath",
+                             "downloadSize",
+                             "isInstalling",
+                             "isInstalled",
+                             "date",
+                             "isMajorVersion",
+                             "isMinorVersion",
+                             "isBugfixVersion",
+                             "canBeDownloaded"}) {
         EXPECT_TRUE(a.property(name).isValid()) << name;
+        const QMetaObject *meta = a.metaObject();
+        EXPECT_TRUE(meta->property(meta->indexOfProperty(name)).hasNotifySignal()) << name;
+    }
+}
+
+TEST_F(UpdateRecord, ConditionsAndWhatIsDerivedCanBeObserved) {
+    QSignalSpy item(&a, &TXUpdate::itemChanged);
+    EXPECT_EQ(a.property("conditions").value<std::optional<TXUpdateItemConditions>>(), std::nullopt);
+    a.setConditions(TXUpdateItemConditions{.minimumAppBuild = u"7"_s});
+    EXPECT_EQ(item.count(), 1);
+    EXPECT_EQ(a.property("conditions").value<std::optional<TXUpdateItemConditions>>(), a.conditions());
+    EXPECT_TRUE(a.setProperty("conditions", QVariant::fromValue(std::optional<TXUpdateItemConditions>())));
+    EXPECT_FALSE(a.conditions());
+    EXPECT_EQ(item.count(), 2);
+    const auto kinds = [this] {
+        return std::array{a.property("isMajorVersion").toBool(), a.property("isMinorVersion").toBool(),
+                          a.property("isBugfixVersion").toBool()};
+    };
+    const std::pair<QString, std::array<bool, 3>> versions[] = {{u"2.0"_s, {true, false, false}},
+                                                                {u"2.1"_s, {false, true, false}},
+                                                                {u"2.1.3"_s, {false, false, true}}};
+    auto changes = item.count();
+    for (const auto &[version, expected] : versions) {
+        a.setDisplayVersion(version);
+        EXPECT_EQ(item.count(), ++changes);
+        EXPECT_EQ(kinds(), expected) << version.toStdString();
+    }
+    EXPECT_EQ(a.property("canBeDownloaded"), false);
+    a.setFileURL(QUrl(u"https://e.org/a.zip"_s));
+    EXPECT_EQ(item.count(), ++changes);
+    EXPECT_EQ(a.property("canBeDownloaded"), true);
+    EXPECT_FALSE(a.property("date").toDateTime().isValid());
+    a.setDateString(u"2026-01-01 00:00:00"_s);
+    EXPECT_EQ(item.count(), ++changes);
+    EXPECT_EQ(a.property("date").toDateTime(), a.date());
+    EXPECT_TRUE(a.date().isValid());
 }
 
 } // namespace
