@@ -16,20 +16,15 @@ QString textIn(const QVariantMap &item, const QString &key) {
 }
 
 void readHardware(TXUpdateSystemProfile &profile, Processor processor, const QVariantMap &item) {
-    // A key that this item lacks leaves what an earlier one gave.
-    if (const QString name = textIn(item, u"machine_name"_s); !name.isNull())
-        profile.setMachineName(name);
-    if (const QString model = textIn(item, u"machine_model"_s); !model.isNull())
-        profile.setMachineModel(model);
-    const QVariant processors = item.value(u"number_processors"_s);
+    // Each item overwrites what an earlier one gave, also with nothing; speed and memory stay without a
+    // number.
+    profile.setMachineName(textIn(item, u"machine_name"_s));
+    profile.setMachineModel(textIn(item, u"machine_model"_s));
     if (processor == Processor::X86) {
-        if (const QString type = textIn(item, u"cpu_type"_s); !type.isNull())
-            profile.setCPUType(type);
-        if (processors.isValid())
-            profile.setCPUCount(static_cast<quint64>(integerValue(processors)));
+        profile.setCPUType(textIn(item, u"cpu_type"_s));
+        profile.setCPUCount(static_cast<quint64>(integerValue(item.value(u"number_processors"_s))));
     } else {
-        if (const QString type = textIn(item, u"chip_type"_s); !type.isNull())
-            profile.setCPUType(type);
+        profile.setCPUType(textIn(item, u"chip_type"_s));
         // All cores, the fast and the economical ones: "proc 10:8:2".
         const QString prefix = u"proc "_s;
         const QString text = textIn(item, u"number_processors"_s);
@@ -46,8 +41,7 @@ void readHardware(TXUpdateSystemProfile &profile, Processor processor, const QVa
 void readDisplays(TXUpdateSystemProfile &profile, const QVariantMap &item) {
     if (textIn(item, u"sppci_device_type"_s) != u"spdisplays_gpu")
         return;
-    if (const QString model = textIn(item, u"sppci_model"_s); !model.isNull())
-        profile.setGPUType(model);
+    profile.setGPUType(textIn(item, u"sppci_model"_s));
     const QStringList memory = textIn(item, u"spdisplays_vram"_s).split(u' ');
     if (memory.size() != 2)
         return;

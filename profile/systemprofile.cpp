@@ -52,19 +52,27 @@ QStringList TXUpdateSystemProfile::JSONKeys() {
     return keys;
 }
 
+QString TXUpdateSystemProfile::valueForKey(const QString &key) const {
+    for (const Field &field : fields) {
+        if (key == QLatin1StringView(field.key))
+            return field.value(*this);
+    }
+    return {};
+}
+
 QVariantMap TXUpdateSystemProfile::JSONDictionary() const {
     QVariantMap result;
-    for (const Field &field : fields) {
-        if (const QString value = field.value(*this); !value.isNull())
-            result.insert(QString::fromLatin1(field.key), value);
+    for (const QString &key : JSONKeys()) {
+        if (const QString value = valueForKey(key); !value.isNull())
+            result.insert(key, value);
     }
     return result;
 }
 
 QString TXUpdateSystemProfile::stringValue() const {
     QString result;
-    for (const Field &field : fields)
-        result += tx::formatText(u"%@ = %@\n"_s, {QString::fromLatin1(field.key), field.value(*this)});
+    for (const QString &key : JSONKeys())
+        result += tx::formatText(u"%@ = %@\n"_s, {key, valueForKey(key)});
     return result;
 }
 

@@ -234,20 +234,55 @@ TEST(SystemProfile, BuildKnowsItsProcessor) {
 #endif
 }
 
-TEST(SystemProfile, LaterItemsOverwriteEarlierOnesAndMissingKeysDoNot) {
-    const QByteArray output = tx::writePropertyList(QVariantList{QVariantMap{
-        {u"_dataType"_s, u"SPHardwareDataType"_s},
-        {u"_items"_s,
-         QVariantList{QVariantMap{{u"machine_name"_s, u"A"_s},
-                                  {u"machine_model"_s, u"A1"_s},
-                                  {u"number_processors"_s, 4},
-                                  {u"physical_memory"_s, u"8 GB"_s}},
-                      QVariantMap{{u"machine_name"_s, u"B"_s}, {u"physical_memory"_s, u"much"_s}}}}}});
-    const Profile profile = profileOf(output);
-    EXPECT_EQ(profile.machineName(), u"B"_s);
-    EXPECT_EQ(profile.machineModel(), u"A1"_s);
-    EXPECT_EQ(profile.CPUCount(), 4U);
-    EXPECT_EQ(profile.RAM(), 8192U);
+TEST(SystemProfile, LaterItemWithoutAKeyLeavesNothing) {
+    const QVariantMap first{{u"machine_name"_s, u"A"_s},      {u"machine_model"_s, u"A1"_s},
+                            {u"cpu_type"_s, u"Intel"_s},      {u"chip_type"_s, u"Apple"_s},
+                            {u"number_processors"_s, 4},      {u"current_processor_speed"_s, u"3 GHz"_s},
+                            {u"physical_memory"_s, u"8 GB"_s}};
+    const auto with = [&first](const QVariantMap &later, Processor processor) {
+        return profileOf(
+            tx::writePropertyList(QVariantList{QVariantMap{{u"_dataType"_s, u"SPHardwareDataType"_s},
+                                                           {u"_items"_s, QVariantList{first, later}}}}),
+            processor);
+    };
+    const Profile x86 =
+        with({{u"machine_name"_s, u"B"_s}, {u"physical_memory"_s, u"much"_s}}, Processor::X86);
+    EXPECT_EQ(x86.machineName(), u"B"_s);
+    EXPECT_TRUE(x86.machineModel().isNull());
+    EXPECT_TRUE(x86.CPUType().isNull());
+    EXPECT_EQ(x86.CPUCount(), 0U);
+    EXPECT_EQ(x86.CPUSpeed(), 3072U) << "stays when there is no number";
+    EXPECT_EQ(x86.RAM(), 8192U);
+    QVariantMap arm = first;
+    arm[u"number_processors"_s] = u"proc 10:8:2"_s;
+    EXPECT_TRUE(with({}, Processor::X86).machineName().isNull());
+    const Profile later = profileOf(
+        tx::writePropertyList(QVariantList{QVariantMap{{u"_dataType"_s, u"SPHardwareDataType"_s},
+                                                       {u"_items"_s, QVariantList{arm, QVariantMap()}}}}),
+        Processor::Arm64);
+    EXPECT_TRUE(later.CPUType().isNull());
+    EXPECT_EQ(later.CPUCount(), 10U) << "set by a text of its form only";
+    const QVariantMap unnamed{{u"sppci_device_type"_s, u"spdisplays_gpu"_s},
+                              {u"spdisplays_vram"_s, u"1 GB"_s}};
+    const Profile displays = profileOf(toolOutput({}, {graphics(u"First"_s, u"1 GB"_s), unnamed}));
+    EXPECT_TRUE(displays.GPUType().isNull());
+    EXPECT_EQ(displays.VRAM(), 2048U);
+}
+
+TEST(SystemProfile, EachKeyHasItsValue) {
+    Profile profile = emptyProfile();
+    profile.setMachineName(u"ThinkPad"_s);
+    profile.setCPUCount(4);
+    profile.setIs64bit(true);
+    EXPECT_EQ(profile.valueForKey(u"machineName"_s), u"ThinkPad"_s);
+    EXPECT_EQ(profile.valueForKey(u"CPUCount"_s), u"4"_s);
+    EXPECT_EQ(profile.valueForKey(u"is64bit"_s), u"1"_s);
+    EXPECT_TRUE(profile.valueForKey(u"language"_s).isNull());
+    for (const QString &unknown : {u"CPUFamily"_s, u"cpucount"_s, u""_s, QString()})
+        EXPECT_TRUE(profile.valueForKey(unknown).isNull()) << unknown.toStdString();
+    for (const QString &key : Profile::JSONKeys())
+        EXPECT_EQ(profile.valueForKey(key), profile.JSONDictionary().value(key).toString())
+            << key.toStdString();
 }
 
 TEST(SystemProfile, GraphicsMemoryAddsUpAndTheLastModelWins) {
