@@ -186,7 +186,7 @@ void UpdateInstallation::moveIntoDownloads(TXUpdate &update, const QString &appl
     const QFileInfo file(application);
     QString name = formatText(
         u"%@ %@"_s, {application.isNull() ? QString() : file.completeBaseName(), update.displayVersion()});
-    if (!application.isNull())
+    if (!file.suffix().isEmpty())
         name += u'.' + file.suffix();
     const QString target = *downloads + u'/' + safeFileName(name);
     if (const TXError error = services().fileSystem->move(application, target)) {

@@ -288,6 +288,22 @@ TEST_F(WithoutInstaller, NewVersionGoesIntoDownloadsAndTheUserIsTold) {
                 testing::HasSubstr("[TXUpdate] Installing the update failed: NSCocoaErrorDomain"));
 }
 
+TEST_F(WithoutInstaller, ApplicationWithoutAnExtensionGetsNoDot) {
+    for (const auto &[folder, name] :
+         {std::pair(u"MyApp"_s, u"MyApp 2.1"_s), std::pair(u"My App."_s, u"My App 2.1"_s),
+          std::pair(u"My.App.app"_s, u"My.App 2.1.app"_s)}) {
+        tx::test::makeBundle(path(u"new/"_s + folder), {.build = u"2000"_s});
+        tx::test::makeArchive(cache + u"/MyApp - 2000.zip"_s, tx::test::ArchiveKind::Zip,
+                              tx::test::entriesOf(path(u"new/"_s + folder)));
+        calls = 0;
+        installAndWait();
+        EXPECT_TRUE(error.isNull()) << error.toString().toStdString();
+        EXPECT_THAT(tx::test::namesIn(*tx::downloadsDirectory()), testing::Contains(name))
+            << folder.toStdString();
+        EXPECT_EQ(workspace.revealed.last(), *tx::downloadsDirectory() + u'/' + name);
+    }
+}
+
 TEST_F(WithoutInstaller, VersionCannotLeadOutOfDownloads) {
     update->setDisplayVersion(u"../../evil"_s);
     installAndWait();
