@@ -2,6 +2,7 @@
 #include "mover/applicationplaces.h"
 
 #include "mover/pathresolution.h"
+#include "platform/authorization.h"
 #include "platform/filesystem.h"
 #include "platform/propertylist.h"
 #include "platform/services.h"
@@ -40,9 +41,12 @@ QString ApplicationPlaces::parentDirectory() const { return m_bundlePath.section
 const ApplicationPlaces::Preferred &ApplicationPlaces::preferred() const {
     if (!m_preferred) {
         const QString user = services().folders.userApplications();
-        const bool takesUser = holdsApplication(user);
-        const QString chosen = takesUser ? user : services().folders.localApplications();
-        m_preferred = Preferred{stringByResolvingSymlinksAndAliases(chosen), takesUser};
+        const QString local = stringByResolvingSymlinksAndAliases(services().folders.localApplications());
+        const FileSystem &files = *services().fileSystem;
+        // A folder of the user's without an application is better than one that nobody can write to.
+        const bool takesUser = holdsApplication(user) || (QFileInfo(user).isDir() && files.isWritable(user) &&
+                                                          !files.isWritable(local) && !canGetAuthorization());
+        m_preferred = Preferred{takesUser ? stringByResolvingSymlinksAndAliases(user) : local, takesUser};
     }
     return *m_preferred;
 }
@@ -64,6 +68,13 @@ QString ApplicationPlaces::stagingPath() const {
 
 bool ApplicationPlaces::needsAuthorization() const {
     return !services().fileSystem->isWritable(preferred().folder);
+}
+
+bool ApplicationPlaces::canGetAuthorization() const {
+    // Asked once: each time a line in the log says why not.
+    if (!m_canGetAuthorization)
+        m_canGetAuthorization = services().authorization->canExecute();
+    return *m_canGetAuthorization;
 }
 
 bool ApplicationPlaces::isInApplicationsFolder() const {

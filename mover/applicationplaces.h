@@ -16,8 +16,8 @@ public:
     [[nodiscard]] QString bundlePath() const { return m_bundlePath; }
     [[nodiscard]] QString parentDirectory() const;
 
-    /// The user's Applications folder when it holds an application, else the one of this machine; null when
-    /// that is not there.
+    /// The user's Applications folder when it holds an application, or when it is there and the one of this
+    /// machine takes rights that this application cannot get; else that one, or null when it is not there.
     [[nodiscard]] QString preferredInstallLocation(bool *isUserFolder = nullptr) const;
     /// The preferred folder and the bundle's name; null without a folder.
     [[nodiscard]] QString destinationPath() const;
@@ -25,6 +25,8 @@ public:
     [[nodiscard]] QString stagingPath() const;
     /// Whether the preferred folder takes an administrator's rights.
     [[nodiscard]] bool needsAuthorization() const;
+    /// Whether the user can be asked for these rights.
+    [[nodiscard]] bool canGetAuthorization() const;
 
     [[nodiscard]] bool isInApplicationsFolder() const;
     [[nodiscard]] bool isInDownloadsFolder() const;
@@ -44,6 +46,7 @@ private:
 
     QString m_bundlePath;
     mutable std::optional<Preferred> m_preferred;
+    mutable std::optional<bool> m_canGetAuthorization;
 };
 
 } // namespace tx

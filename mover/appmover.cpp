@@ -40,7 +40,8 @@ public:
         switch (job.performMove()) {
         case tx::MoveJob::Outcome::Failed:
             (void)tx::services().presentAlert(
-                {.message = tx::moverText(u"Could not move to Applications folder."_s)});
+                {.message = tx::moverText(u"Could not move to Applications folder."_s),
+                 .informative = job.failureText()});
             return Result::Failed;
         case tx::MoveJob::Outcome::Moved:
             job.setupRelaunchAfterExit();

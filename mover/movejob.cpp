@@ -44,24 +44,19 @@ void runTool(const QString &name, const QStringList &arguments) {
         (void)(*task)->wait();
 }
 
-/// Reads what the privileged program says until its end, which has no limit of time: it copies.
-bool isMoved(Task &task) {
-    constexpr qsizetype longestAnswer = 4096;
-    QByteArray answer;
-    for (QByteArray more; answer.size() < longestAnswer && !(more = task.read()).isEmpty();)
-        answer += more;
-    if (answer == "moved\n" && task.wait() == 0)
-        return true;
-    log(u"ERROR -- The privileged program did not move the application: %@"_s,
-        {answer.isEmpty() ? u"it gave no reason"_s : QString::fromLocal8Bit(answer).trimmed()});
-    return false;
+/// The system's words for what went wrong.
+QString reasonOf(const TXError &error) {
+    return error.localizedFailureReason().isEmpty() ? error.localizedDescription()
+                                                    : error.localizedFailureReason();
 }
 
 } // namespace
 
-bool removeItemAtPath(const QString &path, QString *newPath) {
+bool removeItemAtPath(const QString &path, QString *newPath, TXError *why) {
     // On this thread: the caller waits for it in any case.
     const Result<QString> trashed = services().workspace->moveToTrash(path);
+    if (why)
+        *why = trashed ? TXError() : trashed.error();
     if (!trashed)
         log(u"ERROR -- Could not trash '%@':\n%@"_s, {path, trashed.error().toString()});
     else if (newPath)
@@ -69,11 +64,11 @@ bool removeItemAtPath(const QString &path, QString *newPath) {
     return bool(trashed);
 }
 
-bool copyItemAtPath(const QString &from, const QString &to) {
-    const TXError error = services().fileSystem->linkOrCopy(from, to);
+TXError copyItemAtPath(const QString &from, const QString &to) {
+    TXError error = services().fileSystem->linkOrCopy(from, to);
     if (error)
         log(u"ERROR -- Could not copy '%@' to '%@' (%@)"_s, {from, to, error.toString()});
-    return error.isNull();
+    return error;
 }
 
 QString detachCommand(const QString &volumePath, const QString &imageFile) {
@@ -119,48 +114,99 @@ MoveJob::Outcome MoveJob::performUnauthorizedMove() {
     // killed move left there goes first. What stands at the destination stays until the copy is complete and
     // on disk.
     const QString staged = m_places.stagingPath();
-    bool copied = files.remove(staged).isNull() && copyItemAtPath(m_places.bundlePath(), staged) &&
-                  files.sync(staged).isNull();
+    TXError error = files.remove(staged);
+    if (!error)
+        error = copyItemAtPath(m_places.bundlePath(), staged);
+    if (!error)
+        error = files.sync(staged);
     QString replaced;
-    if (copied && replaces && !removeItemAtPath(destination, &replaced)) {
+    TXError notTrashed;
+    if (!error && replaces && !removeItemAtPath(destination, &replaced, &notTrashed)) {
         (void)files.remove(staged);
+        m_failureText = formatText(
+            moverText(
+                u"What is at %@ already could not be moved to the Trash: %@. Remove it yourself, then try "
+                "again."_s),
+            {destination, reasonOf(notTrashed)});
         return Outcome::Failed;
     }
-    copied = copied && files.move(staged, destination).isNull();
-    if (!copied) {
+    if (!error)
+        error = files.move(staged, destination);
+    if (error) {
         (void)files.remove(staged);
         if (!replaced.isEmpty() && files.move(replaced, destination))
             log(u"ERROR -- What stood at %@ is in the Trash: %@"_s, {destination, replaced});
         log(u"ERROR -- Could not copy myself to %@"_s, {destination});
+        m_failureText = formatText(
+            moverText(
+                u"The application could not be copied to the folder %@: %@. It is still where it was."_s),
+            {m_places.preferredInstallLocation(), reasonOf(error)});
         return Outcome::Failed;
     }
     // The old copy goes next: by then the new one's name must be on disk, too.
-    if (const TXError error = files.syncFolder(destination.section(u'/', 0, -2)))
-        log(u"WARNING -- Could not sync the folder of %@ (%@)"_s, {destination, error.toString()});
+    if (const TXError unsynced = files.syncFolder(destination.section(u'/', 0, -2)))
+        log(u"WARNING -- Could not sync the folder of %@ (%@)"_s, {destination, unsynced.toString()});
     runTool(u"xattr"_s, {u"-d"_s, u"-r"_s, u"com.apple.quarantine"_s, destination});
     return Outcome::Moved;
 }
 
-bool MoveJob::runPrivileged() const {
+bool MoveJob::isMoved(Task &task) {
+    constexpr qsizetype longestAnswer = 4096;
+    QByteArray answer;
+    for (QByteArray more; answer.size() < longestAnswer && !(more = task.read()).isEmpty();)
+        answer += more;
+    if (answer == "moved\n" && task.wait() == 0)
+        return true;
+    const QString reason =
+        answer.isEmpty() ? u"it gave no reason"_s : QString::fromLocal8Bit(answer).trimmed();
+    log(u"ERROR -- The privileged program did not move the application: %@"_s, {reason});
+    m_failureText = formatText(moverText(u"The program that moves the application as an administrator "
+                                         "failed: %@. The application is still where it was."_s),
+                               {reason});
+    return false;
+}
+
+bool MoveJob::runPrivileged() {
     const QString source = m_places.bundlePath();
     const QString destination = m_places.destinationPath();
-    if (!destination.endsWith(u".app"_s) || destination.trimmed().isEmpty() || source.trimmed().isEmpty())
+    if (destination.isNull()) {
+        m_failureText =
+            formatText(moverText(u"There is no folder %@. Create the folder %@ for applications of "
+                                 "your own."_s),
+                       {services().folders.localApplications(), services().folders.userApplications()});
         return false;
+    }
+    if (!destination.endsWith(u".app"_s) || source.trimmed().isEmpty()) {
+        m_failureText = formatText(
+            moverText(u"%@ is not an application: its name does not end in \".app\". Move it yourself."_s),
+            {source});
+        return false;
+    }
+    m_failureText = moverText(u"The system did not grant an administrator's rights. Ask an administrator to "
+                              "move the application."_s);
     Authorization &authorization = *services().authorization;
     std::unique_ptr<AuthorizationReference> reference;
     if (authorization.create({}, AuthorizationFlagDefaults, reference) != AuthorizationSuccess)
         return false;
     // Nobody is asked for a password that would be of no use.
-    const int status =
-        authorization.canExecute()
-            ? authorization.copyRights(*reference, {{.name = "system.privilege.admin"}}, {},
-                                       AuthorizationFlagInteractionAllowed | AuthorizationFlagExtendRights |
-                                           AuthorizationFlagPreAuthorize,
-                                       nullptr)
-            : AuthorizationDenied;
+    int status = AuthorizationDenied;
+    if (m_places.canGetAuthorization())
+        status = authorization.copyRights(*reference, {{.name = "system.privilege.admin"}}, {},
+                                          AuthorizationFlagInteractionAllowed |
+                                              AuthorizationFlagExtendRights | AuthorizationFlagPreAuthorize,
+                                          nullptr);
+    else
+        m_failureText = formatText(
+            moverText(
+                u"Only an administrator can change the folder %@, and this application cannot ask for an "
+                "administrator's password. Create the folder %@ for applications of your own, and "
+                "then try again."_s),
+            {m_places.preferredInstallLocation(), services().folders.userApplications()});
     bool done = false;
     if (status == AuthorizationCanceled) {
         log(u"INFO -- Not moving because user cancelled authorization"_s);
+        m_failureText = moverText(u"No administrator's password was given. The application is still where it "
+                                  "was."_s);
     } else if (status == AuthorizationSuccess) {
         // As without privileges, the copy grows under another name and what stands at the destination goes
         // when the copy is complete and on disk. Which application it moves the program knows itself.
@@ -170,6 +216,8 @@ bool MoveJob::runPrivileged() const {
             done = isMoved(*task);
     }
     authorization.free(std::move(reference), AuthorizationFlagDefaults);
+    if (done)
+        m_failureText.clear();
     return done;
 }
 

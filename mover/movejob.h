@@ -3,7 +3,11 @@
 
 #include "mover/applicationplaces.h"
 
+#include <TarvixUpdate/TXError.h>
+
 namespace tx {
+
+class Task;
 
 /// Brings the application to its new place. Thread: main; alerts are modal, and copying blocks.
 class MoveJob {
@@ -18,6 +22,8 @@ public:
         OtherCopyRuns ///< a copy at the destination was opened; this process is to end
     };
     [[nodiscard]] Outcome performMove();
+    /// Why it failed and what the user can do, in the user's language; empty unless it failed.
+    [[nodiscard]] QString failureText() const { return m_failureText; }
 
     /// Opens the moved application once this process has ended.
     void setupRelaunchAfterExit() const;
@@ -30,19 +36,22 @@ private:
     Outcome performAuthorizedMove();
     bool isRunningAt(const QString &path) const;
     void openOtherCopy() const;
-    bool runPrivileged() const;
+    bool runPrivileged();
+    /// Reads what the privileged program says until its end, which has no limit of time: it copies.
+    bool isMoved(Task &task);
     /// The framework's resources as they stand after the move.
     QString movedResources() const;
 
     const ApplicationPlaces &m_places;
     QString m_name;
+    QString m_failureText;
 };
 
 /// Moves an entry to the Trash; waits for it. False, with a line in the log, when that fails: nothing is
 /// deleted. `newPath`: where it is now.
-[[nodiscard]] bool removeItemAtPath(const QString &path, QString *newPath = nullptr);
-/// Copies a tree; false, with a line in the log, when that fails.
-[[nodiscard]] bool copyItemAtPath(const QString &from, const QString &to);
+[[nodiscard]] bool removeItemAtPath(const QString &path, QString *newPath = nullptr, TXError *why = nullptr);
+/// Copies a tree; the error, with a line in the log, when that fails.
+[[nodiscard]] TXError copyItemAtPath(const QString &from, const QString &to);
 
 /// The shell's command that detaches and deletes a disk image in five seconds.
 [[nodiscard]] QString detachCommand(const QString &volumePath, const QString &imageFile);

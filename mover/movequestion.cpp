@@ -23,14 +23,14 @@ QString explanation(const ApplicationPlaces &places, const QString &name, bool i
     bool isUserFolder = false;
     (void)places.preferredInstallLocation(&isUserFolder);
     const QString location = isUserFolder ? u"~/Applications"_s : u"Applications"_s;
-    if (const QString volume = places.diskImageVolumePath(); !volume.isNull()) {
-        const QString image = ApplicationPlaces::diskImageFileForVolumePath(volume);
+    const QString volume = places.diskImageVolumePath();
+    if (const QString image = ApplicationPlaces::diskImageFileForVolumePath(volume); !image.isNull())
         return formatText(
             u"%@ is running from inside of the disk image. You should move %@ into your %@ folder and "
             "then delete the disk image file (%@)."_s,
-            {name, name, location, image.isNull() ? image : image.section(u'/', -1)});
-    }
-    if (isTranslocated)
+            {name, name, location, image.section(u'/', -1)});
+    // A disc or a locked card: there is no file to delete.
+    if (isTranslocated || !volume.isNull())
         return formatText(moverText(u"Would you like to move %@ into your %@ folder right now?"_s),
                           {name, location});
     return formatText(
@@ -47,7 +47,7 @@ Alert moveQuestion(const ApplicationPlaces &places, const QString &name, bool is
     Alert alert;
     alert.message = formatText(moverText(u"%@ is not in the Applications folder."_s), {name});
     alert.informative = explanation(places, name, isTranslocated);
-    if (places.needsAuthorization())
+    if (places.needsAuthorization() && places.canGetAuthorization())
         alert.informative += u' ' + moverText(u"Note that this will require an administrator password."_s);
     alert.buttons = {moverText(u"Move to Applications Folder"_s), moverText(u"Do Not Move"_s)};
     alert.suppressionText = localizedString(u"Do not show this message again"_s);

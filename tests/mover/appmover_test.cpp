@@ -16,6 +16,7 @@
 #include <QCoreApplication>
 #include <QFile>
 
+#include <cstring>
 #include <unistd.h>
 
 using namespace Qt::StringLiterals;
@@ -155,9 +156,14 @@ TEST_F(AppMover, QuestionNamesThePlace) {
     EXPECT_EQ(textFrom(u"mnt/Stuff"_s, true),
               u"Would you like to move N into your Applications folder right now?"_s);
     files.failOn(u"isWritable"_s, EACCES, local);
+    tx::test::ScriptedAuthorization authorization;
     EXPECT_EQ(textFrom(u"mnt/Stuff"_s, true),
               u"Would you like to move N into your Applications folder right now? Note "
               "that this will require an administrator password."_s);
+    authorization.executes = false;
+    EXPECT_EQ(textFrom(u"mnt/Stuff"_s, true),
+              u"Would you like to move N into your Applications folder right now?"_s)
+        << "nobody will be asked for a password";
     useUserFolder();
     EXPECT_EQ(textFrom(u"mnt/Stuff"_s), rather(u"folder named \"Stuff\""_s, u"~/Applications"_s));
 }
@@ -197,6 +203,45 @@ TEST_F(AppMover, UserFolderIsChosenOnlyWhenItHoldsAnApplication) {
     EXPECT_EQ(chosen(), std::pair(root + u"/opt"_s, false));
     QDir(local).removeRecursively();
     EXPECT_EQ(chosen(), std::pair(QString(), false)) << "there is none";
+}
+
+TEST_F(AppMover, UserFolderWithoutAnApplicationIsChosenWhereThereIsNoWayToRights) {
+    tx::test::ScriptedAuthorization authorization;
+    authorization.executes = false;
+    const auto takesUser = [this] {
+        bool isUser = false;
+        const tx::ApplicationPlaces places(path(u"home/Loads/Host.app"_s));
+        const QString folder = places.preferredInstallLocation(&isUser);
+        EXPECT_EQ(folder, QFileInfo(isUser ? user : local).canonicalFilePath());
+        return isUser;
+    };
+    QDir().mkpath(user);
+    EXPECT_FALSE(takesUser()) << "this machine's folder can be written to";
+    {
+        tx::test::FaultFileSystem closed;
+        closed.failOn(u"isWritable"_s, EACCES, local);
+        EXPECT_TRUE(takesUser());
+        tx::test::writeFile(user + u"/notes.txt"_s, "x");
+        EXPECT_TRUE(takesUser()) << "without an application";
+        authorization.executes = true;
+        EXPECT_FALSE(takesUser()) << "there is a way";
+        authorization.executes = false;
+        closed.failOn(u"isWritable"_s, EACCES);
+        EXPECT_FALSE(takesUser()) << "neither can be written to";
+        closed.failOn(u"isWritable"_s, EACCES, local);
+        QDir(user).removeRecursively();
+        EXPECT_FALSE(takesUser()) << "it is not there";
+        tx::test::writeFile(user, "a file");
+        EXPECT_FALSE(takesUser()) << "nor is a file a folder";
+        QFile::remove(user);
+        QDir().mkpath(user);
+        EXPECT_EQ(ask(), 1);
+    }
+    ASSERT_EQ(alerts.size(), 1);
+    EXPECT_THAT(alerts[0].informative.toStdString(), testing::HasSubstr("into your ~/Applications folder"));
+    EXPECT_THAT(alerts[0].informative.toStdString(), testing::Not(testing::HasSubstr("password")));
+    EXPECT_EQ(namesIn(user), QStringList{u"Host.app"_s}) << "and moved there";
+    EXPECT_EQ(exits, QList<int>{0});
 }
 
 TEST_F(AppMover, DiskImageIsARemovableVolumeThatCannotBeWritten) {
@@ -268,6 +313,14 @@ TEST_F(AppMoverImage, QuestionNamesTheImage) {
     EXPECT_EQ(alerts[0].informative, u"My Host is running from inside of the disk image. You should move My "
                                      u"Host into your Applications folder "
                                      "and then delete the disk image file (My Host.img)."_s);
+}
+
+TEST_F(AppMoverImage, VolumeWithoutAnImageFileIsNotAskedAboutOne) {
+    setImages(QVariantMap{{u"images"_s, QVariantList{}}});
+    answer = 1;
+    EXPECT_EQ(ask(), 0);
+    EXPECT_EQ(alerts[0].informative,
+              u"Would you like to move My Host into your Applications folder right now?"_s);
 }
 
 TEST_F(AppMoverImage, ImageIsDetachedAndDeletedInsteadOfTrashed) {
@@ -395,7 +448,10 @@ TEST_F(AppMover, FailureLeavesEverythingAsItWas) {
         EXPECT_EQ(treeOf(path(u"home/Loads/Host.app"_s)), own);
         ASSERT_EQ(alerts.size(), 1);
         EXPECT_EQ(alerts[0].message, u"Could not move to Applications folder."_s);
-        EXPECT_TRUE(alerts[0].informative.isEmpty());
+        EXPECT_EQ(
+            alerts[0].informative,
+            u"The application could not be copied to the folder %1: %2. It is still where it was."_s.arg(
+                QFileInfo(local).canonicalFilePath(), QString::fromLocal8Bit(std::strerror(c.number))));
         EXPECT_TRUE(logLines().contains(u"ERROR -- Could not copy myself to "_s + destination));
         EXPECT_TRUE(workspace.trashed.isEmpty()) << "nothing went away before the copy was complete";
     }
@@ -410,6 +466,10 @@ TEST_F(AppMover, TrashThatFailsIsAFailureAndNoDeletion) {
     EXPECT_EQ(move(), -1);
     EXPECT_EQ(TXBundle(destination).infoString(u"CFBundleVersion"_s), u"7"_s);
     EXPECT_EQ(namesIn(local), QStringList{u"Host.app"_s});
+    EXPECT_THAT(
+        alerts.last().informative.toStdString(),
+        testing::MatchesRegex("What is at .*/Host\\.app already could not be moved to the Trash: .+\\. "
+                              "Remove it yourself, then try again\\."));
     EXPECT_TRUE(logLines()[0].startsWith(u"ERROR -- Could not trash '"_s)) << logLines()[0].toStdString();
     QDir(destination).removeRecursively();
     EXPECT_EQ(move(), 1) << "the old copy stays, and the moved one is opened";
@@ -475,34 +535,54 @@ TEST_F(AuthorizedMove, EveryFailureEndsInTheSameWords) {
         std::function<void(tx::test::ScriptedAuthorization &)> arrange;
         QStringList calls;
         QStringList lines;
+        QString why;
+    };
+    const QString denied =
+        u"The system did not grant an administrator's rights. Ask an administrator to move the application."_s;
+    const auto failed = [](const QString &words) {
+        return u"The program that moves the application as an administrator failed: %1. The application is still where it was."_s
+            .arg(words);
     };
     const QStringList asked{u"create 0"_s, u"copyRights"_s, u"free 0"_s};
     const QStringList executed{u"create 0"_s, u"copyRights"_s, u"execute 0"_s, u"free 0"_s};
     const QString reason = u"ERROR -- The privileged program did not move the application: "_s;
     const Case cases[] = {
-        {"no authorization", [](auto &a) { a.createStatuses = {-60008}; }, {u"create 0"_s}, {failure}},
+        {"no authorization",
+         [](auto &a) { a.createStatuses = {-60008}; },
+         {u"create 0"_s},
+         {failure},
+         denied},
         {"cancelled",
          [](auto &a) { a.rightsStatus = -60006; },
          asked,
-         {u"INFO -- Not moving because user cancelled authorization"_s, failure}},
-        {"denied", [](auto &a) { a.rightsStatus = -60005; }, asked, {failure}},
+         {u"INFO -- Not moving because user cancelled authorization"_s, failure},
+         u"No administrator's password was given. The application is still where it was."_s},
+        {"denied", [](auto &a) { a.rightsStatus = -60005; }, asked, {failure}, denied},
         {"nobody is asked where there is no way",
          [](auto &a) { a.executes = false; },
          {u"create 0"_s, u"free 0"_s},
-         {failure}},
-        {"not executed", [](auto &a) { a.executeStatus = -60031; }, executed, {failure}},
+         {failure},
+         u"Only an administrator can change the folder %1, and this application cannot ask for an administrator's password. Create the folder %2 for applications of your own, and then try again."_s
+             .arg(QFileInfo(local).canonicalFilePath(), user)},
+        {"not executed", [](auto &a) { a.executeStatus = -60031; }, executed, {failure}, denied},
         {"refused",
          [](auto &a) {
              a.jobSays = "it cannot be copied\n";
              a.jobStatus = 73;
          },
          executed,
-         {reason + u"it cannot be copied"_s, failure}},
+         {reason + u"it cannot be copied"_s, failure},
+         failed(u"it cannot be copied"_s)},
         {"ended without a word",
          [](auto &a) { a.jobSays = ""; },
          executed,
-         {reason + u"it gave no reason"_s, failure}},
-        {"said so and failed", [](auto &a) { a.jobStatus = 1; }, executed, {reason + u"moved"_s, failure}},
+         {reason + u"it gave no reason"_s, failure},
+         failed(u"it gave no reason"_s)},
+        {"said so and failed",
+         [](auto &a) { a.jobStatus = 1; },
+         executed,
+         {reason + u"moved"_s, failure},
+         failed(u"moved"_s)},
     };
     for (const Case &c : cases) {
         tx::test::ScriptedAuthorization scripted;
@@ -515,6 +595,7 @@ TEST_F(AuthorizedMove, EveryFailureEndsInTheSameWords) {
         EXPECT_EQ(logLines().mid(before), c.lines) << c.what;
         ASSERT_EQ(alerts.size(), 1);
         EXPECT_EQ(alerts[0].message, u"Could not move to Applications folder."_s);
+        EXPECT_EQ(alerts[0].informative, c.why) << c.what;
     }
     EXPECT_TRUE(QFileInfo::exists(path(u"home/Loads/Host.app"_s)));
     EXPECT_TRUE(exits.isEmpty());
@@ -524,9 +605,15 @@ TEST_F(AuthorizedMove, OnlyApplicationsAreMoved) {
     startFrom(u"home/Loads"_s, u"1042"_s, u"Host"_s);
     EXPECT_EQ(move(), -1);
     EXPECT_TRUE(authorization.calls.isEmpty()) << "the destination does not end in .app";
+    EXPECT_EQ(alerts.last().informative,
+              u"%1 is not an application: its name does not end in \".app\". Move it yourself."_s.arg(
+                  path(u"home/Loads/Host"_s)));
     QDir(local).removeRecursively();
     startFrom(u"home/Loads"_s);
     EXPECT_EQ(move(), -1) << "there is no Applications folder";
+    EXPECT_EQ(
+        alerts.last().informative,
+        u"There is no folder %1. Create the folder %2 for applications of your own."_s.arg(local, user));
     EXPECT_TRUE(authorization.calls.isEmpty());
     EXPECT_EQ(logLines(), (QStringList{failure, failure}));
 }
