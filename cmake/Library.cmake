@@ -38,4 +38,5 @@ configure_package_config_file(cmake/TarvixUpdateConfig.cmake.in TarvixUpdateConf
 write_basic_package_version_file(TarvixUpdateConfigVersion.cmake COMPATIBILITY SameMinorVersion)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/TarvixUpdateConfig.cmake
               ${CMAKE_CURRENT_BINARY_DIR}/TarvixUpdateConfigVersion.cmake
+              cmake/TarvixUpdatePolicy.cmake cmake/TarvixUpdatePolicy.policy.in
         DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/TarvixUpdate)

@@ -80,6 +80,26 @@ TEST_F(Privileged, UpdateIsInstalledByTheToolOfTheInstalledApplication) {
         << "the rights were used up";
 }
 
+TEST_F(Privileged, PolicyOfTheApplicationIsFoundByTheProgramThatIsStarted) {
+    if (!isReal())
+        return expectNoWay();
+    makeApplication(application);
+    const QString policy = path(u"policy"_s);
+    const auto written = tx::test::runProcess(
+        u"cmake"_s, {u"-DFILE="_s + policy, u"-DNAME=My Host"_s, u"-DIDENTIFIER="_s + hostIdentifier,
+                     u"-DBUNDLE="_s + application, u"-P"_s,
+                     QStringLiteral(TEST_SOURCES) + u"/../cmake/TarvixUpdatePolicy.cmake"_s});
+    ASSERT_EQ(written.status, 0) << written.errors.constData();
+    // As pkexec does: the words of the policy whose path is the program's own.
+    playPkexec("if grep -qF \"exec.path\\\"><![CDATA[$(realpath \"$1\")]]><\" '" + QFile::encodeName(policy) +
+               "'; then grep -m 1 '<message>' '" + QFile::encodeName(policy) + "' > '" +
+               QFile::encodeName(path(u"words"_s)) + "'; fi");
+    ASSERT_EQ(copyRights(), 0);
+    EXPECT_TRUE(wasAsked());
+    EXPECT_THAT(tx::test::readFile(path(u"words"_s)).toStdString(),
+                testing::HasSubstr("An administrator's password is required to install My Host."));
+}
+
 TEST_F(Privileged, ToolThatIsReplacedAfterTheQuestionIsNotRun) {
     if (!isReal())
         return expectNoWay();

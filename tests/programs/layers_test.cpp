@@ -100,6 +100,7 @@ project(host LANGUAGES CXX)
 find_package(TarvixUpdate 0.1 REQUIRED)
 add_executable(host main.cpp)
 target_link_libraries(host PRIVATE TarvixUpdate::TarvixUpdate)
+tarvixupdate_install_policy(NAME "My Host" IDENTIFIER org.example.Host BUNDLE /opt/Host.app)
 )");
     tx::test::writeFile(path(u"host/main.cpp"_s), R"(#include <TarvixUpdate/TarvixUpdate.h>
 #include <QCoreApplication>
@@ -107,6 +108,20 @@ target_link_libraries(host PRIVATE TarvixUpdate::TarvixUpdate)
 int main(int argc, char **argv) {
     QCoreApplication application(argc, argv);
     std::printf("%d\n", TXUpdater::compareVersionToVersion(QStringLiteral("1"), QStringLiteral("2")));
+    // What the interface offers beside the classes, out of the library.
+    double lastTime = 0;
+    __TXUpdateAllowOnceEvery([] { std::printf("allowed\n"); }, &lastTime, 3600);
+    __TXUpdateAllowOnceEvery([] { std::printf("allowed\n"); }, &lastTime, 3600);
+    const auto conditions = TXUpdateItemConditions::conditionsFromDictionary(
+        {{QStringLiteral("minBuild"), QStringLiteral("7")}, {QStringLiteral("launch"), QStringLiteral("any")}});
+    std::printf("%s %d\n", qPrintable(conditions.minimumAppBuild), int(conditions.launch));
+    const TXUpdateDateFormatter formatter = TXUpdateTrack::postsCheckDateFormatter();
+    const QDateTime date = formatter.dateFromString(QStringLiteral("2026-05-20T22:15:01+0530"));
+    std::printf("%lld %d\n", static_cast<long long>(date.toSecsSinceEpoch()),
+                formatter.dateFromString(formatter.stringFromDate(date)) == date);
+    TXUpdateSystemProfile profile(TXUpdateSystemProfile::Contents::Empty);
+    profile.setRAM(16384);
+    std::printf("%s\n", qPrintable(profile.valueForKey(QStringLiteral("RAM"))));
     return TXUpdater::sharedUpdater()->isChecking();
 }
 )");
@@ -124,7 +139,12 @@ int main(int argc, char **argv) {
     ASSERT_EQ(built.status, 0) << built.output.constData();
     const auto ran = runProcess(build + u"/host"_s, {});
     EXPECT_EQ(ran.status, 0) << ran.errors.constData();
-    EXPECT_EQ(ran.output, QByteArray("-1\n"));
+    EXPECT_EQ(ran.output, QByteArray("-1\nallowed\n7 0\n1779295501 1\n16384\n"));
+    const auto placed = runProcess(u"cmake"_s, {u"--install"_s, build, u"--prefix"_s, path(u"placed"_s)});
+    ASSERT_EQ(placed.status, 0) << placed.errors.constData();
+    EXPECT_THAT(tx::test::readFile(path(u"placed/share/polkit-1/actions/org.example.host.update.policy"_s))
+                    .toStdString(),
+                testing::HasSubstr("required to install My Host."));
     const auto tool = runProcess(prefix + u"/bin/txupdate"_s, {u"compare"_s, u"2"_s, u"1"_s});
     EXPECT_EQ(tool.output, QByteArray("1\n")) << tool.errors.constData();
 }
