@@ -19,4 +19,11 @@ struct OSVersion {
 /// kernel's version where a rolling distribution has none.
 [[nodiscard]] OSVersion osVersionFrom(const QString &osRelease, const QString &kernelRelease);
 
+/// The running system's name for people: NAME of its os-release, such as "Debian GNU/Linux". Read on each
+/// call. Thread: any.
+[[nodiscard]] QString operatingSystemName();
+
+/// The name that an os-release text gives; "Linux" where it gives none, as os-release(5) has it.
+[[nodiscard]] QString osNameFrom(const QString &osRelease);
+
 } // namespace tx

@@ -5,6 +5,7 @@
 #include "platform/queues.h"
 #include "platform/services.h"
 #include "platform/urlloading.h"
+#include "platform/userdefaults.h"
 #include "ui/alert.h"
 #include "ui/lifetime.h"
 
@@ -14,6 +15,7 @@
 #include <TarvixUpdate/TXUpdateHost.h>
 #include <TarvixUpdate/TXUpdatePanel.h>
 #include <TarvixUpdate/TXUpdatePostWindowController.h>
+#include <TarvixUpdate/TXUpdateSettings.h>
 
 #include <QCoreApplication>
 #include <QPointer>
@@ -86,7 +88,9 @@ void TXStandardUpdateController::setup() {
     updater->setDelegate(this);
     updater->setAutomaticallyChecksForUpdates(true);
     updater->setUpdateCheckInterval(86400);
-    updater->setSendsSystemProfile(true);
+    // Who has switched the profile off once does not have to do it after each start.
+    if (!tx::UserDefaults::standard().value(TXUpdatePrefSendsSystemProfileKey).isValid())
+        updater->setSendsSystemProfile(true);
     d->updateCheckingPanel = TXUpdateCheckingPanel::updateCheckingPanel();
     if ((d->status & TXStandardUpdateControllerStatusCannotUpdateInPlace) == 0 &&
         updater->automaticallyChecksForUpdates())
@@ -199,7 +203,7 @@ void TXStandardUpdateController::checkingDidReceiveError(const TXError &error, b
     if (error.domain() == TXURLErrorDomain &&
         (error.code() == tx::UrlErrorTimedOut || error.code() == tx::UrlErrorNotConnectedToInternet))
         shown =
-            TXError(u"TXUpdateErrorDomain"_s, error.code(),
+            TXError(TXUpdateErrorDomain, error.code(),
                     tx::localizedFormat(
                         u"%@ cannot check for updates because you are not connected to the internet."_s,
                         {applicationName()}),

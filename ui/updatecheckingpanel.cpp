@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: MIT
+#include "platform/format.h"
 #include "platform/localization.h"
+#include "platform/osversion.h"
 #include "platform/services.h"
 #include "ui/alert.h"
 #include "ui/appearance.h"
@@ -42,7 +44,10 @@ std::unique_ptr<TXUpdateCheckingPanel> TXUpdateCheckingPanel::updateCheckingPane
               u"Could not load TXUpdateCheckingPanel nib because it threw the exception: %@"_s, {what});
         tx::presentError(
             TXError(u"TXUpdate"_s, -999,
-                    u"A problem in macOS was encountered which requires you to move this application."_s, {},
+                    tx::formatText(
+                        u"A problem in %@ was encountered which requires you to move this application."_s,
+                        {tx::operatingSystemName()}),
+                    {},
                     u"Quit the application and move it into your Applications folder before relaunching."_s)
                 .withUserInfo({{u"exception"_s, what}, {u"email"_s, u"YES"_s}}));
         tx::services().exitProcess(0);

@@ -29,6 +29,18 @@ NoteWindow::NoteWindow(const Notes &notes)
 
     updates.setDelegate(this);
     updates.setup();
+
+    // setup() switches the description of this computer on where its user has not said no.
+    TXUpdater *updater = TXUpdater::sharedUpdater();
+    profileAction = help->addAction(tr("Send &System Details with Update Checks"));
+    profileAction->setCheckable(true);
+    profileAction->setChecked(updater->sendsSystemProfile());
+    profileAction->setStatusTip(
+        tr("Once a week: processor, memory, graphics, screens, system version and language. No names, no "
+           "serial numbers, no files."));
+    connect(profileAction, &QAction::toggled, updater, &TXUpdater::setSendsSystemProfile);
+    connect(updater, &TXUpdater::settingsChanged, profileAction,
+            [this, updater] { profileAction->setChecked(updater->sendsSystemProfile()); });
     updateInterfaceForUpdateControllerStatus(&updates);
 }
 

@@ -18,6 +18,7 @@ public:
 
     QAction *checkAction = nullptr;
     QAction *newsAction = nullptr;
+    QAction *profileAction = nullptr;
     TXStandardUpdateController updates;
 
     void updateInterfaceForUpdateControllerStatus(TXStandardUpdateController *controller) override;

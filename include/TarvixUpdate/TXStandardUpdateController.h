@@ -73,7 +73,8 @@ public:
     [[nodiscard]] TXUpdateTrackPtr track() const;
     void setTrack(const TXUpdateTrackPtr &track);
 
-    /// Call once: checks every day from five seconds on, with a system profile once a week.
+    /// Call once: checks every day from five seconds on, with a system profile once a week unless
+    /// TXUpdater::setSendsSystemProfile(false) was called, in this run or an earlier one.
     void setup();
     [[nodiscard]] static QString applicationName();
     /// One check, quiet or with the checking panel; `showUpdate`: offer what was found. With the panel this

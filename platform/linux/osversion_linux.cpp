@@ -33,36 +33,51 @@ bool readNumbers(QStringView text, OSVersion &version) {
     return true;
 }
 
+/// The value of a variable in an os-release text; null when it is not set.
+QString valueIn(const QString &osRelease, const QString &name) {
+    QString result;
+    for (const QString &line : osRelease.split(u'\n')) {
+        if (!line.startsWith(name + u'='))
+            continue;
+        QString value = line.mid(name.size() + 1).trimmed();
+        if (value.size() >= 2 && (value.startsWith(u'"') || value.startsWith(u'\'')))
+            value = value.mid(1, value.size() - 2);
+        result = value; // the last one counts, as in a shell
+    }
+    return result;
+}
+
+QString osRelease() {
+    for (const QString &path : {u"/etc/os-release"_s, u"/usr/lib/os-release"_s}) {
+        QFile file(path);
+        if (file.open(QIODevice::ReadOnly))
+            return QString::fromUtf8(file.readAll());
+    }
+    return {};
+}
+
 } // namespace
 
 OSVersion osVersionFrom(const QString &osRelease, const QString &kernelRelease) {
     OSVersion version;
     version.build = kernelRelease;
-    for (const QString &line : osRelease.split(u'\n')) {
-        if (!line.startsWith(u"VERSION_ID="_s))
-            continue;
-        QString value = line.mid(11).trimmed();
-        if (value.size() >= 2 && (value.startsWith(u'"') || value.startsWith(u'\'')))
-            value = value.mid(1, value.size() - 2);
-        if (readNumbers(value, version))
-            return version;
-    }
+    if (readNumbers(valueIn(osRelease, u"VERSION_ID"_s), version))
+        return version;
     readNumbers(kernelRelease, version);
     return version;
 }
 
 OSVersion operatingSystemVersion() {
-    QString text;
-    for (const QString &path : {u"/etc/os-release"_s, u"/usr/lib/os-release"_s}) {
-        QFile file(path);
-        if (file.open(QIODevice::ReadOnly)) {
-            text = QString::fromUtf8(file.readAll());
-            break;
-        }
-    }
     struct utsname names {};
     uname(&names);
-    return osVersionFrom(text, QString::fromLocal8Bit(names.release));
+    return osVersionFrom(osRelease(), QString::fromLocal8Bit(names.release));
 }
+
+QString osNameFrom(const QString &osRelease) {
+    const QString name = valueIn(osRelease, u"NAME"_s);
+    return name.isEmpty() ? u"Linux"_s : name;
+}
+
+QString operatingSystemName() { return osNameFrom(osRelease()); }
 
 } // namespace tx

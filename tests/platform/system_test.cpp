@@ -47,6 +47,28 @@ INSTANTIATE_TEST_SUITE_P(
 
 class Folders : public tx::test::FrameworkTest {};
 
+TEST(OSName, IsTheOneOfOsRelease) {
+    const std::pair<QString, QString> cases[] = {
+        {u"NAME=\"Debian GNU/Linux\"\nVERSION_ID=\"12\""_s, u"Debian GNU/Linux"_s},
+        {u"ID=fedora\nNAME='Fedora Linux'\n"_s, u"Fedora Linux"_s},
+        {u"PRETTY_NAME=\"No\"\nNAME=Arch  \n"_s, u"Arch"_s},
+        {u"NAME=first\nNAME=second"_s, u"second"_s},
+        {u"NAME=\"\""_s, u"Linux"_s},
+        {u"CPE_NAME=x\nNAMES=y"_s, u"Linux"_s},
+        {QString(), u"Linux"_s},
+    };
+    for (const auto &[release, name] : cases)
+        EXPECT_EQ(tx::osNameFrom(release), name) << release.toStdString();
+}
+
+TEST(OSName, OfThisSystemIsRead) {
+    const auto name = tx::test::runProcess(
+        u"/bin/sh"_s,
+        {u"-c"_s,
+         u". /etc/os-release 2> /dev/null || . /usr/lib/os-release; printf %s \"${NAME:-Linux}\""_s});
+    EXPECT_EQ(tx::operatingSystemName(), QString::fromUtf8(name.output));
+}
+
 TEST_F(Folders, TemporaryOneIsPrivateAndMadeOnDemand) {
     const QString folder = tx::temporaryDirectory();
     EXPECT_EQ(folder, path(u"home/.cache/TarvixUpdate"_s));

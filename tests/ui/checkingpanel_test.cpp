@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "platform/osversion.h"
 #include "tests/ui/uitest.h"
 #include "ui/appearance.h"
 #include "ui/modalsession.h"
@@ -160,7 +161,9 @@ TEST_F(CheckingPanel, InterfaceOfAnotherVersionEndsTheApplication) {
               "interface file has no titleField"_s);
     ASSERT_EQ(alerts.size(), 1);
     EXPECT_EQ(alerts[0].message,
-              u"A problem in macOS was encountered which requires you to move this application."_s);
+              u"A problem in %1 was encountered which requires you to move this application."_s.arg(
+                  tx::operatingSystemName()))
+        << "the system that runs";
     EXPECT_EQ(alerts[0].informative,
               u"Quit the application and move it into your Applications folder before relaunching."_s);
     EXPECT_EQ(exits, QList<int>{0});

@@ -133,6 +133,26 @@ TEST_F(StandardController, SetupSwitchesCheckingOnAndChecksQuietly) {
     EXPECT_FALSE(shown<TXUpdateCheckingPanel>());
 }
 
+TEST_F(StandardController, SetupKeepsAStoredChoiceAboutTheProfile) {
+    tx::services().firstCheckDelay = std::chrono::hours(1);
+    TXUpdater *updater = TXUpdater::sharedUpdater();
+    controller->setup();
+    EXPECT_TRUE(updater->sendsSystemProfile()) << "on where nothing is stored";
+    updater->setSendsSystemProfile(false);
+    for (int start = 0; start < 2; ++start) {
+        makeController();
+        controller->setup();
+        EXPECT_FALSE(updater->sendsSystemProfile());
+    }
+    server.expect("GET", "/feed.json", HttpReply::json("{}"));
+    check(false, false);
+    EXPECT_EQ(server.requests().last().method, QByteArray("GET")) << "and nothing is sent";
+    updater->setSendsSystemProfile(true);
+    makeController();
+    controller->setup();
+    EXPECT_TRUE(updater->sendsSystemProfile());
+}
+
 TEST_F(StandardController, StatusTellsOfAPlaceThatCannotBeUpdated) {
     EXPECT_EQ(controller->status(), 0U);
     beOnReadOnlyVolume();
@@ -410,7 +430,7 @@ TEST_F(StandardController, OfflineErrorsHaveTheirOwnWords) {
         alerts.clear();
         controller->checkingDidReceiveError(TXError(c.domain, c.code, u"As it came"_s), true);
         ASSERT_EQ(alerts.size(), 1);
-        EXPECT_EQ(errors.last().domain(), c.replaced ? u"TXUpdateErrorDomain"_s : c.domain);
+        EXPECT_EQ(errors.last().domain(), c.replaced ? TXUpdateErrorDomain : c.domain);
         EXPECT_EQ(errors.last().code(), c.code);
         if (c.replaced) {
             EXPECT_EQ(errors.last().underlyingError().localizedDescription(), u"As it came"_s);
