@@ -10,6 +10,9 @@
 #include <QWebEngineRegisterProtocolHandlerRequest>
 #include <QWebEngineScript>
 #include <QWebEngineScriptCollection>
+#if QT_VERSION >= QT_VERSION_CHECK(6, 8, 0)
+#include <QWebEnginePermission>
+#endif
 
 using namespace Qt::StringLiterals;
 
@@ -45,10 +48,15 @@ WebEnginePage::WebEnginePage(QWebEngineProfile *profile, const WebViewClient &cl
     , m_client(client)
     , m_token(QUuid::createUuid().toString(QUuid::WithoutBraces)) {
     setBackgroundColor(QColor(Qt::transparent));
+#if QT_VERSION >= QT_VERSION_CHECK(6, 8, 0)
+    connect(this, &QWebEnginePage::permissionRequested, this,
+            [](const QWebEnginePermission &permission) { permission.deny(); });
+#else
     connect(this, &QWebEnginePage::featurePermissionRequested, this,
             [this](const QUrl &origin, Feature feature) {
                 setFeaturePermission(origin, feature, PermissionDeniedByUser);
             });
+#endif
     connect(this, &QWebEnginePage::certificateError, this,
             [](QWebEngineCertificateError error) { error.rejectCertificate(); });
     connect(this, &QWebEnginePage::fullScreenRequested, this,
