@@ -17,6 +17,7 @@ endfunction()
 function(tarvix_use_precompiled TARGET FROM)
   if(TARVIXUPDATE_PRECOMPILED_HEADERS)
     target_precompile_headers(${TARGET} REUSE_FROM ${FROM})
+    target_compile_options(${TARGET} PRIVATE -fPIC)   # as it was made; programs are -fPIE otherwise
   endif()
 endfunction()
 
