@@ -4,6 +4,7 @@
 #include "core/names.h"
 #include "core/settings.h"
 #include "install/archivelimits.h"
+#include "install/packagecheck.h"
 #include "install/update_p.h"
 #include "platform/filesystem.h"
 #include "platform/localization.h"
@@ -206,11 +207,25 @@ void UpdateDownload::start() {
     request.sizeLimit = limits.archive;
     request.minimumRate = limits.rate;
     m_transfer = services().urlLoader->startDownload(request, *this);
+    // What could not be installed is not downloaded to its end. The transfer does not wait for the answer,
+    // which comes before much of it is there.
+    checkPackageOwner(
+        u"The update could not be downloaded."_s, [weak = weak_from_this()](const TXError &refusal) {
+            const auto download = weak.lock();
+            if (refusal && download && download->m_update && download->m_update->d->download == download)
+                download->refuse(refusal);
+        });
 }
 
 void UpdateDownload::cancel() {
     m_transfer->cancel();
     downloadEndedSuccessfully(false, {});
+}
+
+void UpdateDownload::refuse(const TXError &error) {
+    TXLog(TXLogLevelFailure, u"TXUpdate: The update is not downloaded: %@"_s, {error.toString()});
+    m_transfer->cancel();
+    downloadEndedSuccessfully(false, error);
 }
 
 void UpdateDownload::downloadDidReceiveResponse(UrlDownload &, qint64 expectedLength) {

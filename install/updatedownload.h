@@ -45,6 +45,7 @@ public:
 
 private:
     void downloadEndedSuccessfully(bool successful, const TXError &error);
+    void refuse(const TXError &error);
     void reportProgress();
 
     QPointer<TXUpdate> m_update;

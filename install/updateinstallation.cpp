@@ -4,6 +4,7 @@
 #include "core/names.h"
 #include "install/buildcheck.h"
 #include "install/installerclient.h"
+#include "install/packagecheck.h"
 #include "install/quitreply.h"
 #include "install/unarchiver.h"
 #include "install/update_p.h"
@@ -13,7 +14,6 @@
 #include "platform/filesystem.h"
 #include "platform/format.h"
 #include "platform/localization.h"
-#include "platform/packageowner.h"
 #include "platform/queues.h"
 #include "platform/services.h"
 #include "platform/workspace.h"
@@ -46,44 +46,16 @@ void TXUpdate::cancelInstalling() {}
 
 namespace tx {
 
-namespace {
-
-/// What a package manager has put there it changes itself: exchanged behind its back, the application would
-/// be another than it says, and be gone again after its next update.
-TXError packageError(const Result<std::optional<PackageOwner>> &owner) {
-    const auto failure = [](const QString &reason, const QString &advice) {
-        return TXError(updaterErrorDomain, 0, u"The application update could not be installed."_s, reason,
-                       advice);
-    };
-    if (!owner)
-        return failure(localizedFormat(u"Whether the application belongs to a package could not be "
-                                       "determined. %@"_s,
-                                       {owner.error().toString()}),
-                       localizedString(u"Repair the database of the package manager, or install the new "
-                                       "version with it."_s))
-            .withUnderlyingError(owner.error());
-    if (!*owner)
-        return {};
-    return failure(localizedFormat(u"The application belongs to the package %@ of %@."_s,
-                                   {(*owner)->package, (*owner)->manager}),
-                   localizedString(u"Install the new version with the package manager of the system."_s));
-}
-
-} // namespace
-
 void UpdateInstallation::install_checkOwner(TXUpdate &update) {
-    const QPointer<TXUpdate> guard(&update);
-    runInBackground([guard, bundle = TXUpdateHost::host()->bundle().bundlePath()] {
-        const TXError error = bundle.isEmpty() ? TXError() : packageError(packageOwnerOf(bundle));
-        postToMain([guard, error] {
-            if (!guard)
-                return;
-            if (error)
-                install_failed(*guard, error);
-            else
-                install_doUnarchive(*guard);
-        });
-    });
+    checkPackageOwner(u"The application update could not be installed."_s,
+                      [guard = QPointer<TXUpdate>(&update)](const TXError &refusal) {
+                          if (!guard)
+                              return;
+                          if (refusal)
+                              install_failed(*guard, refusal);
+                          else
+                              install_doUnarchive(*guard);
+                      });
 }
 
 void UpdateInstallation::install_doUnarchive(TXUpdate &update) {

@@ -10,6 +10,7 @@
 #include "installer/hostanswer.h"
 #include "installer/jobs.h"
 #include "installer/ownplace.h"
+#include "installer/programoutput.h"
 
 #include <cerrno>
 #include <csignal>
@@ -118,6 +119,8 @@ int main(int argc, char **) {
     context.files = &files;
     context.applicationsFolders = {TARVIXUPDATE_LOCAL_APPLICATIONS_DIR, "/opt"};
     context.become = become;
+    context.outputOf = [](const std::string &program, const std::vector<std::string> &arguments,
+                          std::string &output) { return outputOf(program, arguments, output); };
     context.say = [](const std::string &word) { (void)say(word); };
     context.log = report;
     const int status = runJob(words, context);

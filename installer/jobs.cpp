@@ -47,6 +47,25 @@ int refuse(const JobContext &context, const std::string &why) {
     return JobRefused;
 }
 
+/// Why the application must not be exchanged: what a package manager has put there, only it may change. Empty
+/// when no package owns anything in it.
+std::string packageProblem(const std::string &application, const JobContext &context) {
+    const auto askRpm = [&](const std::vector<std::string> &arguments, std::string &output) {
+        // With root's rights too: the answer of a program of the user's could be any.
+        posix::Descriptor program;
+        const std::string problem = openTrusted(context.rpm, context, program);
+        return problem.empty() ? context.outputOf(context.rpm, arguments, output) : problem;
+    };
+    const BundleOwner owner = ownerOfBundle(context.packages, application, askRpm);
+    if (!owner.failure.empty())
+        return "whether " + application + " belongs to a package could not be determined, the database of " +
+               owner.manager + " cannot be read: " + owner.failure;
+    return owner.package.empty()
+               ? std::string()
+               : application + " belongs to the package " + owner.package + " of " + owner.manager +
+                     "; install the new version with the package manager of the system";
+}
+
 int installUpdate(const std::vector<std::string> &words, const std::string &application,
                   const JobContext &context) {
     if (!isProcess(words[1]))
@@ -58,6 +77,10 @@ int installUpdate(const std::vector<std::string> &words, const std::string &appl
     const std::string installer =
         posix::parentOf(context.executable) + "/TXUpdateInstaller.app/Contents/MacOS/TXUpdateInstaller";
     posix::Descriptor file;
+    if (const std::string problem = packageProblem(application, context); !problem.empty()) {
+        context.log(problem);
+        return JobFailed;
+    }
     if (const std::string problem = openTrusted(installer, context, file); !problem.empty()) {
         context.log(problem);
         return JobForbidden;
@@ -88,6 +111,9 @@ int moveIntoFolder(const std::string &folder, const std::string &application, co
     struct stat info {};
     if (problem.empty() && fstat(source.get(), &info) != 0)
         problem = application + ": " + std::strerror(errno);
+    const std::string replaced = folder + '/' + name;
+    if (problem.empty() && posix::isDirectory(replaced))
+        problem = packageProblem(replaced, context);
     if (problem.empty())
         problem = moveApplication(application, folder, info.st_uid, *context.files);
     if (!problem.empty()) {

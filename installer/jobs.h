@@ -2,6 +2,7 @@
 #pragma once
 
 #include "installer/files.h"
+#include "platform/linux/packagedatabases.h"
 
 #include <functional>
 #include <string>
@@ -27,6 +28,12 @@ struct JobContext {
     uid_t askingUser = 0;   ///< who asked for it
     std::vector<std::string> applicationsFolders; ///< into which applications are moved
     Files *files = nullptr;
+    PackageFolders packages;          ///< whose files are not exchanged
+    std::string rpm = "/usr/bin/rpm"; ///< asked where there is a database of rpm
+    /// Runs a program and gives all that it writes; the reason when that fails (installer/programoutput.h).
+    std::function<std::string(const std::string &program, const std::vector<std::string> &arguments,
+                              std::string &output)>
+        outputOf;
     /// Replaces this process by the open program `file`; comes back with an errno value when that fails.
     std::function<int(int file, const std::vector<std::string> &words)> become;
     std::function<void(const std::string &word)> say; ///< to whoever asked
@@ -39,6 +46,7 @@ struct JobContext {
 /// Does the one job that `words` name, for the application that this program is a part of:
 ///   install PID NEW-APPLICATION ARCHIVE   becomes the installer tool, which replaces the application
 ///   move FOLDER                           copies the application into an Applications folder, says "moved"
+/// Neither replaces an application of which a package owns a file, nor one of which that cannot be told.
 /// Everything else is refused. The result is the exit status.
 [[nodiscard]] int runJob(const std::vector<std::string> &words, const JobContext &context);
 

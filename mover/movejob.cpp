@@ -8,6 +8,7 @@
 #include "platform/format.h"
 #include "platform/frameworkresources.h"
 #include "platform/localization.h"
+#include "platform/packageowner.h"
 #include "platform/services.h"
 #include "platform/tasks.h"
 #include "platform/workspace.h"
@@ -16,6 +17,7 @@
 #include <TarvixUpdate/TXLog.h>
 
 #include <QCoreApplication>
+#include <QFileInfo>
 
 using namespace Qt::StringLiterals;
 
@@ -77,7 +79,37 @@ QString detachCommand(const QString &volumePath, const QString &imageFile) {
 }
 
 MoveJob::Outcome MoveJob::performMove() {
+    if (replacesPackage())
+        return Outcome::Failed;
     return m_places.needsAuthorization() ? performAuthorizedMove() : performUnauthorizedMove();
+}
+
+bool MoveJob::replacesPackage() {
+    const QString destination = m_places.destinationPath();
+    // Not what a link leads to: that stays where it is.
+    const QFileInfo entry(destination);
+    if (!entry.isDir() || entry.isSymLink())
+        return false;
+    const auto owner = packageOwnerOf(destination);
+    if (owner && !*owner)
+        return false;
+    if (owner) {
+        const QStringList names{destination, (*owner)->package, (*owner)->manager};
+        log(u"ERROR -- %@ is not replaced: it belongs to the package %@ of %@"_s, names);
+        m_failureText =
+            formatText(moverText(u"%@ is not replaced, because it belongs to the package %@ of %@. Use "
+                                 "that application, or remove the package first."_s),
+                       names);
+    } else {
+        log(u"ERROR -- %@ is not replaced: whether it belongs to a package could not be determined. %@"_s,
+            {destination, owner.error().toString()});
+        m_failureText = formatText(
+            moverText(
+                u"%@ is not replaced, because it could not be determined whether it belongs to a package: "
+                "%@. Repair the database of the package manager, then try again."_s),
+            {destination, reasonOf(owner.error())});
+    }
+    return true;
 }
 
 bool MoveJob::isRunningAt(const QString &path) const {

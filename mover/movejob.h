@@ -34,6 +34,8 @@ public:
 private:
     Outcome performUnauthorizedMove();
     Outcome performAuthorizedMove();
+    /// Whether what the move would replace belongs to a package of the system, or that cannot be told.
+    bool replacesPackage();
     bool isRunningAt(const QString &path) const;
     void openOtherCopy() const;
     bool runPrivileged();

@@ -1,25 +1,25 @@
 // SPDX-License-Identifier: MIT
+#include "tests/install/downloadtest.h"
+
 #include "core/host_p.h"
-#include "core/settings.h"
 #include "install/archivelimits.h"
-#include "install/updatedownload.h"
 #include "platform/filesystem.h"
 #include "platform/mainbundle.h"
-#include "tests/support/builders.h"
-#include "tests/support/environment.h"
+#include "platform/packageowner.h"
+#include "platform/queues.h"
 #include "tests/support/fakes.h"
-#include "tests/support/feedserver.h"
 #include "tests/support/tlsserver.h"
 
-#include <QRegularExpression>
-#include <QSignalSpy>
+#include <TarvixUpdate/TXUpdateHost.h>
 
+#include <chrono>
 #include <limits>
 #include <mutex>
 #include <sys/stat.h>
 #include <unistd.h>
 
 using namespace Qt::StringLiterals;
+using tx::test::Download;
 using tx::test::FeedServer;
 using tx::test::HttpReply;
 using tx::test::namesIn;
@@ -28,41 +28,6 @@ using tx::test::waitUntil;
 using tx::test::writeFile;
 
 namespace {
-
-class Download : public tx::test::FrameworkTest {
-protected:
-    TXUpdatePtr update = std::make_shared<TXUpdate>();
-    const QString cache = tx::updateCacheDirectoryFilePath();
-    QList<double> progress;
-    int completions = 0;
-    TXError error;
-
-    Download() { update->setVersion(u"5"_s); }
-    ~Download() override {
-        update.reset(); // tells a handler that is still kept
-        tx::test::drainEvents();
-    }
-    void start(const QString &url) {
-        update->setFileURL(QUrl(url));
-        update->downloadWithProgress([this](double p) { progress << p; },
-                                     [this](const TXError &e) {
-                                         error = e;
-                                         ++completions;
-                                     });
-    }
-    void run(const QString &url) {
-        start(url);
-        ASSERT_TRUE(waitUntil([this] { return completions > 0; }));
-        tx::test::drainEvents();
-        EXPECT_EQ(completions, 1);
-    }
-    void expectIdle() {
-        EXPECT_FALSE(update->isDownloading());
-        EXPECT_FALSE(update->isDownloaded());
-        EXPECT_TRUE(update->downloadPath().isNull());
-        EXPECT_EQ(update->downloadProgress(), 0.0);
-    }
-};
 
 TEST_F(Download, StoresTheArchiveAndReports) {
     FeedServer server;
@@ -302,195 +267,6 @@ TEST_F(Download, GzipTypeIsStoredAsSent) {
     }
 }
 
-struct NameCase {
-    QString suggested;
-    QString version;
-    QString expected;
-};
-
-class DownloadName : public testing::TestWithParam<NameCase> {};
-
-TEST_P(DownloadName, StaysInItsFolder) {
-    const QString name =
-        tx::downloadFileName(GetParam().suggested, GetParam().version, QUrl(u"https://e.org/"_s));
-    static const QRegularExpression digest(u"=[0-9a-f]{32}"_s);
-    EXPECT_EQ(QString(name).replace(digest, u"=#"_s), GetParam().expected);
-    EXPECT_FALSE(name.contains(u'/'));
-    EXPECT_LE(name.toUtf8().size(), 255);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Names, DownloadName,
-    testing::Values(
-        NameCase{u"App.zip"_s, u"1234"_s, u"App - 1234.zip"_s},
-        NameCase{u"Foo.zip.txt"_s, u"5"_s, u"Foo - 5.zip"_s},
-        NameCase{u"Foo.dmg"_s, u"5"_s, u"Foo - 5.dmg"_s}, NameCase{u"App"_s, u"1234"_s, u"App - 1234."_s},
-        NameCase{u"App.txt"_s, u"5"_s, u"App - 5."_s}, NameCase{u"App.tar.gz"_s, u"5"_s, u"App.tar - 5.gz"_s},
-        NameCase{u"../../etc/passwd.zip"_s, u"5"_s, u"..-..-etc-passwd - 5=#.zip"_s},
-        NameCase{u".."_s, u"5"_s, u".. - 5."_s}, NameCase{u".hidden"_s, u"5"_s, u".hidden - 5."_s},
-        NameCase{u"a\nb\x01.zip"_s, u"5"_s, u"a-b- - 5=#.zip"_s},
-        NameCase{u"a\\b.zip"_s, u"../6\x7f"_s, u"a-b - ..-6-=#.zip"_s},
-        NameCase{u"x"_s.repeated(300) + u".zip"_s, u"5"_s, u"x"_s.repeated(214) + u" - 5=#.zip"_s},
-        NameCase{u"App.zip"_s, u"9"_s.repeated(300), u"App - "_s + u"9"_s.repeated(40) + u"=#.zip"_s},
-        NameCase{u"a."_s + u"z"_s.repeated(300), u"5"_s, u"a."_s + u"z"_s.repeated(215) + u" - 5=#."_s},
-        NameCase{u"App.zip"_s, {}, u"App - (null).zip"_s},
-        NameCase{u"App.zip"_s, u"2.1.3-rc.1+64~b_2"_s, u"App - 2.1.3-rc.1+64~b_2.zip"_s},
-        NameCase{u"App.zip"_s, u"2 (b)"_s, u"App - 2 (b)=#.zip"_s}));
-
-TEST(DownloadNames, NeverMeanTwoBuilds) {
-    const QString nines = u"9"_s.repeated(40);
-    const QString stem = u"x"_s.repeated(300);
-    const std::pair<QString, QString> builds[] = {
-        {u"App.zip"_s, nines},       {u"App.zip"_s, nines + u'1'}, {u"App.zip"_s, nines + u'2'},
-        {u"App.zip"_s, u"1-2"_s},    {u"App.zip"_s, u"1/2"_s},     {u"App.zip"_s, u"1\\2"_s},
-        {u"App.zip"_s, u"1\t2"_s},   {u"App.zip"_s, {}},           {u"App.zip"_s, u"(null)"_s},
-        {u"App.zip"_s, u""_s},       {u"App - 1.zip"_s, u"2"_s},   {u"App.zip"_s, u"1 - 2"_s},
-        {u"App.zip"_s, u"- 3"_s},    {u"App -.zip"_s, u"3"_s},     {stem + u"1.zip"_s, u"4"_s},
-        {stem + u"2.zip"_s, u"4"_s}, {u"a/b.zip"_s, u"5"_s},       {u"a-b.zip"_s, u"5"_s},
-        {u"App.zip"_s, u"\u00e9"_s}, {u"App.zip"_s, u"e\u0301"_s}, {u"App.zip"_s, u"1.2"_s},
-        {u"App.2"_s, u"1"_s},        {u"App.zip"_s, u"6.zip"_s},   {u"App"_s, u"6.zip"_s}};
-    QMap<QString, QString> builtOf;
-    for (const auto &[suggested, version] : builds) {
-        const QString name = tx::downloadFileName(suggested, version, QUrl(u"https://e.org/"_s));
-        const QString build = suggested + u" / "_s + version;
-        EXPECT_FALSE(builtOf.contains(name)) << build.toStdString() << " and " << builtOf[name].toStdString();
-        builtOf[name] = build;
-        // Nor does a version that is written like another one's digest.
-        const QString imitated = name.section(u" - "_s, -1).section(u'.', 0, -2);
-        if (imitated != version && imitated.contains(u'=')) {
-            EXPECT_NE(tx::downloadFileName(suggested, imitated, QUrl(u"https://e.org/"_s)), name)
-                << build.toStdString();
-        }
-    }
-    const auto named = [](const QString &version, const QString &url) {
-        return tx::downloadFileName(u"App.zip"_s, version, QUrl(url));
-    };
-    EXPECT_EQ(named(u"5"_s, u"https://e.org/a"_s), named(u"5"_s, u"https://e.org/b"_s)) << "as documented";
-    EXPECT_NE(named(u"5/6"_s, u"https://e.org/a"_s), named(u"5/6"_s, u"https://e.org/b"_s));
-    EXPECT_EQ(named(u"5/6"_s, u"https://e.org/a"_s), named(u"5/6"_s, u"https://e.org/a"_s)) << "reused";
-}
-
-TEST_F(Download, ArchiveOfAnotherBuildIsNotReusedHoweverLongItsVersion) {
-    FeedServer server;
-    for (const QString &last : {u"1"_s, u"2"_s}) {
-        update = std::make_shared<TXUpdate>();
-        update->setVersion(u"9"_s.repeated(60) + last);
-        completions = 0;
-        server.expect("GET", "/App.zip", HttpReply::file("build " + last.toUtf8()));
-        run(server.url(u"/App.zip"_s));
-        EXPECT_EQ(readFile(update->downloadPath()), "build " + last.toUtf8());
-    }
-}
-
-/// Two updates of one process, whose archives come half and then no further.
-class TwoDownloads : public Download {
-protected:
-    TXUpdatePtr second = std::make_shared<TXUpdate>();
-    int secondCompletions = 0;
-    TXError secondError;
-    FeedServer server;
-    HttpReply half{.body = QByteArray(50000, 'x'), .announcedLength = 100000, .stalls = true};
-
-    TwoDownloads() { second->setVersion(u"6"_s); }
-    void beginFirst(tx::UpdateDownload::Choice choice) {
-        server.expect("GET", "/first.zip", half);
-        update->setFileURL(QUrl(server.url(u"/first.zip"_s)));
-        tx::UpdateDownload::begin(*update, choice, nullptr, [this](const TXError &e) {
-            error = e;
-            ++completions;
-        });
-        ASSERT_TRUE(
-            waitUntil([this] { return QFileInfo(cache + u"/.txupdate-download"_s).size() == 50000; }));
-    }
-    void beginSecond(tx::UpdateDownload::Choice choice) {
-        second->setFileURL(QUrl(server.url(u"/second.zip"_s)));
-        tx::UpdateDownload::begin(*second, choice, nullptr, [this](const TXError &e) {
-            secondError = e;
-            ++secondCompletions;
-        });
-    }
-    void expectSecondComes() {
-        ASSERT_TRUE(waitUntil([this] { return secondCompletions > 0; }));
-        EXPECT_FALSE(secondError) << secondError.toString().toStdString();
-        EXPECT_TRUE(second->isDownloaded());
-        EXPECT_EQ(namesIn(cache), QStringList{u"second - 6.zip"_s});
-        EXPECT_EQ(completions, 1);
-        EXPECT_FALSE(error) << "as after cancelling";
-        expectIdle();
-    }
-};
-
-TEST_F(TwoDownloads, UsersChoiceEndsTheAutomaticOne) {
-    beginFirst(tx::UpdateDownload::Choice::Automatic);
-    server.expect("GET", "/second.zip", HttpReply::file("second"));
-    beginSecond(tx::UpdateDownload::Choice::Users);
-    EXPECT_FALSE(update->isDownloading());
-    expectSecondComes();
-}
-
-TEST_F(TwoDownloads, PublicDownloadIsTheUsersChoice) {
-    beginFirst(tx::UpdateDownload::Choice::Automatic);
-    server.expect("GET", "/second.zip", HttpReply::file("second"));
-    second->setFileURL(QUrl(server.url(u"/second.zip"_s)));
-    second->downloadWithProgress(nullptr, [this](const TXError &e) {
-        secondError = e;
-        ++secondCompletions;
-    });
-    expectSecondComes();
-}
-
-TEST_F(TwoDownloads, NewerAutomaticOneReplacesTheOlder) {
-    beginFirst(tx::UpdateDownload::Choice::Automatic);
-    server.expect("GET", "/second.zip", HttpReply::file("second"));
-    beginSecond(tx::UpdateDownload::Choice::Automatic);
-    expectSecondComes();
-}
-
-TEST_F(TwoDownloads, AutomaticOneLeavesTheUsersChoiceAlone) {
-    beginFirst(tx::UpdateDownload::Choice::Users);
-    beginSecond(tx::UpdateDownload::Choice::Automatic);
-    ASSERT_TRUE(waitUntil([this] { return secondCompletions > 0; }));
-    EXPECT_FALSE(secondError) << "nobody is told of what nobody asked for";
-    EXPECT_FALSE(second->isDownloading() || second->isDownloaded());
-    EXPECT_TRUE(update->isDownloading());
-    EXPECT_EQ(completions, 0);
-}
-
-TEST_F(TwoDownloads, AutomaticOneThatTheUserAsksForIsTheUsersChoice) {
-    beginFirst(tx::UpdateDownload::Choice::Automatic);
-    int others = 0;
-    update->downloadWithProgress(nullptr, [&others](const TXError &) { ++others; });
-    beginSecond(tx::UpdateDownload::Choice::Automatic);
-    ASSERT_TRUE(waitUntil([this] { return secondCompletions > 0; }));
-    EXPECT_TRUE(update->isDownloading());
-    EXPECT_EQ(others, 0) << "it was running already";
-}
-
-TEST_F(TwoDownloads, SecondChoiceOfTheUserIsToldOfTheFirst) {
-    beginFirst(tx::UpdateDownload::Choice::Users);
-    server.expect("GET", "/second.zip", HttpReply::file("second"));
-    beginSecond(tx::UpdateDownload::Choice::Users);
-    ASSERT_TRUE(waitUntil([this] { return secondCompletions > 0; }));
-    EXPECT_EQ(secondError.localizedFailureReason(), u"This application is downloading another update."_s);
-    EXPECT_EQ(secondError.localizedRecoverySuggestion(), u"Try again when it is done."_s);
-    EXPECT_TRUE(update->isDownloading());
-}
-
-TEST_F(TwoDownloads, HandlerOfTheEndedOneMayLetGoOfBoth) {
-    server.expect("GET", "/first.zip", half);
-    update->setFileURL(QUrl(server.url(u"/first.zip"_s)));
-    tx::UpdateDownload::begin(*update, tx::UpdateDownload::Choice::Automatic, nullptr,
-                              [this](const TXError &) {
-                                  ++completions;
-                                  update.reset();
-                                  second.reset();
-                              });
-    ASSERT_TRUE(waitUntil([this] { return !namesIn(cache).isEmpty(); }));
-    beginSecond(tx::UpdateDownload::Choice::Users);
-    EXPECT_EQ(completions, 1);
-    ASSERT_TRUE(waitUntil([this] { return secondCompletions > 0; })) << "an accepted handler is called";
-}
-
 TEST_F(Download, SuggestedNamesAreTamedOnTheWay) {
     FeedServer server;
     server.expect(
@@ -535,6 +311,36 @@ TEST_F(Download, UntrustedCertificateHasItsWords) {
                       u"The certificate for the server is invalid and poses a security risk. Please download "
                       "the update directly from the website."_s));
     EXPECT_EQ(server.requests(), 0);
+}
+
+TEST_F(Download, ArchiveForAnApplicationOfAPackageIsNotFetchedToItsEnd) {
+    const tx::PackageDatabases before = tx::packageDatabases();
+    tx::packageDatabases() = {path(u"dpkg"_s), {}, {}};
+    writeFile(path(u"dpkg/info/notes.list"_s), TXUpdateHost::host()->bundle().bundlePath().toUtf8() + "\n");
+    FeedServer server;
+    server.always([](const tx::test::HttpRequest &) {
+        return HttpReply{.body = QByteArray(50000, 'x'), .announcedLength = 200'000'000, .stalls = true};
+    });
+    run(server.url(u"/x.zip"_s));
+    EXPECT_EQ(error, TXError(u"TXUpdater"_s, 0, u"The update could not be downloaded."_s,
+                             u"The application belongs to the package notes of dpkg."_s,
+                             u"Install the new version with the package manager of the system."_s));
+    expectIdle();
+    EXPECT_TRUE(namesIn(cache).isEmpty());
+    // Nor when that cannot be told; and an answer that comes after the end changes nothing.
+    ASSERT_TRUE(QFile::remove(path(u"dpkg/info/notes.list"_s)));
+    QDir().mkpath(path(u"dpkg/info/notes.list"_s));
+    completions = 0;
+    run(server.url(u"/x.zip"_s));
+    EXPECT_THAT(error.localizedFailureReason().toStdString(), testing::HasSubstr("could not be determined"));
+    completions = 0;
+    start(server.url(u"/x.zip"_s));
+    update->cancelDownload();
+    EXPECT_TRUE(tx::waitForBackground(std::chrono::seconds(60)));
+    tx::test::drainEvents();
+    EXPECT_EQ(completions, 1);
+    EXPECT_TRUE(error.isNull());
+    tx::packageDatabases() = before;
 }
 
 TEST_F(Download, OtherErrorsPassAndLeaveItRetryable) {

@@ -3,18 +3,20 @@
 
 #include "installer/applicationmove.h"
 #include "installer/ownplace.h"
+#include "installer/programoutput.h"
 #include "platform/linux/interrupted.h"
 #include "platform/linux/rootspath.h"
+#include "tests/installer/stepfiles.h"
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
 
 #include <cerrno>
+#include <csignal>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 using namespace Qt::StringLiterals;
-using tx::posix::FileError;
 using tx::test::namesIn;
 using tx::test::treeOf;
 using tx::test::writeFile;
@@ -22,43 +24,18 @@ using tx::test::writeFile;
 namespace {
 
 /// Records each change and fails the one of a number, from 1.
-class CountedFiles final : public tx::installer::Files {
+class CountedFiles final : public tx::test::StepFiles {
 public:
     int failing = 0;
     bool exchanges = true;
     QStringList done;
 
-    FileError rename(const std::string &from, const std::string &to) override {
-        return at("rename", to, [&] { return Files::rename(from, to); });
-    }
-    FileError exchange(const std::string &a, const std::string &b) override {
-        return at("exchange", b, [&] { return exchanges ? Files::exchange(a, b) : FileError{EINVAL, b}; });
-    }
-    FileError copyTree(const std::string &from, const std::string &to,
-                       const tx::posix::CopyRules &rules) override {
-        return at("copy", to, [&] { return Files::copyTree(from, to, rules); });
-    }
-    FileError removeTree(const std::string &path) override {
-        return at("remove", path, [&] { return Files::removeTree(path); });
-    }
-    FileError removeFile(const std::string &path) override {
-        return at("removeFile", path, [&] { return Files::removeFile(path); });
-    }
-    FileError lock(const std::string &path, tx::posix::Descriptor &lock) override {
-        return at("lock", path, [&] { return Files::lock(path, lock); });
-    }
-    FileError syncFileSystem(const std::string &path) override {
-        return at("sync", path, [&] { return Files::syncFileSystem(path); });
-    }
-    FileError syncDirectory(const std::string &path) override {
-        return at("syncDirectory", path, [&] { return Files::syncDirectory(path); });
-    }
-
 private:
-    template <typename Work>
-    FileError at(const char *name, const std::string &path, const Work &work) {
-        done << QString::fromLatin1(name) + u' ' + QString::fromStdString(tx::posix::lastComponentOf(path));
-        return done.size() == failing ? FileError{EIO, path} : work();
+    FileError step(const Step &step, const std::function<FileError()> &work) override {
+        done << QString::fromStdString(step.name + ' ' + tx::posix::lastComponentOf(step.place));
+        if (done.size() == failing)
+            return {EIO, step.place};
+        return step.name == "exchange" && !exchanges ? FileError{EINVAL, step.place} : work();
     }
 };
 
@@ -179,6 +156,7 @@ protected:
     tx::installer::Files files;
     tx::installer::JobContext context;
     std::vector<std::string> became;
+    std::vector<std::string> asked; ///< the last program that was run, and its arguments
     std::string said;
     std::string log;
 
@@ -191,6 +169,14 @@ protected:
         context.askingUser = geteuid();
         context.files = &files;
         context.applicationsFolders = {path(u"opt"_s).toStdString()};
+        context.packages = {path(u"dpkg"_s).toStdString(), {path(u"rpm"_s).toStdString()}};
+        context.rpm = path(u"bin/rpm"_s).toStdString();
+        context.outputOf = [this](const std::string &program, const std::vector<std::string> &arguments,
+                                  std::string &output) {
+            asked = {program};
+            asked.insert(asked.end(), arguments.begin(), arguments.end());
+            return tx::installer::outputOf(program, arguments, output);
+        };
         QDir().mkpath(path(u"opt"_s));
         context.become = [this](int, const std::vector<std::string> &words) {
             became = words;
@@ -205,6 +191,14 @@ protected:
             texts.push_back(word.toStdString());
         log.clear();
         return tx::installer::runJob(texts, context);
+    }
+    /// A package manager with a database that owns something in a bundle, by these lines of dpkg's list.
+    void dpkgOwns(const QString &line) { writeFile(path(u"dpkg/info/mine.list"_s), line.toUtf8() + "\n"); }
+    /// An rpm that answers by this script, with the paths as its arguments.
+    void rpm(const QByteArray &script) {
+        writeFile(path(u"rpm/rpmdb.sqlite"_s), "x");
+        writeFile(path(u"bin/rpm"_s), "#!/bin/sh\n[ \"$1\" = -qf ] || exit 9\nshift 3\n" + script,
+                  QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
     }
     QStringList install() const { return {u"install"_s, u"4711"_s, path(u"New.app"_s), path(u"a.zip"_s)}; }
 };
@@ -254,6 +248,128 @@ TEST_F(Job, MovesIntoAKnownFolderOnly) {
         path(u"Place/Host/Contents/Frameworks/TarvixUpdate/Resources/TXUpdateAuthorize"_s).toStdString();
     EXPECT_EQ(run({u"move"_s, path(u"opt"_s)}), tx::installer::JobRefused);
     EXPECT_THAT(log, testing::HasSubstr("is not named"));
+}
+
+TEST_F(Job, ApplicationOfAPackageIsNotExchanged) {
+    const QStringList before = treeOf(bundle);
+    for (const QString &line :
+         {bundle, bundle + u"/Contents/Info.plist"_s, QString::fromStdString(context.executable)}) {
+        dpkgOwns(line);
+        EXPECT_EQ(run(install()), tx::installer::JobFailed);
+        EXPECT_EQ(log, bundle.toStdString() + " belongs to the package mine of dpkg; install the new version "
+                                              "with the package manager of the system\n");
+        EXPECT_TRUE(became.empty()) << line.toStdString();
+    }
+    // Nor is it when that cannot be told.
+    QFile::remove(path(u"dpkg/info/mine.list"_s));
+    QDir().mkpath(path(u"dpkg/info/mine.list"_s));
+    EXPECT_EQ(run(install()), tx::installer::JobFailed);
+    EXPECT_THAT(log, testing::AllOf(testing::HasSubstr("could not be determined"),
+                                    testing::HasSubstr("the database of dpkg cannot be read"),
+                                    testing::HasSubstr("mine.list")));
+    EXPECT_TRUE(became.empty());
+    EXPECT_TRUE(asked.empty()) << "rpm has no database here";
+    QDir(path(u"dpkg/info/mine.list"_s)).removeRecursively();
+    dpkgOwns(bundle + u".old"_s);
+    (void)run(install());
+    EXPECT_FALSE(became.empty()) << "another application's package";
+    EXPECT_EQ(treeOf(bundle), before);
+}
+
+TEST_F(Job, RpmIsAskedWhereItHasADatabase) {
+    const QByteArray unowned = "for f; do echo \"file $f is not owned by any package\"; done; exit $#\n";
+    rpm("for f; do case $f in */Info.plist) echo 'owner my-rpm';; *) "
+        "echo \"file $f is not owned by any package\";; esac; done; exit 3");
+    EXPECT_EQ(run(install()), tx::installer::JobFailed);
+    EXPECT_THAT(log, testing::HasSubstr(bundle.toStdString() + " belongs to the package my-rpm of rpm; "));
+    EXPECT_TRUE(became.empty());
+    EXPECT_THAT(asked, testing::IsSupersetOf({path(u"bin/rpm"_s).toStdString(), bundle.toStdString(),
+                                              (bundle + u"/Contents"_s).toStdString(),
+                                              (bundle + u"/Contents/Linux/Program"_s).toStdString()}));
+    for (const QByteArray &script :
+         {QByteArray("exit 0"), QByteArray("kill -9 $$"), QByteArray("shift; ") + unowned,
+          QByteArray("echo 'error: no database' >&2; ") + unowned}) {
+        rpm(script);
+        EXPECT_EQ(run(install()), tx::installer::JobFailed);
+        EXPECT_THAT(log, testing::HasSubstr("the database of rpm cannot be read")) << script.constData();
+    }
+    EXPECT_TRUE(became.empty());
+    // A program that cannot be run, or that others could have written.
+    rpm(unowned);
+    ASSERT_EQ(chmod(context.rpm.c_str(), 0600), 0);
+    EXPECT_EQ(run(install()), tx::installer::JobFailed);
+    EXPECT_THAT(log, testing::HasSubstr("bin/rpm cannot be run: Permission denied"));
+    ASSERT_EQ(chmod(context.rpm.c_str(), 0777), 0);
+    asked.clear();
+    context.asRoot = true;
+    EXPECT_EQ(run(install()), tx::installer::JobFailed);
+    EXPECT_THAT(log, testing::HasSubstr("the database of rpm cannot be read: "));
+    EXPECT_TRUE(asked.empty()) << log;
+    EXPECT_TRUE(became.empty());
+    context.asRoot = false;
+    (void)run(install());
+    EXPECT_FALSE(became.empty()) << log;
+}
+
+TEST_F(Job, MovesOverNoApplicationOfAPackage) {
+    tx::test::makeBundle(path(u"opt/Host.app"_s), {.build = u"9"_s});
+    const QStringList before = treeOf(path(u"opt/Host.app"_s));
+    dpkgOwns(path(u"opt/Host.app/Contents/Info.plist"_s));
+    EXPECT_EQ(run({u"move"_s, path(u"opt"_s)}), tx::installer::JobFailed);
+    EXPECT_THAT(log, testing::HasSubstr("opt/Host.app belongs to the package mine of dpkg; "));
+    EXPECT_EQ(said, "");
+    EXPECT_EQ(treeOf(path(u"opt/Host.app"_s)), before);
+    dpkgOwns(u"/nothing"_s);
+    EXPECT_EQ(run({u"move"_s, path(u"opt"_s)}), tx::installer::JobDone) << log;
+    EXPECT_EQ(treeOf(path(u"opt/Host.app"_s)), treeOf(bundle));
+}
+
+class ProgramOutput : public tx::test::FrameworkTest {
+protected:
+    std::string output;
+    std::string run(const std::string &script, const tx::installer::OutputLimits &limits = {}) {
+        return tx::installer::outputOf("/bin/sh", {"-c", script}, output, limits);
+    }
+};
+
+TEST_F(ProgramOutput, HoldsBothOutputsWhateverTheStatus) {
+    EXPECT_EQ(run("echo out; echo err >&2; exit 200"), "");
+    EXPECT_EQ(output, "out\nerr\n");
+    EXPECT_EQ(run("true"), "");
+    EXPECT_EQ(output, "");
+}
+
+TEST_F(ProgramOutput, ProgramGetsNothingOfThisProcess) {
+    qputenv("TX_TEST_VARIABLE", "x");
+    EXPECT_EQ(run("pwd; cat; env | grep -v ^_ | grep -v ^PWD= | grep -v ^SHLVL= | sort"), "");
+    EXPECT_EQ(output, "/\nLC_ALL=C\nPATH=/usr/sbin:/usr/bin:/sbin:/bin\n");
+    qunsetenv("TX_TEST_VARIABLE");
+    const auto before = std::signal(SIGPIPE, SIG_IGN);
+    EXPECT_EQ(run("kill -PIPE $$; echo survived"), "");
+    std::signal(SIGPIPE, before);
+    EXPECT_EQ(output, "") << "its signals are as usual";
+}
+
+TEST_F(ProgramOutput, TooLongOrTooMuchEndsItWithWhatItStarted) {
+    const QString mark = path(u"pids"_s);
+    const auto ended = [&] {
+        // Both processes wrote their number; those that are killed are gone or zombies.
+        for (const QByteArray &pid : tx::test::readFile(mark).simplified().split(' ')) {
+            const QByteArray stat = tx::test::readFile(u"/proc/%1/stat"_s.arg(QString::fromLatin1(pid)));
+            if (pid.toInt() <= 1 || !(stat.isEmpty() || stat.contains(") Z")))
+                return false;
+        }
+        return true;
+    };
+    const std::string begin =
+        "echo $$ > '" + mark.toStdString() + "'; sleep 1000 & echo $! >> '" + mark.toStdString() + "'; ";
+    EXPECT_EQ(run(begin + "wait", {.time = std::chrono::milliseconds(300)}), "/bin/sh takes too long");
+    EXPECT_TRUE(tx::test::waitUntil(ended));
+    EXPECT_EQ(run(begin + "echo 123456; wait", {.size = 6}), "/bin/sh says too much");
+    EXPECT_TRUE(tx::test::waitUntil(ended));
+    EXPECT_EQ(run("echo 12345", {.size = 6}), "");
+    EXPECT_EQ(tx::installer::outputOf("/nonexistent/program", {}, output),
+              "/nonexistent/program cannot be run: No such file or directory");
 }
 
 TEST(JobWords, EndInNulAndAreBounded) {
@@ -316,7 +432,10 @@ TEST_F(RootsPath, ProgramsOfTheSystemAreRootsAndTheUsersAreNot) {
     ASSERT_EQ(stat("/", &info), 0);
     if (info.st_uid == 0) {
         EXPECT_EQ(problem, "");
+        EXPECT_EQ(tx::installer::notRootsOwnProgram(system.toStdString()),
+                  system.toStdString() + " is not the program that runs");
     }
+    EXPECT_NE(tx::installer::notRootsOwnProgram(""), "");
     writeFile(path(u"file"_s), "x");
     if (geteuid() != 0) {
         EXPECT_THAT(tx::posix::openRootsOwn(path(u"file"_s).toStdString(), entry),

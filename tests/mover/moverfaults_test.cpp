@@ -3,6 +3,7 @@
 #include "core/host_p.h"
 #include "mover/movejob.h"
 #include "platform/mainbundle.h"
+#include "platform/packageowner.h"
 #include "platform/services.h"
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
@@ -88,6 +89,37 @@ TEST_F(MoverFault, KilledAtAnyChangeItLosesNothingAndTheNextMoveCleansUp) {
     EXPECT_EQ(namesIn(local), QStringList{u"Host.app"_s}) << "the last move came through";
     EXPECT_EQ(treeOf(destination()), content);
     EXPECT_FALSE(QFileInfo::exists(source));
+}
+
+TEST_F(MoverFault, ApplicationOfAPackageIsNotReplaced) {
+    const tx::PackageDatabases before = tx::packageDatabases();
+    tx::packageDatabases() = {path(u"dpkg"_s), {}, {}};
+    const QString list = path(u"dpkg/info/notes.list"_s);
+    tx::test::makeBundle(destination(), {.build = u"7"_s});
+    const QStringList older = treeOf(destination());
+    const QStringList content = treeOf(source);
+    const auto expectRefused = [&](const char *reason) {
+        EXPECT_EQ(move(), -1);
+        EXPECT_EQ(treeOf(destination()), older);
+        EXPECT_EQ(treeOf(source), content);
+        EXPECT_EQ(namesIn(local), QStringList{u"Host.app"_s});
+        EXPECT_THAT(logLines().join(u'\n').toStdString(), testing::HasSubstr(reason));
+    };
+    tx::test::writeFile(list, destination().toUtf8() + "/Contents/Info.plist\n");
+    expectRefused("Host.app is not replaced: it belongs to the package notes of dpkg");
+    QFile::remove(list);
+    QDir().mkpath(list);
+    expectRefused("whether it belongs to a package could not be determined");
+    // A link to such an application is no more than a link.
+    QDir().rmdir(list);
+    tx::test::writeFile(list, path(u"usr/Host.app\n"_s).toUtf8());
+    ASSERT_TRUE(QDir(destination()).removeRecursively());
+    tx::test::makeBundle(path(u"usr/Host.app"_s), {.build = u"7"_s});
+    ASSERT_TRUE(QFile::link(path(u"usr/Host.app"_s), destination()));
+    EXPECT_EQ(move(), 1) << logLines().join(u'\n').toStdString();
+    EXPECT_TRUE(QFileInfo::exists(path(u"usr/Host.app/Contents"_s)));
+    EXPECT_EQ(treeOf(destination()), content);
+    tx::packageDatabases() = before;
 }
 
 TEST_F(MoverFault, MovesToAnotherFileSystem) {

@@ -108,6 +108,28 @@ TEST_F(PackageOwner, RpmIsAskedWhereItHasADatabase) {
     EXPECT_EQ(owner(), u"dpkg mine"_s);
 }
 
+TEST_F(PackageOwner, RpmIsAskedForAHundredEntriesAtTheTop) {
+    const QString asked = path(u"asked"_s);
+    rpm("for f; do echo \"$f\"; done > '" + asked.toUtf8() +
+        "'; for f; do echo \"file $f is not owned by any package\"; done; exit $#");
+    tx::test::writeFile(bundle + u"/Contents/Resources/deep/er"_s, "x");
+    tx::test::writeFile(bundle + u"/Contents/two\nlines"_s, "x");
+    ASSERT_TRUE(QFile::link(u"/etc"_s, bundle + u"/Contents/link"_s));
+    EXPECT_EQ(owner(), QString());
+    const auto paths = [&] {
+        QString all = QString::fromUtf8(tx::test::readFile(asked));
+        return all.remove(bundle).split(u'\n', Qt::SkipEmptyParts);
+    };
+    EXPECT_EQ(paths(), (QStringList{u"/Contents"_s, u"/Contents/Info.plist"_s, u"/Contents/Linux"_s,
+                                    u"/Contents/Resources"_s, u"/Contents/link"_s,
+                                    u"/Contents/Linux/Program"_s, u"/Contents/Resources/deep"_s}))
+        << "and the bundle itself; links are not followed";
+    for (int i = 0; i < 200; ++i)
+        tx::test::writeFile(bundle + u"/Contents/Resources/%1"_s.arg(i), "x");
+    EXPECT_EQ(owner(), QString()) << "more would look like a program that cannot be run";
+    EXPECT_EQ(paths().size(), 99);
+}
+
 TEST_F(PackageOwner, RpmThatDoesNotAnswerIsAnError) {
     for (const char *script :
          {"echo 'error: cannot open Packages database' >&2; for f; do echo \"file $f is not owned by any "

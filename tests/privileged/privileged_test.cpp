@@ -190,6 +190,39 @@ TEST_F(Privileged, NobodyIsAskedWhereOthersCanChangeTheProgram) {
     EXPECT_FALSE(wasAsked());
 }
 
+TEST_F(Privileged, ApplicationOfAPackageIsNotExchanged) {
+    if (!isReal())
+        return expectNoWay();
+    const QString resources = makeApplication(application);
+    makeUpdate();
+    const QStringList before = treeOf(application);
+    const QString list = u"/var/lib/dpkg/info/host.list"_s;
+    const auto refused = [&](const QByteArray &job, const char *reason) {
+        const tx::test::ProcessResult result = runHelper(resources, job);
+        EXPECT_EQ(result.status, 73);
+        EXPECT_THAT(result.output.toStdString(), testing::HasSubstr(reason)) << "the host reads it there";
+        EXPECT_EQ(treeOf(application), before);
+        EXPECT_TRUE(QFileInfo::exists(fresh));
+    };
+    writeFile(list, "/opt/Host.app/Contents/Info.plist\n");
+    refused(wordsOf(installJob(getpid())), "/opt/Host.app belongs to the package host of dpkg; install the "
+                                           "new version with the package manager of the system");
+    // Another application is moved over it.
+    const QString other = makeApplication(u"/Software/Host.app"_s, u"2"_s);
+    const tx::test::ProcessResult moved = runHelper(other, wordsOf({u"move"_s, u"/opt"_s}));
+    EXPECT_EQ(moved.status, 73);
+    EXPECT_THAT(moved.output.toStdString(),
+                testing::HasSubstr("/opt/Host.app belongs to the package host of dpkg"));
+    EXPECT_EQ(treeOf(application), before);
+    // A database that cannot be read, and one of an rpm that does not answer.
+    QFile::remove(list);
+    QDir().mkpath(list);
+    refused(wordsOf(installJob(getpid())), "the database of dpkg cannot be read");
+    QDir(u"/var"_s).removeRecursively();
+    writeFile(u"/var/lib/rpm/rpmdb.sqlite"_s, "x");
+    refused(wordsOf(installJob(getpid())), "the database of rpm cannot be read");
+}
+
 TEST_F(Privileged, DialogThatIsCancelledOrDeniedHasItsStatus) {
     if (!isReal())
         return expectNoWay();

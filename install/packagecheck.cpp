@@ -1,0 +1,45 @@
+// SPDX-License-Identifier: MIT
+#include "install/packagecheck.h"
+
+#include "core/names.h"
+#include "platform/localization.h"
+#include "platform/packageowner.h"
+#include "platform/queues.h"
+
+#include <TarvixUpdate/TXUpdateHost.h>
+
+using namespace Qt::StringLiterals;
+
+namespace tx {
+
+namespace {
+
+/// What a package manager has put there it changes itself: exchanged behind its back, the application would
+/// be another than it says, and be gone again after its next update.
+TXError packageError(const QString &failure, const Result<std::optional<PackageOwner>> &owner) {
+    if (!owner)
+        return TXError(updaterErrorDomain, 0, failure,
+                       localizedFormat(u"Whether the application belongs to a package could not be "
+                                       "determined. %@"_s,
+                                       {owner.error().toString()}),
+                       localizedString(u"Repair the database of the package manager, or install the new "
+                                       "version with it."_s))
+            .withUnderlyingError(owner.error());
+    if (!*owner)
+        return {};
+    return TXError(updaterErrorDomain, 0, failure,
+                   localizedFormat(u"The application belongs to the package %@ of %@."_s,
+                                   {(*owner)->package, (*owner)->manager}),
+                   localizedString(u"Install the new version with the package manager of the system."_s));
+}
+
+} // namespace
+
+void checkPackageOwner(const QString &failure, std::function<void(const TXError &refusal)> done) {
+    runInBackground([failure, done = std::move(done), bundle = TXUpdateHost::host()->bundle().bundlePath()] {
+        const TXError refusal = bundle.isEmpty() ? TXError() : packageError(failure, packageOwnerOf(bundle));
+        postToMain([done, refusal] { done(refusal); });
+    });
+}
+
+} // namespace tx
