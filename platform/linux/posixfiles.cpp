@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "platform/linux/posixfiles.h"
+#include "platform/linux/posixfiles_p.h"
 
 #include "platform/linux/trustedpath.h"
 
@@ -22,34 +23,6 @@ namespace tx::posix {
 namespace {
 
 constexpr mode_t specialBits = S_ISUID | S_ISGID;
-
-FileError failure(const std::string &path) { return {errno ? errno : EIO, path}; }
-
-Descriptor openFolder(int folder, const char *name) {
-    return Descriptor(openat(folder, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-}
-
-/// The entries of an open folder, or an errno value.
-int namesIn(int folder, std::vector<std::string> &names) {
-    const int copy = openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    DIR *stream = copy >= 0 ? fdopendir(copy) : nullptr;
-    if (!stream)
-        return errno;
-    errno = 0;
-    while (const dirent *entry = readdir(stream)) {
-        const std::string name = entry->d_name;
-        if (name != "." && name != "..")
-            names.push_back(name);
-    }
-    const int number = errno;
-    closedir(stream);
-    return number;
-}
-
-/// Changes the mode of what a descriptor opened with O_PATH holds, which fchmod does not.
-bool changeModeOf(const Descriptor &entry, mode_t mode) {
-    return chmod(("/proc/self/fd/" + std::to_string(entry.get())).c_str(), mode) == 0;
-}
 
 /// An open folder of the installed bundle whose files say which special bits may stay; not open when it is
 /// not there, or somebody else than root could have put something into it.
@@ -282,23 +255,6 @@ private:
     const CopyRules &m_rules;
 };
 
-/// Opens a folder to remove what is in it: this user's own is made readable and writable first.
-Descriptor openToEmpty(const Place &place) {
-    Descriptor folder = openFolder(place.folder, place.name.c_str());
-    if (!folder.isOpen() && errno != EACCES)
-        return folder;
-    const Descriptor entry(openat(place.folder, place.name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
-    struct stat info {};
-    if (!entry.isOpen() || fstat(entry.get(), &info) != 0)
-        return folder;
-    const bool isOwn = S_ISDIR(info.st_mode) && info.st_uid == geteuid() && geteuid() != 0;
-    if (isOwn && (info.st_mode & S_IRWXU) != S_IRWXU)
-        (void)changeModeOf(entry, (info.st_mode & 07777) | S_IRWXU);
-    if (!folder.isOpen())
-        folder = openFolder(place.folder, place.name.c_str());
-    return folder;
-}
-
 /// Calls `visit` with each entry of a folder; the first error ends it.
 template <typename Visit>
 FileError forEachEntry(const Descriptor &folder, const std::string &path, const Visit &visit) {
@@ -340,6 +296,34 @@ FileError limitBitsOfEntry(const Place &entry, const Descriptor &installed) {
 }
 
 } // namespace
+
+FileError failure(const std::string &path) { return {errno ? errno : EIO, path}; }
+
+Descriptor openFolder(int folder, const char *name) {
+    return Descriptor(openat(folder, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+}
+
+/// The entries of an open folder, or an errno value.
+int namesIn(int folder, std::vector<std::string> &names) {
+    const int copy = openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    DIR *stream = copy >= 0 ? fdopendir(copy) : nullptr;
+    if (!stream)
+        return errno;
+    errno = 0;
+    while (const dirent *entry = readdir(stream)) {
+        const std::string name = entry->d_name;
+        if (name != "." && name != "..")
+            names.push_back(name);
+    }
+    const int number = errno;
+    closedir(stream);
+    return number;
+}
+
+/// Changes the mode of what a descriptor opened with O_PATH holds, which fchmod does not.
+bool changeModeOf(const Descriptor &entry, mode_t mode) {
+    return chmod(("/proc/self/fd/" + std::to_string(entry.get())).c_str(), mode) == 0;
+}
 
 Descriptor &Descriptor::operator=(Descriptor &&other) noexcept {
     if (this != &other) {
@@ -404,23 +388,6 @@ FileError copyTree(const Place &from, const Place &to, const CopyRules &rules) {
         return copier.copyEntry(from, to, Descriptor());
     return copier.copyDirectory(from, to,
                                 openInstalled(rules.bitsAsIn->folder, rules.bitsAsIn->name.c_str()));
-}
-
-FileError removeTree(const Place &tree) {
-    struct stat info {};
-    if (fstatat(tree.folder, tree.name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0)
-        return errno == ENOENT ? FileError{} : failure(tree.path);
-    if (S_ISDIR(info.st_mode)) {
-        const Descriptor folder = openToEmpty(tree);
-        if (!folder.isOpen())
-            return failure(tree.path);
-        if (FileError error =
-                forEachEntry(folder, tree.path, [](const Place &entry) { return removeTree(entry); }))
-            return error;
-    }
-    const int flags = S_ISDIR(info.st_mode) ? AT_REMOVEDIR : 0;
-    return unlinkat(tree.folder, tree.name.c_str(), flags) == 0 || errno == ENOENT ? FileError{}
-                                                                                   : failure(tree.path);
 }
 
 FileError changeOwner(const Place &tree, uid_t owner, gid_t group) {

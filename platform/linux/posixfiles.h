@@ -80,7 +80,7 @@ struct CopyRules {
 /// (EINVAL), as is what cannot be looked at. A copy that fails leaves what it made; the caller removes it.
 FileError copyTree(const Place &from, const Place &to, const CopyRules &rules = {});
 
-/// Removes a file, link or tree, read-only folders included. An absent one is no error.
+/// Removes a file, link or tree, however deep, read-only folders included. An absent one is no error.
 FileError removeTree(const Place &tree);
 
 /// Gives every entry of the tree to `owner` and `group` and drops nothing else.

@@ -203,6 +203,57 @@ TEST_F(Unarchiver, ApplicationWithASpecialFileIsNotTaken) {
                 testing::HasSubstr("is no file that an application may hold"));
 }
 
+/// A command that unpacks as it should and then does something more to what it unpacked.
+class MeddlingTasks : public tx::Tasks {
+public:
+    QByteArray script; ///< run with the folder as its argument
+    MeddlingTasks() { tx::services().tasks = this; }
+    ~MeddlingTasks() override { tx::services().tasks = &tx::nativeTasks(); }
+    Q_DISABLE_COPY_MOVE(MeddlingTasks)
+    tx::Result<std::unique_ptr<tx::Task>> start(const tx::TaskRequest &request) override {
+        tx::TaskRequest more = request;
+        more.program = u"/bin/sh"_s;
+        more.arguments =
+            QStringList{u"-c"_s,
+                        u"folder=$1; shift; \"$@\" || exit; %1; exit 0"_s.arg(QString::fromUtf8(script)),
+                        u"sh"_s, folder, request.program} +
+            request.arguments;
+        return tx::nativeTasks().start(more);
+    }
+    QString folder;
+};
+
+TEST_F(Unarchiver, WhatTheCommandUnpackedIsLookedThroughItself) {
+    // The tools refuse such archives; the unarchiver does not rely on that.
+    const struct {
+        QByteArray script;
+        const char *reason;
+        bool refusedForRoot = true;
+    } cases[] = {
+        {"mkfifo \"$folder/New.app/Contents/pipe\"", "pipe is no file that an application may hold"},
+        {"mkdir -p \"$folder/New.app/Contents/a/b\"; mkfifo \"$folder/New.app/Contents/a/b/deep\"",
+         "a/b/deep is no file that an application may hold"},
+        {"mkdir -m 0311 \"$folder/New.app/Contents/closed\"", "closed", false},
+    };
+    for (const auto &c : cases) {
+        MeddlingTasks tasks;
+        tasks.folder = folder;
+        tasks.script = c.script;
+        completions = 0;
+        const QString file = archive(ArchiveKind::Tgz, newBuild());
+        unarchive(file);
+        if (geteuid() == 0 && !c.refusedForRoot) {
+            EXPECT_EQ(application, folder + u"/New.app"_s) << "root may look into every folder";
+        } else {
+            expectFailure(u"Could not find the unarchived application."_s);
+            EXPECT_THAT(logLines().join(u'\n').toStdString(), testing::HasSubstr(c.reason));
+        }
+        EXPECT_TRUE(tx::services().fileSystem->remove(folder + u"/New.app"_s).isNull())
+            << "whatever it holds";
+        EXPECT_TRUE(QFile::remove(file));
+    }
+}
+
 TEST_F(Unarchiver, ManyEntries) {
     // In memory: how fast a disk makes that many files is not what is tested.
     const QTemporaryDir memory(u"/dev/shm/tarvix-XXXXXX"_s);

@@ -6,9 +6,14 @@
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
 
+#include <cerrno>
+#include <cstdio>
 #include <fcntl.h>
+#include <sys/inotify.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
+#include <thread>
 #include <unistd.h>
 
 using namespace Qt::StringLiterals;
@@ -148,6 +153,59 @@ TEST_F(Files, RemoveTakesReadOnlyFoldersAndNeverFollowsLinks) {
     EXPECT_FALSE(files.exists(tree));
     EXPECT_TRUE(files.exists(path(u"outside/kept"_s)));
     EXPECT_TRUE(files.remove(path(u"absent"_s)).isNull());
+}
+
+TEST_F(Files, RemoveTakesTreesDeeperThanTheLimitOfOpenFiles) {
+    struct rlimit before {};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+    QDir().mkpath(path(u"deep"_s));
+    {
+        tx::posix::Descriptor folder(open(QFile::encodeName(path(u"deep"_s)).constData(), O_PATH));
+        for (int i = 0; i < 500; ++i) {
+            ASSERT_EQ(mkdirat(folder.get(), "d", 0700), 0);
+            ASSERT_EQ(mkdirat(folder.get(), "a", 0700), 0);
+            ASSERT_EQ(mknodat(folder.get(), "f", S_IFREG | 0600, 0), 0);
+            folder = tx::posix::Descriptor(openat(folder.get(), "d", O_PATH | O_DIRECTORY));
+        }
+    }
+    rlimit few = before;
+    few.rlim_cur = 120;
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
+    const tx::posix::FileError special = tx::posix::findSpecialFile(path(u"deep"_s).toStdString());
+    const TXError error = files.remove(path(u"deep"_s));
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
+    EXPECT_EQ(special.number, EMFILE) << "an archive with such a tree is refused";
+    EXPECT_TRUE(error.isNull()) << error.toString().toStdString();
+    EXPECT_FALSE(files.exists(path(u"deep"_s)));
+}
+
+TEST_F(Files, RemoveLeavesTheFolderThatAFolderWasMovedInto) {
+    // So deep that folders above are opened again on the way back; one of them is in another place by then.
+    const QStringList kept{u"k1"_s, u"k2"_s, u"k3"_s, u"k4"_s, u"k5"_s, u"k6"_s, u"k7"_s, u"k8"_s};
+    QString deep = path(u"tree"_s);
+    for (int level = 0; level < 45; ++level)
+        deep += u"/d"_s;
+    for (const QString &name : kept) {
+        tx::test::writeFile(path(u"tree/d/"_s) + name, "x");
+        tx::test::writeFile(path(u"outside/"_s) + name, "x");
+    }
+    for (int i = 0; i < 3000; ++i)
+        tx::test::writeFile(deep + u"/f%1"_s.arg(i), "");
+    const tx::posix::Descriptor watch(inotify_init1(IN_CLOEXEC));
+    ASSERT_GE(inotify_add_watch(watch.get(), QFile::encodeName(deep).constData(), IN_DELETE), 0);
+    std::thread mover([&] {
+        char event[4096];
+        EXPECT_GT(read(watch.get(), event, sizeof event), 0);
+        EXPECT_EQ(std::rename(QFile::encodeName(path(u"tree/d/d"_s)).constData(),
+                              QFile::encodeName(path(u"outside/d"_s)).constData()),
+                  0);
+    });
+    const TXError error = files.remove(path(u"tree"_s));
+    mover.join();
+    EXPECT_EQ(error.code(), ESTALE) << error.toString().toStdString();
+    for (const QString &name : kept)
+        EXPECT_TRUE(files.exists(path(u"outside/"_s) + name)) << name.toStdString();
+    EXPECT_TRUE(files.remove(path(u"tree"_s)).isNull());
 }
 
 TEST_F(Files, MoveDoesNotReplace) {

@@ -1,0 +1,24 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "platform/linux/posixfiles.h"
+
+#include <string>
+#include <vector>
+
+/// What the operations on file trees have in common. Thread: any.
+namespace tx::posix {
+
+/// errno at `path`; EIO when it is not set.
+[[nodiscard]] FileError failure(const std::string &path);
+
+/// Opens a folder for reading, and no link.
+[[nodiscard]] Descriptor openFolder(int folder, const char *name);
+
+/// The entries of an open folder, or an errno value.
+[[nodiscard]] int namesIn(int folder, std::vector<std::string> &names);
+
+/// Changes the mode of what a descriptor opened with O_PATH holds, which fchmod does not.
+[[nodiscard]] bool changeModeOf(const Descriptor &entry, mode_t mode);
+
+} // namespace tx::posix
