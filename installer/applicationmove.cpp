@@ -35,12 +35,6 @@ posix::FileError takeName(const std::string &staged, const std::string &destinat
 
 } // namespace
 
-std::string movedPathFor(const std::string &destination) {
-    const std::string parent = posix::parentOf(destination);
-    return (parent == "/" ? parent : parent + '/') + '.' + posix::lastComponentOf(destination) +
-           ".txupdate-move";
-}
-
 std::string moveApplication(const std::string &application, const std::string &folder, uid_t owner,
                             Files &files) {
     const std::string destination = folder + '/' + posix::lastComponentOf(application);

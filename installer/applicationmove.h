@@ -14,7 +14,4 @@ namespace tx::installer {
 [[nodiscard]] std::string moveApplication(const std::string &application, const std::string &folder,
                                           uid_t owner, Files &files);
 
-/// The name under which the copy is made.
-[[nodiscard]] std::string movedPathFor(const std::string &destination);
-
 } // namespace tx::installer

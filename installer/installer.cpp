@@ -319,8 +319,7 @@ private:
         // From then on it is no more than a leftover, which goes: half of it must not be put back.
         if (!error)
             error = m_files.rename(m_whole, m_backup);
-        bool putBack = false;
-        if (error && undoInterruption(m_arguments.hostBundle, m_files, putBack))
+        if (error && putWholeBack(m_arguments.hostBundle, m_files))
             m_context.log("the application could not be put back from " + m_whole);
         return error;
     }

@@ -1,16 +1,15 @@
 // SPDX-License-Identifier: MIT
 #include "installer/installer.h"
 
+#include "installer/ownplace.h"
 #include "platform/linux/trustedpath.h"
 
 #include <algorithm>
 #include <cerrno>
-#include <charconv>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <grp.h>
-#include <limits>
 #include <poll.h>
 #include <pwd.h>
 #include <signal.h>
@@ -46,18 +45,6 @@ std::vector<std::string> readRecord(const std::string &path, uid_t user) {
     return result;
 }
 
-/// The number of a user, in decimal digits alone.
-bool parseUser(const std::string &text, uid_t &user) {
-    unsigned long long number = 0;
-    const char *end = text.data() + text.size();
-    const auto [rest, error] = std::from_chars(text.data(), end, number);
-    // The largest number stands for no user at all.
-    if (error != std::errc() || rest != end || number >= std::numeric_limits<uid_t>::max())
-        return false;
-    user = static_cast<uid_t>(number);
-    return true;
-}
-
 /// The least that a program needs when nothing was recorded.
 std::vector<std::string> plainEnvironment(uid_t user) {
     std::vector<std::string> result{"PATH=/usr/local/bin:/usr/bin:/bin"};
@@ -80,7 +67,7 @@ bool identifyUser(const Arguments &arguments, Session &session, std::string &why
         return true;
     const char *caller = std::getenv("PKEXEC_UID");
     if (caller) {
-        const struct passwd *entry = parseUser(caller, session.user) ? getpwuid(session.user) : nullptr;
+        const struct passwd *entry = readUser(caller, session.user) ? getpwuid(session.user) : nullptr;
         if (!entry) {
             why = std::string("PKEXEC_UID should be the number of a user, not \"") + caller + "\"";
             return false;

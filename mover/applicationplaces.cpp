@@ -4,6 +4,7 @@
 #include "mover/pathresolution.h"
 #include "platform/authorization.h"
 #include "platform/filesystem.h"
+#include "platform/movedname.h"
 #include "platform/propertylist.h"
 #include "platform/services.h"
 #include "platform/taskoutput.h"
@@ -63,7 +64,7 @@ QString ApplicationPlaces::destinationPath() const {
 }
 
 QString ApplicationPlaces::stagingPath() const {
-    return preferred().folder + u"/."_s + m_bundlePath.section(u'/', -1) + u".txupdate-move"_s;
+    return preferred().folder + u"/."_s + m_bundlePath.section(u'/', -1) + QLatin1StringView(movedSuffix);
 }
 
 bool ApplicationPlaces::needsAuthorization() const {

@@ -3,9 +3,11 @@
 
 #include "platform/linux/bundlecontents.h"
 #include "platform/linux/trustedpath.h"
+#include "platform/movedname.h"
 
 #include <cerrno>
 #include <cstdio>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -24,7 +26,40 @@ bool isAbsent(const std::string &path) {
     return lstat(path.c_str(), &info) != 0 && errno == ENOENT;
 }
 
-/// A whole copy takes the place of what is left of the application, or of the new one.
+} // namespace
+
+std::string stagedPathFor(const std::string &bundlePath) { return besideBundle(bundlePath, ".txupdate-new"); }
+std::string backupPathFor(const std::string &bundlePath) { return besideBundle(bundlePath, ".txupdate-old"); }
+std::string wholePathFor(const std::string &bundlePath) {
+    return besideBundle(bundlePath, ".txupdate-whole");
+}
+std::string gonePathFor(const std::string &bundlePath) { return besideBundle(bundlePath, ".txupdate-gone"); }
+std::string movedPathFor(const std::string &bundlePath) { return besideBundle(bundlePath, movedSuffix); }
+std::string lockPathFor(const std::string &bundlePath) { return besideBundle(bundlePath, ".txupdate-lock"); }
+
+bool isOwnBackup(const std::string &path) {
+    struct stat backup {};
+    struct stat around {};
+    const std::string parent = posix::parentOf(path);
+    if (lstat(path.c_str(), &backup) != 0 || !S_ISDIR(backup.st_mode) || stat(parent.c_str(), &around) != 0)
+        return false;
+    // The owner of the folder around could remove the application itself. Where nobody else may write to that
+    // folder, that owner or root has put everything there, also an application that is another user's.
+    const posix::Descriptor folder(open(parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    const bool isOurs = backup.st_uid == geteuid() || backup.st_uid == 0 || backup.st_uid == around.st_uid ||
+                        (folder.isOpen() && fstat(folder.get(), &around) == 0 &&
+                         posix::writableByOthers(folder.get(), parent, around.st_uid).empty());
+    return isOurs && posix::writableByOthers(path, backup.st_uid).empty();
+}
+
+posix::FileError RepairFiles::rename(const std::string &from, const std::string &to) {
+    return std::rename(from.c_str(), to.c_str()) == 0 ? posix::FileError{} : posix::FileError{errno, from};
+}
+
+posix::FileError RepairFiles::removeTree(const std::string &path) { return posix::removeTree(path); }
+
+posix::FileError RepairFiles::syncDirectory(const std::string &path) { return posix::syncDirectory(path); }
+
 posix::FileError putWholeBack(const std::string &bundlePath, RepairFiles &files) {
     const std::string whole = wholePathFor(bundlePath);
     const std::string gone = gonePathFor(bundlePath);
@@ -54,35 +89,6 @@ posix::FileError putWholeBack(const std::string &bundlePath, RepairFiles &files)
         (void)files.removeTree(gone);
     return {};
 }
-
-} // namespace
-
-std::string stagedPathFor(const std::string &bundlePath) { return besideBundle(bundlePath, ".txupdate-new"); }
-std::string backupPathFor(const std::string &bundlePath) { return besideBundle(bundlePath, ".txupdate-old"); }
-std::string wholePathFor(const std::string &bundlePath) {
-    return besideBundle(bundlePath, ".txupdate-whole");
-}
-std::string gonePathFor(const std::string &bundlePath) { return besideBundle(bundlePath, ".txupdate-gone"); }
-std::string lockPathFor(const std::string &bundlePath) { return besideBundle(bundlePath, ".txupdate-lock"); }
-
-bool isOwnBackup(const std::string &path) {
-    struct stat backup {};
-    struct stat folder {};
-    if (lstat(path.c_str(), &backup) != 0 || !S_ISDIR(backup.st_mode) ||
-        stat(posix::parentOf(path).c_str(), &folder) != 0)
-        return false;
-    // The owner of the folder around could remove the application itself.
-    const bool isOurs = backup.st_uid == geteuid() || backup.st_uid == 0 || backup.st_uid == folder.st_uid;
-    return isOurs && posix::writableByOthers(path, backup.st_uid).empty();
-}
-
-posix::FileError RepairFiles::rename(const std::string &from, const std::string &to) {
-    return std::rename(from.c_str(), to.c_str()) == 0 ? posix::FileError{} : posix::FileError{errno, from};
-}
-
-posix::FileError RepairFiles::removeTree(const std::string &path) { return posix::removeTree(path); }
-
-posix::FileError RepairFiles::syncDirectory(const std::string &path) { return posix::syncDirectory(path); }
 
 posix::FileError undoInterruption(const std::string &bundlePath, RepairFiles &files, bool &putBack) {
     posix::FileError error;

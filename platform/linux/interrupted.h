@@ -18,11 +18,14 @@ namespace tx {
 [[nodiscard]] std::string wholePathFor(const std::string &bundlePath);
 /// What stood at the bundle's path when a whole copy was put there; it is only removed, never put back.
 [[nodiscard]] std::string gonePathFor(const std::string &bundlePath);
+/// The copy of an application that is moved here, until it takes its name.
+[[nodiscard]] std::string movedPathFor(const std::string &bundlePath);
 /// The file that whoever changes a bundle, one at a time, holds a lock on.
 [[nodiscard]] std::string lockPathFor(const std::string &bundlePath);
 
-/// True for a folder that this user, root or the owner of the folder around it made, and that nobody else
-/// may write to: in a folder where everybody may write, another user could have put it there.
+/// True for a folder that this user, root or the owner of the folder around it made or put there, and to
+/// which nobody but its owner may write: in a folder where everybody may write, another user could have put
+/// it there.
 [[nodiscard]] bool isOwnBackup(const std::string &path);
 
 /// The changes by which an interrupted installation is undone, so that a test can make any of them fail.
@@ -33,6 +36,9 @@ public:
     virtual posix::FileError removeTree(const std::string &path);
     virtual posix::FileError syncDirectory(const std::string &path);
 };
+
+/// Puts the whole copy, which is there, into the place of what is left of the application, or of the new one.
+posix::FileError putWholeBack(const std::string &bundlePath, RepairFiles &files);
 
 /// Puts the old application back when nothing stands at the bundle's path and a backup does, or a whole copy
 /// is there. What stands there is removed only when the whole copy has its place, or, where folders cannot be

@@ -8,19 +8,19 @@
 #include "installer/installer.h"
 
 #include "platform/linux/openbundle.h"
+#include "tests/installer/stepfiles.h"
 
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <functional>
 #include <unistd.h>
 
 namespace {
 
-using tx::posix::FileError;
-
-class FaultFiles final : public tx::installer::Files {
+class FaultFiles final : public tx::test::StepFiles {
 public:
     FaultFiles(std::string mode, int call)
         : m_mode(std::move(mode))
@@ -28,60 +28,6 @@ public:
         m_exchanges = !take("noexchange:");
         m_crosses = take("cross:");
         m_layered = take("layered:");
-    }
-
-    FileError rename(const std::string &from, const std::string &to) override {
-        return at("rename", from, [&] {
-            if (m_layered && from.find("/.") == std::string::npos && to.find("/.") != std::string::npos &&
-                to.find(".txupdate-new") == std::string::npos)
-                return FileError{EXDEV, from};
-            const bool staging = to.find(".txupdate-new") != std::string::npos;
-            return m_crosses && staging ? FileError{EXDEV, from} : Files::rename(from, to);
-        });
-    }
-    FileError exchange(const std::string &a, const std::string &b) override {
-        return at("exchange", b, [&] {
-            return m_layered     ? FileError{EXDEV, b}
-                   : m_exchanges ? Files::exchange(a, b)
-                                 : FileError{EINVAL, b};
-        });
-    }
-    FileError copyTree(const std::string &from, const std::string &to,
-                       const tx::posix::CopyRules &rules) override {
-        if (m_mode == "half" && m_done + 1 == m_call) {
-            std::filesystem::create_directories(to + "/Contents");
-            raise(SIGKILL);
-        }
-        return at("copy", to, [&] { return Files::copyTree(from, to, rules); });
-    }
-    FileError makeDirectory(const std::string &path) override {
-        return at("make", path, [&] { return Files::makeDirectory(path); });
-    }
-    FileError removeTree(const std::string &path) override {
-        if (m_mode == "half" && m_done + 1 == m_call) {
-            std::filesystem::remove_all(path + "/Contents/Linux");
-            std::filesystem::remove_all(path + "/Linux"); // of what is a bundle's contents
-            raise(SIGKILL);
-        }
-        return at("remove", path, [&] { return Files::removeTree(path); });
-    }
-    FileError removeFile(const std::string &path) override {
-        return at("removeFile", path, [&] { return Files::removeFile(path); });
-    }
-    FileError changeOwner(const std::string &path, uid_t owner, gid_t group) override {
-        return at("owner", path, [&] { return Files::changeOwner(path, owner, group); });
-    }
-    FileError limitSpecialBits(const std::string &tree, const std::string &installed) override {
-        return at("bits", tree, [&] { return Files::limitSpecialBits(tree, installed); });
-    }
-    FileError lock(const std::string &path, tx::posix::Descriptor &lock) override {
-        return at("lock", path, [&] { return Files::lock(path, lock); });
-    }
-    FileError syncFileSystem(const std::string &path) override {
-        return at("sync", path, [&] { return Files::syncFileSystem(path); });
-    }
-    FileError syncDirectory(const std::string &path) override {
-        return at("syncDirectory", path, [&] { return Files::syncDirectory(path); });
     }
 
 private:
@@ -92,21 +38,43 @@ private:
         return true;
     }
 
-    template <typename Work>
-    FileError at(const char *name, const std::string &path, const Work &work) {
-        ++m_done;
-        std::printf("%d %s %s\n", m_done, name, path.c_str());
+    FileError step(const Step &step, const std::function<FileError()> &work) override {
+        const bool isNow = ++m_done == m_call;
+        if (isNow && m_mode == "half")
+            endHalfWay(step);
+        std::printf("%d %s %s\n", m_done, step.name.c_str(), step.place.c_str());
         std::fflush(stdout);
-        if (m_done == m_call) {
-            if (m_mode == "fail")
-                return {EIO, path};
-            if (m_mode == "kill-before")
-                raise(SIGKILL);
-        }
-        const FileError error = work();
-        if (m_done == m_call && m_mode == "kill-after")
+        if (isNow && m_mode == "fail")
+            return {EIO, step.place};
+        if (isNow && m_mode == "kill-before")
+            raise(SIGKILL);
+        const int number = whatTheFileSystemLacks(step);
+        const FileError error = number != 0 ? FileError{number, step.place} : work();
+        if (isNow && m_mode == "kill-after")
             raise(SIGKILL);
         return error;
+    }
+
+    static void endHalfWay(const Step &step) {
+        if (step.name == "copy")
+            std::filesystem::create_directories(step.place + "/Contents");
+        if (step.name == "remove") {
+            std::filesystem::remove_all(step.place + "/Contents/Linux");
+            std::filesystem::remove_all(step.place + "/Linux"); // of what is a bundle's contents
+        }
+        if (step.name == "copy" || step.name == "remove")
+            raise(SIGKILL);
+    }
+
+    [[nodiscard]] int whatTheFileSystemLacks(const Step &step) const {
+        const bool isStaging = step.place.find(".txupdate-new") != std::string::npos;
+        const bool isLeaving =
+            step.from.find("/.") == std::string::npos && step.place.find("/.") != std::string::npos;
+        if (step.name == "exchange")
+            return m_layered ? EXDEV : m_exchanges ? 0 : EINVAL;
+        if (step.name == "rename" && ((m_crosses && isStaging) || (m_layered && isLeaving && !isStaging)))
+            return EXDEV;
+        return 0;
     }
 
     std::string m_mode;

@@ -5,6 +5,7 @@
 #include "installer/hostanswer.h"
 #include "installer/installer.h"
 #include "platform/linux/openbundle.h"
+#include "tests/installer/stepfiles.h"
 #include "tests/survival/faultplan.h"
 
 #include <climits>
@@ -13,53 +14,15 @@
 
 namespace {
 
-using tx::posix::FileError;
-
-class PlannedFiles final : public tx::installer::Files {
+class PlannedFiles final : public tx::test::StepFiles {
 public:
     explicit PlannedFiles(tx::test::FaultPlan &plan)
         : m_plan(plan) {}
-    FileError rename(const std::string &from, const std::string &to) override {
-        return at("installer rename", to, [&] { return Files::rename(from, to); });
-    }
-    FileError exchange(const std::string &a, const std::string &b) override {
-        return at("installer exchange", b, [&] { return Files::exchange(a, b); });
-    }
-    FileError copyTree(const std::string &from, const std::string &to,
-                       const tx::posix::CopyRules &rules) override {
-        return at("installer copy", to, [&] { return Files::copyTree(from, to, rules); });
-    }
-    FileError makeDirectory(const std::string &path) override {
-        return at("installer make", path, [&] { return Files::makeDirectory(path); });
-    }
-    FileError removeTree(const std::string &path) override {
-        return at("installer remove", path, [&] { return Files::removeTree(path); });
-    }
-    FileError removeFile(const std::string &path) override {
-        return at("installer remove file", path, [&] { return Files::removeFile(path); });
-    }
-    FileError changeOwner(const std::string &path, uid_t owner, gid_t group) override {
-        return at("installer owner", path, [&] { return Files::changeOwner(path, owner, group); });
-    }
-    FileError limitSpecialBits(const std::string &tree, const std::string &installed) override {
-        return at("installer bits", tree, [&] { return Files::limitSpecialBits(tree, installed); });
-    }
-    FileError lock(const std::string &path, tx::posix::Descriptor &lock) override {
-        return at("installer lock", path, [&] { return Files::lock(path, lock); });
-    }
-    FileError syncFileSystem(const std::string &path) override {
-        return at("installer sync", path, [&] { return Files::syncFileSystem(path); });
-    }
-    FileError syncDirectory(const std::string &path) override {
-        return at("installer sync folder", path, [&] { return Files::syncDirectory(path); });
-    }
 
 private:
-    template <typename Work>
-    FileError at(const std::string &what, const std::string &path, const Work &work) {
-        if (const int number = m_plan.at(what + ' ' + tx::posix::lastComponentOf(path)))
-            return {number, path};
-        return work();
+    FileError step(const Step &step, const std::function<FileError()> &work) override {
+        const int number = m_plan.at("installer " + step.name + ' ' + tx::posix::lastComponentOf(step.place));
+        return number != 0 ? FileError{number, step.place} : work();
     }
 
     tx::test::FaultPlan &m_plan;

@@ -4,11 +4,13 @@
 
 #include "core/host_p.h"
 #include "core/settings.h"
+#include "installer/contents.h"
 #include "installer/installer.h"
 #include "platform/linux/openbundle.h"
 #include "platform/mainbundle.h"
 #include "platform/propertylist.h"
 #include "platform/userdefaults.h"
+#include "tests/installer/stepfiles.h"
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
 #include "tests/support/fakes.h"
@@ -22,7 +24,6 @@
 #include <unistd.h>
 
 using namespace Qt::StringLiterals;
-using tx::posix::FileError;
 using tx::test::namesIn;
 using tx::test::PowerLoss;
 using tx::test::readFile;
@@ -34,57 +35,38 @@ namespace {
 /// What the file system can do.
 struct Road {
     bool exchanges;
-    bool crosses; ///< the new application comes from another one
-    bool layered; ///< the folders of the installed application cannot be renamed
+    bool crosses;          ///< the new application comes from another one
+    bool layered;          ///< the folders of the installed application cannot be renamed
+    bool contents = false; ///< what is replaced are the contents of the application, in their place
 };
 
 /// The installer's file system on a disk that loses its power; before each change all that could be left is
 /// looked at.
-class LosingFiles final : public tx::installer::Files {
+class LosingFiles final : public tx::test::StepFiles {
 public:
     LosingFiles(PowerLoss &disk, Road road, std::function<void(const std::string &)> look)
         : m_disk(disk)
         , m_road(road)
         , m_look(std::move(look)) {}
-    FileError rename(const std::string &from, const std::string &to) override {
-        m_look("before renaming to " + to);
-        const bool staging = to.find(".txupdate-new") != std::string::npos;
-        const bool leaving = from.find("/.") == std::string::npos && to.find("/.") != std::string::npos;
-        if ((m_road.crosses && staging) || (m_road.layered && leaving && !staging))
-            return FileError{EXDEV, from};
-        return Files::rename(from, to);
-    }
-    FileError exchange(const std::string &a, const std::string &b) override {
-        m_look("before exchanging " + b);
-        if (m_road.layered)
-            return FileError{EXDEV, b};
-        return m_road.exchanges ? Files::exchange(a, b) : FileError{EINVAL, b};
-    }
-    FileError copyTree(const std::string &from, const std::string &to,
-                       const tx::posix::CopyRules &rules) override {
-        m_look("before copying to " + to);
-        return Files::copyTree(from, to, rules);
-    }
-    FileError removeTree(const std::string &path) override {
-        m_look("before removing " + path);
-        return Files::removeTree(path);
-    }
-    FileError removeFile(const std::string &path) override {
-        m_look("before removing " + path);
-        return Files::removeFile(path);
-    }
-    FileError syncFileSystem(const std::string &path) override {
-        m_look("before syncing for " + path);
-        m_disk.syncAll();
-        return Files::syncFileSystem(path);
-    }
-    FileError syncDirectory(const std::string &path) override {
-        m_look("before syncing " + path);
-        m_disk.syncDirectory(path);
-        return Files::syncDirectory(path);
-    }
 
 private:
+    FileError step(const Step &step, const std::function<FileError()> &work) override {
+        if (step.name != "lock" && step.name != "make" && step.name != "owner" && step.name != "bits")
+            m_look("before " + step.name + ' ' + step.place);
+        if (step.name == "sync")
+            m_disk.syncAll();
+        if (step.name == "syncDirectory")
+            m_disk.syncDirectory(step.place);
+        const bool staging = step.place.find(".txupdate-new") != std::string::npos;
+        const bool leaving =
+            step.from.find("/.") == std::string::npos && step.place.find("/.") != std::string::npos;
+        if (step.name == "rename" && ((m_road.crosses && staging) || (m_road.layered && leaving && !staging)))
+            return FileError{EXDEV, step.from};
+        if (step.name == "exchange" && (m_road.layered || !m_road.exchanges))
+            return FileError{m_road.layered ? EXDEV : EINVAL, step.place};
+        return work();
+    }
+
     PowerLoss &m_disk;
     Road m_road;
     std::function<void(const std::string &)> m_look;
@@ -105,14 +87,23 @@ protected:
         writeFile(bundle + u"/Contents/Resources/data"_s, QByteArray(5000, 'n'));
         EXPECT_EQ(symlink("data", QFile::encodeName(bundle + u"/Contents/Resources/link"_s).constData()), 0);
     }
+    /// What is replaced of a bundle.
+    static QString replacedOf(const QString &bundle) {
+        return GetParam().contents ? bundle + u"/Contents"_s : bundle;
+    }
     static int install(const QString &root, tx::installer::Files &files) {
         tx::installer::Context context{.files = &files};
         context.session.user = getuid();
         context.log = [](const std::string &) {};
         context.open = [](const std::string &, const tx::installer::Session &) { return std::string(); };
-        return tx::installer::install({0x7FFFFFFE, freshOn(root).toStdString(), appOn(root).toStdString(),
-                                       (root + u"/cache/New - 2.zip"_s).toStdString()},
-                                      context);
+        const tx::installer::Arguments arguments{0x7FFFFFFE, freshOn(root).toStdString(),
+                                                 appOn(root).toStdString(),
+                                                 (root + u"/cache/New - 2.zip"_s).toStdString()};
+        if (!GetParam().contents)
+            return tx::installer::install(arguments, context);
+        // As where the folder around the application belongs to others, which root's never does.
+        tx::installer::Context inside = tx::installer::contentsContext(arguments, context);
+        return tx::installer::install(tx::installer::contentsArguments(arguments), inside);
     }
 };
 
@@ -122,8 +113,8 @@ TEST_P(InstallerPowerLoss, LeavesACompleteApplicationAndTheNextRunComesThrough) 
     writeFile(appOn(disk) + u"/Contents/Resources/only-old"_s, "x");
     makeFresh(freshOn(disk));
     writeFile(disk + u"/cache/New - 2.zip"_s, "archive");
-    oldTree = treeOf(appOn(disk));
-    newTree = treeOf(freshOn(disk));
+    oldTree = treeOf(replacedOf(appOn(disk)));
+    newTree = treeOf(replacedOf(freshOn(disk)));
     PowerLoss power(disk.toStdString());
     int gaps = 0;
     const auto look = [&](const std::string &when) {
@@ -133,22 +124,24 @@ TEST_P(InstallerPowerLoss, LeavesACompleteApplicationAndTheNextRunComesThrough) 
             SCOPED_TRACE(when + ": " + what);
             const QString app = appOn(after);
             // Without an exchange in one step there is a gap, which the next start closes.
-            gaps += !QFileInfo::exists(app);
+            gaps += !QFileInfo::exists(replacedOf(app));
             if (!exchanges)
                 (void)tx::restoreBackup(app.toStdString());
-            const QStringList tree = treeOf(app);
+            const QStringList tree = treeOf(replacedOf(app));
             EXPECT_TRUE(tree == oldTree || tree == newTree) << tree.join(u'\n').toStdString();
             makeFresh(freshOn(after));
             tx::installer::Files files;
             EXPECT_EQ(install(after, files), 0);
-            EXPECT_EQ(treeOf(app), newTree);
+            EXPECT_EQ(treeOf(replacedOf(app)), newTree);
+            EXPECT_EQ(namesIn(app), QStringList{u"Contents"_s});
+            EXPECT_FALSE(QFileInfo::exists(freshOn(after)));
             EXPECT_EQ(namesIn(after + u"/Applications"_s), QStringList{u"My Host.app"_s});
         });
     };
     LosingFiles files(power, GetParam(), look);
     EXPECT_EQ(install(disk, files), 0);
     look("at the end");
-    EXPECT_EQ(treeOf(appOn(disk)), newTree);
+    EXPECT_EQ(treeOf(replacedOf(appOn(disk))), newTree);
     EXPECT_GT(power.states(), 25);
     EXPECT_EQ(gaps > 0, !exchanges) << gaps;
 }
@@ -156,10 +149,14 @@ TEST_P(InstallerPowerLoss, LeavesACompleteApplicationAndTheNextRunComesThrough) 
 INSTANTIATE_TEST_SUITE_P(Roads, InstallerPowerLoss,
                          testing::Values(Road{true, false, false}, Road{true, true, false},
                                          Road{false, false, false}, Road{false, true, false},
-                                         Road{false, false, true}, Road{false, true, true}),
+                                         Road{false, false, true}, Road{false, true, true},
+                                         Road{true, false, false, true}, Road{true, true, false, true},
+                                         Road{false, false, false, true}, Road{false, true, false, true},
+                                         Road{false, false, true, true}, Road{false, true, true, true}),
                          [](const testing::TestParamInfo<Road> &each) {
                              const Road &road = each.param;
-                             return std::string(road.exchanges ? "exchange"
+                             return std::string(road.contents ? "contents_" : "") +
+                                    std::string(road.exchanges ? "exchange"
                                                 : road.layered ? "layered"
                                                                : "rename") +
                                     (road.crosses ? "_copy" : "_move");
