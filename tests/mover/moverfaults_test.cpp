@@ -98,6 +98,11 @@ TEST_F(MoverFault, ApplicationOfAPackageIsNotReplaced) {
     tx::test::makeBundle(destination(), {.build = u"7"_s});
     const QStringList older = treeOf(destination());
     const QStringList content = treeOf(source);
+    std::string told;
+    tx::services().presentAlert = [&](const tx::Alert &alert) {
+        told = alert.informative.toStdString();
+        return 0;
+    };
     const auto expectRefused = [&](const char *reason) {
         EXPECT_EQ(move(), -1);
         EXPECT_EQ(treeOf(destination()), older);
@@ -107,9 +112,13 @@ TEST_F(MoverFault, ApplicationOfAPackageIsNotReplaced) {
     };
     tx::test::writeFile(list, destination().toUtf8() + "/Contents/Info.plist\n");
     expectRefused("Host.app is not replaced: it belongs to the package notes of dpkg");
+    EXPECT_EQ(told, destination().toStdString() +
+                        " is not replaced, because it belongs to the package notes of dpkg. Use that "
+                        "application, or remove the package first.");
     QFile::remove(list);
     QDir().mkpath(list);
     expectRefused("whether it belongs to a package could not be determined");
+    EXPECT_THAT(told, testing::HasSubstr("notes.list"));
     // A link to such an application is no more than a link.
     QDir().rmdir(list);
     tx::test::writeFile(list, path(u"usr/Host.app\n"_s).toUtf8());
