@@ -10,19 +10,20 @@ namespace tx {
 
 namespace {
 
-/// Where the application stands, in the words of the question.
+/// Where the application is, in the words of the question and of the user's language.
 QString placeDescription(const ApplicationPlaces &places) {
     if (places.isInDownloadsFolder())
-        return u"downloads folder"_s;
+        return moverText(u"downloads folder"_s);
     if (places.isInDesktopFolder())
-        return u"Desktop folder"_s;
-    return formatText(u"folder named \"%@\""_s, {places.parentDirectory().section(u'/', -1)});
+        return moverText(u"Desktop folder"_s);
+    return formatText(moverText(u"folder named \"%@\""_s), {places.parentDirectory().section(u'/', -1)});
 }
 
 QString explanation(const ApplicationPlaces &places, const QString &name, bool isTranslocated) {
     bool isUserFolder = false;
     (void)places.preferredInstallLocation(&isUserFolder);
-    const QString location = isUserFolder ? u"~/Applications"_s : u"Applications"_s;
+    const QString location = isUserFolder ? u"~/Applications"_s : u"Applications"_s; // a path, or a name
+    const QString shownLocation = isUserFolder ? location : moverText(u"Applications"_s);
     const QString volume = places.diskImageVolumePath();
     if (const QString image = ApplicationPlaces::diskImageFileForVolumePath(volume); !image.isNull())
         return formatText(
@@ -32,11 +33,11 @@ QString explanation(const ApplicationPlaces &places, const QString &name, bool i
     // A disc or a locked card: there is no file to delete.
     if (isTranslocated || !volume.isNull())
         return formatText(moverText(u"Would you like to move %@ into your %@ folder right now?"_s),
-                          {name, location});
+                          {name, shownLocation});
     return formatText(
         moverText(u"Rather than having %@ clutter up your %@, would you like to move it into your %@ "
                   "folder right now?"_s),
-        {name, placeDescription(places), location});
+        {name, placeDescription(places), shownLocation});
 }
 
 } // namespace

@@ -3,6 +3,7 @@
 
 #include "platform/directories.h"
 #include "platform/format.h"
+#include "platform/plurals.h"
 #include "platform/services.h"
 #include "platform/stringstable.h"
 
@@ -11,6 +12,8 @@
 #include <QCoreApplication>
 #include <QFile>
 #include <QMutex>
+
+#include <optional>
 
 using namespace Qt::StringLiterals;
 
@@ -54,15 +57,21 @@ QStringList folderNames(const QString &language) {
     return names;
 }
 
-/// The text in the first language that has it; null without one, and where English is wanted more.
-QString lookUp(const QString &key, const QString &folder, const QString &table,
-               const QStringList &languages) {
+/// The text in the first language that has it; null without one, and where English is wanted more. With a
+/// count, the language's own form for that number comes before the text for all numbers.
+QString lookUp(const QString &key, const QString &folder, const QString &table, const QStringList &languages,
+               std::optional<qint64> count) {
     for (const QString &language : languages) {
+        QStringList keys{key};
+        if (count)
+            keys.prepend(pluralKey(key, pluralCategory(language, *count)));
         for (const QString &name : folderNames(language)) {
             const QString path = u"%1/%2.lproj/%3.strings"_s.arg(folder, name, table);
             const auto &texts = tableAt(path);
-            if (const auto found = texts.find(key); found != texts.end() && !found->isEmpty())
-                return *found;
+            for (const QString &form : keys) {
+                if (const auto found = texts.find(form); found != texts.end() && !found->isEmpty())
+                    return *found;
+            }
         }
         if (language == u"en" || language.startsWith(u"en-"))
             break; // the keys are English: a later language would be less wanted
@@ -85,18 +94,24 @@ QStringList closestLanguages(const QStringList &languages) {
     return result;
 }
 
+QString localized(const QString &key, const QString &table, const TXBundle &bundle,
+                  const QStringList &languages, std::optional<qint64> count) {
+    if (const QString text = lookUp(key, bundle.resourcesPath(), table, languages, count); !text.isNull())
+        return text;
+    if (const QString text = QCoreApplication::translate("TarvixUpdate", key.toUtf8().constData(), nullptr,
+                                                         count ? static_cast<int>(*count) : -1);
+        text != key)
+        return text;
+    const QString own =
+        lookUp(key, services().resourcesPath(), u"TarvixUpdate"_s, closestLanguages(languages), count);
+    return own.isNull() ? key : own;
+}
+
 } // namespace
 
 QString localizedString(const QString &key, const QString &table, const TXBundle &bundle,
                         const QStringList &languages) {
-    if (const QString text = lookUp(key, bundle.resourcesPath(), table, languages); !text.isNull())
-        return text;
-    if (const QString text = QCoreApplication::translate("TarvixUpdate", key.toUtf8().constData());
-        text != key)
-        return text;
-    const QString own =
-        lookUp(key, services().resourcesPath(), u"TarvixUpdate"_s, closestLanguages(languages));
-    return own.isNull() ? key : own;
+    return localized(key, table, bundle, languages, std::nullopt);
 }
 
 QString localizedString(const QString &key, const QString &table) {
@@ -105,6 +120,12 @@ QString localizedString(const QString &key, const QString &table) {
 
 QString localizedFormat(const QString &key, const QStringList &arguments) {
     return formatText(localizedString(key), arguments);
+}
+
+QString localizedPlural(const QString &key, qint64 count, const QStringList &arguments) {
+    return formatText(
+        localized(key, u"Localizable"_s, TXBundle::mainBundle(), services().preferredLanguages(), count),
+        arguments);
 }
 
 } // namespace tx

@@ -21,4 +21,9 @@ namespace tx {
 /// The localized format filled with `arguments`.
 [[nodiscard]] QString localizedFormat(const QString &key, const QStringList &arguments);
 
+/// The same for a text about `count` things, which is one of the arguments, in the form that the language has
+/// for that number. Tables hold a form under the key and the name of CLDR's category, "You are %d updates
+/// behind! [few]"; the key alone is for all other numbers.
+[[nodiscard]] QString localizedPlural(const QString &key, qint64 count, const QStringList &arguments);
+
 } // namespace tx

@@ -71,8 +71,8 @@ void TXUpdatePanel::willDisplay() {
             tx::localizedFormat(u"Version %@ will be installed."_s, {update->displayVersion()}));
     installVersionLabel->setVisible(update && !single);
     if (m_updates.size() >= 2)
-        secondaryField->setText(
-            tx::localizedFormat(u"You are %d updates behind!"_s, {QString::number(m_updates.size())}));
+        secondaryField->setText(tx::localizedPlural(u"You are %d updates behind!"_s, m_updates.size(),
+                                                    {QString::number(m_updates.size())}));
     secondaryField->setVisible(m_updates.size() >= 2);
     installButton->setDefault(true);
     titleField->setText(tx::localizedFormat(u"%@ Update"_s, {host->name()}));
@@ -279,13 +279,13 @@ void TXUpdatePanel::cancel() {
     if (m_designatedUpdate && m_designatedUpdate->canBeDownloaded() && m_updates.size() >= 5) {
         (void)tx::services().presentAlert(
             {.message = tx::localizedString(u"Consider updating soon."_s),
-             .informative =
-                 tx::localizedFormat(u"The version of %@ you have is %d versions behind. The latest version "
-                                     u"is recommended because it "
-                                     "often contains new useful features and important fixes for problems "
-                                     "you could be experiencing or "
-                                     "may experience."_s,
-                                     {TXUpdateHost::host()->name(), QString::number(m_updates.size())}),
+             .informative = tx::localizedPlural(
+                 u"The version of %@ you have is %d versions behind. The latest version "
+                 u"is recommended because it "
+                 "often contains new useful features and important fixes for problems "
+                 "you could be experiencing or "
+                 "may experience."_s,
+                 m_updates.size(), {TXUpdateHost::host()->name(), QString::number(m_updates.size())}),
              .buttons = {tx::localizedString(u"OK"_s)}});
     }
     closeWithCode(0);

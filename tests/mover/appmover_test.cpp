@@ -168,6 +168,47 @@ TEST_F(AppMover, QuestionNamesThePlace) {
     EXPECT_EQ(textFrom(u"mnt/Stuff"_s), rather(u"folder named \"Stuff\""_s, u"~/Applications"_s));
 }
 
+TEST_F(AppMover, QuestionNamesThePlaceInTheUsersLanguage) {
+    struct Case {
+        QString language, folder, text;
+    };
+    for (
+        const Case &c : {
+            Case{
+                u"de"_s, u"home/Loads"_s,
+                u"N befindet sich im Ordner „Downloads“. Möchten Sie die Anwendung jetzt in den Ordner „Programme“ verschieben?"_s},
+            Case{
+                u"de"_s, u"home/Table"_s,
+                u"N befindet sich auf dem Schreibtisch. Möchten Sie die Anwendung jetzt in den Ordner „Programme“ verschieben?"_s},
+            Case{
+                u"fr"_s, u"mnt/Stuff"_s,
+                u"N se trouve dans le dossier «\u00A0Stuff\u00A0». Voulez-vous déplacer l’application dans votre dossier «\u00A0Applications\u00A0» maintenant\u00A0?"_s},
+            Case{
+                u"es"_s, u"home/Table"_s,
+                u"N está en el escritorio. ¿Quiere mover la aplicación a su carpeta «Aplicaciones» ahora?"_s},
+            Case{
+                u"pt-BR"_s, u"home/Loads"_s,
+                u"N está na pasta “Downloads”. Deseja mover o aplicativo para a sua pasta “Aplicativos” agora?"_s},
+            Case{u"ru"_s, u"mnt/Stuff"_s,
+                 u"N сейчас находится в папке «Stuff». Переместить приложение в папку «Программы»?"_s},
+            Case{u"ja"_s, u"home/Table"_s,
+                 u"Nは現在デスクトップにあります。今すぐ「アプリケーション」フォルダに移動しますか？"_s},
+            Case{u"zh-Hans"_s, u"home/Loads"_s,
+                 u"N 目前位于“下载”文件夹。要现在将它移到“应用程序”文件夹吗？"_s},
+            Case{u"ar"_s, u"home/Table"_s,
+                 u"N موجود على سطح المكتب. هل تريد نقل التطبيق إلى مجلد «التطبيقات» الآن؟"_s},
+        }) {
+        tx::services().preferredLanguages = [&] { return QStringList{c.language}; };
+        const tx::ApplicationPlaces places(path(c.folder + u"/Host.app"_s));
+        EXPECT_EQ(tx::moveQuestion(places, u"N"_s, false).informative, c.text);
+    }
+    // What is a path stays one.
+    useUserFolder();
+    const tx::ApplicationPlaces places(path(u"home/Loads/Host.app"_s));
+    tx::services().preferredLanguages = [] { return QStringList{u"de"_s}; };
+    EXPECT_TRUE(tx::moveQuestion(places, u"N"_s, false).informative.contains(u"„~/Applications“"_s));
+}
+
 TEST_F(AppMover, TextsComeFromTheirOwnTable) {
     qputenv("LC_ALL", "de_DE.UTF-8");
     tx::test::writeFile(
