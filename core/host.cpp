@@ -1,12 +1,18 @@
 // SPDX-License-Identifier: MIT
 #include "core/host_p.h"
 
+#include "core/names.h"
+#include "platform/localization.h"
 #include "platform/osversion.h"
 #include "platform/services.h"
 #include "platform/workspace.h"
 
+#include <TarvixUpdate/TXLog.h>
+
 #include <QFileInfo>
 #include <QMutex>
+
+#include <atomic>
 
 using namespace Qt::StringLiterals;
 
@@ -75,6 +81,36 @@ void resetHost() {
     const QMutexLocker locker(&hostMutex);
     delete sharedHost;
     sharedHost = nullptr;
+}
+
+TXError hostIdentityError() {
+    const TXUpdateHost *host = TXUpdateHost::host();
+    const TXBundle bundle = host->bundle();
+    if (!bundle.bundleIdentifier().isEmpty())
+        return {};
+    const bool hasInfo = !bundle.infoDictionary().isEmpty();
+    const QString file =
+        (hasInfo ? bundle.contentsPath() : bundle.bundlePath() + u"/Contents"_s) + u"/Info.plist"_s;
+    return TXError(
+        updaterErrorDomain, 0,
+        localizedFormat(u"%@ cannot be updated because it does not say which application it is."_s,
+                        {host->name()}),
+        hasInfo ? localizedFormat(u"The file %@ has no CFBundleIdentifier."_s, {file})
+                : localizedFormat(u"The file %@ does not exist or cannot be read."_s, {file}),
+        hasInfo
+            ? localizedString(u"Add the keys CFBundleIdentifier and CFBundleVersion to the file."_s)
+            : localizedString(
+                  u"Add the file with the keys CFBundleIdentifier and CFBundleVersion to the application."_s));
+}
+
+TXError checkHostIdentity() {
+    static std::atomic_flag hasWarned;
+    const TXError error = hostIdentityError();
+    if (error && !hasWarned.test_and_set())
+        TXLog(TXLogLevelFailure, u"TXUpdate: %@ %@ %@"_s,
+              {error.localizedDescription(), error.localizedFailureReason(),
+               error.localizedRecoverySuggestion()});
+    return error;
 }
 
 quint32 packVersion(int majorVersion, int minorVersion, int patchVersion) {

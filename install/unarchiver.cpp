@@ -8,7 +8,6 @@
 #include "platform/localization.h"
 #include "platform/queues.h"
 #include "platform/services.h"
-#include "platform/specialfiles.h"
 #include "platform/tasks.h"
 #include "platform/workspace.h"
 
@@ -26,6 +25,7 @@
 #include <cstdio>
 #include <cstring>
 #include <optional>
+#include <utility>
 
 using namespace Qt::StringLiterals;
 using tx::services;
@@ -62,10 +62,24 @@ QString openFailure(const QString &archivePath) {
 } // namespace
 
 TXUpdateUnarchiver::TXUpdateUnarchiver(const QString &archivePath, const ProgressHandler &progress,
-                                       const CompletionHandler &completion)
+                                       const CompletionHandler &completion, tx::WantedApplication wanted)
     : m_archivePath(archivePath)
     , m_progress(progress)
-    , m_completion(completion) {}
+    , m_completion(completion)
+    , m_wanted(std::move(wanted)) {}
+
+tx::WantedApplication TXUpdateUnarchiver::forHost(const QString &build) {
+    return {TXUpdateHost::host()->bundle().bundleIdentifier(), build};
+}
+
+QString TXUpdateUnarchiver::reasonAgainstType(const QString &fileName) {
+    QStringList suffixes;
+    for (const ArchiveType &type : archiveTypes)
+        suffixes << type.suffix;
+    return tx::localizedFormat(
+        u"The archive %@ is of a type that cannot be unpacked. Archives of these types can be: %@."_s,
+        {fileName, suffixes.join(u", "_s)});
+}
 
 QString TXUpdateUnarchiver::commandForFileName(const QString &fileName) {
     const QString name = fileName.toLower();
@@ -77,15 +91,17 @@ QString TXUpdateUnarchiver::commandForFileName(const QString &fileName) {
 }
 
 void TXUpdateUnarchiver::unarchive(const QString &archivePath, const ProgressHandler &progress,
-                                   const CompletionHandler &completion) {
-    const QString command = commandForFileName(QFileInfo(archivePath).fileName());
-    const auto unarchiver = std::make_shared<TXUpdateUnarchiver>(archivePath, progress, completion);
+                                   const CompletionHandler &completion, const tx::WantedApplication &wanted) {
+    const QString fileName = QFileInfo(archivePath).fileName();
+    const QString command = commandForFileName(fileName);
+    const auto unarchiver = std::make_shared<TXUpdateUnarchiver>(archivePath, progress, completion, wanted);
     TXLog(TXLogLevelStep, u"TXUpdate: Unarchive %@"_s, {archivePath});
     if (!command.isNull()) {
         unarchiver->unarchiveWithPipingCommand(command);
         return;
     }
     TXLog(TXLogLevelStep, u"TXUpdate: Unarchiving could not happen. Unknown type."_s);
+    TXLog(TXLogLevelFailure, u"TXUpdate: %@"_s, {reasonAgainstType(fileName)});
     completion({}, {});
 }
 
@@ -134,6 +150,7 @@ QString TXUpdateUnarchiver::pipeArchive(std::FILE *archive, const QString &comma
                             .arguments = {u"-c"_s, command},
                             .environment = environment,
                             .writesInput = true,
+                            .keepsErrors = true,
                             .ownSession = true};
     tx::Result<std::unique_ptr<tx::Task>> task = services().tasks->start(request);
     if (!task && task.error().code() == ENOENT) {
@@ -171,7 +188,10 @@ QString TXUpdateUnarchiver::pipeArchive(std::FILE *archive, const QString &comma
             &lastTime, 0.1);
     }
     (*task)->closeInput();
-    (*task)->wait();
+    const int status = (*task)->wait();
+    const QString toolSays = (*task)->errorText();
+    if (!toolSays.isEmpty())
+        TXLog(TXLogLevelFailure, u"TXUpdate: %@"_s, {toolSays});
     if (tx::applicationIsEnding())
         return {}; // nobody hears of it, and what texts are made of may be gone
     if (const int indicator = std::ferror(archive))
@@ -179,9 +199,14 @@ QString TXUpdateUnarchiver::pipeArchive(std::FILE *archive, const QString &comma
                                    {QString::number(indicator)});
     if (failedWrite)
         return tx::localizedFormat(u"Piping the archive failed %d."_s, {QString::number(*failedWrite)});
-    application = findUnarchivedApplicationInDirectory(destination);
-    return application.isNull() ? tx::localizedString(u"Could not find the unarchived application."_s)
-                                : QString();
+    // The status does not count: what matters is whether the application is there.
+    const tx::FoundApplication found = tx::findApplication(destination, m_wanted);
+    application = found.path;
+    if (!application.isNull())
+        return {};
+    return tx::localizedString(u"Could not find the unarchived application."_s) + u' ' +
+           tx::explainMissingApplication(destination, m_archivePath, m_wanted, found.refusal,
+                                         status == 0 ? std::nullopt : std::optional(toolSays));
 }
 
 void TXUpdateUnarchiver::releaseFromQuarantine(const QString &path) {
@@ -197,19 +222,5 @@ void TXUpdateUnarchiver::releaseFromQuarantine(const QString &path) {
 }
 
 QString TXUpdateUnarchiver::findUnarchivedApplicationInDirectory(const QString &directory) {
-    const QString identifier = TXUpdateHost::host()->bundle().bundleIdentifier();
-    const tx::Result<QStringList> entries = services().fileSystem->list(directory);
-    if (!entries || identifier.isNull())
-        return {};
-    for (const QString &entry : *entries) {
-        const QString path = directory + u'/' + entry;
-        const QFileInfo info(path);
-        if (!info.isDir() || info.isSymLink() || TXBundle(path).bundleIdentifier() != identifier)
-            continue;
-        const TXError unfit = tx::checkForSpecialFiles(path);
-        if (!unfit)
-            return path;
-        TXLog(TXLogLevelFailure, u"TXUpdate: %@ is not installed. %@"_s, {path, unfit.toString()});
-    }
-    return {};
+    return tx::findApplication(directory, forHost({})).path;
 }

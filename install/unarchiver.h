@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "install/unpackedapplication.h"
+
 #include <TarvixUpdate/TXError.h>
 
 #include <QString>
@@ -20,9 +22,14 @@ public:
     /// unknown; the handler is then called at once, on the caller's thread.
     using CompletionHandler = std::function<void(const QString &application, const TXError &error)>;
 
-    /// Returns at once. `progress` may be null.
+    /// A new version of the host. `build`: the announced one, for messages.
+    [[nodiscard]] static tx::WantedApplication forHost(const QString &build);
+
+    /// Returns at once. `progress` may be null. `wanted`: the application that is looked for, by default one
+    /// with the host's identifier.
     static void unarchive(const QString &archivePath, const ProgressHandler &progress,
-                          const CompletionHandler &completion);
+                          const CompletionHandler &completion,
+                          const tx::WantedApplication &wanted = forHost({}));
 
     /// Removes the quarantine mark from an entry and from everything below it.
     static void releaseFromQuarantine(const QString &path);
@@ -34,8 +41,12 @@ public:
     /// The shell command that unpacks an archive of that name; null for an unknown type.
     [[nodiscard]] static QString commandForFileName(const QString &fileName);
 
+    /// Why an archive of that name, which is of an unknown type, is not unpacked, and which ones are; in the
+    /// user's language.
+    [[nodiscard]] static QString reasonAgainstType(const QString &fileName);
+
     TXUpdateUnarchiver(const QString &archivePath, const ProgressHandler &progress,
-                       const CompletionHandler &completion);
+                       const CompletionHandler &completion, tx::WantedApplication wanted = forHost({}));
 
 private:
     void unarchiveWithPipingCommand(const QString &command);
@@ -46,4 +57,5 @@ private:
     const QString m_archivePath;
     const ProgressHandler m_progress;
     const CompletionHandler m_completion;
+    const tx::WantedApplication m_wanted;
 };

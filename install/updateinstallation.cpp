@@ -71,7 +71,8 @@ void UpdateInstallation::install_doUnarchive(TXUpdate &update) {
                 install_failed(*guard, error);
             else
                 install_doInstall(*guard, application);
-        });
+        },
+        TXUpdateUnarchiver::forHost(update.version()));
 }
 
 void UpdateInstallation::install_doInstall(TXUpdate &update, const QString &application) {
@@ -167,7 +168,10 @@ void UpdateInstallation::moveIntoDownloads(TXUpdate &update, const QString &appl
         install_failed(
             update,
             TXError(u"TXUpdate"_s, 0,
-                    localizedString(u"The application could not be installed automatically."_s), {},
+                    localizedString(u"The application could not be installed automatically."_s),
+                    application.isNull()
+                        ? TXUpdateUnarchiver::reasonAgainstType(QFileInfo(update.downloadPath()).fileName())
+                        : QString(),
                     localizedString(
                         u"To update, go to the website and download the latest version directly."_s)));
         return;
@@ -176,7 +180,10 @@ void UpdateInstallation::moveIntoDownloads(TXUpdate &update, const QString &appl
     (void)services().presentAlert(
         {localizedString(u"The new version is ready for you to install."_s),
          localizedString(u"The application could not be installed automatically. Instead, simply quit the "
-                         "application and replace the old version with the new one."_s),
+                         "application and replace the old version with the new one."_s) +
+             u"\n\n"_s +
+             localizedFormat(u"The new version is %@ in the folder %@."_s,
+                             {QFileInfo(target).fileName(), *downloads}),
          {localizedString(u"Show New Version"_s)}});
     (void)services().workspace->reveal(target);
     if (guard)

@@ -19,6 +19,7 @@ struct TaskRequest {
     std::optional<QStringList> environment; ///< "NAME=value"; absent: this process's own
     bool writesInput = false;               ///< Task::write feeds its standard input
     bool readsOutput = false;               ///< Task::read takes its standard output
+    bool keepsErrors = false;               ///< Task::errorText tells its standard error
     bool ownSession = false;                ///< the program outlives this process and its terminal
 };
 
@@ -40,6 +41,9 @@ public:
     virtual int wait() = 0;
     /// The same; absent when it runs for longer.
     virtual std::optional<int> waitWithin(std::chrono::milliseconds limit) = 0;
+    /// The end of what it wrote to its standard error, when it has ended: at most 1,000 bytes of it, without
+    /// white space around them. Empty unless the request kept it, and when it could not be kept.
+    [[nodiscard]] virtual QString errorText() { return {}; }
     /// Ends the process at once, and with one that has a session of its own everything in that. Thread: any,
     /// also while another one writes, reads or waits.
     virtual void kill() = 0;

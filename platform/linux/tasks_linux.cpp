@@ -7,6 +7,7 @@
 
 #include <QFile>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <fcntl.h>
@@ -14,6 +15,8 @@
 #include <poll.h>
 #include <pthread.h>
 #include <spawn.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <thread>
@@ -65,11 +68,13 @@ int waitFor(pid_t pid) {
 
 class NativeTask final : public Task {
 public:
-    NativeTask(pid_t pid, bool ownSession, posix::Descriptor input, posix::Descriptor output)
+    NativeTask(pid_t pid, bool ownSession, posix::Descriptor input, posix::Descriptor output,
+               posix::Descriptor errors)
         : m_pid(pid)
         , m_ownSession(ownSession)
         , m_input(std::move(input))
-        , m_output(std::move(output)) {}
+        , m_output(std::move(output))
+        , m_errors(std::move(errors)) {}
 
     ~NativeTask() override {
         m_input.reset();
@@ -137,6 +142,18 @@ public:
         return isReady(process.get(), limit) ? std::optional(wait()) : std::nullopt;
     }
 
+    QString errorText() override {
+        constexpr qint64 longest = 1000;
+        struct stat info {};
+        if (!m_errors.isOpen() || fstat(m_errors.get(), &info) != 0)
+            return {};
+        QByteArray text(std::min<qint64>(longest, info.st_size), Qt::Uninitialized);
+        const ssize_t n =
+            pread(m_errors.get(), text.data(), static_cast<size_t>(text.size()), info.st_size - text.size());
+        text.truncate(n > 0 ? n : 0);
+        return QString::fromLocal8Bit(text).trimmed();
+    }
+
     void kill() override {
         const std::lock_guard lock(m_collecting);
         if (!m_waited)
@@ -170,6 +187,7 @@ private:
     bool m_ownSession;
     posix::Descriptor m_input;
     posix::Descriptor m_output;
+    posix::Descriptor m_errors; ///< a file in memory: a pipe that is full would hold up the program
     std::mutex m_collecting;
     bool m_waited = false;
     int m_status = 0;
@@ -237,6 +255,7 @@ public:
         posix::Descriptor input(inputEnds[1]);
         posix::Descriptor output(outputEnds[0]);
         const posix::Descriptor childOutput(outputEnds[1]);
+        posix::Descriptor errors(request.keepsErrors ? memfd_create("errors", MFD_CLOEXEC) : -1);
 
         QList<QByteArray> words{QFile::encodeName(request.program)};
         for (const QString &argument : request.arguments)
@@ -252,13 +271,14 @@ public:
         SpawnSettings settings(request);
         settings.connect(STDIN_FILENO, childInput);
         settings.connect(STDOUT_FILENO, childOutput);
+        settings.connect(STDERR_FILENO, errors);
         pid_t pid = 0;
         const int number = settings.spawn(&pid, words.first().constData(), argv.data(),
                                           request.environment ? envp.data() : environ);
         if (number != 0)
             return posixError(number, u"Cannot start"_s, request.program);
         return std::unique_ptr<Task>(
-            new NativeTask(pid, request.ownSession, std::move(input), std::move(output)));
+            new NativeTask(pid, request.ownSession, std::move(input), std::move(output), std::move(errors)));
     }
 };
 

@@ -278,9 +278,11 @@ TEST_F(WithoutInstaller, NewVersionGoesIntoDownloadsAndTheUserIsTold) {
     EXPECT_EQ(tx::test::treeOf(target), tx::test::treeOf(path(u"staging/MyApp.app"_s)));
     ASSERT_EQ(alerts.size(), 1);
     EXPECT_EQ(alerts.first().message, u"The new version is ready for you to install."_s);
-    EXPECT_EQ(alerts.first().informative, u"The application could not be installed automatically. Instead, "
-                                          u"simply quit the application and replace "
-                                          "the old version with the new one."_s);
+    EXPECT_EQ(
+        alerts.first().informative,
+        u"The application could not be installed automatically. Instead, simply quit the application and "
+        "replace the old version with the new one.\n\nThe new version is MyApp 2.1.app in the folder %1."_s
+            .arg(*tx::downloadsDirectory()));
     EXPECT_EQ(alerts.first().buttons, QStringList{u"Show New Version"_s});
     EXPECT_EQ(workspace.revealed, QStringList{target});
     EXPECT_TRUE(exits.isEmpty());
@@ -341,7 +343,12 @@ TEST_F(Installing, UnknownArchiveTypeRunsIntoTheFallback) {
     tx::test::writeFile(cache + u"/MyApp.dmg"_s, "x");
     downloaded(cache + u"/MyApp.dmg"_s);
     installAndWait();
-    EXPECT_EQ(error.domain(), u"TXUpdate"_s);
+    EXPECT_EQ(
+        error,
+        TXError(u"TXUpdate"_s, 0, u"The application could not be installed automatically."_s,
+                u"The archive MyApp.dmg is of a type that cannot be unpacked. Archives of these types can "
+                "be: .zip, .tgz, .tar.gz, .tbz, .tar.bz, .tar."_s,
+                u"To update, go to the website and download the latest version directly."_s));
     EXPECT_TRUE(exits.isEmpty());
     EXPECT_TRUE(alerts.isEmpty());
 }

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
+#include "core/host_p.h"
 #include "install/unarchiver.h"
 #include "platform/filesystem.h"
+#include "platform/mainbundle.h"
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
 #include "tests/support/fakes.h"
@@ -30,6 +32,7 @@ protected:
     int progress = 0;
     int progressElsewhere = 0; ///< off the main thread
     bool onMain = false;
+    tx::WantedApplication wanted = TXUpdateUnarchiver::forHost({});
     tx::test::RecordingWorkspace workspace;
 
     Unarchiver() { QDir().mkpath(folder); }
@@ -60,10 +63,20 @@ protected:
                 error = e;
                 ++completions;
                 onMain = QThread::currentThread() == QCoreApplication::instance()->thread();
-            });
+            },
+            wanted);
         ASSERT_TRUE(waitUntil([this] { return completions > 0; }, 200000));
         tx::test::drainEvents();
         EXPECT_EQ(completions, 1);
+    }
+    /// Nothing was found that could be installed, and the reason says these things about it.
+    void expectMissing(const QStringList &parts) {
+        const QString reason = error.localizedFailureReason();
+        EXPECT_TRUE(reason.startsWith(u"Could not find the unarchived application. "_s))
+            << reason.toStdString();
+        for (const QString &part : parts)
+            EXPECT_TRUE(reason.contains(part)) << reason.toStdString() << "\nlacks: " << part.toStdString();
+        expectFailure(reason);
     }
     void expectFailure(const QString &reason) {
         EXPECT_TRUE(application.isNull());
@@ -121,6 +134,10 @@ TEST_F(Unarchiver, UnknownTypeIsReportedAtOnceWithNeitherApplicationNorError) {
     });
     EXPECT_TRUE(called) << "before the call returns";
     EXPECT_THAT(logLines(), testing::Contains(u"TXUpdate: Unarchiving could not happen. Unknown type."_s));
+    EXPECT_THAT(logLines(),
+                testing::Contains(u"TXUpdate: The archive a.dmg is of a type that cannot be unpacked. "
+                                  "Archives of these types can be: .zip, .tgz, .tar.gz, .tbz, "
+                                  ".tar.bz, .tar."_s));
 }
 
 TEST_F(Unarchiver, AbsentArchiveIsNamedAndRevealed) {
@@ -151,27 +168,114 @@ TEST_F(Unarchiver, CorruptArchiveLeavesNoApplication) {
             completions = 0;
             tx::test::writeFile(folder + u'/' + name, content);
             unarchive(folder + u'/' + name);
-            expectFailure(u"Could not find the unarchived application."_s);
+            expectMissing(
+                {u"Found: nothing. The archive is empty or damaged, or it is not of the type that its "
+                 "name says."_s});
         }
     }
+    // In the words of the program that unpacks it, which also go to the log.
+    expectMissing({u"The tool that unpacks it says: tar: "_s});
+    EXPECT_THAT(logLines(), testing::Contains(testing::Truly(
+                                [](const QString &line) { return line.startsWith(u"TXUpdate: tar: "_s); })));
 }
 
 TEST_F(Unarchiver, OtherProductAndNestedFolderAreNotTaken) {
+    const QString lookedFor =
+        u"Looked for: an application with the identifier org.example.Host, build ?, which "
+        "is not inside another folder (depth 0)."_s;
     unarchive(archive(ArchiveKind::Zip, newBuild(u"org.example.Other"_s)));
-    expectFailure(u"Could not find the unarchived application."_s);
+    expectMissing(
+        {lookedFor, u"Found: New.app with the identifier org.example.Other, build 2000, depth 0."_s});
+    QDir(folder).removeRecursively();
     auto nested = newBuild();
     for (ArchiveEntry &entry : nested)
         entry.name.prepend(u"Folder/"_s);
     completions = 0;
     unarchive(archive(ArchiveKind::Tgz, nested, u"Nested"_s));
-    expectFailure(u"Could not find the unarchived application."_s);
+    expectMissing(
+        {lookedFor, u"Found: Folder/New.app with the identifier org.example.Host, build 2000, depth 1."_s});
+}
+
+TEST_F(Unarchiver, WhatWasLookedForAndFoundIsNamed) {
+    struct Case {
+        const char *what;
+        std::function<void(const QString &)> make;
+        QStringList expected, absent;
+    };
+    const auto bundle = [](const QString &name, const QString &identifier, const QString &build) {
+        return [=](const QString &top) {
+            tx::test::makeBundle(top + u'/' + name, {.identifier = identifier, .build = build});
+        };
+    };
+    const Case cases[] = {
+        {"no application",
+         [](const QString &top) {
+             for (const QString &name : {u"README"_s, u"b"_s, u"c"_s, u"d"_s, u"e"_s, u"f"_s})
+                 tx::test::writeFile(top + u'/' + name, "x");
+         },
+         {u"Found: no application, but "_s, u"README"_s, u"; …."_s},
+         {u"App.tar"_s}},
+        {"three folders deep",
+         bundle(u"a/b/c/My App.app"_s, hostIdentifier, u"7"_s),
+         {u"Found: a/b/c/My App.app with the identifier org.example.Host, build 7, depth 3."_s},
+         {}},
+        {"four folders deep",
+         bundle(u"a/b/c/d/My App.app"_s, hostIdentifier, u"7"_s),
+         {u"Found: no application, but a."_s},
+         {}},
+        {"without identifier",
+         [](const QString &top) { tx::test::writeFile(top + u"/X.app/Contents/Info.plist"_s, "nonsense"); },
+         {u"Found: X.app with the identifier ?, build ?, depth 0."_s},
+         {}},
+        {"an application within one",
+         [&](const QString &top) {
+             bundle(u"Outer.app"_s, u"org.example.Outer"_s, u"1"_s)(top);
+             bundle(u"Outer.app/Contents/Inner.app"_s, hostIdentifier, u"2"_s)(top);
+         },
+         {u"Found: Outer.app with the identifier org.example.Outer, build 1, depth 0."_s},
+         {u"Inner.app"_s}},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.what);
+        QDir(folder).removeRecursively();
+        QDir(path(u"made"_s)).removeRecursively();
+        QDir().mkpath(folder);
+        // What earlier installations have left there is not out of the archive.
+        tx::test::makeBundle(folder + u"/TXUpdateInstaller.app"_s, {.identifier = u"org.example.Tool"_s});
+        c.make(path(u"made/top"_s));
+        QList<ArchiveEntry> entries = tx::test::entriesOf(path(u"made/top"_s));
+        entries.removeIf(
+            [](const ArchiveEntry &entry) { return entry.name == u"top"_s || entry.name == u"top/"_s; });
+        for (ArchiveEntry &entry : entries)
+            entry.name.remove(0, 4);
+        completions = 0;
+        wanted.build = u"2000"_s;
+        unarchive(archive(ArchiveKind::Tar, entries));
+        expectMissing(QStringList{u"Looked for: an application with the identifier org.example.Host, build "
+                                  "2000, which"_s} +
+                      c.expected);
+        for (const QString &part : c.absent + QStringList{u"TXUpdateInstaller"_s})
+            EXPECT_FALSE(error.localizedFailureReason().contains(part));
+    }
+}
+
+TEST_F(Unarchiver, HostWithoutIdentifierIsToldWhatToAdd) {
+    const QString bundle = path(u"Bare.app"_s);
+    tx::test::writeFile(bundle + u"/Contents/Linux/Program"_s, "x");
+    tx::setMainBundle(TXBundle(bundle));
+    tx::resetHost();
+    wanted = TXUpdateUnarchiver::forHost({});
+    unarchive(archive(ArchiveKind::Zip, newBuild()));
+    expectMissing({u"This application has no identifier by which a new version could be recognized. The file "
+                   "%1/Contents/Info.plist does not exist or cannot be read. Add the file with the keys "
+                   "CFBundleIdentifier and CFBundleVersion to the application."_s.arg(bundle)});
 }
 
 TEST_F(Unarchiver, LinkToAnApplicationIsNotTaken) {
     tx::test::makeBundle(path(u"outside/Real.app"_s), {});
     unarchive(archive(ArchiveKind::Tar, {{u"A.app"_s, ArchiveEntry::SymbolicLink,
                                           path(u"outside/Real.app"_s).toUtf8(), 0777}}));
-    expectFailure(u"Could not find the unarchived application."_s);
+    expectMissing({u"Found: nothing."_s, u"The tool that unpacks it says: tar: A.app: "_s});
 }
 
 TEST_F(Unarchiver, EntriesThatWouldLeaveTheFolderDoNot) {
@@ -194,7 +298,9 @@ TEST_F(Unarchiver, ApplicationWithASpecialFileIsNotTaken) {
     entries.append({u"New.app/Contents/pipe"_s, ArchiveEntry::Fifo, {}, 0644});
     entries.append({u"New.app/Contents/null"_s, ArchiveEntry::CharacterDevice, {}, 0666});
     unarchive(archive(ArchiveKind::Tgz, entries));
-    expectFailure(u"Could not find the unarchived application."_s);
+    expectMissing(
+        {u"The tool that unpacks it says: tar: New.app/Contents/pipe: is no file that an application "
+         "may hold"_s});
     // Nor is one that came there by another way.
     tx::test::makeBundle(path(u"found/Other.app"_s), {});
     ASSERT_EQ(mkfifo(QFile::encodeName(path(u"found/Other.app/Contents/pipe"_s)).constData(), 0600), 0);

@@ -241,6 +241,44 @@ TEST_F(Desktop, RevealFallsBackToTheFolderWithoutAFileManager) {
     EXPECT_EQ(tx::test::runProcess(helper, {}).status, 64);
 }
 
+TEST_F(Desktop, RevealOpensTheFolderWithoutXdgUtils) {
+    const QString helper = QStringLiteral(TEST_RESOURCES) + u"/TXUpdateReveal"_s;
+    const QByteArray folder = path(u"a folder"_s).toUtf8();
+    const auto runWith = [&](const QString &tools) {
+        return tx::test::runProcess(
+            helper, {path(u"a folder/file"_s)}, {},
+            {u"PATH="_s + tools, u"DBUS_SESSION_BUS_ADDRESS=unix:path=/nonexistent/bus"_s});
+    };
+    for (const QString &program :
+         {u"gio"_s, u"kde-open"_s, u"kde-open5"_s, u"exo-open"_s, u"nautilus"_s, u"dolphin"_s, u"thunar"_s,
+          u"nemo"_s, u"caja"_s, u"pcmanfm-qt"_s, u"pcmanfm"_s, u"io.elementary.files"_s}) {
+        SCOPED_TRACE(program.toStdString());
+        const QString tools = path(u"bin-"_s + program);
+        const QString opened = path(u"opened-by-"_s + program);
+        // In place with one rename: some of these are not waited for.
+        tx::test::writeFile(tools + u'/' + program,
+                            "#!/bin/sh\nPATH=/usr/bin:/bin\nprintf '%s|' \"$@\" > '" + opened.toUtf8() +
+                                ".new'\nmv '" + opened.toUtf8() + ".new' '" + opened.toUtf8() + "'\n",
+                            QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        EXPECT_EQ(runWith(tools).status, 0);
+        ASSERT_TRUE(tx::test::waitUntil([&] { return QFileInfo::exists(opened); }));
+        EXPECT_EQ(tx::test::readFile(opened), (program == u"gio" ? "open|" : "") + folder + '|');
+    }
+    const auto without = runWith(path(u"none"_s));
+    EXPECT_EQ(without.status, 1);
+    EXPECT_THAT(without.errors.toStdString(), testing::HasSubstr("Look into " + folder.toStdString()));
+}
+
+TEST_F(Desktop, RevealAsksThePortalWithoutAFileManager) {
+    tx::test::writeFile(path(u"a folder/file"_s), "x");
+    const auto result = tx::test::runProcess(
+        u"dbus-run-session"_s,
+        {u"--"_s, QStringLiteral(TEST_HELPERS) + u"/file_manager"_s, u"--portal"_s,
+         QStringLiteral(TEST_RESOURCES) + u"/TXUpdateReveal"_s, path(u"a folder/file"_s)});
+    EXPECT_EQ(result.status, 0) << result.errors.constData();
+    EXPECT_EQ(result.output.trimmed(), QFileInfo(path(u"a folder/file"_s)).canonicalFilePath().toUtf8());
+}
+
 TEST_F(Desktop, RevealAsksTheFileManager) {
     // A bus of the test's own, on which a helper plays the file manager.
     const auto result = tx::test::runProcess(u"dbus-run-session"_s,

@@ -63,6 +63,27 @@ TEST(Tasks, StatusIsTheExitCodeOrTheSignal) {
     EXPECT_EQ(status, 128 + 9);
 }
 
+TEST(Tasks, EndOfTheStandardErrorIsKeptWhenAskedForAndNeverHoldsUpTheProgram) {
+    tx::TaskRequest request{
+        .program = u"sh"_s,
+        .arguments = {u"-c"_s, u"head -c 1000000 /dev/zero | tr '\\0' x >&2; echo ' the end ' >&2"_s},
+        .keepsErrors = true};
+    auto task = tx::nativeTasks().start(request);
+    ASSERT_TRUE(bool(task));
+    EXPECT_EQ((*task)->wait(), 0);
+    const QString kept = (*task)->errorText();
+    EXPECT_TRUE(kept.endsWith(u"xx the end"_s)) << kept.right(20).toStdString();
+    EXPECT_EQ(kept.size(), 1000 - 2) << "without the white space at the end";
+    request.arguments[1] = u"true"_s;
+    task = tx::nativeTasks().start(request);
+    (*task)->wait();
+    EXPECT_TRUE((*task)->errorText().isEmpty());
+    request.keepsErrors = false;
+    task = tx::nativeTasks().start(request);
+    (*task)->wait();
+    EXPECT_TRUE((*task)->errorText().isEmpty());
+}
+
 TEST(Tasks, MissingProgramIsAnErrorThatNamesIt) {
     const auto task = tx::nativeTasks().start({.program = u"/no/such/program"_s});
     ASSERT_FALSE(bool(task));
