@@ -28,28 +28,25 @@ QWidget *makeOwnWidget(const QString &className, QWidget *parent) {
     return nullptr;
 }
 
-/// The reader of interface files is a module of its own, as it loads libraries that a host without an open
-/// panel has no use for.
-InterfaceLoader loader() {
-    static const auto resolved = [] {
-        QLibrary module(frameworkResourcesPath() + u"/TXUpdateInterface.so"_s);
-        module.setLoadHints(QLibrary::PreventUnloadHint);
-        const auto function = reinterpret_cast<InterfaceLoader>(module.resolve("txLoadInterface"));
-        if (!function)
-            TXLog(TXLogLevelFailure, u"TXUpdate: %@"_s, {module.errorString()});
-        return function;
-    }();
-    return resolved;
-}
-
 } // namespace
 
+QFunctionPointer interfaceFunction(const char *name) {
+    // A module of its own, as it loads libraries that a host without an open panel has no use for.
+    static auto &module = *new QLibrary(frameworkResourcesPath() + u"/TXUpdateInterface.so"_s);
+    module.setLoadHints(QLibrary::PreventUnloadHint);
+    const QFunctionPointer function = module.resolve(name);
+    if (!function)
+        TXLog(TXLogLevelFailure, u"TXUpdate: %@"_s, {module.errorString()});
+    return function;
+}
+
 std::unique_ptr<QWidget> loadInterface(const QString &name) {
-    if (!loader())
+    static const auto load = reinterpret_cast<InterfaceLoader>(interfaceFunction("txLoadInterface"));
+    if (!load)
         return nullptr;
     const QString path = services().resourcesPath() + u'/' + name + u".ui"_s;
     QString reason;
-    std::unique_ptr<QWidget> root(loader()(path, makeOwnWidget, &reason));
+    std::unique_ptr<QWidget> root(load(path, makeOwnWidget, &reason));
     if (!root)
         TXLog(TXLogLevelStep, u"TXUpdate: %@: %@"_s, {path, reason});
     return root;

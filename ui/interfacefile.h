@@ -16,6 +16,10 @@ public:
         : std::runtime_error(what.toStdString()) {}
 };
 
+/// A function of the module TXUpdateInterface, as ui/interfaceloader.h has them; null, with a line in the
+/// log, where the module is not there. Thread: main.
+[[nodiscard]] QFunctionPointer interfaceFunction(const char *name);
+
 /// Makes the widgets of the interface file `name` of the framework's resources. Null when it is missing or
 /// broken. Thread: main.
 [[nodiscard]] std::unique_ptr<QWidget> loadInterface(const QString &name);
@@ -27,6 +31,16 @@ void connectOutlet(T *&outlet, const QWidget *root, const QString &name) {
                                         : root->findChild<T *>(name);
     if (!outlet)
         throw InterfaceMismatch(QStringLiteral("The interface file has no %1").arg(name));
+}
+
+/// The same, but an interface file without an object of that name leaves the outlet empty.
+template <typename T>
+void connectOutletIfThere(T *&outlet, const QWidget *root, const QString &name) {
+    const bool isThere = root->objectName() == name || root->findChild<QObject *>(name);
+    if (isThere)
+        connectOutlet(outlet, root, name);
+    else
+        outlet = nullptr;
 }
 
 } // namespace tx

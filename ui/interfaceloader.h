@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+class QDate;
 class QString;
 class QWidget;
+class QWindow;
 
 namespace tx {
 
@@ -12,5 +14,13 @@ using WidgetFactory = QWidget *(*)(const QString &className, QWidget *parent);
 /// What the module TXUpdateInterface exports under the name "txLoadInterface": the widgets of an interface
 /// file, or null and a reason.
 using InterfaceLoader = QWidget *(*)(const QString &path, WidgetFactory factory, QString *reason);
+
+/// "txMediumDate": the date in the middle length of a locale, which is given by its BCP 47 tag; null when
+/// there is no such form.
+using DateFormatter = QString (*)(const QString &localeTag, const QDate &date);
+
+/// "txTellTransientParent": tells the desktop of a transient parent that was set after the window was shown.
+/// False where it has to be hidden and shown again for that.
+using TransientParentTeller = bool (*)(QWindow *window);
 
 } // namespace tx

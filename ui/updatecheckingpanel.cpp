@@ -36,8 +36,9 @@ bool TXUpdateCheckingPanelContentView::event(QEvent *event) {
 
 std::unique_ptr<TXUpdateCheckingPanel> TXUpdateCheckingPanel::updateCheckingPanel() {
     std::unique_ptr<TXUpdateCheckingPanel> panel(new TXUpdateCheckingPanel);
+    bool isLoaded = false;
     try {
-        panel->load();
+        isLoaded = panel->load();
     } catch (const std::exception &exception) {
         const QString what = QString::fromUtf8(exception.what());
         TXLog(TXLogLevelFailure,
@@ -53,7 +54,7 @@ std::unique_ptr<TXUpdateCheckingPanel> TXUpdateCheckingPanel::updateCheckingPane
         tx::services().exitProcess(0);
         return nullptr;
     }
-    if (!panel->theContentView) {
+    if (!isLoaded) {
         TXLog(TXLogLevelFailure, u"Could not load TXUpdateCheckingPanel nib"_s);
         return nullptr;
     }
@@ -63,46 +64,61 @@ std::unique_ptr<TXUpdateCheckingPanel> TXUpdateCheckingPanel::updateCheckingPane
 TXUpdateCheckingPanel::TXUpdateCheckingPanel() = default;
 TXUpdateCheckingPanel::~TXUpdateCheckingPanel() { cancel(); }
 
-void TXUpdateCheckingPanel::load() {
+bool TXUpdateCheckingPanel::load() {
     std::unique_ptr<QWidget> root = tx::loadInterface(u"TXUpdateCheckingPanel"_s);
     if (!root)
-        return;
-    tx::connectOutlet(titleField, root.get(), u"titleField"_s);
-    tx::connectOutlet(messageField, root.get(), u"messageField"_s);
-    tx::connectOutlet(button, root.get(), u"button"_s);
-    tx::connectOutlet(progressIndicator, root.get(), u"progressIndicator"_s);
-    tx::connectOutlet(theContentView, root.get(), u"theContentView"_s);
+        return false;
+    tx::connectOutletIfThere(titleField, root.get(), u"titleField"_s);
+    tx::connectOutletIfThere(messageField, root.get(), u"messageField"_s);
+    tx::connectOutletIfThere(button, root.get(), u"button"_s);
+    tx::connectOutletIfThere(progressIndicator, root.get(), u"progressIndicator"_s);
+    tx::connectOutletIfThere(theContentView, root.get(), u"theContentView"_s);
 
     setWindowTitle({});
     tx::makeAlertPanel(this);
     tx::applyDirection(this);
     auto *layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
-    layout->addWidget(root.release());
-    connect(button, &QPushButton::clicked, this, &TXUpdateCheckingPanel::cancel);
-    resize(theContentView->size());
-    setMinimumSize(size());
+    const QSize contentSize = theContentView ? theContentView->size() : QSize(0, 0);
+    if (theContentView)
+        layout->addWidget(theContentView);
+    if (root.get() == theContentView)
+        (void)root.release(); // the layout's
+    else
+        mTopLevelObjectsInNib = std::move(root);
+    if (button)
+        connect(button, &QPushButton::clicked, this, &TXUpdateCheckingPanel::cancel);
+    resize(contentSize);
+    setMinimumSize(contentSize);
     didChangeEffectiveAppearance();
+    return true;
 }
 
 void TXUpdateCheckingPanel::didChangeEffectiveAppearance() { tx::applyAppearance(this); }
 
 int TXUpdateCheckingPanel::runModal() {
     const QString title = tx::localizedString(u"Checking for update\u2026"_s);
-    titleField->setText(title);
+    if (titleField)
+        titleField->setText(title);
     setAccessibleName(title);
-    tx::setButtonTitle(button, tx::localizedString(u"Cancel"_s));
-    button->setDefault(false);
-    button->setAutoDefault(false);
-    messageField->hide();
-    progressIndicator->setRange(0, 0);
-    progressIndicator->setAccessibleName(title);
-    progressIndicator->show();
+    if (button) {
+        tx::setButtonTitle(button, tx::localizedString(u"Cancel"_s));
+        button->setDefault(false);
+        button->setAutoDefault(false);
+    }
+    if (messageField)
+        messageField->hide();
+    if (progressIndicator) {
+        progressIndicator->setRange(0, 0);
+        progressIndicator->setAccessibleName(title);
+        progressIndicator->show();
+    }
     _running = true;
     tx::centerWindow(this);
     const int code = tx::runModalForWindow(this);
     _running = false; // also when the application quits
-    progressIndicator->setRange(0, 1);
+    if (progressIndicator)
+        progressIndicator->setRange(0, 1);
     return code;
 }
 
@@ -124,17 +140,28 @@ void TXUpdateCheckingPanel::cancel() {
 
 void TXUpdateCheckingPanel::showUpToDate() {
     const QString name = QGuiApplication::applicationDisplayName();
-    titleField->setText(tx::localizedFormat(u"%@ is up to date."_s, {name}));
-    messageField->setText(tx::localizedFormat(u"You are running the latest version of %@."_s, {name}));
-    setAccessibleName(titleField->text());
-    messageField->show();
-    tx::setButtonTitle(button, tx::localizedString(u"OK"_s));
-    button->setDefault(true);
-    button->setFocus();
-    progressIndicator->hide();
-    progressIndicator->setRange(0, 1); // an endless one keeps moving
+    const QString title = tx::localizedFormat(u"%@ is up to date."_s, {name});
+    if (titleField)
+        titleField->setText(title);
+    setAccessibleName(title);
+    if (messageField) {
+        messageField->setText(tx::localizedFormat(u"You are running the latest version of %@."_s, {name}));
+        messageField->show();
+    }
+    if (button) {
+        tx::setButtonTitle(button, tx::localizedString(u"OK"_s));
+        button->setDefault(true);
+        button->setFocus();
+    }
+    if (progressIndicator) {
+        progressIndicator->hide();
+        progressIndicator->setRange(0, 1); // an endless one keeps moving
+    }
+    if (!theContentView)
+        return;
     // A long name or language takes more lines.
-    theContentView->layout()->activate();
+    if (theContentView->layout())
+        theContentView->layout()->activate();
     resize(width(), std::max(height(), layout()->totalHeightForWidth(width())));
 }
 

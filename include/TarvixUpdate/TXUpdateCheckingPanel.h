@@ -28,8 +28,9 @@ protected:
 class TX_EXPORT TXUpdateCheckingPanel final : public QDialog {
     Q_OBJECT
 public:
-    /// Null, with a line in the log, when the interface file cannot be loaded. An interface file that does
-    /// not belong to this framework ends the application, after telling the user to move it.
+    /// Null, with a line in the log, when the interface file cannot be loaded. A part that the file does not
+    /// have is left out. When loading it throws - a part is of another kind, for example - the application
+    /// ends, after telling the user to move it.
     static std::unique_ptr<TXUpdateCheckingPanel> updateCheckingPanel();
     ~TXUpdateCheckingPanel() override;
 
@@ -51,8 +52,9 @@ protected:
 
 private:
     TXUpdateCheckingPanel();
-    void load();
+    bool load();
 
+    std::unique_ptr<QWidget> mTopLevelObjectsInNib; ///< what is not shown in the panel
     QWidget *theContentView = nullptr;
     QLabel *titleField = nullptr;
     QLabel *messageField = nullptr;

@@ -152,26 +152,106 @@ TEST_F(CheckingPanel, MissingOrBrokenInterfaceFileMakesNoPanel) {
     EXPECT_TRUE(exits.isEmpty());
 }
 
-TEST_F(CheckingPanel, InterfaceOfAnotherVersionEndsTheApplication) {
-    replaceResource(u"TXUpdateCheckingPanel.ui"_s,
-                    "<ui version=\"4.0\"><class>x</class><widget class=\"QWidget\" name=\"x\"/></ui>");
-    EXPECT_FALSE(TXUpdateCheckingPanel::updateCheckingPanel());
-    EXPECT_EQ(logLines().last(),
-              u"Could not load TXUpdateCheckingPanel nib because it threw the exception: The "
-              "interface file has no titleField"_s);
-    ASSERT_EQ(alerts.size(), 1);
-    EXPECT_EQ(alerts[0].message,
-              u"A problem in %1 was encountered which requires you to move this application."_s.arg(
-                  tx::operatingSystemName()))
-        << "the system that runs";
-    EXPECT_EQ(alerts[0].informative,
-              u"Quit the application and move it into your Applications folder before relaunching."_s);
-    EXPECT_EQ(exits, QList<int>{0});
-    ASSERT_EQ(errors.size(), 1);
-    EXPECT_EQ(errors[0].domain(), u"TXUpdate"_s);
-    EXPECT_EQ(errors[0].code(), -999);
-    EXPECT_EQ(errors[0].userInfo()[u"email"_s], QVariant(u"YES"_s));
-    EXPECT_EQ(errors[0].userInfo()[u"exception"_s], QVariant(u"The interface file has no titleField"_s));
+/// An interface file with these parts alone.
+QByteArray interfaceWith(const QStringList &parts) {
+    const auto part = [&](const QString &name, const QString &kind) {
+        return parts.contains(name)
+                   ? u"<item><widget class=\"%1\" name=\"%2\"/></item>"_s.arg(kind, name).toUtf8()
+                   : QByteArray();
+    };
+    const bool hasContent = parts.contains(u"theContentView"_s);
+    return R"(<ui version="4.0"><class>x</class><widget class="QWidget" name=")" +
+           QByteArray(hasContent ? "theContentView" : "other") +
+           R"("><property name="geometry"><rect><x>0</x><y>0</y><width>300</width><height>90</height></rect>)"
+           R"(</property><layout class="QVBoxLayout" name="l">)" +
+           part(u"titleField"_s, u"QLabel"_s) + part(u"messageField"_s, u"QLabel"_s) +
+           part(u"button"_s, u"QPushButton"_s) + part(u"progressIndicator"_s, u"QProgressBar"_s) +
+           "</layout></widget></ui>";
+}
+
+TEST_F(CheckingPanel, PartThatTheInterfaceFileLacksIsLeftOut) {
+    const QStringList all{u"theContentView"_s, u"titleField"_s, u"messageField"_s, u"button"_s,
+                          u"progressIndicator"_s};
+    QList<QStringList> cases{{}};
+    for (const QString &missing : all) {
+        cases << all;
+        cases.last().removeAll(missing);
+    }
+    for (const QStringList &parts : cases) {
+        const std::string what = parts.join(u' ').toStdString();
+        replaceResource(u"TXUpdateCheckingPanel.ui"_s, interfaceWith(parts));
+        panel = TXUpdateCheckingPanel::updateCheckingPanel();
+        ASSERT_TRUE(panel) << what;
+        const auto isShown = [&](const char *name) {
+            const auto *widget = outlet<QWidget>(panel.get(), name);
+            return widget && widget->isVisible();
+        };
+        const bool hasContent = parts.contains(u"theContentView"_s);
+        EXPECT_EQ(panel->minimumSize(), hasContent ? QSize(300, 90) : QSize(0, 0)) << what;
+        inModalSession([&] {
+            EXPECT_TRUE(panel->isVisible()) << what;
+            EXPECT_EQ(isShown("titleField"), hasContent && parts.contains(u"titleField"_s)) << what;
+            EXPECT_EQ(isShown("progressIndicator"), hasContent && parts.contains(u"progressIndicator"_s))
+                << what;
+            EXPECT_EQ(panel->accessibleName(), u"Checking for update\u2026"_s);
+            panel->showUpToDate();
+            EXPECT_EQ(isShown("messageField"), hasContent && parts.contains(u"messageField"_s)) << what;
+            EXPECT_FALSE(isShown("progressIndicator")) << what;
+            EXPECT_EQ(panel->accessibleName(), u"Running Name is up to date."_s);
+            EXPECT_TRUE(tx::isModalWindow(panel.get())) << what;
+            QTest::keyClick(panel.get(), Qt::Key_Escape);
+        });
+        EXPECT_EQ(panel->runModal(), 0) << what;
+    }
+    EXPECT_TRUE(exits.isEmpty());
+    EXPECT_TRUE(errors.isEmpty());
+}
+
+TEST_F(CheckingPanel, LoadingThatThrowsEndsTheApplication) {
+    struct Case {
+        std::function<void()> arrange;
+        QString reason;
+    };
+    const Case cases[] = {
+        {[this] {
+             replaceResource(u"TXUpdateCheckingPanel.ui"_s,
+                             interfaceWith({u"titleField"_s}).replace("QLabel", "QPushButton"));
+         },
+         u"The interface file has no titleField"_s},
+        {[] {
+             // Until the words for the user are looked up.
+             tx::services().resourcesPath = [calls = 0]() mutable {
+                 if (calls++ == 0)
+                     throw std::runtime_error("no resources");
+                 return QStringLiteral(TEST_RESOURCES);
+             };
+         },
+         u"no resources"_s},
+    };
+    for (const Case &c : cases) {
+        errors.clear();
+        alerts.clear();
+        exits.clear();
+        const auto before = tx::services().resourcesPath;
+        c.arrange();
+        EXPECT_FALSE(TXUpdateCheckingPanel::updateCheckingPanel());
+        tx::services().resourcesPath = before;
+        EXPECT_TRUE(logLines().contains(
+            u"Could not load TXUpdateCheckingPanel nib because it threw the exception: "_s + c.reason));
+        ASSERT_EQ(alerts.size(), 1);
+        EXPECT_EQ(alerts[0].message,
+                  u"A problem in %1 was encountered which requires you to move this application."_s.arg(
+                      tx::operatingSystemName()))
+            << "the system that runs";
+        EXPECT_EQ(alerts[0].informative,
+                  u"Quit the application and move it into your Applications folder before relaunching."_s);
+        EXPECT_EQ(exits, QList<int>{0});
+        ASSERT_EQ(errors.size(), 1);
+        EXPECT_EQ(errors[0].domain(), u"TXUpdate"_s);
+        EXPECT_EQ(errors[0].code(), -999);
+        EXPECT_EQ(errors[0].userInfo()[u"email"_s], QVariant(u"YES"_s));
+        EXPECT_EQ(errors[0].userInfo()[u"exception"_s], QVariant(c.reason));
+    }
 }
 
 } // namespace

@@ -81,6 +81,7 @@ protected:
             if (entry != name)
                 QFile::link(QStringLiteral(TEST_RESOURCES) + u'/' + entry, copy + u'/' + entry);
         }
+        QFile::remove(copy + u'/' + name); // a link of an earlier call, through which it would be written
         if (!content.isEmpty())
             writeFile(copy + u'/' + name, content);
         services().resourcesPath = [copy] { return copy; };
