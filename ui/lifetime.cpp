@@ -5,6 +5,7 @@
 
 #include <QCoreApplication>
 #include <QPointer>
+#include <QThread>
 
 #include <utility>
 #include <vector>
@@ -33,9 +34,8 @@ struct QuitSteps {
         QCoreApplication *application = QCoreApplication::instance();
         if (!application)
             return;
-        // An application that never runs its event loop does not announce its end, and another slot of
-        // aboutToQuit may make new windows. The routine that was added last runs first: before the web
-        // engine's own, as a page must go before the engine.
+        // An application that never runs its event loop does not announce its end. The routine that was added
+        // last runs first.
         qRemovePostRoutine(runAll);
         qAddPostRoutine(runAll);
         if (watched == application)
@@ -55,6 +55,27 @@ struct QuitSteps {
         }
     }
 };
+
+/// Slots of aboutToQuit may make windows with pages, which have to go before the application object: what
+/// their libraries registered for its end runs before what we registered. Objects that are deleted later go
+/// when all these slots have run, or earlier, in a loop that one of them runs: then this is tried once more.
+void runAfterAboutToQuit() {
+    auto *last = new QObject;
+    QObject::connect(last, &QObject::destroyed, last, [] {
+        if (QThread::currentThread()->loopLevel() > 0)
+            runAfterAboutToQuit();
+        else
+            QuitSteps::runAll();
+    });
+    last->deleteLater();
+}
+
+/// Every application object has this connection, before a window is made: the first one may be made late.
+void watchApplication() {
+    QCoreApplication *application = QCoreApplication::instance();
+    QObject::connect(application, &QCoreApplication::aboutToQuit, application, runAfterAboutToQuit);
+}
+Q_COREAPP_STARTUP_FUNCTION(watchApplication)
 
 } // namespace
 

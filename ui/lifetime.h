@@ -8,10 +8,10 @@ class QObject;
 
 namespace tx {
 
-/// Runs `work` once when the application quits (QCoreApplication::aboutToQuit), at the latest when the
-/// application object is destroyed, and not at all if `context` is destroyed first. Windows and web pages do
-/// not survive the application object: whatever holds one lets go of it here. Call it when a page has been
-/// made, so that the page goes before the web engine. Thread: main.
+/// Runs `work` once when the application quits (QCoreApplication::aboutToQuit, or after all slots of that
+/// when one of them makes a window), at the latest when the application object is destroyed, and not at all
+/// if `context` is destroyed first. Windows and web pages do not survive the application object: whatever
+/// holds one lets go of it here. Thread: main.
 void whenApplicationQuits(QObject *context, std::function<void()> work);
 
 /// Keeps an object until the event loop's next turn, at the latest until the application quits: for an object

@@ -6,6 +6,9 @@
 //   closing                as window; it is closed in the event loop's last turn
 //   controller             the standard controller's panel, and the controller is never destroyed
 //   post                   a post window
+//   late, latepost         as window; another panel, or a post window, is opened while the application quits
+//   first                  a panel is opened for the first time while the application quits
+//   after                  as window; another panel is opened once the event loop has ended
 
 #include "platform/services.h"
 
@@ -64,6 +67,10 @@ void showPost(const QUrl &page) {
 
 std::shared_ptr<TXUpdatePanel> keptPanel;
 
+void showPanel(const QUrl &notes) {
+    panelWithNotes(notes)->showWindow([](int) { say("panel closed"); });
+}
+
 void show(const QString &what, const QUrl &notes, QWidget &window) {
     if (what == u"sheet") {
         panelWithNotes(notes)->beginSheetModalForWindow(&window, [](int) { say("panel closed"); });
@@ -77,7 +84,18 @@ void show(const QString &what, const QUrl &notes, QWidget &window) {
     } else if (what == u"post") {
         showPost(notes);
         say("post closed");
-    } else {
+    } else if (what == u"late" || what == u"latepost") {
+        showPanel(notes);
+        // The framework has its slot already: this one runs after it.
+        QObject::connect(QCoreApplication::instance(), &QCoreApplication::aboutToQuit, &window,
+                         [notes, isPost = what == u"latepost"] {
+                             if (isPost)
+                                 showPost(notes.resolved(QUrl(u"/closing.html"_s)));
+                             else
+                                 showPanel(notes);
+                             say("opened late");
+                         });
+    } else if (what != u"first") {
         const auto panel = panelWithNotes(notes);
         panel->showWindow([](int) { say("panel closed"); });
         if (what == u"kept")
@@ -121,8 +139,18 @@ int main(int argc, char **argv) {
             else
                 QCoreApplication::quit();
         });
-        QTimer::singleShot(0, &window, [&] { show(what, notes, window); });
+        QTimer::singleShot(0, &window, [&] {
+            say("running");
+            show(what, notes, window);
+        });
+        if (what == u"first")
+            QObject::connect(&application, &QCoreApplication::aboutToQuit, &window, [notes] {
+                showPanel(notes);
+                say("opened late");
+            });
         status = QApplication::exec();
+        if (what == u"after")
+            showPanel(notes);
         int left = 0;
         for (const QWidget *widget : QApplication::allWidgets()) {
             const bool isPanel = qobject_cast<const TXUpdatePanel *>(widget) && widget != keptPanel.get();

@@ -5,7 +5,9 @@
 
 #include <QProcess>
 
+#include <algorithm>
 #include <csignal>
+#include <string_view>
 
 using namespace Qt::StringLiterals;
 using tx::test::FeedServer;
@@ -25,6 +27,9 @@ protected:
             // The picture is asked for when the page is shown.
             if (request.path() == "/notes.html")
                 return HttpReply::file("<h1>Notes</h1><img src='/shown.png'>", "text/html");
+            if (request.path() == "/closing.html")
+                return HttpReply::file(
+                    "<script>webkit.messageHandlers.closeWindow.postMessage('read')</script>", "text/html");
             return HttpReply{.status = 404};
         });
     }
@@ -47,13 +52,12 @@ protected:
                    {QString::fromLatin1(what), server.url(u"/notes.html"_s)});
         ASSERT_TRUE(host.waitForStarted());
     }
-    void expectOrdinaryEnd() {
+    void expectOrdinaryEnd(const char *lastWords = "windows left: 0\nended\n") {
         ASSERT_TRUE(waitUntil([this] { return host.state() == QProcess::NotRunning; })) << "it does not end";
         const QByteArray errors = host.readAllStandardError();
         EXPECT_EQ(host.exitStatus(), QProcess::NormalExit) << errors.constData();
         EXPECT_EQ(host.exitCode(), 0) << errors.constData();
-        EXPECT_THAT(host.readAllStandardOutput().toStdString(),
-                    testing::EndsWith("windows left: 0\nended\n"));
+        EXPECT_THAT(host.readAllStandardOutput().toStdString(), testing::EndsWith(lastWords));
     }
     void signalHost(int number) const { ::kill(static_cast<pid_t>(host.processId()), number); }
 };
@@ -75,5 +79,31 @@ TEST_P(Quitting, FrameworksWindowDoesNotKeepTheProcessWhenTheMainWindowCloses) {
 INSTANTIATE_TEST_SUITE_P(Windows, Quitting,
                          testing::Values("window", "sheet", "modal", "kept", "closing", "controller", "post"),
                          [](const auto &shown) { return std::string(shown.param); });
+
+/// A page that is opened when the application has begun to quit goes with the application object.
+class QuittingLate : public Quitting {};
+
+TEST_P(QuittingLate, EndsInTheOrdinaryWayWithAPageThatIsOpenedMeanwhile) {
+    start(GetParam());
+    ASSERT_TRUE(waitUntil([this] { return host.canReadLine() || host.state() == QProcess::NotRunning; }));
+    EXPECT_EQ(host.readLine(), QByteArray("running\n"));
+    ASSERT_TRUE(std::string_view(GetParam()) == "first" || pageIsShown());
+    signalHost(SIGTERM);
+    expectOrdinaryEnd(std::string_view(GetParam()) == "after" ? "ended\npanel closed\n"
+                                                              : "windows left: 0\nended\n");
+}
+
+INSTANTIATE_TEST_SUITE_P(Windows, QuittingLate, testing::Values("late", "first", "after"),
+                         [](const auto &shown) { return std::string(shown.param); });
+
+TEST_F(QuittingLate, PostIsReadInItsWindowWhileTheApplicationQuits) {
+    start("latepost");
+    ASSERT_TRUE(pageIsShown());
+    signalHost(SIGTERM);
+    expectOrdinaryEnd("opened late\nwindows left: 0\nended\n");
+    const auto requests = server.requests();
+    EXPECT_TRUE(std::any_of(requests.begin(), requests.end(),
+                            [](const HttpRequest &request) { return request.path() == "/closing.html"; }));
+}
 
 } // namespace
