@@ -27,4 +27,8 @@ Result<QString> downloadsDirectory();
 /// The language code of the current locale, such as "en".
 [[nodiscard]] QString localeLanguageCode();
 
+/// The BCP 47 tag of the locale in which the user reads dates: what the application has set, else the user's
+/// choice for dates.
+[[nodiscard]] QString dateLocaleTag();
+
 } // namespace tx

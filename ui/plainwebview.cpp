@@ -59,6 +59,8 @@ public:
                                                m_browser->setHtml(QString::fromUtf8(body));
                                            if (m_client.loadFinished)
                                                m_client.loadFinished(ok);
+                                           if (!ok && m_client.loadFailed)
+                                               m_client.loadFailed();
                                        });
                                    });
     }

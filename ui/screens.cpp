@@ -6,6 +6,8 @@
 
 #include <QGuiApplication>
 #include <QScreen>
+#include <QStyle>
+#include <QWidget>
 
 #include <memory>
 
@@ -20,6 +22,20 @@ QList<ScreenInfo> screensOfDesktop() {
             result->append({screen->geometry().size(), screen->devicePixelRatio()});
     });
     return asked ? *result : QList<ScreenInfo>();
+}
+
+QSize contentSizeOnScreen(const QSize &size, const QWidget *window) {
+    const QScreen *screen = window->screen();
+    if (!screen)
+        return size;
+    // What a window that is not shown will have around it is the style's guess.
+    QSize around = window->frameGeometry().size() - window->size();
+    if (around.isNull()) {
+        const int border = window->style()->pixelMetric(QStyle::PM_MdiSubWindowFrameWidth, nullptr, window);
+        const int title = window->style()->pixelMetric(QStyle::PM_TitleBarHeight, nullptr, window);
+        around = {2 * border, title + 2 * border};
+    }
+    return size.boundedTo(screen->availableGeometry().size() - around);
 }
 
 namespace {

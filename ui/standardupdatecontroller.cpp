@@ -8,6 +8,7 @@
 #include "platform/userdefaults.h"
 #include "ui/alert.h"
 #include "ui/lifetime.h"
+#include "ui/updatestate.h"
 
 #include <TarvixUpdate/TXLog.h>
 #include <TarvixUpdate/TXStandardUpdateController.h>
@@ -54,9 +55,18 @@ struct TXStandardUpdateController::Private {
     TXUpdateFeedPtr feed;
     TXUpdatePtr bestUpdate;
     TXUpdateTrackPtr track;
+    QList<TXUpdatePtr> offered; ///< what the panel offered last: some of it may have been downloaded
 
     [[nodiscard]] bool checkingPanelIsVisible() const {
         return updateCheckingPanel && updateCheckingPanel->isVisible();
+    }
+    /// Every check brings updates of its own; what was done with an equal one is not lost.
+    [[nodiscard]] TXUpdatePtr known(const TXUpdatePtr &update) const {
+        for (const TXUpdatePtr &before : offered) {
+            if (update && before->isEqual(*update))
+                return before;
+        }
+        return update;
     }
     void closeCheckingPanel() const {
         if (checkingPanelIsVisible())
@@ -186,9 +196,9 @@ void TXStandardUpdateController::checkingDidReceiveFeed(const TXUpdateFeedPtr &f
     } else if (d->checkingPanelIsVisible()) {
         d->updateCheckingPanel->showUpToDate();
     } else if (showChecking) {
-        const tx::Alert alert{.message = tx::formatText(u"%@ is up to date!"_s, {applicationName()}),
-                              .informative = tx::formatText(u"You are running the latest version of %@."_s,
-                                                            {applicationName()})};
+        const tx::Alert alert{.message = tx::localizedFormat(u"%@ is up to date!"_s, {applicationName()}),
+                              .informative = tx::localizedFormat(
+                                  u"You are running the latest version of %@."_s, {applicationName()})};
         if (QWidget *parent = visibleSheetParent())
             tx::services().presentSheet(alert, parent, [](int) {});
         else
@@ -218,7 +228,9 @@ void TXStandardUpdateController::checkingDidReceiveError(const TXError &error, b
 void TXStandardUpdateController::setFeed(const TXUpdateFeedPtr &feed) {
     d->feed = feed;
     d->track = feed ? feed->releaseTracks().value(u"release"_s) : nullptr;
-    const TXUpdatePtr recommended = d->track ? d->track->recommendedUpdate() : nullptr;
+    // Of what the panel offered, only this is not in the new feed as well.
+    d->offered.removeIf([](const TXUpdatePtr &update) { return !tx::hasState(*update); });
+    const TXUpdatePtr recommended = d->known(d->track ? d->track->recommendedUpdate() : nullptr);
     TXLog(TXLogLevelDetail, u"Recommended update is: %@"_s,
           {recommended ? recommended->version() : QString()});
     const bool same = d->bestUpdate == recommended ||
@@ -273,10 +285,13 @@ void TXStandardUpdateController::showBestUpdateInPanel() {
     d->updatePanel = TXUpdatePanel::panel();
     if (!d->updatePanel)
         return;
+    QList<TXUpdatePtr> updates =
+        d->feed && d->feed->updates() ? *d->feed->updates() : QList<TXUpdatePtr>{d->bestUpdate};
+    for (TXUpdatePtr &update : updates)
+        update = d->known(update);
     d->updatePanel->setAllowsDownloadingInBackground(true);
-    d->updatePanel->setUpdatesAndDesignatedUpdate(
-        d->feed && d->feed->updates() ? *d->feed->updates() : QList<TXUpdatePtr>{d->bestUpdate},
-        d->bestUpdate);
+    d->updatePanel->setUpdatesAndDesignatedUpdate(updates, d->bestUpdate);
+    d->offered = d->updatePanel->updates();
     const QPointer<TXStandardUpdateController> alive(this);
     const auto release = [alive](int) {
         if (alive)

@@ -7,9 +7,11 @@
 #include "platform/queues.h"
 #include "ui/appearance.h"
 #include "ui/downloadrate.h"
+#include "ui/floating.h"
 #include "ui/interfacefile.h"
 #include "ui/lifetime.h"
 #include "ui/modalsession.h"
+#include "ui/screens.h"
 #include "ui/versionrows.h"
 #include "ui/versionstable.h"
 #include "ui/webview.h"
@@ -22,7 +24,6 @@
 #include <QLabel>
 #include <QProgressBar>
 #include <QPushButton>
-#include <QScreen>
 #include <QSplitter>
 #include <QVBoxLayout>
 
@@ -86,9 +87,10 @@ void TXUpdatePanel::load() {
     resize(m_interfaceSize);
     didChangeEffectiveAppearance();
 
-    webView = tx::makeWebView(webViewContainer, {.linkActivated = [](const QUrl &url) {
-                                  (void)tx::openAddress(url, tx::OpenedBy::User);
-                              }});
+    webView = tx::makeWebView(
+        webViewContainer,
+        {.linkActivated = [](const QUrl &url) { (void)tx::openAddress(url, tx::OpenedBy::User); },
+         .loadFailed = [this] { notesDidNotLoad(); }});
     webView->widget()->setAccessibleName(tx::localizedString(u"Release Notes"_s));
     versionsTableView->setAccessibleName(tx::localizedString(u"Versions"_s));
     progressIndicator->setAccessibleName(tx::localizedString(u"Progress"_s));
@@ -159,6 +161,7 @@ void TXUpdatePanel::showWindow(const CodeHandler &handler) {
     showDesignatedRow();
     tx::centerWindow(this);
     setWindowModality(Qt::NonModal);
+    m_floating = std::make_unique<tx::Floating>(this);
     m_isOpen = true;
     show();
     raise();
@@ -184,10 +187,7 @@ void TXUpdatePanel::adoptPreferredSize() {
             const int notes = std::min(all, preferred.toSize().width());
             mainSplitView->setSizes({all - notes, notes});
         }
-        QSize wanted = size() + preferred.toSize() - webViewContainer->size();
-        if (const QScreen *on = screen())
-            wanted = wanted.boundedTo(on->availableGeometry().size());
-        resize(wanted);
+        resize(tx::contentSizeOnScreen(size() + preferred.toSize() - webViewContainer->size(), this));
     }
 }
 
@@ -216,6 +216,7 @@ void TXUpdatePanel::beginSheetModalForWindow(QWidget *parent, const CodeHandler 
 void TXUpdatePanel::closeWithCode(int code) {
     const auto alive = shared_from_this();
     m_isOpen = false;
+    m_floating.reset();
     if (mDisplayedAsModal)
         tx::stopModalOfWindow(this, code);
     hide();
@@ -251,8 +252,15 @@ void TXUpdatePanel::comeBack() {
 void TXUpdatePanel::displaySelectedUpdate(const TXUpdatePtr &update) {
     if (!webView)
         return; // the application is quitting
+    m_shownUpdate = update;
     if (!update->releaseNotesURL().isEmpty())
         webView->load(update->releaseNotesURL());
     else
         webView->setHtml(update->itemDescription()); // a feed that brings its notes along
+}
+
+void TXUpdatePanel::notesDidNotLoad() {
+    // What there is: notes that the feed brought along, else what came of the page.
+    if (m_shownUpdate && !m_shownUpdate->itemDescription().isEmpty())
+        webView->setHtml(m_shownUpdate->itemDescription());
 }

@@ -7,6 +7,7 @@
 #include "ui/alert.h"
 #include "ui/appearance.h"
 #include "ui/downloadrate.h"
+#include "ui/updatestate.h"
 #include "ui/versionrows.h"
 #include "ui/versionstable.h"
 
@@ -44,9 +45,19 @@ void TXUpdatePanel::unobserveUpdate() {
     m_designatedUpdate.reset();
 }
 
-void TXUpdatePanel::chooseUpdate(const TXUpdatePtr &update) {
+void TXUpdatePanel::chooseUpdate(const TXUpdatePtr &chosen) {
     if (m_designatedUpdate)
         unobserveUpdate();
+    // Every check brings updates of its own, equal to those of the check before.
+    TXUpdatePtr update = chosen;
+    for (const TXUpdatePtr &listed : m_updates) {
+        if (update && listed->isEqual(*update) && tx::hasState(*listed) && !tx::hasState(*update))
+            update = listed;
+    }
+    for (TXUpdatePtr &listed : m_updates) {
+        if (update && listed->isEqual(*update))
+            listed = update;
+    }
     m_designatedUpdate = update;
     m_rate->reset();
     if (update) {

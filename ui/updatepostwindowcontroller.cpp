@@ -6,9 +6,11 @@
 #include "ui/interfacefile.h"
 #include "ui/lifetime.h"
 #include "ui/modalsession.h"
+#include "ui/screens.h"
 #include "ui/segmentedcontrol.h"
 #include "ui/webview.h"
 
+#include <TarvixUpdate/TXNotificationCenter.h>
 #include <TarvixUpdate/TXUpdatePostWindowController.h>
 #include <TarvixUpdate/TXUpdater.h>
 
@@ -128,7 +130,13 @@ int TXUpdatePostWindowController::showWindowModally(bool quitting) {
 void TXUpdatePostWindowController::openInBrowser() {
     for (const TXUpdatePostPtr &post : _posts)
         (void)tx::openAddress(post->postURL(), tx::OpenedBy::Feed);
+    notifyOfClosing();
+}
+
+void TXUpdatePostWindowController::notifyOfClosing() {
+    const auto alive = shared_from_this(); // whoever hears it may let go
     Q_EMIT didClose();
+    Q_EMIT TXNotificationCenter::defaultCenter()->posted(TXUpdatePostWindowDidCloseNotificationName);
     if (_onCloseHandler)
         _onCloseHandler();
 }
@@ -138,7 +146,7 @@ void TXUpdatePostWindowController::updateForCurrentPost() {
         return;
     const TXUpdatePost &post = *_posts[_currentPostIndex];
     if (!window()->isVisible() && !post.preferredDisplaySize().isNull()) {
-        const QSize size = post.preferredDisplaySize().toSize();
+        const QSize size = tx::contentSizeOnScreen(post.preferredDisplaySize().toSize(), window());
         window()->setMinimumSize(size);
         window()->resize(size);
     }
@@ -192,9 +200,7 @@ void TXUpdatePostWindowController::closeWindowAndNotify() {
     window()->hide();
     _hidesItself = false;
     _webView->setHtml({});
-    Q_EMIT didClose();
-    if (_onCloseHandler)
-        _onCloseHandler();
+    notifyOfClosing();
     // Whoever called this may be part of the window.
     tx::releaseLater(retained);
 }

@@ -1,19 +1,17 @@
 // SPDX-License-Identifier: MIT
 #include "ui/versionrows.h"
 
-#include "platform/format.h"
 #include "platform/frameworkresources.h"
 #include "platform/localization.h"
 #include "ui/appearance.h"
+#include "ui/mediumdate.h"
 #include "ui/versionstable.h"
 
 #include <QApplication>
 #include <QFontDatabase>
 #include <QHash>
 #include <QIcon>
-#include <QLocale>
 #include <QPushButton>
-#include <QRegularExpression>
 
 using namespace Qt::StringLiterals;
 
@@ -44,23 +42,10 @@ QString kindOf(const TXUpdate &update) {
 }
 
 QString buildText(const TXUpdate &update) {
-    return update.version().isEmpty() ? QString() : formatText(u"Build %@"_s, {update.version()});
+    return update.version().isEmpty() ? QString() : localizedFormat(u"Build %@"_s, {update.version()});
 }
 
 } // namespace
-
-QString mediumDate(const QDateTime &date) {
-    if (!date.isValid())
-        return {};
-    const QLocale locale;
-    // Qt knows a short and a long form: the long one without its weekday, with a short month, is the middle
-    // one.
-    QString format = locale.dateFormat(QLocale::LongFormat);
-    static const QRegularExpression weekday(u"[\\s,،、]*\\bd{3,4}\\b[\\s,،、.]*|d{3,4}"_s);
-    format.replace(weekday, u" "_s);
-    format.replace(u"MMMM"_s, u"MMM"_s);
-    return locale.toString(date.toLocalTime().date(), format.trimmed());
-}
 
 void fillVersionRow(TXUpdateVersionRow *row, const TXUpdate &update, const VersionRowState &state) {
     row->imageView()->setPixmap(imageNamed(indicatorOf(update), row->imageView()));

@@ -19,7 +19,4 @@ void fillVersionRow(TXUpdateVersionRow *row, const TXUpdate &update, const Versi
 /// The same in one line, for a screen reader.
 [[nodiscard]] QString versionRowText(const TXUpdate &update, const VersionRowState &state);
 
-/// The date without a time in the language's middle length, such as "Nov 1, 2026"; empty for an invalid one.
-[[nodiscard]] QString mediumDate(const QDateTime &date);
-
 } // namespace tx

@@ -19,6 +19,9 @@ struct WebViewClient {
     /// last second, and for each press once.
     std::function<void(const QUrl &url)> linkActivated;
     std::function<void(bool ok)> loadFinished;
+    /// What load() was asked for did not come, or came with an error's status. Not for a page that another
+    /// one has taken the place of, nor for setHtml().
+    std::function<void()> loadFailed;
     /// `window.webkit.messageHandlers.<name>.postMessage(body)`, for the names in `messageNames`.
     std::function<void(const QString &name, const QVariant &body)> messageReceived;
     QStringList messageNames;

@@ -14,6 +14,7 @@ class QSplitter;
 class TXUpdateVersionsTableView;
 namespace tx {
 class DownloadRate;
+class Floating;
 class QuitRequest;
 class WebView;
 } // namespace tx
@@ -55,14 +56,16 @@ public:
     void setAllowsDownloadingInBackground(bool allows);
 
     /// `updates`: newest first, as the feed gives them; null entries are left out. With a null designated
-    /// update nothing can be installed until the user chooses one of the versions in the list.
+    /// update nothing can be installed until the user chooses one of the versions in the list. An update of
+    /// the list that is equal to the designated one is replaced by it, or the other way round when the one
+    /// in the list has been downloaded already: what is equal has one state.
     void setUpdatesAndDesignatedUpdate(const QList<TXUpdatePtr> &updates,
                                        const TXUpdatePtr &designatedUpdate);
     void chooseUpdate(const TXUpdatePtr &update);
 
     /// Shows the panel modally; the code it was closed with, 0 when the application quits.
     int runModal();
-    /// Shows it as a window of its own.
+    /// Shows it as a window of its own, which stays above the application's other windows.
     void showWindow(const CodeHandler &handler);
     /// Shows it as a sheet: it blocks `parent` only.
     void beginSheetModalForWindow(QWidget *parent, const CodeHandler &handler);
@@ -95,6 +98,7 @@ private:
     void unobserveUpdate();
     void observeProgress();
     void displaySelectedUpdate(const TXUpdatePtr &update);
+    void notesDidNotLoad();
     void didChangeEffectiveAppearance();
     void adoptPreferredSize();
     void showDesignatedRow();
@@ -131,5 +135,7 @@ private:
     QMetaObject::Connection m_observations[2];
     CodeHandler m_sheetHandler;
     std::unique_ptr<tx::DownloadRate> m_rate;
+    std::unique_ptr<tx::Floating> m_floating; ///< while it is a window of its own
+    TXUpdatePtr m_shownUpdate;                ///< whose notes are shown
     QSize m_interfaceSize;
 };

@@ -21,7 +21,9 @@ enum TXUpdatePostWindowReturnCode : int {
     TXUpdatePostWindowAskLater = 1 ///< the page asked to be shown again
 };
 
-/// Posted on closing; connect to TXUpdatePostWindowController::didClose to hear it.
+/// Posted by TXNotificationCenter::defaultCenter() each time the window of a controller closes, whoever made
+/// that controller; also when its posts were opened in the browser instead. It comes after didClose and
+/// before the controller's own handler.
 TX_EXPORT extern const QString TXUpdatePostWindowDidCloseNotificationName;
 
 /// Shows posts one at a time in a modal window. A page closes the window with
@@ -62,7 +64,7 @@ public:
     void userContentControllerDidReceiveScriptMessage(const QString &name, const QVariant &body);
 
 Q_SIGNALS:
-    /// TXUpdatePostWindowDidCloseNotificationName.
+    /// This window closed. See TXUpdatePostWindowDidCloseNotificationName for those that others show.
     void didClose();
 
 protected:
@@ -73,6 +75,7 @@ private:
     TXUpdatePostWindowController();
     void didChangeEffectiveAppearance();
     void openInBrowser();
+    void notifyOfClosing();
     void endWithApplication();
 
     std::shared_ptr<TXUpdatePostWindowController> _selfRetained;

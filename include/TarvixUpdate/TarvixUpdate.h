@@ -4,6 +4,7 @@
 #include <TarvixUpdate/TXBundle.h>
 #include <TarvixUpdate/TXError.h>
 #include <TarvixUpdate/TXLog.h>
+#include <TarvixUpdate/TXNotificationCenter.h>
 #include <TarvixUpdate/TXRateLimiter.h>
 #include <TarvixUpdate/TXStandardUpdateController.h>
 #include <TarvixUpdate/TXUpdate.h>

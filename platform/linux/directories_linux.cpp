@@ -64,6 +64,16 @@ QStringList preferredLanguages() {
     return languages;
 }
 
+QString dateLocaleTag() {
+    if (QLocale() != QLocale::system())
+        return QLocale().bcp47Name();
+    for (const char *category : {"LC_ALL", "LC_TIME", "LANG"}) {
+        if (const QString name = qEnvironmentVariable(category); !name.isEmpty())
+            return QLocale(name).bcp47Name();
+    }
+    return QLocale::c().bcp47Name();
+}
+
 QString localeLanguageCode() { return QLocale().name().section(u'_', 0, 0); }
 
 } // namespace tx

@@ -7,6 +7,7 @@
 #include <QGuiApplication>
 #include <QScreen>
 #include <QThread>
+#include <QWidget>
 
 namespace {
 
@@ -26,6 +27,18 @@ TEST_F(Screens, AreAskedOfTheDesktopFromAnyThread) {
     EXPECT_EQ(screens[0].scale, QGuiApplication::primaryScreen()->devicePixelRatio());
     EXPECT_EQ(tx::services().screens().size(), screens.size())
         << "loading the user interface makes them known";
+}
+
+TEST_F(Screens, WindowIsNoLargerThanItsScreenWithItsTitleBar) {
+    const QWidget window;
+    const QSize available = window.screen()->availableGeometry().size();
+    EXPECT_EQ(tx::contentSizeOnScreen({300, 200}, &window), QSize(300, 200));
+    const QSize largest = tx::contentSizeOnScreen({100000, 100000}, &window);
+    EXPECT_LT(largest.width(), available.width()) << "the borders have theirs";
+    EXPECT_GT(largest.width(), available.width() - 50);
+    EXPECT_LT(largest.height(), available.height()) << "the title bar has its place as well";
+    EXPECT_GT(largest.height(), available.height() - 100);
+    EXPECT_EQ(tx::contentSizeOnScreen({100000, 200}, &window), QSize(largest.width(), 200));
 }
 
 } // namespace

@@ -1,11 +1,15 @@
 // SPDX-License-Identifier: MIT
+#include "platform/localization.h"
 #include "platform/urlloading.h"
 #include "platform/userdefaults.h"
 #include "platform/volumes.h"
 #include "tests/support/feedserver.h"
 #include "tests/ui/uitest.h"
+#include "ui/appearance.h"
 #include "ui/updateinplace.h"
+#include "ui/versionstable.h"
 
+#include <TarvixUpdate/TXNotificationCenter.h>
 #include <TarvixUpdate/TXStandardUpdateController.h>
 #include <TarvixUpdate/TXUpdateCheckingPanel.h>
 #include <TarvixUpdate/TXUpdateHost.h>
@@ -13,6 +17,7 @@
 #include <TarvixUpdate/TXUpdatePostWindowController.h>
 
 #include <QPushButton>
+#include <QSignalSpy>
 #include <QTest>
 
 #include <semaphore>
@@ -196,6 +201,86 @@ TEST_F(StandardController, QuietCheckOffersWhatItFinds) {
     EXPECT_FALSE(logLines().filter(u"bestUpdate is 1043 (2026-11-01"_s).isEmpty());
 }
 
+/// Two newer versions, of which the first is the best.
+QList<QByteArray> twoNewer(const QString &archive) {
+    return {R"({"type":"build","title":"Newest","build":"1044","version":"2.2","date":"2026-11-02 10:00:00",)"
+            R"("downloadURL":"http://127.0.0.1:1/b.zip"})",
+            R"({"type":"build","title":"New","build":"1043","version":"2.1","date":"2026-11-01 10:00:00",)"
+            R"("downloadURL":")" +
+                archive.toUtf8() + R"("})"};
+}
+
+TEST_F(StandardController, SecondCheckWithAnEqualFeedSelectsTheUpdateThatItOffers) {
+    setUp();
+    for (const bool showsChecking : {false, true}) {
+        expectFeed(twoNewer(u"http://127.0.0.1:1/a.zip"_s));
+        check(showsChecking, true);
+        auto *panel = shown<TXUpdatePanel>();
+        ASSERT_TRUE(panel);
+        EXPECT_EQ(panel->designatedUpdate(), controller->bestUpdate());
+        EXPECT_EQ(panel->updates().indexOf(controller->bestUpdate()), 0);
+        auto *table = outlet<TXUpdateVersionsTableView>(panel, "versionsTableView");
+        EXPECT_EQ(table->selectedRow(), 0) << showsChecking;
+        const auto chosenMark = [&](int row) {
+            return qobject_cast<QLabel *>(
+                       table->viewForRow(row)->viewWithTag(TXUpdateVersionRow::ChosenImage))
+                ->pixmap();
+        };
+        EXPECT_FALSE(chosenMark(0).isNull());
+        EXPECT_TRUE(chosenMark(1).isNull());
+        panel->cancel();
+        tx::test::drainEvents();
+    }
+}
+
+TEST_F(StandardController, VersionThatTheUserDownloadedIsDownloadedInTheNextPanelToo) {
+    setUp();
+    const QList<QByteArray> entries = twoNewer(server.url(u"/a.zip"_s));
+    expectFeed(entries);
+    check(false, true);
+    auto *panel = shown<TXUpdatePanel>();
+    ASSERT_TRUE(panel);
+    const TXUpdatePtr chosen = panel->updates()[1];
+    panel->chooseUpdate(chosen);
+    server.expect("GET", "/a.zip", HttpReply::file("zip"));
+    panel->install();
+    ASSERT_TRUE(waitUntil([&] { return chosen->isDownloaded(); }));
+    panel->closeWithCode(0);
+    tx::test::drainEvents();
+    expectFeed(entries);
+    check(false, true);
+    panel = shown<TXUpdatePanel>();
+    ASSERT_TRUE(panel);
+    EXPECT_EQ(panel->designatedUpdate(), controller->bestUpdate()) << "the best one is offered again";
+    panel->chooseUpdate(panel->updates()[1]);
+    EXPECT_EQ(panel->designatedUpdate(), chosen);
+    EXPECT_EQ(tx::buttonTitle(outlet<QPushButton>(panel, "installButton")), u"Install & Relaunch"_s);
+    panel->closeWithCode(0);
+    tx::test::drainEvents();
+    // Once the better one has gone from the feed, the downloaded one is the best, as it is.
+    expectFeed({entries[1]});
+    check(false, true);
+    EXPECT_EQ(controller->bestUpdate(), chosen);
+    shown<TXUpdatePanel>()->closeWithCode(0);
+}
+
+TEST_F(StandardController, ChoiceInAnOpenPanelStaysWhenAnotherCheckFindsTheSame) {
+    setUp();
+    const QList<QByteArray> entries = twoNewer(u"http://127.0.0.1:1/a.zip"_s);
+    expectFeed(entries);
+    check(false, true);
+    auto *panel = shown<TXUpdatePanel>();
+    ASSERT_TRUE(panel);
+    const TXUpdatePtr chosen = panel->updates()[1];
+    panel->chooseUpdate(chosen);
+    expectFeed(entries);
+    check(false, true);
+    EXPECT_EQ(shown<TXUpdatePanel>(), panel);
+    EXPECT_EQ(panel->designatedUpdate(), chosen);
+    EXPECT_EQ(outlet<TXUpdateVersionsTableView>(panel, "versionsTableView")->selectedRow(), 1);
+    panel->closeWithCode(0);
+}
+
 TEST_F(StandardController, WithoutShowingTheUpdateOnlyTheStatusChanges) {
     setUp();
     expectFeed({newer});
@@ -260,6 +345,46 @@ TEST_F(StandardController, WithoutItsPanelAVisibleCheckAnswersInAnAlert) {
     ASSERT_EQ(sheets.size(), 1) << "and a feed without the track says the same";
     EXPECT_EQ(sheets[0].parent, &window);
     sheets[0].handler(0);
+}
+
+TEST_F(StandardController, UpToDateAlertSpeaksTheUsersLanguage) {
+    tx::services().preferredLanguages = [] { return QStringList{u"fr"_s}; };
+    expectFeed({older});
+    check(true, true);
+    ASSERT_EQ(alerts.size(), 1);
+    const auto french = [](const QString &key) {
+        const QString text = tx::localizedFormat(key, {u"Process"_s});
+        EXPECT_NE(text, QString(key).replace(u"%@"_s, u"Process"_s)) << "there is a translation";
+        return text;
+    };
+    EXPECT_EQ(alerts[0].message, french(u"%@ is up to date!"_s));
+    EXPECT_EQ(alerts[0].informative, french(u"You are running the latest version of %@."_s));
+}
+
+TEST_F(StandardController, PartsThatTheCheckingPanelLacksDoNotEndTheCheck) {
+    replaceResource(u"TXUpdateCheckingPanel.ui"_s,
+                    "<ui version=\"4.0\"><class>x</class><widget class=\"QWidget\" name=\"x\"/></ui>");
+    setUp();
+    expectFeed({newer});
+    check(true, true);
+    ASSERT_TRUE(shown<TXUpdatePanel>());
+    shown<TXUpdatePanel>()->closeWithCode(0);
+    expectFeed({older});
+    bool seen = false;
+    QTimer timer;
+    QObject::connect(&timer, &QTimer::timeout, &timer, [&] {
+        auto *panel = shown<TXUpdateCheckingPanel>();
+        if (!panel || (controller->status() & 2U) != 0)
+            return;
+        seen = true; // up to date, without words for it
+        QTest::keyClick(panel, Qt::Key_Escape);
+    });
+    timer.start(5);
+    controller->checkForUpdateAndShowChecking(true, true);
+    EXPECT_TRUE(seen);
+    EXPECT_TRUE(exits.isEmpty());
+    EXPECT_TRUE(errors.isEmpty());
+    EXPECT_TRUE(alerts.isEmpty());
 }
 
 TEST_F(StandardController, SecondVisibleCheckDoesNotRunThePanelTwice) {
@@ -600,8 +725,10 @@ TEST_F(StandardController, PostsAreShownOnceAndRecorded) {
     EXPECT_EQ(workspace.opened.last(), u"http://127.0.0.1:1/p"_s);
     EXPECT_FALSE(controller->hasPostsToShowPassively());
     EXPECT_FALSE(controller->showPostsPassively());
+    const QSignalSpy notifications(TXNotificationCenter::defaultCenter(), &TXNotificationCenter::posted);
     EXPECT_TRUE(controller->showPostsAtQuit());
     EXPECT_EQ(workspace.opened.last(), u"http://127.0.0.1:1/q"_s);
+    EXPECT_EQ(notifications, (QList<QVariantList>{{TXUpdatePostWindowDidCloseNotificationName}}));
     EXPECT_FALSE(controller->showPostsAtQuit());
 }
 
@@ -664,7 +791,7 @@ TEST_F(StandardController, MayGoWhileItChecks) {
 
 TEST_F(StandardController, WithoutItsInterfaceFilesItGoesOn) {
     replaceResource(u"TXUpdateCheckingPanel.ui"_s, {});
-    QFile::remove(path(u"resources/TXUpdatePanel.ui"_s));
+    replaceResource(u"TXUpdatePanel.ui"_s, {});
     QFile::remove(path(u"resources/TXUpdateCheckingPanel.ui"_s));
     setUp();
     expectFeed({newer});

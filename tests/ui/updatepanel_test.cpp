@@ -3,6 +3,7 @@
 #include "tests/support/feedserver.h"
 #include "tests/ui/uitest.h"
 #include "ui/appearance.h"
+#include "ui/mediumdate.h"
 #include "ui/versionrows.h"
 #include "ui/versionstable.h"
 
@@ -14,6 +15,7 @@
 #include <QEventLoop>
 #include <QProgressBar>
 #include <QPushButton>
+#include <QScreen>
 #include <QScrollBar>
 #include <QTest>
 #include <QTextBrowser>
@@ -146,21 +148,45 @@ TEST_F(UpdatePanel, RowsShowKindVersionBuildDateAndChoice) {
     EXPECT_EQ(partText(2, TXUpdateVersionRow::BuildField), QString()) << "no build, no text";
 }
 
-TEST_F(UpdatePanel, MediumDateHasNeitherWeekdayNorTime) {
-    const QLocale before;
-    const QDateTime date(QDate(2026, 11, 1), QTime(12, 0));
-    struct Case {
-        QLocale locale;
-        QString text;
-    };
-    for (const Case &c :
-         {Case{QLocale(u"en_US"_s), u"Nov 1, 2026"_s}, Case{QLocale(u"de_DE"_s), u"1. Nov. 2026"_s},
-          Case{QLocale(u"ja_JP"_s), u"2026年11月1日"_s}}) {
-        QLocale::setDefault(c.locale);
-        EXPECT_EQ(tx::mediumDate(date), c.text) << c.locale.name().toStdString();
-    }
-    QLocale::setDefault(before);
-    EXPECT_EQ(tx::mediumDate({}), QString());
+TEST_F(UpdatePanel, BuildIsNamedInTheUsersLanguage) {
+    tx::services().preferredLanguages = [] { return QStringList{u"es"_s}; };
+    panel = TXUpdatePanel::panel();
+    offer({makeUpdate(u"1044"_s, u"2.0"_s), makeUpdate(u"1043"_s, u"2.0"_s)});
+    show();
+    EXPECT_EQ(partText(0, TXUpdateVersionRow::BuildField), u"Compilación 1044"_s);
+    EXPECT_THAT(table()->viewForRow(0)->accessibleName().toStdString(),
+                testing::HasSubstr("Compilación 1044"));
+}
+
+TEST_F(UpdatePanel, EqualUpdatesOfTwoChecksAreOne) {
+    // The designated one is another check's.
+    const QList<TXUpdatePtr> list = makeUpdates(3);
+    const TXUpdatePtr designated = makeUpdates(3)[1];
+    panel->setUpdatesAndDesignatedUpdate(list, designated);
+    show();
+    EXPECT_EQ(panel->designatedUpdate(), designated);
+    EXPECT_EQ(panel->updates(), (QList<TXUpdatePtr>{list[0], designated, list[2]}));
+    EXPECT_EQ(table()->selectedRow(), 1);
+    EXPECT_FALSE(part(1, TXUpdateVersionRow::ChooseButton)->isVisible());
+    EXPECT_TRUE(part(0, TXUpdateVersionRow::ChooseButton)->isVisible());
+    // What was downloaded already is not lost to one that knows nothing of it.
+    list[0]->setDownloaded(true);
+    const TXUpdatePtr equal = makeUpdates(3)[0];
+    panel->chooseUpdate(equal);
+    EXPECT_EQ(panel->designatedUpdate(), list[0]);
+    EXPECT_EQ(installTitle(), u"Install & Relaunch"_s);
+    // One that has been installed is more than that; and the list follows.
+    const TXUpdatePtr installed = makeUpdates(3)[0];
+    installed->setInstalled(true);
+    panel->chooseUpdate(installed);
+    EXPECT_EQ(panel->designatedUpdate(), installed);
+    EXPECT_EQ(panel->updates()[0], installed);
+    EXPECT_EQ(table()->selectedRow(), 0);
+    const TXUpdatePtr foreign = makeUpdate(u"1"_s, u"0.1"_s);
+    panel->chooseUpdate(foreign);
+    EXPECT_EQ(panel->updates().size(), 3);
+    EXPECT_FALSE(panel->updates().contains(foreign));
+    panel->closeWithCode(0);
 }
 
 TEST_F(UpdatePanel, AnotherVersionCanBeChosen) {
@@ -197,6 +223,38 @@ TEST_F(UpdatePanel, SelectingShowsNotesAndChoosesNothing) {
                                    u"file:///tmp/evil.desktop"_s, u"smb://host/share"_s, u"x:y"_s})
         Q_EMIT notes->anchorClicked(QUrl(address));
     EXPECT_EQ(workspace.opened, (QStringList{u"https://example.org/more"_s, u"mailto:a@example.org"_s}));
+}
+
+TEST_F(UpdatePanel, NotesThatDoNotLoadAreThoseThatTheFeedBroughtAlong) {
+    replaceResource(u"TXUpdateWebView.so"_s, {});
+    panel = TXUpdatePanel::panel();
+    FeedServer server;
+    server.always([](const tx::test::HttpRequest &request) {
+        if (request.path() == "/there.html")
+            return tx::test::HttpReply::file("<p>page</p>", "text/html");
+        return tx::test::HttpReply{.status = 404, .body = "error page"};
+    });
+    QList<TXUpdatePtr> list = makeUpdates(4);
+    list[0]->setReleaseNotesURL(QUrl(server.url(u"/missing.html"_s)));
+    list[0]->setItemDescription(u"<p>brought along</p>"_s);
+    list[1]->setReleaseNotesURL(QUrl(server.url(u"/there.html"_s)));
+    list[1]->setItemDescription(u"<p>not this</p>"_s);
+    list[2]->setReleaseNotesURL(QUrl(u"http://127.0.0.1:1/refused.html"_s));
+    list[2]->setItemDescription(u"<p>brought along too</p>"_s);
+    list[3]->setReleaseNotesURL(QUrl(server.url(u"/missing.html"_s)));
+    offer(list);
+    auto *notes = panel->findChild<QTextBrowser *>();
+    ASSERT_TRUE(notes);
+    EXPECT_TRUE(waitUntil([&] { return notes->toPlainText() == u"brought along"_s; }));
+    table()->selectOnly(1);
+    EXPECT_TRUE(waitUntil([&] { return notes->toPlainText() == u"page"_s; }));
+    table()->selectOnly(2);
+    EXPECT_TRUE(waitUntil([&] { return notes->toPlainText() == u"brought along too"_s; }));
+    const auto asked = server.requests().size();
+    table()->selectOnly(3);
+    EXPECT_TRUE(waitUntil([&] { return server.requests().size() > asked; }));
+    tx::test::drainEvents();
+    EXPECT_EQ(notes->toPlainText(), QString()) << "nothing is there";
 }
 
 TEST_F(UpdatePanel, ChosenRowIsScrolledIntoTheMiddleUnlessItIsSeen) {
@@ -623,6 +681,19 @@ TEST_F(UpdatePanel, PreferredSizeIsTheNotesSize) {
         EXPECT_EQ(outlet<QWidget>(panel.get(), "webViewContainer")->size(), QSize(500, 210)) << count;
         panel->closeWithCode(0);
     }
+}
+
+TEST_F(UpdatePanel, PreferredSizeIsBoundedByTheScreen) {
+    QList<TXUpdatePtr> list = makeUpdates(1);
+    list[0]->setPreferredDisplaySize({50000, 40000});
+    offer(list);
+    show();
+    const QSize available = panel->screen()->availableGeometry().size();
+    EXPECT_LE(panel->frameGeometry().width(), available.width());
+    EXPECT_GT(panel->width(), available.width() - 50);
+    EXPECT_LE(panel->frameGeometry().height(), available.height());
+    EXPECT_GT(panel->height(), available.height() - 100);
+    panel->closeWithCode(0);
 }
 
 TEST_F(UpdatePanel, FollowsTheAppearance) {

@@ -7,12 +7,16 @@
 #include "ui/segmentedcontrol.h"
 #include "ui/webview.h"
 
+#include <TarvixUpdate/TXNotificationCenter.h>
 #include <TarvixUpdate/TXStandardUpdateController.h>
+#include <TarvixUpdate/TXUpdatePanel.h>
 #include <TarvixUpdate/TXUpdatePostWindowController.h>
 #include <TarvixUpdate/TXUpdater.h>
 
 #include <QDirIterator>
+#include <QImage>
 #include <QPushButton>
+#include <QScreen>
 #include <QSignalSpy>
 #include <QTest>
 #include <QToolButton>
@@ -63,6 +67,7 @@ protected:
     QStringList links;
     QList<QVariant> messages;
     int loads = 0;
+    int failures = 0;
     std::unique_ptr<tx::WebView> view;
 
     WebPage() {
@@ -70,6 +75,7 @@ protected:
         view =
             tx::makeWebView(&window, {.linkActivated = [this](const QUrl &url) { links << url.toString(); },
                                       .loadFinished = [this](bool) { ++loads; },
+                                      .loadFailed = [this] { ++failures; },
                                       .messageReceived =
                                           [this](const QString &name, const QVariant &body) {
                                               EXPECT_EQ(name, u"closeWindow"_s);
@@ -382,6 +388,77 @@ TEST_F(WebPage, ThatNeverComesCanBeLeft) {
     EXPECT_TRUE(gets(u"next"_s));
 }
 
+/// The engine's view in a window; null where there is none.
+QWidget *engineViewOf(const QWidget *window) {
+    for (QWidget *child : window->findChildren<QWidget *>()) {
+        if (child->inherits("QWebEngineView"))
+            return child;
+    }
+    return nullptr;
+}
+
+/// The title of the page that a window shows.
+QString titleOfPage(const QWidget *window) {
+    const QWidget *view = engineViewOf(window);
+    return view ? view->property("title").toString() : u"no page"_s;
+}
+
+/// Whether everything in the widget has one colour.
+bool isBlank(QWidget *widget) {
+    const QImage image = widget->grab().toImage();
+    for (int y = 0; y < image.height(); ++y) {
+        for (int x = 0; x < image.width(); ++x) {
+            if (image.pixel(x, y) != image.pixel(0, 0))
+                return false;
+        }
+    }
+    return !image.isNull();
+}
+
+TEST_F(WebPage, ThatDoesNotLoadShowsWhatThereIsAndNoPageOfTheEngine) {
+    show("<title>Page</title><h1>text</h1>");
+    EXPECT_TRUE(waitUntil([this] { return !isBlank(view->widget()); })) << "a picture shows text";
+    EXPECT_EQ(failures, 0);
+    view->load(QUrl(u"http://127.0.0.1:1/refused.html"_s));
+    EXPECT_TRUE(waitUntil([this] { return failures == 1; }));
+    EXPECT_TRUE(waitUntil([this] { return isBlank(view->widget()); }));
+    // A server's own words are what there is, too.
+    server.expect("GET", "/missing.html",
+                  {.status = 404, .headers = {{"Content-Type", "text/html"}}, .body = "<title>Gone</title>"});
+    view->load(QUrl(server.url(u"/missing.html"_s)));
+    EXPECT_TRUE(waitUntil([this] { return failures == 2; }));
+    EXPECT_EQ(titleOfPage(&window), u"Gone"_s);
+}
+
+TEST_F(WebPage, ThatMakesRoomForAnotherHasNotFailed) {
+    HttpReply slow = html("<p>first words</p>");
+    slow.announcedLength = 1000;
+    slow.stalls = true;
+    server.expect("GET", "/slow.html", slow);
+    view->load(QUrl(server.url(u"/slow.html"_s)));
+    EXPECT_TRUE(waitUntil([&] { return !server.requests().isEmpty(); }));
+    show("<title>next</title>");
+    EXPECT_EQ(titleOfPage(&window), u"next"_s);
+    EXPECT_EQ(failures, 0);
+}
+
+TEST_F(WebPage, NotesThatDoNotLoadAreThoseThatTheFeedBroughtAlong) {
+    becomeHost(u"1042"_s, u"2.0"_s);
+    const auto panel = TXUpdatePanel::panel();
+    const QList<TXUpdatePtr> updates = makeUpdates(2);
+    updates[0]->setReleaseNotesURL(QUrl(u"http://127.0.0.1:1/refused.html"_s));
+    updates[0]->setItemDescription(u"<title>Brought along</title><p>text</p>"_s);
+    updates[1]->setReleaseNotesURL(QUrl(server.url(u"/missing.html"_s)));
+    updates[1]->setItemDescription(u"<title>This one too</title><p>text</p>"_s);
+    server.always([](const HttpRequest &) { return HttpReply{.status = 404, .body = "gone"}; });
+    panel->setUpdatesAndDesignatedUpdate(updates, updates[0]);
+    panel->showWindow({});
+    EXPECT_TRUE(waitUntil([&] { return titleOfPage(panel.get()) == u"Brought along"_s; }));
+    panel->chooseUpdate(updates[1]);
+    EXPECT_TRUE(waitUntil([&] { return titleOfPage(panel.get()) == u"This one too"_s; }));
+    panel->closeWithCode(0);
+}
+
 /// The window for posts, its pages in the real engine.
 class PostWindow : public tx::test::UiTest {
 protected:
@@ -540,6 +617,22 @@ TEST_F(PostWindow, PreferredSizeIsTheContentAndTheLeast) {
     (void)controller->showWindow();
 }
 
+TEST_F(PostWindow, PreferredSizeIsBoundedByTheScreen) {
+    QList<TXUpdatePostPtr> posts = makePosts(1);
+    posts[0]->setPreferredDisplaySize({70000, 44400});
+    controller->setPosts(posts);
+    inModalSession([&] {
+        const QSize available = controller->window()->screen()->availableGeometry().size();
+        const QSize frame = controller->window()->frameGeometry().size();
+        EXPECT_EQ(frame.boundedTo(available), frame);
+        EXPECT_GT(controller->window()->width(), available.width() - 50);
+        EXPECT_GT(controller->window()->height(), available.height() - 100);
+        EXPECT_EQ(controller->window()->minimumSize(), controller->window()->size());
+        controller->closeWindow();
+    });
+    (void)controller->showWindow();
+}
+
 TEST_F(PostWindow, EveryWayOfClosingNotifies) {
     const QList<std::function<void()>> ways{
         [&] { controller->window()->close(); },
@@ -594,9 +687,13 @@ TEST_F(PostWindow, PostsThatAskForItAreShownAgain) {
                 "<script>window.webkit.messageHandlers.closeWindow.postMessage('" + body + "')</script>";
     };
     pagesSay("askLater");
+    // A host cannot reach the window that is shown here, and hears of it all the same.
+    const QSignalSpy notifications(TXNotificationCenter::defaultCenter(), &TXNotificationCenter::posted);
     EXPECT_TRUE(updates.showPostsAtQuit());
+    EXPECT_EQ(notifications, (QList<QVariantList>{{TXUpdatePostWindowDidCloseNotificationName}}));
     EXPECT_TRUE(updates.hasPostsToShowAtQuit()) << "at the next quit again";
     EXPECT_TRUE(updates.showPostsPassively());
+    EXPECT_EQ(notifications.size(), 2) << "each time";
     EXPECT_TRUE(updates.hasPostsToShowPassively());
     pagesSay("read");
     EXPECT_TRUE(updates.showPostsAtQuit());

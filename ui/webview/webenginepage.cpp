@@ -7,6 +7,7 @@
 #include <QUuid>
 #include <QWebEngineCertificateError>
 #include <QWebEngineFullScreenRequest>
+#include <QWebEngineLoadingInfo>
 #include <QWebEngineRegisterProtocolHandlerRequest>
 #include <QWebEngineScript>
 #include <QWebEngineScriptCollection>
@@ -66,6 +67,16 @@ WebEnginePage::WebEnginePage(QWebEngineProfile *profile, const WebViewClient &cl
     connect(this, &QWebEnginePage::loadFinished, this, [this](bool ok) {
         if (m_client.loadFinished)
             m_client.loadFinished(ok);
+    });
+    connect(this, &QWebEnginePage::loadingChanged, this, [this](const QWebEngineLoadingInfo &info) {
+        // One that was stopped made room for another page.
+        if (info.status() != QWebEngineLoadingInfo::LoadFailedStatus)
+            return;
+        // Neither the engine's own words nor the page before, but what came.
+        if (info.isErrorPage() || info.url() != url())
+            setHtml({});
+        if (m_client.loadFailed)
+            m_client.loadFailed();
     });
 }
 

@@ -35,7 +35,7 @@ void restrict(QWebEngineSettings &settings) {
           Settings::AllowRunningInsecureContent, Settings::AllowGeolocationOnInsecureOrigins,
           Settings::AllowWindowActivationFromJavaScript, Settings::NavigateOnDropEnabled,
           Settings::FullScreenSupportEnabled, Settings::HyperlinkAuditingEnabled,
-          Settings::DnsPrefetchEnabled})
+          Settings::DnsPrefetchEnabled, Settings::ErrorPageEnabled})
         settings.setAttribute(off, false);
     settings.setAttribute(Settings::FocusOnNavigationEnabled, false);
     settings.setAttribute(Settings::PlaybackRequiresUserGesture, true);

@@ -1,0 +1,30 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <TarvixUpdate/TXGlobal.h>
+
+#include <QObject>
+#include <QString>
+
+/// Tells a host of events of objects that it does not hold, such as the window that shows posts while the
+/// application quits.
+///
+///     QObject::connect(TXNotificationCenter::defaultCenter(), &TXNotificationCenter::posted, this,
+///                      [](const QString &name) {
+///                          if (name == TXUpdatePostWindowDidCloseNotificationName)
+///                              ...
+///                      });
+///
+/// Thread: main. Ownership: the framework's; there until the process ends.
+class TX_EXPORT TXNotificationCenter final : public QObject {
+    Q_OBJECT
+public:
+    static TXNotificationCenter *defaultCenter();
+
+Q_SIGNALS:
+    /// `name`: the value of one of the framework's constants.
+    void posted(const QString &name);
+
+private:
+    TXNotificationCenter() = default;
+};

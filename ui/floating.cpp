@@ -1,0 +1,63 @@
+// SPDX-License-Identifier: MIT
+#include "ui/floating.h"
+
+#include "ui/interfacefile.h"
+#include "ui/interfaceloader.h"
+
+#include <QGuiApplication>
+#include <QWindow>
+
+namespace tx {
+
+Floating::Floating(QWidget *window)
+    : m_window(window) {
+    window->winId(); // the native window
+    follow(QGuiApplication::focusWindow());
+    // In the background, or behind a window that closes: the first one that the user can see.
+    for (QWindow *other : QGuiApplication::topLevelWindows()) {
+        if (!window->windowHandle()->transientParent())
+            follow(other);
+    }
+    // Queued: where the window has to be shown again, not while the focus still moves.
+    connect(
+        qGuiApp, &QGuiApplication::focusWindowChanged, this,
+        [this] { follow(QGuiApplication::focusWindow()); }, Qt::QueuedConnection);
+}
+
+bool Floating::canBeBelow(const QWindow *other) const {
+    if (!other->isVisible() || other->modality() != Qt::NonModal ||
+        (other->type() != Qt::Window && other->type() != Qt::Dialog))
+        return false;
+    for (const QWindow *above = other; above; above = above->transientParent()) {
+        if (above == m_window->windowHandle())
+            return false; // the window itself, or one that belongs to it
+    }
+    return true;
+}
+
+void Floating::follow(QWindow *active) {
+    if (!active || !m_window || !m_window->windowHandle())
+        return; // another program is active
+    while (QWindow *outer = active->parent())
+        active = outer;
+    QWindow *handle = m_window->windowHandle();
+    if (active == handle->transientParent() || !canBeBelow(active))
+        return;
+    handle->setTransientParent(active);
+    if (m_window->isVisible())
+        tellDesktop(active);
+}
+
+void Floating::tellDesktop(QWindow *active) {
+    static const auto tell =
+        reinterpret_cast<TransientParentTeller>(interfaceFunction("txTellTransientParent"));
+    if (!tell || tell(m_window->windowHandle()))
+        return;
+    m_window->setAttribute(Qt::WA_ShowWithoutActivating);
+    m_window->hide();
+    m_window->show();
+    m_window->setAttribute(Qt::WA_ShowWithoutActivating, false);
+    active->requestActivate(); // the user works there
+}
+
+} // namespace tx

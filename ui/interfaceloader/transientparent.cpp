@@ -1,0 +1,50 @@
+// SPDX-License-Identifier: MIT
+// Qt tells the desktop of a window's transient parent when it shows the window, and not again.
+#include "ui/interfaceloader.h"
+
+#include <QGuiApplication>
+#include <QWindow>
+
+#include <array>
+#include <cstring>
+#include <xcb/xcb.h>
+
+namespace {
+
+/// Asks the window manager to put the window above another one, in the way that applications have for this
+/// (ICCCM 4.1.5): frames keep the two from being siblings for the server. It does not bring either to the
+/// front.
+void putAbove(xcb_connection_t *connection, xcb_window_t window, xcb_window_t sibling) {
+    const xcb_window_t root = xcb_setup_roots_iterator(xcb_get_setup(connection)).data->root;
+    xcb_configure_request_event_t request{};
+    request.response_type = XCB_CONFIGURE_REQUEST;
+    request.stack_mode = XCB_STACK_MODE_ABOVE;
+    request.parent = root;
+    request.window = window;
+    request.sibling = sibling;
+    request.value_mask = XCB_CONFIG_WINDOW_SIBLING | XCB_CONFIG_WINDOW_STACK_MODE;
+    // Events have one size.
+    std::array<char, 32> event{};
+    std::memcpy(event.data(), &request, sizeof request);
+    xcb_send_event(connection, 0, root,
+                   XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY | XCB_EVENT_MASK_SUBSTRUCTURE_REDIRECT, event.data());
+}
+
+} // namespace
+
+extern "C" Q_DECL_EXPORT bool txTellTransientParent(QWindow *window) {
+    QWindow *parent = window->transientParent();
+    // Other platforms have the interface as well, without a connection.
+    const auto *x11 = qGuiApp->nativeInterface<QNativeInterface::QX11Application>();
+    xcb_connection_t *connection = x11 ? x11->connection() : nullptr;
+    if (!connection || !parent)
+        return !QGuiApplication::platformName().startsWith(u"wayland");
+    const auto own = xcb_window_t(window->winId());
+    const auto below = xcb_window_t(parent->winId());
+    xcb_change_property(connection, XCB_PROP_MODE_REPLACE, own, XCB_ATOM_WM_TRANSIENT_FOR, XCB_ATOM_WINDOW,
+                        32, 1, &below);
+    // Some window managers heed the new order only when one of the windows is raised.
+    putAbove(connection, own, below);
+    xcb_flush(connection);
+    return true;
+}

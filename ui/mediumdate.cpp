@@ -1,0 +1,22 @@
+// SPDX-License-Identifier: MIT
+#include "ui/mediumdate.h"
+
+#include "platform/directories.h"
+#include "ui/interfacefile.h"
+#include "ui/interfaceloader.h"
+
+#include <QDateTime>
+#include <QLocale>
+
+namespace tx {
+
+QString mediumDate(const QDateTime &date) {
+    if (!date.isValid())
+        return {};
+    static const auto format = reinterpret_cast<DateFormatter>(interfaceFunction("txMediumDate"));
+    const QDate day = date.toLocalTime().date();
+    const QString text = format ? format(dateLocaleTag(), day) : QString();
+    return text.isEmpty() ? QLocale().toString(day, QLocale::ShortFormat) : text;
+}
+
+} // namespace tx

@@ -1,0 +1,7 @@
+// SPDX-License-Identifier: MIT
+#include <TarvixUpdate/TXNotificationCenter.h>
+
+TXNotificationCenter *TXNotificationCenter::defaultCenter() {
+    static auto *center = new TXNotificationCenter; // windows may close while static objects go
+    return center;
+}
