@@ -168,6 +168,22 @@ TEST_F(InstallerSteps, LockThatCannotBeHadMeansHandsOff) {
     EXPECT_TRUE(isNew());
 }
 
+TEST_F(InstallerSteps, FolderWhoseLockCannotBeLookedAtMeansHandsOff) {
+    const QString closed = path(u"closed"_s);
+    QDir().mkpath(closed + u"/cache"_s);
+    if (geteuid() == 0) {
+        session.user = session.group = 65534;
+        session.dropsPrivileges = true;
+    }
+    ASSERT_EQ(chmod(QFile::encodeName(closed).constData(), geteuid() == 0 ? 0700 : 0), 0);
+    EXPECT_EQ(install(tx::installer::processRights(), closed + u"/cache/New - 2.zip"_s),
+              tx::installer::StatusTryLater);
+    ASSERT_EQ(chmod(QFile::encodeName(closed).constData(), 0700), 0);
+    EXPECT_THAT(log, testing::HasSubstr("cannot lock " + closed.toStdString()));
+    EXPECT_TRUE(isOld());
+    EXPECT_EQ(tx::test::treeOf(fresh), newTree);
+}
+
 TEST_F(InstallerSteps, OldApplicationStaysWhenTheFolderCannotBeSynced) {
     const std::string places[] = {app.toStdString(), tx::stagedPathFor(app.toStdString()),
                                   tx::backupPathFor(app.toStdString())};

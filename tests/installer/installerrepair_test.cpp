@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "tests/installer/installertest.h"
 
+#include "platform/linux/bundlecontents.h"
+
 #include <cctype>
 #include <cerrno>
 #include <functional>
@@ -225,6 +227,23 @@ TEST_F(InstallerTool, BundlesOfMoreThanTheirContentsAreNotReplacedInPlace) {
         EXPECT_EQ(tx::test::treeOf(app), all);
         EXPECT_TRUE(QFileInfo::exists(fresh));
         chmod(QFile::encodeName(app).constData(), 0755);
+    }
+}
+
+TEST_F(InstallerTool, BundleOfAnotherUserIsNotReplacedInPlace) {
+    const auto problemOf = [this](const QString &bundle) {
+        return tx::posix::contentsProblem(bundle.toStdString(), fresh.toStdString());
+    };
+    EXPECT_EQ(problemOf(app), "");
+    // Also when it may be written to.
+    if (geteuid() == 0) {
+        ASSERT_EQ(chown(QFile::encodeName(app).constData(), 65534, 65534), 0);
+        EXPECT_EQ(problemOf(app), app.toStdString() + " does not belong to this user");
+        ASSERT_EQ(chown(QFile::encodeName(app).constData(), 0, 0), 0);
+        ASSERT_EQ(chown(QFile::encodeName(app + u"/Contents"_s).constData(), 65534, 65534), 0);
+        EXPECT_EQ(problemOf(app), app.toStdString() + "/Contents does not belong to this user");
+    } else {
+        EXPECT_EQ(problemOf(u"/usr"_s), "/usr does not belong to this user");
     }
 }
 

@@ -358,6 +358,7 @@ TEST_F(InstallerTool, RecordedSessionIsTheUsersOwn) {
     EXPECT_EQ(sessionFrom(0600), (std::vector<std::string>{"MARK=here", "NEW=line\nin it"}));
     EXPECT_THAT(sessionFrom(0644), testing::Not(testing::Contains("MARK=here"))) << "others may read it";
     EXPECT_THAT(sessionFrom(0644), testing::Contains(testing::StartsWith("PATH=")));
+    EXPECT_THAT(sessionFrom(0600), testing::Contains("MARK=here"));
     ASSERT_TRUE(QFile::rename(record, path(u"elsewhere"_s)));
     ASSERT_TRUE(QFile::link(path(u"elsewhere"_s), record));
     EXPECT_THAT(tx::installer::environmentFor(geteuid(), record.toStdString()),

@@ -130,7 +130,7 @@ protected:
         session.user = getuid();
         session.group = getgid();
     }
-    int install(tx::installer::Rights &rights = tx::installer::processRights()) {
+    int install(tx::installer::Rights &rights = tx::installer::processRights(), const QString &from = {}) {
         tx::installer::Context context{.files = &files, .rights = &rights};
         context.session = session;
         context.log = [this](const std::string &line) { log += line + '\n'; };
@@ -141,7 +141,7 @@ protected:
         log.clear();
         opened = 0;
         return tx::installer::install({static_cast<pid_t>(endedProcess().toInt()), fresh.toStdString(),
-                                       app.toStdString(), archive.toStdString()},
+                                       app.toStdString(), (from.isNull() ? archive : from).toStdString()},
                                       context);
     }
     bool freshIsThere() const { return treeOf(fresh) == newTree && QFileInfo::exists(archive); }

@@ -52,6 +52,7 @@ TEST_F(PackageOwner, DpkgOwnsWhatItsListsNameByAnyPath) {
     ASSERT_TRUE(QFile::link(bundle, path(u"shortcut"_s)));
     list(u"other"_s, bundle + u".old\n"_s + path(u"elsewhere/My.app"_s) + u'\n' + path(u"opt/NotMy.app"_s) +
                          u"\n/My.app\n"_s + path(u"opt"_s));
+    tx::test::makeBundle(path(u"elsewhere/My.app"_s), {});
     tx::test::writeFile(dpkg + u"/info/mine.md5sums"_s, bundle.toUtf8() + "\n");
     EXPECT_EQ(owner(), QString()) << "similar names, and lists of something else";
     for (const QString &line : {bundle, bundle + u"/Contents/Info.plist"_s, bundle + u"/Contents/PlugIns/x"_s,

@@ -128,6 +128,12 @@ TEST_P(Unpacking, LinkThatIsAbsoluteOrLeadsOutOfItsFolderSpoilsTheWholeArchive) 
              Case{{link(u"A.app/self"_s, "self/x")}, "is a link that leads through too many others"},
          })
         expectNothing(unpack(QList<ArchiveEntry>{good} + c.entries), c.reason);
+    // More than the system follows, though they lead somewhere.
+    QList<ArchiveEntry> chain{good};
+    for (int i = 0; i < 45; ++i)
+        chain << link(u"A.app/l%1"_s.arg(i), "l" + QByteArray::number(i + 1));
+    chain << ArchiveEntry{u"A.app/l45"_s, ArchiveEntry::File, "x"};
+    expectNothing(unpack(chain), "is a link that leads through too many others");
 }
 
 TEST_P(Unpacking, LinksWithinTheirFolderStay) {
