@@ -29,6 +29,10 @@ target_compile_definitions(tarvix_settings INTERFACE
   QT_DISABLE_DEPRECATED_BEFORE=0x060400
   # Qt 6.4 is the oldest supported: what later versions deprecate has no replacement there.
   QT_WARN_DEPRECATED_UP_TO=0x060400)
+if(CMAKE_SIZEOF_VOID_P EQUAL 4)
+  # Files of more than 2 GiB, also where an off_t has 32 bits without these words.
+  target_compile_definitions(tarvix_settings INTERFACE _FILE_OFFSET_BITS=64)
+endif()
 target_include_directories(tarvix_settings INTERFACE ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/include)
 
 set(TARVIXUPDATE_SANITIZE "" CACHE STRING "Sanitizers to build with, such as address,undefined or thread")

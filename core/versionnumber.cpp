@@ -179,6 +179,7 @@ size_t TXVersionNumber::hash() const {
     if (m_format != Parsed)
         return 0;
     constexpr quint64 mask = 0x5555;
-    return m_majorVersion ^ m_minorVersion ^ m_patchVersion ^ m_suffix ^ m_suffixVersion ^
-           (m_suffixString.isNull() ? 0 : qHash(m_suffixString)) ^ mask;
+    // Where a size_t has 32 bits, the lower half is as good.
+    return static_cast<size_t>(m_majorVersion ^ m_minorVersion ^ m_patchVersion ^ m_suffix ^ m_suffixVersion ^
+                               (m_suffixString.isNull() ? 0 : qHash(m_suffixString)) ^ mask);
 }

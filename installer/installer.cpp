@@ -363,7 +363,7 @@ bool parseArguments(const std::vector<std::string> &words, Arguments &arguments,
     }
     char *end = nullptr;
     errno = 0;
-    const long process = std::strtol(words[0].c_str(), &end, 10);
+    const long long process = std::strtoll(words[0].c_str(), &end, 10);
     if (words[0].empty() || *end != '\0' || errno != 0 || process <= 1 || process > 0x7FFFFFFF ||
         process == getpid()) {
         why = "\"" + words[0] + "\" is not the process identifier of an application";

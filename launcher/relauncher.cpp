@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "launcher/relauncher.h"
 
+#include <algorithm>
 #include <cstdlib>
+#include <limits>
 
 namespace tx::launcher {
 
@@ -10,7 +12,10 @@ int relaunch(const std::vector<std::string> &arguments, const Context &context) 
     if (arguments.size() != argumentCount)
         return 1;
     const bool logs = arguments[2] == "debug";
-    const auto awaited = static_cast<pid_t>(std::strtol(arguments[0].c_str(), nullptr, 10));
+    // A number that is too large must not become that of another process.
+    const auto awaited = static_cast<pid_t>(
+        std::clamp<long long>(std::strtoll(arguments[0].c_str(), nullptr, 10),
+                              std::numeric_limits<pid_t>::min(), std::numeric_limits<pid_t>::max()));
     if (logs)
         context.log("TXUpdateLauncher is waiting for app to terminate...");
     while (context.parent() == awaited)

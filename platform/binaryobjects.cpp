@@ -7,8 +7,8 @@ namespace tx {
 
 namespace {
 
-constexpr uint64_t header = 8;
-constexpr uint64_t trailer = 32;
+constexpr size_t header = 8;
+constexpr size_t trailer = 32;
 
 } // namespace
 
@@ -16,7 +16,7 @@ BinaryObjects::BinaryObjects(std::string_view document)
     : m_document(document) {
     if (document.size() < trailer || document.substr(0, 6) != "bplist")
         return;
-    const uint64_t start = document.size() - trailer;
+    const size_t start = document.size() - trailer;
     m_offsetSize = static_cast<unsigned char>(document[start + 6]);
     m_referenceSize = static_cast<unsigned char>(document[start + 7]);
     m_count = number(start + 8, 8).value_or(0);
@@ -40,7 +40,7 @@ std::optional<BinaryObjects::Object> BinaryObjects::at(uint64_t index) const {
     const auto offset = number(m_table + index * m_offsetSize, m_offsetSize);
     if (!offset || *offset >= size())
         return std::nullopt;
-    const auto marker = static_cast<unsigned char>(m_document[*offset]);
+    const auto marker = static_cast<unsigned char>(m_document[static_cast<size_t>(*offset)]);
     Object object{.kind = static_cast<unsigned>(marker) >> 4U,
                   .detail = marker & 0xFU,
                   .length = marker & 0xFU,
@@ -67,14 +67,15 @@ std::optional<uint64_t> BinaryObjects::number(uint64_t offset, uint64_t bytes) c
         return std::nullopt;
     uint64_t value = 0;
     for (uint64_t i = 0; i < bytes; ++i)
-        value = value << 8 | static_cast<unsigned char>(m_document[offset + i]);
+        value = value << 8 | static_cast<unsigned char>(m_document[static_cast<size_t>(offset + i)]);
     return value;
 }
 
 std::optional<std::string_view> BinaryObjects::bytes(uint64_t offset, uint64_t length) const {
-    if (offset > m_table || length > m_table - offset)
+    const uint64_t end = std::min(m_table, size());
+    if (offset > end || length > end - offset)
         return std::nullopt;
-    return m_document.substr(offset, length);
+    return m_document.substr(static_cast<size_t>(offset), static_cast<size_t>(length));
 }
 
 } // namespace tx

@@ -5,8 +5,9 @@
 
 #include <algorithm>
 #include <charconv>
+#include <chrono>
 #include <cmath>
-#include <ctime>
+#include <cstdint>
 
 namespace tx::plain {
 
@@ -61,18 +62,17 @@ std::optional<Value> dateFrom(std::string_view text) {
         std::from_chars(text.data() + at, text.data() + at + digits, value);
         return value;
     };
-    struct tm parts {};
-    parts.tm_year = number(0, 4) - 1900;
-    parts.tm_mon = number(5, 2) - 1;
-    parts.tm_mday = number(8, 2);
-    parts.tm_hour = number(11, 2);
-    parts.tm_min = number(14, 2);
-    parts.tm_sec = number(17, 2);
-    struct tm normal = parts;
-    const time_t seconds = timegm(&normal);
-    if (normal.tm_mon != parts.tm_mon || normal.tm_mday != parts.tm_mday || normal.tm_hour != parts.tm_hour ||
-        normal.tm_min != parts.tm_min || normal.tm_sec != parts.tm_sec)
+    const std::chrono::year_month_day day{std::chrono::year(number(0, 4)),
+                                          std::chrono::month(static_cast<unsigned>(number(5, 2))),
+                                          std::chrono::day(static_cast<unsigned>(number(8, 2)))};
+    const int hour = number(11, 2);
+    const int minute = number(14, 2);
+    const int second = number(17, 2);
+    if (!day.ok() || hour > 23 || minute > 59 || second > 59)
         return std::nullopt;
+    // Not time_t, which ends in 2038 on some systems.
+    const int64_t days = std::chrono::sys_days(day).time_since_epoch().count();
+    const int64_t seconds = days * 86400 + hour * 3600 + minute * 60 + second;
     constexpr double reference = 978307200;
     constexpr double furthest = 2147483646;
     const double sinceReference = static_cast<double>(seconds) - reference;
@@ -296,8 +296,9 @@ private:
             if (name != "string" && name != "key")
                 return std::nullopt;
         }
-        const bool isPlain = std::none_of(result.begin(), result.end(),
-                                          [](char c) { return c >= 0 && c < 0x20 && !isSpace(c); });
+        const bool isPlain = std::none_of(result.begin(), result.end(), [](unsigned char c) {
+            return c < 0x20 && !isSpace(static_cast<char>(c));
+        });
         if (!endOf(name) || !isPlain || !detail::isText(result))
             return std::nullopt;
         return result;

@@ -95,6 +95,21 @@ TEST(LauncherLog, HasItsLinesOnlyForDebug) {
         EXPECT_THAT(stepsWith(other), testing::ElementsAre("wait", "wait", "open /opt/A.app")) << other;
 }
 
+TEST(LauncherNumber, BeyondThoseOfProcessesIsNotTheParents) {
+    // 2^32 + 40, -2^32 + 40 and 2^64 + 40: their lowest bits are the parent's number.
+    for (const char *number : {"4294967336", "-4294967256", "18446744073709551656"}) {
+        int waits = 0;
+        QStringList opened;
+        const tx::launcher::Context context{
+            [&] { return ++waits > 3 ? 1 : 40; }, [] {},
+            [&](const std::string &bundle) { opened << QString::fromStdString(bundle); },
+            [](const std::string &) {}};
+        EXPECT_EQ(tx::launcher::relaunch({number, "/opt/A.app", ""}, context), 0);
+        EXPECT_EQ(waits, 1) << number;
+        EXPECT_EQ(opened, QStringList(u"/opt/A.app"_s));
+    }
+}
+
 TEST_F(Launcher, RelaunchScriptOpensWhenTheProcessHasGone) {
     // The shell is the host. First the script alone, then both roads, as a host takes them: the application
     // comes back once, whatever its path holds.
