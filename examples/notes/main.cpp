@@ -3,6 +3,7 @@
 // windows do everything (NoteWindow); with a command it works on the terminal, and drives the update itself
 // (Updating below).
 
+#include "launchlog.h"
 #include "notes.h"
 #include "notewindow.h"
 #include "walkthrough.h"
@@ -10,9 +11,7 @@
 #include <TarvixUpdate/TarvixUpdate.h>
 
 #include <QApplication>
-#include <QDateTime>
 #include <QElapsedTimer>
-#include <QFile>
 #include <QPalette>
 #include <QSocketNotifier>
 #include <QTextStream>
@@ -88,17 +87,11 @@ private:
     QElapsedTimer m_timer;
 };
 
-/// Leaves a line for whoever started the application without a terminal.
 void recordLaunch() {
-    QFile log(qEnvironmentVariable("TARVIX_NOTES_LAUNCH_LOG"));
-    if (log.fileName().isEmpty() || !log.open(QIODevice::Append))
-        return;
     const TXUpdateHost *host = TXUpdateHost::host();
-    log.write(u"%1 build=%2 version=%3 pid=%4 path=%5\n"_s.arg(QDateTime::currentMSecsSinceEpoch())
-                  .arg(host->version(), host->displayVersion())
-                  .arg(QCoreApplication::applicationPid())
-                  .arg(host->bundle().bundlePath())
-                  .toUtf8());
+    recordLine(u"build=%1 version=%2 pid=%3 path=%4"_s.arg(host->version(), host->displayVersion())
+                   .arg(QCoreApplication::applicationPid())
+                   .arg(host->bundle().bundlePath()));
 }
 
 int runCommand(const QStringList &words, const Notes &notes, Updating &updating) {

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "walkthrough.h"
 
+#include "launchlog.h"
+
 #include <QAbstractButton>
 #include <QApplication>
 #include <QDialog>
@@ -10,8 +12,10 @@
 #include <QMessageBox>
 #include <QMouseEvent>
 #include <QPixmap>
+#include <QProcess>
 #include <QScreen>
 #include <QTableView>
+#include <QWindow>
 
 #include <cstdio>
 
@@ -19,6 +23,9 @@ namespace {
 
 constexpr int interval = 50;
 constexpr int longestWait = 30000;
+constexpr int longestPicture = 15000;
+/// Pixels of the desktop around the windows.
+constexpr int margin = 24;
 
 /// The dialog that holds a part of this name and shows it.
 QDialog *dialogWith(const char *part) {
@@ -80,6 +87,22 @@ void answer(QMessageBox::StandardButton button) {
         if (QMessageBox *box = question())
             box->button(button)->click();
     });
+}
+
+/// Lets another program put a picture of the screen into the file; the reason when it does not.
+QString askCamera(const QString &camera, const QString &file) {
+    QProcess process;
+    process.start(camera, {file});
+    if (!process.waitForFinished(longestPicture)) {
+        const QString reason = process.errorString();
+        process.kill();
+        process.waitForFinished();
+        return QStringLiteral("%1: %2").arg(camera, reason);
+    }
+    if (process.exitStatus() == QProcess::NormalExit && process.exitCode() == 0)
+        return {};
+    const QString said = QString::fromUtf8(process.readAllStandardError()).simplified();
+    return said.isEmpty() ? QStringLiteral("%1 took none").arg(camera) : said;
 }
 
 } // namespace
@@ -175,21 +198,30 @@ void Walkthrough::advance() {
     const Step step = m_steps.takeFirst();
     m_settled.invalidate();
     m_waiting.restart();
-    if (!step.name.isEmpty())
-        takePicture(step.name);
+    if (!step.name.isEmpty()) {
+        const QString reason = takePicture(m_folder + QLatin1Char('/') + step.name + QStringLiteral(".png"));
+        recordLine(QStringLiteral("state=%1 %2")
+                       .arg(step.name, reason.isEmpty() ? QStringLiteral("picture")
+                                                        : QStringLiteral("no picture: ") + reason));
+    }
     step.act();
 }
 
-void Walkthrough::takePicture(const QString &name) const {
+QString Walkthrough::takePicture(const QString &file) const {
+    const QString camera = qEnvironmentVariable("TARVIX_NOTES_CAMERA");
+    if (!camera.isEmpty())
+        return askCamera(camera, file);
     // The screen and not the widgets: this is what people see.
     QScreen *screen = m_window.screen();
-    QRect area = m_window.frameGeometry();
-    for (const QWidget *widget : QApplication::topLevelWidgets()) {
-        if (widget->isVisible() && widget->isWindow())
-            area = area.united(widget->frameGeometry());
+    // The windows' own frames: widgets hear of theirs late.
+    QRect area;
+    for (const QWindow *window : QGuiApplication::topLevelWindows()) {
+        if (window->isVisible() && window->type() != Qt::ToolTip)
+            area = area.united(window->frameGeometry());
     }
-    area = area.intersected(screen->geometry());
-    if (!screen->grabWindow(0, area.x(), area.y(), area.width(), area.height())
-             .save(m_folder + QLatin1Char('/') + name + QStringLiteral(".png")))
-        std::fprintf(stderr, "walkthrough: could not save %s\n", name.toUtf8().constData());
+    area = area.adjusted(-margin, -margin, margin, margin).intersected(screen->geometry());
+    const QPixmap picture = screen->grabWindow(0, area.x(), area.y(), area.width(), area.height());
+    if (picture.isNull())
+        return QStringLiteral("this display shows its screen to no application");
+    return picture.save(file) ? QString() : QStringLiteral("%1 could not be written").arg(file);
 }

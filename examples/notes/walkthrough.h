@@ -8,8 +8,10 @@
 
 #include <functional>
 
-/// Walks through an update by itself, pressing what a user would press, and leaves a picture of each state in
-/// a folder. In the old build: check, offer, download, install, which the application's question about
+/// Walks through an update by itself, pressing what a user would press. It records each state in the launch
+/// log, and leaves a picture of it in a folder when it can: where the toolkit cannot look at the screen (on
+/// Wayland), the program that TARVIX_NOTES_CAMERA names is run with the picture's path. It goes on without
+/// pictures. In the old build: check, offer, download, install, which the application's question about
 /// unsaved notes stops once. In the new one: up to date, news, news at quit.
 class Walkthrough final : public QObject {
     Q_OBJECT
@@ -26,7 +28,8 @@ private:
             {}; ///< a state that was over too quickly is left out; null: waited for
     };
     void advance();
-    void takePicture(const QString &name) const;
+    /// The reason when there is no picture; empty on success.
+    [[nodiscard]] QString takePicture(const QString &file) const;
     void oldBuild();
     void newBuild();
 

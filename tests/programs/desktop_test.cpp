@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
-// The example application in its window on a display of its own: from the click on "Check for Updates..." to
-// the new build that was opened again, with the keys and clicks of a user, real pages and a real server.
+// The example application in its window on a desktop of its own, X11 with a window manager and Wayland: from
+// the click on "Check for Updates..." to the new build that was opened again, with the keys and clicks of a
+// user, real pages and a real server. And the demonstration, with a display that gives no pictures, and
+// without a display.
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
 #include "tests/support/feedserver.h"
@@ -17,39 +19,87 @@ using tx::test::waitUntil;
 
 namespace {
 
-class OnADesktop : public tx::test::FrameworkTest {
+/// Sets a variable of the environment for a while, or takes it away (null).
+class Variable {
+public:
+    Variable(const char *name, const QByteArray &value)
+        : m_name(name)
+        , m_before(qgetenv(name))
+        , m_was(qEnvironmentVariableIsSet(name)) {
+        value.isNull() ? qunsetenv(name) : qputenv(name, value);
+    }
+    ~Variable() { m_was ? qputenv(m_name, m_before) : qunsetenv(m_name); }
+    Q_DISABLE_COPY_MOVE(Variable)
+
+private:
+    const char *m_name;
+    QByteArray m_before;
+    bool m_was;
+};
+
+constexpr QFile::Permissions executable = QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner;
+const QString demoScripts = QStringLiteral(TEST_SOURCES) + u"/../scripts/demo/"_s;
+
+/// Runs one of the scripts to its end, which takes minutes under a sanitizer.
+tx::test::ProcessResult runScript(const QString &program, const QStringList &arguments) {
+    QProcess process;
+    process.start(program, arguments);
+    process.closeWriteChannel();
+    if (!process.waitForFinished(280000)) {
+        process.terminate();
+        process.waitForFinished();
+    }
+    return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1,
+            process.readAllStandardOutput(), process.readAllStandardError()};
+}
+
+/// The programs that these tests start, without what a sanitizer would say about the web engine and root
+/// would lack.
+class GraphicalTest : public tx::test::FrameworkTest {
+    // Root in a container has no sandbox; these pages are the test's own.
+    const Variable sandbox{"QTWEBENGINE_DISABLE_SANDBOX", "1"};
+    const Variable leaks{"LSAN_OPTIONS",
+                         "suppressions=" TEST_SOURCES "/support/leaks.supp:print_suppressions=0"};
+    const Variable addresses{"ASAN_OPTIONS", "new_delete_type_mismatch=0"};
+    const Variable platform{"QT_QPA_PLATFORM", {}};
+};
+
+class OnADesktop : public GraphicalTest, public testing::WithParamInterface<const char *> {
 protected:
-    QProcess display;
+    QProcess desktop;
     const QString app = path(u"My Applications/Notes.app"_s);
     const QString launches = path(u"launches"_s);
     const QString pictures = path(u"pictures"_s);
     const tx::test::ProcessReaper reaper{app + u"/Contents/Linux/TarvixNotes"_s};
+    const Variable launchLog{"TARVIX_NOTES_LAUNCH_LOG", launches.toUtf8()};
+    const Variable pictureFolder{"TARVIX_NOTES_PICTURES", pictures.toUtf8()};
 
     OnADesktop() {
-        display.setStandardOutputFile(QProcess::nullDevice());
-        display.setStandardErrorFile(QProcess::nullDevice());
-        const QString number = path(u"display"_s);
-        display.start(
-            u"/bin/sh"_s,
-            {u"-c"_s, u"exec Xvfb -displayfd 3 -screen 0 1280x900x24 -nolisten tcp 3> \"$0\""_s, number});
-        EXPECT_TRUE(waitUntil([&] { return tx::test::readFile(number).endsWith('\n'); }));
-        qputenv("DISPLAY", ':' + tx::test::readFile(number).trimmed());
-        qunsetenv("WAYLAND_DISPLAY");
-        qputenv("QT_QPA_PLATFORM", "xcb");
-        // Root in a container has no sandbox; these pages are the test's own.
-        qputenv("QTWEBENGINE_DISABLE_SANDBOX", "1");
-        qputenv("LSAN_OPTIONS", "suppressions=" TEST_SOURCES "/support/leaks.supp:print_suppressions=0");
-        qputenv("ASAN_OPTIONS", "new_delete_type_mismatch=0");
-        qputenv("TARVIX_NOTES_LAUNCH_LOG", launches.toUtf8());
-        qputenv("TARVIX_NOTES_PICTURES", pictures.toUtf8());
+        desktop.setStandardOutputFile(QProcess::nullDevice());
+        desktop.setStandardErrorFile(path(u"desktop-errors"_s));
         makeBundle(app, u"1"_s, u"1.0"_s);
     }
     ~OnADesktop() override {
-        for (const char *name : {"DISPLAY", "TARVIX_NOTES_PICTURES", "TARVIX_NOTES_FEED"})
-            qunsetenv(name);
-        qputenv("QT_QPA_PLATFORM", "offscreen");
-        display.terminate();
-        display.waitForFinished();
+        desktop.closeWriteChannel();
+        desktop.waitForFinished();
+    }
+    /// The variables by which programs find the desktop, which stays until the end of the test.
+    QProcessEnvironment desktopsEnvironment() {
+        const QString variables = path(u"variables"_s);
+        desktop.start(demoScripts + u"desktop"_s,
+                      {QString::fromLatin1(GetParam()), u"sh"_s, u"-c"_s,
+                       u"env -0 > \"$0.new\" && mv \"$0.new\" \"$0\" && exec cat"_s, variables});
+        EXPECT_TRUE(waitUntil([&] {
+            return QFileInfo::exists(variables) || desktop.state() == QProcess::NotRunning;
+        })) << tx::test::readFile(path(u"desktop-errors"_s)).constData();
+        QProcessEnvironment environment;
+        for (const QByteArray &variable : tx::test::readFile(variables).split('\0')) {
+            const qsizetype end = variable.indexOf('=');
+            if (end > 0)
+                environment.insert(QString::fromUtf8(variable.first(end)),
+                                   QString::fromUtf8(variable.sliced(end + 1)));
+        }
+        return environment;
     }
     static void makeBundle(const QString &bundle, const QString &build, const QString &version) {
         const auto made =
@@ -59,7 +109,7 @@ protected:
     }
 };
 
-TEST_F(OnADesktop, WholeUpdateFromTheMenuToTheNewBuild) {
+TEST_P(OnADesktop, WholeUpdateFromTheMenuToTheNewBuild) {
     makeBundle(path(u"new/Notes.app"_s), u"4"_s, u"2.0"_s);
     const QStringList content = tx::test::treeOf(path(u"new/Notes.app"_s));
     tx::test::makeArchive(path(u"archive.zip"_s), tx::test::ArchiveKind::Zip,
@@ -82,8 +132,17 @@ TEST_F(OnADesktop, WholeUpdateFromTheMenuToTheNewBuild) {
             R"("minBuild":"4","launch":"any","url":")" +
             site + R"(/quit.html"}]})");
     });
-    qputenv("TARVIX_NOTES_FEED", (site + "/feed.json"));
+    const bool isWayland = std::string(GetParam()) == "wayland";
+    QProcessEnvironment environment = desktopsEnvironment();
+    ASSERT_EQ(environment.contains(u"WAYLAND_DISPLAY"_s), isWayland) << "no other desktop's";
+    ASSERT_EQ(environment.contains(u"DISPLAY"_s), !isWayland);
+    environment.insert(u"TARVIX_NOTES_FEED"_s, QString::fromUtf8(site) + u"/feed.json"_s);
+    if (isWayland) {
+        environment.insert(u"QT_QPA_PLATFORM"_s, u"wayland"_s);
+        environment.insert(u"TARVIX_NOTES_CAMERA"_s, demoScripts + u"picture"_s);
+    }
     QProcess notes;
+    notes.setProcessEnvironment(environment);
     notes.start(app + u"/Contents/Linux/TarvixNotes"_s, QStringList());
     ASSERT_TRUE(notes.waitForFinished(120000));
     EXPECT_EQ(notes.exitStatus(), QProcess::NormalExit);
@@ -96,10 +155,16 @@ TEST_F(OnADesktop, WholeUpdateFromTheMenuToTheNewBuild) {
                 testing::HasSubstr("Written before the update."));
     EXPECT_TRUE(waitUntil([&] { return !QImage(pictures + u"/9-at-quit.png"_s).isNull(); }, 120000))
         << tx::test::namesIn(pictures).join(u' ').toStdString();
+    if (!isWayland) {
+        // The picture of the 720 pixels of the window and 24 of the desktop at each side.
+        EXPECT_GT(QImage(pictures + u"/1-window.png"_s).width(), 720 + 2 * 24) << "with the window's frame";
+    }
     for (const QString &name : tx::test::namesIn(pictures)) {
-        // A state was shown, not an empty window.
+        // A state was shown, not an empty window or the desktop alone.
         const QImage picture(pictures + u'/' + name);
         ASSERT_FALSE(picture.isNull()) << name.toStdString();
+        EXPECT_EQ(picture.pixelColor(0, 0), QColor(0x6b, 0x8e, 0xae))
+            << "the desktop: " << name.toStdString();
         QSet<QRgb> colours;
         for (int x = 0; x < picture.width(); x += 3) {
             for (int y = 0; y < picture.height(); y += 3)
@@ -109,5 +174,93 @@ TEST_F(OnADesktop, WholeUpdateFromTheMenuToTheNewBuild) {
     }
     EXPECT_EQ(tx::test::namesIn(path(u"My Applications"_s)), QStringList{u"Notes.app"_s});
 }
+INSTANTIATE_TEST_SUITE_P(X11AndWayland, OnADesktop, testing::Values("x11", "wayland"),
+                         [](const auto &tested) { return std::string(tested.param); });
+
+/// run-demo, but for building.
+class Demonstration : public GraphicalTest {
+protected:
+    const QString pictures = path(u"pictures"_s);
+    const QStringList arguments{demoScripts + u"window"_s, QStringLiteral(TEST_PROGRAMS) + u"/.."_s,
+                                u"light"_s, pictures};
+    const Variable display{"DISPLAY", {}};
+    const Variable wayland{"WAYLAND_DISPLAY", {}};
+};
+
+TEST_F(Demonstration, ShowsItselfOnAVirtualDisplayWithoutADesktop) {
+    const auto done = runScript(arguments.first(), arguments.mid(1));
+    EXPECT_EQ(done.status, 0) << done.output.constData() << done.errors.constData();
+    EXPECT_THAT(done.output.toStdString(), testing::HasSubstr("No display: showing it on a virtual one\n"));
+    EXPECT_THAT(done.output.toStdString(), testing::HasSubstr("Version 1.0 (build 1) became 2.0 (build 4)"));
+    EXPECT_THAT(done.output.toStdString(), testing::Not(testing::HasSubstr("could not be taken")));
+    EXPECT_THAT(tx::test::namesIn(pictures),
+                testing::IsSupersetOf({u"1-window.png"_s, u"3-update.png"_s, u"9-at-quit.png"_s}));
+}
+
+TEST_F(Demonstration, SucceedsOnADesktopThatGivesNoPicturesAndSaysSo) {
+    const QString camera = path(u"camera"_s);
+    tx::test::writeFile(camera, "#!/bin/sh\necho 'photography is forbidden' >&2\nexit 1\n", executable);
+    const Variable forbidden("TARVIX_NOTES_CAMERA", camera.toUtf8());
+    const auto done = runScript(demoScripts + u"desktop"_s, QStringList(u"wayland"_s) + arguments);
+    EXPECT_EQ(done.status, 0) << done.output.constData() << done.errors.constData();
+    EXPECT_THAT(done.output.toStdString(), testing::HasSubstr("Some pictures could not be taken"));
+    EXPECT_THAT(done.output.toStdString(), testing::HasSubstr("photography is forbidden\n"));
+    EXPECT_THAT(done.output.toStdString(), testing::HasSubstr("Version 1.0 (build 1) became 2.0 (build 4)"));
+    EXPECT_EQ(tx::test::namesIn(pictures), QStringList());
+}
+
+TEST_F(Demonstration, FailsWhenAStateIsNotReached) {
+    // An application that ends at once.
+    const QString tree = path(u"tree"_s);
+    tx::test::writeFile(tree + u"/lib/libTarvixUpdate.so.0"_s, "");
+    tx::test::writeFile(tree + u"/lib/TarvixUpdate/Resources/empty"_s, "");
+    tx::test::writeFile(tree + u"/bin/TarvixNotes"_s, "#!/bin/sh\nexit 5\n", executable);
+    ASSERT_TRUE(
+        QFile::link(QFileInfo(QStringLiteral(TEST_PROGRAMS) + u"/../bin/txupdate"_s).absoluteFilePath(),
+                    tree + u"/bin/txupdate"_s));
+    const Variable somewhere("DISPLAY", ":0");
+    const auto done = runScript(arguments.first(), {tree, u"light"_s, pictures});
+    EXPECT_EQ(done.status, 1);
+    EXPECT_THAT(done.output.toStdString(), testing::HasSubstr("FAILED: the old build ended with status 5\n"));
+    EXPECT_THAT(done.output.toStdString(), testing::HasSubstr("FAILED: the new build did not come up\n"));
+    EXPECT_THAT(done.output.toStdString(),
+                testing::HasSubstr("FAILED: the state 1-window was not reached\n"));
+}
+
+struct Called {
+    const char *name;
+    QStringList words;
+    int status;
+    std::string says;
+    QString programs = qEnvironmentVariable("PATH");
+};
+void PrintTo(const Called &called, std::ostream *out) { *out << called.words.join(u' ').toStdString(); }
+class DesktopOfItsOwn : public GraphicalTest, public testing::WithParamInterface<Called> {};
+
+TEST_P(DesktopOfItsOwn, SaysWhatItLacksAndHandsOnTheStatus) {
+    const auto done = runScript(u"/usr/bin/env"_s, QStringList{u"PATH="_s + GetParam().programs,
+                                                               u"/bin/bash"_s, demoScripts + u"desktop"_s} +
+                                                       GetParam().words);
+    EXPECT_EQ(done.status, GetParam().status);
+    EXPECT_THAT((done.output + done.errors).toStdString(), testing::HasSubstr(GetParam().says));
+}
+const std::string usage = "usage: desktop x11|wayland COMMAND...\n";
+INSTANTIATE_TEST_SUITE_P(
+    Words, DesktopOfItsOwn,
+    testing::Values(
+        Called{"Nothing", {}, 64, usage}, Called{"NoCommand", {u"x11"_s}, 64, usage},
+        Called{"AnotherKind", {u"mir"_s, u"true"_s}, 64, usage},
+        Called{"WithoutXvfb", {u"x11"_s, u"true"_s}, 69, "there is no program Xvfb", u"/nowhere"_s},
+        Called{"WithoutSway", {u"wayland"_s, u"true"_s}, 69, "there is no program sway", u"/nowhere"_s},
+        Called{"X11",
+               {u"x11"_s, u"sh"_s, u"-c"_s, u"echo \"$XDG_SESSION_TYPE $WAYLAND_DISPLAY$DISPLAY\"; exit 7"_s},
+               7,
+               "x11 :"},
+        Called{"Wayland",
+               {u"wayland"_s, u"sh"_s, u"-c"_s,
+                u"echo \"$XDG_SESSION_TYPE $DISPLAY$WAYLAND_DISPLAY\"; exit 7"_s},
+               7,
+               "wayland /"}),
+    [](const auto &tested) { return std::string(tested.param.name); });
 
 } // namespace
