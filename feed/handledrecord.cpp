@@ -20,6 +20,8 @@ bool isLost(const QString &text, qsizetype position) {
     return (unit < u' ' && unit != u'\t' && unit != u'\n') || unit >= 0xFFFE;
 }
 
+} // namespace
+
 QString recordForm(const QString &text) {
     bool needsEscape = text.startsWith(escapedPrefix);
     for (qsizetype i = 0; i < text.size() && !needsEscape; ++i)
@@ -35,8 +37,6 @@ QString recordForm(const QString &text) {
     }
     return result;
 }
-
-} // namespace
 
 QVariantMap recordForm(const QVariantMap &identifier) {
     QVariantMap result = identifier;

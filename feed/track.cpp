@@ -137,13 +137,17 @@ QList<TXUpdatePostPtr> TXUpdateTrack::postsToDisplayDefault() const {
 TXUpdateDateFormatter TXUpdateTrack::postsCheckDateFormatter() { return {}; }
 
 QVariantMap TXUpdateTrack::postsCheckInfo() const {
-    return tx::UserDefaults::standard().mapValue(TXUpdatePrefPostsCheckInfoKey).value(m_name).toMap();
+    return tx::UserDefaults::standard()
+        .mapValue(TXUpdatePrefPostsCheckInfoKey)
+        .value(tx::recordForm(m_name))
+        .toMap();
 }
 
 void TXUpdateTrack::updatePostsCheckInfoToHandlePosts(const QList<TXUpdatePostPtr> &posts) const {
     tx::UserDefaults &defaults = tx::UserDefaults::standard();
     QVariantMap record = defaults.mapValue(TXUpdatePrefPostsCheckInfoKey);
-    QVariantMap own = record.value(m_name).toMap();
+    const QString key = tx::recordForm(m_name);
+    QVariantMap own = record.value(key).toMap();
     const QDateTime cutOff = tx::services().now().addSecs(-handledSeconds);
     QVariantList list;
     for (const QVariant &entry : own.value(handledPostsKey).toList()) {
@@ -159,6 +163,6 @@ void TXUpdateTrack::updatePostsCheckInfoToHandlePosts(const QList<TXUpdatePostPt
             list.append(identifier);
     }
     own.insert(handledPostsKey, list);
-    record.insert(m_name, own);
+    record.insert(key, own);
     (void)defaults.setValue(TXUpdatePrefPostsCheckInfoKey, record);
 }

@@ -132,6 +132,8 @@ TEST_F(Track, TitlesThatXmlCannotHoldKeepTheirIdentity) {
                             u"bell %0007"_s,
                             u"escaped:bell %0007"_s,
                             u"escaped:bell %250007"_s,
+                            u"bell \x07%0007"_s,
+                            u"bell %0007\x07"_s,
                             u"nul \0x"_s,
                             u"\uFFFE"_s,
                             u"\uFFFF"_s,
@@ -153,7 +155,13 @@ TEST_F(Track, TitlesThatXmlCannotHoldKeepTheirIdentity) {
         others.removeOne(one);
         EXPECT_EQ(posts(all).postsToDisplayDefault(), others) << one->title().toStdString();
     }
-    // Dates are texts, too.
+    // Dates and names of tracks are texts, too.
+    for (const QString &name : {u"beta\x01"_s, u"beta\x02"_s}) {
+        const TXUpdateTrack track(name, {}, {all[0], all[1]});
+        EXPECT_EQ(track.postsToDisplayDefault().size(), 2);
+        track.updatePostsCheckInfoToHandlePosts({all[1]});
+        EXPECT_EQ(track.postsToDisplayDefault(), QList<TXUpdatePostPtr>{all[0]});
+    }
     all = {post(u"a"_s, now), post(u"a"_s, now)};
     all[0]->setDateString(u"some day\x01"_s);
     all[1]->setDateString(u"some day\x02"_s);

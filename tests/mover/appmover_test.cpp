@@ -507,10 +507,10 @@ TEST_F(AppMover, TrashThatFailsIsAFailureAndNoDeletion) {
     EXPECT_EQ(move(), -1);
     EXPECT_EQ(TXBundle(destination).infoString(u"CFBundleVersion"_s), u"7"_s);
     EXPECT_EQ(namesIn(local), QStringList{u"Host.app"_s});
-    EXPECT_THAT(
-        alerts.last().informative.toStdString(),
-        testing::MatchesRegex("What is at .*/Host\\.app already could not be moved to the Trash: .+\\. "
-                              "Remove it yourself, then try again\\."));
+    EXPECT_EQ(
+        alerts.last().informative,
+        u"What is at %1/Host.app already could not be moved to the Trash: %2. Remove it yourself, then try "
+        "again."_s.arg(QFileInfo(local).canonicalFilePath(), QString::fromLocal8Bit(std::strerror(EIO))));
     EXPECT_TRUE(logLines()[0].startsWith(u"ERROR -- Could not trash '"_s)) << logLines()[0].toStdString();
     QDir(destination).removeRecursively();
     EXPECT_EQ(move(), 1) << "the old copy stays, and the moved one is opened";
