@@ -210,7 +210,8 @@ TEST_F(InstallerTool, BundlesOfMoreThanTheirContentsAreNotReplacedInPlace) {
              ASSERT_TRUE(QFile::rename(fresh + u"/Contents"_s, path(u"Elsewhere"_s)));
              ASSERT_TRUE(QFile::link(path(u"Elsewhere"_s), fresh + u"/Contents"_s));
          }},
-        {"Permission denied", [this] { ASSERT_EQ(chmod(QFile::encodeName(app).constData(), 0555), 0); }},
+        {"it's.app: Permission denied",
+         [this] { ASSERT_EQ(chmod(QFile::encodeName(app).constData(), 0555), 0); }},
     };
     for (const auto &c : cases) {
         QDir(path(u"Elsewhere"_s)).removeRecursively();

@@ -340,8 +340,7 @@ TEST_F(InstallerSteps, RootRenamesOnlyWhatNobodyElseCanReach) {
         if (isOthers) {
             ASSERT_EQ(chmod(QFile::encodeName(path(u"cache"_s)).constData(), 0777), 0);
         } else if (geteuid() == 0) {
-            session.user = 65534; // another user's, who has it in a folder of root's
-            ASSERT_FALSE(tx::posix::changeOwner(fresh.toStdString(), 65534, 65534));
+            session.user = 65534; // for whom root takes nothing that is not that user's
         }
         (void)install();
         EXPECT_EQ(staging, geteuid() == 0 ? "copy " : "rename ");
