@@ -99,7 +99,7 @@ int runCommand(const QStringList &words, const Notes &notes, Updating &updating)
     if (command == u"add") {
         QString reason;
         if (!notes.add(words.mid(1).join(u' '), &reason))
-            say(u"The note could not be kept: %1"_s.arg(reason));
+            say(u"The note could not be saved: %1"_s.arg(reason));
     } else if (command == u"list") {
         say(notes.text().trimmed());
     } else if (command == u"version") {

@@ -14,7 +14,7 @@ NoteWindow::NoteWindow(const Notes &notes)
     setWindowTitle(host->name());
     resize(720, 460);
     m_text->setPlainText(notes.text());
-    m_text->setPlaceholderText(tr("Write a note"));
+    m_text->setPlaceholderText(tr("Write your notes here, one on each line"));
     m_text->setAccessibleName(tr("Notes"));
     setCentralWidget(m_text);
     statusBar()->showMessage(
@@ -23,9 +23,9 @@ NoteWindow::NoteWindow(const Notes &notes)
     QMenu *file = menuBar()->addMenu(tr("&File"));
     file->addAction(tr("&Quit"), QKeySequence::Quit, this, &QWidget::close);
     QMenu *help = menuBar()->addMenu(tr("&Help"));
-    checkAction = help->addAction(tr("Check for &Updates..."), &updates,
+    checkAction = help->addAction(tr("Check for &Updates…"), &updates,
                                   [this] { updates.checkForUpdateAndShowChecking(true, true); });
-    newsAction = help->addAction(tr("&News..."), &updates, [this] { updates.showPostsPassively(); });
+    newsAction = help->addAction(tr("&News…"), &updates, [this] { updates.showPostsPassively(); });
 
     updates.setDelegate(this);
     updates.setup();
@@ -62,12 +62,14 @@ bool NoteWindow::keepsNotes() {
     if (!m_text->document()->isModified())
         return true;
     const auto answer = QMessageBox::warning(
-        this, tr("Unsaved Notes"), tr("Your notes have changes that are not saved."),
+        this, tr("Unsaved Changes"),
+        tr("Do you want to save the changes to your notes?\n\nChanges that you do not save are lost."),
         QMessageBox::Save | QMessageBox::Discard | QMessageBox::Cancel, QMessageBox::Save);
     if (answer == QMessageBox::Cancel)
         return false;
     if (answer == QMessageBox::Save && !m_notes.replace(m_text->toPlainText())) {
-        statusBar()->showMessage(tr("The notes could not be saved."));
+        statusBar()->showMessage(
+            tr("Your notes could not be saved. Check the free space and the rights of your home folder."));
         return false;
     }
     m_text->document()->setModified(false);

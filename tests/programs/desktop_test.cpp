@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The example application in its window on a desktop of its own, X11 with a window manager and Wayland: from
-// the click on "Check for Updates..." to the new build that was opened again, with the keys and clicks of a
+// the click on "Check for Updates…" to the new build that was opened again, with the keys and clicks of a
 // user, real pages and a real server. And the demonstration, with a display that gives no pictures, and
 // without a display.
 #include "tests/support/builders.h"

@@ -22,6 +22,15 @@ protected:
     const Notes notes;
 };
 
+TEST_F(Example, MenuHasOneCharacterForEachEllipsis) {
+    const NoteWindow window(notes);
+    for (const QAction *menu : window.menuBar()->actions()) {
+        for (const QAction *action : menu->menu()->actions())
+            EXPECT_FALSE(action->text().contains(u"..."_s)) << action->text().toStdString();
+    }
+    EXPECT_EQ(QString(window.checkAction->text()).remove(u'&'), u"Check for Updates\u2026"_s);
+}
+
 TEST_F(Example, MenuSwitchesTheSystemProfileAndRemembersIt) {
     TXUpdater *updater = TXUpdater::sharedUpdater();
     {
