@@ -32,6 +32,12 @@ struct Box {
         box->setInformativeText(alert.informative);
         if (auto *label = box->findChild<QLabel *>(u"qt_msgbox_informativelabel"_s))
             label->setTextFormat(Qt::PlainText);
+        if (auto *label = box->findChild<QLabel *>(u"qt_msgbox_label"_s)) {
+            // The message stands out from its explanation.
+            QFont font = label->font();
+            font.setBold(true);
+            label->setFont(font);
+        }
         for (const QString &text : alert.buttons) {
             const auto role = buttons.isEmpty() ? QMessageBox::AcceptRole : QMessageBox::RejectRole;
             auto *button = box->addButton(QString(), role);
@@ -40,6 +46,7 @@ struct Box {
         }
         if (!buttons.isEmpty()) {
             box->setDefaultButton(buttons.first());
+            focusVisibly(buttons.first());
             box->setEscapeButton(buttons.last());
         }
         if (!alert.suppressionText.isNull()) {

@@ -10,6 +10,7 @@
 #include <QPalette>
 #include <QPushButton>
 #include <QScreen>
+#include <QStyle>
 #include <QWindow>
 
 namespace tx {
@@ -97,6 +98,8 @@ void attachSheet(QWidget *window, const QWidget *parent) {
 
 void setButtonTitle(QPushButton *button, const QString &title) {
     button->setText(QString(title).replace(u'&', QStringLiteral("&&")));
+    button->setMinimumHeight(buttonHeight);
+    showFocus(button);
     // Room on both sides, in every style and language; a shorter title does not make it jump.
     constexpr int margins = 40;
     button->setMinimumWidth(
@@ -117,6 +120,64 @@ void setButtonTitle(QPushButton *button, const QString &title) {
 
 QString buttonTitle(const QPushButton *button) {
     return button->text().replace(QStringLiteral("&&"), QStringLiteral("&"));
+}
+
+void setButtonEnabled(QPushButton *button, bool enabled) {
+    QWidget *window = button->window();
+    if (!enabled && window->focusWidget() == button)
+        window->setFocus();
+    button->setEnabled(enabled);
+    if (enabled && button->isDefault() && window->focusWidget() == window)
+        focusVisibly(button);
+}
+
+namespace {
+
+/// Shows which button has the focus. Styles do that once a key has moved it, and a window that appears
+/// forgets that; Fusion, the style where a desktop has none of its own, paints a default button with the
+/// focus as it paints one without.
+class FocusRing final : public QObject {
+public:
+    bool eventFilter(QObject *object, QEvent *event) override {
+        auto *button = static_cast<QPushButton *>(object);
+        if (event->type() == QEvent::FocusIn &&
+            static_cast<QFocusEvent *>(event)->reason() != Qt::MouseFocusReason)
+            button->window()->setAttribute(Qt::WA_KeyboardFocusChange);
+        if (event->type() != QEvent::Paint || !button->hasFocus() ||
+            !button->window()->testAttribute(Qt::WA_KeyboardFocusChange) ||
+            !button->style()->inherits("QFusionStyle"))
+            return false;
+        object->event(event); // the ring is painted on top
+        QPainter painter(button);
+        painter.setRenderHint(QPainter::Antialiasing);
+        painter.setPen(QPen(button->palette().color(QPalette::Highlight), 2));
+        painter.drawRoundedRect(QRectF(button->rect()).adjusted(3, 3, -3, -3), 2, 2);
+        return true;
+    }
+};
+
+} // namespace
+
+void showFocus(QPushButton *button) {
+    static FocusRing ring;
+    button->installEventFilter(&ring);
+}
+
+void focusVisibly(QPushButton *button) {
+    showFocus(button);
+    button->window()->setAttribute(Qt::WA_KeyboardFocusChange);
+    button->setFocus(Qt::TabFocusReason);
+    button->update();
+}
+
+QString plainToolTip(const QString &text) { return QStringLiteral("<p>%1</p>").arg(text.toHtmlEscaped()); }
+
+QString shortened(const QString &text) {
+    constexpr int longest = 48;
+    if (text.size() <= longest)
+        return text;
+    const qsizetype kept = text[longest - 2].isHighSurrogate() ? longest - 2 : longest - 1;
+    return text.left(kept) + QChar(0x2026);
 }
 
 } // namespace tx

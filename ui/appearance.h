@@ -1,12 +1,13 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <QString>
+
 class QColor;
 class QPushButton;
 class QWidget;
 class QEvent;
 class QMouseEvent;
-class QString;
 
 namespace tx {
 
@@ -36,9 +37,24 @@ void centerWindow(QWidget *window, const QWidget *parent = nullptr);
 /// Makes the window a sheet of `parent`: above it, and blocking only it.
 void attachSheet(QWidget *window, const QWidget *parent);
 
-/// A title that is shown as it stands, with Alt and one of its letters as a shortcut.
+/// The height of the buttons at the bottom of the framework's windows and alerts.
+constexpr int buttonHeight = 34;
+/// A title that is shown as it is, with Alt and one of its letters as a shortcut. The button gets
+/// buttonHeight.
 void setButtonTitle(QPushButton *button, const QString &title);
 /// The title as it was set.
 [[nodiscard]] QString buttonTitle(const QPushButton *button);
+/// Enables or disables a button. One that is disabled does not pass the focus on to the next button, which a
+/// second press of the same key would press; the window keeps it until its default button is enabled again.
+void setButtonEnabled(QPushButton *button, bool enabled);
+/// Lets a button show that it has the focus; setButtonTitle() includes this.
+void showFocus(QPushButton *button);
+/// Gives a button the focus, and shows that as if the user had come to it with the keyboard.
+void focusVisibly(QPushButton *button);
+
+/// A tool tip that shows this text as it is, and not as markup.
+[[nodiscard]] QString plainToolTip(const QString &text);
+/// The text, ending in an ellipsis if it is longer than what a sentence in a window has room for.
+[[nodiscard]] QString shortened(const QString &text);
 
 } // namespace tx

@@ -3,7 +3,9 @@
 
 #include "platform/frameworkresources.h"
 #include "platform/services.h"
+#include "ui/elidedlabel.h"
 #include "ui/interfaceloader.h"
+#include "ui/progressindicator.h"
 #include "ui/segmentedcontrol.h"
 #include "ui/versionstable.h"
 
@@ -25,6 +27,10 @@ QWidget *makeOwnWidget(const QString &className, QWidget *parent) {
         return new TXUpdateVersionsTableView(parent);
     if (className == u"TXSegmentedControl")
         return new TXSegmentedControl(parent);
+    if (className == u"TXElidedLabel")
+        return new TXElidedLabel(parent);
+    if (className == u"TXProgressIndicator")
+        return new TXProgressIndicator(parent);
     return nullptr;
 }
 

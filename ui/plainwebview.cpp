@@ -6,6 +6,7 @@
 
 #include <QPointer>
 #include <QTextBrowser>
+#include <QTextFrame>
 
 using namespace Qt::StringLiterals;
 
@@ -56,7 +57,7 @@ public:
                                            if (!current || *current != page)
                                                return; // another page by now
                                            if (ok)
-                                               m_browser->setHtml(QString::fromUtf8(body));
+                                               show(QString::fromUtf8(body));
                                            if (m_client.loadFinished)
                                                m_client.loadFinished(ok);
                                            if (!ok && m_client.loadFailed)
@@ -68,7 +69,7 @@ public:
     void setHtml(const QString &html) override {
         ++*m_loads;
         m_url.clear();
-        m_browser->setHtml(html);
+        show(html);
         if (m_client.loadFinished)
             m_client.loadFinished(true);
     }
@@ -76,6 +77,19 @@ public:
     void setDark(bool) override {}
 
 private:
+    void show(const QString &html) {
+        m_browser->setHtml(html);
+        if (!m_client.margins)
+            return;
+        QTextFrame *frame = m_browser->document()->rootFrame();
+        QTextFrameFormat format = frame->frameFormat();
+        format.setLeftMargin(m_client.margins->left());
+        format.setTopMargin(m_client.margins->top());
+        format.setRightMargin(m_client.margins->right());
+        format.setBottomMargin(m_client.margins->bottom());
+        frame->setFrameFormat(format);
+    }
+
     WebViewClient m_client;
     QPointer<PlainBrowser> m_browser;
     QUrl m_url;

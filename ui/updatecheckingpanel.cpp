@@ -110,7 +110,7 @@ int TXUpdateCheckingPanel::runModal() {
         messageField->hide();
     if (progressIndicator) {
         progressIndicator->setRange(0, 0);
-        progressIndicator->setAccessibleName(title);
+        progressIndicator->setAccessibleName(tx::localizedString(u"Progress"_s));
         progressIndicator->show();
     }
     _running = true;
@@ -151,7 +151,7 @@ void TXUpdateCheckingPanel::showUpToDate() {
     if (button) {
         tx::setButtonTitle(button, tx::localizedString(u"OK"_s));
         button->setDefault(true);
-        button->setFocus();
+        tx::focusVisibly(button);
     }
     if (progressIndicator) {
         progressIndicator->hide();

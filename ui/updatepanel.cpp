@@ -87,10 +87,12 @@ void TXUpdatePanel::load() {
     resize(m_interfaceSize);
     didChangeEffectiveAppearance();
 
+    // Notes without a style of their own begin below the heading.
     webView = tx::makeWebView(
         webViewContainer,
         {.linkActivated = [](const QUrl &url) { (void)tx::openAddress(url, tx::OpenedBy::User); },
-         .loadFailed = [this] { notesDidNotLoad(); }});
+         .loadFailed = [this] { notesDidNotLoad(); },
+         .margins = titleBoxView->layout()->contentsMargins()});
     webView->widget()->setAccessibleName(tx::localizedString(u"Release Notes"_s));
     versionsTableView->setAccessibleName(tx::localizedString(u"Versions"_s));
     progressIndicator->setAccessibleName(tx::localizedString(u"Progress"_s));
@@ -197,6 +199,7 @@ void TXUpdatePanel::showDesignatedRow() {
     const auto row = int(m_updates.indexOf(m_designatedUpdate));
     if (row >= 0)
         versionsTableView->scrollToCenter(row);
+    tx::focusVisibly(installButton->isEnabled() ? installButton : cancelButton);
 }
 
 void TXUpdatePanel::beginSheetModalForWindow(QWidget *parent, const CodeHandler &handler) {

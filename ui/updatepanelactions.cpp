@@ -14,6 +14,7 @@
 #include <TarvixUpdate/TXUpdateHost.h>
 #include <TarvixUpdate/TXUpdatePanel.h>
 
+#include <QGuiApplication>
 #include <QLabel>
 #include <QProgressBar>
 #include <QPushButton>
@@ -87,17 +88,25 @@ void TXUpdatePanel::willDisplay() {
     secondaryField->setVisible(m_updates.size() >= 2);
     installButton->setDefault(true);
     titleField->setText(tx::localizedFormat(u"%@ Update"_s, {host->name()}));
-    if (update)
-        infoField->setText(
-            tx::localizedFormat(u"You are running %@ %@. Version %@ is now available."_s,
-                                {host->name(), m_needsToShowBuilds ? host->version() : host->displayVersion(),
-                                 m_needsToShowBuilds ? update->version() : update->displayVersion()}));
-    else if (m_updates.isEmpty())
+    infoField->setToolTip({});
+    if (update) {
+        const auto sentence = [host](const QString &running, const QString &available) {
+            return tx::localizedFormat(u"You are running %@ %@. Version %@ is now available."_s,
+                                       {host->name(), running, available});
+        };
+        const QString running = m_needsToShowBuilds ? host->version() : host->displayVersion();
+        const QString available = m_needsToShowBuilds ? update->version() : update->displayVersion();
+        infoField->setText(sentence(tx::shortened(running), tx::shortened(available)));
+        if (const QString whole = sentence(running, available); whole != infoField->text())
+            infoField->setToolTip(tx::plainToolTip(whole));
+    } else if (m_updates.isEmpty())
         infoField->setText(
             tx::localizedFormat(u"You are running the latest version of %@."_s, {host->name()}));
     else
         infoField->clear();
-    setWindowTitle(titleField->text());
+    // The title bar names the application: what the window is for is said below it.
+    setWindowTitle(QGuiApplication::applicationDisplayName());
+    setAccessibleName(titleField->text());
     setAccessibleDescription(infoField->text());
     updateStatusField();
 
@@ -128,7 +137,7 @@ void TXUpdatePanel::willDisplay() {
 
 void TXUpdatePanel::setInstallTitle(const QString &key, bool enabled) {
     tx::setButtonTitle(installButton, tx::localizedString(key));
-    installButton->setEnabled(enabled);
+    tx::setButtonEnabled(installButton, enabled);
 }
 
 void TXUpdatePanel::showProgress(bool shows) {
@@ -172,13 +181,13 @@ void TXUpdatePanel::updateStatusField() {
         showProgress(false);
     } else if (update.isInstalling()) {
         say(tx::localizedString(u"Installing"_s), Qt::AlignLeft);
-        installButton->setEnabled(false);
-        cancelButton->setEnabled(false);
+        tx::setButtonEnabled(installButton, false);
+        tx::setButtonEnabled(cancelButton, false);
         showProgress(true);
     } else if (update.isInstalled()) {
         say(tx::localizedString(u"Installed"_s), Qt::AlignLeft);
         setInstallTitle(u"Restart"_s, true);
-        cancelButton->setEnabled(false);
+        tx::setButtonEnabled(cancelButton, false);
         showProgress(false);
     } else if (update.isDownloaded()) {
         say(tx::localizedString(u"Downloaded"_s), Qt::AlignLeft);

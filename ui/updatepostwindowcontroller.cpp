@@ -120,6 +120,7 @@ int TXUpdatePostWindowController::showWindowModally(bool quitting) {
     _bottomBarCloseView->show();
     tx::setButtonTitle(_bottomBarCloseButton, tx::localizedString(quitting ? u"Quit"_s : u"Close"_s));
     _bottomBarCloseButton->setDefault(true);
+    tx::focusVisibly(_bottomBarCloseButton);
     tx::centerWindow(window());
     _returnCode = 0;
     const auto alive = shared_from_this();
@@ -154,8 +155,7 @@ void TXUpdatePostWindowController::updateForCurrentPost() {
         _webView->load(post.postURL());
     window()->setWindowTitle(post.title().isNull() ? tx::localizedString(u"News"_s) : post.title());
     _titleTextField->setText({});
-    _navigationControl->setEnabledForSegment(_currentPostIndex != 0, 0);
-    _navigationControl->setEnabledForSegment(_currentPostIndex + 1 < _posts.size(), 1);
+    _navigationControl->setPosition(_currentPostIndex, _posts.size());
 }
 
 void TXUpdatePostWindowController::goPrevious() {

@@ -52,16 +52,16 @@ void fillVersionRow(TXUpdateVersionRow *row, const TXUpdate &update, const Versi
     row->imageView()->setToolTip(kindOf(update));
     auto *chosen = qobject_cast<QLabel *>(row->viewWithTag(TXUpdateVersionRow::ChosenImage));
     chosen->setPixmap(state.isDesignated ? imageNamed(u"ChosenVersionIndicator"_s, chosen) : QPixmap());
+    chosen->setVisible(state.isDesignated); // else its room is the version's
+    chosen->setToolTip(state.isDesignated ? localizedString(u"Chosen"_s) : QString());
 
     QFont font = QFontDatabase::systemFont(QFontDatabase::GeneralFont);
     font.setPixelSize(16);
     font.setWeight(update.isMajorVersion() ? QFont::Bold : QFont::DemiBold);
     row->textField()->setFont(font);
-    row->textField()->setTextFormat(Qt::PlainText);
     row->textField()->setText(update.displayVersion());
 
     auto *build = qobject_cast<QLabel *>(row->viewWithTag(TXUpdateVersionRow::BuildField));
-    build->setTextFormat(Qt::PlainText);
     build->setText(buildText(update));
     build->setVisible(state.showsBuild);
     auto *date = qobject_cast<QLabel *>(row->viewWithTag(TXUpdateVersionRow::DateField));

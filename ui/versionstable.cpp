@@ -27,14 +27,14 @@ void setTag(QWidget *widget, int tag) { widget->setProperty("tag", tag); }
 TXUpdateVersionRow::TXUpdateVersionRow(QWidget *parent)
     : QWidget(parent)
     , m_image(new QLabel(this))
-    , m_text(new QLabel(this)) {
+    , m_text(new TXElidedLabel(this)) {
     auto *chosen = new QLabel(this);
     setTag(chosen, ChosenImage);
     auto *button = new QPushButton(this);
     setTag(button, ChooseButton);
     auto *date = new QLabel(this);
     setTag(date, DateField);
-    auto *build = new QLabel(this);
+    auto *build = new TXElidedLabel(this);
     setTag(build, BuildField);
 
     m_image->setFixedSize(20, 20);

@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "ui/elidedlabel.h"
+
 #include <TarvixUpdate/TXUpdate.h>
 
-#include <QLabel>
 #include <QTableView>
 
 #include <functional>
@@ -18,12 +19,12 @@ public:
 
     explicit TXUpdateVersionRow(QWidget *parent);
     [[nodiscard]] QLabel *imageView() const { return m_image; }
-    [[nodiscard]] QLabel *textField() const { return m_text; }
+    [[nodiscard]] TXElidedLabel *textField() const { return m_text; }
     [[nodiscard]] QWidget *viewWithTag(int tag) const;
 
 private:
     QLabel *m_image;
-    QLabel *m_text;
+    TXElidedLabel *m_text;
 };
 
 /// One row for each update; rows are made for what can be seen only. Thread: main.

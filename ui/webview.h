@@ -1,12 +1,14 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <QMargins>
 #include <QString>
 #include <QUrl>
 #include <QVariant>
 
 #include <functional>
 #include <memory>
+#include <optional>
 
 class QWidget;
 
@@ -27,6 +29,8 @@ struct WebViewClient {
     QStringList messageNames;
     /// Pages appear only when they are complete, or after some seconds.
     bool suppressesIncrementalRendering = false;
+    /// Around pages that ask for no margins of their own; null: what the view has.
+    std::optional<QMargins> margins = {};
 };
 
 /// Shows a page. Thread: main. The widget belongs to its parent widget, and goes with this object.

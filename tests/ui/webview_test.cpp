@@ -329,6 +329,28 @@ TEST_F(WebPage, FollowsTheAppearance) {
     EXPECT_TRUE(gets(u"dark"_s)) << "and for the next page";
 }
 
+TEST_F(WebPage, HasTheMarginsOfItsWindowUnlessItAsksForOthers) {
+    view = tx::makeWebView(
+        &window, {.loadFinished = [this](bool) { ++loads; },
+                  .messageReceived = [this](const QString &, const QVariant &body) { messages << body; },
+                  .messageNames = {u"closeWindow"_s},
+                  .margins = QMargins(24, 18, 23, 14)});
+    const auto marginsOf = [&](const QString &page) {
+        messages.clear();
+        const int before = loads;
+        view->setHtml(page);
+        EXPECT_TRUE(waitUntil([&] { return loads > before; }));
+        say(u"(s => [s.marginLeft, s.marginTop, s.marginRight, s.marginBottom].join(' '))"
+            "(getComputedStyle(document.body))"_s);
+        EXPECT_TRUE(waitUntil([&] { return !messages.isEmpty(); }, 10000));
+        return messages.value(0).toString();
+    };
+    EXPECT_EQ(marginsOf(u"<p>plain</p>"_s), u"24px 18px 23px 14px"_s);
+    EXPECT_EQ(marginsOf(u"<style>body { margin: 3px; }</style><p>styled</p>"_s), u"3px 3px 3px 3px"_s);
+    EXPECT_EQ(marginsOf(u"<style>* { margin: 0; }</style><p>styled</p>"_s), u"0px 0px 0px 0px"_s)
+        << "a rule of any weight";
+}
+
 TEST_F(WebPage, ItsProcessEndsWithIt) {
     show("<p>page</p>");
     EXPECT_TRUE(waitUntil([] { return pageProcesses() > 0; }));
@@ -551,6 +573,8 @@ TEST_F(PostWindow, OnePostHasNowhereToGo) {
         EXPECT_EQ(controller->window()->windowTitle(), u"Post 0"_s);
         EXPECT_EQ(outlet(controller->window(), "_titleTextField")->text(), QString());
         EXPECT_EQ(button()->text(), u"Close"_s);
+        EXPECT_EQ(controller->window()->focusWidget(), button());
+        EXPECT_TRUE(controller->window()->testAttribute(Qt::WA_KeyboardFocusChange)) << "and that is seen";
         EXPECT_TRUE(controller->window()->windowFlags() & Qt::WindowCloseButtonHint);
         EXPECT_FALSE(controller->window()->windowFlags() & Qt::WindowMinimizeButtonHint);
         EXPECT_EQ(controller->showWindowModally(true), 0) << "shown already";

@@ -102,7 +102,7 @@ void WebEnginePage::installScripts(bool dark) {
   Object.defineProperty(webkit, 'messageHandlers', { value: Object.freeze(handlers), enumerable: true });
   Object.defineProperty(window, 'webkit', { value: Object.freeze(webkit), enumerable: true });
   const scheme = document.createElement('style');
-  scheme.append(':root { color-scheme: SCHEME; }');
+  scheme.append(':root { color-scheme: SCHEME; } MARGINS');
   if (COMPLETE) {
     const hidden = document.createTextNode(':root { visibility: hidden !important; }');
     scheme.append(hidden);
@@ -123,6 +123,14 @@ void WebEnginePage::installScripts(bool dark) {
         QString::fromUtf8(QJsonDocument(QJsonArray::fromStringList(m_client.messageNames)).toJson()));
     source.replace(u"TOKEN"_s, m_token);
     source.replace(u"COMPLETE"_s, m_client.suppressesIncrementalRendering ? u"true"_s : u"false"_s);
+    // Without weight, as the engine's own defaults: any rule of the page comes first.
+    const QMargins margins = m_client.margins.value_or(QMargins());
+    source.replace(u"MARGINS"_s, m_client.margins
+                                     ? u":where(body) { margin: %1px %2px %3px %4px; }"_s.arg(margins.top())
+                                           .arg(margins.right())
+                                           .arg(margins.bottom())
+                                           .arg(margins.left())
+                                     : QString());
     source.replace(u"SCHEME"_s, dark ? u"dark"_s : u"light"_s);
     script.setSourceCode(source);
     for (const QWebEngineScript &old : scripts().find(scriptName))
