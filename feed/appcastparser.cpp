@@ -300,8 +300,14 @@ private:
     }
 
     void add(xmlParserCtxt *context, std::string_view text) {
-        if (isBounded(context, 0, text.size()) && m_text)
-            m_text->append(text);
+        if (!isBounded(context, 0, text.size()) || !m_text)
+            return;
+        // A long text has room for all that may come once, as growing copies it again and again. What does
+        // not come is never touched.
+        constexpr size_t isLong = 1 << 20;
+        if (const size_t size = m_text->size() + text.size(); size > isLong && size > m_text->capacity())
+            m_text->reserve(size + longestTexts * static_cast<size_t>(m_document.size() - m_position));
+        m_text->append(text);
     }
 
     void end(xmlParserCtxt *context) {

@@ -61,27 +61,30 @@ bool describesUpdate(const FeedEntry &entry, QString *failureReason) {
 
 } // namespace
 
-Result<TXUpdateFeed::TrackMap> readAppcast(const QByteArray &data, const ReaderContext &context) {
+Result<TXUpdateFeed::TrackMap> readAppcast(QByteArray data, const ReaderContext &context) {
+    const QByteArray document = std::move(data); // parameters go when their caller likes
     PackedEntries updates;
-    FeedBudget budget(data.size());
-    const TXError error = forEachAppcastItem(data, [&](const AppcastItem &item, qsizetype index) -> TXError {
-        const FeedEntry entry = entryFrom(item);
-        QString reason;
-        if (describesUpdate(entry, context.skipped ? &reason : nullptr)) {
-            const QString version = entry.text(Member::Build);
-            if (context.keepsIrrelevant || isVersionNewer(version, context.appBuild)) {
-                if (!context.keepsIrrelevant && !budget.takeItem(entry))
-                    return unreadableFeed(u"its items take too much memory"_s);
-                updates.append(entry);
-                return {};
+    FeedBudget budget(document.size());
+    const TXError error =
+        forEachAppcastItem(document, [&](const AppcastItem &item, qsizetype index) -> TXError {
+            const FeedEntry entry = entryFrom(item);
+            QString reason;
+            if (describesUpdate(entry, context.skipped ? &reason : nullptr)) {
+                const QString version = entry.text(Member::Build);
+                if (context.keepsIrrelevant || isVersionNewer(version, context.appBuild)) {
+                    if (!context.keepsIrrelevant && !budget.takeUpdate(entry))
+                        return unreadableFeed(u"its items take too much memory"_s);
+                    updates.append(entry);
+                    return {};
+                }
+                if (context.skipped)
+                    reason =
+                        describe(Objection::NotNewer, {}, version, context.appBuild, context.systemVersion);
             }
             if (context.skipped)
-                reason = describe(Objection::NotNewer, {}, version, context.appBuild, context.systemVersion);
-        }
-        if (context.skipped)
-            context.skipped({releaseTrack, index, reason});
-        return {};
-    });
+                context.skipped({releaseTrack, index, reason});
+            return {};
+        });
     if (error)
         return error;
     const TXUpdateTrackPtr track =

@@ -8,8 +8,9 @@
 namespace tx {
 
 /// Reads an appcast: its items are the updates of one track, "release". The error says what is wrong and
-/// where. Thread: any; the items are moved to the main thread.
-Result<TXUpdateFeed::TrackMap> readAppcast(const QByteArray &data, const ReaderContext &context);
+/// where. Thread: any; the items are moved to the main thread. A document that is moved here has gone
+/// afterwards.
+Result<TXUpdateFeed::TrackMap> readAppcast(QByteArray data, const ReaderContext &context);
 
 /// The update that an item describes; null, with the reason, when it lacks what an update needs.
 TXUpdatePtr xml_updateFromDictionary(const AppcastItem &item, QString *failureReason);

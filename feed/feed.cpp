@@ -10,6 +10,7 @@
 #include "platform/format.h"
 #include "platform/localization.h"
 #include "platform/loopbackname.h"
+#include "platform/memory.h"
 #include "platform/services.h"
 #include "platform/urlloading.h"
 
@@ -17,6 +18,7 @@
 #include <TarvixUpdate/TXUpdateHost.h>
 
 #include <atomic>
+#include <utility>
 
 using namespace Qt::StringLiterals;
 
@@ -34,6 +36,24 @@ void warnAboutInsecureFeed(const QUrl &url) {
           "the update. Give the feed and its archives https URLs."_s,
           {url.toString(QUrl::RemoveUserInfo | QUrl::RemoveQuery)});
 }
+
+/// What the network freed while a long document came, and what its reader freed, would stay with the threads
+/// that had it while others take more.
+class MemoryOfLongFeed {
+public:
+    explicit MemoryOfLongFeed(const QByteArray &document)
+        : m_isLong(document.size() > longFeed) {
+        giveBack();
+    }
+    void giveBack() const {
+        if (m_isLong)
+            tx::returnFreedMemory();
+    }
+
+private:
+    static constexpr qsizetype longFeed = 1 << 20;
+    const bool m_isLong;
+};
 
 /// As a format with "%@" has it.
 QString textOrNull(const QString &text) { return text.isNull() ? u"(null)"_s : text; }
@@ -59,7 +79,7 @@ void send(const TXUpdateFeedPtr &feed, const QByteArray &body, bool repeatsWitho
         request.headers.append(qMakePair(QByteArray("Content-Type"), QByteArray("application/json")));
     }
     tx::services().urlLoader->load(
-        request, [feed, repeatsWithoutBody](const tx::UrlResponse &response, const TXError &error) {
+        request, [feed, repeatsWithoutBody](tx::UrlResponse response, const TXError &error) {
             if (error) {
                 feed->completedWithError(TXUpdateFeed::errorForLoading(error));
             } else if (repeatsWithoutBody && refusesPost(response.statusCode)) {
@@ -71,9 +91,9 @@ void send(const TXUpdateFeedPtr &feed, const QByteArray &body, bool repeatsWitho
             } else if (response.statusCode != 200) {
                 feed->completedWithError(TXUpdateFeed::errorForHTTPStatus(response.statusCode));
             } else if (response.header("Content-Type") == "application/json") {
-                feed->parseJSONData(response.body);
+                feed->parseJSONData(std::exchange(response.body, {}));
             } else {
-                feed->parseXMLData(response.body);
+                feed->parseXMLData(std::exchange(response.body, {}));
             }
         });
 }
@@ -184,12 +204,20 @@ void TXUpdateFeed::fetch() {
     send(owned(), requestBody(), onlyProfile);
 }
 
-void TXUpdateFeed::parseJSONData(const QByteArray &data) {
-    completedWithTracks(tx::readJsonFeed(data, tx::ReaderContext::forHost(d->url)));
+// The document goes before anybody asks for what it says: both at once would be too much.
+
+void TXUpdateFeed::parseJSONData(QByteArray data) {
+    const MemoryOfLongFeed memory(data);
+    const auto tracks = tx::readJsonFeed(std::exchange(data, {}), tx::ReaderContext::forHost(d->url));
+    memory.giveBack();
+    completedWithTracks(tracks);
 }
 
-void TXUpdateFeed::parseXMLData(const QByteArray &data) {
-    completedWithTracks(tx::readAppcast(data, tx::ReaderContext::forHost(d->url)));
+void TXUpdateFeed::parseXMLData(QByteArray data) {
+    const MemoryOfLongFeed memory(data);
+    const auto tracks = tx::readAppcast(std::exchange(data, {}), tx::ReaderContext::forHost(d->url));
+    memory.giveBack();
+    completedWithTracks(tracks);
 }
 
 void TXUpdateFeed::completedWithTracks(const tx::Result<TrackMap> &tracks) {

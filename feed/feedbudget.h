@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "feed/feedentry.h"
+#include "feed/packedentries.h"
 
 #include <QtGlobal>
 
@@ -9,40 +9,57 @@
 
 namespace tx {
 
-/// What the objects that a feed describes may take: with the document itself and what its reader needs, a
-/// feed takes about six times its size at most. Small feeds may take `least` all the same. Thread: a value.
+/// What the objects that a feed describes may take, so that no feed takes more than six times its size.
+///
+/// While it is read there are the document, four bytes for each of its tokens in JSON, and the packed texts
+/// of what applies; afterwards the document has gone, and there are the packed texts and the objects. Small
+/// feeds may take `least` all the same. Thread: a value.
 class FeedBudget {
 public:
+    // What the C library's allocator hands out for one of each, measured on 64-bit Linux with Qt 6.4; the
+    // test FeedObjects measures again.
+    /// The update, what Qt keeps for it, its pointer and place in a list.
+    static constexpr qint64 costOfUpdate = 240;
+    /// The post, its pointer and place in a list.
+    static constexpr qint64 costOfPost = 80;
+    /// The track with a list of each, and its place in the feed.
+    static constexpr qint64 costOfTrack = 1420;
+
     explicit FeedBudget(qsizetype documentSize)
-        : m_left(std::max<qint64>(timesTheDocument * documentSize, least)) {}
+        : m_left(std::max<qint64>(documentSize * objectsPerCent / 100, least))
+        , m_textLeft(std::max<qint64>(documentSize * textsPerCent / 100, least))
+        , m_tracksLeft(std::max<qint64>(documentSize * tracksPerCent / 100, least)) {}
 
     /// Each answers false once it has become too much.
-    [[nodiscard]] bool takeTrack() { return take(costOfTrack); }
-    [[nodiscard]] bool takeItem(const FeedEntry &entry) {
-        qint64 cost = costOfItem;
-        for (size_t i = 0; i < FeedEntry::memberCount; ++i) {
-            const auto member = static_cast<FeedEntry::Member>(i);
-            // Packed in UTF-8, then as a text in UTF-16.
-            if (entry.has(member))
-                cost += costOfText + 3 * static_cast<qint64>(entry.bytes(member).size());
-        }
-        return take(cost);
+    [[nodiscard]] bool takeTrack(const QString &name) {
+        const qint64 cost = costOfTrack + name.size() * static_cast<qint64>(sizeof(QChar));
+        m_tracksLeft -= cost;
+        return take(cost, 0) && m_tracksLeft >= 0;
     }
+    [[nodiscard]] bool takeUpdate(const FeedEntry &entry) { return takeItem(costOfUpdate, entry); }
+    [[nodiscard]] bool takePost(const FeedEntry &entry) { return takeItem(costOfPost, entry); }
 
 private:
-    static constexpr qint64 timesTheDocument = 5;
-    static constexpr qint64 least = 40 << 20;
-    // Estimates, rounded up; FeedMemory measures what comes of them.
-    static constexpr qint64 costOfTrack = 1200;
-    static constexpr qint64 costOfItem = 1000;
-    static constexpr qint64 costOfText = 32;
+    static constexpr qint64 objectsPerCent = 540; ///< of the document; objects and texts together
+    /// Of the document: numbers and characters may be longer than it has them.
+    static constexpr qint64 textsPerCent = 175;
+    /// Likewise: tracks are made while the document is there.
+    static constexpr qint64 tracksPerCent = 270;
+    static constexpr qint64 least = 20 << 20;
 
-    [[nodiscard]] bool take(qint64 bytes) {
+    [[nodiscard]] bool takeItem(qint64 cost, const FeedEntry &entry) {
+        const auto text = static_cast<qint64>(PackedEntries::sizeOf(entry));
+        return take(cost + text, text);
+    }
+    [[nodiscard]] bool take(qint64 bytes, qint64 text) {
         m_left -= bytes;
-        return m_left >= 0;
+        m_textLeft -= text;
+        return m_left >= 0 && m_textLeft >= 0;
     }
 
     qint64 m_left;
+    qint64 m_textLeft;
+    qint64 m_tracksLeft;
 };
 
 } // namespace tx

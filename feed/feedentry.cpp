@@ -81,12 +81,18 @@ QString FeedEntry::text(Member member) const {
 }
 
 QString FeedEntry::description() const {
+    constexpr size_t longest = 1000; // of each text, for a log line
     QStringList parts;
     for (size_t i = 0; i < memberCount; ++i) {
         const auto member = static_cast<Member>(i);
-        if (has(member))
-            parts << QString::fromLatin1(names[i].data(), static_cast<qsizetype>(names[i].size())) +
-                         u" = "_s + text(member);
+        if (!has(member))
+            continue;
+        const std::string_view whole = bytes(member);
+        const std::string_view shown = whole.substr(0, longest);
+        parts << QString::fromLatin1(names[i].data(), static_cast<qsizetype>(names[i].size())) + u" = "_s +
+                     QString::fromUtf8(shown.data(), static_cast<qsizetype>(shown.size()));
+        if (shown.size() < whole.size())
+            parts.last() += u"... (%1 bytes)"_s.arg(whole.size());
     }
     return u'{' + parts.join(u"; "_s) + u'}';
 }

@@ -62,7 +62,7 @@ public:
     /// Null when the member is absent.
     [[nodiscard]] QString text(Member member) const;
 
-    /// All members for a log line.
+    /// All members for a log line, the beginnings of long ones.
     [[nodiscard]] QString description() const;
 
 private:

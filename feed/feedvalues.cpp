@@ -7,7 +7,16 @@ using namespace Qt::StringLiterals;
 
 namespace tx {
 
+namespace {
+
+constexpr size_t longestAddress = 64 << 10;
+constexpr qsizetype longestSize = 1000;
+
+} // namespace
+
 QUrl urlFromFeedText(const QString &text) {
+    if (static_cast<size_t>(text.size()) > longestAddress)
+        return {};
     const QString trimmed = text.trimmed();
     if (trimmed.isEmpty())
         return {};
@@ -52,21 +61,29 @@ bool isPlainAddress(std::string_view text) {
 
 } // namespace
 
+QUrl urlFromFeedText(std::string_view text) {
+    if (text.size() > longestAddress)
+        return {};
+    return urlFromFeedText(QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size())));
+}
+
 QByteArray encodedUrlFromFeedText(std::string_view text) {
-    if (text.empty())
+    if (text.empty() || text.size() > longestAddress)
         return {};
     const auto size = static_cast<qsizetype>(text.size());
     if (isPlainAddress(text))
         return {text.data(), size};
-    return urlFromFeedText(QString::fromUtf8(text.data(), size)).toEncoded();
+    return urlFromFeedText(text).toEncoded();
 }
 
 bool isFeedAddress(std::string_view text) {
-    return isPlainAddress(text) || !encodedUrlFromFeedText(text).isEmpty();
+    return (text.size() <= longestAddress && isPlainAddress(text)) || !encodedUrlFromFeedText(text).isEmpty();
 }
 
 QSizeF sizeFromFeedText(const QString &text) {
     const QSizeF zero(0, 0);
+    if (text.size() > longestSize)
+        return zero;
     const QString trimmed = text.trimmed();
     if (!trimmed.startsWith(u'{') || !trimmed.endsWith(u'}'))
         return zero;

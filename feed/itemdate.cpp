@@ -60,6 +60,11 @@ QDateTime itemDateFromString(QStringView text) {
     return date.time() == time ? date : QDateTime();
 }
 
+QDateTime itemDateFromUtf8(std::string_view text) {
+    constexpr size_t length = 19; // a date has no character that is longer than a byte
+    return text.size() == length ? itemDateFromString(QString::fromUtf8(text.data(), length)) : QDateTime();
+}
+
 QString itemDateToString(const QDateTime &date) {
     const QTimeZone &zone = pacificTime();
     const QDateTime there =

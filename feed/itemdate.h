@@ -4,11 +4,15 @@
 #include <QDateTime>
 #include <QStringView>
 
+#include <string_view>
+
 namespace tx {
 
 /// Reads "yyyy-MM-dd HH:mm:ss" as US Pacific time; invalid for any other form or a day that does not exist.
 /// Thread: any.
 [[nodiscard]] QDateTime itemDateFromString(QStringView text);
+/// The same from UTF-8, without a copy of a long text.
+[[nodiscard]] QDateTime itemDateFromUtf8(std::string_view text);
 
 /// The same form in US Pacific time.
 [[nodiscard]] QString itemDateToString(const QDateTime &date);

@@ -7,6 +7,7 @@
 #include "feed/conditions.h"
 #include "feed/feedbudget.h"
 #include "feed/feedvalues.h"
+#include "feed/itemdate.h"
 #include "feed/updateentry.h"
 
 #include <TarvixUpdate/TXLog.h>
@@ -268,6 +269,12 @@ TXError brokenDocument(error_code error) {
     return unreadableFeed(QString::fromUtf8(simdjson::error_message(error)));
 }
 
+/// A track's name for an error.
+QString shown(const QString &name) {
+    constexpr qsizetype longest = 100;
+    return name.size() > longest ? name.left(longest) + u"..."_s : name;
+}
+
 /// Either what is wrong with the document, which ends it, or with one track, which another one of its name
 /// may replace.
 struct Outcome {
@@ -285,6 +292,14 @@ bool describesUpdate(const FeedEntry &entry, QString *failureReason) {
     if (!reason.isNull() && failureReason)
         *failureReason = reason;
     return reason.isNull();
+}
+
+bool describesPost(const FeedEntry &entry, QString *failureReason) {
+    const bool result =
+        isFeedAddress(entry.bytes(Member::PostURL)) || isFeedAddress(entry.bytes(Member::Url));
+    if (!result && failureReason)
+        *failureReason = u"Post lacks URL."_s;
+    return result;
 }
 
 class TrackReader {
@@ -308,8 +323,8 @@ public:
                 if (const error_code error = walk(value, depthOfEntry, nullptr))
                     return {brokenDocument(error), {}};
                 if (!noObject)
-                    noObject =
-                        unreadableFeed(u"entry %1 of the track \"%2\" is no object"_s.arg(index).arg(m_name));
+                    noObject = unreadableFeed(
+                        u"entry %1 of the track \"%2\" is no object"_s.arg(index).arg(shown(m_name)));
                 continue;
             }
             FeedEntry entry;
@@ -336,8 +351,9 @@ public:
         if (!m_posts.isEmpty())
             makePosts = [posts = std::move(m_posts)] {
                 QList<TXUpdatePostPtr> result;
-                posts.forEach([&result](const FeedEntry &entry) {
-                    result.append(json_postFromDictionary(entry, nullptr));
+                result.reserve(posts.size());
+                posts.forEach([&result](PackedEntry entry) {
+                    result.append(std::make_shared<TXUpdatePost>(std::move(entry)));
                 });
                 return result;
             };
@@ -347,8 +363,9 @@ public:
 private:
     static constexpr int depthOfEntry = depthOfMember - 1;
 
-    void keep(PackedEntries &entries, const FeedEntry &entry) {
-        if (m_context.keepsIrrelevant || m_budget.takeItem(entry))
+    /// `hasRoom`: what the budget says of the entry, which counts when a host reads the feed.
+    void keep(PackedEntries &entries, const FeedEntry &entry, bool hasRoom) {
+        if (m_context.keepsIrrelevant || hasRoom)
             entries.append(entry);
         else
             m_isTooMuch = true;
@@ -360,7 +377,7 @@ private:
             readUpdate(entry, index);
         else if (type == "post" || type == "post.v2")
             readPost(entry, index);
-        else
+        else if (m_context.skipped)
             skip(index, entry.has(Member::Type) ? u"unknown type \"%1\""_s.arg(entry.text(Member::Type))
                                                 : u"no type"_s);
     }
@@ -382,7 +399,7 @@ private:
             skip(index, describe(objection, conditionsFrom(entry), entry.text(Member::Build),
                                  m_context.appBuild, m_context.systemVersion));
         else
-            keep(m_updates, entry);
+            keep(m_updates, entry, m_budget.takeUpdate(entry));
     }
 
     Objection objectionToUpdate(const FeedEntry &entry) const {
@@ -402,25 +419,26 @@ private:
 
     void readPost(const FeedEntry &entry, qsizetype index) {
         QString reason;
-        const TXUpdatePostPtr post = json_postFromDictionary(entry, &reason);
-        if (!post) {
+        if (!describesPost(entry, &reason)) {
             skip(index, reason);
             return;
         }
         if (!m_context.keepsIrrelevant) {
-            const QDateTime end = post->endDate();
-            const Objection objection =
-                objectionTo(*post->conditions(), m_context.appBuild, m_context.systemVersion);
-            if (end.isValid() && m_context.now > end)
-                reason = u"endDate %1 has passed"_s.arg(post->endDateString());
-            else if (objection != Objection::None)
-                reason =
-                    describe(objection, *post->conditions(), {}, m_context.appBuild, m_context.systemVersion);
+            const QDateTime end = itemDateFromUtf8(entry.bytes(Member::EndDate));
+            if (end.isValid() && m_context.now > end) {
+                skip(index, u"endDate %1 has passed"_s.arg(entry.text(Member::EndDate)));
+                return;
+            }
+            const auto conditions = conditionsFrom(entry);
+            const Objection objection = objectionTo(conditions, m_context.appBuild, m_context.systemVersion);
+            if (objection != Objection::None) {
+                if (m_context.skipped)
+                    skip(index,
+                         describe(objection, conditions, {}, m_context.appBuild, m_context.systemVersion));
+                return;
+            }
         }
-        if (reason.isNull())
-            keep(m_posts, entry);
-        else
-            skip(index, reason);
+        keep(m_posts, entry, m_budget.takePost(entry));
     }
 
     void skip(qsizetype index, const QString &reason) const {
@@ -440,13 +458,13 @@ private:
 /// copy of the whole document is made only where it is not.
 class PaddedDocument {
 public:
-    explicit PaddedDocument(const QByteArray &data)
-        : m_bytes(data) {
-        const auto encoding = QStringConverter::encodingForData(data);
+    explicit PaddedDocument(QByteArray data)
+        : m_bytes(std::move(data)) {
+        const auto encoding = QStringConverter::encodingForData(m_bytes);
         if (encoding == QStringConverter::Utf8)
             m_begin = 3;
         else if (encoding)
-            m_bytes = asUtf8(data);
+            m_bytes = asUtf8(m_bytes);
         const qsizetype needed = m_bytes.size() + static_cast<qsizetype>(simdjson::SIMDJSON_PADDING);
         if (m_bytes.capacity() >= needed)
             return;
@@ -480,8 +498,9 @@ QByteArray asUtf8(const QByteArray &data) {
     return decoder.hasError() || !text.isValidUtf16() ? QByteArray() : text.toUtf8();
 }
 
-Result<TXUpdateFeed::TrackMap> readJsonFeed(const QByteArray &data, const ReaderContext &context) {
-    const PaddedDocument bytes(data);
+Result<TXUpdateFeed::TrackMap> readJsonFeed(QByteArray data, const ReaderContext &context) {
+    FeedBudget budget(data.size());
+    const PaddedDocument bytes(std::move(data));
     // The parser walks over the document and makes nothing of it but a list of places; a tree of its values
     // would take many times its size.
     ondemand::parser parser;
@@ -496,7 +515,6 @@ Result<TXUpdateFeed::TrackMap> readJsonFeed(const QByteArray &data, const Reader
                                                  : brokenDocument(error);
 
     // Of members with the same name the last one counts.
-    FeedBudget budget(data.size());
     TXUpdateFeed::TrackMap result;
     QMap<QString, TXError> wrong;
     for (auto member : tracks) {
@@ -516,7 +534,7 @@ Result<TXUpdateFeed::TrackMap> readJsonFeed(const QByteArray &data, const Reader
             constexpr int depthOfTrack = 2;
             if (const error_code broken = walk(value, depthOfTrack, nullptr))
                 return brokenDocument(broken);
-            wrong.insert(name, unreadableFeed(u"the track \"%1\" is no list"_s.arg(name)));
+            wrong.insert(name, unreadableFeed(u"the track \"%1\" is no list"_s.arg(shown(name))));
             continue;
         }
         ondemand::array entries;
@@ -528,7 +546,7 @@ Result<TXUpdateFeed::TrackMap> readJsonFeed(const QByteArray &data, const Reader
             return outcome.document;
         if (outcome.track)
             wrong.insert(name, outcome.track);
-        else if (!context.keepsIrrelevant && !budget.takeTrack())
+        else if (!context.keepsIrrelevant && !budget.takeTrack(name))
             return unreadableFeed(u"its tracks take too much memory"_s);
         result.insert(name, reader.takeTrack());
     }
@@ -547,23 +565,7 @@ TXUpdatePtr json_updateFromDictionary(const FeedEntry &entry, QString *failureRe
 }
 
 TXUpdatePostPtr json_postFromDictionary(const FeedEntry &entry, QString *failureReason) {
-    auto post = std::make_shared<TXUpdatePost>();
-    post->setTitle(entry.text(Member::Title));
-    post->setDateString(entry.text(Member::Date));
-    post->setEndDateString(entry.text(Member::EndDate));
-    post->setDisplayTime(TXUpdatePostDisplayTimeFromString(entry.text(Member::Display)));
-    post->setConditions(conditionsFrom(entry));
-    for (const Member member : {Member::PostURL, Member::Url}) {
-        if (const QUrl url = urlFromFeedText(entry.text(member)); !url.isEmpty())
-            post->setPostURL(url);
-    }
-    post->setPreferredDisplaySize(sizeFromFeedText(entry.text(Member::PreferredDisplaySize)));
-    if (post->postURL().isEmpty()) {
-        if (failureReason)
-            *failureReason = u"Post lacks URL."_s;
-        return nullptr;
-    }
-    return post;
+    return describesPost(entry, failureReason) ? std::make_shared<TXUpdatePost>(packed(entry)) : nullptr;
 }
 
 } // namespace tx

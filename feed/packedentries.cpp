@@ -9,29 +9,53 @@ namespace {
 
 // An entry is, for each member that it has, a byte for the member, the length and the text, and at last this.
 constexpr char endOfEntry = static_cast<char>(FeedEntry::memberCount);
+using Length = uint32_t; // a document is far smaller
+
+/// Goes to the entry's end, telling of each member.
+template <typename Visit>
+const char *walk(const char *next, Visit visit) {
+    while (*next != endOfEntry) {
+        const auto member = static_cast<FeedEntry::Member>(*next++);
+        Length length = 0;
+        std::memcpy(&length, next, sizeof length);
+        next += sizeof length;
+        visit(member, std::string_view(next, length));
+        next += length;
+    }
+    return next + 1;
+}
+
+/// What a kind of item an entry is has been decided when it is kept.
+bool isKept(const FeedEntry &entry, FeedEntry::Member member) {
+    return member != FeedEntry::Member::Type && entry.has(member);
+}
 
 } // namespace
 
-void PackedEntries::append(const FeedEntry &entry) {
-    constexpr size_t blockSize = 1 << 20;
-    using Length = uint32_t; // a document is far smaller
-    size_t size = 1;
+size_t PackedEntries::sizeOf(const FeedEntry &entry) {
+    size_t size = sizeof endOfEntry;
     for (size_t i = 0; i < FeedEntry::memberCount; ++i) {
         const auto member = static_cast<FeedEntry::Member>(i);
-        if (entry.has(member))
+        if (isKept(entry, member))
             size += 1 + sizeof(Length) + entry.bytes(member).size();
     }
-    if (m_blocks.empty() || m_blocks.back().size() + size > blockSize) {
+    return size;
+}
+
+void PackedEntries::append(const FeedEntry &entry) {
+    constexpr size_t blockSize = 64 << 10;
+    const size_t size = sizeOf(entry);
+    if (m_blocks.empty() || m_blocks.back()->size() + size > blockSize) {
         if (!m_blocks.empty())
-            m_blocks.back().shrink_to_fit();
-        m_blocks.emplace_back();
+            m_blocks.back()->shrink_to_fit();
+        m_blocks.push_back(std::make_shared<std::string>());
         if (size > blockSize)
-            m_blocks.back().reserve(size);
+            m_blocks.back()->reserve(size);
     }
-    std::string &block = m_blocks.back();
+    std::string &block = *m_blocks.back();
     for (size_t i = 0; i < FeedEntry::memberCount; ++i) {
         const auto member = static_cast<FeedEntry::Member>(i);
-        if (!entry.has(member))
+        if (!isKept(entry, member))
             continue;
         const std::string_view text = entry.bytes(member);
         const auto length = static_cast<Length>(text.size());
@@ -40,26 +64,34 @@ void PackedEntries::append(const FeedEntry &entry) {
         block.append(header, sizeof header).append(text);
     }
     block += endOfEntry;
+    ++m_count;
 }
 
-void PackedEntries::forEach(const std::function<void(const FeedEntry &)> &visit) const {
-    for (const std::string &block : m_blocks) {
-        const char *next = block.data();
-        const char *const end = next + block.size();
-        while (next != end) {
-            FeedEntry entry;
-            while (*next != endOfEntry) {
-                const auto member = static_cast<FeedEntry::Member>(*next++);
-                uint32_t length = 0;
-                std::memcpy(&length, next, sizeof length);
-                next += sizeof length;
-                entry.set(member, {next, length});
-                next += length;
-            }
-            ++next;
-            visit(entry);
+void PackedEntries::forEach(const std::function<void(PackedEntry)> &visit) const {
+    for (const auto &block : m_blocks) {
+        const char *const begin = block->data();
+        const char *const end = begin + block->size();
+        for (const char *next = begin; next != end;) {
+            visit({block, static_cast<quint32>(next - begin)});
+            next = walk(next, [](FeedEntry::Member, std::string_view) {});
         }
     }
+}
+
+FeedEntry PackedEntry::read() const {
+    FeedEntry entry;
+    if (block)
+        walk(block->data() + position,
+             [&entry](FeedEntry::Member member, std::string_view text) { entry.set(member, text); });
+    return entry;
+}
+
+PackedEntry packed(const FeedEntry &entry) {
+    PackedEntries one;
+    one.append(entry);
+    PackedEntry result;
+    one.forEach([&result](PackedEntry only) { result = std::move(only); });
+    return result;
 }
 
 } // namespace tx

@@ -3,7 +3,10 @@
 
 #include "feed/feedentry.h"
 
+#include <TarvixUpdate/TXUpdateItem.h>
+
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -13,15 +16,24 @@ namespace tx {
 /// reading the document, and most are never asked for. Thread: a value.
 class PackedEntries {
 public:
-    /// Copies the entry's texts.
+    /// Copies the entry's texts, but not its type.
     void append(const FeedEntry &entry);
-    [[nodiscard]] bool isEmpty() const { return m_blocks.empty(); }
-    /// Calls `visit` with each entry in order. An entry lives as long as its call.
-    void forEach(const std::function<void(const FeedEntry &)> &visit) const;
+    [[nodiscard]] bool isEmpty() const { return m_count == 0; }
+    [[nodiscard]] qsizetype size() const { return m_count; }
+    /// Calls `visit` with each entry in order.
+    void forEach(const std::function<void(PackedEntry entry)> &visit) const;
+
+    /// How many bytes an entry takes here.
+    [[nodiscard]] static size_t sizeOf(const FeedEntry &entry);
 
 private:
-    /// An entry is never divided. Blocks, as one piece of memory that grows is there twice while it does.
-    std::vector<std::string> m_blocks;
+    /// An entry is never divided. Blocks, as one piece of memory that grows is there twice while it does, and
+    /// as an item keeps the block that it stands in.
+    std::vector<std::shared_ptr<std::string>> m_blocks;
+    qsizetype m_count = 0;
 };
+
+/// One entry in a block of its own.
+[[nodiscard]] PackedEntry packed(const FeedEntry &entry);
 
 } // namespace tx

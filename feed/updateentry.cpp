@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "feed/updateentry.h"
 
-#include "feed/conditions.h"
 #include "feed/feedvalues.h"
 #include "feed/itemdate.h"
 #include "install/updatebuilder.h"
@@ -19,37 +18,29 @@ bool hasAddress(const FeedEntry &entry) {
 }
 
 void logMissingDate(const FeedEntry &entry) {
-    if (TXLogGetLevel() < TXLogLevelDetail || itemDateFromString(entry.text(Member::Date)).isValid())
+    if (TXLogGetLevel() < TXLogLevelDetail || itemDateFromUtf8(entry.bytes(Member::Date)).isValid())
         return;
-    (void)updateFrom(entry, WithConditions::No)->date(); // says what is wrong with the date
+    FeedEntry date;
+    date.set(Member::Date, entry.bytes(Member::Date));
+    (void)updateFrom(date, WithConditions::No)->date(); // says what is wrong with the date
     TXLog(TXLogLevelDetail, u"Update has no date: %@"_s, {entry.description()});
 }
 
 TXUpdatePtr updateFrom(const FeedEntry &entry, WithConditions conditions, bool isSecure) {
-    UpdateFields fields;
-    fields.fileURL = encodedUrlFromFeedText(entry.bytes(Member::DownloadURL));
-    fields.linkURL = encodedUrlFromFeedText(entry.bytes(Member::WebpageURL));
-    fields.releaseNotesURL = encodedUrlFromFeedText(entry.bytes(Member::ReleaseNotesURL));
-    fields.title = entry.text(Member::Title);
-    fields.itemDescription = entry.text(Member::Description);
-    fields.dateString = entry.text(Member::Date);
-    fields.version = entry.text(Member::Build);
-    fields.displayVersion = entry.has(Member::Version) ? entry.text(Member::Version) : fields.version;
-    fields.extra = entry.text(Member::Extra);
-    fields.isFromSecureFeed = isSecure;
-    const std::string_view automatic = entry.bytes(Member::Autodownload);
-    fields.excludeFromAutoDownloading =
-        automatic == "false" || automatic == "no" || automatic == "disable" || automatic == "disabled";
-    if (entry.has(Member::PreferredDisplaySize))
-        fields.preferredDisplaySize = sizeFromFeedText(entry.text(Member::PreferredDisplaySize));
-    if (conditions == WithConditions::Yes)
-        fields.conditions = conditionsFrom(entry);
-    return UpdateBuilder::make(std::move(fields));
+    PackedEntry single = packed(entry);
+    single.hasConditions = conditions == WithConditions::Yes;
+    single.isFromSecureFeed = isSecure;
+    return UpdateBuilder::make(std::move(single));
 }
 
 QList<TXUpdatePtr> updatesFrom(const PackedEntries &entries, WithConditions conditions, bool isSecure) {
     QList<TXUpdatePtr> result;
-    entries.forEach([&](const FeedEntry &entry) { result.append(updateFrom(entry, conditions, isSecure)); });
+    result.reserve(entries.size());
+    entries.forEach([&](PackedEntry entry) {
+        entry.hasConditions = conditions == WithConditions::Yes;
+        entry.isFromSecureFeed = isSecure;
+        result.append(UpdateBuilder::make(std::move(entry)));
+    });
     return result;
 }
 

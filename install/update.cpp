@@ -2,6 +2,9 @@
 #include "install/update_p.h"
 
 #include "core/names.h"
+#include "feed/conditions.h"
+#include "feed/feedentry.h"
+#include "feed/feedvalues.h"
 #include "feed/itemdate.h"
 #include "platform/localization.h"
 #include "platform/queues.h"
@@ -13,8 +16,15 @@
 #include <TarvixUpdate/TXVersionNumber.h>
 
 using namespace Qt::StringLiterals;
+using Member = tx::FeedEntry::Member;
 
 namespace {
+
+constexpr qsizetype longestInLog = 1000;
+
+QByteArray address(const tx::PackedEntry &packed, Member member) {
+    return tx::encodedUrlFromFeedText(packed.read().bytes(member));
+}
 
 QUrl decoded(const QByteArray &url) { return url.isEmpty() ? QUrl() : QUrl::fromEncoded(url); }
 
@@ -23,11 +33,23 @@ bool same(const QString &a, const QString &b) { return a.isNull() == b.isNull() 
 
 } // namespace
 
-TXUpdate::TXUpdate()
-    : d(std::make_unique<Private>()) {}
+TXUpdate::Content::Content() = default;
+TXUpdate::Content::~Content() = default;
+
+TXUpdate::Private *TXUpdate::Content::operator->() const {
+    if (!all) {
+        all = std::make_unique<Private>();
+        static_cast<tx::UpdateFields &>(*all) = tx::fieldsFrom(packed);
+        packed = {};
+    }
+    return all.get();
+}
+
+TXUpdate::TXUpdate() = default;
 
 TXUpdate::~TXUpdate() {
-    if (const CompletionHandler handler = std::exchange(d->installErrorHandler, nullptr))
+    if (const CompletionHandler handler =
+            d.all ? std::exchange(d.all->installErrorHandler, nullptr) : nullptr)
         tx::postToMain([handler] {
             handler(TXError(TXCocoaErrorDomain, TXErrorCancelled,
                             u"The application update could not be installed."_s,
@@ -36,25 +58,50 @@ TXUpdate::~TXUpdate() {
         });
 }
 
-QString TXUpdate::title() const { return d->title; }
-QString TXUpdate::version() const { return d->version; }
-QString TXUpdate::displayVersion() const { return d->displayVersion; }
-QString TXUpdate::dateString() const { return d->dateString; }
-QString TXUpdate::itemDescription() const { return d->itemDescription; }
-QString TXUpdate::extra() const { return d->extra; }
-QUrl TXUpdate::releaseNotesURL() const { return decoded(d->releaseNotesURL); }
-QUrl TXUpdate::fileURL() const { return decoded(d->fileURL); }
-QUrl TXUpdate::linkURL() const { return decoded(d->linkURL); }
-QSizeF TXUpdate::preferredDisplaySize() const { return d->preferredDisplaySize; }
-std::optional<TXUpdateItemConditions> TXUpdate::conditions() const { return d->conditions; }
-bool TXUpdate::excludeFromAutoDownloading() const { return d->excludeFromAutoDownloading; }
-bool TXUpdate::isDownloaded() const { return d->isDownloaded; }
-bool TXUpdate::isDownloading() const { return d->isDownloading; }
-QString TXUpdate::downloadPath() const { return d->downloadPath; }
-double TXUpdate::downloadProgress() const { return d->downloadProgress; }
-quint64 TXUpdate::downloadSize() const { return d->downloadSize; }
-bool TXUpdate::isInstalling() const { return d->isInstalling; }
-bool TXUpdate::isInstalled() const { return d->isInstalled; }
+// Asking for one of these makes nothing that stays.
+QString TXUpdate::title() const { return d.all ? d.all->title : d.packed.read().text(Member::Title); }
+QString TXUpdate::version() const { return d.all ? d.all->version : d.packed.read().text(Member::Build); }
+QString TXUpdate::displayVersion() const {
+    if (d.all)
+        return d.all->displayVersion;
+    const tx::FeedEntry entry = d.packed.read();
+    return entry.text(entry.has(Member::Version) ? Member::Version : Member::Build);
+}
+QString TXUpdate::dateString() const {
+    return d.all ? d.all->dateString : d.packed.read().text(Member::Date);
+}
+QString TXUpdate::itemDescription() const {
+    return d.all ? d.all->itemDescription : d.packed.read().text(Member::Description);
+}
+QString TXUpdate::extra() const { return d.all ? d.all->extra : d.packed.read().text(Member::Extra); }
+QUrl TXUpdate::releaseNotesURL() const {
+    return decoded(d.all ? d.all->releaseNotesURL : address(d.packed, Member::ReleaseNotesURL));
+}
+QUrl TXUpdate::fileURL() const {
+    return decoded(d.all ? d.all->fileURL : address(d.packed, Member::DownloadURL));
+}
+QUrl TXUpdate::linkURL() const {
+    return decoded(d.all ? d.all->linkURL : address(d.packed, Member::WebpageURL));
+}
+QSizeF TXUpdate::preferredDisplaySize() const {
+    return d.all ? d.all->preferredDisplaySize
+                 : tx::sizeFromFeedText(d.packed.read().text(Member::PreferredDisplaySize));
+}
+std::optional<TXUpdateItemConditions> TXUpdate::conditions() const {
+    if (d.all)
+        return d.all->conditions;
+    return d.packed.hasConditions ? std::optional(tx::conditionsFrom(d.packed.read())) : std::nullopt;
+}
+bool TXUpdate::excludeFromAutoDownloading() const {
+    return d.all ? d.all->excludeFromAutoDownloading : tx::excludesFromAutoDownloading(d.packed.read());
+}
+bool TXUpdate::isDownloaded() const { return d.all && d.all->isDownloaded; }
+bool TXUpdate::isDownloading() const { return d.all && d.all->isDownloading; }
+QString TXUpdate::downloadPath() const { return d.all ? d.all->downloadPath : QString(); }
+double TXUpdate::downloadProgress() const { return d.all ? d.all->downloadProgress : 0; }
+quint64 TXUpdate::downloadSize() const { return d.all ? d.all->downloadSize : 0; }
+bool TXUpdate::isInstalling() const { return d.all && d.all->isInstalling; }
+bool TXUpdate::isInstalled() const { return d.all && d.all->isInstalled; }
 
 // Texts are stored without comparing first: null and empty compare equal but do not mean the same.
 void TXUpdate::setTitle(const QString &title) {
@@ -128,32 +175,35 @@ void TXUpdate::setInstalled(bool installed) {
 }
 
 QDateTime TXUpdate::date() const {
-    QDateTime result = tx::itemDateFromString(d->dateString);
+    const QString text = dateString();
+    QDateTime result = tx::itemDateFromString(text);
     if (!result.isValid() && TXLogGetLevel() >= TXLogLevelDetail)
         TXLog(TXLogLevelDetail, u"Update date getObjectValue error:%@ -- %@ -- %@  ---> %@ %@"_s,
-              {d->dateString, u"yyyy-MM-dd HH:mm:ss"_s, u"America/Los_Angeles"_s,
-               u"The text is not of this form."_s, u"{0, %1}"_s.arg(d->dateString.size())});
+              {text.left(longestInLog), u"yyyy-MM-dd HH:mm:ss"_s, u"America/Los_Angeles"_s,
+               u"The text is not of this form."_s, u"{0, %1}"_s.arg(text.size())});
     return result;
 }
 
 bool TXUpdate::isMajorVersion() const {
-    const auto number = TXVersionNumber::versionNumberWithString(d->displayVersion);
+    const auto number = TXVersionNumber::versionNumberWithString(displayVersion());
     return number.minorVersion() == 0 && number.patchVersion() == 0;
 }
 
 bool TXUpdate::isMinorVersion() const {
-    const auto number = TXVersionNumber::versionNumberWithString(d->displayVersion);
+    const auto number = TXVersionNumber::versionNumberWithString(displayVersion());
     return number.minorVersion() != 0 && number.patchVersion() == 0;
 }
 
 bool TXUpdate::isBugfixVersion() const {
-    return TXVersionNumber::versionNumberWithString(d->displayVersion).patchVersion() != 0;
+    return TXVersionNumber::versionNumberWithString(displayVersion()).patchVersion() != 0;
 }
 
-bool TXUpdate::canBeDownloaded() const { return !d->fileURL.isEmpty() && !downloadRefusal(); }
+bool TXUpdate::canBeDownloaded() const { return !fileURL().isEmpty() && !downloadRefusal(); }
 
 TXError TXUpdate::downloadRefusal() const {
-    if (!d->isFromSecureFeed || d->fileURL.isEmpty() || fileURL().scheme() == u"https")
+    const QUrl archive = fileURL();
+    const bool isSecure = d.all ? d.all->isFromSecureFeed : d.packed.isFromSecureFeed;
+    if (!isSecure || archive.isEmpty() || archive.scheme() == u"https")
         return {};
     return TXError(tx::updaterErrorDomain, 0, u"The update could not be downloaded."_s,
                    tx::localizedString(
@@ -161,19 +211,18 @@ TXError TXUpdate::downloadRefusal() const {
                        "does: the archive could be replaced on the way."_s),
                    tx::localizedString(u"To update, go to the website and download the latest version "
                                        "directly."_s))
-        .withUserInfo({{u"url"_s, fileURL().toString(QUrl::RemoveUserInfo)}});
+        .withUserInfo({{u"url"_s, archive.toString(QUrl::RemoveUserInfo)}});
 }
 
 bool TXUpdate::isEqual(const TXUpdate &other) const {
-    const Private &o = *other.d;
-    return same(d->title, o.title) && same(d->version, o.version) && same(d->dateString, o.dateString) &&
-           same(d->itemDescription, o.itemDescription) && same(d->extra, o.extra) &&
-           releaseNotesURL() == other.releaseNotesURL() && fileURL() == other.fileURL() &&
-           linkURL() == other.linkURL() && d->conditions == o.conditions;
+    return same(title(), other.title()) && same(version(), other.version()) &&
+           same(dateString(), other.dateString()) && same(itemDescription(), other.itemDescription()) &&
+           same(extra(), other.extra()) && releaseNotesURL() == other.releaseNotesURL() &&
+           fileURL() == other.fileURL() && linkURL() == other.linkURL() && conditions() == other.conditions();
 }
 
 void TXUpdate::ignore() {
     (void)tx::UserDefaults::standard().setValue(
         TXUpdatePrefIgnoreVersionKey,
-        QVariantMap{{u"version"_s, d->version}, {u"date"_s, tx::services().now()}});
+        QVariantMap{{u"version"_s, version()}, {u"date"_s, tx::services().now()}});
 }

@@ -4,8 +4,8 @@
 #include "install/updatebuilder.h"
 #include "platform/filesystem.h"
 
-// Addresses are kept encoded and parsed when asked for: a parsed one takes ten times the memory, and a feed
-// may hold thousands of updates of which one is used.
+// What an update has once it is more than a text in a feed. A feed may hold a hundred thousand updates of
+// which one is used.
 struct TXUpdate::Private : tx::UpdateFields {
     bool isDownloaded = false;
     bool isDownloading = false;

@@ -5,7 +5,8 @@
 
 namespace tx {
 
-/// What a reader fills an update with. Addresses are percent-encoded, empty when absent.
+/// What a feed says of an update. Addresses are percent-encoded, empty when absent, and parsed when asked
+/// for.
 struct UpdateFields {
     QString title;
     QString version;
@@ -22,11 +23,17 @@ struct UpdateFields {
     bool isFromSecureFeed = false; ///< which names only https archives
 };
 
-/// Makes updates without announcing each property. Thread: any; the update belongs to the main thread, where
-/// it is also deleted, whoever lets go of it last.
+/// Whether the entry is not to be downloaded without a question.
+[[nodiscard]] bool excludesFromAutoDownloading(const FeedEntry &entry);
+
+/// All that an entry of a feed says, as an update has it.
+[[nodiscard]] UpdateFields fieldsFrom(const PackedEntry &packed);
+
+/// Makes updates that read what they say from a feed's entry when they are asked. Thread: any; the update
+/// belongs to the main thread, where it is also deleted, whoever lets go of it last.
 class UpdateBuilder {
 public:
-    static TXUpdatePtr make(UpdateFields fields);
+    static TXUpdatePtr make(PackedEntry entry);
 };
 
 } // namespace tx

@@ -7,6 +7,9 @@
 
 #include <QSslError>
 
+#include <algorithm>
+#include <utility>
+
 using namespace Qt::StringLiterals;
 
 namespace tx {
@@ -26,8 +29,6 @@ public:
             m_broken = what;
             m_reply->abort();
         }) {
-        // Without a limit the access manager takes all that a fast server sends before it says so.
-        constexpr qint64 bufferSize = 256 << 10;
         reply->setReadBufferSize(bufferSize);
         connect(reply, &QNetworkReply::readyRead, this, [this] { readSome(); });
         connect(reply, &QNetworkReply::sslErrors, this,
@@ -42,19 +43,43 @@ private:
         if (m_tooLarge)
             return;
         m_watch.noteProgress();
-        if (m_response.body.isEmpty()) {
-            // The length comes from the server: a hint, not to be believed beyond what documents usually
-            // take.
-            constexpr qint64 most = 1LL << 20;
+        QByteArray &body = m_response.body;
+        if (body.isEmpty()) {
+            // The length comes from the server: a hint, not to be believed beyond what is accepted. What of
+            // it does not come is never touched.
+            constexpr qint64 usual = 1LL << 20;
             const qint64 length = m_reply->header(QNetworkRequest::ContentLengthHeader).toLongLong();
-            m_response.body.reserve(std::clamp(length, 0LL, most));
+            makeRoom(std::clamp(length, 0LL, m_sizeLimit > 0 ? m_sizeLimit : usual));
         }
-        m_response.body += m_reply->readAll();
-        if (m_sizeLimit > 0 && m_response.body.size() > m_sizeLimit) {
-            m_tooLarge = true;
-            m_response.body.clear();
+        // Straight into the body and in small pieces: whatever lies between is memory, too.
+        while (m_reply->bytesAvailable() > 0 && !m_tooLarge) {
+            const qsizetype before = body.size();
+            makeRoom(before + std::min(m_reply->bytesAvailable(), bufferSize));
+            // What is available is not known beforehand where a body has to be decoded.
+            const qsizetype piece = std::min<qint64>(body.capacity() - room - before, bufferSize);
+            body.resize(before + piece);
+            const qint64 count = m_reply->read(body.data() + before, piece);
+            body.resize(before + std::max<qint64>(count, 0));
+            if (count <= 0)
+                break;
+            m_tooLarge = m_sizeLimit > 0 && body.size() > m_sizeLimit;
+        }
+        if (m_tooLarge) {
+            body = QByteArray();
             m_reply->abort();
         }
+    }
+
+    /// The body grows to `size` with a little room behind it, which the reader of a feed needs and must not
+    /// copy it to have. Growing costs a copy, so it doubles, but not beyond what is accepted.
+    void makeRoom(qsizetype size) {
+        QByteArray &body = m_response.body;
+        if (body.capacity() >= size + room)
+            return;
+        qsizetype larger = std::max(size, 2 * body.capacity());
+        if (m_sizeLimit > 0)
+            larger = std::max<qsizetype>(size, std::min<qint64>(larger, m_sizeLimit));
+        body.reserve(larger + room);
     }
 
     void finish() {
@@ -68,16 +93,17 @@ private:
             error = urlError(UrlErrorTimedOut, m_reply->url(), m_broken);
         else if (failedInTransport(*m_reply))
             error = transportError(*m_reply, m_untrusted);
-        // The reader of a feed needs a little room behind it, and must not copy it to have that.
-        constexpr qsizetype room = 64;
-        m_response.body.reserve(m_response.body.size() + room);
         m_response.statusCode = m_reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
         m_response.headers = m_reply->rawHeaderPairs();
         const UrlLoadHandler handler = std::move(m_handler);
         m_reply->deleteLater();
         closeIdleConnections(*m_reply->manager());
-        handler(m_response, error);
+        handler(std::exchange(m_response, {}), error);
     }
+
+    // Without a limit the access manager takes all that a fast server sends before it says so.
+    static constexpr qint64 bufferSize = 256 << 10;
+    static constexpr qsizetype room = 64;
 
     QNetworkReply *m_reply;
     qint64 m_sizeLimit;

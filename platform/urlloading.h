@@ -62,8 +62,9 @@ struct UrlResponse {
     [[nodiscard]] QByteArray header(const QByteArray &name) const;
 };
 
-/// Called on the network thread, once; never when the application ends first.
-using UrlLoadHandler = std::function<void(const UrlResponse &response, const TXError &error)>;
+/// Called on the network thread, once; never when the application ends first. The response is the handler's:
+/// nothing else keeps the body.
+using UrlLoadHandler = std::function<void(UrlResponse response, const TXError &error)>;
 
 class UrlDownload;
 

@@ -172,7 +172,21 @@ private:
     friend class tx::UpdateDownload;
     friend class tx::UpdateInstallation;
     struct Private;
-    const std::unique_ptr<Private> d;
+    /// Either what the feed says, which takes little, or all that an update can have, from the first use of
+    /// more than that on.
+    struct Content {
+        Content();
+        ~Content();
+        Content(const Content &) = delete;
+        Content &operator=(const Content &) = delete;
+        /// All of it, made now if need be.
+        Private *operator->() const;
+        Private &operator*() const { return *operator->(); }
+
+        mutable tx::PackedEntry packed;
+        mutable std::unique_ptr<Private> all;
+    };
+    Content d;
 };
 
 using TXUpdatePtr = std::shared_ptr<TXUpdate>;

@@ -60,9 +60,9 @@ public:
     [[nodiscard]] QByteArray requestBody() const;
     [[nodiscard]] static QString anonymousUUID();
 
-    /// Read a body, JSON or an appcast, and call the handler.
-    void parseJSONData(const QByteArray &data);
-    void parseXMLData(const QByteArray &data);
+    /// Read a body, JSON or an appcast, and call the handler. A body that is moved here has gone by then.
+    void parseJSONData(QByteArray data);
+    void parseXMLData(QByteArray data);
     void completedWithError(const TXError &error);
 
     static TXError errorForLoading(const TXError &error);

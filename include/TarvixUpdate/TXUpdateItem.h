@@ -7,7 +7,26 @@
 #include <QString>
 #include <QVariantMap>
 
+#include <memory>
 #include <optional>
+#include <string>
+
+namespace tx {
+class FeedEntry;
+
+/// For the framework's readers: where a feed's own texts of an item stand, in a block that the item shares
+/// with its neighbours. What the item says is read from there when it is asked for: an object for each text
+/// of a long feed would take many times its size. A value.
+struct PackedEntry {
+    std::shared_ptr<const std::string> block; ///< null: none
+    quint32 position = 0;
+    bool hasConditions = false;
+    bool isFromSecureFeed = false;
+
+    /// The texts; they live as long as the block.
+    [[nodiscard]] FeedEntry read() const;
+};
+} // namespace tx
 
 /// What an item requires of the launch of the application.
 enum TXUpdateConditionLaunch : quint64 {

@@ -3,6 +3,7 @@
 
 #include <TarvixUpdate/TXUpdateItem.h>
 
+#include <QSharedDataPointer>
 #include <QSizeF>
 #include <QUrl>
 #include <QVariantMap>
@@ -23,23 +24,27 @@ enum TXUpdatePostDisplayTime : int {
 class TX_EXPORT TXUpdatePost final : public TXUpdateItem {
 public:
     TXUpdatePost();
+    /// For the framework's readers: what the feed says.
+    explicit TXUpdatePost(tx::PackedEntry entry);
+    TXUpdatePost(const TXUpdatePost &);
+    TXUpdatePost &operator=(const TXUpdatePost &);
     ~TXUpdatePost() override;
 
-    [[nodiscard]] QString title() const { return m_title; }
-    void setTitle(const QString &title) { m_title = title; }
-    [[nodiscard]] QUrl postURL() const { return m_postURL; }
-    void setPostURL(const QUrl &url) { m_postURL = url; }
-    [[nodiscard]] TXUpdatePostDisplayTime displayTime() const { return m_displayTime; }
-    void setDisplayTime(TXUpdatePostDisplayTime time) { m_displayTime = time; }
-    [[nodiscard]] QString endDateString() const { return m_endDateString; }
-    void setEndDateString(const QString &text) { m_endDateString = text; }
-    [[nodiscard]] QString dateString() const override { return m_dateString; }
-    void setDateString(const QString &text) { m_dateString = text; }
-    [[nodiscard]] std::optional<TXUpdateItemConditions> conditions() const override { return m_conditions; }
-    void setConditions(const std::optional<TXUpdateItemConditions> &conditions) { m_conditions = conditions; }
+    [[nodiscard]] QString title() const;
+    void setTitle(const QString &title);
+    [[nodiscard]] QUrl postURL() const;
+    void setPostURL(const QUrl &url);
+    [[nodiscard]] TXUpdatePostDisplayTime displayTime() const;
+    void setDisplayTime(TXUpdatePostDisplayTime time);
+    [[nodiscard]] QString endDateString() const;
+    void setEndDateString(const QString &text);
+    [[nodiscard]] QString dateString() const override;
+    void setDateString(const QString &text);
+    [[nodiscard]] std::optional<TXUpdateItemConditions> conditions() const override;
+    void setConditions(const std::optional<TXUpdateItemConditions> &conditions);
     /// Content size of the post window in device-independent pixels; the zero size is no preference.
-    [[nodiscard]] QSizeF preferredDisplaySize() const { return m_preferredDisplaySize; }
-    void setPreferredDisplaySize(const QSizeF &size) { m_preferredDisplaySize = size; }
+    [[nodiscard]] QSizeF preferredDisplaySize() const;
+    void setPreferredDisplaySize(const QSizeF &size);
 
     /// "yyyy-MM-dd HH:mm:ss" in US Pacific time; invalid for any other form.
     [[nodiscard]] QDateTime date() const override;
@@ -48,13 +53,12 @@ public:
     [[nodiscard]] QVariantMap identifier() const;
 
 private:
-    QString m_title;
-    QUrl m_postURL;
-    TXUpdatePostDisplayTime m_displayTime = TXUpdatePostDisplayTimeDefault;
-    QString m_endDateString;
-    QString m_dateString;
-    std::optional<TXUpdateItemConditions> m_conditions;
-    QSizeF m_preferredDisplaySize{0, 0};
+    struct Private;
+    /// All that the post says, in place of the feed's text once something is stored.
+    Private &own();
+
+    tx::PackedEntry m_packed;
+    QSharedDataPointer<Private> d; ///< null while the feed's text counts
 };
 
 using TXUpdatePostPtr = std::shared_ptr<TXUpdatePost>;

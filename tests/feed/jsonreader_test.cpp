@@ -3,6 +3,7 @@
 #include "feed/jsonreader.h"
 #include "tests/support/environment.h"
 
+#include <QRegularExpression>
 #include <QStringEncoder>
 
 using namespace Qt::StringLiterals;
@@ -63,6 +64,83 @@ TEST_F(JsonReader, BuildFillsEveryProperty) {
     EXPECT_EQ(u->conditions()->maximumAppBuild, u"2000"_s);
     EXPECT_EQ(u->conditions()->launch, TXUpdateConditionLaunchAny);
     EXPECT_TRUE(u->extra().isNull());
+}
+
+TEST_F(JsonReader, BuildSaysTheSameOnceItIsUsed) {
+    const QByteArray members = R"("title":"T","description":"<b>D</b>","date":"2026-05-01 10:00:00",
+        "build":"1043","releaseNotesURL":"https://e.org/n","downloadURL":"https://e.org/d.zip",
+        "webpageURL":"https://e.org/w","autodownload":"disabled","preferredDisplaySize":"{640, 480}",
+        "minSystemVersion":"11.0","maxSystemVersion":"13.0","minBuild":"1000","maxBuild":"2000","launch":"first")";
+    const TXUpdatePtr fresh = update(members);
+    const TXUpdatePtr used = update(members);
+    ASSERT_TRUE(fresh && used);
+    used->setDownloadPath(u"/somewhere"_s);
+    EXPECT_TRUE(used->isEqual(*fresh));
+    for (const char *name : {"title", "version", "displayVersion", "dateString", "itemDescription", "extra",
+                             "releaseNotesURL", "fileURL", "linkURL", "preferredDisplaySize",
+                             "excludeFromAutoDownloading", "isDownloaded", "downloadProgress"})
+        EXPECT_EQ(used->property(name), fresh->property(name)) << name;
+    EXPECT_EQ(used->date(), fresh->date());
+    used->setTitle(u"Another"_s);
+    EXPECT_EQ(used->title(), u"Another");
+    EXPECT_EQ(used->version(), u"1043");
+    EXPECT_FALSE(used->isEqual(*fresh));
+    EXPECT_EQ(fresh->title(), u"T");
+}
+
+TEST_F(JsonReader, PostSaysTheSameOnceItIsChangedAndSoDoesACopy) {
+    const TXUpdatePostPtr original = post(
+        R"("title":"T","date":"2026-05-01 10:00:00","endDate":"2026-07-01 10:00:00","display":"passive",
+        "url":"https://e.org/p","preferredDisplaySize":"{640, 480}","minBuild":"1000","launch":"any")");
+    ASSERT_TRUE(original);
+    TXUpdatePost changed = *original;
+    changed.setDisplayTime(TXUpdatePostDisplayTimeAtQuit);
+    EXPECT_EQ(changed.displayTime(), TXUpdatePostDisplayTimeAtQuit);
+    EXPECT_EQ(original->displayTime(), TXUpdatePostDisplayTimePassive);
+    const TXUpdatePost copy = changed;
+    changed.setTitle(u"Another"_s);
+    EXPECT_EQ(copy.title(), original->title());
+    EXPECT_EQ(copy.postURL(), original->postURL());
+    EXPECT_EQ(copy.dateString(), original->dateString());
+    EXPECT_EQ(copy.endDateString(), original->endDateString());
+    EXPECT_EQ(copy.preferredDisplaySize(), QSizeF(640, 480));
+    EXPECT_EQ(copy.conditions(), original->conditions());
+    EXPECT_EQ(copy.identifier(), original->identifier());
+}
+
+TEST_F(JsonReader, HundredThousandNewerEntriesAreRead) {
+    constexpr int count = 100000;
+    QByteArray entries;
+    for (int i = 0; i < count; ++i)
+        entries += R"({"type":"build","build":")" + QByteArray::number(2000 + i) +
+                   R"(","webpageURL":"https://e.org/w"},)";
+    entries.chop(1);
+    const auto tracks = read("{\"release\":[" + entries + "]}");
+    ASSERT_TRUE(bool(tracks)) << tracks.error().toString().toStdString();
+    const QList<TXUpdatePtr> updates = tracks->value(u"release"_s)->updates();
+    ASSERT_EQ(updates.size(), count);
+    EXPECT_EQ(updates.last()->version(), QString::number(2000 + count - 1));
+}
+
+TEST_F(JsonReader, AddressLongerThanAnyServerTakesIsNone) {
+    const QByteArray address = "https://e.org/" + QByteArray(65536 - 14, 'x');
+    const TXUpdatePtr u = update(R"("build":"1043","downloadURL":")" + address + '"');
+    ASSERT_TRUE(u);
+    EXPECT_EQ(u->fileURL().toEncoded(), address);
+    EXPECT_FALSE(update(R"("build":"1043","downloadURL":")" + address + "x\""));
+    EXPECT_TRUE(post(R"("url":")" + address + '"'));
+    EXPECT_FALSE(post(R"("url":")" + address + "x\""));
+}
+
+TEST_F(JsonReader, LogShowsTheBeginningsOfLongTexts) {
+    ASSERT_TRUE(update(R"("build":"1043","webpageURL":"a:b","description":")" + QByteArray(100000, 'x') +
+                       R"(","date":")" + QByteArray(100000, 'y') + '"'));
+    const QStringList lines = logLines();
+    const qsizetype entry = lines.indexOf(QRegularExpression(u"^Update has no date:.*"_s));
+    ASSERT_GE(entry, 0);
+    EXPECT_TRUE(lines[entry].contains(u"xxx... (100000 bytes)"_s));
+    for (const QString &line : lines)
+        EXPECT_LT(line.size(), 5000);
 }
 
 TEST_F(JsonReader, MissingMembersStayAbsentAndConditionsAreAlwaysSet) {
