@@ -26,19 +26,6 @@ namespace tx::cli {
 
 namespace {
 
-/// Acts for the application from now on.
-bool adopt(const AppOptions &options) {
-    const TXBundle bundle(QFileInfo(options.bundle).absoluteFilePath());
-    if (bundle.bundleIdentifier().isEmpty()) {
-        complain(
-            u"%1 is no application: it has no Info.plist with a CFBundleIdentifier"_s.arg(options.bundle));
-        return false;
-    }
-    setMainBundle(bundle);
-    resetHost();
-    return true;
-}
-
 /// --feed, else the application's setting, else what its Info.plist names.
 QUrl feedAddress(const AppOptions &options) {
     QString text = options.feed;
@@ -132,8 +119,19 @@ void download(const TXUpdatePtr &update) {
 
 } // namespace
 
+bool adopt(const QString &path) {
+    const TXBundle bundle(QFileInfo(path).absoluteFilePath());
+    if (bundle.bundleIdentifier().isEmpty()) {
+        complain(u"%1 is no application: it has no Info.plist with a CFBundleIdentifier"_s.arg(path));
+        return false;
+    }
+    setMainBundle(bundle);
+    resetHost();
+    return true;
+}
+
 int check(const AppOptions &options) {
-    if (!adopt(options))
+    if (!adopt(options.bundle))
         return ExitFailed;
     const QUrl url = feedAddress(options);
     if (url.isEmpty())
@@ -155,7 +153,7 @@ int check(const AppOptions &options) {
 }
 
 int update(const AppOptions &options) {
-    if (!adopt(options))
+    if (!adopt(options.bundle))
         return ExitFailed;
     const QUrl url = feedAddress(options);
     if (url.isEmpty())

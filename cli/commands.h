@@ -20,6 +20,8 @@ struct FeedOptions {
     QString contentType; ///< null: the response's, or for a file what its content looks like
     QString url;         ///< null: the source itself, and none for a file
     bool json = false;
+    bool archives = false; ///< fetch and examine every archive
+    QString app;           ///< as which application's updates; null: any application
 };
 
 struct AppOptions {
@@ -42,6 +44,9 @@ int profile(bool asJson);
 /// `rate`: bytes a second for each answer; 0: as fast as it goes. `hosts`: the names under which it answers,
 /// beside those of this machine.
 int serve(const QString &directory, int port, qint64 rate, const QStringList &hosts);
+
+/// Acts for the application in this bundle from now on; false, with a complaint, when it is none.
+[[nodiscard]] bool adopt(const QString &bundle);
 
 /// "txupdate: <line>" on standard error.
 void complain(const QString &line);

@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: MIT
 #include "cli/commands.h"
 
+#include "cli/archivechecks.h"
 #include "cli/feedjson.h"
 #include "cli/feedsource.h"
 #include "cli/publisherchecks.h"
 #include "feed/appcastreader.h"
 #include "feed/jsonreader.h"
+#include "feed/servedtype.h"
 #include "platform/services.h"
 
 #include <cstdio>
@@ -20,6 +22,8 @@ namespace {
 Result<TXUpdateFeed::TrackMap> readFeed(const FeedSource &source, const ReaderContext &context) {
     if (source.isJson)
         return readJsonFeed(source.data, context);
+    if (const QString mistake = mistakeInType(source.type, source.data); !mistake.isNull())
+        complain(mistake);
     return readAppcast(source.data, context);
 }
 
@@ -66,6 +70,7 @@ int feedValidate(const FeedOptions &options) {
     ReaderContext context;
     context.now = services().now();
     context.keepsIrrelevant = true;
+    context.isSecure = source->url.scheme() == u"https";
     context.skipped = [&](const SkippedEntry &entry) { dropped.append(entry); };
     const auto tracks = readFeed(*source, context);
     if (!tracks)
@@ -91,7 +96,8 @@ int feedValidate(const FeedOptions &options) {
     std::printf("%lld tracks, %lld entries kept, %lld dropped, %lld doubts\n",
                 static_cast<long long>(tracks->size()), static_cast<long long>(kept),
                 static_cast<long long>(dropped.size()), static_cast<long long>(doubtful.size()));
-    return dropped.isEmpty() && refused.isEmpty() ? ExitDone : ExitFailed;
+    const bool archivesPass = !options.archives || checkArchives(*tracks, options.app);
+    return dropped.isEmpty() && refused.isEmpty() && archivesPass ? ExitDone : ExitFailed;
 }
 
 } // namespace tx::cli

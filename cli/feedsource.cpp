@@ -36,8 +36,9 @@ Result<FeedSource> fetch(const QUrl &url, const QString &contentType) {
         return TXUpdateFeed::errorForLoading(error);
     if (response.statusCode != 200)
         return TXUpdateFeed::errorForHTTPStatus(response.statusCode);
-    const QString served = QString::fromLatin1(response.header("Content-Type"));
-    return FeedSource{response.body, (contentType.isNull() ? served : contentType) == jsonType, url};
+    const QString served =
+        contentType.isNull() ? QString::fromLatin1(response.header("Content-Type")) : contentType;
+    return FeedSource{response.body, served == jsonType, served.toLatin1(), url};
 }
 
 Result<FeedSource> readDocument(const FeedOptions &options) {
@@ -47,7 +48,7 @@ Result<FeedSource> readDocument(const FeedOptions &options) {
     QFile file(options.source);
     if (!file.open(QIODevice::ReadOnly))
         return TXError(u"NSPOSIXErrorDomain"_s, 0, u"%1: %2"_s.arg(options.source, file.errorString()));
-    FeedSource source{file.readAll(), false, {}};
+    FeedSource source{file.readAll(), false, options.contentType.toLatin1(), {}};
     if (!options.contentType.isNull())
         source.isJson = options.contentType == jsonType;
     else

@@ -12,7 +12,8 @@ namespace tx::cli {
 struct FeedSource {
     QByteArray data;
     bool isJson = false;
-    QUrl url; ///< from which applications get it; empty when that is not known
+    QByteArray type; ///< with which it is served; null when that is not known
+    QUrl url;        ///< from which applications get it; empty when that is not known
 };
 
 /// The document at a file's path or an address, which is fetched without added parameters. Errors: those that

@@ -38,6 +38,7 @@ struct Words {
     int port = 8000;
     qint64 rate = 0;
     bool json = false;
+    bool archives = false;
 };
 
 } // namespace
@@ -85,6 +86,15 @@ int main(int argc, char **argv) {
     auto *validateType =
         validate->add_option("--content-type", words.contentType, "read it as if served with this type");
     auto *validateUrl = validate->add_option("--url", words.url, urlHelp);
+    auto *archives = validate->add_flag("--archives", words.archives,
+                                        "fetch every archive, unpack it and apply the checks of an "
+                                        "installation: size, type, links, special files, "
+                                        "identifier, build, whether it can be started on this machine");
+    auto *validateApp = validate->add_option(
+        "--app", words.app,
+        "with --archives: the installed application whose updates they are; without it, all "
+        "archives must hold the same application");
+    validateApp->needs(archives);
 
     auto *checkCommand = application.add_subcommand("check", "Ask the feed of an application for updates.");
     auto *updateCommand = application.add_subcommand(
@@ -144,7 +154,9 @@ int main(int argc, char **argv) {
                              {},
                              textOrNull(validateType, words.contentType),
                              textOrNull(validateUrl, words.url),
-                             false});
+                             false,
+                             words.archives,
+                             textOrNull(validateApp, words.app)});
     const AppOptions options{text(words.app),
                              textOrNull(feedOption[checkCommand->parsed() ? 0 : 1], words.feed), words.json};
     return checkCommand->parsed() ? check(options) : update(options);

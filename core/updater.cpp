@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "core/updater_p.h"
 
+#include "core/host_p.h"
 #include "core/relevance.h"
 #include "core/settings.h"
 #include "core/versioncomparison.h"
@@ -167,6 +168,7 @@ void TXUpdater::checkForUpdate(const CompletionHandler &handler) {
     if (isUpdating() || d->isChecking.exchange(true))
         return;
     announce(&TXUpdater::isCheckingChanged);
+    (void)tx::checkHostIdentity(); // the feed is read all the same: it may be a program that only shows it
     tx::runInBackground([this, handler] { performCheck(handler); });
 }
 

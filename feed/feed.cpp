@@ -7,6 +7,7 @@
 #include "feed/feedlimits.h"
 #include "feed/jsonreader.h"
 #include "feed/requestbody.h"
+#include "feed/servedtype.h"
 #include "platform/format.h"
 #include "platform/localization.h"
 #include "platform/loopbackname.h"
@@ -65,6 +66,11 @@ bool refusesPost(int status) {
     return status == methodNotAllowed || status == notImplemented;
 }
 
+void warnAboutType(const QByteArray &contentType, const QByteArray &document) {
+    if (const QString mistake = tx::mistakeInType(contentType, document); !mistake.isNull())
+        TXLog(TXLogLevelFailure, u"TXUpdate: %@"_s, {mistake});
+}
+
 /// `repeatsWithoutBody`: asks once more, without the body, when the server takes no POST.
 void send(const TXUpdateFeedPtr &feed, const QByteArray &body, bool repeatsWithoutBody) {
     tx::UrlRequest request;
@@ -93,6 +99,7 @@ void send(const TXUpdateFeedPtr &feed, const QByteArray &body, bool repeatsWitho
             } else if (response.header("Content-Type") == "application/json") {
                 feed->parseJSONData(std::exchange(response.body, {}));
             } else {
+                warnAboutType(response.header("Content-Type"), response.body);
                 feed->parseXMLData(std::exchange(response.body, {}));
             }
         });

@@ -101,6 +101,46 @@ TEST_F(Host, ReadOnlyVolumeIsAskedEachTimeAndFallsBackToTheMountFlags) {
     EXPECT_FALSE(TXUpdateHost::host()->isRunningOnReadOnlyVolume());
 }
 
+TEST_F(Host, ThatDoesNotSayWhichApplicationItIsIsToldOnceWhatToAdd) {
+    become({});
+    EXPECT_TRUE(tx::checkHostIdentity().isNull());
+    const QString bundle = path(u"MyApp.app"_s);
+    const QString plist = bundle + u"/Contents/Info.plist"_s;
+    struct Case {
+        QByteArray content; ///< of the Info.plist; null: there is none
+        QString reason, suggestion;
+    };
+    const Case cases[] = {
+        {{},
+         u"The file %1 does not exist or cannot be read."_s.arg(plist),
+         u"Add the file with the keys CFBundleIdentifier and CFBundleVersion to the application."_s},
+        {"nonsense", u"The file %1 does not exist or cannot be read."_s.arg(plist),
+         u"Add the file with the keys CFBundleIdentifier and CFBundleVersion to the application."_s},
+        {"<plist><dict><key>CFBundleVersion</key><string>7</string></dict></plist>",
+         u"The file %1 has no CFBundleIdentifier."_s.arg(plist),
+         u"Add the keys CFBundleIdentifier and CFBundleVersion to the file."_s},
+        {"<plist><dict><key>CFBundleIdentifier</key><string></string></dict></plist>",
+         u"The file %1 has no CFBundleIdentifier."_s.arg(plist),
+         u"Add the keys CFBundleIdentifier and CFBundleVersion to the file."_s},
+    };
+    for (const Case &c : cases) {
+        QFile::remove(plist);
+        if (!c.content.isNull())
+            tx::test::writeFile(plist, c.content);
+        tx::setMainBundle(TXBundle(bundle));
+        tx::resetHost();
+        EXPECT_EQ(tx::checkHostIdentity(),
+                  TXError(u"TXUpdater"_s, 0,
+                          u"MyApp cannot be updated because it does not say which application it is."_s,
+                          c.reason, c.suggestion));
+    }
+    const QStringList log = logLines();
+    EXPECT_EQ(log.size(), 1) << "once: " << log.join(u'\n').toStdString();
+    EXPECT_EQ(log.value(0),
+              u"TXUpdate: MyApp cannot be updated because it does not say which application it is. "
+              u"%1 %2"_s.arg(cases[0].reason, cases[0].suggestion));
+}
+
 TEST_F(Host, BackgroundApplicationIsAskedEachTime) {
     tx::test::RecordingWorkspace workspace;
     workspace.background = true;

@@ -391,6 +391,36 @@ TEST_F(FeedRequest, OnlyTheExactContentTypeIsJson) {
     EXPECT_TRUE(error.isNull()) << "the header's name in any case";
 }
 
+TEST_F(FeedRequest, JsonOfAnotherTypeIsReportedWithWhatToDo) {
+    struct Case {
+        QByteArray type, body;
+        QString served; ///< null: nothing is wrong with the type
+    };
+    for (const Case &c :
+         {Case{"text/plain", " {}", u"text/plain"_s}, Case{"text/plain", "\xEF\xBB\xBF\n[]", u"text/plain"_s},
+          Case{"application/json; charset=utf-8", "{}", u"application/json; charset=utf-8"_s},
+          Case{"text/html", QByteArray("\xFF\xFE{\0", 4), u"text/html"_s}, Case{"", "{}", u"no type"_s},
+          Case{"text/plain", "<rss/>", {}}, Case{"text/plain", "", {}},
+          Case{"text/plain", "\xEF\xBB\xBF", {}}, Case{"application/json", "[]", {}}}) {
+        SCOPED_TRACE(c.type.toStdString() + c.body.toStdString());
+        FeedServer server;
+        HttpReply reply{.body = c.body};
+        if (!c.type.isEmpty())
+            reply.headers = {{"Content-Type", c.type}};
+        server.expect("GET", "/f", reply);
+        const qsizetype before = logLines().size();
+        fetch(QUrl(server.url(u"/f"_s)));
+        const QString told = logLines().mid(before).join(u'\n');
+        if (c.served.isNull())
+            EXPECT_FALSE(told.contains(u"read as an appcast"_s)) << told.toStdString();
+        else
+            EXPECT_TRUE(told.contains(
+                u"TXUpdate: The feed looks like JSON, but it was served as %1, so read as an "
+                "appcast. Serve it as application/json, without anything after that."_s.arg(c.served)))
+                << told.toStdString();
+    }
+}
+
 TEST_F(FeedRequest, EveryOtherStatusIsAnError) {
     for (const int status : {201, 204, 304, 403, 404, 500, 503}) {
         FeedServer server;
