@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "core/host_p.h"
 #include "install/updatedownload.h"
 #include "platform/format.h"
 #include "platform/localization.h"
@@ -191,6 +192,11 @@ void TXStandardUpdateController::checkingDidReceiveFeed(const TXUpdateFeedPtr &f
         return;
     }
     updateInterfaceForStatus();
+    if (const TXError error = tx::checkHostIdentity()) {
+        d->closeCheckingPanel();
+        checkingDidReceiveError(error, showChecking);
+        return;
+    }
     if (!showUpdate) {
         d->closeCheckingPanel();
     } else if (d->checkingPanelIsVisible()) {
@@ -230,7 +236,9 @@ void TXStandardUpdateController::setFeed(const TXUpdateFeedPtr &feed) {
     d->track = feed ? feed->releaseTracks().value(u"release"_s) : nullptr;
     // Of what the panel offered, only this is not in the new feed as well.
     d->offered.removeIf([](const TXUpdatePtr &update) { return !tx::hasState(*update); });
-    const TXUpdatePtr recommended = d->known(d->track ? d->track->recommendedUpdate() : nullptr);
+    TXUpdatePtr recommended = d->known(d->track ? d->track->recommendedUpdate() : nullptr);
+    if (recommended && tx::checkHostIdentity())
+        recommended.reset(); // it could not be installed
     TXLog(TXLogLevelDetail, u"Recommended update is: %@"_s,
           {recommended ? recommended->version() : QString()});
     const bool same = d->bestUpdate == recommended ||
