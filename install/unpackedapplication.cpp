@@ -127,7 +127,7 @@ QString explainMissingApplication(const QString &directory, const QString &archi
                                      "not inside another folder (depth 0)."_s,
                                      {*wanted.identifier, shown(wanted.build)});
     if (!refusal.isEmpty())
-        sentences << refusal;
+        sentences << (refusal.endsWith(u'.') ? refusal : refusal + u'.');
     Survey survey(QFileInfo(archive).fileName());
     if (!toolSays)
         survey.look(directory, {}, 0);
