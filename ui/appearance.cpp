@@ -139,7 +139,9 @@ namespace {
 class FocusRing final : public QObject {
 public:
     bool eventFilter(QObject *object, QEvent *event) override {
-        auto *button = static_cast<QPushButton *>(object);
+        auto *button = qobject_cast<QPushButton *>(object);
+        if (!button)
+            return false; // all that is left of one that is being destroyed
         if (event->type() == QEvent::FocusIn &&
             static_cast<QFocusEvent *>(event)->reason() != Qt::MouseFocusReason)
             button->window()->setAttribute(Qt::WA_KeyboardFocusChange);
