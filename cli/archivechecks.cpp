@@ -75,7 +75,7 @@ public:
 
     Finding examine(const TXUpdatePtr &update) {
         Finding finding;
-        // An entry for the users of older versions is no mistake: this application is not offered it.
+        // Entries that are not newer than this application are for users of older versions, so they pass.
         const bool isOffered = !m_hasApplication || isVersionNewer(update->version(), m_build);
         if (!isOffered)
             finding.remark = u"not offered to build %1; "_s.arg(m_build);

@@ -27,8 +27,8 @@ public:
     [[nodiscard]] static size_t sizeOf(const FeedEntry &entry);
 
 private:
-    /// An entry is never divided. Blocks, as one piece of memory that grows is there twice while it does, and
-    /// as an item keeps the block that it stands in.
+    /// Each entry lies in one block. Blocks are used because a single growing buffer exists twice while it is
+    /// reallocated, and because an item keeps only its own block alive.
     std::vector<std::shared_ptr<std::string>> m_blocks;
     qsizetype m_count = 0;
 };

@@ -90,7 +90,7 @@ bool fitsJson(const QVariant &value) {
     return value.typeId() == QMetaType::QString || value.typeId() == QMetaType::Nullptr;
 }
 
-/// A text, or a number that is no integer, as Qt writes it.
+/// Formats a string or a floating-point number exactly as QJsonDocument does.
 QByteArray scalarJson(const QJsonValue &value) {
     const QByteArray list = QJsonDocument(QJsonArray{value}).toJson(QJsonDocument::Compact);
     return list.mid(1, list.size() - 2);

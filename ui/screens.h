@@ -12,8 +12,8 @@ namespace tx {
 /// the main thread.
 [[nodiscard]] QList<ScreenInfo> screensOfDesktop();
 
-/// The part of `size` that the content of this window can have on its screen, beside what the desktop puts
-/// around it. Thread: main.
+/// `size`, reduced until the window fits its screen together with its frame and the desktop's panels.
+/// Thread: main.
 [[nodiscard]] QSize contentSizeOnScreen(const QSize &size, const QWidget *window);
 
 } // namespace tx

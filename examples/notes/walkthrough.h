@@ -28,7 +28,7 @@ private:
             {}; ///< a state that was over too quickly is left out; null: waited for
     };
     void advance();
-    /// The reason when there is no picture; empty on success.
+    /// Saves a picture of the window to `file`. Returns an error message, which is empty on success.
     [[nodiscard]] QString takePicture(const QString &file) const;
     void oldBuild();
     void newBuild();

@@ -13,5 +13,5 @@
 ///     static double lastTime = 0;
 ///     __TXUpdateAllowOnceEvery([&] { showProgress(done); }, &lastTime, 0.1);
 ///
-/// Thread: as the slot's; there is no lock.
+/// Thread: not thread-safe. Call it on one thread for each `lastTime`.
 TX_EXPORT void __TXUpdateAllowOnceEvery(const std::function<void()> &work, double *lastTime, double interval);
