@@ -35,10 +35,13 @@ TXError checkUnpackedBuild(const QString &announced, const QString &application)
         !announced.isEmpty() && !unpacked.isEmpty() && compareVersions(unpacked, announced) == 0;
     if (isAnnounced && isVersionNewer(unpacked, installed))
         return {};
-    return TXError(updaterErrorDomain, 0, u"The application update could not be installed."_s,
-                   localizedFormat(u"The update was announced as build %@, but the downloaded application is "
-                                   "build %@. Build %@ is installed."_s,
-                                   {shown(announced), shown(unpacked), shown(installed)}),
+    QString reason = localizedFormat(
+        u"The update was announced as build %@, but the downloaded application is build %@."_s,
+        {shown(announced), shown(unpacked)});
+    // A publisher's check of all archives has no application that is installed.
+    if (!installed.isEmpty())
+        reason += u' ' + localizedFormat(u"Build %@ is installed."_s, {installed});
+    return TXError(updaterErrorDomain, 0, u"The application update could not be installed."_s, reason,
                    localizedString(u"An update must be the announced build and newer than the installed one. "
                                    "Download the latest version from the website."_s));
 }

@@ -160,6 +160,7 @@ TEST_F(ArchiveChecks, WhateverAnInstallationRefusesFailsWithTheReason) {
         const ProcessResult result = validate({entry("2000", "/good.tgz"), entry("1000", c.name)});
         EXPECT_EQ(result.status, 1);
         EXPECT_TRUE(says(result, c.expected));
+        EXPECT_FALSE(says(result, u"is installed"_s)) << "without --app nothing is";
         EXPECT_TRUE(says(result, u"FAILED  release    build 1000 "_s));
         EXPECT_TRUE(says(result, u"ok      release    build 2000 "_s));
         EXPECT_TRUE(says(result, u"2 archives fetched, 1 cannot be installed\n"_s));
