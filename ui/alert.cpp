@@ -44,11 +44,15 @@ struct Box {
             setButtonTitle(button, text);
             buttons.append(button);
         }
-        if (!buttons.isEmpty()) {
-            box->setDefaultButton(buttons.first());
-            focusVisibly(buttons.first());
-            box->setEscapeButton(buttons.last());
+        if (buttons.isEmpty()) {
+            // The desktop's own button, in the language and with the looks of all others.
+            box->setStandardButtons(QMessageBox::Ok);
+            buttons.append(qobject_cast<QPushButton *>(box->button(QMessageBox::Ok)));
+            setButtonTitle(buttons.first(), localizedString(u"OK"_s));
         }
+        box->setDefaultButton(buttons.first());
+        focusVisibly(buttons.first());
+        box->setEscapeButton(buttons.last());
         if (!alert.suppressionText.isNull()) {
             suppression = new QCheckBox(alert.suppressionText, box);
             suppression->setFont(QFontDatabase::systemFont(QFontDatabase::SmallestReadableFont));

@@ -3,6 +3,7 @@
 #include "platform/services.h"
 #include "tests/support/environment.h"
 #include "ui/alert.h"
+#include "ui/appearance.h"
 
 #include <QApplication>
 #include <QLabel>
@@ -112,6 +113,47 @@ TEST_F(AlertWindow, SheetBelongsToItsWindowAndAnswersItsButton) {
         EXPECT_FALSE(shownBox());
     }
     EXPECT_EQ(answers, (QList<int>{0, 1}));
+}
+
+TEST_F(AlertWindow, WithoutButtonsHasOneInTheUsersLanguageWithTheLooksOfAllOthers) {
+    tx::services().preferredLanguages = [] { return QStringList{u"es"_s}; };
+    const auto expectGoodButton = [](QMessageBox *box) {
+        ASSERT_TRUE(box);
+        ASSERT_EQ(box->buttons().size(), 1);
+        auto *button = qobject_cast<QPushButton *>(box->buttons().first());
+        EXPECT_EQ(tx::buttonTitle(button), u"Aceptar"_s);
+        EXPECT_EQ(button->height(), tx::buttonHeight);
+        EXPECT_EQ(box->defaultButton(), button);
+        EXPECT_EQ(box->escapeButton(), button);
+        EXPECT_EQ(box->focusWidget(), button);
+        box->activateWindow();
+        EXPECT_TRUE(tx::test::waitUntil([&] { return button->hasFocus(); }));
+        EXPECT_TRUE(box->testAttribute(Qt::WA_KeyboardFocusChange)) << "and is seen there";
+        button->click();
+    };
+    const tx::Alert alert{u"Mensaje"_s, u"Explicación"_s, {}};
+    bool shown = false;
+    QTimer timer;
+    QObject::connect(&timer, &QTimer::timeout, &timer, [&] {
+        auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
+        if (!box || !box->isVisible())
+            return;
+        timer.stop();
+        shown = true;
+        expectGoodButton(box);
+    });
+    timer.start(5);
+    EXPECT_EQ(tx::presentAlertInWindow(alert), 0);
+    EXPECT_TRUE(shown);
+
+    QWidget window;
+    window.show();
+    QList<int> answers;
+    tx::presentAlertAsSheet(alert, &window, [&](int button) { answers << button; });
+    expectGoodButton(shownBox());
+    tx::test::drainEvents();
+    EXPECT_FALSE(shownBox());
+    EXPECT_EQ(answers, QList<int>{0});
 }
 
 TEST_F(AlertWindow, SheetGoesWithItsWindowWithoutAnAnswer) {
