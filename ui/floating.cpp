@@ -18,7 +18,7 @@ Floating::Floating(QWidget *window)
         if (!window->windowHandle()->transientParent())
             follow(other);
     }
-    // Queued: where the window has to be shown again, not while the focus still moves.
+    // Queued: not while the focus still moves.
     connect(
         qGuiApp, &QGuiApplication::focusWindowChanged, this,
         [this] { follow(QGuiApplication::focusWindow()); }, Qt::QueuedConnection);
@@ -44,20 +44,12 @@ void Floating::follow(QWindow *active) {
     if (active == handle->transientParent() || !canBeBelow(active))
         return;
     handle->setTransientParent(active);
-    if (m_window->isVisible())
-        tellDesktop(active);
-}
-
-void Floating::tellDesktop(QWindow *active) {
+    // A window that is hidden and shown again would hear of it from Qt alone, but desktops give it the
+    // keyboard's focus then, and the user's next Return would press its default button.
     static const auto tell =
         reinterpret_cast<TransientParentTeller>(interfaceFunction("txTellTransientParent"));
-    if (!tell || tell(m_window->windowHandle()))
-        return;
-    m_window->setAttribute(Qt::WA_ShowWithoutActivating);
-    m_window->hide();
-    m_window->show();
-    m_window->setAttribute(Qt::WA_ShowWithoutActivating, false);
-    active->requestActivate(); // the user works there
+    if (tell && m_window->isVisible())
+        tell(handle);
 }
 
 } // namespace tx

@@ -20,7 +20,7 @@ using InterfaceLoader = QWidget *(*)(const QString &path, WidgetFactory factory,
 using DateFormatter = QString (*)(const QString &localeTag, const QDate &date);
 
 /// "txTellTransientParent": tells the desktop of a transient parent that was set after the window was shown.
-/// False where it has to be hidden and shown again for that.
-using TransientParentTeller = bool (*)(QWindow *window);
+/// Where that is not possible, the desktop keeps the one that it knows.
+using TransientParentTeller = void (*)(QWindow *window);
 
 } // namespace tx

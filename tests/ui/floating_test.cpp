@@ -6,7 +6,11 @@
 
 #include <QDialog>
 #include <QGuiApplication>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QProcess>
+#include <QRegularExpression>
 #include <QWindow>
 
 using namespace Qt::StringLiterals;
@@ -171,6 +175,128 @@ TEST_F(Stacking, PanelStaysAboveTheApplicationsWindowsAndNotAboveOtherPrograms) 
     EXPECT_TRUE(waitUntil([this] { return order().size() == 4; }));
     activate(other, "O");
     expectOrder("BAP?");
+}
+
+/// A Wayland compositor of the test's own.
+class StackingOnWayland : public tx::test::UiTest {
+protected:
+    QProcess desktop, host;
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    const QString protocol = path(u"protocol"_s); ///< what the host says to the compositor
+
+    StackingOnWayland() {
+        replaceResource(u"TXUpdateWebView.so"_s, {}); // no page is needed
+        const QString variables = path(u"variables"_s);
+        desktop.setStandardErrorFile(path(u"desktop-errors"_s));
+        desktop.start(QStringLiteral(TEST_SOURCES) + u"/../scripts/demo/desktop"_s,
+                      {u"wayland"_s, u"sh"_s, u"-c"_s,
+                       u"env -0 > \"$0.new\" && mv \"$0.new\" \"$0\" && exec cat"_s, variables});
+        EXPECT_TRUE(waitUntil([&] { return QFileInfo::exists(variables); }, 30000))
+            << tx::test::readFile(path(u"desktop-errors"_s)).constData();
+        for (const QByteArray &variable : tx::test::readFile(variables).split('\0')) {
+            const qsizetype end = variable.indexOf('=');
+            if (end > 0)
+                environment.insert(QString::fromUtf8(variable.first(end)),
+                                   QString::fromUtf8(variable.sliced(end + 1)));
+        }
+        environment.remove(u"DISPLAY"_s);
+        environment.insert(u"QT_QPA_PLATFORM"_s, u"wayland"_s);
+        environment.insert(u"WAYLAND_DEBUG"_s, u"client"_s);
+        const QFileInfo socket(environment.value(u"WAYLAND_DISPLAY"_s));
+        const QStringList sockets =
+            socket.dir().entryList({u"sway-ipc.*.sock"_s}, QDir::AllEntries | QDir::System);
+        EXPECT_EQ(sockets.size(), 1);
+        environment.insert(u"SWAYSOCK"_s, socket.dir().filePath(sockets.value(0)));
+        host.setProcessEnvironment(environment);
+        host.setStandardErrorFile(protocol);
+        host.start(QStringLiteral(TEST_HELPERS) + u"/floating_host"_s, {path(u"resources"_s)});
+        EXPECT_TRUE(host.waitForStarted());
+    }
+    ~StackingOnWayland() override {
+        host.kill();
+        host.waitForFinished();
+        desktop.closeWriteChannel();
+        desktop.waitForFinished();
+    }
+    QByteArray sway(const QStringList &words) {
+        QProcess message;
+        message.setProcessEnvironment(environment);
+        message.start(u"swaymsg"_s, words);
+        message.waitForFinished();
+        return message.readAllStandardOutput();
+    }
+    struct Shown {
+        QString name;
+        int id = 0;
+        bool focused = false;
+    };
+    /// The windows, in the compositor's order.
+    QList<Shown> shownWindows() {
+        QList<Shown> result;
+        const std::function<void(const QJsonObject &)> visit = [&](const QJsonObject &node) {
+            if (node[u"pid"_s].toInt() == host.processId())
+                result.append(
+                    {node[u"name"_s].toString(), node[u"id"_s].toInt(), node[u"focused"_s].toBool()});
+            for (const QString &list : {u"nodes"_s, u"floating_nodes"_s}) {
+                for (const QJsonValue &child : node[list].toArray())
+                    visit(child.toObject());
+            }
+        };
+        visit(QJsonDocument::fromJson(sway({u"-t"_s, u"get_tree"_s, u"-r"_s})).object());
+        return result;
+    }
+    Shown shownWindow(const QString &name) {
+        for (const Shown &window : shownWindows()) {
+            if (window.name == name)
+                return window;
+        }
+        return {};
+    }
+    /// What the host itself knows: the window with the focus, and the one that the panel is above.
+    QByteArray focus() {
+        host.write("focus\n");
+        return host.waitForReadyRead(10000) ? host.readLine().trimmed() : QByteArray("no answer");
+    }
+    /// Which window the compositor was told last to keep the panel above.
+    QString toldParent() {
+        const QString said = QString::fromUtf8(tx::test::readFile(protocol));
+        QHash<QString, QString> names;
+        static const QRegularExpression title(u"(xdg_toplevel@\\d+)\\.set_title\\(\"(\\w+)\"\\)"_s);
+        for (auto it = title.globalMatch(said); it.hasNext();) {
+            const auto match = it.next();
+            names[match.captured(1)] = match.captured(2);
+        }
+        QString parent;
+        static const QRegularExpression told(u"(xdg_toplevel@\\d+)\\.set_parent\\((xdg_toplevel@\\d+)\\)"_s);
+        for (auto it = told.globalMatch(said); it.hasNext();) {
+            const auto match = it.next();
+            if (names.value(match.captured(1)) == u"P")
+                parent = names.value(match.captured(2));
+        }
+        return parent;
+    }
+};
+
+TEST_F(StackingOnWayland, PanelIsATransientOfTheActiveWindowWhichKeepsTheFocus) {
+    ASSERT_TRUE(waitUntil([this] { return shownWindows().size() == 3; }, 20000));
+    const int panel = shownWindow(u"P"_s).id;
+    ASSERT_NE(panel, 0);
+    for (const char *name : {"A", "B", "A", "P", "B"}) {
+        const QString window = QString::fromLatin1(name);
+        (void)sway({u"[title=\"^%1$\"] focus"_s.arg(window)});
+        const QByteArray below = window == u"P" ? "A" : name;
+        QByteArray last;
+        EXPECT_TRUE(
+            waitUntil([&] { return (last = focus()) == QByteArray(name) + " above " + below; }, 10000))
+            << last.constData() << " instead of " << name;
+        EXPECT_TRUE(waitUntil([&] { return toldParent() == QString::fromLatin1(below); }, 10000))
+            << toldParent().toStdString() << " instead of " << below.constData();
+        // What the host asked for has been done.
+        EXPECT_EQ(focus(), QByteArray(name) + " above " + below);
+        EXPECT_TRUE(shownWindow(window).focused) << "keys go to " << name;
+        EXPECT_EQ(shownWindow(u"P"_s).id, panel) << "shown again, the panel would get the focus";
+        EXPECT_EQ(shownWindows().size(), 3);
+    }
 }
 
 } // namespace

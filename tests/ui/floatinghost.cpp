@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: MIT
-// floating_host RESOURCES [other]: two windows, A and B, and the update panel P, on an X11 desktop; or, as
-// another program, the window O. Reads commands, one a line:
-//   activate NAME   what the window manager does when the user clicks into that window
-//   order           writes the windows from the lowest to the highest; those of other programs are "?"
+// floating_host RESOURCES [other]: two windows, A and B, and the update panel P; or, as another program, the
+// window O. Reads commands, one a line:
+//   activate NAME   what the window manager does when the user clicks into that window (X11)
+//   order           writes the windows from the lowest to the highest; those of other programs are "?" (X11)
+//   focus           writes which window has the keyboard's focus, and which one the panel is a transient of
 #include "platform/services.h"
 
 #include <TarvixUpdate/TXUpdatePanel.h>
@@ -52,9 +53,21 @@ std::string order() {
     return result;
 }
 
+std::string nameOf(const QWindow *window) {
+    for (const auto &[name, own] : windows) {
+        if (window && own && own->windowHandle() == window)
+            return name;
+    }
+    return "-";
+}
+
 void obey(const std::string &command) {
     if (command == "order") {
         std::printf("%s\n", order().c_str());
+        std::fflush(stdout);
+    } else if (command == "focus") {
+        std::printf("%s above %s\n", nameOf(QGuiApplication::focusWindow()).c_str(),
+                    nameOf(windows["P"]->windowHandle()->transientParent()).c_str());
         std::fflush(stdout);
     } else if (QWidget *window = windows[command.substr(command.find(' ') + 1)]) {
         window->raise();
@@ -80,10 +93,13 @@ int main(int argc, char **argv) {
     } else {
         windows["A"] = &first;
         windows["B"] = &second;
+        first.setWindowTitle(u"A"_s);
+        second.setWindowTitle(u"B"_s);
         second.setGeometry(120, 120, 400, 300);
         second.show();
         panel = TXUpdatePanel::panel();
         panel->showWindow({});
+        panel->setWindowTitle(u"P"_s);
         windows["P"] = panel.get();
     }
     QSocketNotifier input(STDIN_FILENO, QSocketNotifier::Read);

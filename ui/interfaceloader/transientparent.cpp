@@ -2,12 +2,17 @@
 // Qt tells the desktop of a window's transient parent when it shows the window, and not again.
 #include "ui/interfaceloader.h"
 
+#include <QByteArray>
 #include <QGuiApplication>
+#include <QLibrary>
 #include <QWindow>
 
 #include <array>
+#include <cstdint>
 #include <cstring>
 #include <xcb/xcb.h>
+
+using namespace Qt::StringLiterals;
 
 namespace {
 
@@ -30,15 +35,41 @@ void putAbove(xcb_connection_t *connection, xcb_window_t window, xcb_window_t si
                    XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY | XCB_EVENT_MASK_SUBSTRUCTURE_REDIRECT, event.data());
 }
 
+/// Sets the parent of the window's xdg_toplevel. Qt has that object, but no public way to it: its Wayland
+/// library's own accessor is found by name. A Qt that has no such accessor changes nothing.
+void tellCompositor(QWindow *window, QWindow *parent) {
+    using Accessor = void *(*)(QPlatformNativeInterface *, const QByteArray &, QWindow *);
+    using Marshal = void (*)(void *proxy, uint32_t opcode, ...);
+    static const auto objectOf = reinterpret_cast<Accessor>(QLibrary::resolve(
+        u"Qt6WaylandClient"_s, 6,
+        "_ZN15QtWaylandClient23QWaylandNativeInterface23nativeResourceForWindowERK10QByteArrayP7QWindow"));
+    static const auto marshal =
+        reinterpret_cast<Marshal>(QLibrary::resolve(u"wayland-client"_s, 0, "wl_proxy_marshal"));
+    if (!objectOf || !marshal)
+        return;
+    QPlatformNativeInterface *qt = QGuiApplication::platformNativeInterface();
+    void *own = objectOf(qt, "xdg_toplevel"_ba, window);
+    void *above = objectOf(qt, "xdg_toplevel"_ba, parent);
+    constexpr uint32_t setParent = 1; // of the stable protocol xdg-shell
+    if (own && above)
+        marshal(own, setParent, above);
+}
+
 } // namespace
 
-extern "C" Q_DECL_EXPORT bool txTellTransientParent(QWindow *window) {
+extern "C" Q_DECL_EXPORT void txTellTransientParent(QWindow *window) {
     QWindow *parent = window->transientParent();
+    if (!parent)
+        return;
+    if (QGuiApplication::platformName().startsWith(u"wayland")) {
+        tellCompositor(window, parent);
+        return;
+    }
     // Other platforms have the interface as well, without a connection.
     const auto *x11 = qGuiApp->nativeInterface<QNativeInterface::QX11Application>();
     xcb_connection_t *connection = x11 ? x11->connection() : nullptr;
-    if (!connection || !parent)
-        return !QGuiApplication::platformName().startsWith(u"wayland");
+    if (!connection)
+        return;
     const auto own = xcb_window_t(window->winId());
     const auto below = xcb_window_t(parent->winId());
     xcb_change_property(connection, XCB_PROP_MODE_REPLACE, own, XCB_ATOM_WM_TRANSIENT_FOR, XCB_ATOM_WINDOW,
@@ -46,5 +77,4 @@ extern "C" Q_DECL_EXPORT bool txTellTransientParent(QWindow *window) {
     // Some window managers heed the new order only when one of the windows is raised.
     putAbove(connection, own, below);
     xcb_flush(connection);
-    return true;
 }
