@@ -4,6 +4,7 @@
 #include "platform/localization.h"
 
 #include <QApplication>
+#include <QFrame>
 #include <QGuiApplication>
 #include <QMouseEvent>
 #include <QPainter>
@@ -12,6 +13,9 @@
 #include <QScreen>
 #include <QStyle>
 #include <QWindow>
+
+#include <algorithm>
+#include <cmath>
 
 namespace tx {
 
@@ -50,6 +54,56 @@ void applyAppearance(QWidget *window) {
 }
 
 QColor backgroundColor(const QWidget *window) { return window->property(backgroundProperty).value<QColor>(); }
+
+namespace {
+
+double luminance(const QColor &colour) {
+    const auto linear = [](double part) {
+        return part <= 0.04045 ? part / 12.92 : std::pow((part + 0.055) / 1.055, 2.4);
+    };
+    return 0.2126 * linear(colour.redF()) + 0.7152 * linear(colour.greenF()) +
+           0.0722 * linear(colour.blueF());
+}
+
+/// Paints frames as plain areas in the colour of a line.
+class Line final : public QObject {
+public:
+    bool eventFilter(QObject *object, QEvent *event) override {
+        auto *line = qobject_cast<QFrame *>(object);
+        if (!line || event->type() != QEvent::Paint)
+            return false;
+        constexpr double share = 0.2;
+        QPainter(line).fillRect(line->rect(), mixed(backgroundColor(line->window()),
+                                                    line->palette().color(QPalette::WindowText), share));
+        return true;
+    }
+};
+
+} // namespace
+
+double contrast(const QColor &one, const QColor &other) {
+    const auto [darker, lighter] = std::minmax({luminance(one), luminance(other)});
+    return (lighter + 0.05) / (darker + 0.05);
+}
+
+QColor mixed(const QColor &base, const QColor &colour, double share) {
+    const auto part = [share](int a, int b) { return int(std::lround(a * (1 - share) + b * share)); };
+    return {part(base.red(), colour.red()), part(base.green(), colour.green()),
+            part(base.blue(), colour.blue())};
+}
+
+void makeLinesThin(QWidget *window) {
+    static Line painting;
+    for (QFrame *line : window->findChildren<QFrame *>()) {
+        if (line->frameShape() == QFrame::HLine)
+            line->setFixedHeight(1);
+        else if (line->frameShape() == QFrame::VLine)
+            line->setFixedWidth(1);
+        else
+            continue;
+        line->installEventFilter(&painting);
+    }
+}
 
 void applyDirection(QWidget *window) {
     // The texts may be in a language that the application itself does not speak.

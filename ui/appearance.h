@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <QColor>
 #include <QString>
 
-class QColor;
 class QPushButton;
 class QWidget;
 class QEvent;
@@ -20,6 +20,14 @@ namespace tx {
 void applyAppearance(QWidget *window);
 /// What applyAppearance() chose.
 [[nodiscard]] QColor backgroundColor(const QWidget *window);
+/// How well two colours can be told apart: from 1 (equal) to 21 (black and white), by the measure of WCAG 2.
+/// What carries a meaning needs 3.
+[[nodiscard]] double contrast(const QColor &one, const QColor &other);
+/// `share` (0 to 1) of a colour on another one.
+[[nodiscard]] QColor mixed(const QColor &base, const QColor &colour, double share);
+/// Makes the lines of an interface file one pixel thick. Those of the styles have a bright edge, and a gap
+/// where they meet.
+void makeLinesThin(QWidget *window);
 /// Lays the window out in the direction in which the framework's texts are written here.
 void applyDirection(QWidget *window);
 /// Whether this event tells of another appearance.

@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "ui/progressindicator.h"
 
+#include "ui/appearance.h"
+
+#include <QPainter>
 #include <QStyleOptionProgressBar>
 #include <QStylePainter>
 #include <QTimerEvent>
@@ -32,11 +35,30 @@ QRect TXProgressIndicator::pieceAfter(qint64 milliseconds) const {
 }
 
 void TXProgressIndicator::paintEvent(QPaintEvent *event) {
-    if (!isIndeterminate()) {
+    if (isIndeterminate()) {
+        paintBar();
+    } else {
         m_frames.stop();
         QProgressBar::paintEvent(event);
-        return;
     }
+    if (tx::appearanceIsDark())
+        paintFrame();
+}
+
+void TXProgressIndicator::paintFrame() {
+    const QColor background = tx::backgroundColor(window()).isValid() ? tx::backgroundColor(window())
+                                                                      : palette().color(QPalette::Window);
+    const QColor text = palette().color(QPalette::WindowText);
+    double share = 0.3;
+    while (share < 1 && tx::contrast(tx::mixed(background, text, share), background) < 3)
+        share += 0.05;
+    QPainter painter(this);
+    painter.setRenderHint(QPainter::Antialiasing);
+    painter.setPen(tx::mixed(background, text, share));
+    painter.drawRoundedRect(QRectF(rect()).adjusted(0.5, 0.5, -0.5, -0.5), 2, 2);
+}
+
+void TXProgressIndicator::paintBar() {
     // Where the desktop wants nothing to move, the piece stays in the middle.
     const bool moves = style()->styleHint(QStyle::SH_Widget_Animation_Duration, nullptr, this) > 0;
     if (moves && !m_frames.isActive()) {

@@ -6,8 +6,9 @@
 #include <QProgressBar>
 
 /// A progress bar that does not look full while there is no end to measure (minimum and maximum are equal): a
-/// short piece moves from one end to the other and back. Desktop styles fill the whole bar then. Thread:
-/// main.
+/// short piece moves from one end to the other and back. Desktop styles fill the whole bar then. In a dark
+/// appearance, where styles draw the empty part in almost the window's colour, a frame shows how long the bar
+/// is. Thread: main.
 class TXProgressIndicator final : public QProgressBar {
     Q_OBJECT
 public:
@@ -23,6 +24,9 @@ protected:
     void timerEvent(QTimerEvent *event) override;
 
 private:
+    void paintBar();
+    void paintFrame();
+
     QBasicTimer m_frames; ///< runs only while the piece can be seen
     QElapsedTimer m_since;
 };

@@ -85,6 +85,7 @@ void TXUpdatePanel::load() {
     layout->setContentsMargins(0, 0, 0, 0);
     layout->addWidget(root.release());
     resize(m_interfaceSize);
+    tx::makeLinesThin(this);
     didChangeEffectiveAppearance();
 
     // Notes without a style of their own begin below the heading.

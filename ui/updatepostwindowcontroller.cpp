@@ -64,6 +64,7 @@ void TXUpdatePostWindowController::windowDidLoad() {
     tx::makeSecondary(window());
     window()->installEventFilter(this);
     tx::applyDirection(window());
+    tx::makeLinesThin(window());
     didChangeEffectiveAppearance();
     _webView = tx::makeWebView(
         container,

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "ui/versionstable.h"
 
+#include "ui/appearance.h"
+
 #include <QAbstractTableModel>
 #include <QHBoxLayout>
 #include <QHeaderView>
@@ -19,6 +21,9 @@ public:
     using QStyledItemDelegate::QStyledItemDelegate;
     void paint(QPainter *, const QStyleOptionViewItem &, const QModelIndex &) const override {}
 };
+
+/// The marks' images have several colours of this one's lightness.
+constexpr QColor markColor(0x2f, 0x7f, 0xd6);
 
 void setTag(QWidget *widget, int tag) { widget->setProperty("tag", tag); }
 
@@ -109,13 +114,14 @@ TXUpdateVersionsTableView::~TXUpdateVersionsTableView() = default;
 
 void TXUpdateVersionsTableView::initViewItemOption(QStyleOptionViewItem *option) const {
     QTableView::initViewItemOption(option);
-    // A row is made of texts and images in their own colours: they stand on a hint of the selection's colour.
+    // A row is made of texts and images in their own colours: they are shown on a hint of the selection's
+    // colour, which is fainter where the marks could not be seen on it.
     const QColor base = option->palette.color(QPalette::Base);
     const QColor highlight = option->palette.color(QPalette::Highlight);
-    const auto mixed = [](int a, int b) { return (a * 3 + b) / 4; };
-    option->palette.setColor(QPalette::Highlight, QColor(mixed(base.red(), highlight.red()),
-                                                         mixed(base.green(), highlight.green()),
-                                                         mixed(base.blue(), highlight.blue())));
+    double share = 0.25;
+    while (share > 0.1 && tx::contrast(tx::mixed(base, highlight, share), markColor) < 3)
+        share -= 0.01;
+    option->palette.setColor(QPalette::Highlight, tx::mixed(base, highlight, share));
 }
 
 void TXUpdateVersionsTableView::reloadData(int rows, const std::function<QString(int)> &textForRow,

@@ -1,14 +1,20 @@
 // SPDX-License-Identifier: MIT
 // Nothing is clipped and nothing overlaps, in every language that comes along; also run at twice the size.
+#include "mover/movequestion.h"
+#include "platform/localization.h"
+#include "tests/support/feedserver.h"
 #include "tests/ui/uitest.h"
+#include "ui/segmentedcontrol.h"
 #include "ui/versionstable.h"
 
 #include <TarvixUpdate/TXUpdateCheckingPanel.h>
 #include <TarvixUpdate/TXUpdatePanel.h>
 #include <TarvixUpdate/TXUpdatePostWindowController.h>
 
+#include <QMessageBox>
 #include <QProgressBar>
 #include <QPushButton>
+#include <QToolButton>
 
 using namespace Qt::StringLiterals;
 
@@ -128,17 +134,134 @@ TEST_F(Layout, UpdatePanel) {
     }
 }
 
+/// The bar, the longest percentage and the version in one row.
+TEST_F(Layout, UpdatePanelThatDownloads) {
+    tx::services().secondsSinceReferenceDate = [seconds = 0.0]() mutable { return seconds += 1; };
+    for (const QString &each : languages) {
+        language = each;
+        for (const int count : {1, 3}) {
+            for (const bool background : {true, false}) {
+                tx::test::FeedServer server;
+                tx::test::HttpReply almost = tx::test::HttpReply::file(QByteArray(399999, 'x'));
+                almost.announcedLength = 400000;
+                almost.stalls = true;
+                server.expect("GET", "/a.zip", almost);
+                QList<TXUpdatePtr> updates = makeUpdates(count);
+                updates[0]->setFileURL(QUrl(server.url(u"/a.zip"_s)));
+                const auto panel = TXUpdatePanel::panel();
+                panel->setUpdatesAndDesignatedUpdate(updates, updates[0]);
+                panel->setAllowsDownloadingInBackground(background);
+                panel->showWindow({});
+                panel->install();
+                const auto *status = outlet(panel.get(), "statusField");
+                ASSERT_TRUE(tx::test::waitUntil([&] { return status->text().startsWith(u"100.0% "_s); }))
+                    << status->text().toStdString();
+                tx::test::drainEvents();
+                EXPECT_TRUE(outlet<QProgressBar>(panel.get(), "progressIndicator")->isVisible());
+                EXPECT_EQ(outlet(panel.get(), "installVersionLabel")->isVisible(), count > 1);
+                expectGoodLayout(panel.get(), language.toStdString() + ", downloading, " +
+                                                  std::to_string(count) +
+                                                  (background ? ", in the background" : ""));
+                updates[0]->cancelDownload();
+                panel->closeWithCode(0);
+                tx::test::drainEvents();
+            }
+        }
+    }
+}
+
+TEST_F(Layout, UpdatePanelThatInstalls) {
+    const QString archive = path(u"broken.zip"_s);
+    for (const QString &each : languages) {
+        language = each;
+        for (const int count : {1, 3}) {
+            tx::test::writeFile(archive, "no archive");
+            const QList<TXUpdatePtr> updates = makeUpdates(count);
+            updates[0]->setDownloaded(true);
+            updates[0]->setDownloadPath(archive);
+            const auto panel = TXUpdatePanel::panel();
+            panel->setUpdatesAndDesignatedUpdate(updates, updates[0]);
+            bool closed = false;
+            panel->showWindow([&](int) { closed = true; });
+            tx::test::drainEvents();
+            panel->install();
+            ASSERT_TRUE(updates[0]->isInstalling());
+            // Before anything else happens.
+            QApplication::sendPostedEvents(nullptr, QEvent::LayoutRequest);
+            (void)panel->grab();
+            EXPECT_EQ(outlet(panel.get(), "statusField")->text(), tx::localizedString(u"Installing"_s));
+            EXPECT_TRUE(outlet<QProgressBar>(panel.get(), "progressIndicator")->isVisible());
+            expectGoodLayout(panel.get(), language.toStdString() + ", installing, " + std::to_string(count));
+            ASSERT_TRUE(tx::test::waitUntil([&] { return closed; })) << "the archive is broken";
+        }
+    }
+}
+
 TEST_F(Layout, PostWindow) {
     for (const QString &each : languages) {
         language = each;
-        const auto controller = TXUpdatePostWindowController::controller();
-        auto post = std::make_shared<TXUpdatePost>();
-        post->setPostURL(QUrl(u"http://127.0.0.1:1/"_s));
-        controller->setPosts({post});
-        controller->window()->show();
-        tx::test::drainEvents();
-        expectGoodLayout(controller->window(), language.toStdString());
-        controller->window()->hide();
+        for (const int count : {1, 3, 12}) {
+            const auto controller = TXUpdatePostWindowController::controller();
+            auto post = std::make_shared<TXUpdatePost>();
+            post->setPostURL(QUrl(u"http://127.0.0.1:1/"_s));
+            controller->setPosts(QList<TXUpdatePostPtr>(count, post));
+            controller->window()->show();
+            for (int place = 1;; ++place) {
+                tx::test::drainEvents();
+                expectGoodLayout(controller->window(), language.toStdString() + ", " + std::to_string(place) +
+                                                           " of " + std::to_string(count));
+                if (place == count)
+                    break;
+                auto *arrows = outlet<TXSegmentedControl>(controller->window(), "_navigationControl");
+                ASSERT_TRUE(arrows->place()->isVisible());
+                arrows->segment(1)->click();
+            }
+            controller->window()->hide();
+        }
+    }
+}
+
+TEST_F(Layout, Alerts) {
+    const QString name = u"A Rather Long Application Name"_s;
+    for (const QString &each : languages) {
+        language = each;
+        using tx::localizedFormat;
+        using tx::localizedString;
+        const QList<tx::Alert> shown{
+            {localizedFormat(u"%@ is up to date!"_s, {name}),
+             localizedFormat(u"You are running the latest version of %@."_s, {name}),
+             {}},
+            {localizedString(u"Consider updating soon."_s),
+             tx::localizedPlural(
+                 u"The version of %@ you have is %d versions behind. The latest version is recommended because it often contains new useful features and important fixes for problems you could be experiencing or may experience."_s,
+                 12, {name, u"12"_s}),
+             {localizedString(u"OK"_s)}},
+            tx::moveQuestion(tx::ApplicationPlaces(path(u"Somewhere/Host.app"_s)), name, false),
+            {localizedString(u"Could not move to Applications folder."_s),
+             localizedString(
+                 u"No administrator's password was given. The application is still where it was."_s),
+             {}},
+            {.message = localizedString(u"The application could not be installed automatically."_s),
+             .informative = localizedString(u"The new version is ready for you to install."_s),
+             .buttons = {localizedString(u"Show New Version"_s), localizedString(u"Quit"_s)},
+             .critical = true}};
+        for (const tx::Alert &alert : shown) {
+            bool seen = false;
+            QTimer timer;
+            QObject::connect(&timer, &QTimer::timeout, &timer, [&] {
+                auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
+                if (!box || !box->isVisible())
+                    return;
+                timer.stop();
+                seen = true;
+                expectGoodLayout(box, language.toStdString() + ", alert");
+                EXPECT_EQ(box->layoutDirection(), language == u"ar"_s ? Qt::RightToLeft : Qt::LeftToRight);
+                box->reject();
+            });
+            timer.start(1);
+            (void)tx::presentAlertInWindow(alert);
+            EXPECT_TRUE(seen);
+        }
     }
 }
 

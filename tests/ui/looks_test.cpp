@@ -171,6 +171,33 @@ TEST_F(Looks, LineDividesTheListFromTheNotes) {
     EXPECT_FALSE(part<QFrame>("divider")->isVisible()) << "nothing to divide";
 }
 
+TEST_F(Looks, LinesAreOnePixelThickAndMeetWithoutAGap) {
+    for (const bool dark : {false, true}) {
+        beDark(dark);
+        show(makeUpdates(3));
+        const QRect upper = placeOf(part<QFrame>("upperLine"));
+        const QRect lower = placeOf(part<QFrame>("lowerLine"));
+        const QRect divider = placeOf(part<QFrame>("divider"));
+        EXPECT_EQ(upper.height(), 1);
+        EXPECT_EQ(lower.height(), 1);
+        EXPECT_EQ(divider.width(), 1);
+        EXPECT_EQ(divider.top(), upper.bottom() + 1);
+        EXPECT_EQ(divider.bottom(), lower.top() - 1);
+        EXPECT_EQ(placeOf(part<QWidget>("versionsTableView")).top(), upper.bottom() + 1)
+            << "the first row begins below the line";
+        const QImage picture = panel->grab().toImage().scaled(panel->size());
+        const QColor background = tx::backgroundColor(panel.get());
+        for (int y = upper.top(); y <= lower.bottom(); ++y)
+            ASSERT_GT(tx::contrast(picture.pixelColor(divider.left(), y), background), 1.3)
+                << y << (dark ? ", dark" : ", light");
+        for (const int y : {upper.top(), lower.top()}) {
+            for (int x = 0; x < panel->width(); ++x)
+                ASSERT_GT(tx::contrast(picture.pixelColor(x, y), background), 1.3) << x << ", " << y;
+        }
+        panel->closeWithCode(0);
+    }
+}
+
 TEST_F(Looks, NotesWithoutAStyleBeginBelowTheHeading) {
     const TXUpdatePtr update = makeUpdate(u"1043"_s, u"2.1"_s);
     update->setItemDescription(u"<p>Plain notes</p>"_s);
