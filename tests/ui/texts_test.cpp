@@ -46,7 +46,7 @@ QString withoutForm(const QString &key) {
 /// Every literal that the sources look up.
 QSet<QString> keysInSources() {
     static const QRegularExpression call(
-        u"(?:localizedString|localizedFormat|localizedPlural|moverText|setInstallTitle|setCancelTitle)\\(\\s*((?:u?\"(?:[^\"\\\\]|\\\\.)*\"(?:_s)?\\s*)+)|\\? u\"(Quit)\"_s : u\"(Close)\"_s"_s);
+        u"(?:localizedString|localizedFormat|localizedPlural|moverText|LocalizedSentence question|word|setInstallTitle|setCancelTitle)\\(\\s*((?:u?\"(?:[^\"\\\\]|\\\\.)*\"(?:_s)?\\s*)+)|\\? u\"(Quit)\"_s : u\"(Close)\"_s"_s);
     static const QRegularExpression part(u"\"((?:[^\"\\\\]|\\\\.)*)\""_s);
     QSet<QString> keys;
     for (const QString &folder : {u"core"_s, u"feed"_s, u"install"_s, u"mover"_s, u"ui"_s}) {
@@ -128,11 +128,18 @@ TEST(Texts, NothingIsWrittenInTheWrongFormOfAddressOrWordsThatMislead) {
          u"the formal address"_s},
         {u"de"_s, u"(?<!an)zeigen"_s, u"anzeigen"_s},
         {u"de"_s, u"(?<!herunter)(?<!Herunter)geladen|Update laden|Beim Laden|Geladen"_s, u"herunterladen"_s},
+        {u"de"_s, u"(?i)\\bbewegt\\b"_s, u"an application is moved: verschoben"_s},
+        {u"de"_s, u"Verschieben Sie sie"_s, u"what was just said to be no application"_s},
         {u"es"_s, u"(?i)\\b(puedes|tienes|quieres|tu|tus)\\b"_s, u"the formal address"_s},
         {u"fr"_s, u"(?i)redémarrer"_s, u"an application is relaunched"_s},
+        {u"fr"_s, u"^%@ (ne|n’est) .*(être mise|remplacé)"_s, u"a name has no known gender"_s},
+        {u"fr"_s, u"Déplacez-la"_s, u"what was just said to be no application"_s},
         {u"fr"_s, u" [:!?»]|« "_s, u"spaces before these do not break a line"_s},
         {u"pt-BR"_s, u"\\batrás\\b"_s, u"ambiguous"_s},
         {u"ru"_s, u"Пропущено обновлений|отстаёт на версий|её архива"_s, u"ungrammatical"_s},
+        {u"pt-BR"_s, u"Faltam? %d"_s, u"missing from what?"_s},
+        {u"ru"_s, u"ли оно"_s, u"what is it?"_s},
+        {u"ru"_s, u"Исправьте"_s, u"repair is one word everywhere: восстановите"_s},
         {u"ru"_s, u"провер\\w+ обновления"_s, u"it looks whether there are any"_s},
         {u"zh-Hans"_s, u"比已安装的更新"_s, u"reads as \"than the installed update\""_s},
     };
@@ -204,7 +211,7 @@ TEST_F(OwnTexts, HaveTheFormThatTheLanguageHasForTheNumber) {
     const QString de = u"Ihnen fehlen %1 Updates!"_s;
     const QString es = u"¡Le faltan %1 actualizaciones!"_s;
     const QString fr = u"Vous avez %1 mise à jour de retard\u00A0!"_s;
-    const QString pt = u"Falta %1 atualização!"_s;
+    const QString pt = u"Há %1 atualização que você ainda não instalou!"_s;
     const QString one = u"Вы пропустили %1 обновление!"_s;
     const QString few = u"Вы пропустили %1 обновления!"_s;
     const QString many = u"Вы пропустили %1 обновлений!"_s;
@@ -215,7 +222,7 @@ TEST_F(OwnTexts, HaveTheFormThatTheLanguageHasForTheNumber) {
         {u"de-CH"_s, {de, u"Ihnen fehlt %1 Update!"_s, de}},
         {u"es"_s, {es, u"¡Le falta %1 actualización!"_s, es}},
         {u"fr"_s, {fr, fr, u"Vous avez %1 mises à jour de retard\u00A0!"_s}},
-        {u"pt-BR"_s, {pt, pt, u"Faltam %1 atualizações!"_s}},
+        {u"pt-BR"_s, {pt, pt, u"Há %1 atualizações que você ainda não instalou!"_s}},
         {u"ja"_s, {u"%1件のアップデートが未適用です。"_s}},
         {u"zh-Hans"_s, {u"您有 %1 个更新尚未安装！"_s}},
         {u"zh-CN"_s, {u"您有 %1 个更新尚未安装！"_s}},
