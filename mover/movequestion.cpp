@@ -10,20 +10,24 @@ namespace tx {
 
 namespace {
 
-/// Where the application is, in the words of the question and of the user's language.
-QString placeDescription(const ApplicationPlaces &places) {
+const QString moverTable = u"MoveApplication"_s;
+
+/// Where the application is, in words that fit the question.
+QString placeDescription(const ApplicationPlaces &places, const LocalizedSentence &question) {
     if (places.isInDownloadsFolder())
-        return moverText(u"downloads folder"_s);
+        return question.word(u"downloads folder"_s);
     if (places.isInDesktopFolder())
-        return moverText(u"Desktop folder"_s);
-    return formatText(moverText(u"folder named \"%@\""_s), {places.parentDirectory().section(u'/', -1)});
+        return question.word(u"Desktop folder"_s);
+    return formatText(question.word(u"folder named \"%@\""_s), {places.parentDirectory().section(u'/', -1)});
 }
 
 QString explanation(const ApplicationPlaces &places, const QString &name, bool isTranslocated) {
     bool isUserFolder = false;
     (void)places.preferredInstallLocation(&isUserFolder);
     const QString location = isUserFolder ? u"~/Applications"_s : u"Applications"_s; // a path, or a name
-    const QString shownLocation = isUserFolder ? location : moverText(u"Applications"_s);
+    const auto shownLocation = [&](const LocalizedSentence &question) {
+        return isUserFolder ? location : question.word(u"Applications"_s);
+    };
     const QString volume = places.diskImageVolumePath();
     if (const QString image = ApplicationPlaces::diskImageFileForVolumePath(volume); !image.isNull())
         return formatText(
@@ -31,18 +35,20 @@ QString explanation(const ApplicationPlaces &places, const QString &name, bool i
             "then delete the disk image file (%@)."_s,
             {name, name, location, image.section(u'/', -1)});
     // A disc or a locked card: there is no file to delete.
-    if (isTranslocated || !volume.isNull())
-        return formatText(moverText(u"Would you like to move %@ into your %@ folder right now?"_s),
-                          {name, shownLocation});
-    return formatText(
-        moverText(u"Rather than having %@ clutter up your %@, would you like to move it into your %@ "
-                  "folder right now?"_s),
-        {name, placeDescription(places), shownLocation});
+    if (isTranslocated || !volume.isNull()) {
+        const LocalizedSentence question(u"Would you like to move %@ into your %@ folder right now?"_s,
+                                         moverTable);
+        return question.filledWith({name, shownLocation(question)});
+    }
+    const LocalizedSentence question(
+        u"Rather than having %@ clutter up your %@, would you like to move it into your %@ folder right now?"_s,
+        moverTable);
+    return question.filledWith({name, placeDescription(places, question), shownLocation(question)});
 }
 
 } // namespace
 
-QString moverText(const QString &key) { return localizedString(key, u"MoveApplication"_s); }
+QString moverText(const QString &key) { return localizedString(key, moverTable); }
 
 Alert moveQuestion(const ApplicationPlaces &places, const QString &name, bool isTranslocated) {
     Alert alert;

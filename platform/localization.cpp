@@ -57,10 +57,17 @@ QStringList folderNames(const QString &language) {
     return names;
 }
 
-/// The text in the first language that has it; null without one, and where English is wanted more. With a
-/// count, the language's own form for that number comes before the text for all numbers.
-QString lookUp(const QString &key, const QString &folder, const QString &table, const QStringList &languages,
-               std::optional<qint64> count) {
+using Table = QHash<QString, QString>;
+
+struct Found {
+    QString text;
+    const Table *table = nullptr;
+};
+
+/// The text in the first language that has it, and its table; null without one, and where English is wanted
+/// more. With a count, the language's own form for that number comes before the text for all numbers.
+Found lookUp(const QString &key, const QString &folder, const QString &table, const QStringList &languages,
+             std::optional<qint64> count = {}) {
     for (const QString &language : languages) {
         QStringList keys{key};
         if (count)
@@ -70,7 +77,7 @@ QString lookUp(const QString &key, const QString &folder, const QString &table, 
             const auto &texts = tableAt(path);
             for (const QString &form : keys) {
                 if (const auto found = texts.find(form); found != texts.end() && !found->isEmpty())
-                    return *found;
+                    return {*found, &texts};
             }
         }
         if (language == u"en" || language.startsWith(u"en-"))
@@ -94,17 +101,23 @@ QStringList closestLanguages(const QStringList &languages) {
     return result;
 }
 
+QString translated(const QString &key, std::optional<qint64> count = {}) {
+    return QCoreApplication::translate("TarvixUpdate", key.toUtf8().constData(), nullptr,
+                                       count ? static_cast<int>(*count) : -1);
+}
+
+Found lookUpOwn(const QString &key, const QStringList &languages, std::optional<qint64> count = {}) {
+    return lookUp(key, services().resourcesPath(), u"TarvixUpdate"_s, closestLanguages(languages), count);
+}
+
 QString localized(const QString &key, const QString &table, const TXBundle &bundle,
                   const QStringList &languages, std::optional<qint64> count) {
-    if (const QString text = lookUp(key, bundle.resourcesPath(), table, languages, count); !text.isNull())
+    if (const Found found = lookUp(key, bundle.resourcesPath(), table, languages, count); found.table)
+        return found.text;
+    if (const QString text = translated(key, count); text != key)
         return text;
-    if (const QString text = QCoreApplication::translate("TarvixUpdate", key.toUtf8().constData(), nullptr,
-                                                         count ? static_cast<int>(*count) : -1);
-        text != key)
-        return text;
-    const QString own =
-        lookUp(key, services().resourcesPath(), u"TarvixUpdate"_s, closestLanguages(languages), count);
-    return own.isNull() ? key : own;
+    const Found own = lookUpOwn(key, languages, count);
+    return own.table ? own.text : key;
 }
 
 } // namespace
@@ -126,6 +139,33 @@ QString localizedPlural(const QString &key, qint64 count, const QStringList &arg
     return formatText(
         localized(key, u"Localizable"_s, TXBundle::mainBundle(), services().preferredLanguages(), count),
         arguments);
+}
+
+LocalizedSentence::LocalizedSentence(const QString &key, const QString &table)
+    : m_text(key) {
+    const QStringList languages = services().preferredLanguages();
+    Found found = lookUp(key, TXBundle::mainBundle().resourcesPath(), table, languages);
+    if (!found.table) {
+        m_text = translated(key);
+        m_isTranslators = m_text != key;
+        if (!m_isTranslators)
+            found = lookUpOwn(key, languages);
+    }
+    if (found.table) {
+        m_text = found.text;
+        m_table = found.table;
+    }
+}
+
+QString LocalizedSentence::filledWith(const QStringList &arguments) const {
+    return formatText(m_text, arguments);
+}
+
+QString LocalizedSentence::word(const QString &key) const {
+    if (m_isTranslators)
+        return translated(key);
+    const QString text = m_table ? m_table->value(key) : QString();
+    return text.isEmpty() ? key : text;
 }
 
 } // namespace tx

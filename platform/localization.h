@@ -3,6 +3,7 @@
 
 #include <TarvixUpdate/TXBundle.h>
 
+#include <QHash>
 #include <QStringList>
 
 namespace tx {
@@ -25,5 +26,22 @@ namespace tx {
 /// for that number. Tables hold a form under the key and the name of CLDR's category, "You are %d updates
 /// behind! [few]"; the key alone is for all other numbers.
 [[nodiscard]] QString localizedPlural(const QString &key, qint64 count, const QStringList &arguments);
+
+/// A localized sentence and words that are put into it. Words are declined for the sentence that they go
+/// into, so all come from the same table or translator; what that does not have stays English. Thread: any.
+class LocalizedSentence {
+public:
+    explicit LocalizedSentence(const QString &key, const QString &table = QStringLiteral("Localizable"));
+
+    /// The sentence, filled with `arguments`.
+    [[nodiscard]] QString filledWith(const QStringList &arguments) const;
+    /// A word from where the sentence comes from, else `key`.
+    [[nodiscard]] QString word(const QString &key) const;
+
+private:
+    QString m_text;
+    const QHash<QString, QString> *m_table = nullptr; ///< kept for the life of the process
+    bool m_isTranslators = false;
+};
 
 } // namespace tx

@@ -151,6 +151,51 @@ TEST_F(AppMover, TextsComeFromTheirOwnTable) {
     EXPECT_EQ(alerts[0].buttons[1], u"Nein"_s);
 }
 
+TEST_F(AppMover, PlaceIsInTheWordsOfTheTableThatTheQuestionComesFrom) {
+    tx::services().preferredLanguages = [] { return QStringList{u"de"_s}; };
+    const QString resources = u"home/Loads/%1.app/Contents/Resources/de.lproj/MoveApplication.strings"_s;
+    const QByteArray question =
+        "\"Rather than having %@ clutter up your %@, would you like to move it into your %@ folder right "
+        "now?\" = \"%@ liegt in deinem %@. In deinen Ordner %@ bewegen?\";";
+    const QByteArray shortQuestion =
+        "\"Would you like to move %@ into your %@ folder right now?\" = \"%@ in deinen Ordner %@ bewegen?\";";
+    const QByteArray words = "\"downloads folder\" = \"Ladeordner\"; \"Desktop folder\" = \"Tischordner\";"
+                             "\"folder named \\\"%@\\\"\" = \"%@-Ordner\"; \"Applications\" = \"Apps\";";
+    struct Case {
+        const char *what;
+        QByteArray table;
+        QString folder, text;
+        bool isTranslocated = false;
+    };
+    int number = 0;
+    for (
+        const Case &c :
+        {Case{"the question alone", question, u"home/Loads"_s,
+              u"N liegt in deinem downloads folder. In deinen Ordner Applications bewegen?"_s},
+         Case{"the question alone", question, u"home/Table"_s,
+              u"N liegt in deinem Desktop folder. In deinen Ordner Applications bewegen?"_s},
+         Case{"the question alone", question, u"mnt/Stuff"_s,
+              u"N liegt in deinem folder named \"Stuff\". In deinen Ordner Applications bewegen?"_s},
+         Case{"with words", question + words, u"home/Loads"_s,
+              u"N liegt in deinem Ladeordner. In deinen Ordner Apps bewegen?"_s},
+         Case{"with words", question + words, u"mnt/Stuff"_s,
+              u"N liegt in deinem Stuff-Ordner. In deinen Ordner Apps bewegen?"_s},
+         Case{
+             "words alone", words, u"home/Loads"_s,
+             u"N befindet sich im Ordner „Downloads“. Möchten Sie die Anwendung jetzt in den Ordner „Programme“ verschieben?"_s},
+         Case{"the short question alone", shortQuestion, u"home/Loads"_s,
+              u"N in deinen Ordner Applications bewegen?"_s, true},
+         Case{"the short question with words", shortQuestion + words, u"home/Loads"_s,
+              u"N in deinen Ordner Apps bewegen?"_s, true}}) {
+        // A table is read once, so each case has a host of its own.
+        const QString host = u"Host%1"_s.arg(++number);
+        startFrom(u"home/Loads"_s, u"1042"_s, host + u".app"_s);
+        tx::test::writeFile(path(resources.arg(host)), c.table);
+        const tx::ApplicationPlaces places(path(c.folder + u"/Host.app"_s));
+        EXPECT_EQ(tx::moveQuestion(places, u"N"_s, c.isTranslocated).informative, c.text) << c.what;
+    }
+}
+
 TEST_F(AppMover, UserFolderIsChosenOnlyWhenItHoldsAnApplication) {
     const auto chosen = [this] {
         bool isUser = false;

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "platform/localization.h"
+#include "platform/mainbundle.h"
 #include "platform/propertylist.h"
+#include "platform/services.h"
 #include "platform/stringstable.h"
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
@@ -52,6 +54,26 @@ TEST_F(Localization, ThenAsksTheApplicationsTranslators) {
     QCoreApplication::installTranslator(&translator);
     EXPECT_EQ(look(u"Hi"_s, {u"de"_s}), u"Hallo"_s);
     EXPECT_EQ(look(u"Bye"_s, {u"de"_s}), u"[Bye]"_s);
+    QCoreApplication::removeTranslator(&translator);
+}
+
+TEST_F(Localization, WordsComeFromWhereTheirSentenceComesFrom) {
+    tx::setMainBundle(TXBundle(path(u"L.app"_s)));
+    tx::services().preferredLanguages = [] { return QStringList{u"fr"_s, u"de"_s}; };
+    writeTable(u"de.lproj/T.strings"_s, "\"In %@\" = \"Im %@\"; \"house\" = \"Haus\"; \"empty\" = \"\";");
+    writeTable(u"fr.lproj/T.strings"_s, "\"house\" = \"maison\"; \"garden\" = \"jardin\";");
+    const tx::LocalizedSentence sentence(u"In %@"_s, u"T"_s);
+    EXPECT_EQ(sentence.filledWith({sentence.word(u"house"_s)}), u"Im Haus"_s);
+    EXPECT_EQ(sentence.word(u"garden"_s), u"garden"_s) << "in another table only";
+    EXPECT_EQ(sentence.word(u"empty"_s), u"empty"_s);
+    const tx::LocalizedSentence unknown(u"By %@"_s, u"T"_s);
+    EXPECT_EQ(unknown.filledWith({unknown.word(u"house"_s)}), u"By house"_s);
+
+    Translator translator;
+    QCoreApplication::installTranslator(&translator);
+    const tx::LocalizedSentence translated(u"By %@"_s, u"T"_s);
+    EXPECT_EQ(translated.filledWith({translated.word(u"house"_s)}), u"[By [house]]"_s);
+    EXPECT_EQ(tx::LocalizedSentence(u"In %@"_s, u"T"_s).word(u"house"_s), u"Haus"_s) << "tables come first";
     QCoreApplication::removeTranslator(&translator);
 }
 
