@@ -22,7 +22,7 @@ protected:
     bool event(QEvent *event) override;
 };
 
-/// The small modal panel of a visible check: "Checking for update..." with "Cancel", then, when nothing was
+/// The small modal panel of a visible check: "Checking for update…" with "Cancel", then, when nothing was
 /// found, that the application is up to date, with "OK". Used again for every check. Thread: main. Ownership:
 /// the caller's. Errors: no panel without its interface file.
 class TX_EXPORT TXUpdateCheckingPanel final : public QDialog {

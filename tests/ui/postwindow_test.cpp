@@ -102,6 +102,30 @@ TEST_F(PostWindow, PageKnowsTheAnonymousIdentifierOnceItIsLoaded) {
     EXPECT_EQ(told(), "/told?undefined&" + TXUpdater::anonymousUUID().toLatin1());
 }
 
+TEST_F(PostWindow, FocusIsOnTheDefaultButtonAndStaysThereWhenThePageIsLoaded) {
+    // The identifier is there once the window has heard of the end of loading.
+    pages[u"/0.html"_s] =
+        "<input autofocus><script>const grab = () => { window.focus();"
+        "document.querySelector('input').focus(); }; onload = grab; const timer = setInterval(() => {"
+        "if (typeof TarvixUpdateAnonymousUUID === 'undefined') return; clearInterval(timer); grab();"
+        "fetch('/told?loaded'); }, 10);</script>";
+    controller->setPosts(makePosts(1));
+    inModalSession([&] {
+        EXPECT_TRUE(waitUntil([&] { return controller->window()->isActiveWindow(); }));
+        EXPECT_TRUE(waitUntil([&] { return !told().isEmpty(); }, 20000));
+        tx::test::drainEvents();
+        EXPECT_TRUE(button()->isDefault());
+        EXPECT_TRUE(button()->hasFocus()) << QApplication::focusWidget()->metaObject()->className();
+        EXPECT_TRUE(controller->window()->testAttribute(Qt::WA_KeyboardFocusChange)) << "and is seen there";
+        QTest::keyClick(QApplication::focusWidget(), Qt::Key_Return);
+        EXPECT_FALSE(controller->window()->isVisible()) << "Return closes the window";
+        if (controller->window()->isVisible())
+            controller->closeWindow();
+    });
+    EXPECT_EQ(controller->showWindowModally(false), 0);
+    EXPECT_EQ(closed, 1);
+}
+
 TEST_F(PostWindow, PageAppearsOnlyWhenItIsComplete) {
     pages[u"/0.html"_s] =
         "<p>text</p><script>const seen = () => getComputedStyle(document.documentElement).visibility;"
