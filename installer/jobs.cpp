@@ -47,8 +47,8 @@ int refuse(const JobContext &context, const std::string &why) {
     return JobRefused;
 }
 
-/// Why the application must not be exchanged: what a package manager has put there, only it may change. Empty
-/// when no package owns anything in it.
+/// Why the application, or a link in its place, must not be exchanged: what a package manager has put there,
+/// only it may change. Empty when no package owns it or anything in it.
 std::string packageProblem(const std::string &application, const JobContext &context) {
     const auto askRpm = [&](const std::vector<std::string> &arguments, std::string &output) {
         // With root's rights too: the answer of a program of the user's could be any.
@@ -56,7 +56,7 @@ std::string packageProblem(const std::string &application, const JobContext &con
         const std::string problem = openTrusted(context.rpm, context, program);
         return problem.empty() ? context.outputOf(context.rpm, arguments, output) : problem;
     };
-    const BundleOwner owner = ownerOfBundle(context.packages, application, askRpm);
+    const BundleOwner owner = ownerOfEntry(context.packages, application, askRpm);
     if (!owner.failure.empty())
         return "whether " + application + " belongs to a package could not be determined, the database of " +
                owner.manager + " cannot be read: " + owner.failure;
@@ -112,7 +112,7 @@ int moveIntoFolder(const std::string &folder, const std::string &application, co
     if (problem.empty() && fstat(source.get(), &info) != 0)
         problem = application + ": " + std::strerror(errno);
     const std::string replaced = folder + '/' + name;
-    if (problem.empty() && posix::isDirectory(replaced))
+    if (problem.empty() && posix::entryExists(replaced))
         problem = packageProblem(replaced, context);
     if (problem.empty())
         problem = moveApplication(application, folder, info.st_uid, *context.files);

@@ -27,5 +27,8 @@ PackageDatabases &packageDatabases();
 /// package manager is there whose database cannot be read: the bundle may belong to it then. Thread: any but
 /// the main one: it reads many files, and may start a program.
 [[nodiscard]] Result<std::optional<PackageOwner>> packageOwnerOf(const QString &bundlePath);
+/// The same for what is at `path` itself, such as what a move would replace: of a link, that of its own name,
+/// whatever it leads to.
+[[nodiscard]] Result<std::optional<PackageOwner>> packageOwnerOfEntry(const QString &path);
 
 } // namespace tx

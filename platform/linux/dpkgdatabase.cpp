@@ -49,12 +49,19 @@ int readAll(int folder, const char *name, std::string &content) {
     return 0;
 }
 
-/// Finds paths that lead to the bundle or into it.
-class Bundle {
+/// Finds the paths that are looked for.
+class Wanted {
 public:
-    explicit Bundle(const std::string &path) {
-        m_known = stat(path.c_str(), &m_info) == 0;
+    enum Kind {
+        Bundle, ///< paths that lead to the bundle or into it
+        Entry   ///< the path of the entry itself, whatever it is: its name in its folder
+    };
+    Wanted(const std::string &path, Kind kind)
+        : m_kind(kind) {
+        m_known = stat(kind == Bundle ? path.c_str() : posix::parentOf(path).c_str(), &m_info) == 0;
         m_names.insert(posix::lastComponentOf(path));
+        if (kind == Entry)
+            return;
         const std::unique_ptr<char, decltype(&std::free)> real(realpath(path.c_str(), nullptr), &std::free);
         if (real)
             m_names.insert(posix::lastComponentOf(real.get()));
@@ -68,7 +75,7 @@ public:
             const std::string needle = '/' + name;
             for (size_t at = text.find(needle); at != std::string::npos; at = text.find(needle, at + 1)) {
                 const size_t end = at + needle.size();
-                if (end < text.size() && text[end] != '/' && text[end] != '\n')
+                if (end < text.size() && (text[end] != '/' || m_kind == Entry) && text[end] != '\n')
                     continue;
                 const size_t newline = at == 0 ? std::string::npos : text.rfind('\n', at - 1);
                 const size_t begin = newline == std::string::npos ? 0 : newline + 1;
@@ -77,7 +84,8 @@ public:
                     continue;
                 last = std::move(path);
                 struct stat info {};
-                if (stat(last.c_str(), &info) == 0 && info.st_dev == m_info.st_dev &&
+                const std::string compared = m_kind == Entry ? posix::parentOf(last) : last;
+                if (stat(compared.c_str(), &info) == 0 && info.st_dev == m_info.st_dev &&
                     info.st_ino == m_info.st_ino)
                     return true;
             }
@@ -86,7 +94,8 @@ public:
     }
 
 private:
-    struct stat m_info {};
+    const Kind m_kind;
+    struct stat m_info {}; ///< of the bundle, or of the entry's folder
     bool m_known = false;
     std::set<std::string> m_names;
 };
@@ -122,18 +131,16 @@ DpkgAnswer firstPackage(const std::string &folder, const std::function<bool(cons
     return errno == 0 ? DpkgAnswer{} : DpkgAnswer{{}, failed(lists, errno)};
 }
 
-} // namespace
-
-DpkgAnswer dpkgOwnerOf(const std::string &folder, const std::string &bundle) {
+DpkgAnswer ownerOf(const std::string &folder, const std::string &path, Wanted::Kind kind) {
     struct stat info {};
     if (stat((folder + "/info").c_str(), &info) != 0 && (errno == ENOENT || errno == ENOTDIR)) {
         // A system without dpkg; but not one whose lists are gone.
         const bool isThere = stat((folder + "/status").c_str(), &info) == 0 && info.st_size > 0;
         return isThere ? DpkgAnswer{{}, failed(folder + "/info", ENOENT)} : DpkgAnswer{};
     }
-    const Bundle wanted(bundle);
+    const Wanted wanted(path, kind);
     if (!wanted.isKnown())
-        return {{}, failed(bundle, ENOENT)};
+        return {{}, failed(path, ENOENT)};
     DpkgAnswer answer = firstPackage(folder, [&](const std::string &list) { return wanted.isIn(list); });
     if (!answer.package.empty() || !answer.failure.empty())
         return answer;
@@ -161,6 +168,16 @@ DpkgAnswer dpkgOwnerOf(const std::string &folder, const std::string &bundle) {
             return answer;
     }
     return {};
+}
+
+} // namespace
+
+DpkgAnswer dpkgOwnerOf(const std::string &folder, const std::string &bundle) {
+    return ownerOf(folder, bundle, Wanted::Bundle);
+}
+
+DpkgAnswer dpkgOwnerOfEntry(const std::string &folder, const std::string &path) {
+    return ownerOf(folder, path, Wanted::Entry);
 }
 
 } // namespace tx

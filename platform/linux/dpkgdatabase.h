@@ -14,5 +14,8 @@ struct DpkgAnswer {
 /// `folder`: dpkg's own, /var/lib/dpkg. A list may name the bundle by another path than the caller, as where
 /// /lib is a link to /usr/lib: paths are compared by the folder that they lead to. Thread: any.
 [[nodiscard]] DpkgAnswer dpkgOwnerOf(const std::string &folder, const std::string &bundle);
+/// The same for the entry at `path` alone, such as a link: it need not be there, and what it leads to does
+/// not count. Its folder may have other names.
+[[nodiscard]] DpkgAnswer dpkgOwnerOfEntry(const std::string &folder, const std::string &path);
 
 } // namespace tx

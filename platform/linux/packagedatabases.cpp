@@ -95,17 +95,29 @@ BundleOwner rpmOwnerOf(const std::string &bundle, const RpmRunner &runRpm) {
     return package.empty() ? BundleOwner{} : BundleOwner{"rpm", package, {}};
 }
 
-} // namespace
-
-BundleOwner ownerOfBundle(const PackageFolders &folders, const std::string &bundle, const RpmRunner &runRpm) {
-    const DpkgAnswer dpkg = dpkgOwnerOf(folders.dpkg, bundle);
+BundleOwner ownerOf(const PackageFolders &folders, const DpkgAnswer &dpkg, const std::string &path,
+                    const RpmRunner &runRpm) {
     if (!dpkg.failure.empty() || !dpkg.package.empty())
         return {"dpkg", dpkg.package, dpkg.failure};
     std::string failure;
     const bool hasRpm = rpmHasDatabase(folders.rpm, failure);
     if (!failure.empty())
         return {"rpm", {}, failure};
-    return hasRpm ? rpmOwnerOf(bundle, runRpm) : BundleOwner{};
+    return hasRpm ? rpmOwnerOf(path, runRpm) : BundleOwner{};
+}
+
+} // namespace
+
+BundleOwner ownerOfBundle(const PackageFolders &folders, const std::string &bundle, const RpmRunner &runRpm) {
+    return ownerOf(folders, dpkgOwnerOf(folders.dpkg, bundle), bundle, runRpm);
+}
+
+BundleOwner ownerOfEntry(const PackageFolders &folders, const std::string &path, const RpmRunner &runRpm) {
+    struct stat info {};
+    const bool isFolder = lstat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
+    // Of a link, rpm is asked for the name alone in any case.
+    return isFolder ? ownerOfBundle(folders, path, runRpm)
+                    : ownerOf(folders, dpkgOwnerOfEntry(folders.dpkg, path), path, runRpm);
 }
 
 } // namespace tx

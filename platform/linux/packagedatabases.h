@@ -30,5 +30,9 @@ using RpmRunner = std::function<std::string(const std::vector<std::string> &argu
 /// Thread: any but the main one: it reads many files, and may start a program.
 [[nodiscard]] BundleOwner ownerOfBundle(const PackageFolders &folders, const std::string &bundle,
                                         const RpmRunner &runRpm);
+/// The package to which belongs what is at `path` itself: for a folder as above; of a file or a link, that of
+/// its own name, whatever the link leads to.
+[[nodiscard]] BundleOwner ownerOfEntry(const PackageFolders &folders, const std::string &path,
+                                       const RpmRunner &runRpm);
 
 } // namespace tx

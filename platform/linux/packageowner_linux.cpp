@@ -31,6 +31,26 @@ std::string runRpm(const QString &program, const std::vector<std::string> &words
     return {};
 }
 
+using OwnerFunction = BundleOwner (*)(const PackageFolders &, const std::string &, const RpmRunner &);
+
+Result<std::optional<PackageOwner>> ask(OwnerFunction ownerOf, const QString &path) {
+    const PackageDatabases &databases = packageDatabases();
+    PackageFolders folders{QFile::encodeName(databases.dpkg).toStdString(), {}};
+    for (const QString &folder : databases.rpm)
+        folders.rpm.push_back(QFile::encodeName(folder).toStdString());
+    const BundleOwner owner = ownerOf(folders, QFile::encodeName(path).toStdString(),
+                                      [&](const std::vector<std::string> &words, std::string &output) {
+                                          return runRpm(databases.rpmProgram, words, output);
+                                      });
+    const QString manager = QString::fromStdString(owner.manager);
+    if (!owner.failure.empty())
+        return TXError(u"TXUpdater"_s, 0, u"The database of %1 cannot be read."_s.arg(manager),
+                       QFile::decodeName(owner.failure.c_str()));
+    if (owner.package.empty())
+        return std::optional<PackageOwner>();
+    return std::optional(PackageOwner{manager, QString::fromStdString(owner.package)});
+}
+
 } // namespace
 
 PackageDatabases &packageDatabases() {
@@ -39,21 +59,11 @@ PackageDatabases &packageDatabases() {
 }
 
 Result<std::optional<PackageOwner>> packageOwnerOf(const QString &bundlePath) {
-    const PackageDatabases &databases = packageDatabases();
-    PackageFolders folders{QFile::encodeName(databases.dpkg).toStdString(), {}};
-    for (const QString &folder : databases.rpm)
-        folders.rpm.push_back(QFile::encodeName(folder).toStdString());
-    const BundleOwner owner = ownerOfBundle(folders, QFile::encodeName(bundlePath).toStdString(),
-                                            [&](const std::vector<std::string> &words, std::string &output) {
-                                                return runRpm(databases.rpmProgram, words, output);
-                                            });
-    const QString manager = QString::fromStdString(owner.manager);
-    if (!owner.failure.empty())
-        return TXError(u"TXUpdater"_s, 0, u"The database of %1 cannot be read."_s.arg(manager),
-                       QFile::decodeName(owner.failure.c_str()));
-    if (owner.package.empty())
-        return std::optional<PackageOwner>();
-    return std::optional(PackageOwner{manager, QString::fromStdString(owner.package)});
+    return ask(ownerOfBundle, bundlePath);
+}
+
+Result<std::optional<PackageOwner>> packageOwnerOfEntry(const QString &path) {
+    return ask(ownerOfEntry, path);
 }
 
 } // namespace tx

@@ -324,6 +324,35 @@ TEST_F(Job, MovesOverNoApplicationOfAPackage) {
     EXPECT_EQ(treeOf(path(u"opt/Host.app"_s)), treeOf(bundle));
 }
 
+TEST_F(Job, MovesOverNoLinkOfAPackage) {
+    const QString link = path(u"opt/Host.app"_s);
+    tx::test::makeBundle(path(u"usr/Host.app"_s), {.build = u"9"_s});
+    const QStringList target = treeOf(path(u"usr/Host.app"_s));
+    dpkgOwns(link);
+    for (const QString &to : {path(u"usr/Host.app"_s), u"/nonexistent"_s}) {
+        ASSERT_TRUE(QFile::link(to, link));
+        EXPECT_EQ(run({u"move"_s, path(u"opt"_s)}), tx::installer::JobFailed);
+        EXPECT_THAT(log, testing::HasSubstr("opt/Host.app belongs to the package mine of dpkg; "));
+        EXPECT_EQ(QFile::symLinkTarget(link), to);
+        QFile::remove(link);
+    }
+    // rpm is asked for the link, and not for what is behind it.
+    dpkgOwns(u"/nothing"_s);
+    ASSERT_TRUE(QFile::link(path(u"usr/Host.app"_s), link));
+    rpm("echo 'owner my-rpm'");
+    EXPECT_EQ(run({u"move"_s, path(u"opt"_s)}), tx::installer::JobFailed);
+    EXPECT_THAT(log, testing::HasSubstr("opt/Host.app belongs to the package my-rpm of rpm; "));
+    EXPECT_EQ(asked.back(), link.toStdString());
+    EXPECT_EQ(asked.size(), 5U) << "the program, three words and the link";
+    EXPECT_EQ(said, "");
+    // A link of nobody's is replaced, whoever owns what it leads to.
+    QDir(path(u"rpm"_s)).removeRecursively();
+    dpkgOwns(path(u"usr/Host.app"_s));
+    EXPECT_EQ(run({u"move"_s, path(u"opt"_s)}), tx::installer::JobDone) << log;
+    EXPECT_EQ(treeOf(link), treeOf(bundle));
+    EXPECT_EQ(treeOf(path(u"usr/Host.app"_s)), target);
+}
+
 class ProgramOutput : public tx::test::FrameworkTest {
 protected:
     std::string output;

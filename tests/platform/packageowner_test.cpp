@@ -68,6 +68,39 @@ TEST_F(PackageOwner, DpkgOwnsWhatItsListsNameByAnyPath) {
     EXPECT_EQ(owner(), QString());
 }
 
+TEST_F(PackageOwner, LinkBelongsToThePackageOfItsOwnName) {
+    const QString link = path(u"usr/Link.app"_s);
+    QDir().mkpath(path(u"usr"_s));
+    ASSERT_TRUE(QFile::link(u"usr"_s, path(u"also"_s)));
+    const auto entryOwner = [](const QString &entry) {
+        const auto result = tx::packageOwnerOfEntry(entry);
+        if (!result)
+            return u"error: "_s + result.error().localizedFailureReason();
+        return *result ? (*result)->manager + u' ' + (*result)->package : QString();
+    };
+    for (const QString &target : {bundle, u"/nonexistent"_s}) {
+        ASSERT_TRUE(QFile::link(target, link));
+        list(u"mine"_s, bundle + u'\n' + bundle + u"/Contents\n"_s + link + u"x\n"_s + link + u"/inside\n"_s +
+                            path(u"opt/Link.app"_s));
+        EXPECT_EQ(entryOwner(link), QString()) << "what it leads to, and similar names";
+        for (const QString &line : {link, path(u"also/Link.app"_s)}) {
+            list(u"mine"_s, line);
+            EXPECT_EQ(entryOwner(link), u"dpkg mine"_s) << line.toStdString();
+            EXPECT_EQ(entryOwner(path(u"also/Link.app"_s)), u"dpkg mine"_s) << line.toStdString();
+        }
+        QFile::remove(link);
+    }
+    list(u"mine"_s, path(u"usr/lib/x"_s));
+    tx::test::writeFile(dpkg + u"/diversions"_s, (path(u"usr/lib/x"_s) + u'\n' + link + u"\n:\n"_s).toUtf8());
+    ASSERT_TRUE(QFile::link(bundle, link));
+    EXPECT_EQ(entryOwner(link), u"dpkg mine"_s) << "diverted to this name";
+    // A folder is looked through as ever.
+    list(u"mine"_s, bundle + u"/Contents/Info.plist"_s);
+    EXPECT_EQ(entryOwner(bundle), u"dpkg mine"_s);
+    EXPECT_EQ(entryOwner(path(u"nowhere/Link.app"_s)),
+              u"error: %1: No such file or directory"_s.arg(path(u"nowhere/Link.app"_s)));
+}
+
 TEST_F(PackageOwner, DpkgOwnsWhatItDivertedIntoTheBundle) {
     list(u"lister"_s, path(u"usr/lib/x"_s));
     tx::test::writeFile(dpkg + u"/diversions"_s, (u"/a\n/b\nfirst\n"_s + path(u"usr/lib/x"_s) + u'\n' +
