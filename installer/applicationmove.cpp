@@ -47,12 +47,14 @@ std::string moveApplication(const std::string &application, const std::string &f
         return error.number == EWOULDBLOCK ? "an installation of " + destination + " is running"
                                            : "cannot lock " + describe(error);
     }
-    // What was interrupted between two renames comes back first.
-    posix::FileError error;
-    if (!posix::entryExists(destination) && isOwnBackup(backup))
-        error = files.rename(backup, destination);
-    if (!error)
-        error = files.removeTree(staged);
+    // What an interrupted installation left comes back first: otherwise the next opening of the moved
+    // application would put the old one into its place.
+    bool putBack = false;
+    if (const posix::FileError error = undoInterruption(destination, files, putBack)) {
+        (void)files.removeFile(lockPathFor(destination));
+        return "an interrupted installation of " + destination + " cannot be undone: " + describe(error);
+    }
+    posix::FileError error = files.removeTree(staged);
     if (!error && posix::entryExists(destination))
         error = files.removeTree(backup);
     const bool clear = !error;

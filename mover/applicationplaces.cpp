@@ -4,7 +4,6 @@
 #include "mover/pathresolution.h"
 #include "platform/authorization.h"
 #include "platform/filesystem.h"
-#include "platform/movedname.h"
 #include "platform/propertylist.h"
 #include "platform/services.h"
 #include "platform/taskoutput.h"
@@ -61,10 +60,6 @@ QString ApplicationPlaces::preferredInstallLocation(bool *isUserFolder) const {
 QString ApplicationPlaces::destinationPath() const {
     const QString folder = preferred().folder;
     return folder.isNull() ? QString() : folder + u'/' + m_bundlePath.section(u'/', -1);
-}
-
-QString ApplicationPlaces::stagingPath() const {
-    return preferred().folder + u"/."_s + m_bundlePath.section(u'/', -1) + QLatin1StringView(movedSuffix);
 }
 
 bool ApplicationPlaces::needsAuthorization() const {

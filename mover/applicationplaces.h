@@ -21,8 +21,6 @@ public:
     [[nodiscard]] QString preferredInstallLocation(bool *isUserFolder = nullptr) const;
     /// The preferred folder and the bundle's name; null without a folder.
     [[nodiscard]] QString destinationPath() const;
-    /// Where the copy grows until it takes the destination's name: beside it, and hidden.
-    [[nodiscard]] QString stagingPath() const;
     /// Whether the preferred folder takes an administrator's rights.
     [[nodiscard]] bool needsAuthorization() const;
     /// Whether the user can be asked for these rights.

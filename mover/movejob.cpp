@@ -3,6 +3,7 @@
 
 #include "install/updateinstallation.h"
 #include "mover/movequestion.h"
+#include "mover/replacement.h"
 #include "platform/authorization.h"
 #include "platform/filesystem.h"
 #include "platform/format.h"
@@ -17,7 +18,8 @@
 #include <TarvixUpdate/TXLog.h>
 
 #include <QCoreApplication>
-#include <QFileInfo>
+
+#include <cerrno>
 
 using namespace Qt::StringLiterals;
 
@@ -54,15 +56,14 @@ QString reasonOf(const TXError &error) {
 
 } // namespace
 
-bool removeItemAtPath(const QString &path, QString *newPath, TXError *why) {
+bool removeItemAtPath(const QString &path, const QString &original, TXError *why) {
     // On this thread: the caller waits for it in any case.
-    const Result<QString> trashed = services().workspace->moveToTrash(path);
+    const QString named = original.isEmpty() ? path : original;
+    const Result<QString> trashed = services().workspace->moveToTrash(path, named);
     if (why)
         *why = trashed ? TXError() : trashed.error();
     if (!trashed)
-        log(u"ERROR -- Could not trash '%@':\n%@"_s, {path, trashed.error().toString()});
-    else if (newPath)
-        *newPath = *trashed;
+        log(u"ERROR -- Could not trash '%@':\n%@"_s, {named, trashed.error().toString()});
     return bool(trashed);
 }
 
@@ -86,11 +87,10 @@ MoveJob::Outcome MoveJob::performMove() {
 
 bool MoveJob::replacesPackage() {
     const QString destination = m_places.destinationPath();
-    // Not what a link leads to: that stays where it is.
-    const QFileInfo entry(destination);
-    if (!entry.isDir() || entry.isSymLink())
+    if (!services().fileSystem->exists(destination))
         return false;
-    const auto owner = packageOwnerOf(destination);
+    // Not of what a link leads to: that stays where it is.
+    const auto owner = packageOwnerOfEntry(destination);
     if (owner && !*owner)
         return false;
     if (owner) {
@@ -134,52 +134,107 @@ void MoveJob::openOtherCopy() const {
     runTool(u"open"_s, {m_places.destinationPath()});
 }
 
+MoveJob::Outcome MoveJob::fail(const QString &text, const QStringList &arguments) {
+    m_failureText = formatText(text, arguments);
+    return Outcome::Failed;
+}
+
 MoveJob::Outcome MoveJob::performUnauthorizedMove() {
     FileSystem &files = *services().fileSystem;
     const QString destination = m_places.destinationPath();
-    const bool replaces = files.exists(destination);
-    if (replaces && isRunningAt(destination)) {
+    if (files.exists(destination) && isRunningAt(destination)) {
         openOtherCopy();
         return Outcome::OtherCopyRuns;
     }
-    // The copy grows under another name, so that half of it never stands under the application's; what a
-    // killed move left there goes first. What stands at the destination stays until the copy is complete and
-    // on disk.
-    const QString staged = m_places.stagingPath();
-    TXError error = files.remove(staged);
-    if (!error)
-        error = copyItemAtPath(m_places.bundlePath(), staged);
-    if (!error)
-        error = files.sync(staged);
-    QString replaced;
-    TXError notTrashed;
-    if (!error && replaces && !removeItemAtPath(destination, &replaced, &notTrashed)) {
-        (void)files.remove(staged);
-        m_failureText = formatText(
-            moverText(
-                u"What is at %@ already could not be moved to the Trash: %@. Remove it yourself, then try "
-                "again."_s),
-            {destination, reasonOf(notTrashed)});
+    // Everybody who changes what is at the destination holds this lock: an installation, another move, an
+    // opening that undoes an interruption. It is let go before the moved application is opened.
+    const auto lock = files.lockApplication(destination);
+    if (!lock) {
+        const TXError error = lock.error();
+        log(u"ERROR -- Could not lock '%@' (%@)"_s, {destination, error.toString()});
+        if (error.code() == EWOULDBLOCK)
+            return fail(moverText(u"%@ is being updated or moved by another program. Wait until that has "
+                                  "finished, then try again."_s),
+                        {destination});
+        return fail(moverText(u"It could not be determined whether %@ is being updated: %@. Check the "
+                              "permissions of %@, then try again."_s),
+                    {destination, reasonOf(error), error.userInfo()[u"path"_s].toString()});
+    }
+    // What an interrupted installation left is put back now: otherwise the opening of the moved application
+    // would put it over that.
+    if (const TXError error = files.undoInterruption(destination)) {
+        log(u"ERROR -- Could not undo the interrupted installation of '%@' (%@)"_s,
+            {destination, error.toString()});
+        return fail(
+            moverText(u"An interrupted update of %@ could not be undone: %@. Check the permissions of "
+                      "the folder %@, then try again."_s),
+            {destination, reasonOf(error), m_places.preferredInstallLocation()});
+    }
+    return replaceDestination(destination);
+}
+
+MoveJob::Outcome MoveJob::replaceDestination(const QString &destination) {
+    FileSystem &files = *services().fileSystem;
+    // The copy is made under another name, so that half of it is never at the destination. What is there
+    // stays until the copy is complete and on disk.
+    Replacement replacement(destination);
+    // What a killed move had replaced goes where it was to go. Without anything at the destination it was not
+    // put back because somebody else could have put it there; it is left alone then.
+    if (files.exists(destination) && files.exists(replacement.oldPath()) &&
+        !trashOld(replacement, destination, replacement.oldPath()))
         return Outcome::Failed;
+    TXError error = files.remove(replacement.stagedPath());
+    if (!error)
+        error = copyItemAtPath(m_places.bundlePath(), replacement.stagedPath());
+    if (!error) {
+        error = files.sync(replacement.stagedPath());
+        if (error)
+            (void)files.remove(replacement.stagedPath());
     }
     if (!error)
-        error = files.move(staged, destination);
+        error = replacement.takeName();
     if (error) {
-        (void)files.remove(staged);
-        if (!replaced.isEmpty() && files.move(replaced, destination))
-            log(u"ERROR -- What stood at %@ is in the Trash: %@"_s, {destination, replaced});
         log(u"ERROR -- Could not copy myself to %@"_s, {destination});
-        m_failureText = formatText(
-            moverText(
-                u"The application could not be copied to the folder %@: %@. It is still where it was."_s),
+        return fail(
+            moverText(u"The application could not be copied to the folder %@: %@. It is still where it "
+                      "was."_s),
             {m_places.preferredInstallLocation(), reasonOf(error)});
+    }
+    // Without its new name on disk, the copy may be gone after a loss of power: what it was copied from, be
+    // it in a disk image, stays then, and so does what it replaced.
+    if (const TXError unsynced = files.syncFolder(destination.section(u'/', 0, -2))) {
+        log(u"ERROR -- Could not sync the folder of %@ (%@)"_s, {destination, unsynced.toString()});
+        if (replacement.hasReplaced())
+            log(u"ERROR -- What was at %@ is at %@"_s, {destination, replacement.oldPath()});
+        return fail(
+            moverText(u"The application was copied to %@, but the disk may not hold the copy: %@. The "
+                      "application that you opened is still where it was. Check the disk, then try "
+                      "again."_s),
+            {destination, reasonOf(unsynced)});
+    }
+    if (replacement.hasReplaced() && !trashOld(replacement, destination, destination)) {
+        (void)replacement.putBack(); // otherwise the log says where it is
         return Outcome::Failed;
     }
-    // The old copy goes next: by then the new one's name must be on disk, too.
-    if (const TXError unsynced = files.syncFolder(destination.section(u'/', 0, -2)))
-        log(u"WARNING -- Could not sync the folder of %@ (%@)"_s, {destination, unsynced.toString()});
     runTool(u"xattr"_s, {u"-d"_s, u"-r"_s, u"com.apple.quarantine"_s, destination});
     return Outcome::Moved;
+}
+
+bool MoveJob::trashOld(const Replacement &replacement, const QString &destination, const QString &shown) {
+    TXError why;
+    if (removeItemAtPath(replacement.oldPath(), destination, &why))
+        return true;
+    if (why.userInfo().contains(u"trashed"_s)) {
+        // All of it is in the Trash, but what is left here is no longer complete: under the name of an
+        // unfinished copy nobody puts it back, and the next move removes it.
+        (void)services().fileSystem->rename(replacement.oldPath(), replacement.stagedPath());
+        return true;
+    }
+    m_failureText = formatText(
+        moverText(u"What is at %@ already could not be moved to the Trash: %@. Remove it yourself, then try "
+                  "again."_s),
+        {shown, reasonOf(why)});
+    return false;
 }
 
 bool MoveJob::isMoved(Task &task) {

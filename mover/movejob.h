@@ -7,6 +7,7 @@
 
 namespace tx {
 
+class Replacement;
 class Task;
 
 /// Brings the application to its new place. Thread: main; alerts are modal, and copying blocks.
@@ -18,7 +19,7 @@ public:
 
     enum class Outcome {
         Moved,
-        Failed,       ///< the application stands where it stood, and nothing is left over
+        Failed,       ///< the application is still where it was
         OtherCopyRuns ///< a copy at the destination was opened; this process is to end
     };
     [[nodiscard]] Outcome performMove();
@@ -33,7 +34,14 @@ public:
 
 private:
     Outcome performUnauthorizedMove();
+    /// Its part under the application's lock.
+    Outcome replaceDestination(const QString &destination);
     Outcome performAuthorizedMove();
+    /// Remembers why the move fails, in the user's language.
+    Outcome fail(const QString &text, const QStringList &arguments);
+    /// Takes what was replaced to the Trash, as what was at the destination. False, with a failure text that
+    /// shows the path `shown`, when it is not there.
+    bool trashOld(const Replacement &replacement, const QString &destination, const QString &shown);
     /// Whether what the move would replace belongs to a package of the system, or that cannot be told.
     bool replacesPackage();
     bool isRunningAt(const QString &path) const;
@@ -50,8 +58,10 @@ private:
 };
 
 /// Moves an entry to the Trash; waits for it. False, with a line in the log, when that fails: nothing is
-/// deleted. `newPath`: where it is now.
-[[nodiscard]] bool removeItemAtPath(const QString &path, QString *newPath = nullptr, TXError *why = nullptr);
+/// deleted. `original`: the path in the same folder that it had before, to which it can be restored; its own
+/// when empty.
+[[nodiscard]] bool removeItemAtPath(const QString &path, const QString &original = {},
+                                    TXError *why = nullptr);
 /// Copies a tree; the error, with a line in the log, when that fails.
 [[nodiscard]] TXError copyItemAtPath(const QString &from, const QString &to);
 

@@ -67,6 +67,9 @@ public:
     virtual TXError move(const QString &from, const QString &to) = 0;
     /// Gives an entry another name on its file system, in one step; a file of that name is replaced.
     virtual TXError rename(const QString &from, const QString &to) = 0;
+    /// Swaps two entries of any kind in one step. EINVAL, ENOSYS or EOPNOTSUPP: this file system cannot do
+    /// that; EXDEV: a folder of a lower layer, which cannot be renamed either. Nothing has changed then.
+    virtual TXError exchange(const QString &a, const QString &b) = 0;
     /// Forces an entry, all that it holds and its name to disk.
     virtual TXError sync(const QString &path) = 0;
     /// Forces the names in a folder to disk.
@@ -83,6 +86,13 @@ public:
     virtual Result<std::unique_ptr<FileLock>> lock(const QString &path) = 0;
     /// As lock(), but EWOULDBLOCK at once when another holds it, be it in this process.
     virtual Result<std::unique_ptr<FileLock>> tryLock(const QString &path) = 0;
+    /// Takes the lock that everybody holds who changes the application at `bundlePath`, without waiting:
+    /// EWOULDBLOCK when another process holds it. Without the lock, for whatever reason, the application must
+    /// not be touched. The lock file is removed when the lock is let go.
+    virtual Result<std::unique_ptr<FileLock>> lockApplication(const QString &bundlePath) = 0;
+    /// Puts back the old application when an interrupted installation left it beside its place; no error
+    /// when there is none. The caller holds the application's lock.
+    virtual TXError undoInterruption(const QString &bundlePath) = 0;
 };
 
 /// The file system of this machine.

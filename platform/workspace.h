@@ -19,8 +19,10 @@ public:
     virtual TXError openFile(const QString &path) = 0;
     /// Shows the entry, selected, in the file manager.
     virtual TXError reveal(const QString &path) = 0;
-    /// Moves the entry to the desktop's Trash; never deletes. The new path.
-    virtual Result<QString> moveToTrash(const QString &path) = 0;
+    /// Moves the entry at `path` to the desktop's Trash; never deletes. The new path. In the Trash it is
+    /// named after `original`, in the same folder, to which it can be restored. An error whose user info has
+    /// "trashed" says where a complete copy is, of which the original could not all be removed.
+    virtual Result<QString> moveToTrash(const QString &path, const QString &original) = 0;
     /// Processes of this user that run the executable at this path.
     [[nodiscard]] virtual QList<qint64> runningApplications(const QString &executablePath) const = 0;
     /// The executables of all processes of this user that can be examined.

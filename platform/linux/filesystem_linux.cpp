@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "platform/filesystem.h"
 #include "platform/linux/bundlecontents.h"
+#include "platform/linux/interrupted.h"
 #include "platform/linux/posixfiles.h"
 #include "platform/linux/trustedpath.h"
 #include "platform/posixerror.h"
@@ -74,6 +75,20 @@ public:
 
 private:
     posix::Descriptor m_fd;
+};
+
+/// Removes its file while it still holds it: nobody else can have taken it then.
+class NativeApplicationLock final : public FileLock {
+public:
+    NativeApplicationLock(posix::Descriptor fd, std::string path)
+        : m_fd(std::move(fd))
+        , m_path(std::move(path)) {}
+    ~NativeApplicationLock() override { unlink(m_path.c_str()); }
+    Q_DISABLE_COPY_MOVE(NativeApplicationLock)
+
+private:
+    posix::Descriptor m_fd;
+    std::string m_path;
 };
 
 class NativeFileSystem final : public FileSystem {
@@ -198,6 +213,10 @@ public:
                    : posixError(errno, u"Cannot replace"_s, to);
     }
 
+    TXError exchange(const QString &a, const QString &b) override {
+        return toError(posix::exchange(native(a), native(b)), u"Cannot replace"_s);
+    }
+
     TXError sync(const QString &path) override {
         posix::FileError error = posix::syncFileSystem(native(path));
         if (!error)
@@ -253,6 +272,20 @@ public:
 
     Result<std::unique_ptr<FileLock>> tryLock(const QString &path) override {
         return take(path, LOCK_EX | LOCK_NB);
+    }
+
+    Result<std::unique_ptr<FileLock>> lockApplication(const QString &bundlePath) override {
+        const std::string path = lockPathFor(native(bundlePath));
+        posix::Descriptor fd;
+        if (const posix::FileError error = posix::takeLock(path, fd))
+            return toError(error, u"Cannot lock"_s);
+        return std::unique_ptr<FileLock>(new NativeApplicationLock(std::move(fd), path));
+    }
+
+    TXError undoInterruption(const QString &bundlePath) override {
+        RepairFiles files;
+        bool putBack = false;
+        return toError(tx::undoInterruption(native(bundlePath), files, putBack), u"Cannot put back"_s);
     }
 
 private:

@@ -29,10 +29,8 @@ bool isAbsent(const std::string &path) {
 } // namespace
 
 std::string stagedPathFor(const std::string &bundlePath) { return besideBundle(bundlePath, ".txupdate-new"); }
-std::string backupPathFor(const std::string &bundlePath) { return besideBundle(bundlePath, ".txupdate-old"); }
-std::string wholePathFor(const std::string &bundlePath) {
-    return besideBundle(bundlePath, ".txupdate-whole");
-}
+std::string backupPathFor(const std::string &bundlePath) { return besideBundle(bundlePath, backupSuffix); }
+std::string wholePathFor(const std::string &bundlePath) { return besideBundle(bundlePath, wholeSuffix); }
 std::string gonePathFor(const std::string &bundlePath) { return besideBundle(bundlePath, ".txupdate-gone"); }
 std::string movedPathFor(const std::string &bundlePath) { return besideBundle(bundlePath, movedSuffix); }
 std::string lockPathFor(const std::string &bundlePath) { return besideBundle(bundlePath, ".txupdate-lock"); }

@@ -41,18 +41,18 @@ public:
     }
     Q_DISABLE_COPY_MOVE(Trash)
 
-    Result<QString> take(const QString &path) {
+    Result<QString> take(const QString &path, const QString &original) {
         for (const QString &folder : {m_folder, m_folder + u"/files"_s, m_folder + u"/info"_s}) {
             if (const TXError error = makeFolder(folder))
                 return error;
         }
-        const QString name = path.section(u'/', -1);
+        const QString name = original.section(u'/', -1);
         for (int copy = 1;; ++copy) {
             const QString unique = copy == 1 ? name : name + u'.' + QString::number(copy);
             if (services().fileSystem->exists(m_folder + u"/files/"_s + unique))
                 continue;
             const QString info = m_folder + u"/info/"_s + unique + u".trashinfo"_s;
-            const TXError reserved = services().fileSystem->writeNewFile(info, infoAbout(path));
+            const TXError reserved = services().fileSystem->writeNewFile(info, infoAbout(original));
             if (reserved && reserved.code() == EEXIST)
                 continue;
             if (reserved)
@@ -65,8 +65,9 @@ public:
             }
             // A copy that is complete stays, with its info: the original could not be removed, maybe not all
             // of it.
-            if (!services().fileSystem->exists(target))
-                (void)services().fileSystem->remove(info);
+            if (services().fileSystem->exists(target))
+                return error.withUserInfo({{u"path"_s, path}, {u"trashed"_s, target}});
+            (void)services().fileSystem->remove(info);
             return error;
         }
     }
@@ -112,10 +113,11 @@ QString trashOfVolume(const QString &top) {
 
 } // namespace
 
-Result<QString> moveToTrash(const QString &entry) {
+Result<QString> moveToTrash(const QString &entry, const QString &originalEntry) {
     if (!services().fileSystem->exists(entry))
         return posixError(ENOENT, u"Cannot move to the Trash:"_s, entry);
     const QString path = QFileInfo(entry).absoluteFilePath();
+    const QString original = QFileInfo(originalEntry).absoluteFilePath();
     const QString data = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation);
     if (!QDir::isAbsolutePath(data))
         return posixError(ENOENT, u"There is no Trash for"_s, path);
@@ -127,11 +129,11 @@ Result<QString> moveToTrash(const QString &entry) {
         if (!top.endsWith(u'/'))
             top += u'/';
         if (path.startsWith(top)) {
-            if (Result<QString> trashed = Trash(trashOfVolume(top), top).take(path))
+            if (Result<QString> trashed = Trash(trashOfVolume(top), top).take(path, original))
                 return trashed;
         }
     }
-    return Trash(data + u"/Trash"_s, {}).take(path);
+    return Trash(data + u"/Trash"_s, {}).take(path, original);
 }
 
 } // namespace tx

@@ -46,7 +46,9 @@ public:
         return task ? TXError() : task.error();
     }
 
-    Result<QString> moveToTrash(const QString &path) override { return tx::moveToTrash(path); }
+    Result<QString> moveToTrash(const QString &path, const QString &original) override {
+        return tx::moveToTrash(path, original);
+    }
 
     QList<qint64> runningApplications(const QString &executablePath) const override {
         QList<qint64> result;

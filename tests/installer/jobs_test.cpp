@@ -124,6 +124,30 @@ TEST_F(MovedApplication, InterruptedBetweenTwoRenamesComesBack) {
     EXPECT_EQ(treeOf(destination), oldTree);
 }
 
+TEST_F(MovedApplication, WhatAnInterruptedInstallationLeftDoesNotComeBackOverTheMovedOne) {
+    const QString whole = QString::fromStdString(tx::wholePathFor(destination.toStdString()));
+    for (const bool isThere : {true, false}) {
+        prepare();
+        tx::test::makeBundle(whole, {.build = u"0"_s});
+        if (!isThere)
+            QDir(destination).removeRecursively();
+        EXPECT_EQ(move(), "");
+        EXPECT_FALSE(tx::restoreBackup(destination.toStdString())) << "as the relaunch does";
+        EXPECT_EQ(treeOf(destination), newTree);
+        EXPECT_TRUE(strays().isEmpty()) << strays().join(u' ').toStdString();
+    }
+    // One that cannot be undone is left alone.
+    prepare();
+    tx::test::makeBundle(whole, {.build = u"0"_s});
+    QDir(destination).removeRecursively();
+    const QStringList before = treeOf(folder);
+    files.failing = 2;
+    EXPECT_THAT(move(), testing::HasSubstr("an interrupted installation of " + destination.toStdString() +
+                                           " cannot be undone: "));
+    EXPECT_EQ(files.done[1], u"rename Host.app"_s);
+    EXPECT_EQ(treeOf(folder), before) << "and the lock is free again";
+}
+
 TEST_F(MovedApplication, FilesOfAnotherUserAreNotCopied) {
     // Only root can make another user's file; another user's rule stands in for it otherwise.
     if (geteuid() == 0) {

@@ -359,6 +359,18 @@ TEST_F(AppMoverImage, ImageIsDetachedAndDeletedInsteadOfTrashed) {
     EXPECT_TRUE(workspace.trashed.isEmpty());
 }
 
+TEST_F(AppMoverImage, ImageStaysWhenTheDiskMayNotHoldTheCopy) {
+    setImages(QVariantMap{{u"images"_s, QVariantList{image(path(u"my.img"_s), {path(u"it's mounted"_s)})}}});
+    files.failOn(u"syncFolder"_s, EIO);
+    EXPECT_EQ(move(), -1);
+    EXPECT_TRUE(exits.isEmpty());
+    for (const tx::TaskRequest &task : tasks.started)
+        EXPECT_NE(task.program, u"/bin/sh"_s) << task.arguments.value(1).toStdString();
+    EXPECT_TRUE(QFileInfo::exists(path(u"it's mounted/Host.app"_s)));
+    EXPECT_THAT(alerts.last().informative.toStdString(),
+                testing::HasSubstr("the disk may not hold the copy"));
+}
+
 TEST_F(AppMover, MovesRelaunchesAndDisposesOfTheOldCopy) {
     const QString old = startFrom(u"home/Loads"_s, u"1042"_s, u"it's \"new\" $HOME.app"_s);
     const QStringList content = treeOf(old);
@@ -500,15 +512,16 @@ TEST_F(AppMover, WhatStoodThereComesBackWhenTheCopyCannotTakeItsName) {
     const QString destination = QFileInfo(local).canonicalFilePath() + u"/Host.app"_s;
     tx::test::makeBundle(destination, {.build = u"7"_s});
     const QStringList older = treeOf(destination);
-    files.failOn(u"move"_s, EIO, destination);
-    files.observer = [this, moves = 0](const QString &operation, const QString &to) mutable {
-        if (operation == u"move" && to == QFileInfo(local).canonicalFilePath() + u"/Host.app"_s &&
-            ++moves == 2)
-            files.failOn(u"move"_s, EIO, u"nowhere"_s);
+    // A file system that cannot exchange two entries, and where the first rename to that name fails.
+    files.decide = [destination, renames = 0](const QString &operation, const QString &to) mutable {
+        if (operation == u"exchange")
+            return EINVAL;
+        return operation == u"rename" && to == destination && ++renames == 1 ? EIO : 0;
     };
     EXPECT_EQ(move(), -1);
     EXPECT_EQ(treeOf(destination), older);
     EXPECT_EQ(namesIn(local), QStringList{u"Host.app"_s});
+    EXPECT_TRUE(workspace.trashed.isEmpty());
 }
 
 TEST_F(AppMover, LeftoversOfAKilledMoveAreCleared) {

@@ -1,135 +1,16 @@
 // SPDX-License-Identifier: MIT
-// The mover with real disks, a real trash and processes that are killed.
-#include "core/host_p.h"
-#include "mover/movejob.h"
-#include "platform/mainbundle.h"
-#include "platform/packageowner.h"
-#include "platform/services.h"
-#include "tests/support/builders.h"
-#include "tests/support/environment.h"
-#include "tests/support/fakes.h"
+// The mover with real disks, a real trash and entries in the way.
+#include "tests/mover/moverfaulttest.h"
 
-#include <TarvixUpdate/TXUpdateAppMover.h>
-
-#include <QFile>
-#include <QFileInfo>
-
-#include <csignal>
-#include <sys/wait.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 using namespace Qt::StringLiterals;
+using tx::test::MoverFault;
 using tx::test::namesIn;
 using tx::test::treeOf;
 
 namespace {
-
-class MoverFault : public tx::test::FrameworkTest {
-protected:
-    tx::test::FaultFileSystem files;
-    const QString source = path(u"home/Loads/Host.app"_s);
-    QString local = path(u"opt"_s);
-    int exits = 0;
-
-    MoverFault() {
-        tx::services().folders.userApplications = [this] { return path(u"home/Apps"_s); };
-        tx::services().folders.localApplications = [this] { return local; };
-        tx::services().exitProcess = [this](int) { ++exits; };
-        tx::services().presentAlert = [](const tx::Alert &) { return 0; };
-        QDir().mkpath(local);
-        tx::test::makeBundle(source, {.build = u"8"_s});
-        for (int i = 0; i < 20; ++i)
-            tx::test::writeFile(source + u"/Contents/Resources/%1"_s.arg(i), QByteArray(5000, 'x'));
-        tx::setMainBundle(TXBundle(source));
-        tx::resetHost();
-    }
-    /// Moves without starting anything.
-    int move() {
-        const tx::test::RecordingTasks tasks;
-        return TXUpdateAppMover::moveToApplicationsFolderWithoutAsking();
-    }
-    QString destination() const { return local + u"/Host.app"_s; }
-};
-
-TEST_F(MoverFault, KilledAtAnyChangeItLosesNothingAndTheNextMoveCleansUp) {
-    const QStringList content = treeOf(source);
-    tx::test::makeBundle(destination(), {.build = u"7"_s});
-    const QStringList older = treeOf(destination());
-    int killed = 0;
-    for (int at = 1;; ++at) {
-        if (!QFileInfo::exists(destination()))
-            tx::test::makeBundle(destination(), {.build = u"7"_s});
-        // Each case is a process of its own, so that no thread is lost in the child.
-        const pid_t child = fork();
-        if (child == 0) {
-            int changes = 0;
-            files.observer = [&](const QString &operation, const QString &) {
-                const bool changesDisk = operation == u"copy" || operation == u"move" ||
-                                         operation == u"remove" || operation == u"sync";
-                if (changesDisk && ++changes == at)
-                    raise(SIGKILL);
-            };
-            (void)move();
-            _exit(0);
-        }
-        int status = 0;
-        ASSERT_EQ(waitpid(child, &status, 0), child);
-        if (WIFEXITED(status))
-            break;
-        ++killed;
-        ASSERT_EQ(treeOf(source), content) << "change " << at;
-        if (QFileInfo::exists(destination()))
-            ASSERT_TRUE(treeOf(destination()) == older || treeOf(destination()) == content)
-                << "change " << at;
-        else // its turn in the Trash, before the copy takes its name
-            ASSERT_EQ(treeOf(path(u"home/.local/share/Trash/files/Host.app.2"_s)), older)
-                << "change " << at << ", after one whose name was reserved and no more";
-    }
-    EXPECT_EQ(killed, 6) << "clearing, copying, syncing, trashing, renaming, trashing the old copy";
-    EXPECT_EQ(namesIn(local), QStringList{u"Host.app"_s}) << "the last move came through";
-    EXPECT_EQ(treeOf(destination()), content);
-    EXPECT_FALSE(QFileInfo::exists(source));
-}
-
-TEST_F(MoverFault, ApplicationOfAPackageIsNotReplaced) {
-    const tx::PackageDatabases before = tx::packageDatabases();
-    tx::packageDatabases() = {path(u"dpkg"_s), {}, {}};
-    const QString list = path(u"dpkg/info/notes.list"_s);
-    tx::test::makeBundle(destination(), {.build = u"7"_s});
-    const QStringList older = treeOf(destination());
-    const QStringList content = treeOf(source);
-    std::string told;
-    tx::services().presentAlert = [&](const tx::Alert &alert) {
-        told = alert.informative.toStdString();
-        return 0;
-    };
-    const auto expectRefused = [&](const char *reason) {
-        EXPECT_EQ(move(), -1);
-        EXPECT_EQ(treeOf(destination()), older);
-        EXPECT_EQ(treeOf(source), content);
-        EXPECT_EQ(namesIn(local), QStringList{u"Host.app"_s});
-        EXPECT_THAT(logLines().join(u'\n').toStdString(), testing::HasSubstr(reason));
-    };
-    tx::test::writeFile(list, destination().toUtf8() + "/Contents/Info.plist\n");
-    expectRefused("Host.app is not replaced: it belongs to the package notes of dpkg");
-    EXPECT_EQ(told, destination().toStdString() +
-                        " is not replaced, because it belongs to the package notes of dpkg. Use that "
-                        "application, or remove the package first.");
-    QFile::remove(list);
-    QDir().mkpath(list);
-    expectRefused("whether it belongs to a package could not be determined");
-    EXPECT_THAT(told, testing::HasSubstr("notes.list"));
-    // A link to such an application is no more than a link.
-    QDir().rmdir(list);
-    tx::test::writeFile(list, path(u"usr/Host.app\n"_s).toUtf8());
-    ASSERT_TRUE(QDir(destination()).removeRecursively());
-    tx::test::makeBundle(path(u"usr/Host.app"_s), {.build = u"7"_s});
-    ASSERT_TRUE(QFile::link(path(u"usr/Host.app"_s), destination()));
-    EXPECT_EQ(move(), 1) << logLines().join(u'\n').toStdString();
-    EXPECT_TRUE(QFileInfo::exists(path(u"usr/Host.app/Contents"_s)));
-    EXPECT_EQ(treeOf(destination()), content);
-    tx::packageDatabases() = before;
-}
 
 TEST_F(MoverFault, MovesToAnotherFileSystem) {
     QTemporaryDir other(u"/dev/shm/mover-XXXXXX"_s);
@@ -146,9 +27,10 @@ TEST_F(MoverFault, MovesToAnotherFileSystem) {
     EXPECT_EQ(treeOf(destination()), content);
     EXPECT_EQ(namesIn(local).filter(u"Host"_s), QStringList{u"Host.app"_s});
     // What stood there is in the Trash of its own file system, or, where that takes none, in the home's.
-    struct stat trash {};
+    struct stat volumeTrash {};
     const QString mine = u"/dev/shm/.Trash-%1"_s.arg(getuid());
-    EXPECT_TRUE(stat(QFile::encodeName(mine).constData(), &trash) == 0 && trash.st_dev == there.st_dev);
+    EXPECT_TRUE(stat(QFile::encodeName(mine).constData(), &volumeTrash) == 0 &&
+                volumeTrash.st_dev == there.st_dev);
     QString found;
     for (const QString &name : namesIn(mine + u"/info"_s)) {
         const QByteArray info = tx::test::readFile(mine + u"/info/"_s + name);
@@ -182,9 +64,8 @@ TEST_F(MoverFault, CompleteCopyInTheTrashStaysWhenTheOriginalCannotAllBeRemoved)
 }
 
 TEST_F(MoverFault, WhatOthersPutIntoTheTrashMeanwhileStays) {
-    const QString trash = path(u"home/.local/share/Trash"_s);
     files.failOn(u"move"_s, EIO, u"/Trash/files"_s);
-    files.observer = [trash](const QString &operation, const QString &) {
+    files.observer = [this](const QString &operation, const QString &) {
         if (operation == u"move")
             tx::test::writeFile(trash + u"/files/another's"_s, "x");
     };

@@ -291,12 +291,13 @@ TEST_F(Desktop, RevealAsksTheFileManager) {
 
 TEST_F(Desktop, TrashTakesAFileAndLeavesNoStrayFolder) {
     tx::test::writeFile(path(u"home/file.txt"_s), "x");
-    const auto trashed = tx::nativeWorkspace().moveToTrash(path(u"home/file.txt"_s));
+    const auto trashed =
+        tx::nativeWorkspace().moveToTrash(path(u"home/file.txt"_s), path(u"home/file.txt"_s));
     ASSERT_TRUE(bool(trashed)) << trashed.error().toString().toStdString();
     EXPECT_TRUE(trashed->startsWith(path(u"home/.local/share/Trash/files/"_s))) << trashed->toStdString();
     EXPECT_EQ(tx::test::readFile(*trashed), QByteArray("x"));
     EXPECT_FALSE(QFileInfo::exists(path(u"home/file.txt"_s)));
-    EXPECT_FALSE(bool(tx::nativeWorkspace().moveToTrash(path(u"home/none"_s))));
+    EXPECT_FALSE(bool(tx::nativeWorkspace().moveToTrash(path(u"home/none"_s), path(u"home/none"_s))));
 }
 
 } // namespace

@@ -157,6 +157,11 @@ TXError FaultFileSystem::rename(const QString &from, const QString &to) {
         return error;
     return m_before->rename(from, to);
 }
+TXError FaultFileSystem::exchange(const QString &a, const QString &b) {
+    if (TXError error = failure(u"exchange"_s, b))
+        return error;
+    return m_before->exchange(a, b);
+}
 TXError FaultFileSystem::move(const QString &from, const QString &to) {
     if (TXError error = failure(u"move"_s, to))
         return error;
@@ -196,6 +201,16 @@ Result<std::unique_ptr<FileLock>> FaultFileSystem::tryLock(const QString &path) 
     if (TXError error = failure(u"tryLock"_s, path))
         return error;
     return m_before->tryLock(path);
+}
+Result<std::unique_ptr<FileLock>> FaultFileSystem::lockApplication(const QString &bundlePath) {
+    if (TXError error = failure(u"lockApplication"_s, bundlePath))
+        return error;
+    return m_before->lockApplication(bundlePath);
+}
+TXError FaultFileSystem::undoInterruption(const QString &bundlePath) {
+    if (TXError error = failure(u"undoInterruption"_s, bundlePath))
+        return error;
+    return m_before->undoInterruption(bundlePath);
 }
 Result<std::unique_ptr<FileLock>> FaultFileSystem::lock(const QString &path) {
     if (TXError error = failure(u"lock"_s, path))
@@ -237,11 +252,11 @@ TXError RecordingWorkspace::reveal(const QString &path) {
     revealed.append(path);
     return {};
 }
-Result<QString> RecordingWorkspace::moveToTrash(const QString &path) {
+Result<QString> RecordingWorkspace::moveToTrash(const QString &path, const QString &original) {
     if (trashFails)
         return posixError(EIO, u"Cannot move to the Trash"_s, path);
-    trashed.append(path);
-    return m_before->moveToTrash(path);
+    trashed.append(original);
+    return m_before->moveToTrash(path, original);
 }
 QStringList RecordingWorkspace::runningExecutables() const {
     return m_before->runningExecutables() + running;

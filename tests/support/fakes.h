@@ -44,6 +44,7 @@ public:
     TXError linkOrCopy(const QString &from, const QString &to) override;
     TXError move(const QString &from, const QString &to) override;
     TXError rename(const QString &from, const QString &to) override;
+    TXError exchange(const QString &a, const QString &b) override;
     TXError sync(const QString &path) override;
     TXError syncFolder(const QString &path) override;
     Result<std::unique_ptr<OutputFile>> create(const QString &path) override;
@@ -52,6 +53,8 @@ public:
     TXError removeExtendedAttribute(const QString &path, const QByteArray &name) override;
     Result<std::unique_ptr<FileLock>> lock(const QString &path) override;
     Result<std::unique_ptr<FileLock>> tryLock(const QString &path) override;
+    Result<std::unique_ptr<FileLock>> lockApplication(const QString &bundlePath) override;
+    TXError undoInterruption(const QString &bundlePath) override;
 
 private:
     TXError failure(const QString &operation, const QString &path) const;
@@ -91,7 +94,7 @@ public:
     TXError openUrl(const QUrl &url) override;
     TXError openFile(const QString &path) override;
     TXError reveal(const QString &path) override;
-    Result<QString> moveToTrash(const QString &path) override;
+    Result<QString> moveToTrash(const QString &path, const QString &original) override;
     QList<qint64> runningApplications(const QString &executablePath) const override;
     QStringList runningExecutables() const override;
     void terminate() override;
@@ -100,7 +103,7 @@ public:
     QStringList opened;
     QStringList revealed;
     QStringList running; ///< executables, beside the real ones
-    QStringList trashed;
+    QStringList trashed; ///< by the names that they had
     bool trashFails = false;
     int terminations = 0;
     bool background = false;

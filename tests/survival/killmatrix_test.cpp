@@ -129,9 +129,7 @@ protected:
             } else {
                 EXPECT_EQ(treeOf(destination), newTree);
             }
-            if (QFileInfo::exists(destination)) {
-                EXPECT_TRUE(treeOf(destination) == oldTree || treeOf(destination) == newTree);
-            }
+            EXPECT_TRUE(treeOf(destination) == oldTree || treeOf(destination) == newTree);
             EXPECT_TRUE(last.status != 0 || treeOf(destination) == newTree) << last.text.constData();
         }
         setPlan({}, {});
