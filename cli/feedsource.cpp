@@ -2,10 +2,11 @@
 #include "cli/feedsource.h"
 
 #include "feed/feedlimits.h"
-#include "feed/jsonreader.h"
+#include "feed/jsonvalues.h"
 #include "platform/queues.h"
 #include "platform/services.h"
 #include "platform/urlloading.h"
+#include <TarvixUpdate/TXUpdateFeed.h>
 
 #include <QEventLoop>
 #include <QFile>

@@ -5,14 +5,11 @@
 #include "feed/feedentry.h"
 #include "feed/feedvalues.h"
 #include "feed/itemdate.h"
-#include "feed/jsonreader.h"
+#include "feed/jsonentries.h"
 #include "install/unarchiver.h"
 #include "install/updatedownload.h"
 #include "platform/urldownload.h"
 
-#include <QJsonArray>
-#include <QJsonDocument>
-#include <QJsonObject>
 #include <QSet>
 
 using namespace Qt::StringLiterals;
@@ -21,8 +18,8 @@ namespace tx::cli {
 
 namespace {
 
-bool isPost(const QJsonObject &entry) {
-    const QString type = entry[u"type"_s].toString();
+bool isPost(const JsonEntry &entry) {
+    const QString type = entry.value(u"type"_s).text;
     return type == u"post" || type == u"post.v2";
 }
 
@@ -56,18 +53,18 @@ public:
         : m_name(std::move(name))
         , m_doubts(doubts) {}
 
-    void look(const QJsonObject &entry, qsizetype index) {
+    void look(const JsonEntry &entry, qsizetype index) {
         m_index = index;
-        const bool build = entry[u"type"_s].toString() == u"build";
+        const bool build = entry.value(u"type"_s).text == u"build";
         if (!build && !isPost(entry))
             return; // dropped as a whole
-        const QString date = entry[u"date"_s].toString();
+        const QString date = entry.value(u"date"_s).text;
         if (!entry.contains(u"date"_s))
             doubt(u"no date"_s);
         else if (!itemDateFromString(date).isValid())
             doubt(badDate(u"date"_s, date));
-        if (entry.contains(u"endDate"_s) && !itemDateFromString(entry[u"endDate"_s].toString()).isValid())
-            doubt(badDate(u"endDate"_s, entry[u"endDate"_s].toString()));
+        if (entry.contains(u"endDate"_s) && !itemDateFromString(entry.value(u"endDate"_s).text).isValid())
+            doubt(badDate(u"endDate"_s, entry.value(u"endDate"_s).text));
         lookAtMembers(entry);
         if (build)
             lookAtBuild(entry);
@@ -76,28 +73,28 @@ public:
 private:
     void doubt(const QString &reason) { m_doubts.append({m_name, m_index, reason}); }
 
-    void lookAtMembers(const QJsonObject &entry) {
+    void lookAtMembers(const JsonEntry &entry) {
         for (auto it = entry.begin(); it != entry.end(); ++it) {
             const std::string name = it.key().toStdString();
             if (!FeedEntry::memberNamed(name)) {
                 doubt(u"unknown member \"%1\""_s.arg(it.key()));
                 continue;
             }
-            if (!it.value().isString())
+            if (!it->isText)
                 doubt(u"\"%1\" is no text"_s.arg(it.key()));
             if (!it.key().endsWith(u"URL"_s) && it.key() != u"url")
                 continue;
-            if (!isWebAddress(it.value().toString()))
-                doubt(badAddress(it.value().toString(), it.key()));
+            if (!isWebAddress(it->text))
+                doubt(badAddress(it->text, it.key()));
         }
     }
 
-    void lookAtBuild(const QJsonObject &entry) {
-        const QString build = entry[u"build"_s].toString();
+    void lookAtBuild(const JsonEntry &entry) {
+        const QString build = entry.value(u"build"_s).text;
         if (m_builds.contains(build))
             doubt(u"duplicate build \"%1\""_s.arg(build));
         m_builds.insert(build);
-        if (const QString reason = doubtAboutArchive(entry[u"downloadURL"_s].toString(), build);
+        if (const QString reason = doubtAboutArchive(entry.value(u"downloadURL"_s).text, build);
             !reason.isNull())
             doubt(reason);
     }
@@ -168,23 +165,13 @@ private:
     qsizetype m_index = 0;
 };
 
-void forEachEntry(const QByteArray &jsonFeed,
-                  const std::function<void(const QString &, const QJsonObject &, qsizetype)> &work) {
-    const QJsonObject tracks = QJsonDocument::fromJson(asUtf8(jsonFeed)).object();
-    for (auto track = tracks.begin(); track != tracks.end(); ++track) {
-        qsizetype index = 0;
-        const QJsonArray entries = track.value().toArray();
-        for (const auto &entry : entries)
-            work(track.key(), entry.toObject(), index++);
-    }
-}
-
 } // namespace
 
 QList<SkippedEntry> doubtsAbout(const QByteArray &jsonFeed) {
     QList<SkippedEntry> doubts;
     std::map<QString, TrackCheck> checks;
-    forEachEntry(jsonFeed, [&](const QString &track, const QJsonObject &entry, qsizetype index) {
+    // The reader has complained about a document that cannot be read.
+    (void)forEachJsonEntry(jsonFeed, [&](const QString &track, const JsonEntry &entry, qsizetype index) {
         checks.try_emplace(track, track, doubts).first->second.look(entry, index);
     });
     return doubts;
@@ -212,9 +199,9 @@ QList<SkippedEntry> insecureArchives(const QByteArray &feed, bool isJson) {
                  "have the feed from an https URL"_s.arg(address)});
     };
     if (isJson) {
-        forEachEntry(feed, [&look](const QString &track, const QJsonObject &entry, qsizetype index) {
-            if (entry[u"type"_s].toString() == u"build")
-                look(track, entry[u"downloadURL"_s].toString(), index);
+        (void)forEachJsonEntry(feed, [&look](const QString &track, const JsonEntry &entry, qsizetype index) {
+            if (entry.value(u"type"_s).text == u"build")
+                look(track, entry.value(u"downloadURL"_s).text, index);
         });
     } else {
         (void)forEachAppcastItem(feed, [&look](const AppcastItem &item, qsizetype index) -> TXError {
@@ -228,8 +215,9 @@ QList<SkippedEntry> insecureArchives(const QByteArray &feed, bool isJson) {
 
 QList<SkippedEntry> endedPosts(const QByteArray &jsonFeed, const QDateTime &now) {
     QList<SkippedEntry> ended;
-    forEachEntry(jsonFeed, [&](const QString &track, const QJsonObject &entry, qsizetype index) {
-        const QString text = entry[u"endDate"_s].toString();
+    // The reader has complained about a document that cannot be read.
+    (void)forEachJsonEntry(jsonFeed, [&](const QString &track, const JsonEntry &entry, qsizetype index) {
+        const QString text = entry.value(u"endDate"_s).text;
         const QDateTime end = itemDateFromString(text);
         if (isPost(entry) && end.isValid() && now > end)
             ended.append({track, index, u"endDate %1 has passed"_s.arg(text)});

@@ -8,15 +8,11 @@
 #include "feed/feedbudget.h"
 #include "feed/feedvalues.h"
 #include "feed/itemdate.h"
+#include "feed/jsonvalues.h"
 #include "feed/updateentry.h"
 
 #include <TarvixUpdate/TXLog.h>
 
-#include <QStringDecoder>
-
-#include <simdjson.h>
-
-#include <cstring>
 #include <utility>
 
 using namespace Qt::StringLiterals;
@@ -26,190 +22,6 @@ namespace tx {
 namespace {
 
 using Member = FeedEntry::Member;
-namespace ondemand = simdjson::ondemand;
-using simdjson::error_code;
-
-constexpr int deepestNesting = 256;
-/// Of a member that is a list or an object.
-constexpr size_t longestTextForm = 1 << 20;
-constexpr int depthOfMember = 4; // within the document, its track and its entry
-
-QString fromUtf8(std::string_view text) {
-    return QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size()));
-}
-
-bool isDigit(char c) { return c >= '0' && c <= '9'; }
-
-/// Takes digits off the front; false where there are none.
-bool takeDigits(std::string_view &text) {
-    const size_t before = text.size();
-    while (!text.empty() && isDigit(text.front()))
-        text.remove_prefix(1);
-    return text.size() != before;
-}
-
-bool take(std::string_view &text, std::string_view characters) {
-    if (text.empty() || characters.find(text.front()) == std::string_view::npos)
-        return false;
-    text.remove_prefix(1);
-    return true;
-}
-
-/// Whether a text is a number in the words of JSON, of whatever size.
-bool isNumber(std::string_view text) {
-    (void)take(text, "-");
-    if (!take(text, "0") && !takeDigits(text))
-        return false;
-    if (take(text, ".") && !takeDigits(text))
-        return false;
-    if (take(text, "eE")) {
-        (void)take(text, "+-");
-        if (!takeDigits(text))
-            return false;
-    }
-    return text.empty();
-}
-
-/// A number as it is written. The parser would refuse integers of more than 64 bits and numbers that no
-/// double can hold, which are JSON all the same.
-error_code readNumber(ondemand::value value, std::string_view &text) {
-    text = value.raw_json_token(); // with the blanks behind it
-    text = text.substr(0, text.find_last_not_of(" \t\n\r") + 1);
-    return isNumber(text) ? simdjson::SUCCESS : simdjson::NUMBER_ERROR;
-}
-
-void appendQuoted(std::string &json, std::string_view text) {
-    constexpr char hexadecimal[] = "0123456789abcdef";
-    json += '"';
-    for (const char c : text) {
-        const auto value = static_cast<unsigned char>(c);
-        if (c == '"' || c == '\\')
-            (json += '\\') += c;
-        else if (value < 0x20)
-            ((json += "\\u00") += hexadecimal[value >> 4]) += hexadecimal[value & 0x0F];
-        else
-            json += c;
-    }
-    json += '"';
-}
-
-/// The text of a string. Nearly all of them hold no escapes and are taken from the document as they are.
-error_code readText(ondemand::value value, std::string_view &text) {
-    const std::string_view token = value.raw_json_token(); // with the quotes, and blanks behind them
-    if (std::memchr(token.data(), '\\', token.size()))
-        return value.get_string().get(text);
-    const size_t end = token.rfind('"');
-    if (end == std::string_view::npos || end == 0)
-        return simdjson::STRING_ERROR;
-    text = token.substr(1, end - 1);
-    ondemand::raw_json_string unused;
-    return value.get_raw_json_string().get(unused);
-}
-
-/// The name of a member, likewise.
-template <typename Field>
-error_code readName(Field &field, std::string_view &name) {
-    ondemand::raw_json_string raw;
-    if (const error_code error = field.key().get(raw))
-        return error;
-    const char *end = raw.raw();
-    while (*end != '"' && *end != '\\') // there is a quote: the parser has looked for it
-        ++end;
-    if (*end == '\\')
-        return field.unescaped_key().get(name);
-    name = {raw.raw(), static_cast<size_t>(end - raw.raw())};
-    return simdjson::SUCCESS;
-}
-
-error_code readNull(ondemand::value value) {
-    bool isNull = false;
-    const error_code error = value.is_null().get(isNull);
-    return !error && !isNull ? simdjson::N_ATOM_ERROR : error;
-}
-
-/// Reads a value to its end, so that whatever is wrong in it is found, and writes it as JSON without blanks
-/// when that is wanted. `depth`: of the value.
-error_code walk(ondemand::value value, int depth, std::string *json) {
-    if (depth > deepestNesting)
-        return simdjson::DEPTH_ERROR;
-    if (json && json->size() > longestTextForm)
-        return simdjson::CAPACITY;
-    ondemand::json_type type{};
-    if (const error_code error = value.type().get(type))
-        return error;
-    switch (type) {
-    case ondemand::json_type::array: {
-        ondemand::array array;
-        if (const error_code error = value.get_array().get(array))
-            return error;
-        char before = '[';
-        for (auto element : array) {
-            ondemand::value child;
-            if (const error_code error = element.get(child))
-                return error;
-            if (json)
-                *json += std::exchange(before, ',');
-            if (const error_code error = walk(child, depth + 1, json))
-                return error;
-        }
-        if (json)
-            *json += before == '[' ? "[]" : "]";
-        return simdjson::SUCCESS;
-    }
-    case ondemand::json_type::object: {
-        ondemand::object object;
-        if (const error_code error = value.get_object().get(object))
-            return error;
-        char before = '{';
-        for (auto field : object) {
-            std::string_view key;
-            if (const error_code error = readName(field, key))
-                return error;
-            if (json) {
-                *json += std::exchange(before, ',');
-                appendQuoted(*json, key);
-                *json += ':';
-            }
-            ondemand::value child;
-            if (const error_code error = field.value().get(child))
-                return error;
-            if (const error_code error = walk(child, depth + 1, json))
-                return error;
-        }
-        if (json)
-            *json += before == '{' ? "{}" : "}";
-        return simdjson::SUCCESS;
-    }
-    case ondemand::json_type::string: {
-        std::string_view text;
-        const error_code error = readText(value, text);
-        if (!error && json)
-            appendQuoted(*json, text);
-        return error;
-    }
-    case ondemand::json_type::number: {
-        std::string_view number;
-        const error_code error = readNumber(value, number);
-        if (!error && json)
-            *json += number;
-        return error;
-    }
-    case ondemand::json_type::boolean: {
-        bool boolean = false;
-        const error_code error = value.get_bool().get(boolean);
-        if (!error && json)
-            *json += boolean ? "true" : "false";
-        return error;
-    }
-    case ondemand::json_type::null: {
-        if (json)
-            *json += "null";
-        return readNull(value);
-    }
-    }
-    return simdjson::TAPE_ERROR;
-}
-
 /// Stores one member as a text. What is no text stands in its text form.
 error_code store(FeedEntry &entry, Member member, ondemand::value value) {
     ondemand::json_type type{};
@@ -454,49 +266,7 @@ private:
     bool m_isTooMuch = false;
 };
 
-/// The document's bytes in UTF-8 with the room behind them that the parser needs, which is usually there: a
-/// copy of the whole document is made only where it is not.
-class PaddedDocument {
-public:
-    explicit PaddedDocument(QByteArray data)
-        : m_bytes(std::move(data)) {
-        const auto encoding = QStringConverter::encodingForData(m_bytes);
-        if (encoding == QStringConverter::Utf8)
-            m_begin = 3;
-        else if (encoding)
-            m_bytes = asUtf8(m_bytes);
-        const qsizetype needed = m_bytes.size() + static_cast<qsizetype>(simdjson::SIMDJSON_PADDING);
-        if (m_bytes.capacity() >= needed)
-            return;
-        QByteArray copy;
-        copy.reserve(needed);
-        copy.append(m_bytes);
-        m_bytes = copy;
-    }
-    [[nodiscard]] simdjson::padded_string_view view() const {
-        return simdjson::padded_string_view(m_bytes.constData() + m_begin, size(),
-                                            size() + simdjson::SIMDJSON_PADDING);
-    }
-    [[nodiscard]] size_t size() const { return static_cast<size_t>(m_bytes.size() - m_begin); }
-
-private:
-    QByteArray m_bytes;
-    qsizetype m_begin = 0; ///< behind a byte order mark
-};
-
 } // namespace
-
-QByteArray asUtf8(const QByteArray &data) {
-    const auto encoding = QStringConverter::encodingForData(data);
-    if (!encoding)
-        return data;
-    if (*encoding == QStringConverter::Utf8)
-        return data.mid(3);
-    QStringDecoder decoder(*encoding);
-    const QString text = decoder.decode(data);
-    // The decoder lets halves of characters pass, which would become question marks.
-    return decoder.hasError() || !text.isValidUtf16() ? QByteArray() : text.toUtf8();
-}
 
 Result<TXUpdateFeed::TrackMap> readJsonFeed(QByteArray data, const ReaderContext &context) {
     FeedBudget budget(data.size());

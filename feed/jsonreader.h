@@ -17,7 +17,4 @@ TXUpdatePtr json_updateFromDictionary(const FeedEntry &entry, QString *failureRe
 /// An entry of type "post" or "post.v2".
 TXUpdatePostPtr json_postFromDictionary(const FeedEntry &entry, QString *failureReason);
 
-/// The same document in UTF-8 without a byte order mark, which UTF-16 and UTF-32 documents must begin with.
-[[nodiscard]] QByteArray asUtf8(const QByteArray &data);
-
 } // namespace tx

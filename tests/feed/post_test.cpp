@@ -60,11 +60,12 @@ TEST(ItemDate, RulesAgreeWithTheZoneDatabase) {
 }
 
 TEST(HandledDate, OwnOffsetDoesNotDependOnTheUsersZone) {
+    const bool wasSet = qEnvironmentVariableIsSet("TZ");
     const QByteArray before = qgetenv("TZ");
     qputenv("TZ", "America/Los_Angeles"); // where 2 to 3 o'clock of this day does not exist
     EXPECT_EQ(tx::handledPostDate(u"2023-03-12T02:30:00+0000"_s).toUTC().toString(Qt::ISODate),
               u"2023-03-12T02:30:00Z"_s);
-    qputenv("TZ", before);
+    wasSet ? qputenv("TZ", before) : qunsetenv("TZ"); // set to nothing it means UTC
 }
 
 TEST(HandledDate, TakesAZoneAndRefusesTheFeedsForm) {

@@ -163,6 +163,33 @@ TEST_F(TxUpdate, ValidateListsWhatIsDroppedAndDoubtful) {
     EXPECT_EQ(run({u"feed"_s, u"validate"_s, file("{")}).status, 1);
 }
 
+TEST_F(TxUpdate, ValidateFindsTheSameFaultsBesideNumbersOfAnySize) {
+    const auto complaints = [this](const QString &number) {
+        const QString feed = uR"({"release":[
+            {"type":"build","build":1043,"downloadURL":"http://e.org/a.rar","bogus":"x"},
+            {"type":"build","build":1044,"downloadURL":"https://e.org/a.zip","date":"May 1"},
+            {"type":"build","build":1043,"downloadURL":"https://e.org/b.zip","date":"2026-05-01 10:00:00"},
+            {"type":"post","url":"https://e.org/","date":"2026-05-01 10:00:00","endDate":"2001-01-01 00:00:00"}],
+            "other":[{"type":"build","build":"1","downloadURL":"https://e.org/","title":%1}]})"_s;
+        const ProcessResult result = run(
+            {u"feed"_s, u"validate"_s, file(feed.arg(number).toUtf8()), u"--url"_s, u"https://e.org/f"_s});
+        EXPECT_EQ(result.status, 1);
+        return result.output.toStdString();
+    };
+    const std::string expected = complaints(u"1"_s);
+    for (const char *line :
+         {"error: release[0]: the archive's URL \"http://e.org/a.rar\" is not https",
+          "error: release[3]: endDate 2001-01-01 00:00:00 has passed",
+          "warning: release[0]: unknown member \"bogus\"",
+          "warning: release[0]: the archive \"a.rar\" cannot be unpacked",
+          "warning: release[1]: the date \"May 1\"", "warning: release[1]: \"build\" is no text",
+          "warning: release[2]: duplicate build \"1043\"", "warning: other[0]: \"title\" is no text"})
+        EXPECT_THAT(expected, testing::HasSubstr(line));
+    EXPECT_THAT(expected, testing::Not(testing::HasSubstr("release[1]: duplicate")));
+    for (const QString &number : {u"1e999"_s, u"18446744073709551616"_s, QString(400, u'7'), u"-0.5E-999"_s})
+        EXPECT_EQ(complaints(number), expected) << number.toStdString();
+}
+
 TEST_F(TxUpdate, ShowAndValidateSayWhichArchivesAnHttpsFeedMayNotName) {
     const QString jsonFeed = file(R"({"release":[
         {"type":"build","build":"1043","downloadURL":"https://e.org/a.zip","date":"2026-05-01 10:00:00"},
