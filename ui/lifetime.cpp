@@ -4,6 +4,7 @@
 #include "platform/queues.h"
 
 #include <QCoreApplication>
+#include <QEvent>
 #include <QPointer>
 #include <QThread>
 
@@ -46,6 +47,7 @@ struct QuitSteps {
     }
     static void runAll() { instance().run(); }
     void run() {
+        const bool hasWork = !steps.empty() || !kept.empty();
         while (!steps.empty() || !kept.empty()) {
             for (const Step &step : std::exchange(steps, {})) {
                 if (step.context)
@@ -53,6 +55,10 @@ struct QuitSteps {
             }
             kept.clear();
         }
+        // Pages leave widgets behind that are deleted later. Nothing runs that any more, but for Qt 6.5 and
+        // newer at the very end of the process, when what these widgets need has gone.
+        if (hasWork && applicationIsEnding())
+            QCoreApplication::removePostedEvents(nullptr, QEvent::DeferredDelete);
     }
 };
 

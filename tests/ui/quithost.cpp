@@ -8,6 +8,7 @@
 //   post                   a post window
 //   late, latepost         as window; another panel, or a post window, is opened while the application quits
 //   first                  a panel is opened for the first time while the application quits
+//   exit                   as window; SIGTERM closes it and calls exit()
 //   after                  as window; another panel is opened once the event loop has ended
 
 #include "platform/services.h"
@@ -22,6 +23,7 @@
 
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -71,6 +73,14 @@ void showPanel(const QUrl &notes) {
     panelWithNotes(notes)->showWindow([](int) { say("panel closed"); });
 }
 
+/// As a host may, without the event loop in between.
+[[noreturn]] void closeAndExit() {
+    keptPanel->closeWithCode(0);
+    keptPanel.reset();
+    say("exiting");
+    std::exit(0);
+}
+
 void show(const QString &what, const QUrl &notes, QWidget &window) {
     if (what == u"sheet") {
         panelWithNotes(notes)->beginSheetModalForWindow(&window, [](int) { say("panel closed"); });
@@ -98,7 +108,7 @@ void show(const QString &what, const QUrl &notes, QWidget &window) {
     } else if (what != u"first") {
         const auto panel = panelWithNotes(notes);
         panel->showWindow([](int) { say("panel closed"); });
-        if (what == u"kept")
+        if (what == u"kept" || what == u"exit")
             keptPanel = panel;
         if (what == u"closing")
             QObject::connect(QCoreApplication::instance(), &QCoreApplication::aboutToQuit, panel.get(),
@@ -136,6 +146,8 @@ int main(int argc, char **argv) {
             char number = 0;
             if (read(signalPipe[0], &number, 1) == 1 && number == SIGUSR1)
                 window.close();
+            else if (what == u"exit")
+                closeAndExit();
             else
                 QCoreApplication::quit();
         });

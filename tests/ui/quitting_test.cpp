@@ -80,6 +80,16 @@ INSTANTIATE_TEST_SUITE_P(Windows, Quitting,
                          testing::Values("window", "sheet", "modal", "kept", "closing", "controller", "post"),
                          [](const auto &shown) { return std::string(shown.param); });
 
+using QuittingAtOnce = Quitting;
+
+// The engine deletes widgets of its own later; exit() must not do that when Qt is half gone.
+TEST_F(QuittingAtOnce, ExitRightAfterTheWindowClosedEndsInTheOrdinaryWay) {
+    start("exit");
+    ASSERT_TRUE(pageIsShown());
+    signalHost(SIGTERM);
+    expectOrdinaryEnd("exiting\n");
+}
+
 /// A page that is opened when the application has begun to quit goes with the application object.
 class QuittingLate : public Quitting {};
 
