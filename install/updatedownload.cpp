@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "install/updatedownload.h"
 
+#include "core/host_p.h"
 #include "core/names.h"
 #include "core/settings.h"
 #include "install/archivelimits.h"
@@ -165,6 +166,10 @@ void UpdateDownload::begin(TXUpdate &update, Choice choice, const TXUpdate::Prog
     if (const TXError refusal = update.downloadRefusal()) {
         TXLog(TXLogLevelFailure, u"TXUpdate: The update is not downloaded: %@"_s, {refusal.toString()});
         endUnbegun(refusal);
+        return;
+    }
+    if (const TXError noIdentity = checkHostIdentity()) { // nothing could be found in its archive
+        endUnbegun(noIdentity);
         return;
     }
     const QPointer<TXUpdate> guard(&update);

@@ -134,7 +134,7 @@ public:
     /// Downloads the archive into the update cache directory. Does nothing, and never calls the handlers,
     /// while downloading and once downloaded. `progress` may be null. Ends a download that the framework
     /// began by itself. Errors: TXURLErrorDomain, or "TXUpdater" for a file that went missing, a folder that
-    /// is in use, and `downloadRefusal`.
+    /// is in use, `downloadRefusal`, and a host whose Info.plist does not say which application it is.
     void downloadWithProgress(const ProgressHandler &progress, const CompletionHandler &completion);
     /// Ends a running download; its completion handler gets a null error. The partial file is deleted.
     void cancelDownload();

@@ -54,6 +54,16 @@ TEST_F(Download, StoresTheArchiveAndReports) {
     EXPECT_EQ(info.st_mode & 0777, 0700U);
 }
 
+TEST_F(Download, HostThatDoesNotSayWhichApplicationItIsAsksTheServerForNothing) {
+    tx::setMainBundle(TXBundle(path(u"Bare.app"_s)));
+    tx::resetHost();
+    FeedServer server;
+    run(server.url(u"/App.zip"_s));
+    EXPECT_EQ(error, tx::hostIdentityError());
+    EXPECT_TRUE(server.requests().isEmpty());
+    expectIdle();
+}
+
 TEST_F(Download, FileAppearsWhenAllOfItIsOnDisk) {
     tx::test::FaultFileSystem files;
     QStringList steps;
