@@ -40,6 +40,13 @@ find_package(CLI11 QUIET)
 tarvix_need(CLI11_FOUND "CLI11")
 find_package(OpenSSL QUIET)
 tarvix_need(OPENSSL_FOUND "OpenSSL")
+# For the tools that stand alone. A tool that was linked to a shared library in place of a static one would fail only on
+# a machine without it.
+set(TARVIX_STATIC_LIBRARIES z acl bz2 lzma nettle zstd archive)
+foreach(name IN LISTS TARVIX_STATIC_LIBRARIES)
+  find_library(TARVIXUPDATE_STATIC_${name} lib${name}.a)
+  tarvix_need(TARVIXUPDATE_STATIC_${name} "the static library lib${name}.a (or set TARVIXUPDATE_STATIC_${name} to its path)")
+endforeach()
 if(TARVIXUPDATE_BUILD_TESTS)
   find_package(GTest QUIET)
   tarvix_need(GTest_FOUND "GoogleTest with GoogleMock, for the tests")

@@ -1,26 +1,15 @@
 # The stand-alone tools run beside bundles that bring their own libraries, on machines that may have none of them:
-# everything but the C library is inside them. A static library that is missing ends the configuration, as a tool that
-# was linked to the shared one would fail only on such a machine.
+# everything but the C library is inside them.
 
-# tarvix_static_library(NAME PACKAGE): the imported target tarvix_static_NAME for libNAME.a, which comes with PACKAGE.
-function(tarvix_static_library NAME PACKAGE)
-  find_library(TARVIXUPDATE_STATIC_${NAME} lib${NAME}.a)
-  if(NOT TARVIXUPDATE_STATIC_${NAME})
-    message(FATAL_ERROR
-      "The static library lib${NAME}.a was not found. The tools of the framework link everything but the C library "
-      "statically. Install it (Debian: apt-get install ${PACKAGE}), or set TARVIXUPDATE_STATIC_${NAME} to its path.")
-  endif()
+# tarvix_static_library(NAME): the imported target tarvix_static_NAME for libNAME.a, which Requirements.cmake has found.
+function(tarvix_static_library NAME)
   add_library(tarvix_static_${NAME} STATIC IMPORTED GLOBAL)
   set_target_properties(tarvix_static_${NAME} PROPERTIES IMPORTED_LOCATION ${TARVIXUPDATE_STATIC_${NAME}})
 endfunction()
 
-tarvix_static_library(z zlib1g-dev)
-tarvix_static_library(acl libacl1-dev)
-tarvix_static_library(bz2 libbz2-dev)
-tarvix_static_library(lzma liblzma-dev)
-tarvix_static_library(nettle nettle-dev)
-tarvix_static_library(zstd libzstd-dev)
-tarvix_static_library(archive libarchive-dev)
+foreach(name IN LISTS TARVIX_STATIC_LIBRARIES)
+  tarvix_static_library(${name})
+endforeach()
 # What its readers of tar and zip archives and its writer to disk refer to. Its other formats, which would need XML
 # and more, are not linked.
 target_link_libraries(tarvix_static_archive INTERFACE
