@@ -13,6 +13,7 @@
 #include <QMouseEvent>
 #include <QPixmap>
 #include <QProcess>
+#include <QProgressBar>
 #include <QScreen>
 #include <QTableView>
 #include <QWindow>
@@ -47,6 +48,13 @@ QString titleOf(const char *part) {
     return button ? button->text() : QString();
 }
 
+/// Shows the notes of a version, if there are so many.
+void selectVersion(int row) {
+    QDialog *dialog = dialogWith("versionsTableView");
+    if (auto *list = dialog ? dialog->findChild<QTableView *>(QStringLiteral("versionsTableView")) : nullptr)
+        list->selectRow(row);
+}
+
 /// Later: what a modal window's button does must not run inside this object's timer.
 void press(const char *part) {
     QTimer::singleShot(0, qApp, [part] {
@@ -73,6 +81,23 @@ void pressReturn(const char *part) {
         QKeyEvent up(QEvent::KeyRelease, Qt::Key_Return, {}, QStringLiteral("\r"));
         QApplication::sendEvent(target, &down);
         QApplication::sendEvent(target, &up);
+    });
+}
+
+/// The framework's alert or question.
+QMessageBox *alert() {
+    for (QWidget *widget : QApplication::topLevelWidgets()) {
+        if (auto *box = qobject_cast<QMessageBox *>(widget); box && box->isVisible())
+            return box;
+    }
+    return nullptr;
+}
+
+/// As if the user had pressed the Escape key.
+void closeAlert() {
+    QTimer::singleShot(0, qApp, [] {
+        if (QMessageBox *box = alert())
+            box->reject();
     });
 }
 
@@ -113,6 +138,8 @@ Walkthrough::Walkthrough(NoteWindow &window, const QString &folder)
     QDir().mkpath(folder);
     if (TXUpdateHost::host()->version() == QStringLiteral("1"))
         oldBuild();
+    else if (TXUpdateHost::host()->bundle().bundlePath().contains(QStringLiteral("/Downloads/")))
+        downloadedBuild();
     else
         newBuild();
     QRect place = m_window.frameGeometry();
@@ -130,10 +157,22 @@ void Walkthrough::oldBuild() {
         {QStringLiteral("2-checking"), [] { return dialogWith("theContentView") != nullptr; }, [] {}},
         {QStringLiteral("3-update"),
          [] { return titleOf("installButton") == QStringLiteral("Download Update"); },
-         [] { press("installButton"); }, 1500},
+         [] { selectVersion(2); }, 1500},
+        {QStringLiteral("3-plain-notes"), [] { return buttonIn("installButton") != nullptr; },
+         [] {
+             selectVersion(0);
+             press("installButton");
+         },
+         1500},
         {QStringLiteral("4-downloading"),
-         [] { return titleOf("installButton") == QStringLiteral("Install Later"); }, [] {}, 150,
-         [] { return titleOf("installButton") == QStringLiteral("Install && Relaunch"); }},
+         [] {
+             const QDialog *panel = dialogWith("progressIndicator");
+             const auto *bar =
+                 panel ? panel->findChild<QProgressBar *>(QStringLiteral("progressIndicator")) : nullptr;
+             return titleOf("installButton") == QStringLiteral("Install Later") && bar &&
+                    bar->value() > bar->maximum() / 4;
+         },
+         [] {}, 0, [] { return titleOf("installButton") == QStringLiteral("Install && Relaunch"); }},
         {QStringLiteral("5-downloaded"),
          [] { return titleOf("installButton") == QStringLiteral("Install && Relaunch"); },
          [this] {
@@ -155,8 +194,23 @@ void Walkthrough::oldBuild() {
 
 void Walkthrough::newBuild() {
     m_steps = {
-        {QStringLiteral("6-new-version"), [this] { return m_window.isVisible(); },
-         [this] { QTimer::singleShot(0, m_window.checkAction, &QAction::trigger); }},
+        {QStringLiteral("6-new-version"),
+         [this] { return m_window.isVisible() && m_window.checkAction->isEnabled(); },
+         [this] {
+             m_feed = TXUpdater::sharedUpdater()->feedURL();
+             TXUpdater::sharedUpdater()->setFeedURL(QUrl(QStringLiteral("http://127.0.0.1:1/feed.json")));
+             QTimer::singleShot(0, m_window.checkAction, &QAction::trigger);
+         }},
+        {QStringLiteral("6-unreachable"), [] { return alert() != nullptr; }, [] { closeAlert(); }},
+        {QString(),
+         [this] {
+             return !QApplication::activeModalWidget() && !alert() && m_window.checkAction->isEnabled();
+         },
+         [this] {
+             TXUpdater::sharedUpdater()->setFeedURL(m_feed);
+             QTimer::singleShot(0, m_window.checkAction, &QAction::trigger);
+         },
+         0},
         {QStringLiteral("7-up-to-date"),
          [] {
              const QDialog *panel = dialogWith("theContentView");
@@ -171,6 +225,19 @@ void Walkthrough::newBuild() {
          [this] { QTimer::singleShot(0, &m_window, &QWidget::close); }, 0},
         {QStringLiteral("9-at-quit"), [] { return dialogWith("_bottomBarCloseButton") != nullptr; },
          [] { press("_bottomBarCloseButton"); }, 1500},
+    };
+}
+
+void Walkthrough::downloadedBuild() {
+    m_steps = {
+        {QString(), [this] { return m_window.isVisible(); },
+         [] {
+             QTimer::singleShot(0, qApp,
+                                [] { (void)TXUpdateAppMover::moveToApplicationsFolderIfNecessary(); });
+         }},
+        {QStringLiteral("10-move"), [] { return alert() != nullptr; }, [] { closeAlert(); }},
+        {QString(), [] { return alert() == nullptr; },
+         [] { QTimer::singleShot(0, qApp, [] { QCoreApplication::exit(0); }); }, 0},
     };
 }
 
@@ -211,6 +278,9 @@ QString Walkthrough::takePicture(const QString &file) const {
     const QString camera = qEnvironmentVariable("TARVIX_NOTES_CAMERA");
     if (!camera.isEmpty())
         return askCamera(camera, file);
+    // The texts belong to the bar beside them.
+    for (QWidget *widget : QApplication::topLevelWidgets())
+        widget->repaint();
     // The screen and not the widgets: this is what people see.
     QScreen *screen = m_window.screen();
     // The windows' own frames: widgets hear of theirs late.

@@ -5,6 +5,7 @@
 
 #include <QElapsedTimer>
 #include <QTimer>
+#include <QUrl>
 
 #include <functional>
 
@@ -12,7 +13,8 @@
 /// log, and leaves a picture of it in a folder when it can: where the toolkit cannot look at the screen (on
 /// Wayland), the program that TARVIX_NOTES_CAMERA names is run with the picture's path. It goes on without
 /// pictures. In the old build: check, offer, download, install, which the application's question about
-/// unsaved notes stops once. In the new one: up to date, news, news at quit.
+/// unsaved notes stops once. In the new one: a server that does not answer, up to date, news, news at quit.
+/// An application in the Downloads folder asks whether it is to be moved, which is declined.
 class Walkthrough final : public QObject {
     Q_OBJECT
 public:
@@ -32,9 +34,11 @@ private:
     [[nodiscard]] QString takePicture(const QString &file) const;
     void oldBuild();
     void newBuild();
+    void downloadedBuild();
 
     NoteWindow &m_window;
     QString m_folder;
+    QUrl m_feed; ///< of the application, while another one is asked
     QList<Step> m_steps;
     QTimer m_timer;
     QElapsedTimer m_waiting;

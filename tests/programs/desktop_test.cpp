@@ -151,6 +151,7 @@ TEST_P(OnADesktop, WholeUpdateFromTheMenuToTheNewBuild) {
         waitUntil([&] { return tx::test::readFile(launches).contains("build=4 version=2.0"); }, 60000));
     EXPECT_EQ(tx::test::treeOf(app), content) << "byte for byte";
     EXPECT_TRUE(QFileInfo::exists(pictures + u"/5-unsaved.png"_s)) << "asked about unsaved notes";
+    EXPECT_TRUE(QFileInfo::exists(pictures + u"/6-unreachable.png"_s)) << "said that a server did not answer";
     EXPECT_THAT(tx::test::readFile(path(u"home/.local/share/tarvix-notes.txt"_s)).toStdString(),
                 testing::HasSubstr("Written before the update."));
     EXPECT_TRUE(waitUntil([&] { return !QImage(pictures + u"/9-at-quit.png"_s).isNull(); }, 120000))
@@ -194,7 +195,9 @@ TEST_F(Demonstration, ShowsItselfOnAVirtualDisplayWithoutADesktop) {
     EXPECT_THAT(done.output.toStdString(), testing::HasSubstr("Version 1.0 (build 1) became 2.0 (build 4)"));
     EXPECT_THAT(done.output.toStdString(), testing::Not(testing::HasSubstr("could not be taken")));
     EXPECT_THAT(tx::test::namesIn(pictures),
-                testing::IsSupersetOf({u"1-window.png"_s, u"3-update.png"_s, u"9-at-quit.png"_s}));
+                testing::IsSupersetOf({u"1-window.png"_s, u"2-checking.png"_s, u"3-update.png"_s,
+                                       u"3-plain-notes.png"_s, u"6-unreachable.png"_s, u"8-news.png"_s,
+                                       u"9-at-quit.png"_s, u"10-move.png"_s}));
 }
 
 TEST_F(Demonstration, SucceedsOnADesktopThatGivesNoPicturesAndSaysSo) {
