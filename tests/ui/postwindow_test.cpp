@@ -102,21 +102,31 @@ TEST_F(PostWindow, PageKnowsTheAnonymousIdentifierOnceItIsLoaded) {
     EXPECT_EQ(told(), "/told?undefined&" + TXUpdater::anonymousUUID().toLatin1());
 }
 
-TEST_F(PostWindow, FocusIsOnTheDefaultButtonAndStaysThereWhenThePageIsLoaded) {
+TEST_F(PostWindow, FocusIsOnTheDefaultButtonAndStaysThereWhenPagesAreLoaded) {
     // The identifier is there once the window has heard of the end of loading.
-    pages[u"/0.html"_s] =
-        "<input autofocus><script>const grab = () => { window.focus();"
-        "document.querySelector('input').focus(); }; onload = grab; const timer = setInterval(() => {"
-        "if (typeof TarvixUpdateAnonymousUUID === 'undefined') return; clearInterval(timer); grab();"
-        "fetch('/told?loaded'); }, 10);</script>";
-    controller->setPosts(makePosts(1));
+    for (const QString &page : {u"/0.html"_s, u"/1.html"_s})
+        pages[page] =
+            "<input autofocus><script>const grab = () => { window.focus();"
+            "document.querySelector('input').focus(); }; onload = grab; const timer = setInterval(() => {"
+            "if (typeof TarvixUpdateAnonymousUUID === 'undefined') return; clearInterval(timer); grab();"
+            "fetch('/told?' + location.pathname); }, 10);</script>";
+    controller->setPosts(makePosts(2));
+    const auto isLoaded = [this](const QByteArray &page) {
+        const QList<HttpRequest> requests = server.requests();
+        return std::any_of(requests.begin(), requests.end(),
+                           [&](const HttpRequest &request) { return request.target == "/told?" + page; });
+    };
     inModalSession([&] {
         EXPECT_TRUE(waitUntil([&] { return controller->window()->isActiveWindow(); }));
-        EXPECT_TRUE(waitUntil([&] { return !told().isEmpty(); }, 20000));
-        tx::test::drainEvents();
+        EXPECT_TRUE(waitUntil([&] { return isLoaded("/0.html"); }, 20000));
         EXPECT_TRUE(button()->isDefault());
         EXPECT_TRUE(button()->hasFocus()) << QApplication::focusWidget()->metaObject()->className();
         EXPECT_TRUE(controller->window()->testAttribute(Qt::WA_KeyboardFocusChange)) << "and is seen there";
+        // This page is loaded into a window that is active.
+        control()->segment(1)->click();
+        EXPECT_TRUE(waitUntil([&] { return isLoaded("/1.html"); }, 20000));
+        tx::test::drainEvents();
+        EXPECT_TRUE(button()->hasFocus()) << QApplication::focusWidget()->metaObject()->className();
         QTest::keyClick(QApplication::focusWidget(), Qt::Key_Return);
         EXPECT_FALSE(controller->window()->isVisible()) << "Return closes the window";
         if (controller->window()->isVisible())
