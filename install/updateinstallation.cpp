@@ -162,7 +162,11 @@ void UpdateInstallation::moveIntoDownloads(TXUpdate &update, const QString &appl
     if (!file.suffix().isEmpty())
         name += u'.' + file.suffix();
     const QString target = *downloads + u'/' + safeFileName(name);
-    if (const TXError error = services().fileSystem->move(application, target)) {
+    // Nothing is installed that could vouch for such a bit, and the user may copy it anywhere from there.
+    TXError error = services().fileSystem->dropSpecialBits(application);
+    if (!error)
+        error = services().fileSystem->move(application, target);
+    if (error) {
         TXLog(TXLogLevelFailure, u"[TXUpdate] Fallback to moving the update into Downloads failed: %@"_s,
               {error.toString()});
         install_failed(

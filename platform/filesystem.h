@@ -63,6 +63,8 @@ public:
     /// As copy(), but files of this user on the same file system are shared with the original, which makes it
     /// a matter of milliseconds: for a tree whose original is about to go.
     virtual TXError linkOrCopy(const QString &from, const QString &to) = 0;
+    /// Takes the set-user-ID and set-group-ID bits from all files of a tree. After an error some may be left.
+    virtual TXError dropSpecialBits(const QString &path) = 0;
     /// Moves to `to`, which must not exist, across file systems too.
     virtual TXError move(const QString &from, const QString &to) = 0;
     /// Gives an entry another name on its file system, in one step; a file of that name is replaced.

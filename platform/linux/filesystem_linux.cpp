@@ -184,6 +184,10 @@ public:
         return makeTree({.linksFiles = true}, from, to);
     }
 
+    TXError dropSpecialBits(const QString &path) override {
+        return toError(posix::dropSpecialBits(native(path)), u"Cannot take rights from"_s);
+    }
+
     TXError move(const QString &from, const QString &to) override {
         const std::string source = native(from);
         const std::string target = native(to);

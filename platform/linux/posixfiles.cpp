@@ -51,6 +51,20 @@ bool dropAccessLists(int entry) {
            (fremovexattr(entry, "system.posix_acl_default") == 0 || isWithout(errno));
 }
 
+/// The path by which calls that take no descriptor reach what a descriptor holds, one opened with O_PATH
+/// included.
+std::string pathOf(const Descriptor &entry) { return "/proc/self/fd/" + std::to_string(entry.get()); }
+
+/// Whether a file has an access list or capabilities, which a copy would not have.
+bool hasRightsOfItsOwn(const Descriptor &file) {
+    const std::string path = pathOf(file);
+    for (const char *name : {"system.posix_acl_access", "security.capability"}) {
+        if (getxattr(path.c_str(), name, nullptr, 0) >= 0 || !isWithout(errno))
+            return true;
+    }
+    return false;
+}
+
 /// Copies the user's extended attributes; a target that has none is no error. Those of the system (access
 /// lists among them) and of security modules belong to the place, and can give rights.
 FileError copyAttributes(int from, int to, const std::string &path) {
@@ -111,7 +125,11 @@ FileError copyData(int from, int to, off_t size, const std::string &path) {
             written += w;
         }
     }
-    return {};
+    // A file that was cut off meanwhile has no end to copy: half of it must not pass for all of it.
+    struct stat made {};
+    if (fstat(to, &made) != 0)
+        return failure(path);
+    return made.st_size < size ? FileError{EIO, path} : FileError{};
 }
 
 /// Copies one tree.
@@ -131,7 +149,7 @@ public:
             return copyDirectory(from, to,
                                  installed.isOpen() ? openInstalled(installed.get(), from.name.c_str())
                                                     : Descriptor());
-        if (S_ISREG(info.st_mode) && m_rules.linksFiles && linkFile(from, to, info))
+        if (S_ISREG(info.st_mode) && m_rules.linksFiles && linkFile(from, to))
             return {};
         if (S_ISREG(info.st_mode))
             return copyFile(from, to, installed);
@@ -163,14 +181,20 @@ public:
                                             Place(target, to.path + '/' + name), installed))
                 return error;
         }
+        // On a folder they hand the group down, and give nobody any rights.
         return finish(source, target, info, m_rules.bitsAsIn ? 0 : info.st_mode & specialBits, from.path);
     }
 
 private:
-    /// A second name for a file of this user; another user's file would keep its owner.
-    static bool linkFile(const Place &from, const Place &to, const struct stat &info) {
-        return info.st_uid == geteuid() &&
-               linkat(from.folder, from.name.c_str(), to.folder, to.name.c_str(), 0) == 0;
+    /// A second name for a file that gives nobody more rights than a copy would: the names share the owner,
+    /// the mode, the access list and the capabilities.
+    static bool linkFile(const Place &from, const Place &to) {
+        const Descriptor file(openat(from.folder, from.name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+        struct stat info {};
+        return file.isOpen() && fstat(file.get(), &info) == 0 && S_ISREG(info.st_mode) &&
+               info.st_uid == geteuid() && (info.st_mode & specialBits) == 0 && !hasRightsOfItsOwn(file) &&
+               writableByOthers(file.get(), from.path, info.st_uid).empty() &&
+               linkat(AT_FDCWD, pathOf(file).c_str(), to.folder, to.name.c_str(), AT_SYMLINK_FOLLOW) == 0;
     }
 
     bool isRefused(const struct stat &info) const {
@@ -227,13 +251,13 @@ private:
                   const std::string &name) const {
         const mode_t wanted = info.st_mode & specialBits;
         struct stat made {};
-        if (wanted == 0 || !m_rules.bitsAsIn)
-            return wanted;
-        if (fstat(to.get(), &made) != 0)
+        if (wanted == 0 || fstat(to.get(), &made) != 0)
             return 0;
-        const auto owner = newOwner(info);
-        return wanted & allowedBits(installed, name.c_str(), owner ? owner->first : made.st_uid,
-                                    owner ? owner->second : made.st_gid);
+        const auto [owner, group] = newOwner(info).value_or(std::pair(made.st_uid, made.st_gid));
+        if (m_rules.bitsAsIn)
+            return wanted & allowedBits(installed, name.c_str(), owner, group);
+        // Under another owner the program would run with that one's rights.
+        return owner == 0 && owner == info.st_uid && group == info.st_gid ? wanted : 0;
     }
 
     /// Gives what was made its attributes, owner, mode and times. A new owner takes the special bits away, so
@@ -321,9 +345,7 @@ int namesIn(int folder, std::vector<std::string> &names) {
 }
 
 /// Changes the mode of what a descriptor opened with O_PATH holds, which fchmod does not.
-bool changeModeOf(const Descriptor &entry, mode_t mode) {
-    return chmod(("/proc/self/fd/" + std::to_string(entry.get())).c_str(), mode) == 0;
-}
+bool changeModeOf(const Descriptor &entry, mode_t mode) { return chmod(pathOf(entry).c_str(), mode) == 0; }
 
 Descriptor &Descriptor::operator=(Descriptor &&other) noexcept {
     if (this != &other) {
@@ -413,6 +435,8 @@ FileError changeOwner(const Place &tree, uid_t owner, gid_t group) {
 FileError limitSpecialBits(const Place &tree, const Place &installed) {
     return limitBitsBelow(tree, openInstalled(installed.folder, installed.name.c_str()));
 }
+
+FileError dropSpecialBits(const Place &tree) { return limitBitsBelow(tree, Descriptor()); }
 
 FileError findSpecialFile(const Place &tree) {
     struct stat info {};

@@ -61,7 +61,8 @@ struct Place {
 /// How a tree is copied. By default everything is this process's own.
 struct CopyRules {
     /// Files of this user become second names of the same files where the file system has such; what is
-    /// written into one of the trees later shows in both.
+    /// written into one of the trees later shows in both. Only files to which nobody else may write, and that
+    /// have no special bits, access list or capabilities: those belong to the file, whatever its name.
     bool linksFiles = false;
     /// Files and folders of others are refused (EPERM), as for a tree that this user may change meanwhile:
     /// they could be second names of what only this process may read.
@@ -70,14 +71,16 @@ struct CopyRules {
     bool keepsOwners = false;
     /// As root: whom all of the copy is given to.
     std::optional<std::pair<uid_t, gid_t>> givenTo;
-    /// Set-user-ID and set-group-ID bits stay only as limitSpecialBits says for this bundle.
+    /// Set-user-ID and set-group-ID bits of files stay only as limitSpecialBits says for this bundle. Without
+    /// it, they stay on copies that are root's, as the original is, and in the same group.
     std::optional<Place> bitsAsIn;
 };
 
 /// Copies a file, link or tree to `to`, which must not exist: modes, times, links and extended attributes of
 /// the user stay, data is shared with the original where the file system can. Access lists, also those that
 /// the folder around would hand down, and attributes of the system are not copied. Special files are refused
-/// (EINVAL), as is what cannot be looked at. A copy that fails leaves what it made; the caller removes it.
+/// (EINVAL), as is what cannot be looked at. EIO: a file gave fewer bytes than its size. A copy that fails
+/// leaves what it made; the caller removes it.
 FileError copyTree(const Place &from, const Place &to, const CopyRules &rules = {});
 
 /// Removes a file, link or tree, however deep, read-only folders included. An absent one is no error.
@@ -90,6 +93,9 @@ FileError changeOwner(const Place &tree, uid_t owner, gid_t group);
 /// root's, when `installed` holds at the same path a regular file of root's that has it too; for a group's,
 /// one of the same group. Nobody but root may write to the folders that lead there, and no link does.
 FileError limitSpecialBits(const Place &tree, const Place &installed);
+
+/// The same for a tree that replaces nothing: no file of it keeps such a bit.
+FileError dropSpecialBits(const Place &tree);
 
 /// Null when the tree holds nothing but files, folders and links. EINVAL names a device, pipe or socket;
 /// another number an entry that could not be looked at.

@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "platform/linux/rootspath.h"
 
+#include "platform/linux/trustedpath.h"
+
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
@@ -33,9 +36,13 @@ std::string openStep(int folder, const std::string &name, const std::string &pat
 std::string notRootsOwn(const Step *above, const Step &step) {
     if (step.info.st_uid != 0)
         return step.path + " does not belong to root";
-    // With an access control list the group's bits are its mask: no entry of the list gives more.
+    // The others are here whoever is not root, the members of root's own group included.
     constexpr mode_t others = S_IWGRP | S_IWOTH;
     const bool isSticky = S_ISDIR(step.info.st_mode) && (step.info.st_mode & S_ISVTX) != 0;
+    // Access lists, and what cannot be looked at, count as everywhere else.
+    if (std::string problem = isSticky ? "" : writableByOthers(step.entry.get(), step.path, 0);
+        !problem.empty())
+        return problem;
     if ((step.info.st_mode & others) != 0 && !isSticky)
         return step.path + " can be written to by other users";
     // Another user can make an entry in such a folder, which may be a second name of a file of root's, or a

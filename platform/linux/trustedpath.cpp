@@ -36,14 +36,24 @@ const Entry *lookUp(int (*find)(Id, Entry *, char *, size_t, Entry **), Id id, E
     return nullptr;
 }
 
-/// True when another user than `user` and root has `group` as the primary one. Not all services list all
-/// their users; the name of the group tells as well.
+/// True when another user than `user` and root has `group` as the primary one, and when the list of users
+/// cannot be read to its end. Not all services list all their users; the name of the group tells as well.
 bool isPrimaryGroupOfOthers(gid_t group, uid_t user) {
     static std::mutex mutex; // the list of users has one reader in a process
     const std::lock_guard locker(mutex);
     bool result = false;
+    bool hasRoot = false;
     setpwent();
-    while (const struct passwd *entry = getpwent()) {
+    for (;;) {
+        errno = 0;
+        const struct passwd *entry = getpwent();
+        if (!entry) {
+            // ENOENT: a service without a database of its own. Some services lose the number of what went
+            // wrong in another one; a list that was read has root in it.
+            result = result || !hasRoot || (errno != 0 && errno != ENOENT);
+            break;
+        }
+        hasRoot = hasRoot || entry->pw_uid == 0;
         if (entry->pw_gid == group && entry->pw_uid != 0 && entry->pw_uid != user)
             result = true;
     }
@@ -224,7 +234,12 @@ std::string writableByOthers(int descriptor, const std::string &name, uid_t user
         return name + ": " + std::strerror(errno);
     return problemOf(name, info, user, Part::End,
                      [descriptor](const char *attribute, void *value, size_t size) {
-                         return fgetxattr(descriptor, attribute, value, size);
+                         const ssize_t length = fgetxattr(descriptor, attribute, value, size);
+                         if (length >= 0 || errno != EBADF)
+                             return length;
+                         // Opened with O_PATH, it has no other way to its attributes.
+                         const std::string path = "/proc/self/fd/" + std::to_string(descriptor);
+                         return getxattr(path.c_str(), attribute, value, size);
                      });
 }
 

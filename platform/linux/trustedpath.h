@@ -25,7 +25,7 @@ namespace tx::posix {
 /// followed.
 [[nodiscard]] std::string writableByOthers(const std::string &path, uid_t user);
 
-/// The same for an open file or folder, which `name` calls in words. Not for O_PATH.
+/// The same for an open file or folder, which `name` calls in words; it may have been opened with O_PATH.
 [[nodiscard]] std::string writableByOthers(int descriptor, const std::string &name, uid_t user);
 
 } // namespace tx::posix

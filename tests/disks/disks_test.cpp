@@ -24,8 +24,11 @@
 #include <QRegularExpression>
 
 #include <cerrno>
+#include <fcntl.h>
 #include <sys/mount.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 
@@ -537,6 +540,55 @@ TEST_F(Disks, GroupIsPrivateWhenNobodyElseIsInIt) {
             EXPECT_EQ(isTrusted(user), each.isTrusted) << user << ' ' << each.group << each.others;
             ASSERT_EQ(umount2("/etc/group", MNT_DETACH), 0);
             ASSERT_EQ(umount2("/etc/passwd", MNT_DETACH), 0);
+        }
+    }
+}
+
+TEST_F(Disks, GroupIsNotPrivateWhenTheUsersCannotAllBeListed) {
+    const QString file = path(u"file"_s);
+    writeFile(file, "x");
+    const uid_t user = geteuid();
+    ASSERT_EQ(chmod(QFile::encodeName(file).constData(), 0664), 0);
+    // A second service, whose list of users is opened while that of the first one still is. Where this
+    // process may not mount, the machine's own list cannot be made so; then nothing at all can be opened.
+    const auto put = [this](const char *place, const QByteArray &content) {
+        const QString source = path(QString::fromUtf8(place).section(u'/', -1));
+        writeFile(source, content);
+        const bool done = mount(QFile::encodeName(source).constData(), place, nullptr, MS_BIND, nullptr) == 0;
+        if (done)
+            mounted << QString::fromUtf8(place);
+        return done;
+    };
+    const QByteArray root = "root:x:0:0::/:/bin/sh\n";
+    const bool real = user == 0 && put("/etc/passwd", root) && put("/etc/group", "root:x:0:\n") &&
+                      put("/etc/nsswitch.conf", "passwd: files compat\ngroup: files\n");
+    EXPECT_TRUE(real || user != 0);
+    const auto isTrusted = [&] { return tx::posix::writableByOthers(file.toStdString(), user).empty(); };
+    // Loads what the services need, and remembers their order.
+    const bool isPrivate = isTrusted();
+    EXPECT_TRUE(isPrivate || !real);
+    for (int free = 0; free <= 1; ++free) {
+        const pid_t child = fork();
+        ASSERT_GE(child, 0);
+        if (child == 0) {
+            const int next = open("/", O_RDONLY | O_CLOEXEC);
+            const struct rlimit limit { static_cast<rlim_t>(next + free), static_cast<rlim_t>(next + free) };
+            close(next);
+            const bool isLimited = setrlimit(RLIMIT_NOFILE, &limit) == 0;
+            _exit(isLimited && !isTrusted() ? 0 : 1);
+        }
+        int status = -1;
+        ASSERT_EQ(waitpid(child, &status, 0), child);
+        // With one descriptor an ordinary user's machine may list all of its users.
+        EXPECT_TRUE(status == 0 || (free == 1 && !real)) << free << " more files can be opened";
+    }
+    // A list that was not read at all, and says nothing of it.
+    if (real && chown(QFile::encodeName(file).constData(), 4141, 4141) == 0) {
+        const QByteArray me = "me:x:4141:4141::/:/bin/sh\n";
+        ASSERT_TRUE(put("/etc/group", "me:x:4141:\n"));
+        for (const QByteArray &list : {root + me, me}) {
+            ASSERT_TRUE(put("/etc/passwd", list));
+            EXPECT_EQ(tx::posix::writableByOthers(file.toStdString(), 4141).empty(), list != me);
         }
     }
 }

@@ -207,6 +207,56 @@ TEST_F(WithoutInstaller, NewVersionGoesIntoDownloadsAndTheUserIsTold) {
                 testing::HasSubstr("[TXUpdate] Installing the update failed: NSCocoaErrorDomain"));
 }
 
+TEST_F(WithoutInstaller, SpecialBitsDoNotReachDownloads) {
+    const auto modeOf = [](const QString &file) {
+        struct stat info {};
+        EXPECT_EQ(lstat(QFile::encodeName(file).constData(), &info), 0) << file.toStdString();
+        return info.st_mode & 07777U;
+    };
+    const QString helper = u"/Contents/Resources/deep/helper"_s;
+    QList<tx::test::ArchiveEntry> entries = tx::test::entriesOf(path(u"staging/MyApp.app"_s));
+    entries += {{u"MyApp.app"_s + helper, tx::test::ArchiveEntry::File, "#!/bin/sh\n", 06755},
+                {u"MyApp.app/Contents/Resources/plain"_s, tx::test::ArchiveEntry::File, "x", 0644}};
+    QTemporaryDir otherDisk(u"/dev/shm/tarvix-XXXXXX"_s);
+    ASSERT_TRUE(otherDisk.isValid());
+    const QString downloads = tx::downloadsDirectoryPath();
+    tx::test::FaultFileSystem faults;
+    mode_t unpacked = 0;
+    faults.observer = [&](const QString &operation, const QString &place) {
+        if (operation == u"dropSpecialBits")
+            unpacked = modeOf(place + helper);
+    };
+    const auto installOnce = [&] {
+        QDir(cache).removeRecursively();
+        tx::test::makeArchive(cache + u"/MyApp - 2000.zip"_s, tx::test::ArchiveKind::Zip, entries);
+        chmod(cache.toUtf8().constData(), 0700);
+        calls = 0;
+        unpacked = 0;
+        installAndWait();
+        EXPECT_EQ(unpacked, 06755U) << "without the bits there is nothing to take away";
+    };
+    const QString inDownloads = downloads + u"/MyApp 2.1.app"_s;
+    for (const bool far : {false, true}) {
+        SCOPED_TRACE(far);
+        if (far) {
+            ASSERT_TRUE(QDir(downloads).removeRecursively());
+            ASSERT_TRUE(QFile::link(otherDisk.path(), downloads));
+        }
+        installOnce();
+        EXPECT_TRUE(error.isNull()) << error.toString().toStdString();
+        EXPECT_EQ(modeOf(inDownloads + helper), 0755U);
+        EXPECT_EQ(modeOf(inDownloads + u"/Contents/Resources/plain"_s), 0644U);
+        ASSERT_TRUE(QDir(inDownloads).removeRecursively());
+    }
+    // Where they cannot be taken away, nothing leaves the private folder.
+    faults.failOn(u"dropSpecialBits"_s, EIO);
+    installOnce();
+    EXPECT_EQ(error.domain(), u"TXUpdate"_s);
+    EXPECT_EQ(error.localizedDescription(), u"The application could not be installed automatically."_s);
+    EXPECT_TRUE(tx::test::namesIn(downloads).isEmpty());
+    EXPECT_TRUE(QFileInfo::exists(cache + u"/MyApp.app"_s + helper));
+}
+
 TEST_F(WithoutInstaller, ApplicationWithoutAnExtensionGetsNoDot) {
     for (const auto &[folder, name] :
          {std::pair(u"MyApp"_s, u"MyApp 2.1"_s), std::pair(u"My App."_s, u"My App 2.1"_s),

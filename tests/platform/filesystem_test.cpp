@@ -71,7 +71,9 @@ TEST_F(Files, CopyTakesNoRightsAlong) {
     QDir().mkpath(path(u"place"_s));
     EXPECT_EQ(tx::test::setAccessList(path(u"place"_s), accessFor(4242, 7), "default"), hasLists);
     ASSERT_TRUE(files.copy(tree, path(u"place/b"_s)).isNull());
-    for (const QString &entry : {u"place/b"_s, u"place/b/run"_s, u"place/b/deep"_s}) {
+    ASSERT_TRUE(files.linkOrCopy(tree, path(u"place/c"_s)).isNull());
+    for (const QString &entry : {u"place/b"_s, u"place/b/run"_s, u"place/b/deep"_s, u"place/c"_s,
+                                 u"place/c/run"_s, u"place/c/deep"_s}) {
         for (const char *name :
              {"system.posix_acl_access", "system.posix_acl_default", "security.tarvix", "trusted.tarvix"}) {
             EXPECT_LT(getxattr(QFile::encodeName(path(entry)).constData(), name, nullptr, 0), 0)
@@ -81,6 +83,143 @@ TEST_F(Files, CopyTakesNoRightsAlong) {
         ASSERT_EQ(stat(QFile::encodeName(path(entry)).constData(), &info), 0);
         EXPECT_EQ(info.st_mode & 0002, 0U);
     }
+}
+
+TEST_F(Files, CopyKeepsNoSpecialBitUnderAnotherOwner) {
+    const auto modeOf = [](const std::string &file) {
+        struct stat info {};
+        EXPECT_EQ(lstat(file.c_str(), &info), 0) << file;
+        return info.st_mode & 07777U;
+    };
+    const bool asRoot = geteuid() == 0;
+    const std::string tree = path(u"tree"_s).toStdString();
+    const std::string tool = tree + "/tool";
+    constexpr uid_t somebody = 65534;
+    const struct {
+        const char *what;
+        uid_t owner;
+        gid_t group;
+        mode_t bits;
+        posix::CopyRules rules;
+        bool asSomebody;
+        mode_t expected;
+    } cases[] = {
+        {"root's, copied by root", 0, 0, 06755, {}, false, 06755},
+        {"root's, copied by somebody", 0, 0, 04755, {}, true, 0755},
+        {"root's, of root's group, copied by somebody", 0, 0, 02755, {}, true, 0755},
+        {"somebody's own", somebody, somebody, 06755, {}, true, 0755},
+        {"somebody's, copied by root", somebody, somebody, 06755, {}, false, 0755},
+        {"somebody's, who keeps it", somebody, somebody, 06755, {.keepsOwners = true}, false, 0755},
+        {"root's, given away", 0, 0, 06755, {.givenTo = std::pair(somebody, somebody)}, false, 0755},
+        {"another group's", 0, 8, 06755, {}, false, 0755},
+        {"another group's, which keeps it", 0, 8, 06755, {.keepsOwners = true}, false, 06755},
+        {"root's, to be linked", 0, 0, 06755, {.linksFiles = true}, false, 06755},
+        {"somebody's, to be linked", somebody, somebody, 06755, {.linksFiles = true}, true, 0755},
+    };
+    int number = 0;
+    for (const auto &each : cases) {
+        SCOPED_TRACE(each.what);
+        (void)posix::removeTree(tree);
+        tx::test::writeFile(QString::fromStdString(tool), "x");
+        const bool isOwn = each.owner == somebody && each.asSomebody;
+        if (!asRoot && !isOwn)
+            continue; // an ordinary user has only files of its own to give such bits to
+        if (asRoot) {
+            ASSERT_EQ(chmod(path(u""_s).toUtf8().constData(), 0777), 0);
+            ASSERT_EQ(chmod(tree.c_str(), 0755), 0);
+            ASSERT_EQ(chown(tool.c_str(), each.owner, each.group), 0);
+        }
+        ASSERT_EQ(chmod(tool.c_str(), each.bits), 0);
+        const std::string copy = path(u"copy%1"_s.arg(++number)).toStdString();
+        if (asRoot && each.asSomebody) {
+            ASSERT_EQ(setegid(somebody), 0);
+            ASSERT_EQ(seteuid(somebody), 0);
+        }
+        const posix::FileError error = posix::copyTree(tree, copy, each.rules);
+        if (asRoot && each.asSomebody) {
+            ASSERT_EQ(seteuid(0), 0);
+            ASSERT_EQ(setegid(0), 0);
+        }
+        ASSERT_EQ(error.number, 0) << error.path;
+        EXPECT_EQ(modeOf(tool), each.bits);
+        EXPECT_EQ(modeOf(copy + "/tool"), each.expected);
+    }
+    // A program of the system's, as every user may copy it.
+    for (const char *program : {"/usr/bin/su", "/usr/bin/passwd", "/usr/bin/newgrp", "/usr/bin/mount"}) {
+        if (asRoot || access(program, R_OK) != 0)
+            continue;
+        const std::string copy = path(u"program%1"_s.arg(++number)).toStdString();
+        ASSERT_EQ(posix::copyTree(program, copy).number, 0);
+        EXPECT_EQ(modeOf(copy) & (S_ISUID | S_ISGID), 0U) << program;
+    }
+}
+
+TEST_F(Files, LinkSharesNoMoreRightsThanACopyWouldHave) {
+    // In memory, where there are access lists and capabilities whatever the test's own folder is on.
+    QTemporaryDir memory(u"/dev/shm/tarvix-XXXXXX"_s);
+    ASSERT_TRUE(memory.isValid());
+    const QString tree = memory.filePath(u"tree"_s);
+    const auto inode = [](const QString &file) {
+        struct stat info {};
+        EXPECT_EQ(lstat(QFile::encodeName(file).constData(), &info), 0) << file.toStdString();
+        return info.st_ino;
+    };
+    const struct {
+        const char *name;
+        mode_t mode;
+        std::vector<tx::test::AccessEntry> list;
+        bool isLinked;
+    } cases[] = {
+        {"plain", 0644, {}, true},
+        {"program", 0755, {}, true},
+        {"closed", 0, {}, true}, // needs no reading
+        {"everybody", 0646, {}, false},
+        {"setuid", 04755, {}, false},
+        {"setgid", 02755, {}, false},
+        {"writer", 0644, tx::test::accessFor(4242, 7), false},
+        {"reader", 0640, tx::test::accessFor(4242, 4), false},
+        {"capable", 0755, {}, false},
+    };
+    bool hasLists = false;
+    for (const auto &each : cases) {
+        const QString file = tree + u'/' + QString::fromUtf8(each.name);
+        tx::test::writeFile(file, "x");
+        ASSERT_EQ(chmod(QFile::encodeName(file).constData(), each.mode), 0);
+        hasLists = each.list.empty() ? hasLists : tx::test::setAccessList(file, each.list);
+    }
+    EXPECT_TRUE(hasLists || errno == EOPNOTSUPP);
+    // As file capabilities are stored: the second revision, with one right. Only root may set them.
+    const uint32_t capability[5] = {0x02000001, 1U << 10, 0, 0, 0};
+    const bool hasCapability = setxattr(QFile::encodeName(tree + u"/capable"_s).constData(),
+                                        "security.capability", capability, sizeof capability, 0) == 0;
+    EXPECT_TRUE(hasCapability || geteuid() != 0);
+    const QString target = memory.filePath(u"target"_s);
+    ASSERT_TRUE(files.linkOrCopy(tree, target).isNull());
+    for (const auto &each : cases) {
+        const QString name = u'/' + QString::fromUtf8(each.name);
+        const bool isListed = !each.list.empty();
+        if ((isListed && !hasLists) || (name == u"/capable" && !hasCapability))
+            continue; // without it, the file is like the others
+        EXPECT_EQ(inode(tree + name) == inode(target + name), each.isLinked) << each.name;
+        for (const char *attribute : {"system.posix_acl_access", "security.capability"}) {
+            EXPECT_LT(getxattr(QFile::encodeName(target + name).constData(), attribute, nullptr, 0), 0)
+                << each.name << ' ' << attribute;
+        }
+    }
+}
+
+TEST_F(Files, FileThatIsShorterThanItsSizeIsNotCopied) {
+    // Files that the kernel makes up have the size of a page and less in them, like one that is cut off while
+    // it is copied.
+    const QString file = u"/sys/kernel/profiling"_s;
+    struct stat info {};
+    ASSERT_EQ(stat(QFile::encodeName(file).constData(), &info), 0);
+    ASSERT_GT(info.st_size, tx::test::readFile(file).size());
+    EXPECT_EQ(files.copy(file, path(u"copy"_s)).code(), EIO);
+    EXPECT_FALSE(files.exists(path(u"copy"_s))) << "half of it does not stay";
+    // One that is longer, as /proc has them, is copied to its end.
+    ASSERT_TRUE(files.copy(u"/proc/self/limits"_s, path(u"limits"_s)).isNull());
+    EXPECT_GT(tx::test::readFile(path(u"limits"_s)).size(), 100);
 }
 
 TEST_F(Files, WhatCannotBeLookedAtIsNoPlainTree) {

@@ -147,6 +147,11 @@ TXError FaultFileSystem::linkOrCopy(const QString &from, const QString &to) {
         return error;
     return m_before->linkOrCopy(from, to);
 }
+TXError FaultFileSystem::dropSpecialBits(const QString &path) {
+    if (TXError error = failure(u"dropSpecialBits"_s, path))
+        return error;
+    return m_before->dropSpecialBits(path);
+}
 TXError FaultFileSystem::syncFolder(const QString &path) {
     if (TXError error = failure(u"syncFolder"_s, path))
         return error;

@@ -42,6 +42,7 @@ public:
     TXError removeEmptyDirectory(const QString &path) override;
     TXError copy(const QString &from, const QString &to) override;
     TXError linkOrCopy(const QString &from, const QString &to) override;
+    TXError dropSpecialBits(const QString &path) override;
     TXError move(const QString &from, const QString &to) override;
     TXError rename(const QString &from, const QString &to) override;
     TXError exchange(const QString &a, const QString &b) override;
