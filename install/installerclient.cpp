@@ -4,6 +4,7 @@
 #include "core/names.h"
 #include "core/settings.h"
 #include "platform/authorization.h"
+#include "platform/creationmask.h"
 #include "platform/directories.h"
 #include "platform/filesystem.h"
 #include "platform/format.h"
@@ -19,6 +20,8 @@
 #include <QCoreApplication>
 #include <QFileInfo>
 #include <QProcessEnvironment>
+
+#include <optional>
 
 using namespace Qt::StringLiterals;
 using tx::services;
@@ -151,6 +154,9 @@ bool TXUpdateInstallerClient::recordSession(TXError *error) {
     QByteArray record;
     for (const QString &variable : QProcessEnvironment::systemEnvironment().toStringList())
         record += variable.toLocal8Bit() + '\0';
+    // The tool may be started with another one.
+    if (const std::optional<unsigned> mask = tx::fileCreationMask())
+        record += "umask " + QByteArray::number(*mask, 8) + '\0';
     const TXError cause = services().fileSystem->replaceFile(environmentRecord(), record, 0600);
     return !cause ||
            failStep(error, u"The installer tool could not be copied into its temporary location."_s, cause);

@@ -9,6 +9,7 @@
 
 #include "installer/hostanswer.h"
 #include "installer/jobs.h"
+#include "installer/oneline.h"
 #include "installer/ownplace.h"
 #include "installer/programoutput.h"
 
@@ -29,7 +30,9 @@ constexpr int ioFailure = 74;
 
 HostAnswer answer;
 
-void report(const std::string &line) {
+void report(const std::string &text) {
+    // Words of whoever asked are in it.
+    const std::string line = onOneLine(text);
     answer.note(line);
     std::fprintf(stderr, "TXUpdateAuthorize: %s\n", line.c_str());
     syslog(LOG_ERR, "%s", line.c_str());

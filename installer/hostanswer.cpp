@@ -3,6 +3,8 @@
 
 #include <cerrno>
 #include <fcntl.h>
+#include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -40,6 +42,7 @@ void HostAnswer::note(const std::string &line) {
 bool HostAnswer::ready() {
     m_answered = true;
     const bool said = writeAll("ready\n");
+    m_host = posix::Descriptor(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
     const int null = open("/dev/null", O_WRONLY | O_CLOEXEC);
     // Without /dev/null the pipe stays; nothing more is written to it.
     if (null >= 0) {
@@ -47,6 +50,19 @@ bool HostAnswer::ready() {
         close(null);
     }
     return said;
+}
+
+bool HostAnswer::unheard() const {
+    struct stat info {};
+    if (!m_host.isOpen() || fstat(m_host.get(), &info) != 0 || !S_ISFIFO(info.st_mode))
+        return false;
+    struct pollfd watched {
+        m_host.get(), 0, 0
+    };
+    // A host that has heard the word closes its end too, but took the word out of the pipe before.
+    int left = 0;
+    return poll(&watched, 1, 0) == 1 && (watched.revents & POLLERR) != 0 &&
+           (ioctl(m_host.get(), FIONREAD, &left) != 0 || left > 0);
 }
 
 void HostAnswer::refuse() {

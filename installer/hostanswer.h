@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "platform/linux/posixfiles.h"
+
 #include <string>
 
 namespace tx::installer {
@@ -14,10 +16,14 @@ public:
     /// Says "ready" and points the standard output at /dev/null. False when nobody reads it any more: the
     /// host has gone, or it has given up and stays.
     [[nodiscard]] bool ready();
+    /// True when "ready" was said into a pipe whose other end is closed, and was never read: the host gave up
+    /// at that moment, has told the user so, and must not be replaced when it ends one day.
+    [[nodiscard]] bool unheard() const;
     /// Says what was noted.
     void refuse();
 
 private:
+    posix::Descriptor m_host; ///< the pipe to the host, once "ready" was said
     std::string m_reason;
     bool m_answered = false;
 };

@@ -8,7 +8,9 @@
 #include "platform/linux/startable.h"
 #include "platform/linux/trustedpath.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -140,8 +142,19 @@ private:
             m_context.log("the application does not wait for its replacement any more");
             return StatusTryLater;
         }
-        if (waitForEnd(m_arguments.hostProcess, m_context.hostLimit))
-            return StatusDone;
+        const auto deadline = std::chrono::steady_clock::now() + m_context.hostLimit;
+        do {
+            constexpr std::chrono::milliseconds pause(500);
+            const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+                deadline - std::chrono::steady_clock::now());
+            const bool ended = waitForEnd(m_arguments.hostProcess, std::min(pause, left));
+            if (m_context.unheard && m_context.unheard()) {
+                m_context.log("the application has not heard that it can be replaced; it was not replaced");
+                return StatusTryLater;
+            }
+            if (ended)
+                return StatusDone;
+        } while (std::chrono::steady_clock::now() < deadline);
         m_context.log("the application (process " + std::to_string(m_arguments.hostProcess) +
                       ") does not end; it was not replaced");
         return StatusTryLater;

@@ -6,6 +6,7 @@
 
 #include <chrono>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -25,6 +26,7 @@ struct Session {
     gid_t group = 0;
     bool dropsPrivileges = false;
     std::vector<std::string> environment;
+    std::optional<mode_t> mask; ///< with which the host made files (umask), where that was recorded
 };
 
 /// The rights of this process, so that a test can make a change of them fail. What is the user's own is
@@ -53,6 +55,8 @@ struct Context {
     /// Tells the host that it may end: called once the arguments are checked, the lock is held and the place
     /// is known to take the new application. False when no host listens; nothing is changed then.
     std::function<bool()> ready;
+    /// Whether the host has gone on without having heard that: asked while it runs and when it has ended.
+    std::function<bool()> unheard;
 };
 
 /// Takes the command line apart, without a look at any file; `why` says what is wrong with it.
@@ -81,8 +85,9 @@ struct Context {
 /// application. False, and `why`, when that is no user.
 [[nodiscard]] bool identifyUser(const Arguments &arguments, Session &session, std::string &why);
 
-/// The recorded environment beside the tool, when it is `user`'s own and nobody else may read or change it;
-/// else the least that a program needs.
-[[nodiscard]] std::vector<std::string> environmentFor(uid_t user, const std::string &environmentRecord);
+/// The recorded environment beside the tool, when it is `user`'s own, complete, and nobody else may read or
+/// change it; else the least that a program needs. `mask` becomes the recorded one, if there is one.
+[[nodiscard]] std::vector<std::string> environmentFor(uid_t user, const std::string &environmentRecord,
+                                                      std::optional<mode_t> *mask = nullptr);
 
 } // namespace tx::installer

@@ -6,6 +6,7 @@
 #include "installer/hostanswer.h"
 #include "installer/installer.h"
 
+#include "installer/oneline.h"
 #include "installer/ownplace.h"
 #include "platform/linux/openbundle.h"
 
@@ -20,7 +21,8 @@ namespace {
 
 tx::installer::HostAnswer answer;
 
-void report(const std::string &line) {
+void report(const std::string &text) {
+    const std::string line = tx::installer::onOneLine(text);
     answer.note(line);
     std::fprintf(stderr, "TXUpdateInstaller: %s\n", line.c_str());
     syslog(LOG_ERR, "%s", line.c_str());
@@ -80,9 +82,11 @@ int main(int argc, char **argv) {
         options.dropPrivileges = session.dropsPrivileges;
         options.user = session.user;
         options.group = session.group;
+        options.mask = session.mask;
         return tx::openBundle(application, options).error;
     };
     context.ready = [] { return answer.ready(); };
+    context.unheard = [] { return answer.unheard(); };
     const int status = install(arguments, context);
     answer.refuse();
     return status;

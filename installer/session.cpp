@@ -22,8 +22,20 @@ namespace tx::installer {
 
 namespace {
 
-/// Reads the record when it is a plain file of `user` that nobody else may write to.
-std::vector<std::string> readRecord(const std::string &path, uid_t user) {
+/// Reads "umask 0022", in which the host recorded how it made files.
+bool readMask(const std::string &text, std::optional<mode_t> *mask) {
+    const std::string word = "umask ";
+    const std::string digits = text.compare(0, word.size(), word) == 0 ? text.substr(word.size()) : "";
+    if (digits.empty() || digits.size() > 4 || digits.find_first_not_of("01234567") != std::string::npos)
+        return false;
+    if (mask)
+        *mask = static_cast<mode_t>(std::stoul(digits, nullptr, 8)) & 0777;
+    return true;
+}
+
+/// Reads the record when it is a plain file of `user` that nobody else may write to. Half of a record is
+/// none: a variable that is cut off could mean anything.
+std::vector<std::string> readRecord(const std::string &path, uid_t user, std::optional<mode_t> *mask) {
     const posix::Descriptor fd(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK));
     struct stat info {};
     if (!fd.isOpen() || fstat(fd.get(), &info) != 0 || !S_ISREG(info.st_mode) || info.st_uid != user ||
@@ -32,14 +44,23 @@ std::vector<std::string> readRecord(const std::string &path, uid_t user) {
     std::string content;
     char buffer[4096];
     constexpr size_t largestRecord = 4 << 20;
-    for (ssize_t n = 0; (n = read(fd.get(), buffer, sizeof buffer)) > 0 && content.size() < largestRecord;)
+    for (ssize_t n = 0; (n = read(fd.get(), buffer, sizeof buffer)) != 0;) {
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n < 0 || content.size() + static_cast<size_t>(n) > largestRecord)
+            return {};
         content.append(buffer, static_cast<size_t>(n));
+    }
+    if (content.empty() || content.back() != '\0')
+        return {};
     std::vector<std::string> result;
     for (size_t start = 0; start < content.size();) {
-        const size_t end = std::min(content.find('\0', start), content.size());
+        const size_t end = content.find('\0', start);
         const std::string variable = content.substr(start, end - start);
         if (variable.find('=') != std::string::npos)
             result.push_back(variable);
+        else
+            (void)readMask(variable, mask);
         start = end + 1;
     }
     return result;
@@ -88,8 +109,9 @@ bool identifyUser(const Arguments &arguments, Session &session, std::string &why
     return true;
 }
 
-std::vector<std::string> environmentFor(uid_t user, const std::string &environmentRecord) {
-    std::vector<std::string> result = readRecord(environmentRecord, user);
+std::vector<std::string> environmentFor(uid_t user, const std::string &environmentRecord,
+                                        std::optional<mode_t> *mask) {
+    std::vector<std::string> result = readRecord(environmentRecord, user, mask);
     return result.empty() ? plainEnvironment(user) : result;
 }
 
@@ -123,7 +145,7 @@ int prepare(const std::vector<std::string> &words, const std::string &environmen
         return StatusNoRights;
     }
     const bool fits = checkBundles(arguments, why);
-    session.environment = environmentFor(session.user, environmentRecord);
+    session.environment = environmentFor(session.user, environmentRecord, &session.mask);
     if (!rights.raise(session)) {
         why = "cannot regain the rights of an administrator: " + std::string(std::strerror(errno));
         return StatusNoRights;

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -17,6 +18,7 @@
 #include <functional>
 #include <grp.h>
 #include <memory>
+#include <poll.h>
 #include <pwd.h>
 #include <sstream>
 #include <sys/file.h>
@@ -59,24 +61,60 @@ bool isScript(const std::string &executable) {
     return file.read(magic, 2) && magic[0] == '#' && magic[1] == '!';
 }
 
-/// One opener at a time per bundle path; the lock stands in the user's own folder so that nobody else can
-/// hold it.
-posix::Descriptor lockFor(const std::string &bundlePath) {
-    const std::string folder = posix::privateTemporaryFolder();
-    if (folder.empty())
-        return posix::Descriptor();
-    const size_t hash = std::hash<std::string>{}(bundlePath);
-    std::ostringstream name;
-    name << folder << "/open-" << std::hex << hash << ".lock";
-    posix::Descriptor fd(open(name.str().c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600));
-    while (fd.isOpen() && flock(fd.get(), LOCK_EX) != 0 && errno == EINTR) {
+/// Takes a lock for this process, waiting no longer than `patience`. 0 or an errno value.
+int takeWithin(std::chrono::milliseconds patience, const posix::Descriptor &lock) {
+    const auto deadline = std::chrono::steady_clock::now() + patience;
+    while (flock(lock.get(), LOCK_EX | LOCK_NB) != 0) {
+        if (errno == EINTR)
+            continue;
+        if (errno != EWOULDBLOCK || std::chrono::steady_clock::now() >= deadline)
+            return errno;
+        constexpr int pause = 20;
+        poll(nullptr, 0, pause);
     }
-    return fd;
+    return 0;
+}
+
+/// One opener at a time per bundle path. The lock is in the user's own folder, so that nobody else can hold
+/// it. A user who has no such folder (a full disk, a home that others can write to) locks the bundle's own
+/// folder instead: another user could hold that one, but then nothing is started, and never two. `why` says
+/// what is wrong when the lock is not open.
+posix::Descriptor lockFor(const std::string &bundlePath, std::chrono::milliseconds patience,
+                          std::string &why) {
+    posix::Descriptor lock;
+    if (const std::string folder = posix::privateTemporaryFolder(); !folder.empty()) {
+        const size_t hash = std::hash<std::string>{}(bundlePath);
+        std::ostringstream name;
+        name << folder << "/open-" << std::hex << hash << ".lock";
+        lock = posix::Descriptor(open(name.str().c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600));
+    }
+    if (!lock.isOpen())
+        lock = posix::Descriptor(open(bundlePath.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    const int number = lock.isOpen() ? takeWithin(patience, lock) : errno;
+    if (number == 0)
+        return lock;
+    why = number == EWOULDBLOCK
+              ? "another process has been starting it for too long; end that process, or try again"
+              : std::string("it cannot be locked: ") + std::strerror(number);
+    return posix::Descriptor();
+}
+
+/// What a process has for its files and signals when nothing was changed: this one may be a tool that ignores
+/// some signals, and children inherit that.
+void takeUsualSettings(const std::optional<mode_t> &mask) {
+    for (int number = 1; number < NSIG; ++number)
+        std::signal(number, SIG_DFL); // fails for two that cannot be ignored, and two of the C library's own
+    sigset_t none;
+    sigemptyset(&none);
+    sigprocmask(SIG_SETMASK, &none, nullptr);
+    if (mask)
+        umask(*mask);
 }
 
 /// Runs in the grandchild: only what is safe after a fork of a threaded process.
 [[noreturn]] void becomeApplication(const char *executable, char *const *arguments, char *const *environment,
-                                    int statusPipe) {
+                                    const std::optional<mode_t> &mask, int statusPipe) {
+    takeUsualSettings(mask);
     const int null = open("/dev/null", O_RDWR);
     dup2(null, 0);
     dup2(null, 1);
@@ -158,8 +196,8 @@ OpenResult openAsUser(const std::string &bundlePath, const OpenOptions &options)
                 variables.push_back(variable.data());
             variables.push_back(nullptr);
             environ = variables.data();
-            OpenOptions asItself;
-            asItself.environment = options.environment;
+            OpenOptions asItself = options;
+            asItself.dropPrivileges = false;
             result = openBundle(bundlePath, asItself);
         } else {
             result = failed(std::strerror(errno));
@@ -195,7 +233,10 @@ OpenResult openBundle(const std::string &bundlePath, const OpenOptions &options)
         return {bundlePath + " is not an application: it has no readable Info.plist", false};
     if (info.executable.empty())
         return {bundlePath + " has no executable", false};
-    const posix::Descriptor lock = lockFor(realPath(bundlePath));
+    std::string why;
+    const posix::Descriptor lock = lockFor(realPath(bundlePath), options.patience, why);
+    if (!lock.isOpen())
+        return {bundlePath + " could not be started: " + why, false};
     if (!processesRunning(info.executable).empty())
         return {{}, true};
 
@@ -223,7 +264,8 @@ OpenResult openBundle(const std::string &bundlePath, const OpenOptions &options)
         setsid();
         const pid_t grandchild = fork();
         if (grandchild == 0)
-            becomeApplication(info.executable.c_str(), arguments, variables.data(), writing.get());
+            becomeApplication(info.executable.c_str(), arguments, variables.data(), options.mask,
+                              writing.get());
         _exit(grandchild < 0 ? 1 : 0);
     }
     writing.reset();

@@ -4,6 +4,8 @@
 #include "platform/linux/bundleinfo.h"
 #include "platform/linux/interrupted.h"
 
+#include <chrono>
+#include <optional>
 #include <string>
 #include <sys/types.h>
 #include <vector>
@@ -25,6 +27,10 @@ struct OpenOptions {
                                           ///< only in a process with one thread
     uid_t user = 0;
     gid_t group = 0;
+    std::optional<mode_t>
+        mask; ///< for the modes of files that it makes (umask); this process's own without it
+    /// How long to wait for another opener of the same bundle.
+    std::chrono::milliseconds patience = std::chrono::seconds(30);
 };
 
 struct OpenResult {
@@ -32,8 +38,9 @@ struct OpenResult {
     bool wasRunning = false;
 };
 
-/// Starts the bundle's executable detached, in a session of its own, unless an instance of the same bundle
-/// path runs already. Two openers at once start one instance. Returns once the new program is being executed.
+/// Starts the bundle's executable detached, in a session of its own with the usual signals, unless an
+/// instance of the same bundle path runs already. Two openers at once start one instance: without a lock that
+/// keeps them apart nothing is started. Returns once the new program is being executed.
 [[nodiscard]] OpenResult openBundle(const std::string &bundlePath, const OpenOptions &options = {});
 
 } // namespace tx

@@ -140,6 +140,13 @@ TEST_F(InstallerClient, SessionIsRecordedForTheUserAlone) {
     EXPECT_TRUE(client->prepareInstallerHelperTool(&error));
     const QByteArray record = tx::test::readFile(cache + u"/TXUpdateInstaller.environment"_s);
     EXPECT_TRUE(record.split('\0').contains("TARVIX_TEST_SESSION=a=b\nc"));
+    EXPECT_TRUE(record.endsWith('\0')) << "else it would count as cut off";
+    const mode_t before = umask(027);
+    EXPECT_TRUE(client->prepareInstallerHelperTool(&error));
+    EXPECT_EQ(umask(before), 027U) << "recorded without being changed";
+    EXPECT_TRUE(tx::test::readFile(cache + u"/TXUpdateInstaller.environment"_s)
+                    .split('\0')
+                    .contains(QByteArray("umask 27")));
     struct stat info {};
     ASSERT_EQ(lstat((cache + u"/TXUpdateInstaller.environment"_s).toUtf8().constData(), &info), 0);
     EXPECT_EQ(info.st_mode & 07777, 0600U);

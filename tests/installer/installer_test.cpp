@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <csignal>
 #include <optional>
 #include <thread>
 
@@ -338,6 +339,91 @@ TEST_F(InstallerTool, HostThatDoesNotListenAnyMoreIsNotReplaced) {
     EXPECT_TRUE(ran().isEmpty());
     host.kill();
     host.waitForFinished();
+}
+
+/// The tool, and another process that has the reading end of the pipe to the host.
+class HeardTool {
+public:
+    /// `reader`: what it does with the end.
+    HeardTool(const QString &reader, const QString &tool, const QStringList &words) {
+        m_tool.start(u"bash"_s,
+                     QStringList{u"-c"_s, u"exec 1> >(exec %1); echo $! >&2; exec \"$@\""_s.arg(reader),
+                                 u"bash"_s, tool} +
+                         words);
+        EXPECT_TRUE(waitUntil([this] { return (m_errors += m_tool.readAllStandardError()).contains('\n'); }));
+        m_reader = m_errors.left(m_errors.indexOf('\n')).toInt();
+        EXPECT_GT(m_reader, 1);
+        // It has said the word when its output leads nowhere.
+        const QString output = u"/proc/%1/fd/1"_s.arg(m_tool.processId());
+        EXPECT_TRUE(waitUntil([&] { return QFileInfo(output).symLinkTarget() == u"/dev/null"; }));
+    }
+    void pause() const { ::kill(pid(), SIGSTOP); }
+    void goOn() const { ::kill(pid(), SIGCONT); }
+    void closeEnd() const {
+        ::kill(m_reader, SIGKILL);
+        EXPECT_TRUE(waitUntil([this] {
+            const QByteArray state = tx::test::readFile(u"/proc/%1/stat"_s.arg(m_reader));
+            return state.isEmpty() || state.contains(") Z ");
+        }));
+    }
+    int statusWithin(int milliseconds) {
+        return m_tool.waitForFinished(milliseconds) ? m_tool.exitCode() : -1;
+    }
+    std::string errors() { return (m_errors += m_tool.readAllStandardError()).toStdString(); }
+
+private:
+    [[nodiscard]] pid_t pid() const { return static_cast<pid_t>(m_tool.processId()); }
+    QProcess m_tool;
+    QByteArray m_errors;
+    pid_t m_reader = -1;
+};
+
+TEST_F(InstallerTool, HostThatGaveUpWhenTheWordWasSaidIsNotReplaced) {
+    for (const bool endsAtOnce : {false, true}) {
+        SCOPED_TRACE(endsAtOnce);
+        prepare();
+        QFile::remove(path(u"ran"_s));
+        QProcess host;
+        host.start(u"sleep"_s, {u"1000"_s});
+        ASSERT_TRUE(host.waitForStarted());
+        // The end is held open, but nobody takes the word out of the pipe any more.
+        HeardTool installer(u"sleep 1000"_s, tool(), arguments(QString::number(host.processId())));
+        EXPECT_EQ(installer.statusWithin(700), -1) << "until it is closed, the word may still be read";
+        if (endsAtOnce)
+            installer.pause();
+        installer.closeEnd();
+        if (endsAtOnce) {
+            host.kill();
+            host.waitForFinished();
+            installer.goOn();
+        }
+        EXPECT_EQ(installer.statusWithin(20000), 75) << "without waiting for the end of the host";
+        EXPECT_THAT(installer.errors(), testing::HasSubstr("has not heard that it can be replaced"));
+        host.kill();
+        host.waitForFinished();
+        EXPECT_TRUE(isOld());
+        EXPECT_EQ(tx::test::treeOf(fresh), newTree) << "a later try finds it";
+        EXPECT_TRUE(strays().isEmpty());
+        // Nothing is opened while the host runs; one that has gone without a word comes back.
+        if (endsAtOnce) {
+            EXPECT_TRUE(waitUntil([this] { return ran() == "old"; }));
+        } else {
+            EXPECT_TRUE(ran().isEmpty());
+        }
+    }
+}
+
+TEST_F(InstallerTool, HostThatHeardTheWordMayCloseThePipeLongBeforeItEnds) {
+    QProcess host;
+    host.start(u"sleep"_s, {u"1000"_s});
+    ASSERT_TRUE(host.waitForStarted());
+    HeardTool installer(u"head -c 6"_s, tool(), arguments(QString::number(host.processId())));
+    EXPECT_EQ(installer.statusWithin(1200), -1) << "it looked at the closed pipe more than once";
+    EXPECT_TRUE(isOld());
+    host.kill();
+    host.waitForFinished();
+    EXPECT_EQ(installer.statusWithin(20000), 0) << installer.errors();
+    EXPECT_TRUE(isNew());
 }
 
 TEST_F(InstallerTool, PlaceThatTakesNothingIsFoundOutBeforeTheHostEnds) {

@@ -365,6 +365,38 @@ TEST_F(InstallerTool, RecordedSessionIsTheUsersOwn) {
         << "a link is not followed";
 }
 
+TEST_F(InstallerTool, HalfOfARecordedSessionIsNone) {
+    const QString record = path(u"record"_s);
+    std::optional<mode_t> mask;
+    const auto sessionFrom = [&](const QByteArray &content) {
+        tx::test::writeFile(record, content, QFile::ReadOwner | QFile::WriteOwner);
+        mask.reset();
+        return tx::installer::environmentFor(geteuid(), record.toStdString(), &mask);
+    };
+    const QByteArray whole = QByteArray("MARK=here") + '\0' + "umask 0027" + '\0' + "HOME=/home/me" + '\0';
+    EXPECT_EQ(sessionFrom(whole), (std::vector<std::string>{"MARK=here", "HOME=/home/me"}));
+    EXPECT_EQ(mask, mode_t{027});
+    for (const QByteArray &half : {whole.chopped(1), whole.chopped(8), whole + "PATH=/home", QByteArray(""),
+                                   whole + QByteArray((4 << 20) - whole.size(), 'x') + '\0'}) {
+        EXPECT_THAT(sessionFrom(half), testing::Not(testing::Contains("MARK=here"))) << half.size();
+        EXPECT_THAT(sessionFrom(half), testing::Contains(testing::StartsWith("PATH=/usr/local/bin")));
+        EXPECT_EQ(mask, std::nullopt) << half.size();
+    }
+    // A mask is a number of at most four octal digits, of which files take nine bits.
+    const struct {
+        const char *text;
+        std::optional<mode_t> mask;
+    } masks[] = {{"umask 22", 022},          {"umask 0", 0},
+                 {"umask 7777", 0777},       {"umask 8", std::nullopt},
+                 {"umask -1", std::nullopt}, {"umask 00022", std::nullopt},
+                 {"umask ", std::nullopt},   {"umask022", std::nullopt}};
+    for (const auto &each : masks) {
+        EXPECT_THAT(sessionFrom("MARK=here" + QByteArray(1, '\0') + each.text + '\0'),
+                    testing::ElementsAre("MARK=here"));
+        EXPECT_EQ(mask, each.mask) << each.text;
+    }
+}
+
 TEST_F(InstallerTool, RootOpensAsTheUserWhoRanTheHost) {
     const tx::installer::Arguments words{1, fresh.toStdString(), app.toStdString(), archive.toStdString()};
     tx::installer::Session session;

@@ -2,11 +2,13 @@
 #include "installer/jobs.h"
 
 #include "installer/applicationmove.h"
+#include "installer/oneline.h"
 #include "installer/ownplace.h"
 #include "installer/programoutput.h"
 #include "platform/linux/interrupted.h"
 #include "platform/linux/rootspath.h"
 #include "tests/installer/stepfiles.h"
+#include "tests/support/accesslist.h"
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
 
@@ -450,6 +452,26 @@ TEST(JobWords, UsersAreDecimalNumbers) {
     EXPECT_EQ(user, 4294967294U);
 }
 
+TEST(LogLine, HoldsWhateverItIsGivenOnOneLine) {
+    const std::pair<std::string, const char *> cases[] = {
+        {"/opt/My App's \"Ü\" 日本.app", "/opt/My App's \"Ü\" 日本.app"},
+        {"a\nroot: let in", "a\\u{a}root: let in"},
+        {"a\r\t\x1b[2J\x7f", "a\\u{d}\\u{9}\\u{1b}[2J\\u{7f}"},
+        {std::string("a\0b", 3), "a\\u{0}b"},
+        {"\u0085\u2028\u2029\u202e\u2066\u200b\ufeff\u00ad",
+         "\\u{85}\\u{2028}\\u{2029}\\u{202e}\\u{2066}\\u{200b}\\u{feff}\\u{ad}"},
+        {"\\u{a}", "\\\\u{a}"}, // nor can it be taken for one that was escaped
+        {"\xff\xc3", "\\x{ff}\\x{c3}"},
+        {"\xc0\x8a\xe0\x80\x8a", "\\x{c0}\\x{8a}\\x{e0}\\x{80}\\x{8a}"}, // longer than it need be
+        {"\xed\xa0\x80", "\\x{ed}\\x{a0}\\x{80}"},                       // half of a pair
+        {"\xf0\x9f\x98\x80\xf4\x90\x80\x80", "😀\\x{f4}\\x{90}\\x{80}\\x{80}"},
+        {"\xc3(", "\\x{c3}("},
+        {"", ""},
+    };
+    for (const auto &[text, expected] : cases)
+        EXPECT_EQ(tx::installer::onOneLine(text), expected);
+}
+
 class RootsPath : public tx::test::FrameworkTest {};
 
 TEST_F(RootsPath, PlainPathsHaveNamesOnly) {
@@ -494,9 +516,17 @@ TEST_F(RootsPath, ProgramsOfTheSystemAreRootsAndTheUsersAreNot) {
         EXPECT_THAT(tx::posix::openRootsOwn(path(u"file"_s).toStdString(), entry),
                     testing::HasSubstr("does not belong to root"));
     } else {
-        chmod(QFile::encodeName(path(u"file"_s)).constData(), 0664);
-        EXPECT_THAT(tx::posix::openRootsOwn(path(u"file"_s).toStdString(), entry),
-                    testing::HasSubstr("can be written to by other users"));
+        // Somebody in an access list, whose mask are the group's bits; and root's own group.
+        const QString file = path(u"file"_s);
+        const bool hasLists = tx::test::setAccessList(file, tx::test::accessFor(4242, 6));
+        EXPECT_TRUE(hasLists || errno == EOPNOTSUPP);
+        for (const bool isListed : {hasLists, false}) {
+            if (!isListed)
+                chmod(QFile::encodeName(file).constData(), 0664);
+            EXPECT_THAT(tx::posix::openRootsOwn(file.toStdString(), entry),
+                        testing::HasSubstr("can be written to by other users"));
+            (void)removexattr(QFile::encodeName(file).constData(), "system.posix_acl_access");
+        }
     }
 }
 

@@ -6,6 +6,10 @@
 
 #include <QThread>
 
+#include <csignal>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
 
@@ -64,6 +68,88 @@ TEST_F(OpenBundle, EnvironmentIsTheGivenOne) {
     EXPECT_EQ(tx::openBundle(app.toStdString(), options).error, "");
     ASSERT_TRUE(waitUntil([this] { return count() == 1; }));
     EXPECT_TRUE(started().first().endsWith(" here")) << started().first().constData();
+}
+
+TEST_F(OpenBundle, ApplicationGetsTheUsualSignalsAndTheGivenMask) {
+    tx::test::makeBundle(app, {.program = "#!/bin/sh\ngrep -E '^(Sig(Ign|Blk)|Umask)' /proc/self/status > '" +
+                                          starts.toUtf8() + ".part'; mv '" + starts.toUtf8() + ".part' '" +
+                                          starts.toUtf8() + "'\n"});
+    // As in a tool that must outlive the session that it was started in.
+    sigset_t blocked;
+    sigset_t before;
+    sigemptyset(&blocked);
+    for (const int number : {SIGTERM, SIGUSR1, SIGRTMIN})
+        sigaddset(&blocked, number);
+    sigprocmask(SIG_BLOCK, &blocked, &before);
+    for (const int number : {SIGHUP, SIGPIPE, SIGINT, SIGQUIT, SIGRTMAX})
+        std::signal(number, SIG_IGN);
+    const mode_t ownMask = umask(077);
+    const auto opened = [&](const tx::OpenOptions &options) {
+        QFile::remove(starts);
+        EXPECT_EQ(tx::openBundle(app.toStdString(), options).error, "");
+        EXPECT_TRUE(waitUntil([this] { return QFileInfo::exists(starts); }));
+        EXPECT_TRUE(waitUntil([this] { return running() == 0; }));
+        // Two signals belong to the C library, whose posix_spawn() leaves them ignored.
+        return tx::test::readFile(starts)
+            .replace("SigIgn:\t0000000180000000", "SigIgn:\t0000000000000000")
+            .toStdString();
+    };
+    const std::string untouched = "SigBlk:\t0000000000000000\nSigIgn:\t0000000000000000\n";
+    EXPECT_EQ(opened({}), "Umask:\t0077\n" + untouched);
+    tx::OpenOptions options;
+    options.mask = 0027;
+    EXPECT_EQ(opened(options), "Umask:\t0027\n" + untouched);
+    umask(ownMask);
+    sigprocmask(SIG_SETMASK, &before, nullptr);
+    for (const int number : {SIGHUP, SIGPIPE, SIGINT, SIGQUIT, SIGRTMAX})
+        std::signal(number, SIG_DFL);
+}
+
+TEST_F(OpenBundle, NothingIsStartedWithoutALock) {
+    makeApp();
+    const QString folder = path(u"home/.cache/TarvixUpdate"_s);
+    // Another opener would hold it in a process of its own; to the system that is the same.
+    const auto hold = [](const QString &file) {
+        tx::posix::Descriptor held(open(QFile::encodeName(file).constData(), O_RDONLY | O_CLOEXEC));
+        EXPECT_EQ(flock(held.get(), LOCK_EX | LOCK_NB), 0) << file.toStdString();
+        return held;
+    };
+    tx::OpenOptions options;
+    options.patience = std::chrono::milliseconds(100);
+    // The lock's name is known once it was used.
+    ASSERT_EQ(tx::openBundle(app.toStdString(), options).error, "");
+    ASSERT_TRUE(waitUntil([this] { return count() == 1; }));
+    const QStringList names = QDir(folder).entryList({u"open-*.lock"_s}, QDir::Files);
+    ASSERT_EQ(names.size(), 1);
+    const auto endAll = [this] {
+        for (const pid_t process : tx::processesRunning((app + u"/Contents/Linux/Program"_s).toStdString()))
+            kill(process, SIGKILL);
+        ASSERT_TRUE(waitUntil([this] { return running() == 0; }));
+    };
+    endAll();
+    tx::posix::Descriptor held = hold(folder + u'/' + names.first());
+    EXPECT_THAT(tx::openBundle(app.toStdString(), options).error,
+                testing::HasSubstr("another process has been starting it for too long"));
+    EXPECT_EQ(count(), 1);
+    held.reset();
+    ASSERT_EQ(tx::openBundle(app.toStdString(), options).error, "");
+    ASSERT_TRUE(waitUntil([this] { return count() == 2; }));
+    endAll();
+    // A user without a folder of their own locks the bundle itself.
+    ASSERT_TRUE(QDir(folder).removeRecursively());
+    tx::test::writeFile(folder, "not a folder");
+    held = hold(app);
+    EXPECT_THAT(tx::openBundle(app.toStdString(), options).error,
+                testing::HasSubstr("another process has been starting it for too long"));
+    EXPECT_EQ(count(), 2);
+    held.reset();
+    std::vector<std::thread> openers;
+    for (int i = 0; i < 8; ++i)
+        openers.emplace_back([this] { EXPECT_EQ(tx::openBundle(app.toStdString()).error, ""); });
+    for (std::thread &opener : openers)
+        opener.join();
+    ASSERT_TRUE(waitUntil([this] { return count() > 2 && running() == 1; }));
+    EXPECT_EQ(count(), 3) << "two openers at once start one";
 }
 
 TEST_F(OpenBundle, PrivilegesAreDropped) {
