@@ -73,10 +73,11 @@ QString OwnRootTest::makeApplication(const QString &bundle, const QString &build
     return resources;
 }
 
-void OwnRootTest::playPkexec(const QByteArray &before) {
+void OwnRootTest::playPkexec(const QByteArray &before, const QByteArray &user) {
     writeFile(path(u"bin/pkexec"_s),
               "#!/bin/sh\ntouch '" + QFile::encodeName(path(u"asked"_s)) + "'\n" + before +
-                  "\nexec env -i PATH=/usr/bin:/bin PKEXEC_UID=0 \"$@\" 3>&- 4>&- 5>&- 6>&- 7>&- 8>&- 9>&-\n",
+                  "\nexec env -i PATH=/usr/bin:/bin LANGUAGE=nn PKEXEC_UID=" + user +
+                  " \"$@\" 3>&- 4>&- 5>&- 6>&- 7>&- 8>&- 9>&-\n",
               QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
     qputenv("PATH", path(u"bin:"_s).toUtf8() + m_pathBefore);
 }

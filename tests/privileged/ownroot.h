@@ -21,7 +21,7 @@ protected:
     QString makeApplication(const QString &bundle, const QString &build = QStringLiteral("1"));
     /// Plays pkexec, by a script in front of the PATH. It starts the program as pkexec does: with next to no
     /// environment, the asking user's number, and no descriptor but the standard ones. `before` runs first.
-    void playPkexec(const QByteArray &before = {});
+    void playPkexec(const QByteArray &before = {}, const QByteArray &user = "0");
     /// Whether pkexec was started since the last question.
     [[nodiscard]] bool wasAsked() const;
     /// Runs TXUpdateAuthorize as pkexec does.

@@ -5,7 +5,7 @@
 #include "mover/movejob.h"
 #include "platform/readyword.h"
 #include "platform/tasks.h"
-#include "tests/privileged/ownroot.h"
+#include "tests/privileged/privileged.h"
 #include "tests/support/builders.h"
 #include "tests/support/fakes.h"
 
@@ -17,38 +17,13 @@
 
 using namespace Qt::StringLiterals;
 using tx::test::namesIn;
+using tx::test::Privileged;
 using tx::test::treeOf;
 using tx::test::waitUntil;
+using tx::test::wordsOf;
 using tx::test::writeFile;
 
 namespace {
-
-QByteArray wordsOf(const QStringList &words) {
-    QByteArray result;
-    for (const QString &word : words)
-        result += QFile::encodeName(word) + '\0';
-    return result;
-}
-
-class Privileged : public tx::test::OwnRootTest {
-protected:
-    const QString fresh = path(u"home/.cache/New.app"_s);
-    const QString archive = path(u"home/.cache/New - 2.zip"_s);
-
-    void makeUpdate() {
-        tx::test::makeBundle(fresh, {.identifier = hostIdentifier, .build = u"2"_s});
-        writeFile(archive, "archive");
-    }
-    QStringList installJob(qint64 process) const {
-        return {u"install"_s, QString::number(process), fresh, archive};
-    }
-    static QString buildOf(const QString &bundle) {
-        return TXBundle(bundle).infoString(u"CFBundleVersion"_s);
-    }
-    static void setMode(const QString &file, mode_t mode) {
-        ASSERT_EQ(chmod(QFile::encodeName(file).constData(), mode), 0) << file.toStdString();
-    }
-};
 
 TEST_F(Privileged, UpdateIsInstalledByTheToolOfTheInstalledApplication) {
     if (!isReal())
@@ -277,6 +252,10 @@ TEST_F(Privileged, EverythingButTheTwoJobsIsRefused) {
         {wordsOf({u"install"_s, pid, fresh + u'/', archive}), "not an absolute path"},
         {wordsOf({u"install"_s, pid, path(u"home/link"_s), archive}), "is a link"},
         {wordsOf({u"install"_s, pid, path(u"home/folder/New.app"_s), archive}), "is a link"},
+        {wordsOf({u"install"_s, pid, u"/none\nJan 1 login: root let in"_s, archive}),
+         "/none\\u{a}Jan 1 login: root let in: No such file"},
+        {wordsOf({u"install"_s, u"7\nready"_s, fresh, archive}),
+         "\"7\\u{a}ready\" is not the process identifier"},
         {wordsOf({u"install"_s, pid, archive, archive}), "is not a folder"},
         {wordsOf({u"install"_s, pid, fresh, fresh}), "is not a file"},
         {wordsOf({u"install"_s, pid, fresh, path(u"none"_s)}), "No such file"},

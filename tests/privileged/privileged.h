@@ -1,0 +1,44 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "tests/privileged/ownroot.h"
+#include "tests/support/builders.h"
+
+#include <TarvixUpdate/TXBundle.h>
+
+#include <sys/stat.h>
+
+namespace tx::test {
+
+using namespace Qt::StringLiterals;
+
+inline QByteArray wordsOf(const QStringList &words) {
+    QByteArray result;
+    for (const QString &word : words)
+        result += QFile::encodeName(word) + '\0';
+    return result;
+}
+
+/// An application that only root can change, and an update of it.
+class Privileged : public OwnRootTest {
+protected:
+    const QString fresh = path(u"home/.cache/New.app"_s);
+    const QString archive = path(u"home/.cache/New - 2.zip"_s);
+
+    /// `program`: what the new application runs.
+    void makeUpdate(const QByteArray &program = "#!/bin/sh\nexit 0\n") {
+        makeBundle(fresh, {.identifier = hostIdentifier, .build = u"2"_s, .program = program});
+        writeFile(archive, "archive");
+    }
+    QStringList installJob(qint64 process) const {
+        return {u"install"_s, QString::number(process), fresh, archive};
+    }
+    static QString buildOf(const QString &bundle) {
+        return TXBundle(bundle).infoString(u"CFBundleVersion"_s);
+    }
+    static void setMode(const QString &file, mode_t mode) {
+        ASSERT_EQ(chmod(QFile::encodeName(file).constData(), mode), 0) << file.toStdString();
+    }
+};
+
+} // namespace tx::test
