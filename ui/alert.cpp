@@ -56,6 +56,7 @@ struct Box {
         if (!alert.suppressionText.isNull()) {
             suppression = new QCheckBox(alert.suppressionText, box);
             suppression->setFont(QFontDatabase::systemFont(QFontDatabase::SmallestReadableFont));
+            frameBox(suppression);
             box->setCheckBox(suppression);
         }
     }

@@ -4,6 +4,7 @@
 #include "platform/localization.h"
 
 #include <QApplication>
+#include <QCheckBox>
 #include <QFrame>
 #include <QGuiApplication>
 #include <QMouseEvent>
@@ -12,6 +13,7 @@
 #include <QPushButton>
 #include <QScreen>
 #include <QStyle>
+#include <QStyleOptionButton>
 #include <QWindow>
 
 #include <algorithm>
@@ -90,6 +92,42 @@ QColor mixed(const QColor &base, const QColor &colour, double share) {
     const auto part = [share](int a, int b) { return int(std::lround(a * (1 - share) + b * share)); };
     return {part(base.red(), colour.red()), part(base.green(), colour.green()),
             part(base.blue(), colour.blue())};
+}
+
+QColor frameColor(const QWidget *control) {
+    const QColor own = backgroundColor(control->window());
+    const QColor background = own.isValid() ? own : control->palette().color(QPalette::Window);
+    const QColor text = control->palette().color(QPalette::WindowText);
+    double share = 0.3;
+    while (share < 1 && contrast(mixed(background, text, share), background) < 3)
+        share += 0.05;
+    return mixed(background, text, share);
+}
+
+namespace {
+
+class BoxFrame final : public QObject {
+public:
+    bool eventFilter(QObject *object, QEvent *event) override {
+        auto *checkBox = qobject_cast<QCheckBox *>(object);
+        if (!checkBox || event->type() != QEvent::Paint || !appearanceIsDark())
+            return false;
+        object->event(event); // the frame is painted on top
+        QStyleOptionButton option;
+        option.initFrom(checkBox);
+        const QRect box = checkBox->style()->subElementRect(QStyle::SE_CheckBoxIndicator, &option, checkBox);
+        QPainter painter(checkBox);
+        painter.setPen(frameColor(checkBox));
+        painter.drawRect(box.adjusted(0, 0, -1, -1));
+        return true;
+    }
+};
+
+} // namespace
+
+void frameBox(QCheckBox *checkBox) {
+    static BoxFrame frame;
+    checkBox->installEventFilter(&frame);
 }
 
 void makeLinesThin(QWidget *window) {

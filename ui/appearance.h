@@ -4,6 +4,7 @@
 #include <QColor>
 #include <QString>
 
+class QCheckBox;
 class QPushButton;
 class QWidget;
 class QEvent;
@@ -25,6 +26,11 @@ void applyAppearance(QWidget *window);
 [[nodiscard]] double contrast(const QColor &one, const QColor &other);
 /// `share` (0 to 1) of a colour on another one.
 [[nodiscard]] QColor mixed(const QColor &base, const QColor &colour, double share);
+/// A colour for the frame of a control, which can be seen on the window that the control is in.
+[[nodiscard]] QColor frameColor(const QWidget *control);
+/// Draws a frame around the box of a check box in a dark appearance, where styles fill it with almost the
+/// window's colour.
+void frameBox(QCheckBox *checkBox);
 /// Makes the lines of an interface file one pixel thick. Those of the styles have a bright edge, and a gap
 /// where they meet.
 void makeLinesThin(QWidget *window);

@@ -46,15 +46,9 @@ void TXProgressIndicator::paintEvent(QPaintEvent *event) {
 }
 
 void TXProgressIndicator::paintFrame() {
-    const QColor background = tx::backgroundColor(window()).isValid() ? tx::backgroundColor(window())
-                                                                      : palette().color(QPalette::Window);
-    const QColor text = palette().color(QPalette::WindowText);
-    double share = 0.3;
-    while (share < 1 && tx::contrast(tx::mixed(background, text, share), background) < 3)
-        share += 0.05;
     QPainter painter(this);
     painter.setRenderHint(QPainter::Antialiasing);
-    painter.setPen(tx::mixed(background, text, share));
+    painter.setPen(tx::frameColor(this));
     painter.drawRoundedRect(QRectF(rect()).adjusted(0.5, 0.5, -0.5, -0.5), 2, 2);
 }
 

@@ -7,10 +7,13 @@
 
 #include <TarvixUpdate/TXUpdatePanel.h>
 
+#include <QCheckBox>
 #include <QHash>
 #include <QIcon>
 #include <QImage>
+#include <QMessageBox>
 #include <QPalette>
+#include <QStyleOptionButton>
 
 using namespace Qt::StringLiterals;
 
@@ -134,6 +137,41 @@ TEST_F(Contrast, BarHasAFrameWhereItsEmptyPartIsAsDarkAsTheWindow) {
             EXPECT_LT(tx::contrast(picture.pixelColor(picture.width() - 4, middle), window), 2)
                 << "empty inside";
         }
+    }
+}
+
+TEST_F(Contrast, BoxOfAQuestionHasAFrameWhereItIsAsDarkAsTheWindow) {
+    QPalette dark(QColor(53, 53, 56), QColor(43, 43, 46));
+    dark.setColor(QPalette::Base, QColor(30, 30, 32));
+    for (const QPalette &colours : {dark, QPalette(QColor(20, 20, 20), Qt::black)}) {
+        QApplication::setPalette(colours);
+        tx::test::drainEvents();
+        bool seen = false;
+        QTimer timer;
+        QObject::connect(&timer, &QTimer::timeout, &timer, [&] {
+            auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
+            if (!box || !box->isVisible())
+                return;
+            timer.stop();
+            seen = true;
+            QCheckBox *check = box->checkBox();
+            QStyleOptionButton option;
+            option.initFrom(check);
+            const QRect place = check->style()->subElementRect(QStyle::SE_CheckBoxIndicator, &option, check);
+            const QImage picture = check->grab().toImage().scaled(check->size());
+            const QColor window = colours.color(QPalette::Window);
+            for (const QPoint &point :
+                 {QPoint(place.left(), place.center().y()), QPoint(place.right(), place.center().y()),
+                  QPoint(place.center().x(), place.top()), QPoint(place.center().x(), place.bottom())}) {
+                EXPECT_GE(tx::contrast(picture.pixelColor(point), window), 3)
+                    << point.x() << ", " << point.y();
+            }
+            EXPECT_LT(tx::contrast(picture.pixelColor(place.center()), window), 2) << "empty inside";
+            box->reject();
+        });
+        timer.start(1);
+        (void)tx::presentAlertInWindow({.message = u"Message"_s, .suppressionText = u"Never again"_s});
+        EXPECT_TRUE(seen);
     }
 }
 
