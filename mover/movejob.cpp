@@ -139,6 +139,12 @@ MoveJob::Outcome MoveJob::fail(const QString &text, const QStringList &arguments
     return Outcome::Failed;
 }
 
+MoveJob::Outcome MoveJob::failToCopy(const TXError &error) {
+    return fail(moverText(u"The application could not be copied to the folder %@: %@. It is still where it "
+                          "was."_s),
+                {m_places.preferredInstallLocation(), reasonOf(error)});
+}
+
 MoveJob::Outcome MoveJob::performUnauthorizedMove() {
     FileSystem &files = *services().fileSystem;
     const QString destination = m_places.destinationPath();
@@ -156,6 +162,8 @@ MoveJob::Outcome MoveJob::performUnauthorizedMove() {
             return fail(moverText(u"%@ is being updated or moved by another program. Wait until that has "
                                   "finished, then try again."_s),
                         {destination});
+        if (error.code() == ENOSPC || error.code() == EDQUOT)
+            return failToCopy(error); // there is no room even for the lock file
         return fail(moverText(u"It could not be determined whether %@ is being updated: %@. Check the "
                               "permissions of %@, then try again."_s),
                     {destination, reasonOf(error), error.userInfo()[u"path"_s].toString()});
@@ -195,10 +203,7 @@ MoveJob::Outcome MoveJob::replaceDestination(const QString &destination) {
         error = replacement.takeName();
     if (error) {
         log(u"ERROR -- Could not copy myself to %@"_s, {destination});
-        return fail(
-            moverText(u"The application could not be copied to the folder %@: %@. It is still where it "
-                      "was."_s),
-            {m_places.preferredInstallLocation(), reasonOf(error)});
+        return failToCopy(error);
     }
     // Without its new name on disk, the copy may be gone after a loss of power: what it was copied from, be
     // it in a disk image, stays then, and so does what it replaced.

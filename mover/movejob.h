@@ -39,6 +39,8 @@ private:
     Outcome performAuthorizedMove();
     /// Remembers why the move fails, in the user's language.
     Outcome fail(const QString &text, const QStringList &arguments);
+    /// Fails because the copy could not be made or get its name.
+    Outcome failToCopy(const TXError &error);
     /// Takes what was replaced to the Trash, as what was at the destination. False, with a failure text that
     /// shows the path `shown`, when it is not there.
     bool trashOld(const Replacement &replacement, const QString &destination, const QString &shown);

@@ -361,12 +361,14 @@ TEST_F(AppMoverImage, ImageIsDetachedAndDeletedInsteadOfTrashed) {
 
 TEST_F(AppMoverImage, ImageStaysWhenTheDiskMayNotHoldTheCopy) {
     setImages(QVariantMap{{u"images"_s, QVariantList{image(path(u"my.img"_s), {path(u"it's mounted"_s)})}}});
+    tasks.failing = [](const tx::TaskRequest &task) { return task.program == u"/bin/sh" ? ENOENT : 0; };
     files.failOn(u"syncFolder"_s, EIO);
     EXPECT_EQ(move(), -1);
     EXPECT_TRUE(exits.isEmpty());
     for (const tx::TaskRequest &task : tasks.started)
         EXPECT_NE(task.program, u"/bin/sh"_s) << task.arguments.value(1).toStdString();
     EXPECT_TRUE(QFileInfo::exists(path(u"it's mounted/Host.app"_s)));
+    ASSERT_EQ(alerts.size(), 1);
     EXPECT_THAT(alerts.last().informative.toStdString(),
                 testing::HasSubstr("the disk may not hold the copy"));
 }

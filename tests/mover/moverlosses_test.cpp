@@ -350,6 +350,12 @@ TEST_F(MoverFault, LockThatCannotBeHadMeansHandsOff) {
     QDir().rmdir(lockPath);
     files.failOn(u"lockApplication"_s, EACCES);
     expectRefused(EACCES);
+    // A full disk is no matter of permissions.
+    files.failOn(u"lockApplication"_s, ENOSPC);
+    EXPECT_EQ(move(), -1);
+    EXPECT_EQ(told,
+              u"The application could not be copied to the folder %1: %2. It is still where it was."_s.arg(
+                  local, QString::fromLocal8Bit(strerror(ENOSPC))));
 }
 
 TEST_F(MoverFault, WhatAnInterruptedInstallationLeftDoesNotComeBackOverTheMovedOne) {
