@@ -71,24 +71,6 @@ TEST(House, ToolsNeedNothingButTheCLibrary) {
                            u"hdiutil"_s, u"open"_s, u"system_profiler"_s, u"tar"_s, u"xattr"_s}));
 }
 
-/// A tool that was linked to a shared library instead would fail on another machine only.
-TEST_F(InstalledPackage, MissingStaticLibraryEndsTheConfiguration) {
-    const auto configure = [this](const QByteArray &before) {
-        tx::test::writeFile(path(u"tree/CMakeLists.txt"_s),
-                            "cmake_minimum_required(VERSION 3.25)\nproject(tree LANGUAGES CXX)\n" + before +
-                                "include(" TEST_SOURCES "/../cmake/StaticLibraries.cmake)\n");
-        QDir(path(u"tree/build"_s)).removeRecursively();
-        return runProcess(u"cmake"_s,
-                          {u"-G"_s, u"Ninja"_s, u"-S"_s, path(u"tree"_s), u"-B"_s, path(u"tree/build"_s)});
-    };
-    EXPECT_EQ(configure("").status, 0);
-    const auto missing = configure("set(CMAKE_IGNORE_PREFIX_PATH / /usr)\n");
-    EXPECT_NE(missing.status, 0);
-    EXPECT_THAT(missing.errors.simplified().toStdString(),
-                testing::HasSubstr("The static library libz.a was not found."));
-    EXPECT_THAT(missing.errors.simplified().toStdString(), testing::HasSubstr("apt-get install zlib1g-dev"));
-}
-
 /// What README.md tells a host to do: install, find the package, link, find the resources.
 TEST_F(InstalledPackage, ServesAHost) {
     const QString prefix = path(u"prefix"_s);

@@ -77,6 +77,7 @@ TEST_F(Requirements, BuildNeedsNothingThatOnlyTheDemonstrationUses) {
     EXPECT_EQ(setUp(u"demo"_s).status, 1);
 }
 
+/// A tool that was linked to a shared library in place of a static one would fail on another machine only.
 TEST_F(Requirements, ConfigurationNamesMissingLibrariesTogetherTheStaticOnesToo) {
     const ProcessResult result = runProcess(
         u"cmake"_s, {u"-S"_s, tree, u"-B"_s, path(u"build"_s), u"-G"_s, u"Ninja"_s,
