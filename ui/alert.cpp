@@ -60,9 +60,11 @@ struct Box {
             box->setCheckBox(suppression);
         }
     }
+    /// Closed without a button, it answers as Escape does: nothing was confirmed.
     [[nodiscard]] int answer() const {
-        return std::max(0,
-                        static_cast<int>(buttons.indexOf(qobject_cast<QPushButton *>(box->clickedButton()))));
+        const auto index =
+            static_cast<int>(buttons.indexOf(qobject_cast<QPushButton *>(box->clickedButton())));
+        return index < 0 ? static_cast<int>(buttons.size()) - 1 : index;
     }
 
     QMessageBox *box;

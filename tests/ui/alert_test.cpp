@@ -12,6 +12,8 @@
 #include <QTimer>
 #include <QWindow>
 
+#include <functional>
+
 using namespace Qt::StringLiterals;
 
 std::unique_ptr<QCoreApplication> makeApplication(int &argc, char **argv) {
@@ -154,6 +156,32 @@ TEST_F(AlertWindow, WithoutButtonsHasOneInTheUsersLanguageWithTheLooksOfAllOther
     tx::test::drainEvents();
     EXPECT_FALSE(shownBox());
     EXPECT_EQ(answers, QList<int>{0});
+}
+
+TEST_F(AlertWindow, ClosedWithoutAButtonConfirmsNothing) {
+    const tx::Alert alert{u"Question"_s, u"Explanation"_s, {u"Move"_s, u"Do Not Move"_s}};
+    const std::function<void(QMessageBox *)> ways[] = {[](QMessageBox *box) { box->reject(); },
+                                                       [](QMessageBox *box) { box->close(); },
+                                                       [](QMessageBox *box) { box->hide(); }};
+    for (const auto &way : ways) {
+        QTimer timer;
+        QObject::connect(&timer, &QTimer::timeout, &timer, [&] {
+            auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
+            if (!box || !box->isVisible())
+                return;
+            timer.stop();
+            way(box);
+        });
+        timer.start(5);
+        EXPECT_EQ(tx::presentAlertInWindow(alert), 1);
+    }
+    QWidget window;
+    window.show();
+    QList<int> answers;
+    tx::presentAlertAsSheet(alert, &window, [&](int button) { answers << button; });
+    shownBox()->reject();
+    tx::test::drainEvents();
+    EXPECT_EQ(answers, QList<int>{1});
 }
 
 TEST_F(AlertWindow, SheetGoesWithItsWindowWithoutAnAnswer) {
