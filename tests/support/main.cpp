@@ -16,7 +16,8 @@
 extern "C" [[gnu::visibility("default")]] const char *
 __lsan_default_suppressions();                         // NOLINT(bugprone-reserved-identifier)
 extern "C" const char *__lsan_default_suppressions() { // NOLINT(bugprone-reserved-identifier)
-    return "leak:libQt6WebEngineCore\nleak:libdbus-1\nleak:libfontconfig\nleak:libudev\n";
+    return "leak:libQt6WebEngineCore\nleak:libdbus-1\nleak:libfontconfig\nleak:libudev\nleak:libwayland-"
+           "client\n";
 }
 
 /// Asked by AddressSanitizer: the web engine deletes some of its objects by a base class.
