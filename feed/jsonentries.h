@@ -9,7 +9,7 @@
 
 namespace tx {
 
-/// A member of an entry as it is written: its text, or the text form of what is no text.
+/// The value of a member: the string, or the JSON text of any other value.
 struct JsonMember {
     QString text;
     bool isText = false;

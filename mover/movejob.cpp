@@ -163,7 +163,7 @@ MoveJob::Outcome MoveJob::performUnauthorizedMove() {
                                   "finished, then try again."_s),
                         {destination});
         if (error.code() == ENOSPC || error.code() == EDQUOT)
-            return failToCopy(error); // there is no room even for the lock file
+            return failToCopy(error); // the disk is too full for a lock file
         return fail(moverText(u"It could not be determined whether %@ is being updated: %@. Check the "
                               "permissions of %@, then try again."_s),
                     {destination, reasonOf(error), error.userInfo()[u"path"_s].toString()});
@@ -230,8 +230,8 @@ bool MoveJob::trashOld(const Replacement &replacement, const QString &destinatio
     if (removeItemAtPath(replacement.oldPath(), destination, &why))
         return true;
     if (why.userInfo().contains(u"trashed"_s)) {
-        // All of it is in the Trash, but what is left here is no longer complete: under the name of an
-        // unfinished copy nobody puts it back, and the next move removes it.
+        // The Trash holds a complete copy, but removing the original failed half-way. Renamed like an
+        // unfinished copy, the rest is never put back, and the next move removes it.
         (void)services().fileSystem->rename(replacement.oldPath(), replacement.stagedPath());
         return true;
     }

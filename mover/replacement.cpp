@@ -103,7 +103,7 @@ TXError Replacement::takeNameByCopying() {
         error = files.rename(m_staged, m_destination);
     if (!error)
         error = files.syncFolder(m_folder);
-    // From then on it is no longer put back.
+    // After this rename, recovery keeps the new application.
     if (!error)
         error = files.rename(m_whole, m_old);
     if (error) {

@@ -3,8 +3,8 @@
 #include "core/host_p.h"
 #include "platform/mainbundle.h"
 #include "platform/services.h"
+#include "tests/disks/ownmounts.h"
 #include "tests/support/builders.h"
-#include "tests/support/environment.h"
 #include "tests/support/fakes.h"
 
 #include <TarvixUpdate/TXUpdateAppMover.h>
@@ -13,7 +13,6 @@
 #include <QFile>
 #include <QFileInfo>
 
-#include <sys/mount.h>
 #include <unistd.h>
 
 using namespace Qt::StringLiterals;
@@ -22,15 +21,12 @@ using tx::test::treeOf;
 
 namespace {
 
-class LayeredMove : public tx::test::FrameworkTest {
+class LayeredMove : public tx::test::OwnMounts {
 protected:
     const QString source = path(u"home/Loads/Host.app"_s);
-    const QString disk = path(u"disk"_s);
     QString top = disk + u"/lower"_s; ///< the merged layers where the system permits them
-    QStringList mounted;
 
     LayeredMove() {
-        QDir().mkpath(disk);
         const bool hasDisk = mountAt(disk, "tmpfs", "size=64m");
         for (const char *part : {"/lower", "/upper", "/work", "/merged"})
             QDir().mkpath(disk + QLatin1StringView(part));
@@ -50,27 +46,6 @@ protected:
         };
         tx::setMainBundle(TXBundle(source));
         tx::resetHost();
-    }
-    ~LayeredMove() override {
-        while (!mounted.isEmpty())
-            umount2(QFile::encodeName(mounted.takeLast()).constData(), MNT_DETACH);
-    }
-    bool mountAt(const QString &place, const char *type, const QByteArray &options) {
-        if (mount(type, QFile::encodeName(place).constData(), type, 0, options.constData()) != 0)
-            return false;
-        mounted << place;
-        return true;
-    }
-    /// Layers on which a new folder can be renamed.
-    bool mountsLayers(const QByteArray &options) {
-        const QString merged = disk + u"/merged"_s;
-        if (!mountAt(merged, "overlay", options))
-            return false;
-        if (QDir(merged).mkdir(u"a"_s) && QDir(merged).rename(u"a"_s, u"b"_s))
-            return QDir(merged).rmdir(u"b"_s);
-        QDir(merged).rmdir(u"a"_s);
-        umount2(QFile::encodeName(mounted.takeLast()).constData(), MNT_DETACH);
-        return false;
     }
 };
 

@@ -22,8 +22,8 @@ namespace {
 /// What the file system of the destination can do.
 enum class Road { Exchanges, Renames, Copies };
 
-/// A file system like that, as long as what was at the destination is there: on layers, what takes its place
-/// is no longer a folder of a lower one.
+/// Fails like that file system until the old application has left the destination. On an overlay, the folder
+/// that replaces it lies in the upper layer, which has no such limit.
 class RoadFiles final : public tx::test::FaultFileSystem {
 public:
     RoadFiles(Road road, const QString &destination)
@@ -350,7 +350,7 @@ TEST_F(MoverFault, LockThatCannotBeHadMeansHandsOff) {
     QDir().rmdir(lockPath);
     files.failOn(u"lockApplication"_s, EACCES);
     expectRefused(EACCES);
-    // A full disk is no matter of permissions.
+    // A full disk is reported as such, not as missing permissions.
     files.failOn(u"lockApplication"_s, ENOSPC);
     EXPECT_EQ(move(), -1);
     EXPECT_EQ(told,
