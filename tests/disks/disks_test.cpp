@@ -16,6 +16,7 @@
 #include "tests/support/environment.h"
 #include "tests/support/fakes.h"
 #include "tests/support/feedserver.h"
+#include "tests/support/places.h"
 #include "tests/support/processes.h"
 
 #include <TarvixUpdate/TXUpdate.h>
@@ -245,7 +246,7 @@ TEST_F(Disks, UnpackingOntoAFullDiskLeavesNothing) {
     if (!real)
         environment << u"TXUPDATE_UNARCHIVER_LIMIT=300000"_s; // as near as it comes
     const auto result =
-        tx::test::runProcess(QStringLiteral(TEST_RESOURCES) + u"/Archives/tar"_s, {u"-zxC"_s, disk},
+        tx::test::runProcess(tx::test::resourcesFolder() + u"/Archives/tar"_s, {u"-zxC"_s, disk},
                              tx::test::readFile(disk + u"/App.tgz"_s), environment);
     EXPECT_EQ(result.status, 1) << result.errors.constData();
     EXPECT_EQ(namesIn(disk), QStringList{u"App.tgz"_s});
@@ -253,7 +254,7 @@ TEST_F(Disks, UnpackingOntoAFullDiskLeavesNothing) {
 
 TEST_F(Disks, NamesThatAreTheSameToTheFileSystemSpoilTheArchive) {
     const QByteArray sanitizers = qgetenv("ASAN_OPTIONS");
-    const QStringList environment{u"LD_PRELOAD="_s + QStringLiteral(TEST_HELPERS) + u"/casefold.so"_s,
+    const QStringList environment{u"LD_PRELOAD="_s + tx::test::helpersFolder() + u"/casefold.so"_s,
                                   u"ASAN_OPTIONS="_s + QString::fromUtf8(sanitizers) +
                                       u":verify_asan_link_order=0"_s};
     const struct {
@@ -267,7 +268,7 @@ TEST_F(Disks, NamesThatAreTheSameToTheFileSystemSpoilTheArchive) {
                               {{u"A.app/Readme"_s, tx::test::ArchiveEntry::File, "1"},
                                {u"A.app/README"_s, tx::test::ArchiveEntry::File, "2"}});
         const QByteArray archive = tx::test::readFile(path(u"archive"_s));
-        const QString tool = QStringLiteral(TEST_RESOURCES) + each.tool;
+        const QString tool = tx::test::resourcesFolder() + each.tool;
         const auto result = tx::test::runProcess(tool, each.words, archive, environment);
         EXPECT_EQ(result.status, 1);
         EXPECT_THAT(result.errors.toStdString(), testing::HasSubstr("README: stands there twice"));

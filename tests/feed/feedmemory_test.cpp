@@ -2,6 +2,7 @@
 // How much memory a feed takes, whatever its shape.
 #include "tests/support/environment.h"
 #include "tests/support/feedserver.h"
+#include "tests/support/places.h"
 
 #include <QProcess>
 
@@ -254,7 +255,7 @@ TEST_P(FeedMemory, TakesNoMoreThanItMay) {
         return request.path() == "/small" ? HttpReply::json("{}") : reply;
     });
     QProcess process;
-    process.start(QStringLiteral(TEST_HELPERS) + u"/feed_reader"_s,
+    process.start(tx::test::helpersFolder() + u"/feed_reader"_s,
                   {server.url(u"/small"_s), server.url(u"/feed"_s)});
     ASSERT_TRUE(process.waitForFinished(200000)) << "not in bounded time";
     ASSERT_EQ(process.exitCode(), 0);

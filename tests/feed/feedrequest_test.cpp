@@ -9,6 +9,7 @@
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
 #include "tests/support/feedserver.h"
+#include "tests/support/places.h"
 #include "tests/support/processes.h"
 
 #include <TarvixUpdate/TXUpdateFeed.h>
@@ -306,7 +307,7 @@ TEST_P(ServerOfFiles, IsMentionedInTheLogFromLevelFourOn) {
         refusePost();
         server.expect("GET", "/feed.json", HttpReply::json("{}"));
         const auto asked =
-            tx::test::runProcess(QStringLiteral(TEST_HELPERS) + u"/feed_asker"_s, {url().toString()}, {},
+            tx::test::runProcess(tx::test::helpersFolder() + u"/feed_asker"_s, {url().toString()}, {},
                                  {u"TXUPDATE_LOG_LEVEL=%1"_s.arg(level)});
         EXPECT_EQ(asked.status, 0) << asked.errors.constData();
         EXPECT_EQ(asked.errors.count("once more without the profile"), level == 4 ? 1 : 0)

@@ -4,6 +4,7 @@
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
 #include "tests/support/fakes.h"
+#include "tests/support/places.h"
 #include "tests/support/processes.h"
 
 #include <TarvixUpdate/TXUpdate.h>
@@ -65,7 +66,7 @@ TEST_F(Relaunch, LauncherIsToldToLogFromLevelFiveOn) {
                                           std::pair(5, "debug"), std::pair(6, "debug")}) {
         QFile::remove(given);
         const auto result = tx::test::runProcess(
-            QStringLiteral(TEST_HELPERS) + u"/survival/fault_host"_s, {host, u"relaunch"_s}, {},
+            tx::test::helpersFolder() + u"/survival/fault_host"_s, {host, u"relaunch"_s}, {},
             {u"TXUPDATE_LOG_LEVEL=%1"_s.arg(level), u"TXUPDATE_RESOURCES="_s + resources,
              u"FAULT_PLAN="_s + path(u"plan"_s)});
         ASSERT_EQ(result.status, 0) << result.errors.constData();

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "tests/installer/installertest.h"
+#include "tests/support/places.h"
 
 #include <QTemporaryDir>
 
@@ -92,7 +93,7 @@ TEST_F(InstallerTool, HostThatDoesNotEndIsLeftAlone) {
     host.start(u"sleep"_s, {u"1000"_s});
     ASSERT_TRUE(host.waitForStarted());
     const ProcessResult result =
-        runProcess(QStringLiteral(TEST_HELPERS) + u"/installer_fault_driver"_s,
+        runProcess(tx::test::helpersFolder() + u"/installer_fault_driver"_s,
                    QStringList{u"none"_s, u"0"_s} + arguments(QString::number(host.processId())));
     EXPECT_EQ(result.status, tx::installer::StatusTryLater);
     EXPECT_THAT(result.errors.toStdString(), testing::HasSubstr("does not end"));
@@ -431,7 +432,7 @@ TEST_F(InstallerTool, PlaceThatTakesNothingIsFoundOutBeforeTheHostEnds) {
     host.start(u"sleep"_s, {u"1000"_s});
     ASSERT_TRUE(host.waitForStarted());
     const ProcessResult result =
-        runProcess(QStringLiteral(TEST_HELPERS) + u"/installer_fault_driver"_s,
+        runProcess(tx::test::helpersFolder() + u"/installer_fault_driver"_s,
                    QStringList{u"fail"_s, u"2"_s} + arguments(QString::number(host.processId())));
     EXPECT_EQ(result.status, tx::installer::StatusCannotStage) << "at once, and not after its end";
     EXPECT_THAT(result.output.toStdString(), testing::HasSubstr("2 make "));
@@ -486,10 +487,9 @@ TEST_F(InstallerTool, ReadOnlyFolderIsRefusedWhileTheHostStillRuns) {
 
 TEST_F(InstallerTool, CopyInTheCacheRemovesItselfAndUsesTheRecordedSession) {
     const QString cache = path(u"cache"_s);
-    ASSERT_EQ(
-        runProcess(u"cp"_s, {u"-R"_s, QStringLiteral(TEST_RESOURCES) + u"/TXUpdateInstaller.app"_s, cache})
-            .status,
-        0);
+    ASSERT_EQ(runProcess(u"cp"_s, {u"-R"_s, tx::test::resourcesFolder() + u"/TXUpdateInstaller.app"_s, cache})
+                  .status,
+              0);
     QByteArray record = "MARK=session";
     record += '\0';
     tx::test::writeFile(cache + u"/TXUpdateInstaller.environment"_s,

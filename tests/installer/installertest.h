@@ -6,6 +6,7 @@
 #include "tests/installer/stepfiles.h"
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
+#include "tests/support/places.h"
 #include "tests/support/processes.h"
 
 #include <QDir>
@@ -83,11 +84,11 @@ protected:
     }
     QStringList arguments(const QString &process) const { return {process, fresh, app, archive}; }
     static QString tool() {
-        return QStringLiteral(TEST_RESOURCES) + u"/TXUpdateInstaller.app/Contents/MacOS/TXUpdateInstaller"_s;
+        return tx::test::resourcesFolder() + u"/TXUpdateInstaller.app/Contents/MacOS/TXUpdateInstaller"_s;
     }
     ProcessResult runTool(const QStringList &words) const { return runProcess(tool(), words); }
     ProcessResult drive(const QString &mode, int call) const {
-        const QString driver = QStringLiteral(TEST_HELPERS) + u"/installer_fault_driver"_s;
+        const QString driver = tx::test::helpersFolder() + u"/installer_fault_driver"_s;
         const QStringList words = QStringList{mode, QString::number(call)} + arguments(endedProcess());
         return inPlace ? runAsUser(driver, words) : runProcess(driver, words);
     }

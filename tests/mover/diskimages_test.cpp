@@ -5,6 +5,7 @@
 #include "platform/services.h"
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
+#include "tests/support/places.h"
 #include "tests/support/processes.h"
 
 #include <sched.h>
@@ -100,7 +101,7 @@ TEST_F(DiskImages, DetachingUnmountsEverythingAndReleasesTheDevice) {
     EXPECT_EQ(detach(images(), "/srv/disk.img", actions), "stuck");
 }
 
-QString tool() { return QStringLiteral(TEST_RESOURCES) + u"/hdiutil"_s; }
+QString tool() { return tx::test::resourcesFolder() + u"/hdiutil"_s; }
 
 TEST(DiskImageTool, MisuseIsExplained) {
     for (const QStringList &words :

@@ -3,6 +3,7 @@
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
 #include "tests/support/fakes.h"
+#include "tests/support/places.h"
 
 #include <QDirIterator>
 
@@ -74,7 +75,7 @@ TEST_F(OpenAddress, NothingElseOpensAddresses) {
     QStringList found;
     for (const QString &folder :
          {u"cli"_s, u"core"_s, u"feed"_s, u"install"_s, u"mover"_s, u"platform"_s, u"profile"_s, u"ui"_s}) {
-        QDirIterator files(QStringLiteral(TEST_SOURCES) + u"/../"_s + folder, {u"*.cpp"_s}, QDir::Files,
+        QDirIterator files(tx::test::sourcesFolder() + u"/../"_s + folder, {u"*.cpp"_s}, QDir::Files,
                            QDirIterator::Subdirectories);
         while (files.hasNext()) {
             const QString file = files.next();

@@ -5,6 +5,7 @@
 #include "tests/support/agreement.h"
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
+#include "tests/support/places.h"
 
 using namespace Qt::StringLiterals;
 
@@ -28,7 +29,7 @@ void expectAgreement(const QByteArray &document) {
 }
 
 TEST(PlainPropertyList, AgreesWithTheFrameworkOnTheCorpus) {
-    const QDir corpus(QStringLiteral(TEST_SOURCES) + u"/../fuzz/corpus/property_list"_s);
+    const QDir corpus(tx::test::sourcesFolder() + u"/../fuzz/corpus/property_list"_s);
     int count = 0;
     for (const QString &name : corpus.entryList(QDir::Files)) {
         SCOPED_TRACE(name.toStdString());

@@ -2,6 +2,7 @@
 // The words with which the system asks for an administrator's password (cmake/TarvixUpdatePolicy.cmake).
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
+#include "tests/support/places.h"
 #include "tests/support/processes.h"
 
 #include <QFileInfo>
@@ -24,7 +25,7 @@ protected:
         return tx::test::runProcess(u"cmake"_s,
                                     {u"-DFILE="_s + file, u"-DNAME="_s + name, u"-DBUNDLE="_s + bundle,
                                      u"-DIDENTIFIER="_s + identifier, u"-P"_s,
-                                     QStringLiteral(TEST_SOURCES) + u"/../cmake/TarvixUpdatePolicy.cmake"_s});
+                                     tx::test::sourcesFolder() + u"/../cmake/TarvixUpdatePolicy.cmake"_s});
     }
 };
 

@@ -8,6 +8,7 @@
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
 #include "tests/support/fakes.h"
+#include "tests/support/places.h"
 #include "tests/support/processes.h"
 
 #include <QDir>
@@ -182,7 +183,7 @@ protected:
         const QString program = path(place);
         QDir().mkpath(QFileInfo(program).path());
         EXPECT_TRUE(QFile::exists(program) ||
-                    QFile::copy(QStringLiteral(TEST_HELPERS) + u"/resources_printer"_s, program));
+                    QFile::copy(tx::test::helpersFolder() + u"/resources_printer"_s, program));
         const auto result = tx::test::runProcess(program, {}, {}, {u"TXUPDATE_RESOURCES="_s + variable});
         EXPECT_EQ(result.status, 0) << result.errors.constData();
         return QString::fromUtf8(result.output);
@@ -191,7 +192,7 @@ protected:
 
 TEST_F(Resources, StandBesideTheLibraryOrWhereTheTestSays) {
     EXPECT_EQ(QFileInfo(tx::frameworkResourcesPath()).canonicalFilePath(),
-              QFileInfo(QStringLiteral(TEST_RESOURCES)).canonicalFilePath());
+              QFileInfo(tx::test::resourcesFolder()).canonicalFilePath());
     const QString elsewhere = path(u"elsewhere"_s);
     const QString bundled = path(u"A.app/Contents/Frameworks/TarvixUpdate/Resources"_s);
     EXPECT_EQ(foundFrom(u"A.app/Contents/Frameworks/library"_s, elsewhere), elsewhere);
@@ -229,7 +230,7 @@ TEST_F(Desktop, RevealStartsItsHelper) {
 }
 
 TEST_F(Desktop, RevealFallsBackToTheFolderWithoutAFileManager) {
-    const QString helper = QStringLiteral(TEST_RESOURCES) + u"/TXUpdateReveal"_s;
+    const QString helper = tx::test::resourcesFolder() + u"/TXUpdateReveal"_s;
     // xdg-open is played by a script.
     tx::test::writeFile(path(u"bin/xdg-open"_s),
                         "#!/bin/sh\nprintf %s \"$1\" > '" + path(u"opened"_s).toUtf8() + "'\n",
@@ -242,7 +243,7 @@ TEST_F(Desktop, RevealFallsBackToTheFolderWithoutAFileManager) {
 }
 
 TEST_F(Desktop, RevealOpensTheFolderWithoutXdgUtils) {
-    const QString helper = QStringLiteral(TEST_RESOURCES) + u"/TXUpdateReveal"_s;
+    const QString helper = tx::test::resourcesFolder() + u"/TXUpdateReveal"_s;
     const QByteArray folder = path(u"a folder"_s).toUtf8();
     const auto runWith = [&](const QString &tools) {
         return tx::test::runProcess(
@@ -271,20 +272,20 @@ TEST_F(Desktop, RevealOpensTheFolderWithoutXdgUtils) {
 
 TEST_F(Desktop, RevealAsksThePortalWithoutAFileManager) {
     tx::test::writeFile(path(u"a folder/file"_s), "x");
-    const auto result = tx::test::runProcess(
-        u"dbus-run-session"_s,
-        {u"--"_s, QStringLiteral(TEST_HELPERS) + u"/file_manager"_s, u"--portal"_s,
-         QStringLiteral(TEST_RESOURCES) + u"/TXUpdateReveal"_s, path(u"a folder/file"_s)});
+    const auto result =
+        tx::test::runProcess(u"dbus-run-session"_s,
+                             {u"--"_s, tx::test::helpersFolder() + u"/file_manager"_s, u"--portal"_s,
+                              tx::test::resourcesFolder() + u"/TXUpdateReveal"_s, path(u"a folder/file"_s)});
     EXPECT_EQ(result.status, 0) << result.errors.constData();
     EXPECT_EQ(result.output.trimmed(), QFileInfo(path(u"a folder/file"_s)).canonicalFilePath().toUtf8());
 }
 
 TEST_F(Desktop, RevealAsksTheFileManager) {
     // A bus of the test's own, on which a helper plays the file manager.
-    const auto result = tx::test::runProcess(u"dbus-run-session"_s,
-                                             {u"--"_s, QStringLiteral(TEST_HELPERS) + u"/file_manager"_s,
-                                              QStringLiteral(TEST_RESOURCES) + u"/TXUpdateReveal"_s,
-                                              path(u"a folder/file"_s)});
+    const auto result =
+        tx::test::runProcess(u"dbus-run-session"_s,
+                             {u"--"_s, tx::test::helpersFolder() + u"/file_manager"_s,
+                              tx::test::resourcesFolder() + u"/TXUpdateReveal"_s, path(u"a folder/file"_s)});
     EXPECT_EQ(result.status, 0) << result.errors.constData();
     EXPECT_EQ(result.output.trimmed(), "file://" + path(u"a%20folder/file"_s).toUtf8());
 }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
+#include "tests/support/places.h"
 #include "tests/support/processes.h"
 
 #include <sys/stat.h>
@@ -14,7 +15,7 @@ using tx::test::runProcess;
 
 namespace {
 
-QString tool(const QString &name) { return QStringLiteral(TEST_RESOURCES) + u'/' + name; }
+QString tool(const QString &name) { return tx::test::resourcesFolder() + u'/' + name; }
 
 class Ditto : public tx::test::FrameworkTest {
 protected:
@@ -158,7 +159,7 @@ TEST_F(Open, WhatIsOpenedGetsTheUsersOwnTools) {
     const tx::test::ProcessReaper reaper{app + u"/Contents/Linux/Program"_s};
     tx::test::makeBundle(
         app, {.program = "#!/bin/sh\nprintf %s \"$PATH\" > '" + path(u"started"_s).toUtf8() + "'\n"});
-    const QStringList environment{u"PATH="_s + QStringLiteral(TEST_RESOURCES) + u":/usr/bin:/bin"_s};
+    const QStringList environment{u"PATH="_s + tx::test::resourcesFolder() + u":/usr/bin:/bin"_s};
     EXPECT_EQ(runProcess(tool(u"open"_s), {app}, {}, environment).status, 0);
     ASSERT_TRUE(tx::test::waitUntil([this] { return !tx::test::readFile(path(u"started"_s)).isEmpty(); }));
     EXPECT_EQ(tx::test::readFile(path(u"started"_s)), QByteArray("/usr/bin:/bin"));

@@ -2,6 +2,7 @@
 // The tools that unpack archives, with archives that nobody made for their application's good.
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
+#include "tests/support/places.h"
 #include "tests/support/processes.h"
 
 #include <QProcess>
@@ -28,7 +29,7 @@ protected:
 
     Unpacking() { QDir().mkpath(out); }
     static QString tool(ArchiveKind kind) {
-        return QStringLiteral(TEST_RESOURCES) + (kind == ArchiveKind::Zip ? u"/ditto"_s : u"/Archives/tar"_s);
+        return tx::test::resourcesFolder() + (kind == ArchiveKind::Zip ? u"/ditto"_s : u"/Archives/tar"_s);
     }
     static QStringList options(ArchiveKind kind) {
         switch (kind) {
@@ -427,7 +428,7 @@ INSTANTIATE_TEST_SUITE_P(Kinds, SummedUnpacking,
 INSTANTIATE_TEST_SUITE_P(Kinds, GzipUnpacking, testing::Values(ArchiveKind::Tgz), nameOf);
 
 TEST(TarTool, MisusePrintsUsage) {
-    const QString tar = QStringLiteral(TEST_RESOURCES) + u"/Archives/tar"_s;
+    const QString tar = tx::test::resourcesFolder() + u"/Archives/tar"_s;
     for (const QStringList &words :
          {QStringList{}, QStringList{u"-xC"_s}, QStringList{u"-cC"_s, u"/tmp"_s},
           QStringList{u"-xC"_s, u"/tmp"_s, u"more"_s}, QStringList{u"xf"_s, u"a.tar"_s}}) {
@@ -442,7 +443,7 @@ TEST(TarTool, CompressionIsTheOneThatWasAskedFor) {
     QTemporaryDir folder;
     tx::test::makeArchive(folder.filePath(u"a"_s), ArchiveKind::Tar, {good});
     const ProcessResult result =
-        runProcess(QStringLiteral(TEST_RESOURCES) + u"/Archives/tar"_s, {u"-zxC"_s, folder.path()},
+        runProcess(tx::test::resourcesFolder() + u"/Archives/tar"_s, {u"-zxC"_s, folder.path()},
                    tx::test::readFile(folder.filePath(u"a"_s)));
     EXPECT_EQ(result.status, 1);
     EXPECT_THAT(result.errors.toStdString(), testing::HasSubstr("not compressed by gzip"));

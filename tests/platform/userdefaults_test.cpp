@@ -5,6 +5,7 @@
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
 #include "tests/support/fakes.h"
+#include "tests/support/places.h"
 
 #include <QProcess>
 
@@ -97,7 +98,7 @@ TEST_F(Defaults, TornOrForeignFileIsSetAside) {
 
 TEST_F(Defaults, TwoProcessesLoseNoWrite) {
     QProcess writers[2];
-    const QString program = QStringLiteral(TEST_HELPERS) + u"/defaults_writer"_s;
+    const QString program = tx::test::helpersFolder() + u"/defaults_writer"_s;
     writers[0].start(program, {file, u"a"_s, u"300"_s});
     writers[1].start(program, {file, u"b"_s, u"300"_s});
     for (QProcess &writer : writers) {

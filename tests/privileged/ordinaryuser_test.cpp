@@ -4,6 +4,7 @@
 #include "platform/readyword.h"
 #include "platform/tasks.h"
 #include "tests/privileged/privileged.h"
+#include "tests/support/places.h"
 
 #include <QDirIterator>
 #include <QProcess>
@@ -181,10 +182,9 @@ TEST_F(OrdinaryUser, IsAllThatTheInstallerIsToldBesideItsJob) {
     const QString installer = application + u"/Contents/Frameworks/TarvixUpdate/Resources"_s +
                               u"/TXUpdateInstaller.app/Contents/MacOS/TXUpdateInstaller"_s;
     ASSERT_TRUE(QFile::remove(installer));
-    ASSERT_EQ(
-        tx::test::runProcess(u"cp"_s, {QStringLiteral(TEST_HELPERS) + u"/installer_stand_in"_s, installer})
-            .status,
-        0);
+    ASSERT_EQ(tx::test::runProcess(u"cp"_s, {tx::test::helpersFolder() + u"/installer_stand_in"_s, installer})
+                  .status,
+              0);
     setMode(installer, 0755);
     ASSERT_EQ(copyRights(), 0);
     ASSERT_EQ(authorization.executeWithPrivileges(*reference, installJob(4711), 0, tool), 0);

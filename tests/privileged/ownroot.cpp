@@ -5,6 +5,7 @@
 #include "platform/mainbundle.h"
 #include "platform/services.h"
 #include "tests/support/builders.h"
+#include "tests/support/places.h"
 
 #include <sched.h>
 #include <sys/mount.h>
@@ -26,7 +27,7 @@ bool OwnRootTest::enterOwnRoot() {
     // What the tests need of the system. Everything else, /opt first of all, is empty or missing.
     QStringList needed{u"bin"_s,   u"dev"_s,  u"etc"_s,  u"lib"_s, u"lib32"_s,
                        u"lib64"_s, u"proc"_s, u"sbin"_s, u"usr"_s};
-    for (const QString &used : {path(u""_s), QStringLiteral(TEST_RESOURCES)}) {
+    for (const QString &used : {path(u""_s), tx::test::resourcesFolder()}) {
         if (!needed.contains(used.section(u'/', 1, 1)))
             needed << used.section(u'/', 1, 1);
     }
@@ -62,8 +63,8 @@ QString OwnRootTest::makeApplication(const QString &bundle, const QString &build
     makeBundle(bundle, {.identifier = hostIdentifier, .build = build});
     const QString resources = bundle + u"/Contents/Frameworks/TarvixUpdate/Resources"_s;
     QDir().mkpath(resources);
-    EXPECT_EQ(runProcess(u"cp"_s, {u"-R"_s, QStringLiteral(TEST_RESOURCES) + u"/TXUpdateAuthorize"_s,
-                                   QStringLiteral(TEST_RESOURCES) + u"/TXUpdateInstaller.app"_s, resources})
+    EXPECT_EQ(runProcess(u"cp"_s, {u"-R"_s, tx::test::resourcesFolder() + u"/TXUpdateAuthorize"_s,
+                                   tx::test::resourcesFolder() + u"/TXUpdateInstaller.app"_s, resources})
                   .status,
               0);
     EXPECT_EQ(runProcess(u"chmod"_s, {u"-R"_s, u"u=rwX,go=rX"_s, bundle}).status, 0);
@@ -100,7 +101,7 @@ void OwnRootTest::expectNoWay() {
     playPkexec();
     makeApplication(path(u"Host.app"_s));
     if (geteuid() == 0) // root without a place of its own: the application is somebody else's
-        services().resourcesPath = [] { return QStringLiteral(TEST_RESOURCES); };
+        services().resourcesPath = [] { return tx::test::resourcesFolder(); };
     EXPECT_FALSE(authorization.canExecute());
     EXPECT_EQ(copyRights(), AuthorizationDenied);
     EXPECT_FALSE(wasAsked());

@@ -8,6 +8,7 @@
 #include "tests/privileged/privileged.h"
 #include "tests/support/builders.h"
 #include "tests/support/fakes.h"
+#include "tests/support/places.h"
 
 #include <QProcess>
 
@@ -63,7 +64,7 @@ TEST_F(Privileged, PolicyOfTheApplicationIsFoundByTheProgramThatIsStarted) {
     const auto written = tx::test::runProcess(
         u"cmake"_s, {u"-DFILE="_s + policy, u"-DNAME=My Host"_s, u"-DIDENTIFIER="_s + hostIdentifier,
                      u"-DBUNDLE="_s + application, u"-P"_s,
-                     QStringLiteral(TEST_SOURCES) + u"/../cmake/TarvixUpdatePolicy.cmake"_s});
+                     tx::test::sourcesFolder() + u"/../cmake/TarvixUpdatePolicy.cmake"_s});
     ASSERT_EQ(written.status, 0) << written.errors.constData();
     // As pkexec does: the words of the policy whose path is the program's own.
     playPkexec("if grep -qF \"exec.path\\\"><![CDATA[$(realpath \"$1\")]]><\" '" + QFile::encodeName(policy) +

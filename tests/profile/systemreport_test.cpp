@@ -5,6 +5,7 @@
 #include "profile/measure.h"
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
+#include "tests/support/places.h"
 #include "tests/support/processes.h"
 
 #include <QDir>
@@ -207,7 +208,7 @@ TEST_F(SystemReport, EmptyMachineHasNothingToTell) {
     EXPECT_TRUE(displays(source()).items.empty());
 }
 
-QString tool() { return QStringLiteral(TEST_RESOURCES) + u"/system_profiler"_s; }
+QString tool() { return tx::test::resourcesFolder() + u"/system_profiler"_s; }
 
 TEST(SystemProfilerTool, WritesThePropertyListOfThisMachine) {
     const auto result = runProcess(

@@ -4,6 +4,7 @@
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
 #include "tests/support/feedserver.h"
+#include "tests/support/places.h"
 #include "tests/support/processes.h"
 
 #include <QDir>
@@ -47,7 +48,7 @@ protected:
     ProcessResult validate(const QList<QByteArray> &list, const QStringList &words = {}) {
         tx::test::writeFile(path(u"feed.json"_s), "{\"release\":[" + list.join(',') + "]}");
         QProcess process;
-        process.start(QStringLiteral(TEST_PROGRAMS) + u"/txupdate"_s,
+        process.start(tx::test::programsFolder() + u"/txupdate"_s,
                       QStringList{u"feed"_s, u"validate"_s, path(u"feed.json"_s), u"--archives"_s} + words);
         EXPECT_TRUE(process.waitForFinished(120000));
         return {process.exitCode(), process.readAllStandardOutput(), process.readAllStandardError()};
@@ -81,7 +82,7 @@ TEST_F(ArchiveChecks, ThoseThatCanBeInstalledPass) {
     EXPECT_TRUE(
         QDir(path(u"home/.cache"_s)).entryList({u"txupdate-validate*"_s}, QDir::AllEntries).isEmpty());
     const qsizetype before = server.requests().size();
-    EXPECT_EQ(tx::test::runProcess(QStringLiteral(TEST_PROGRAMS) + u"/txupdate"_s,
+    EXPECT_EQ(tx::test::runProcess(tx::test::programsFolder() + u"/txupdate"_s,
                                    {u"feed"_s, u"validate"_s, path(u"feed.json"_s)})
                   .status,
               0);
@@ -207,7 +208,7 @@ TEST_F(ArchiveChecks, ApplicationGivesItsIdentifierItsBuildAndItsLimits) {
     EXPECT_EQ(result.status, 1);
     EXPECT_TRUE(says(result, u"none.app is no application"_s));
     QStringList words{u"feed"_s, u"validate"_s, path(u"feed.json"_s), u"--app"_s, app};
-    EXPECT_EQ(tx::test::runProcess(QStringLiteral(TEST_PROGRAMS) + u"/txupdate"_s, words).status, 64)
+    EXPECT_EQ(tx::test::runProcess(tx::test::programsFolder() + u"/txupdate"_s, words).status, 64)
         << "an application is for archives only";
 }
 

@@ -6,6 +6,7 @@
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
 #include "tests/support/feedserver.h"
+#include "tests/support/places.h"
 #include "tests/support/processes.h"
 
 #include <QImage>
@@ -38,7 +39,7 @@ private:
 };
 
 constexpr QFile::Permissions executable = QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner;
-const QString demoScripts = QStringLiteral(TEST_SOURCES) + u"/../scripts/demo/"_s;
+const QString demoScripts = tx::test::sourcesFolder() + u"/../scripts/demo/"_s;
 
 /// Runs one of the scripts to its end, which takes minutes under a sanitizer.
 tx::test::ProcessResult runScript(const QString &program, const QStringList &arguments) {
@@ -58,8 +59,8 @@ tx::test::ProcessResult runScript(const QString &program, const QStringList &arg
 class GraphicalTest : public tx::test::FrameworkTest {
     // Root in a container has no sandbox; these pages are the test's own.
     const Variable sandbox{"QTWEBENGINE_DISABLE_SANDBOX", "1"};
-    const Variable leaks{"LSAN_OPTIONS",
-                         "suppressions=" TEST_SOURCES "/support/leaks.supp:print_suppressions=0"};
+    const Variable leaks{"LSAN_OPTIONS", "suppressions=" + tx::test::sourcesFolder().toUtf8() +
+                                             "/support/leaks.supp:print_suppressions=0"};
     const Variable addresses{"ASAN_OPTIONS", "new_delete_type_mismatch=0"};
     const Variable platform{"QT_QPA_PLATFORM", {}};
 };
@@ -103,8 +104,8 @@ protected:
     }
     static void makeBundle(const QString &bundle, const QString &build, const QString &version) {
         const auto made =
-            tx::test::runProcess(QStringLiteral(TEST_SOURCES) + u"/../examples/notes/make-bundle"_s,
-                                 {QStringLiteral(TEST_PROGRAMS) + u"/.."_s, build, version, bundle});
+            tx::test::runProcess(tx::test::sourcesFolder() + u"/../examples/notes/make-bundle"_s,
+                                 {tx::test::programsFolder() + u"/.."_s, build, version, bundle});
         ASSERT_EQ(made.status, 0) << made.errors.constData();
     }
 };
@@ -182,8 +183,8 @@ INSTANTIATE_TEST_SUITE_P(X11AndWayland, OnADesktop, testing::Values("x11", "wayl
 class Demonstration : public GraphicalTest {
 protected:
     const QString pictures = path(u"pictures"_s);
-    const QStringList arguments{demoScripts + u"window"_s, QStringLiteral(TEST_PROGRAMS) + u"/.."_s,
-                                u"light"_s, pictures};
+    const QStringList arguments{demoScripts + u"window"_s, tx::test::programsFolder() + u"/.."_s, u"light"_s,
+                                pictures};
     const Variable display{"DISPLAY", {}};
     const Variable wayland{"WAYLAND_DISPLAY", {}};
 };
@@ -218,9 +219,8 @@ TEST_F(Demonstration, FailsWhenAStateIsNotReached) {
     tx::test::writeFile(tree + u"/lib/libTarvixUpdate.so.0"_s, "");
     tx::test::writeFile(tree + u"/lib/TarvixUpdate/Resources/empty"_s, "");
     tx::test::writeFile(tree + u"/bin/TarvixNotes"_s, "#!/bin/sh\nexit 5\n", executable);
-    ASSERT_TRUE(
-        QFile::link(QFileInfo(QStringLiteral(TEST_PROGRAMS) + u"/../bin/txupdate"_s).absoluteFilePath(),
-                    tree + u"/bin/txupdate"_s));
+    ASSERT_TRUE(QFile::link(QFileInfo(tx::test::programsFolder() + u"/../bin/txupdate"_s).absoluteFilePath(),
+                            tree + u"/bin/txupdate"_s));
     const Variable somewhere("DISPLAY", ":0");
     const auto done = runScript(arguments.first(), {tree, u"light"_s, pictures});
     EXPECT_EQ(done.status, 1);

@@ -3,6 +3,7 @@
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
 #include "tests/support/feedserver.h"
+#include "tests/support/places.h"
 #include "tests/support/processes.h"
 
 #include <QProcess>
@@ -32,8 +33,8 @@ protected:
     }
     static void makeBundle(const QString &bundle, const QString &build) {
         const auto made =
-            tx::test::runProcess(QStringLiteral(TEST_SOURCES) + u"/../examples/notes/make-bundle"_s,
-                                 {QStringLiteral(TEST_PROGRAMS) + u"/.."_s, build, build + u".0"_s, bundle});
+            tx::test::runProcess(tx::test::sourcesFolder() + u"/../examples/notes/make-bundle"_s,
+                                 {tx::test::programsFolder() + u"/.."_s, build, build + u".0"_s, bundle});
         ASSERT_EQ(made.status, 0) << made.errors.constData();
     }
     QByteArray archiveOfNewBuild(ArchiveKind kind) {

@@ -4,6 +4,7 @@
 #include "platform/linux/openbundle.h"
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
+#include "tests/support/places.h"
 #include "tests/support/processes.h"
 
 #include <QElapsedTimer>
@@ -35,7 +36,7 @@ protected:
             kill(process, SIGKILL);
         EXPECT_TRUE(waitUntil([&] { return tx::processesRunning(program).empty(); }));
     }
-    static QString tool() { return QStringLiteral(TEST_RESOURCES) + u"/TXUpdateLauncher"_s; }
+    static QString tool() { return tx::test::resourcesFolder() + u"/TXUpdateLauncher"_s; }
 };
 
 TEST_F(Launcher, WrongArgumentCountIsRefusedAtOnce) {
@@ -119,9 +120,9 @@ TEST_F(Launcher, RelaunchScriptOpensWhenTheProcessHasGone) {
         host.start(u"sh"_s, {u"-c"_s, u"[ -z \"$2\" ] || \"$0\" $$ \"$1\" '' & read line"_s, tool(), app,
                              both ? u"both"_s : u""_s});
         ASSERT_TRUE(host.waitForStarted());
-        ASSERT_EQ(runProcess(
-                      u"/bin/sh"_s, {u"-c"_s, tx::relaunchCommand(host.processId(), app) + u" >&- 2>&-"_s},
-                      {}, {u"PATH="_s + QStringLiteral(TEST_RESOURCES) + u':' + qEnvironmentVariable("PATH")})
+        ASSERT_EQ(runProcess(u"/bin/sh"_s,
+                             {u"-c"_s, tx::relaunchCommand(host.processId(), app) + u" >&- 2>&-"_s}, {},
+                             {u"PATH="_s + tx::test::resourcesFolder() + u':' + qEnvironmentVariable("PATH")})
                       .status,
                   0);
         EXPECT_FALSE(waitUntil([this] { return !tx::test::readFile(ran).isEmpty(); }, 400)) << "too early";

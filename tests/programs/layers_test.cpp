@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
+#include "tests/support/places.h"
 #include "tests/support/processes.h"
 
 #include <QDirIterator>
@@ -13,14 +14,14 @@ namespace {
 class InstalledPackage : public tx::test::FrameworkTest {};
 
 TEST(House, IncludesGoDownTheFloorsOnly) {
-    const auto result = runProcess(QStringLiteral(TEST_SOURCES) + u"/../scripts/check-layers"_s, {});
+    const auto result = runProcess(tx::test::sourcesFolder() + u"/../scripts/check-layers"_s, {});
     EXPECT_EQ(result.status, 0) << result.errors.constData();
 }
 
 /// Only what the public headers mark may be seen from outside, and the tools carry no Qt.
 TEST(House, LibraryShowsItsInterfaceOnly) {
     const auto symbols = runProcess(
-        u"nm"_s, {u"-DC"_s, u"--defined-only"_s, QStringLiteral(TEST_LIBRARIES) + u"/libTarvixUpdate.so"_s});
+        u"nm"_s, {u"-DC"_s, u"--defined-only"_s, tx::test::librariesFolder() + u"/libTarvixUpdate.so"_s});
     ASSERT_EQ(symbols.status, 0) << symbols.errors.constData();
     EXPECT_TRUE(symbols.output.contains("TXUpdater::sharedUpdater()"));
     EXPECT_TRUE(symbols.output.contains("EscapeForURL"));
@@ -42,7 +43,7 @@ QStringList neededLibraries(const QString &program) {
 
 /// Everything in the framework's resources that can be started, but the one that uses the bundle's Qt.
 TEST(House, ToolsNeedNothingButTheCLibrary) {
-    const QString resources = QStringLiteral(TEST_RESOURCES);
+    const QString resources = tx::test::resourcesFolder();
     const bool sanitized = !QStringLiteral(TEST_SANITIZERS).isEmpty();
     QStringList tools;
     QDirIterator it(resources, QDir::Files | QDir::Executable, QDirIterator::Subdirectories);
@@ -75,7 +76,7 @@ TEST(House, ToolsNeedNothingButTheCLibrary) {
 TEST_F(InstalledPackage, ServesAHost) {
     const QString prefix = path(u"prefix"_s);
     const auto installed = runProcess(
-        u"cmake"_s, {u"--install"_s, QStringLiteral(TEST_PROGRAMS) + u"/.."_s, u"--prefix"_s, prefix});
+        u"cmake"_s, {u"--install"_s, tx::test::programsFolder() + u"/.."_s, u"--prefix"_s, prefix});
     ASSERT_EQ(installed.status, 0) << installed.errors.constData();
     tx::test::writeFile(path(u"host/CMakeLists.txt"_s), R"(cmake_minimum_required(VERSION 3.25)
 project(host LANGUAGES CXX)

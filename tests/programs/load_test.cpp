@@ -2,6 +2,7 @@
 // Many clients at once against one `txupdate serve`.
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
+#include "tests/support/places.h"
 
 #include <QElapsedTimer>
 #include <QProcess>
@@ -35,7 +36,7 @@ TEST_F(Load, EveryClientGetsFeedAndArchive) {
     tx::test::writeFile(path(u"site/App.zip"_s), archive);
     QProcess serving;
     serving.setStandardErrorFile(QProcess::nullDevice());
-    serving.start(QStringLiteral(TEST_PROGRAMS) + u"/txupdate"_s,
+    serving.start(tx::test::programsFolder() + u"/txupdate"_s,
                   {u"serve"_s, path(u"site"_s), u"--port"_s, u"0"_s});
     ASSERT_TRUE(serving.waitForReadyRead(20000));
     const QByteArray line = serving.readLine();

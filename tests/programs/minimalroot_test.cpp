@@ -4,6 +4,7 @@
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
 #include "tests/support/feedserver.h"
+#include "tests/support/places.h"
 #include "tests/support/processes.h"
 
 #include <QProcess>
@@ -48,13 +49,12 @@ protected:
         bundle(fresh, u"2"_s);
         QDir(fresh + u"/Contents/Frameworks"_s).removeRecursively();
         QFile::remove(fresh + u"/Contents/Linux/TarvixNotes"_s);
-        QFile::copy(QStringLiteral(TEST_HELPERS) + u"/launch_recorder"_s,
+        QFile::copy(tx::test::helpersFolder() + u"/launch_recorder"_s,
                     fresh + u"/Contents/Linux/TarvixNotes"_s);
     }
     static void bundle(const QString &where, const QString &build) {
-        const auto made =
-            runProcess(QStringLiteral(TEST_SOURCES) + u"/../examples/notes/make-bundle"_s,
-                       {QStringLiteral(TEST_PROGRAMS) + u"/.."_s, build, build + u".0"_s, where});
+        const auto made = runProcess(tx::test::sourcesFolder() + u"/../examples/notes/make-bundle"_s,
+                                     {tx::test::programsFolder() + u"/.."_s, build, build + u".0"_s, where});
         ASSERT_EQ(made.status, 0) << made.errors.constData();
     }
     /// The C library into the root, all others into the bundle. The tools of a build with sanitizers need
@@ -97,7 +97,7 @@ protected:
         environment.insert(u"TARVIX_NOTES_LAUNCH_LOG"_s, u"/launches"_s);
         process.setProcessEnvironment(environment);
         process.start(
-            QStringLiteral(TEST_SOURCES) + u"/programs/in-own-root"_s,
+            tx::test::sourcesFolder() + u"/programs/in-own-root"_s,
             {root, place + u"/Contents/Linux/TarvixNotes"_s, u"update"_s, server.url(u"/feed.json"_s)});
         EXPECT_TRUE(process.waitForFinished(120000));
         constexpr int notPermitted = 125;

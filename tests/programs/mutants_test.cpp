@@ -2,6 +2,7 @@
 // scripts/mutants, on a tree small enough to build in a moment.
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
+#include "tests/support/places.h"
 #include "tests/support/processes.h"
 
 #include <QProcess>
@@ -15,7 +16,7 @@ using tx::test::waitUntil;
 
 namespace {
 
-const QString program = QStringLiteral(TEST_SOURCES) + u"/../scripts/mutants"_s;
+const QString program = tx::test::sourcesFolder() + u"/../scripts/mutants"_s;
 
 class Mutants : public tx::test::FrameworkTest {
 protected:

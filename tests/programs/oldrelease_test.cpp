@@ -3,6 +3,7 @@
 #include "platform/userdefaults.h"
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
+#include "tests/support/places.h"
 #include "tests/support/processes.h"
 
 #include <TarvixUpdate/TXUpdateSettings.h>
@@ -22,8 +23,8 @@ using tx::test::waitUntil;
 
 namespace {
 
-const QString tree = QStringLiteral(TEST_SOURCES) + u"/.."_s;
-const QString today = QStringLiteral(TEST_PROGRAMS) + u"/.."_s;
+const QString tree = tx::test::sourcesFolder() + u"/.."_s;
+const QString today = tx::test::programsFolder() + u"/.."_s;
 
 class OldRelease : public tx::test::FrameworkTest {
 protected:

@@ -2,6 +2,7 @@
 // What scripts/setup and the configuration say on a system that lacks something.
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
+#include "tests/support/places.h"
 #include "tests/support/processes.h"
 
 #include <QRegularExpression>
@@ -14,7 +15,7 @@ using tx::test::writeFile;
 
 namespace {
 
-const QString tree = QStringLiteral(TEST_SOURCES) + u"/.."_s;
+const QString tree = tx::test::sourcesFolder() + u"/.."_s;
 
 /// A system without Debian's packages, whose programs are those of one folder.
 class Requirements : public tx::test::FrameworkTest {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "tests/programs/txupdatetest.h"
 #include "tests/support/feedserver.h"
+#include "tests/support/places.h"
 
 #include <TarvixUpdate/TXUpdateSystemProfile.h>
 
@@ -353,7 +354,7 @@ TEST_F(TxUpdate, CheckWithoutFeedOrApplicationSaysSo) {
 class Serving {
 public:
     explicit Serving(const QString &folder, const QStringList &more = {}) {
-        m_process.start(QStringLiteral(TEST_PROGRAMS) + u"/txupdate"_s,
+        m_process.start(tx::test::programsFolder() + u"/txupdate"_s,
                         QStringList{u"serve"_s, folder, u"--port"_s, u"0"_s} + more);
         EXPECT_TRUE(m_process.waitForReadyRead(20000));
         m_port = QString::fromUtf8(m_process.readLine()).section(u':', -1).section(u'/', 0, 0).toInt();

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "tests/programs/txupdatetest.h"
 #include "tests/support/feedserver.h"
+#include "tests/support/places.h"
 
 #include <QProcess>
 
@@ -72,9 +73,9 @@ TEST_F(TxUpdateInstall, TerminalGetsAProgressBar) {
     server.expect("GET", "/new.tgz", HttpReply::file(newArchive()));
     // `script` gives the command a terminal.
     QProcess process;
-    process.start(u"script"_s,
-                  {u"-qec"_s, QStringLiteral(TEST_PROGRAMS) + u"/txupdate "_s + words(server).join(u' '),
-                   u"/dev/null"_s});
+    process.start(
+        u"script"_s,
+        {u"-qec"_s, tx::test::programsFolder() + u"/txupdate "_s + words(server).join(u' '), u"/dev/null"_s});
     ASSERT_TRUE(process.waitForFinished(60000));
     const QByteArray output = process.readAllStandardOutput();
     EXPECT_TRUE(output.contains("\r  [########################################] 100 % of 0.0 MB"))
@@ -96,10 +97,10 @@ TEST_F(TxUpdateInstall, EachEndOfTheInstallerIsToldAsItIs) {
     const QString resources = path(u"resources"_s);
     QDir().mkpath(resources);
     QDir().mkpath(path(u"bin"_s));
-    ASSERT_TRUE(QFile::copy(QStringLiteral(TEST_PROGRAMS) + u"/txupdate"_s, alone));
-    for (const QString &name : tx::test::namesIn(QStringLiteral(TEST_RESOURCES))) {
+    ASSERT_TRUE(QFile::copy(tx::test::programsFolder() + u"/txupdate"_s, alone));
+    for (const QString &name : tx::test::namesIn(tx::test::resourcesFolder())) {
         if (name != u"TXUpdateInstaller.app")
-            QFile::link(QStringLiteral(TEST_RESOURCES) + u'/' + name, resources + u'/' + name);
+            QFile::link(tx::test::resourcesFolder() + u'/' + name, resources + u'/' + name);
     }
     for (const Case &c :
          {Case{"exit 64", "started wrongly; the application is unchanged (installer status 64)"},

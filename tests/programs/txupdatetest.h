@@ -3,6 +3,7 @@
 
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
+#include "tests/support/places.h"
 #include "tests/support/processes.h"
 
 #include <QJsonDocument>
@@ -18,12 +19,12 @@ class TxUpdate : public FrameworkTest {
 protected:
     static ProcessResult run(const QStringList &words, const QByteArray &input = {},
                              const QStringList &environment = {}) {
-        return runProcess(QStringLiteral(TEST_PROGRAMS) + u"/txupdate"_s, words, input,
+        return runProcess(tx::test::programsFolder() + u"/txupdate"_s, words, input,
                           QStringList{u"TXUPDATE_LOG_LEVEL=1"_s} + environment);
     }
     /// Runs while this process serves.
     static ProcessResult runWhileServing(const QStringList &words,
-                                         const QString &program = QStringLiteral(TEST_PROGRAMS) +
+                                         const QString &program = tx::test::programsFolder() +
                                                                   u"/txupdate"_s) {
         QProcess process;
         process.start(program, words);

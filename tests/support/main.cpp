@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: MIT
+#include "tests/support/places.h"
+
 #include <QCoreApplication>
 
 #include <gtest/gtest.h>
@@ -31,7 +33,7 @@ int main(int argc, char **argv) {
     if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
         qputenv("QT_QPA_PLATFORM", "offscreen");
     if (qEnvironmentVariableIsEmpty("TXUPDATE_RESOURCES"))
-        qputenv("TXUPDATE_RESOURCES", TEST_RESOURCES);
+        qputenv("TXUPDATE_RESOURCES", tx::test::resourcesFolder().toUtf8());
     // Tests read the framework's log down to its last detail.
     qputenv("TXUPDATE_LOG_LEVEL", "6");
     for (const char *proxy : {"http_proxy", "https_proxy", "all_proxy"})

@@ -4,6 +4,7 @@
 #include "platform/filesystem.h"
 #include "platform/queues.h"
 #include "platform/tasks.h"
+#include "tests/support/places.h"
 #include "tests/survival/survivaltest.h"
 
 #include <TarvixUpdate/TXUpdate.h>
@@ -286,7 +287,7 @@ TEST_F(RewrittenFeed, IsTheOldTheNewOrAnError) {
     tx::test::writeFile(file, content(2000));
     // By the framework's own way to start programs: after Qt's, ThreadSanitizer takes no notice of this
     // thread.
-    auto serving = tx::nativeTasks().start({.program = QStringLiteral(TEST_PROGRAMS) + u"/txupdate"_s,
+    auto serving = tx::nativeTasks().start({.program = tx::test::programsFolder() + u"/txupdate"_s,
                                             .arguments = {u"serve"_s, path(u"site"_s), u"--port"_s, u"0"_s},
                                             .readsOutput = true,
                                             .ownSession = true});

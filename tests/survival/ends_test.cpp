@@ -4,6 +4,7 @@
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
 #include "tests/support/feedserver.h"
+#include "tests/support/places.h"
 #include "tests/support/processes.h"
 
 #include <QElapsedTimer>
@@ -39,7 +40,7 @@ protected:
         tx::test::makeBundle(app, {.build = u"1"_s});
         QDir().mkpath(resources);
         QDir().mkpath(root + u"/home"_s);
-        const QString real = QStringLiteral(TEST_RESOURCES);
+        const QString real = tx::test::resourcesFolder();
         for (const QString &name : namesIn(real)) {
             if (name != u"Archives" && name != u"ditto" && name != u"system_profiler")
                 QFile::link(real + u'/' + name, resources + u'/' + name);
@@ -88,7 +89,7 @@ protected:
         environment.insert(u"XDG_DATA_HOME"_s, home + u"/.local/share"_s);
         environment.insert(u"TXUPDATE_RESOURCES"_s, resources);
         host.setProcessEnvironment(environment);
-        host.start(QStringLiteral(TEST_HELPERS) + u"/survival/ending_host"_s,
+        host.start(tx::test::helpersFolder() + u"/survival/ending_host"_s,
                    {app, stage, way, server.url(feed)});
         ASSERT_TRUE(host.waitForStarted());
     }

@@ -5,6 +5,7 @@
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
 #include "tests/support/feedserver.h"
+#include "tests/support/places.h"
 #include "tests/support/processes.h"
 
 #include <QElapsedTimer>
@@ -77,8 +78,8 @@ protected:
     /// An application that records that it was opened, and is the fault host when it is given a command.
     QByteArray program(const QByteArray &build) const {
         return "#!/bin/sh\n[ $# = 0 ] && { echo " + build + " >> '" + launches.toUtf8() +
-               "'; exit 0; }\nexec '" + TEST_HELPERS + "/survival/fault_host' '" + app.toUtf8() +
-               "' \"$@\"\n";
+               "'; exit 0; }\nexec '" + tx::test::helpersFolder().toUtf8() + "/survival/fault_host' '" +
+               app.toUtf8() + "' \"$@\"\n";
     }
     void prepare() {
         openFolder();
@@ -87,7 +88,7 @@ protected:
         writeFile(app + u"/Contents/Resources/only-old"_s, "x");
         oldTree = treeOf(subject());
         QDir().mkpath(root + u"/home"_s);
-        const QString real = QStringLiteral(TEST_RESOURCES);
+        const QString real = tx::test::resourcesFolder();
         QDir().mkpath(resources);
         for (const QString &name : namesIn(real)) {
             if (name != u"TXUpdateInstaller.app" && name != u"ditto")
@@ -96,7 +97,7 @@ protected:
         const QString tool = resources + u"/TXUpdateInstaller.app/Contents"_s;
         QDir().mkpath(tool + u"/MacOS"_s);
         QFile::link(plan, tool + u"/plan"_s);
-        QFile::copy(QStringLiteral(TEST_HELPERS) + u"/survival/fault_installer"_s,
+        QFile::copy(tx::test::helpersFolder() + u"/survival/fault_installer"_s,
                     tool + u"/MacOS/TXUpdateInstaller"_s);
         writeFile(
             resources + u"/ditto"_s,
@@ -170,7 +171,7 @@ protected:
         environment.insert(u"FAULT_PLAN"_s, plan);
         host.setProcessEnvironment(environment);
         host.setProcessChannelMode(QProcess::MergedChannels);
-        const QString program = QStringLiteral(TEST_HELPERS) + u"/survival/fault_host"_s;
+        const QString program = tx::test::helpersFolder() + u"/survival/fault_host"_s;
         const bool asUser = inPlace && geteuid() == 0;
         host.setProgram(asUser ? u"setpriv"_s : program);
         const QStringList user{u"--reuid=65534"_s, u"--regid=65534"_s, u"--clear-groups"_s, program};

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "platform/osversion.h"
+#include "tests/support/places.h"
 #include "tests/ui/uitest.h"
 #include "ui/appearance.h"
 #include "ui/modalsession.h"
@@ -223,7 +224,7 @@ TEST_F(CheckingPanel, LoadingThatThrowsEndsTheApplication) {
              tx::services().resourcesPath = [calls = 0]() mutable {
                  if (calls++ == 0)
                      throw std::runtime_error("no resources");
-                 return QStringLiteral(TEST_RESOURCES);
+                 return tx::test::resourcesFolder();
              };
          },
          u"no resources"_s},

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // What carries a meaning can be told from what is around it, whatever colours the desktop has.
+#include "tests/support/places.h"
 #include "tests/ui/uitest.h"
 #include "ui/appearance.h"
 #include "ui/progressindicator.h"
@@ -45,7 +46,7 @@ QList<Desktop> desktops() {
 
 /// The colour of most of a mark. White belongs to what is drawn on it.
 QColor colourOf(const QString &name) {
-    const QString path = QStringLiteral(TEST_RESOURCES) + u'/' + name + u".svg"_s;
+    const QString path = tx::test::resourcesFolder() + u'/' + name + u".svg"_s;
     const QImage mark =
         QIcon(path).pixmap(QSize(80, 80), 1.0).toImage().convertToFormat(QImage::Format_ARGB32);
     QHash<QRgb, int> counts;

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Which windows are above which: as Qt is told, and as a window manager on a display of its own has it.
+#include "tests/support/places.h"
 #include "tests/ui/uitest.h"
 
 #include <TarvixUpdate/TXUpdatePanel.h>
@@ -144,7 +145,7 @@ protected:
     }
     void start(QProcess &process, const QStringList &arguments) {
         process.setProcessEnvironment(environment);
-        process.start(QStringLiteral(TEST_HELPERS) + u"/floating_host"_s,
+        process.start(tx::test::helpersFolder() + u"/floating_host"_s,
                       QStringList{path(u"resources"_s)} + arguments);
         ASSERT_TRUE(process.waitForStarted());
     }
@@ -188,7 +189,7 @@ protected:
         replaceResource(u"TXUpdateWebView.so"_s, {}); // no page is needed
         const QString variables = path(u"variables"_s);
         desktop.setStandardErrorFile(path(u"desktop-errors"_s));
-        desktop.start(QStringLiteral(TEST_SOURCES) + u"/../scripts/demo/desktop"_s,
+        desktop.start(tx::test::sourcesFolder() + u"/../scripts/demo/desktop"_s,
                       {u"wayland"_s, u"sh"_s, u"-c"_s,
                        u"env -0 > \"$0.new\" && mv \"$0.new\" \"$0\" && exec cat"_s, variables});
         EXPECT_TRUE(waitUntil([&] { return QFileInfo::exists(variables); }, 30000))
@@ -209,7 +210,7 @@ protected:
         environment.insert(u"SWAYSOCK"_s, socket.dir().filePath(sockets.value(0)));
         host.setProcessEnvironment(environment);
         host.setStandardErrorFile(protocol);
-        host.start(QStringLiteral(TEST_HELPERS) + u"/floating_host"_s, {path(u"resources"_s)});
+        host.start(tx::test::helpersFolder() + u"/floating_host"_s, {path(u"resources"_s)});
         EXPECT_TRUE(host.waitForStarted());
     }
     ~StackingOnWayland() override {

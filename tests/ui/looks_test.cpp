@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // How the windows look: what is measured here was seen on pictures before.
 #include "platform/localization.h"
+#include "tests/support/places.h"
 #include "tests/ui/uitest.h"
 #include "ui/appearance.h"
 #include "ui/elidedlabel.h"
@@ -333,7 +334,7 @@ TEST_F(Looks, BarStaysInTheMiddleWhereNothingIsToMove) {
 
 /// An image of a mark of the list, large enough to compare.
 QImage markNamed(const QString &name) {
-    const QString path = QStringLiteral(TEST_RESOURCES) + u'/' + name + u".svg"_s;
+    const QString path = tx::test::resourcesFolder() + u'/' + name + u".svg"_s;
     return QIcon(path).pixmap(QSize(80, 80), 1.0).toImage().convertToFormat(QImage::Format_ARGB32);
 }
 

@@ -12,6 +12,7 @@
 //   after                  as window; another panel is opened once the event loop has ended
 
 #include "platform/services.h"
+#include "tests/support/places.h"
 
 #include <TarvixUpdate/TXUpdatePanel.h>
 #include <TarvixUpdate/TXUpdatePostWindowController.h>
@@ -135,7 +136,7 @@ int main(int argc, char **argv) {
     int status = 0;
     {
         QApplication application(argc, argv);
-        tx::services().resourcesPath = [] { return QStringLiteral(TEST_RESOURCES); };
+        tx::services().resourcesPath = [] { return tx::test::resourcesFolder(); };
         QWidget window;
         window.resize(300, 200);
         window.show();

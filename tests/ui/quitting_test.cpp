@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // How an application ends while windows of the framework are open: in a process of its own, with real pages.
 #include "tests/support/feedserver.h"
+#include "tests/support/places.h"
 #include "tests/ui/uitest.h"
 
 #include <QProcess>
@@ -48,7 +49,7 @@ protected:
         });
     }
     void start(const char *what) {
-        host.start(QStringLiteral(TEST_HELPERS) + u"/quit_host"_s,
+        host.start(tx::test::helpersFolder() + u"/quit_host"_s,
                    {QString::fromLatin1(what), server.url(u"/notes.html"_s)});
         ASSERT_TRUE(host.waitForStarted());
     }

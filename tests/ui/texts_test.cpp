@@ -3,6 +3,7 @@
 #include "platform/localization.h"
 #include "platform/plurals.h"
 #include "platform/stringstable.h"
+#include "tests/support/places.h"
 #include "tests/ui/uitest.h"
 
 #include <TarvixUpdate/TXUpdatePanel.h>
@@ -19,8 +20,8 @@ namespace {
 const QStringList shipped{u"ar"_s, u"de"_s, u"es"_s, u"fr"_s, u"ja"_s, u"pt-BR"_s, u"ru"_s, u"zh-Hans"_s};
 
 QHash<QString, QString> tableOf(const QString &language) {
-    const auto table = tx::readStringsTable(tx::test::readFile(
-        QStringLiteral(TEST_RESOURCES) + u"/%1.lproj/TarvixUpdate.strings"_s.arg(language)));
+    const auto table = tx::readStringsTable(
+        tx::test::readFile(tx::test::resourcesFolder() + u"/%1.lproj/TarvixUpdate.strings"_s.arg(language)));
     EXPECT_TRUE(bool(table)) << language.toStdString();
     return table ? *table : QHash<QString, QString>();
 }
@@ -50,7 +51,7 @@ QSet<QString> keysInSources() {
     static const QRegularExpression part(u"\"((?:[^\"\\\\]|\\\\.)*)\""_s);
     QSet<QString> keys;
     for (const QString &folder : {u"core"_s, u"feed"_s, u"install"_s, u"mover"_s, u"ui"_s}) {
-        QDirIterator files(QStringLiteral(TEST_SOURCES) + u"/../"_s + folder, {u"*.cpp"_s}, QDir::Files,
+        QDirIterator files(tx::test::sourcesFolder() + u"/../"_s + folder, {u"*.cpp"_s}, QDir::Files,
                            QDirIterator::Subdirectories);
         while (files.hasNext()) {
             const QString source = QString::fromUtf8(tx::test::readFile(files.next()));
@@ -160,7 +161,7 @@ TEST(Texts, NothingIsWrittenInTheWrongFormOfAddressOrWordsThatMislead) {
 
 TEST(Texts, StateOfEachLanguageIsDocumented) {
     const QString page =
-        QString::fromUtf8(tx::test::readFile(QStringLiteral(TEST_SOURCES) + u"/../docs/translations.md"_s));
+        QString::fromUtf8(tx::test::readFile(tx::test::sourcesFolder() + u"/../docs/translations.md"_s));
     for (const QString &language : shipped + QStringList{u"en"_s}) {
         QStringList categories;
         for (qint64 count = 0; count < 1000; ++count)

@@ -5,6 +5,7 @@
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
 #include "tests/support/fakes.h"
+#include "tests/support/places.h"
 #include "ui/alert.h"
 
 #include <TarvixUpdate/TXUpdate.h>
@@ -77,9 +78,9 @@ protected:
     void replaceResource(const QString &name, const QByteArray &content) {
         const QString copy = path(QStringLiteral("resources"));
         QDir().mkpath(copy);
-        for (const QString &entry : namesIn(QStringLiteral(TEST_RESOURCES))) {
+        for (const QString &entry : namesIn(tx::test::resourcesFolder())) {
             if (entry != name)
-                QFile::link(QStringLiteral(TEST_RESOURCES) + u'/' + entry, copy + u'/' + entry);
+                QFile::link(tx::test::resourcesFolder() + u'/' + entry, copy + u'/' + entry);
         }
         QFile::remove(copy + u'/' + name); // a link of an earlier call, through which it would be written
         if (!content.isEmpty())
