@@ -79,7 +79,7 @@ TEST_F(Mutants, ChangeThatATestNoticesIsKilledAndTheTreeIsNotTouched) {
     EXPECT_TRUE(result.output.contains("by Small.Adds")) << result.output.constData();
     EXPECT_TRUE(result.output.contains("1 of 1 changes killed")) << result.output.constData();
     EXPECT_EQ(sources(), before);
-    EXPECT_EQ(tx::test::readFile(root + u"/build/mutants/tree/sum.cpp"_s), source);
+    EXPECT_EQ(tx::test::readFile(root + u"/build/mutants/tree-1/sum.cpp"_s), source);
 }
 
 TEST_F(Mutants, EachWayToFailIsToldAndTheOthersAreStillTried) {
@@ -94,7 +94,18 @@ TEST_F(Mutants, EachWayToFailIsToldAndTheOthersAreStillTried) {
           "no test matches ^Smaller", "there is no file sums.cpp", "1 of 7 changes killed",
           "1 SURVIVED, 4 misfit, 1 no build"})
         EXPECT_TRUE(result.output.contains(expected)) << expected << "\n" << result.output.constData();
-    EXPECT_EQ(tx::test::readFile(root + u"/build/mutants/tree/sum.cpp"_s), source);
+    EXPECT_EQ(tx::test::readFile(root + u"/build/mutants/tree-1/sum.cpp"_s), source);
+}
+
+TEST_F(Mutants, SeveralAreTriedAtOnceEachOnACopyOfItsOwn) {
+    list(change("a + b", "a - b") + change("a + b", "b") + change("a + b", "a") + change("a + b", "0"));
+    const ProcessResult result = run({u"--jobs"_s, u"2"_s});
+    EXPECT_EQ(result.status, 0) << result.output.constData() << result.errors.constData();
+    EXPECT_TRUE(result.output.contains("4 of 4 changes killed")) << result.output.constData();
+    for (const QString &copy : {u"tree-1"_s, u"tree-2"_s}) {
+        EXPECT_TRUE(result.output.contains(copy.toUtf8() + ": built in")) << result.output.constData();
+        EXPECT_EQ(tx::test::readFile(root + u"/build/mutants/"_s + copy + u"/sum.cpp"_s), source);
+    }
 }
 
 TEST_F(Mutants, TestsThatFailWithoutAChangeCannotTellOne) {
@@ -109,7 +120,7 @@ TEST_F(Mutants, TestsThatFailWithoutAChangeCannotTellOne) {
 TEST_F(Mutants, NextRunSeesWhatWasEditedAndRepairsTheCopy) {
     list(change("a + b", "a - b"));
     ASSERT_EQ(run().status, 0);
-    tx::test::writeFile(root + u"/build/mutants/tree/sum.cpp"_s, "left broken by a run that was killed\n");
+    tx::test::writeFile(root + u"/build/mutants/tree-1/sum.cpp"_s, "left broken by a run that was killed\n");
     write(u"sum.cpp"_s, QByteArray(source).replace("a + b", "b + a"));
     list(change("b + a", "b"));
     const ProcessResult result = run();
@@ -120,8 +131,8 @@ TEST_F(Mutants, InterruptedRunRestoresTheCopyAndEndsWhatItStarted) {
     list(change("a * b", "a * b + 1", "^Small\\.Multiplies")); // its test waits for ever
     QProcess process;
     process.start(program, {u"--root"_s, root});
-    const QString check = root + u"/build/mutants/tree/build/mutants/check"_s;
-    const QString copy = root + u"/build/mutants/tree/sum.cpp"_s;
+    const QString check = root + u"/build/mutants/tree-1/build/mutants/check"_s;
+    const QString copy = root + u"/build/mutants/tree-1/sum.cpp"_s;
     const auto isRunning = [&] {
         return runProcess(u"pgrep"_s, {u"-f"_s, check + u" product"_s}).status == 0;
     };
