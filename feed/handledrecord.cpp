@@ -31,7 +31,7 @@ QString recordForm(const QString &text) {
     QString result = escapedPrefix;
     for (qsizetype i = 0; i < text.size(); ++i) {
         if (text[i] == u'%' || isLost(text, i))
-            result += u"%%1"_s.arg(text[i].unicode(), 4, 16, QChar(u'0'));
+            result += u"%%1"_s.arg(uint(text[i].unicode()), 4, 16, QChar(u'0'));
         else
             result += text[i];
     }
