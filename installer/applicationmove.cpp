@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "installer/applicationmove.h"
 
+#include "platform/linux/bundlecontents.h"
 #include "platform/linux/interrupted.h"
 
 #include <cerrno>
@@ -33,6 +34,11 @@ posix::FileError takeName(const std::string &staged, const std::string &destinat
     return error;
 }
 
+std::string lockProblem(const posix::FileError &error, const std::string &application) {
+    return error.number == EWOULDBLOCK ? "an installation of " + application + " is running"
+                                       : "cannot lock " + describe(error);
+}
+
 } // namespace
 
 std::string moveApplication(const std::string &application, const std::string &folder, uid_t owner,
@@ -43,16 +49,23 @@ std::string moveApplication(const std::string &application, const std::string &f
     const std::string staged = movedPathFor(destination);
     const std::string backup = backupPathFor(destination);
     posix::Descriptor lock;
-    if (const posix::FileError error = files.lock(lockPathFor(destination), lock)) {
-        return error.number == EWOULDBLOCK ? "an installation of " + destination + " is running"
-                                           : "cannot lock " + describe(error);
-    }
+    if (const posix::FileError error = files.lock(lockPathFor(destination), lock))
+        return lockProblem(error, destination);
     // What an interrupted installation left comes back first: otherwise the next opening of the moved
     // application would put the old one into its place.
     bool putBack = false;
     if (const posix::FileError error = undoInterruption(destination, files, putBack)) {
         (void)files.removeFile(lockPathFor(destination));
         return "an interrupted installation of " + destination + " cannot be undone: " + describe(error);
+    }
+    // A user who may not write to the folder around their application installs within it, under a lock there.
+    posix::Descriptor contentsLock;
+    const std::string contentsLockPath = lockPathFor(posix::contentsOf(destination));
+    if (posix::isDirectory(destination)) {
+        if (const posix::FileError error = files.lock(contentsLockPath, contentsLock)) {
+            (void)files.removeFile(lockPathFor(destination));
+            return lockProblem(error, destination);
+        }
     }
     posix::FileError error = files.removeTree(staged);
     if (!error && posix::entryExists(destination))
@@ -63,6 +76,7 @@ std::string moveApplication(const std::string &application, const std::string &f
     if (!error)
         error = files.syncFileSystem(staged);
     std::string problem;
+    bool isReplaced = false;
     if (error) {
         problem = "the application cannot be copied: " + describe(error);
         if (clear)
@@ -70,13 +84,18 @@ std::string moveApplication(const std::string &application, const std::string &f
     } else if ((error = takeName(staged, destination, backup, files))) {
         problem = "the copy at " + staged + " cannot take its name: " + describe(error);
     } else if ((error = files.syncDirectory(folder))) {
+        isReplaced = true;
         // What was there before is kept: without its new name on disk the copy may be lost with the power.
         problem = "the move cannot be written to disk: " + describe(error);
     } else {
+        isReplaced = true;
         // What is left over does no harm, and the next move removes it.
         (void)files.removeTree(staged);
         (void)files.removeTree(backup);
     }
+    // With the application that was replaced its lock has gone; what is there now may be under another one.
+    if (contentsLock.isOpen() && !isReplaced)
+        (void)files.removeFile(contentsLockPath);
     (void)files.removeFile(lockPathFor(destination));
     return problem;
 }

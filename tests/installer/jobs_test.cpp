@@ -75,12 +75,13 @@ TEST_F(MovedApplication, IsCopiedAndOnDiskBeforeItTakesItsName) {
     EXPECT_EQ(move(), "");
     EXPECT_EQ(treeOf(destination), newTree);
     EXPECT_TRUE(strays().isEmpty());
-    EXPECT_EQ(files.done,
-              (QStringList{u"lock .Host.app.txupdate-lock"_s, u"remove .Host.app.txupdate-move"_s,
-                           u"remove .Host.app.txupdate-old"_s, u"copy .Host.app.txupdate-move"_s,
-                           u"sync .Host.app.txupdate-move"_s, u"exchange Host.app"_s, u"syncDirectory opt"_s,
-                           u"remove .Host.app.txupdate-move"_s, u"remove .Host.app.txupdate-old"_s,
-                           u"removeFile .Host.app.txupdate-lock"_s}));
+    EXPECT_EQ(
+        files.done,
+        (QStringList{u"lock .Host.app.txupdate-lock"_s, u"lock .Contents.txupdate-lock"_s,
+                     u"remove .Host.app.txupdate-move"_s, u"remove .Host.app.txupdate-old"_s,
+                     u"copy .Host.app.txupdate-move"_s, u"sync .Host.app.txupdate-move"_s,
+                     u"exchange Host.app"_s, u"syncDirectory opt"_s, u"remove .Host.app.txupdate-move"_s,
+                     u"remove .Host.app.txupdate-old"_s, u"removeFile .Host.app.txupdate-lock"_s}));
 }
 
 TEST_F(MovedApplication, FailingStepLeavesTheInstalledApplicationAndTheFinishedCopy) {
@@ -120,9 +121,9 @@ TEST_F(MovedApplication, FailingStepLeavesTheInstalledApplicationAndTheFinishedC
 TEST_F(MovedApplication, InterruptedBetweenTwoRenamesComesBack) {
     ASSERT_TRUE(
         QFile::rename(destination, QString::fromStdString(tx::backupPathFor(destination.toStdString()))));
-    files.failing = 5; // the copy
+    files.failing = 6; // the copy
     EXPECT_NE(move(), "");
-    EXPECT_EQ(files.done[4], u"copy .Host.app.txupdate-move"_s) << files.done.join(u", "_s).toStdString();
+    EXPECT_EQ(files.done[5], u"copy .Host.app.txupdate-move"_s) << files.done.join(u", "_s).toStdString();
     EXPECT_EQ(treeOf(destination), oldTree);
 }
 
@@ -162,11 +163,17 @@ TEST_F(MovedApplication, FilesOfAnotherUserAreNotCopied) {
 }
 
 TEST_F(MovedApplication, WaitsForNoInstallationAndIsNotMovedOntoItself) {
-    tx::posix::Descriptor lock;
-    ASSERT_FALSE(tx::installer::Files().lock(tx::lockPathFor(destination.toStdString()), lock));
-    EXPECT_THAT(move(), testing::HasSubstr("is running"));
-    EXPECT_EQ(treeOf(destination), oldTree);
-    lock.reset();
+    // The second lock is that of a user who may not write to the folder around the application.
+    for (const QString &changed : {destination, destination + u"/Contents"_s}) {
+        const std::string path = tx::lockPathFor(changed.toStdString());
+        tx::posix::Descriptor lock;
+        ASSERT_FALSE(tx::installer::Files().lock(path, lock));
+        const QStringList before = treeOf(folder);
+        EXPECT_EQ(move(), "an installation of " + destination.toStdString() + " is running");
+        EXPECT_EQ(treeOf(folder), before);
+        ASSERT_EQ(unlink(path.c_str()), 0);
+    }
+    EXPECT_EQ(treeOf(folder + u"/Host.app"_s), oldTree);
     EXPECT_THAT(
         tx::installer::moveApplication(destination.toStdString(), folder.toStdString(), geteuid(), files),
         testing::HasSubstr("already"));
