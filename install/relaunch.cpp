@@ -1,27 +1,18 @@
 // SPDX-License-Identifier: MIT
-#include "install/updateinstallation.h"
+#include "platform/relaunchcommand.h"
 
-#include "platform/format.h"
 #include "platform/frameworkresources.h"
 #include "platform/services.h"
 #include "platform/tasks.h"
 #include "platform/workspace.h"
 
 #include <TarvixUpdate/TXLog.h>
+#include <TarvixUpdate/TXUpdate.h>
 #include <TarvixUpdate/TXUpdateHost.h>
 
 #include <QCoreApplication>
 
 using namespace Qt::StringLiterals;
-
-namespace tx {
-
-QString relaunchCommand(qint64 processIdentifier, const QString &bundlePath) {
-    return formatText(u"(while [ `ps -p %d | wc -l` -gt 1 ]; do sleep 0.1; done; open '%@') &"_s,
-                      {QString::number(processIdentifier), insideSingleQuotes(bundlePath)});
-}
-
-} // namespace tx
 
 void TXUpdate::launch() {
     TXLog(TXLogLevelStep, u"-[TXUpdate launch]"_s);

@@ -25,7 +25,4 @@ private:
     static void moveIntoDownloads(TXUpdate &update, const QString &application);
 };
 
-/// The command by which the shell opens the host's bundle once the process has gone.
-[[nodiscard]] QString relaunchCommand(qint64 processIdentifier, const QString &bundlePath);
-
 } // namespace tx

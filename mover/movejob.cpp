@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "mover/movejob.h"
 
-#include "install/updateinstallation.h"
 #include "mover/movequestion.h"
 #include "mover/replacement.h"
 #include "platform/authorization.h"
@@ -10,6 +9,7 @@
 #include "platform/frameworkresources.h"
 #include "platform/localization.h"
 #include "platform/packageowner.h"
+#include "platform/relaunchcommand.h"
 #include "platform/services.h"
 #include "platform/tasks.h"
 #include "platform/workspace.h"
