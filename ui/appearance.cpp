@@ -200,7 +200,7 @@ void setButtonTitle(QPushButton *button, const QString &title) {
     QString taken;
     for (const QPushButton *other : button->window()->findChildren<QPushButton *>()) {
         if (other != button && other->shortcut().count() == 1)
-            taken += QChar(other->shortcut()[0].key());
+            taken += QChar(int(other->shortcut()[0].key()));
     }
     for (const QChar letter : title.toUpper()) {
         if (letter.unicode() < 128 && letter.isLetter() && !taken.contains(letter)) {
