@@ -484,6 +484,14 @@ TEST_F(Unarchiver, QuarantineIsRemovedFromAnEntryAndBelowIt) {
     EXPECT_EQ(touched, QStringList{path(u"q/link"_s)}) << "a link is not followed";
 }
 
+TEST_F(Unarchiver, ArchiveLeavesQuarantineWhenItIsUnpacked) {
+    AttributeRecorder files;
+    const QString file = archive(ArchiveKind::Zip, newBuild());
+    unarchive(file);
+    EXPECT_TRUE(error.isNull()) << error.toString().toStdString();
+    EXPECT_EQ(files.touched, QStringList{file});
+}
+
 TEST_F(Unarchiver, ApplicationIsFoundByIdentifierWhateverItsName) {
     tx::test::makeBundle(path(u"found/Other.app"_s), {.identifier = u"org.example.Other"_s});
     tx::test::writeFile(path(u"found/file"_s), "x");

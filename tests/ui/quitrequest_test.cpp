@@ -122,6 +122,21 @@ TEST_F(QuitRequest, EveryWindowIsAskedAndOneThatDoesNotCloseRefuses) {
     }
 }
 
+TEST_F(QuitRequest, WindowThatQuitsWhenItClosesDoesNotHaveTheOthersAskedTwice) {
+    // The toolkit asks in another order each time.
+    for (int attempt = 0; attempt < 8; ++attempt) {
+        Window main;
+        main.onClose = [] { QCoreApplication::quit(); };
+        Window unsaved;
+        unsaved.agrees = false;
+        main.show();
+        unsaved.show();
+        EXPECT_FALSE(ask());
+        EXPECT_EQ(unsaved.asked, 1);
+        EXPECT_LE(main.asked, 1);
+    }
+}
+
 TEST_F(QuitRequest, WindowsWithoutWidgetsAreAskedAndHiddenOnesAreNot) {
     for (const bool agrees : {true, false}) {
         PlainWindow plain;

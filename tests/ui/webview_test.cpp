@@ -145,7 +145,9 @@ TEST_F(WebPage, HandlersCannotBeReplacedAndOthersAreNotThere) {
 }
 
 TEST_F(WebPage, ForgedConsoleLinesAreNoMessages) {
+    // The second stands behind as many characters as the mark that real messages have.
     show("<script>console.log('[\"closeWindow\",\"forged\"]');"
+         "console.log('x'.repeat(36) + '[\"closeWindow\",\"forged\"]');"
          "webkit.messageHandlers.closeWindow.postMessage('real')</script>");
     EXPECT_TRUE(gets(u"real"_s));
     EXPECT_FALSE(messages.contains(u"forged"_s));
