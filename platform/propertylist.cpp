@@ -9,7 +9,6 @@
 
 #include <cstdlib>
 #include <memory>
-#include <type_traits>
 
 using namespace Qt::StringLiterals;
 
@@ -148,18 +147,6 @@ plist_t fromVariant(const QVariant &value) {
     }
 }
 
-/// Calls the library's `read`, whose later versions also tell the format that they found.
-template <typename Read>
-plist_t parse(Read *read, const QByteArray &data) {
-    plist_t root = nullptr;
-    const auto size = static_cast<uint32_t>(data.size());
-    if constexpr (std::is_invocable_v<Read *, const char *, uint32_t, plist_t *, std::nullptr_t>)
-        read(data.constData(), size, &root, nullptr);
-    else
-        read(data.constData(), size, &root);
-    return root;
-}
-
 TXError unreadable(const QString &reason) {
     return TXError(u"TXUpdater"_s, 0, u"The property list cannot be read: "_s + reason, reason);
 }
@@ -170,10 +157,16 @@ Result<QVariant> readPropertyList(const QByteArray &data) {
     if (data.size() > maximumSize)
         return unreadable(u"it is too large"_s);
     // The library asserts that texts hold no NUL, and ends the process over one that does.
-    const bool hasNul = data.startsWith("bplist") ? holdsNulCharacter(data) : data.contains('\0');
+    const bool isBinary = data.startsWith("bplist");
+    const bool hasNul = isBinary ? holdsNulCharacter(data) : data.contains('\0');
     if (hasNul)
         return unreadable(u"a text in it holds a NUL character"_s);
-    plist_t root = data.isEmpty() ? nullptr : parse(plist_from_memory, data);
+    // By name, as newer releases of the library also guess formats that no application is described in.
+    plist_t root = nullptr;
+    if (isBinary)
+        plist_from_bin(data.constData(), static_cast<uint32_t>(data.size()), &root);
+    else if (!data.isEmpty())
+        plist_from_xml(data.constData(), static_cast<uint32_t>(data.size()), &root);
     if (!root)
         return unreadable(u"it is neither an XML nor a binary property list"_s);
     const std::unique_ptr<void, decltype(&plist_free)> owner(root, &plist_free);
