@@ -7,6 +7,7 @@
 #include <QEvent>
 #include <QPointer>
 #include <QThread>
+#include <QWidget>
 
 #include <utility>
 #include <vector>
@@ -90,6 +91,11 @@ void whenApplicationQuits(QObject *context, std::function<void()> work) {
     all.watch();
     std::erase_if(all.steps, [](const Step &step) { return !step.context; });
     all.steps.push_back({context, std::move(work)});
+}
+
+void deleteWidget(QWidget *widget) {
+    if (QCoreApplication::instance())
+        delete widget;
 }
 
 void releaseLater(std::shared_ptr<void> object) {

@@ -5,6 +5,7 @@
 #include <memory>
 
 class QObject;
+class QWidget;
 
 namespace tx {
 
@@ -13,6 +14,11 @@ namespace tx {
 /// if `context` is destroyed first. Windows and web pages do not survive the application object: whatever
 /// holds one lets go of it here. Thread: main.
 void whenApplicationQuits(QObject *context, std::function<void()> work);
+
+/// Deletes a widget. When the application object has gone, the widget stays where it is: its destructor would
+/// use what went with the application, and the process is about to end. For hosts that keep a window too
+/// long. Thread: main.
+void deleteWidget(QWidget *widget);
 
 /// Keeps an object until the event loop's next turn, at the latest until the application quits: for an object
 /// that may be a part of what runs now. Thread: main.

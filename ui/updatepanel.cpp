@@ -30,7 +30,7 @@
 using namespace Qt::StringLiterals;
 
 std::shared_ptr<TXUpdatePanel> TXUpdatePanel::panel() {
-    std::shared_ptr<TXUpdatePanel> made(new TXUpdatePanel);
+    std::shared_ptr<TXUpdatePanel> made(new TXUpdatePanel, tx::deleteWidget);
     try {
         made->load();
     } catch (const std::exception &exception) {

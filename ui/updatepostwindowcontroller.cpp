@@ -72,7 +72,7 @@ void TXUpdatePostWindowController::windowDidLoad() {
          .loadFinished =
              [this](bool) {
                  if (_currentPostIndex < _posts.size() &&
-                     mayKnowTheIdentifier(_webView->url(), _posts[_currentPostIndex]->postURL()))
+                     mayKnowTheIdentifier(_webView->url(), _posts.at(_currentPostIndex)->postURL()))
                      _webView->evaluateJavaScript(tx::formatText(u"var TarvixUpdateAnonymousUUID = '%@';"_s,
                                                                  {TXUpdater::anonymousUUID()}));
              },
@@ -146,7 +146,7 @@ void TXUpdatePostWindowController::notifyOfClosing() {
 void TXUpdatePostWindowController::updateForCurrentPost() {
     if (!window() || _currentPostIndex >= _posts.size())
         return;
-    const TXUpdatePost &post = *_posts[_currentPostIndex];
+    const TXUpdatePost &post = *_posts.at(_currentPostIndex);
     if (!window()->isVisible() && !post.preferredDisplaySize().isNull()) {
         const QSize size = tx::contentSizeOnScreen(post.preferredDisplaySize().toSize(), window());
         window()->setMinimumSize(size);

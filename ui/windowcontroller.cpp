@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "ui/interfacefile.h"
+#include "ui/lifetime.h"
 
 #include <TarvixUpdate/TXLog.h>
 #include <TarvixUpdate/TXUpdateAppMoverPanel.h>
@@ -10,7 +11,7 @@
 using namespace Qt::StringLiterals;
 
 TXWindowController::TXWindowController() = default;
-TXWindowController::~TXWindowController() = default;
+TXWindowController::~TXWindowController() { tx::deleteWidget(m_window.release()); }
 
 QDialog *TXWindowController::window() {
     if (m_window || m_failed)

@@ -86,25 +86,33 @@ protected:
                                       server.url(name).toUtf8() + "\"}]}"));
         server.expect("GET", name.toUtf8(), HttpReply::file(readFile(path(u"archive"_s))));
     }
-    /// The host's end, or nothing where the system lets nobody have a root of its own: there the tools' own
-    /// needs (House.ToolsNeedNothingButTheCLibrary) say as much as can be said.
-    std::optional<tx::test::ProcessResult> update() const {
-        QProcess process;
+    /// Starts a program whose root folder is this test's.
+    void start(QProcess &process, const QStringList &command) const {
         QProcessEnvironment environment;
         environment.insert(u"PATH"_s, qEnvironmentVariable("PATH"));
         environment.insert(u"HOME"_s, u"/home"_s);
         environment.insert(u"LD_LIBRARY_PATH"_s, place + u"/Contents/Frameworks"_s);
         environment.insert(u"TARVIX_NOTES_LAUNCH_LOG"_s, u"/launches"_s);
         process.setProcessEnvironment(environment);
-        process.start(
-            tx::test::sourcesFolder() + u"/programs/in-own-root"_s,
-            {root, place + u"/Contents/Linux/TarvixNotes"_s, u"update"_s, server.url(u"/feed.json"_s)});
+        process.start(tx::test::sourcesFolder() + u"/programs/in-own-root"_s, QStringList{root} + command);
         EXPECT_TRUE(process.waitForFinished(120000));
+    }
+    /// False where the system lets nobody have a root of its own, as for an ordinary user in another root:
+    /// there the tools' own needs (House.ToolsNeedNothingButTheCLibrary) say as much as can be said.
+    bool mayHaveRoot() const {
+        QProcess process;
+        start(process, {u"/nothing"_s});
         constexpr int notPermitted = 125;
-        if (process.exitCode() == notPermitted)
-            return std::nullopt;
-        return tx::test::ProcessResult{process.exitCode(), process.readAllStandardOutput(),
-                                       process.readAllStandardError()};
+        constexpr int notFound = 127;
+        EXPECT_THAT(process.exitCode(), testing::AnyOf(notPermitted, notFound))
+            << process.readAllStandardError().constData();
+        return process.exitCode() != notPermitted;
+    }
+    /// The host's end.
+    tx::test::ProcessResult update() const {
+        QProcess process;
+        start(process, {place + u"/Contents/Linux/TarvixNotes"_s, u"update"_s, server.url(u"/feed.json"_s)});
+        return {process.exitCode(), process.readAllStandardOutput(), process.readAllStandardError()};
     }
     QString build() const { return TXBundle(app).infoString(u"CFBundleVersion"_s); }
     QStringList cache() const {
@@ -113,15 +121,13 @@ protected:
 };
 
 TEST_P(MinimalRoot, UpdateComesThroughAndTheNewBuildIsOpened) {
+    if (!mayHaveRoot())
+        return;
     serveNewBuild();
     const auto result = update();
-    if (!result) {
-        EXPECT_TRUE(server.requests().isEmpty());
-        return;
-    }
-    EXPECT_EQ(result->status, 0) << result->output.constData() << result->errors.constData();
+    EXPECT_EQ(result.status, 0) << result.output.constData() << result.errors.constData();
     ASSERT_TRUE(waitUntil([this] { return readFile(root + u"/launches"_s).contains("recorder "); }))
-        << result->output.constData() << result->errors.constData() << build().toStdString();
+        << result.output.constData() << result.errors.constData() << build().toStdString();
     EXPECT_TRUE(readFile(root + u"/launches"_s)
                     .endsWith("recorder " + place.toUtf8() + "/Contents/Linux/TarvixNotes\n"));
     EXPECT_EQ(build(), u"2"_s);
@@ -142,15 +148,13 @@ TEST_P(MinimalRootInstaller, ThatCannotStartLeavesTheHostAndTheApplication) {
         u"/Contents/Frameworks/TarvixUpdate/Resources/TXUpdateInstaller.app/Contents/MacOS/TXUpdateInstaller"_s;
     ASSERT_TRUE(QFile::remove(tool));
     ASSERT_TRUE(QFile::copy(app + u"/Contents/Linux/TarvixNotes"_s, tool));
+    if (!mayHaveRoot())
+        return;
     serveNewBuild();
     const auto result = update();
-    if (!result) {
-        EXPECT_TRUE(server.requests().isEmpty());
-        return;
-    }
-    EXPECT_EQ(result->status, 2) << "in the Downloads folder" << result->output.constData()
-                                 << result->errors.constData();
-    EXPECT_THAT(result->errors.toStdString(), testing::HasSubstr("It ended with status 127"));
+    EXPECT_EQ(result.status, 2) << "in the Downloads folder" << result.output.constData()
+                                << result.errors.constData();
+    EXPECT_THAT(result.errors.toStdString(), testing::HasSubstr("It ended with status 127"));
     EXPECT_EQ(build(), u"1"_s);
     EXPECT_EQ(namesIn(root + u"/home/Downloads"_s), QStringList{u"Notes 2.0.app"_s});
     EXPECT_FALSE(cache().contains(u"TXUpdateInstaller.app"_s));

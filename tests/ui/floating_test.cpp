@@ -262,13 +262,15 @@ protected:
     QString toldParent() {
         const QString said = QString::fromUtf8(tx::test::readFile(protocol));
         QHash<QString, QString> names;
-        static const QRegularExpression title(u"(xdg_toplevel@\\d+)\\.set_title\\(\"(\\w+)\"\\)"_s);
+        // The library writes an object's number behind "@", since its release 1.23 behind "#".
+        static const QRegularExpression title(u"(xdg_toplevel[@#]\\d+)\\.set_title\\(\"(\\w+)\"\\)"_s);
         for (auto it = title.globalMatch(said); it.hasNext();) {
             const auto match = it.next();
             names[match.captured(1)] = match.captured(2);
         }
         QString parent;
-        static const QRegularExpression told(u"(xdg_toplevel@\\d+)\\.set_parent\\((xdg_toplevel@\\d+)\\)"_s);
+        static const QRegularExpression told(
+            u"(xdg_toplevel[@#]\\d+)\\.set_parent\\((xdg_toplevel[@#]\\d+)\\)"_s);
         for (auto it = told.globalMatch(said); it.hasNext();) {
             const auto match = it.next();
             if (names.value(match.captured(1)) == u"P")
