@@ -210,18 +210,20 @@ QJsonValue knownTo(const QJsonValue &earlier, const QJsonValue &present) {
 }
 
 TEST_F(OldRelease, ReadsTodaysPublishedFeedsTheSameWay) {
-    // The feeds that README.md tells people to write, and those of the example.
+    // The feeds that the documentation tells people to write, and those of the example.
     QList<QPair<QString, QByteArray>> feeds;
-    const QString readme = QString::fromUtf8(tx::test::readFile(tree + u"/README.md"_s));
     static const QRegularExpression block(u"```(json|xml)\\n(.*?)```"_s,
                                           QRegularExpression::DotMatchesEverythingOption);
-    for (auto blocks = block.globalMatch(readme); blocks.hasNext();) {
-        const auto match = blocks.next();
-        const QString text = match.captured(2).trimmed();
-        if (text.startsWith(u"{ \"release\""_s) || text.startsWith(u"<rss"_s))
-            feeds.append({u"readme-%1.%2"_s.arg(feeds.size()).arg(match.captured(1)), text.toUtf8()});
+    for (const QString &page : {u"/README.md"_s, u"/docs/publishing.md"_s}) {
+        const QString content = QString::fromUtf8(tx::test::readFile(tree + page));
+        for (auto blocks = block.globalMatch(content); blocks.hasNext();) {
+            const auto match = blocks.next();
+            const QString text = match.captured(2).trimmed();
+            if (text.startsWith(u"{ \"release\""_s) || text.startsWith(u"<rss"_s))
+                feeds.append({u"documented-%1.%2"_s.arg(feeds.size()).arg(match.captured(1)), text.toUtf8()});
+        }
     }
-    ASSERT_EQ(feeds.size(), 2) << "README.md shows a JSON feed and an appcast";
+    ASSERT_EQ(feeds.size(), 2) << "the documentation shows a JSON feed and an appcast";
     feeds.append({u"example.json"_s,
                   tx::test::readFile(tree + u"/examples/notes/site/feed.json"_s).replace("PORT", "8080")});
     for (const auto &[name, content] : feeds) {
