@@ -26,7 +26,7 @@ namespace tx::cli {
 
 namespace {
 
-/// --feed, else the application's setting, else what its Info.plist names.
+/// --feed, otherwise the application's setting, otherwise the URL in its Info.plist.
 QUrl feedAddress(const AppOptions &options) {
     QString text = options.feed;
     if (text.isNull())
@@ -39,7 +39,7 @@ QUrl feedAddress(const AppOptions &options) {
     return QUrl(text);
 }
 
-/// Fetches the feed without touching the application's settings, and hands it over on the main thread.
+/// Fetches the feed without changing the application's settings, and passes it on on the main thread.
 void fetchFeed(const QUrl &url, const TXUpdateFeed::CompletionHandler &handler) {
     TXUpdateFeed::fetchFeedAtURL(url, {}, {}, [handler](const TXUpdateFeedPtr &feed, const TXError &error) {
         postToMain([=] { handler(feed, error); });

@@ -31,13 +31,13 @@ namespace tx::cli {
 
 namespace {
 
-/// What there is to say about an archive. Without a problem it can be installed.
+/// The result for an archive. Without a problem it can be installed.
 struct Finding {
     QString problem;
     QString remark;
 };
 
-/// All that an error says, once.
+/// All strings of an error, without duplicates.
 QString allOf(const TXError &error) {
     QStringList sentences;
     for (const QString &text :
@@ -49,7 +49,7 @@ QString allOf(const TXError &error) {
     return sentences.join(u' ');
 }
 
-/// Stands for the application whose updates are checked, when it is not known.
+/// Used for the application whose updates are checked if it is unknown.
 bool pretendToBeAnyApplication(const QString &folder) {
     const QString bundle = folder + u"/AnyApplication.app"_s;
     QFile info(bundle + u"/Contents/Info.plist"_s);
@@ -133,7 +133,7 @@ private:
         return result;
     }
 
-    /// Where the application is going to be. Scripts may name an interpreter in it by its whole path.
+    /// The future path of the application. Scripts may name an interpreter in it by its absolute path.
     [[nodiscard]] QString placeOf(const QString &application) const {
         return m_hasApplication ? TXUpdateHost::host()->bundle().bundlePath()
                                 : localApplicationsDirectory() + u'/' + QFileInfo(application).fileName();
@@ -141,7 +141,7 @@ private:
 
     const bool m_hasApplication;
     const QString m_build;
-    std::optional<QString> m_identifier; ///< that all archives must have, when it is known
+    std::optional<QString> m_identifier; ///< that all archives must have, if known
 };
 
 void print(const char *result, const QString &track, const TXUpdate &update, const QString &remark) {

@@ -18,7 +18,7 @@ namespace tx::cli {
 
 namespace {
 
-/// Reads a source with either reader; the error is the one that an application would get, with what is wrong.
+/// Reads a source with the matching reader. The error is the one that an application would get, with details.
 Result<TXUpdateFeed::TrackMap> readFeed(const FeedSource &source, const ReaderContext &context) {
     if (source.isJson)
         return readJsonFeed(source.data, context);
@@ -28,7 +28,7 @@ Result<TXUpdateFeed::TrackMap> readFeed(const FeedSource &source, const ReaderCo
 }
 
 int failed(const TXError &error, const FeedOptions &options) {
-    // Where the fault lies is for the publisher; the error is the application's.
+    // The position of the fault is for the publisher; the error is what the application gets.
     const TXError formatError = TXUpdateFeed::errorForInvalidFormat();
     const bool isFormat = !error.localizedFailureReason().isNull() &&
                           error.domain() == formatError.domain() &&
@@ -79,7 +79,7 @@ int feedValidate(const FeedOptions &options) {
         dropped += endedPosts(source->data, context.now);
     QList<SkippedEntry> doubtful =
         source->isJson ? doubtsAbout(source->data) : doubtsAboutAppcast(source->data);
-    // Where a file will be served from is not known.
+    // The URL from which a file will be served is unknown.
     const bool isSecure = source->url.scheme() == u"https";
     QList<SkippedEntry> refused;
     if (isSecure || source->url.isEmpty())

@@ -138,7 +138,7 @@ int main(int argc, char **argv) {
     if (serveCommand->parsed())
         return serve(text(words.directory), words.port, words.rate, texts(words.hosts));
     if (updateCommand->parsed()) {
-        // What installs an application ends its own process; another one waits to tell how it went.
+        // The process that installs an application ends; another process waits and reports the result.
         if (const std::optional<int> status = superviseInstallation())
             return *status;
     }

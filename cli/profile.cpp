@@ -16,7 +16,7 @@ namespace tx::cli {
 
 namespace {
 
-/// The screens that an application with windows would see; none where there is no desktop.
+/// The screens that an application with windows would see; none without a desktop.
 QList<ScreenInfo> screensOfDesktop() {
     const bool hasDesktop =
         qEnvironmentVariableIsSet("DISPLAY") || qEnvironmentVariableIsSet("WAYLAND_DISPLAY");

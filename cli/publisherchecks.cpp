@@ -36,7 +36,7 @@ QString badDate(const QString &what, const QString &text) {
     return u"the %1 \"%2\" is not of the form yyyy-MM-dd HH:mm:ss"_s.arg(what, text);
 }
 
-/// Why the archive at this address cannot be installed; null when it can, or when there is no address.
+/// Why the archive at this URL cannot be installed; null if it can, or if there is no URL.
 QString doubtAboutArchive(const QString &address, const QString &build) {
     const QUrl url = urlFromFeedText(address);
     if (url.isEmpty())
@@ -149,7 +149,7 @@ private:
             doubt(badAddress(text, QString::fromUtf8(name.data(), static_cast<qsizetype>(name.size()))));
     }
 
-    /// Names that only updaters read, but not this one. Other names are for news readers.
+    /// Names that other updaters read, but not this one. All other names are for news readers.
     void lookAtNames(const NamedTexts &texts) {
         for (size_t i = 0; i < texts.size(); ++i) {
             const std::string &name = texts.nameAt(i);

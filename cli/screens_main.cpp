@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// txupdate-screens: prints a line "WIDTH HEIGHT SCALE" for each screen of the desktop. A program of its own,
-// so that txupdate does not load a user interface, and does not end with it where there is no desktop.
+// txupdate-screens: prints a line "WIDTH HEIGHT SCALE" for each screen of the desktop. A separate program, so
+// that txupdate does not load a user interface, and does not fail without a desktop.
 
 #include <QGuiApplication>
 #include <QScreen>

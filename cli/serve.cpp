@@ -14,7 +14,7 @@ using namespace Qt::StringLiterals;
 namespace tx::cli {
 
 int serve(const QString &directory, int port, qint64 rate, const QStringList &hosts) {
-    // It stands beside this program.
+    // It is beside this program.
     const QString program = QFileInfo(u"/proc/self/exe"_s).canonicalPath() + u"/txupdate-serve"_s;
     const QByteArray path = QFile::encodeName(program);
     QList<QByteArray> arguments{"txupdate-serve", QFile::encodeName(directory), QByteArray::number(port),

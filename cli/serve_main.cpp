@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// txupdate-serve DIR PORT RATE [HOST...]: what `txupdate serve` becomes. A program of its own, because the
-// server's libraries cost more at start than a whole check.
+// txupdate-serve DIR PORT RATE [HOST...]: what `txupdate serve` becomes. A separate program, because loading
+// the server's libraries takes longer than a check.
 
 #include "platform/loopbackname.h"
 
@@ -45,8 +45,8 @@ const char *contentTypeFor(const QString &suffix) {
     return "application/octet-stream";
 }
 
-/// What a file holds while nobody writes to it: a feed that is rewritten in place must not be mixed of its
-/// old and its new half. Absent when it never comes to rest.
+/// The content of a file that does not change meanwhile: a feed that is rewritten in place must not be sent
+/// as a mixture of old and new. Absent if it keeps changing.
 std::optional<QByteArray> settledContent(QFile &file) {
     constexpr int tries = 50;
     QByteArray before = file.readAll();
@@ -60,14 +60,14 @@ std::optional<QByteArray> settledContent(QFile &file) {
     return std::nullopt;
 }
 
-/// What a client sent, for one line of the log: whatever could end the line, or be taken for something else
-/// on a terminal, is written as its number.
+/// Escapes what a client sent for one line of the log: characters that could end the line, or have an effect
+/// on a terminal, are written as numbers.
 QByteArray shown(const QString &text) {
     QString result;
     for (const char32_t c : text.toUcs4()) {
         switch (QChar::category(c)) {
         case QChar::Other_Control:
-        case QChar::Other_Format: // changes of the writing direction among them
+        case QChar::Other_Format: // includes changes of the writing direction
         case QChar::Other_Surrogate:
         case QChar::Separator_Line:
         case QChar::Separator_Paragraph:
@@ -118,7 +118,7 @@ public:
             std::fprintf(stderr, "txupdate: cannot listen on port %d: it is taken\n", port);
             return 1;
         }
-        // The library lets five connections wait; after a release there are more at once.
+        // The library queues five connections; after a release there are more at once.
         if (listen(m_socket, SOMAXCONN) != 0) {
             std::fprintf(stderr, "txupdate: cannot listen on port %d\n", bound);
             return 1;
@@ -129,7 +129,7 @@ public:
     }
 
 private:
-    /// A page from elsewhere whose name leads to this machine is no reason to show it the folder.
+    /// A page from elsewhere whose name resolves to this machine must not see the folder.
     [[nodiscard]] bool isForThisServer(const httplib::Request &request) const {
         if (request.get_header_value_count("Host") != 1)
             return false;
@@ -179,7 +179,7 @@ private:
                 response.set_content("", type);
                 return;
             }
-            // Not as a plain content, which the library compresses, at length.
+            // Not as plain content, which the library would compress, and slowly.
             response.set_content_provider(
                 static_cast<size_t>(whole->size()), type,
                 [data = *whole](size_t offset, size_t length, httplib::DataSink &sink) {

@@ -30,7 +30,7 @@ int statusOf(pid_t process) {
     return WIFEXITED(status) ? WEXITSTATUS(status) : bySignal + WTERMSIG(status);
 }
 
-/// What became of the application, by the installer's exit status.
+/// The result for the application, by the installer's exit status.
 QString outcomeOf(int status) {
     switch (status) {
     case installer::StatusUsage:
@@ -61,7 +61,7 @@ QString outcomeOf(int status) {
 
 std::optional<int> superviseInstallation() {
     int ends[2];
-    // The installer outlives the process that starts it; as its foster parent this one can wait for it.
+    // The installer outlives the process that starts it. As its subreaper, this process can wait for it.
     if (pipe2(ends, O_CLOEXEC) != 0 || prctl(PR_SET_CHILD_SUBREAPER, 1) != 0)
         return std::nullopt;
     std::fflush(nullptr);

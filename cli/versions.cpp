@@ -43,7 +43,7 @@ int forEachLine(const QString &expected, const std::function<bool(const QJsonVal
     int number = 0;
     for (std::string line; std::getline(std::cin, line);) {
         ++number;
-        // A line holds any value; a document needs a list or an object around it.
+        // A line contains any value; a document must be a list or an object.
         QJsonParseError error{};
         const auto document = QJsonDocument::fromJson('[' + QByteArray::fromStdString(line) + ']', &error);
         const QJsonArray values = document.array();

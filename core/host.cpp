@@ -62,7 +62,7 @@ bool TXUpdateHost::isRunningOnReadOnlyVolume() const {
 }
 
 bool TXUpdateHost::isRunningTranslocated() const {
-    // No supported system but one starts applications from a hidden copy, and that one is not built for yet.
+    // Linux does not start applications from a hidden copy.
     return false;
 }
 

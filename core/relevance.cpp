@@ -18,7 +18,7 @@ constexpr qint64 ignoreSeconds = 2592000; // 30 days
 } // namespace
 
 Objection objectionTo(const TXUpdateItemConditions &c, const QString &build, const QString &systemVersion) {
-    // The built-in comparison even where a host replaced the one that decides "newer".
+    // Always the built-in comparison, even if the host replaced the one that decides "newer".
     if (!c.minimumAppBuild.isNull() && compareVersions(build, c.minimumAppBuild) < 0)
         return Objection::MinimumBuild;
     if (!c.maximumAppBuild.isNull() && compareVersions(build, c.maximumAppBuild) > 0)
@@ -59,7 +59,7 @@ bool isItemRelevant(const TXUpdateItem &item, const QString &build, const QStrin
 
 IgnoredVersions::IgnoredVersions() {
     const QVariant stored = UserDefaults::standard().value(TXUpdatePrefIgnoreVersionKey);
-    // An earlier form of the record was a plain text: it ignores nothing and stays.
+    // An earlier form of the record was a plain string. It ignores nothing and is kept.
     if (stored.typeId() != QMetaType::QVariantMap)
         return;
     const QVariantMap record = stored.toMap();

@@ -149,7 +149,7 @@ void TXUpdater::scheduleCheckForUpdate() {
         const double seconds = updateCheckInterval();
         if (!automaticallyChecksForUpdates() || !(seconds > 0))
             return;
-        // No date lies further ahead than this; larger numbers would not fit a count of milliseconds.
+        // No date is later than this; larger numbers would overflow the count of milliseconds.
         constexpr double longest = 1e12;
         d->timer.start(std::chrono::milliseconds(static_cast<qint64>(std::min(seconds, longest) * 1000)));
     });
@@ -168,7 +168,7 @@ void TXUpdater::checkForUpdate(const CompletionHandler &handler) {
     if (isUpdating() || d->isChecking.exchange(true))
         return;
     announce(&TXUpdater::isCheckingChanged);
-    (void)tx::checkHostIdentity(); // the feed is read all the same: it may be a program that only shows it
+    (void)tx::checkHostIdentity(); // logs; the feed is read anyway, for programs that only show it
     tx::runInBackground([this, handler] { performCheck(handler); });
 }
 
@@ -194,7 +194,7 @@ void TXUpdater::performCheck(const CompletionHandler &handler) {
                                  [this, handler, profile](const TXUpdateFeedPtr &feed, const TXError &error) {
                                      const TXUpdateFeedPtr result = tx::reportedFeed(feed, error);
                                      tx::postToMain([this, handler, result, error, profile] {
-                                         // Before the report, which may start the next check.
+                                         // Before the report, because a handler may start the next check.
                                          setChecking(false);
                                          report(handler, result, error, profile != nullptr);
                                      });
@@ -220,7 +220,7 @@ TXUpdateSystemProfilePtr TXUpdater::profileIfDue() const {
 
 void TXUpdater::report(const CompletionHandler &handler, const TXUpdateFeedPtr &feed, const TXError &error,
                        bool sentProfile) {
-    // The handler may start the next check, which others join.
+    // The handler may start the next check, which other callers then join.
     const QList<CompletionHandler> joined = std::exchange(d->joined, {});
     if (handler)
         handler(feed, error);
@@ -230,7 +230,7 @@ void TXUpdater::report(const CompletionHandler &handler, const TXUpdateFeedPtr &
         also(feed, error);
     if (feed)
         (void)defaults().setValue(TXUpdatePrefLastUpdateCheckDateKey, tx::services().now());
-    // Whether the check succeeded or not: the profile was handed over.
+    // The profile counts as sent whether the check succeeded or not.
     if (sentProfile)
         (void)defaults().setValue(TXUpdatePrefLastSystemProfileDateKey, tx::services().now());
     announce(&TXUpdater::settingsChanged);

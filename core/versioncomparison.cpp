@@ -34,7 +34,7 @@ Type classify(char16_t unit) {
 
 constexpr size_t tableSize = 128;
 
-/// ASCII is what versions are made of; its types come from a table.
+/// Nearly all versions are ASCII, so the types of ASCII characters come from a table.
 const std::array<Type, tableSize> &asciiTypes() {
     static const auto types = [] {
         std::array<Type, tableSize> result{};
@@ -88,7 +88,7 @@ private:
 
 int sign(int difference) { return (difference > 0) - (difference < 0); }
 
-/// Two parts at the same place; 0 lets the comparison go on.
+/// Compares two parts at the same position; 0 if the next parts decide.
 int compareParts(const Parts &a, const Parts &b) {
     if (a.type() != b.type()) {
         if (b.type() == string)
@@ -140,7 +140,8 @@ int compareVersions(QStringView a, QStringView b) {
         const bool hasB = partsB.next();
         if (!hasA && !hasB)
             return 0;
-        // A longer version is newer, unless what it has more begins with a word: a pre-release.
+        // The longer version is newer, unless its additional parts begin with a word, which means a
+        // pre-release.
         if (!hasB)
             return partsA.type() == string ? -1 : 1;
         if (!hasA)

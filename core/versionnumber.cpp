@@ -11,7 +11,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-/// Reads items from a text, skipping white space before each.
+/// Reads items from a string, skipping white space before each.
 class Scanner {
 public:
     explicit Scanner(const QString &text)
@@ -49,7 +49,7 @@ public:
         return false;
     }
 
-    /// Everything before the next digit; empty when a digit or the end follows.
+    /// Everything before the next digit; empty if a digit or the end follows.
     QString scanUpToDigit() {
         skipBlanks();
         const qsizetype start = m_position;
@@ -89,7 +89,7 @@ constexpr KnownSuffix knownSuffixes[] = {
 
 int compareNumbers(quint64 a, quint64 b) { return (a > b) - (a < b); }
 
-/// By Unicode code points, which UTF-16 order is not beyond the Basic Multilingual Plane.
+/// Compares by Unicode code points. UTF-16 order differs beyond the Basic Multilingual Plane.
 int compareTexts(const QString &a, const QString &b) {
     const auto pointsA = a.toUcs4();
     const auto pointsB = b.toUcs4();
@@ -141,7 +141,7 @@ std::optional<TXVersionNumber> TXVersionNumber::parseAsMajorMinorPatch(const QSt
     if (result.m_patchVersion != 0)
         result.m_stringValue += u'.' + asUnsigned32(result.m_patchVersion);
     result.m_stringValue += result.m_suffixString;
-    // The patch number decides here, not the suffix version: these texts are compared and stored elsewhere.
+    // The patch number decides here, not the suffix version: these strings are compared and stored elsewhere.
     if (result.m_patchVersion != 0)
         result.m_stringValue += asUnsigned32(result.m_suffixVersion);
     return result;
@@ -179,7 +179,7 @@ size_t TXVersionNumber::hash() const {
     if (m_format != Parsed)
         return 0;
     constexpr quint64 mask = 0x5555;
-    // Where a size_t has 32 bits, the lower half is as good.
+    // If size_t has 32 bits, the lower half is as good.
     return static_cast<size_t>(m_majorVersion ^ m_minorVersion ^ m_patchVersion ^ m_suffix ^ m_suffixVersion ^
                                (m_suffixString.isNull() ? 0 : qHash(m_suffixString)) ^ mask);
 }

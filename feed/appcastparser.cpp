@@ -19,19 +19,19 @@ namespace tx {
 namespace {
 
 constexpr int deepestNesting = 256;
-/// What entities may make of a document: so many times its length, but at least a mebibyte. Of that, texts
-/// may be no longer than twice the document.
+/// How far entities may expand a document: so many times its length, but at least one mebibyte. The strings
+/// among that may be at most twice as long as the document.
 constexpr size_t largestAmplification = 10;
 constexpr size_t longestTexts = 2;
 constexpr size_t amplificationThreshold = 1 << 20;
-/// The parser compares each attribute of a tag with each other one, and makes objects of a document type's
-/// declarations.
+/// The parser compares each attribute of a tag with every other one, and creates objects for the declarations
+/// of a document type.
 constexpr qsizetype longestTag = 16 << 10;
 constexpr qsizetype longestDoctype = 64 << 10;
 /// Bytes of all the names that the parser keeps.
 constexpr size_t longestNames = 1 << 20;
 constexpr size_t mostElementsOfAnItem = 1000;
-/// What an element or a reference counts towards that, beside its text.
+/// What an element or a reference counts towards that limit, in addition to its text.
 constexpr size_t costOfElement = 16;
 
 bool isPlainSpace(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
@@ -46,8 +46,8 @@ void trim(std::string &text) {
     while (begin < end && isPlainSpace(text[begin]))
         ++begin;
     text.erase(0, begin);
-    // What is left at the ends is plain in nearly all texts; else it is looked at character by character, as
-    // a text may be as long as the document.
+    // In nearly all strings the ends are ASCII. Otherwise look at them character by character, because a
+    // string may be as long as the document.
     const auto isAscii = [](char c) { return static_cast<unsigned char>(c) < 0x80; };
     const auto isSpaceOf = [](std::string_view character) {
         const QString wide = QString::fromUtf8(character.data(), static_cast<qsizetype>(character.size()));
@@ -93,7 +93,7 @@ public:
         , m_mostDelivered(
               std::max(static_cast<size_t>(document.size()) * largestAmplification, amplificationThreshold))
         , m_mostText(std::max(static_cast<size_t>(document.size()) * longestTexts, amplificationThreshold))
-        // In pieces: of a whole document the parser makes a copy.
+        // In pieces, because the parser copies a document that it gets as a whole.
         , m_context(document.isEmpty()
                         ? nullptr
                         : xmlCreateIOParserCtxt(
@@ -121,7 +121,7 @@ public:
     }
 
 private:
-    /// How many elements from the top lead to an item.
+    /// The number of elements from the root to an item.
     static constexpr int itemDepth = 3;
     /// Entities of the document's own DTD are expanded.
     static constexpr int options = XML_PARSE_NONET | XML_PARSE_NOENT;
@@ -131,23 +131,23 @@ private:
     }
     static const char *plain(const xmlChar *text) { return reinterpret_cast<const char *>(text); }
 
-    /// Hands out the next piece of the document. A tag, and a document type, is read as a whole before
-    /// anybody hears of it, and the parser makes more of both than their length: here they end when they are
-    /// too long.
+    /// Gives the parser the next piece of the document. The parser reads a tag or a document type completely
+    /// before it reports it, and needs more memory than its length, so both are ended here if they are too
+    /// long.
     int readMore(char *buffer, int length) {
         const bool isInDoctype = m_doctypeBegin >= 0;
         const auto state = m_context ? m_context->instate : XML_PARSER_START;
         const bool mayBeTag = state == XML_PARSER_CONTENT || state == XML_PARSER_ATTRIBUTE_VALUE ||
                               state == XML_PARSER_START_TAG;
         if (!mayBeTag)
-            m_lastEvent = m_position; // comments and the like, of which nobody hears
-        // The parser must not be stopped here, where it is in the middle of its input; without more of that
-        // it comes to its end.
+            m_lastEvent = m_position; // comments and other parts that are not reported
+        // The parser must not be stopped here, in the middle of its input. Without more input it ends by
+        // itself.
         if (isInDoctype && m_position - m_doctypeBegin > longestDoctype)
             return noteHere(u"its document type is longer than %1 bytes"_s.arg(longestDoctype));
         if (m_position - m_lastEvent > longestTag)
             return noteHere(u"a tag is longer than %1 bytes"_s.arg(longestTag));
-        constexpr qsizetype piece = 4096; // what is read ahead counts as read
+        constexpr qsizetype piece = 4096; // bytes that are read ahead count as read
         const auto count = std::min({qsizetype(length), piece, m_document.size() - m_position});
         std::memcpy(buffer, m_document.constData() + m_position, static_cast<size_t>(count));
         m_position += count;
@@ -155,7 +155,7 @@ private:
     }
 
     static void setHandlers(xmlSAXHandler &handler) {
-        // The older interface: elements and attributes come under their names as written.
+        // The older interface reports elements and attributes with their names as written.
         handler.initialized = 1;
         handler.startElementNs = nullptr;
         handler.endElementNs = nullptr;
@@ -179,14 +179,15 @@ private:
         handler.error = noteError;
         handler.fatalError = nullptr;
         handler.warning = nullptr;
-        // A document with a DTD of its own keeps the parser's limits, which a long text alone may exceed.
+        // The parser's limits stay for a document with its own DTD. Without one, a long string may exceed
+        // them.
         handler.internalSubset = [](void *context, const xmlChar *name, const xmlChar *externalId,
                                     const xmlChar *systemId) {
             self(context).m_doctypeBegin = self(context).m_position;
             xmlCtxtUseOptions(static_cast<xmlParserCtxt *>(context), options);
             xmlSAX2InternalSubset(context, name, externalId, systemId);
         };
-        // What stands outside the document is not opened: its entities are empty.
+        // Nothing outside the document is opened; external entities are empty.
         handler.externalSubset = nullptr;
         handler.resolveEntity = [](void *, const xmlChar *, const xmlChar *) { return xmlParserInputPtr(); };
         handler.getEntity = [](void *context, const xmlChar *name) {
@@ -207,12 +208,12 @@ private:
         };
     }
 
-    /// The parser wants the words of an error taken one by one; it keeps them together as well.
+    /// The parser reports an error in parts, but also stores it as a whole.
     static void noteError(void *context, const char *, ...) {
         self(context).note(static_cast<xmlParserCtxt *>(context)->lastError);
     }
 
-    /// The first error is the one that tells.
+    /// The first error is the cause; later ones follow from it.
     void note(const xmlError &error) {
         if (error.level < XML_ERR_ERROR || !m_error.isNull())
             return;
@@ -239,14 +240,14 @@ private:
         xmlStopParser(context);
     }
 
-    /// The entity, or none once they have become too much: then the parser, which reads nested ones in
-    /// contexts of their own, comes to an end wherever it is.
+    /// The entity, or none once entities have expanded too far. The parser reads nested entities in separate
+    /// contexts; without an entity it ends in any of them.
     xmlEntityPtr counted(void *context, xmlEntityPtr entity) {
         const size_t length = entity && entity->length > 0 ? static_cast<size_t>(entity->length) : 0;
         return isBounded(static_cast<xmlParserCtxt *>(context), costOfElement, length) ? entity : nullptr;
     }
 
-    /// Counts what the document has become so far; false when that is too much.
+    /// Counts how far the document has expanded; false if that is too much.
     bool isBounded(xmlParserCtxt *context, size_t cost, size_t text) {
         m_lastEvent = m_position;
         m_delivered += cost + text;
@@ -259,7 +260,7 @@ private:
 
     void begin(xmlParserCtxt *context, const char *name, const char *const *attributes) {
         ++m_depth;
-        m_doctypeBegin = -1; // it is over
+        m_doctypeBegin = -1; // it has ended
         if (m_depth > deepestNesting)
             stop(context, u"elements are nested more than %1 deep"_s.arg(deepestNesting));
         else if (!isBounded(context, costOfElement, 0))
@@ -302,8 +303,8 @@ private:
     void add(xmlParserCtxt *context, std::string_view text) {
         if (!isBounded(context, 0, text.size()) || !m_text)
             return;
-        // A long text has room for all that may come once, as growing copies it again and again. What does
-        // not come is never touched.
+        // A long string gets all its room at once, because growing would copy it again and again. Room that
+        // is not used is never touched.
         constexpr size_t isLong = 1 << 20;
         if (const size_t size = m_text->size() + text.size(); size > isLong && size > m_text->capacity())
             m_text->reserve(size + longestTexts * static_cast<size_t>(m_document.size() - m_position));
@@ -327,8 +328,8 @@ private:
     const AppcastVisitor &m_visit;
     const QByteArray &m_document;
     qsizetype m_position = 0;      ///< what the parser has been given
-    qsizetype m_lastEvent = 0;     ///< the position when it last told of something
-    qsizetype m_doctypeBegin = -1; ///< or there is none
+    qsizetype m_lastEvent = 0;     ///< the position at the last event
+    qsizetype m_doctypeBegin = -1; ///< -1: none
     const size_t m_mostDelivered;
     const size_t m_mostText;
     size_t m_delivered = 0;

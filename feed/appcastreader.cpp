@@ -17,8 +17,8 @@ using Member = FeedEntry::Member;
 
 const QString releaseTrack = u"release"_s;
 
-/// What carries a version, as an element of the item or an attribute of its enclosure. The bounds of the
-/// system's version are not among them: an item of an appcast has no conditions.
+/// Elements of an item, or attributes of its enclosure, that are read. Bounds of the system's version are not
+/// among them: an item of an appcast has no conditions.
 constexpr std::pair<const char *, Member> versionNames[] = {
     {"sparkle:version", Member::Build},
     {"sparkle:shortVersionString", Member::Version},
@@ -30,7 +30,7 @@ void setFrom(FeedEntry &entry, Member member, const NamedTexts &texts, std::stri
         entry.set(member, *text);
 }
 
-/// The item's texts under the names of the other kind of feed; it refers to the item.
+/// The item's strings under the member names of JSON feeds. Refers to the item.
 FeedEntry entryFrom(const AppcastItem &item) {
     FeedEntry entry;
     setFrom(entry, Member::Title, item.elements, "title");
@@ -62,7 +62,7 @@ bool describesUpdate(const FeedEntry &entry, QString *failureReason) {
 } // namespace
 
 Result<TXUpdateFeed::TrackMap> readAppcast(QByteArray data, const ReaderContext &context) {
-    const QByteArray document = std::move(data); // parameters go when their caller likes
+    const QByteArray document = std::move(data); // a parameter is destroyed only when the caller decides
     PackedEntries updates;
     FeedBudget budget(document.size());
     const TXError error =

@@ -16,11 +16,11 @@ TXUpdateConditionLaunch launchFrom(std::string_view text) {
         return TXUpdateConditionLaunchFirst;
     if (text == "any")
         return TXUpdateConditionLaunchAny;
-    // Also when nothing is said: an ordinary item is not for somebody's first minute with the application.
+    // Also the default: an ordinary item does not disturb the first launch of an application.
     return TXUpdateConditionLaunchNotFirst;
 }
 
-/// A value of a JSON document as a text; null for an absent one.
+/// A value of a JSON document as a string; null for an absent one.
 QString textFormOf(const QVariant &value) {
     switch (value.typeId()) {
     case QMetaType::UnknownType:

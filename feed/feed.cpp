@@ -27,7 +27,7 @@ namespace {
 
 const QString releaseTrack = u"release"_s;
 
-/// Once in a process: the settings of a host do not get better by repeating it.
+/// Once in a process: repeating it does not change the host's settings.
 void warnAboutInsecureFeed(const QUrl &url) {
     static std::atomic_flag hasWarned;
     if (url.scheme() != u"http" || tx::isLoopbackName(url.host()) || hasWarned.test_and_set())
@@ -38,8 +38,8 @@ void warnAboutInsecureFeed(const QUrl &url) {
           {url.toString(QUrl::RemoveUserInfo | QUrl::RemoveQuery)});
 }
 
-/// What the network freed while a long document came, and what its reader freed, would stay with the threads
-/// that had it while others take more.
+/// Memory that the network and the reader free while they handle a long document would stay with their
+/// threads, while other threads allocate more.
 class MemoryOfLongFeed {
 public:
     explicit MemoryOfLongFeed(const QByteArray &document)
@@ -56,10 +56,10 @@ private:
     const bool m_isLong;
 };
 
-/// As a format with "%@" has it.
+/// As "%@" of a format prints it.
 QString textOrNull(const QString &text) { return text.isNull() ? u"(null)"_s : text; }
 
-/// Whether a server refuses this way of asking, as those do that only hand out files.
+/// Whether the server refuses POST, as servers for static files do.
 bool refusesPost(int status) {
     constexpr int methodNotAllowed = 405;
     constexpr int notImplemented = 501;
@@ -71,7 +71,7 @@ void warnAboutType(const QByteArray &contentType, const QByteArray &document) {
         TXLog(TXLogLevelFailure, u"TXUpdate: %@"_s, {mistake});
 }
 
-/// `repeatsWithoutBody`: asks once more, without the body, when the server takes no POST.
+/// `repeatsWithoutBody`: repeats the request without the body if the server refuses POST.
 void send(const TXUpdateFeedPtr &feed, const QByteArray &body, bool repeatsWithoutBody) {
     tx::UrlRequest request;
     request.url = feed->URLWithParameters();
@@ -113,8 +113,8 @@ struct TXUpdateFeed::Private {
     TXUpdateSystemProfilePtr profile;
     QVariantMap parameters;
     TrackMap tracks;
-    std::optional<TXUpdatePtr> recommendedUpdate; ///< absent until somebody asks
-    std::atomic<bool> isFetched{false};           ///< or is about to be
+    std::optional<TXUpdatePtr> recommendedUpdate; ///< absent until requested
+    std::atomic<bool> isFetched{false};           ///< or will be
 };
 
 QString EscapeForURL(const QString &text) {
@@ -206,12 +206,13 @@ void TXUpdateFeed::fetch() {
     if (d->isFetched.exchange(true))
         return;
     warnAboutInsecureFeed(d->url);
-    // A profile is nothing that a check may fail for. Parameters are: their answer would be another one.
+    // A check must not fail because of a profile. It must because of parameters: without them the response
+    // would be another one.
     const bool onlyProfile = d->profile && d->parameters.isEmpty();
     send(owned(), requestBody(), onlyProfile);
 }
 
-// The document goes before anybody asks for what it says: both at once would be too much.
+// The document is freed before its content is requested: both at once would take too much memory.
 
 void TXUpdateFeed::parseJSONData(QByteArray data) {
     const MemoryOfLongFeed memory(data);

@@ -32,12 +32,12 @@ constexpr std::array<std::string_view, FeedEntry::memberCount> names{
     "display",
     "postURL",
     "url",
-    "", // no member of JSON feeds
+    "", // not a member of JSON feeds
 };
 
 constexpr size_t longestName = 20;
 
-/// For each length the members with names of that length, a bit each.
+/// For each length, the members whose names have that length, one bit each.
 constexpr auto membersOfLength = [] {
     std::array<uint32_t, longestName + 1> result{};
     for (size_t i = 0; i < names.size(); ++i) {

@@ -33,8 +33,8 @@ bool isHostCharacter(char c) {
     return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || c == '.' || c == '-';
 }
 
-/// True for an address that every parser takes and none would write otherwise: http or https, a lower-case
-/// host name without a port, and then characters that need no encoding.
+/// True for a URL that every parser accepts and leaves unchanged: http or https, a lower-case host name
+/// without a port, and then characters that need no encoding.
 bool isPlainAddress(std::string_view text) {
     constexpr std::string_view secure = "https://";
     constexpr std::string_view open = "http://";
@@ -42,10 +42,10 @@ bool isPlainAddress(std::string_view text) {
     const size_t host = position;
     for (char before = '.'; position < text.size() && isHostCharacter(text[position]); ++position) {
         if (before < '0' && text[position] < '0')
-            return false; // two of dot and dash, or one at the beginning
+            return false; // two dots or dashes in a row, or one at the start
         before = text[position];
     }
-    // A name with a letter at its end is no IP address, which has rules of its own.
+    // A name that ends in a letter is not an IP address, for which other rules apply.
     if (host == 0 || position == host || position == text.size() || text[position] != '/' ||
         text[position - 1] < 'a')
         return false;

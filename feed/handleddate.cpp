@@ -17,7 +17,7 @@ QDateTime handledPostDate(const QString &text) {
     if (!match.hasMatch())
         return {};
     const int offset = match.captured(3).toInt() * 3600 + match.captured(4).toInt() * 60;
-    // Read as UTC first: the user's own zone may leave out an hour that the record's has.
+    // Read as UTC first: the user's zone may lack an hour that the record's zone has.
     QDateTime date = QDateTime::fromString(match.captured(1) + u'Z', Qt::ISODate);
     if (!date.isValid())
         return {};

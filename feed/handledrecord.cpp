@@ -9,7 +9,7 @@ namespace {
 
 const QString escapedPrefix = u"escaped:"_s;
 
-/// Whether the character at `position` gets lost in an XML file.
+/// Whether an XML file cannot represent the character at `position`.
 bool isLost(const QString &text, qsizetype position) {
     const QChar c = text[position];
     if (c.isHighSurrogate())

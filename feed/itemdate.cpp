@@ -9,7 +9,7 @@ namespace tx {
 
 namespace {
 
-/// The zone as the system's zone database has it; invalid on a system without one.
+/// The zone of the system's zone database; invalid without such a database.
 const QTimeZone &pacificTime() {
     static const auto &zone = *new QTimeZone("America/Los_Angeles"); // a thread may outlast static objects
     return zone;
@@ -18,13 +18,13 @@ const QTimeZone &pacificTime() {
 constexpr int standardOffset = -8 * 3600;
 constexpr int summerOffset = -7 * 3600;
 
-/// The Sunday of that number in a month.
+/// The nth Sunday of a month.
 QDate sunday(int year, int month, int number) {
     const QDate first(year, month, 1);
     return first.addDays(Qt::Sunday - first.dayOfWeek() + 7 * (number - 1));
 }
 
-/// The number of `count` digits at `position`; -1 when something else stands there.
+/// The number of `count` digits at `position`; -1 if there is anything but digits.
 int digits(QStringView text, qsizetype position, qsizetype count) {
     int value = 0;
     for (qsizetype i = position; i < position + count; ++i) {
@@ -39,7 +39,7 @@ int digits(QStringView text, qsizetype position, qsizetype count) {
 } // namespace
 
 QDateTime itemDateFromString(QStringView text) {
-    // Taken apart by hand: a general parser costs more than the rest of a feed entry.
+    // Parsed by hand: a general parser costs more than the rest of a feed entry.
     constexpr qsizetype length = 19;
     if (text.size() != length || text[4] != u'-' || text[7] != u'-' || text[10] != u' ' || text[13] != u':' ||
         text[16] != u':')
@@ -51,7 +51,7 @@ QDateTime itemDateFromString(QStringView text) {
     const QTimeZone &zone = pacificTime();
     if (!zone.isValid())
         return pacificTimeByRule(day, time);
-        // Versions of Qt differ on hours that do not exist, and on those that come twice.
+        // Versions of Qt disagree about hours that do not exist or occur twice.
 #if QT_VERSION >= QT_VERSION_CHECK(6, 7, 0)
     const QDateTime date(day, time, zone, QDateTime::TransitionResolution::PreferStandard);
 #else
@@ -61,7 +61,7 @@ QDateTime itemDateFromString(QStringView text) {
 }
 
 QDateTime itemDateFromUtf8(std::string_view text) {
-    constexpr size_t length = 19; // a date has no character that is longer than a byte
+    constexpr size_t length = 19; // each character of a date is one byte
     return text.size() == length ? itemDateFromString(QString::fromUtf8(text.data(), length)) : QDateTime();
 }
 
@@ -76,15 +76,15 @@ QDateTime pacificTimeByRule(QDate day, QTime time) {
     const QDate begin = sunday(day.year(), 3, 2);
     const QDate end = sunday(day.year(), 11, 1);
     if (day == begin && time.hour() == 2)
-        return {}; // the hour that is left out
-    // The hour that comes twice is taken as standard time.
+        return {}; // the hour that does not exist
+    // The hour that occurs twice counts as standard time.
     const bool isSummer =
         (day > begin || (day == begin && time.hour() >= 3)) && (day < end || (day == end && time.hour() < 1));
     return QDateTime(day, time, QTimeZone(isSummer ? summerOffset : standardOffset));
 }
 
 int pacificOffsetByRule(const QDateTime &date) {
-    // As standard time has it, summer time lasts from 2 o'clock to 1 o'clock.
+    // In standard time, summer time lasts from 2:00 to 1:00.
     const QDateTime standard = date.toOffsetFromUtc(standardOffset);
     const QDate day = standard.date();
     const QDate begin = sunday(day.year(), 3, 2);

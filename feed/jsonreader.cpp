@@ -22,7 +22,7 @@ namespace tx {
 namespace {
 
 using Member = FeedEntry::Member;
-/// Stores one member as a text. What is no text stands in its text form.
+/// Stores one member as a string; a value of another type is converted.
 error_code store(FeedEntry &entry, Member member, ondemand::value value) {
     ondemand::json_type type{};
     if (const error_code error = value.type().get(type))
@@ -81,20 +81,20 @@ TXError brokenDocument(error_code error) {
     return unreadableFeed(QString::fromUtf8(simdjson::error_message(error)));
 }
 
-/// A track's name for an error.
+/// The name of a track, for an error.
 QString shown(const QString &name) {
     constexpr qsizetype longest = 100;
     return name.size() > longest ? name.left(longest) + u"..."_s : name;
 }
 
-/// Either what is wrong with the document, which ends it, or with one track, which another one of its name
-/// may replace.
+/// An error of the document, which ends reading, or of one track, which a later track of the same name may
+/// replace.
 struct Outcome {
     TXError document;
     TXError track;
 };
 
-/// False, with the reason, when the entry lacks what an update needs.
+/// False, with the reason, if the entry lacks something that an update needs.
 bool describesUpdate(const FeedEntry &entry, QString *failureReason) {
     QString reason;
     if (!entry.has(Member::Build))
@@ -175,7 +175,7 @@ public:
 private:
     static constexpr int depthOfEntry = depthOfMember - 1;
 
-    /// `hasRoom`: what the budget says of the entry, which counts when a host reads the feed.
+    /// `hasRoom`: whether the budget has room for the entry, which matters if a host reads the feed.
     void keep(PackedEntries &entries, const FeedEntry &entry, bool hasRoom) {
         if (m_context.keepsIrrelevant || hasRoom)
             entries.append(entry);
@@ -195,8 +195,8 @@ private:
     }
 
     void readUpdate(const FeedEntry &entry, qsizetype index) {
-        // Most entries of a long feed are for older builds: look at the version and the bounds before
-        // anything is made. When reasons are wanted, what is wrong with an entry itself comes first.
+        // Most entries of a long feed are for older builds, so test version and bounds before creating
+        // anything. If reasons are wanted, errors of the entry itself come first.
         const bool wantsReasons = static_cast<bool>(m_context.skipped);
         const Objection objection = entry.has(Member::Build) ? objectionToUpdate(entry) : Objection::None;
         if (objection != Objection::None && !wantsReasons)
@@ -271,8 +271,8 @@ private:
 Result<TXUpdateFeed::TrackMap> readJsonFeed(QByteArray data, const ReaderContext &context) {
     FeedBudget budget(data.size());
     const PaddedDocument bytes(std::move(data));
-    // The parser walks over the document and makes nothing of it but a list of places; a tree of its values
-    // would take many times its size.
+    // The parser creates only a list of positions. A tree of the document's values would take many times its
+    // size.
     ondemand::parser parser;
     if (parser.allocate(bytes.size(), size_t(deepestNesting) + 16) != simdjson::SUCCESS)
         return unreadableFeed(u"it is too large"_s);
@@ -284,7 +284,7 @@ Result<TXUpdateFeed::TrackMap> readJsonFeed(QByteArray data, const ReaderContext
         return error == simdjson::INCORRECT_TYPE ? unreadableFeed(u"its top level is no object"_s)
                                                  : brokenDocument(error);
 
-    // Of members with the same name the last one counts.
+    // If members have the same name, the last one counts.
     TXUpdateFeed::TrackMap result;
     QMap<QString, TXError> wrong;
     for (auto member : tracks) {

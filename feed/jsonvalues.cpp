@@ -11,7 +11,7 @@ namespace {
 
 bool isDigit(char c) { return c >= '0' && c <= '9'; }
 
-/// Takes digits off the front; false where there are none.
+/// Removes digits from the front; false if there are none.
 bool takeDigits(std::string_view &text) {
     const size_t before = text.size();
     while (!text.empty() && isDigit(text.front()))
@@ -26,7 +26,7 @@ bool take(std::string_view &text, std::string_view characters) {
     return true;
 }
 
-/// Whether a text is a number in the words of JSON, of whatever size.
+/// Whether a string is a number by the grammar of JSON, of any size.
 bool isNumber(std::string_view text) {
     (void)take(text, "-");
     if (!take(text, "0") && !takeDigits(text))
@@ -59,7 +59,7 @@ void appendQuoted(std::string &json, std::string_view text) {
 } // namespace
 
 error_code readNumber(ondemand::value value, std::string_view &text) {
-    text = value.raw_json_token(); // with the blanks behind it
+    text = value.raw_json_token(); // including the blanks after it
     text = text.substr(0, text.find_last_not_of(" \t\n\r") + 1);
     return isNumber(text) ? simdjson::SUCCESS : simdjson::NUMBER_ERROR;
 }
@@ -159,7 +159,7 @@ QByteArray asUtf8(const QByteArray &data) {
         return data.mid(3);
     QStringDecoder decoder(*encoding);
     const QString text = decoder.decode(data);
-    // The decoder lets halves of characters pass, which would become question marks.
+    // The decoder accepts unpaired surrogates, which would become question marks.
     return decoder.hasError() || !text.isValidUtf16() ? QByteArray() : text.toUtf8();
 }
 

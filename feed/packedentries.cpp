@@ -7,11 +7,12 @@ namespace tx {
 
 namespace {
 
-// An entry is, for each member that it has, a byte for the member, the length and the text, and at last this.
+// An entry consists of one byte for the member, the length and the string, for each member, and of this at
+// the end.
 constexpr char endOfEntry = static_cast<char>(FeedEntry::memberCount);
-using Length = uint32_t; // a document is far smaller
+using Length = uint32_t; // documents are far smaller
 
-/// Goes to the entry's end, telling of each member.
+/// Walks to the end of the entry and reports each member.
 template <typename Visit>
 const char *walk(const char *next, Visit visit) {
     while (*next != endOfEntry) {
@@ -25,7 +26,7 @@ const char *walk(const char *next, Visit visit) {
     return next + 1;
 }
 
-/// What a kind of item an entry is has been decided when it is kept.
+/// The kind of an entry is already known when the entry is kept.
 bool isKept(const FeedEntry &entry, FeedEntry::Member member) {
     return member != FeedEntry::Member::Type && entry.has(member);
 }

@@ -100,7 +100,7 @@ QDateTime TXUpdatePost::date() const { return tx::itemDateFromString(dateString(
 QDateTime TXUpdatePost::endDate() const { return tx::itemDateFromString(endDateString()); }
 
 QVariantMap TXUpdatePost::identifier() const {
-    // Null and empty texts are one and the same to a reader of the record.
+    // A reader of the record does not distinguish null and empty strings.
     const auto text = [](const QString &value) { return value.isNull() ? u""_s : value; };
     return {{u"date"_s, text(dateString())}, {u"title"_s, text(title())}};
 }

@@ -25,8 +25,8 @@ QByteArray digitsOf(const QVariant &value) {
     return QByteArray::number(static_cast<Widest>(*static_cast<const Integer *>(value.constData())));
 }
 
-/// The digits of an integer of any type, those that are named after characters included; null for what is no
-/// integer. Qt's own writer of JSON knows some of the types only and rounds large numbers.
+/// The digits of an integer of any type, including character types; null for a value that is not an integer.
+/// Qt's JSON writer knows only some of these types and rounds large numbers.
 QByteArray integerText(const QVariant &value) {
     switch (value.typeId()) {
     case QMetaType::Char:
@@ -98,7 +98,7 @@ QByteArray scalarJson(const QJsonValue &value) {
 
 void appendJson(QByteArray &json, const QVariant &value, int level);
 
-/// The elements between brackets, each in a line of its own.
+/// The elements between brackets, each on its own line.
 template <typename Container, typename AppendElement>
 void appendElements(QByteArray &json, const Container &elements, int level, const char *brackets,
                     const AppendElement &appendElement) {

@@ -10,7 +10,7 @@ using namespace Qt::StringLiterals;
 namespace tx {
 
 QString mistakeInType(const QByteArray &contentType, const QByteArray &document) {
-    // Of the document, which may be large, no copy is made. Byte order marks and the zeros of UTF-16 are no
+    // The document may be large and is not copied. Byte order marks and the zero bytes of UTF-16 are not
     // text.
     constexpr std::string_view ignored("\xEF\xBB\xBF\xFE\xFF\0 \t\r\n", 10);
     qsizetype start = 0;

@@ -23,8 +23,8 @@ const QString handledPostsKey = u"handledPosts"_s;
 
 } // namespace
 
-/// What a reader found, until somebody asks for objects: making them on the reader's thread and moving each
-/// to the main thread takes as long as reading the document, and they take more memory than it.
+/// What a reader found, until objects are requested. Creating them on the reader's thread and moving each to
+/// the main thread would take as long as reading the document, and more memory than it.
 struct TXUpdateTrack::Items {
     template <typename Item>
     struct List {
@@ -151,7 +151,8 @@ void TXUpdateTrack::updatePostsCheckInfoToHandlePosts(const QList<TXUpdatePostPt
     const QDateTime cutOff = tx::services().now().addSecs(-handledSeconds);
     QVariantList list;
     for (const QVariant &entry : own.value(handledPostsKey).toList()) {
-        // Dates as posts carry them do not parse here, so the record keeps only what the latest call handled.
+        // The dates of posts have another form and cannot be parsed here, so the record keeps only what the
+        // latest call handled.
         const QString text = entry.toMap().value(u"date"_s).toString();
         const QDateTime date = tx::handledPostDate(text);
         if (date.isValid() && date > cutOff)

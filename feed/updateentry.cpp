@@ -22,7 +22,7 @@ void logMissingDate(const FeedEntry &entry) {
         return;
     FeedEntry date;
     date.set(Member::Date, entry.bytes(Member::Date));
-    (void)updateFrom(date, WithConditions::No)->date(); // says what is wrong with the date
+    (void)updateFrom(date, WithConditions::No)->date(); // logs what is wrong with the date
     TXLog(TXLogLevelDetail, u"Update has no date: %@"_s, {entry.description()});
 }
 

@@ -16,7 +16,7 @@ namespace {
 
 QString buildOf(const TXBundle &bundle) { return bundle.infoString(u"CFBundleVersion"_s); }
 
-/// How a build is called in a message.
+/// The name of a build in a message.
 QString shown(const QString &build) { return build.isEmpty() ? u"?"_s : build; }
 
 } // namespace
@@ -38,7 +38,7 @@ TXError checkUnpackedBuild(const QString &announced, const QString &application)
     QString reason = localizedFormat(
         u"The update was announced as build %@, but the downloaded application is build %@."_s,
         {shown(announced), shown(unpacked)});
-    // A publisher's check of all archives has no application that is installed.
+    // A publisher's check of all archives has no installed application.
     if (!installed.isEmpty())
         reason += u' ' + localizedFormat(u"Build %@ is installed."_s, {installed});
     return TXError(updaterErrorDomain, 0, u"The application update could not be installed."_s, reason,

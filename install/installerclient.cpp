@@ -56,13 +56,13 @@ void logRights(const QList<tx::AuthorizationItem> &rights) {
     }
 }
 
-/// The path with all links followed, or as it is when that leads nowhere.
+/// The path with all links resolved, or unchanged if it cannot be resolved.
 QString withoutLinks(const QString &path) {
     const QString resolved = QFileInfo(path).canonicalFilePath();
     return resolved.isEmpty() ? path : resolved;
 }
 
-/// What the password dialog says: only in English, as every other language has the system's own words.
+/// The text of the password dialog: only in English, because the system has its own text in other languages.
 QList<tx::AuthorizationItem> promptEnvironment(const QString &application) {
     if (tx::localeLanguageCode().compare(u"en"_s, Qt::CaseInsensitive) != 0)
         return {};
@@ -71,7 +71,7 @@ QList<tx::AuthorizationItem> promptEnvironment(const QString &application) {
     tx::AuthorizationItem item;
     item.name = "prompt";
     item.value = prompt.toUtf8();
-    item.valueLength = static_cast<quint64>(prompt.size()); // in characters, as the interface has it
+    item.valueLength = static_cast<quint64>(prompt.size()); // in characters, as the interface requires
     return {item};
 }
 
@@ -108,8 +108,8 @@ bool TXUpdateInstallerClient::installUnarchivedApp(const QString &application, c
         return fail(error, installError(u"There is no application to install."_s));
     const bool needsAuthorization =
         needsAuthorizationToInstallToURL(TXUpdateHost::host()->bundle().bundlePath(), application);
-    // With an administrator's rights the installed tool itself runs: a copy in this user's folder could be
-    // replaced while the user types the password.
+    // With an administrator's rights, the installed tool itself is started: a copy in this user's folder
+    // could be replaced while the user types the password.
     if (!(needsAuthorization ? prepareFolder(error) && recordSession(error)
                              : prepareInstallerHelperTool(error)))
         return false;
@@ -150,11 +150,11 @@ bool TXUpdateInstallerClient::prepareFolder(TXError *error) {
 }
 
 bool TXUpdateInstallerClient::recordSession(TXError *error) {
-    // The tool starts with next to no environment, and opens the new application in this session.
+    // The tool is started with hardly any environment, but opens the new application in this session.
     QByteArray record;
     for (const QString &variable : QProcessEnvironment::systemEnvironment().toStringList())
         record += variable.toLocal8Bit() + '\0';
-    // The tool may be started with another one.
+    // The tool may be started with another umask.
     if (const std::optional<unsigned> mask = tx::fileCreationMask())
         record += "umask " + QByteArray::number(*mask, 8) + '\0';
     const TXError cause = services().fileSystem->replaceFile(environmentRecord(), record, 0600);
@@ -245,7 +245,7 @@ bool TXUpdateInstallerClient::launchToolWithAuthorizationToInstallURL(const QStr
 
     const QString tool = executableOfInstalledTool();
     TXLog(TXLogLevelStep, u"TXUpdate: AuthInstall: Will execute with privileges.\nPath: %s"_s, {tool});
-    // It follows no links. Which application it replaces it knows itself.
+    // It follows no links. It knows by itself which application it replaces.
     const QStringList job{u"install"_s, QString::number(QCoreApplication::applicationPid()),
                           withoutLinks(application), withoutLinks(archive)};
     std::unique_ptr<tx::Task> task;

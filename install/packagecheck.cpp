@@ -14,8 +14,8 @@ namespace tx {
 
 namespace {
 
-/// What a package manager has put there it changes itself: exchanged behind its back, the application would
-/// be another than it says, and be gone again after its next update.
+/// Only the package manager may replace what it installed. If the application were replaced without it, its
+/// records would be wrong, and its next update would undo the replacement.
 TXError packageError(const QString &failure, const Result<std::optional<PackageOwner>> &owner) {
     if (!owner)
         return TXError(updaterErrorDomain, 0, failure,

@@ -25,7 +25,7 @@ void TXQuitReply::refuse() const { d->give(nullptr); }
 void TXQuitReply::askApplication() const {
     if (isAnswered())
         return;
-    // Windows may run event loops of their own, in which the host could answer again: this is the answer.
+    // Windows may run their own event loops, in which the host could answer again. This answer counts.
     const std::shared_ptr<Answer> answer = d;
     const auto call = std::exchange(answer->done, nullptr);
     call(tx::services().requestQuit());

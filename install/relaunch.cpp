@@ -30,7 +30,7 @@ void TXUpdate::launch() {
         TXLog(TXLogLevelFailure, u"TXUpdate failed to launch with TXUpdateLauncher due to an exception. %@"_s,
               {task.error().localizedDescription()});
 
-    // Both roads are taken each time: whichever opens second finds the application running.
+    // Both ways are always used: whichever opens second finds the application running.
     TXLog(TXLogLevelStep, u"-[TXUpdate launch] launching using shell script"_s);
     tx::TaskRequest script;
     script.program = u"/bin/sh"_s;

@@ -46,11 +46,11 @@ constexpr ArchiveType archiveTypes[] = {
     {".tar"_L1, "tar -xC \"$TXUPDATE_UNARCHIVER_DESTINATION\""_L1},
 };
 
-/// As this system's programs write it; Linux knows no attributes of files without such a prefix.
+/// The name as programs on this system write it; on Linux, names of attributes need such a prefix.
 const QByteArray quarantine = "user.com.apple.quarantine";
 
 QString openFailure(const QString &archivePath) {
-    // The number is the same for every reason: it is what users have been told to report.
+    // The number is the same for every reason, because users have been told to report it.
     constexpr int number = -54;
     if (services().fileSystem->exists(archivePath))
         return tx::localizedFormat(u"Could not open the archive. %s (%d)"_s,
@@ -136,11 +136,11 @@ void TXUpdateUnarchiver::stream(const QString &command) {
 
 QString TXUpdateUnarchiver::pipeArchive(std::FILE *archive, const QString &command,
                                         const QString &destination, QString &application) {
-    // The variable is the command's alone: this process's environment belongs to the host.
+    // Only the command gets the variable: this process's environment belongs to the host.
     QStringList environment = tx::environmentWithFrameworkTools();
     environment.removeIf([](const QString &v) { return v.startsWith(u"TXUPDATE_UNARCHIVER_"_s); });
     for (QString &variable : environment) {
-        // The framework's own tar: it leaves nothing of an archive that it cannot unpack whole.
+        // The framework's own tar leaves nothing of an archive that it cannot unpack completely.
         if (variable.startsWith(u"PATH="_s))
             variable.insert(5, tx::frameworkResourcesPath() + u"/Archives:"_s);
     }
@@ -154,7 +154,7 @@ QString TXUpdateUnarchiver::pipeArchive(std::FILE *archive, const QString &comma
                             .ownSession = true};
     tx::Result<std::unique_ptr<tx::Task>> task = services().tasks->start(request);
     if (!task && task.error().code() == ENOENT) {
-        // A machine without a shell: the same words without it.
+        // On a machine without a shell: run the same command without it.
         request.arguments = command.split(u' ');
         const QString tool = request.arguments.takeFirst();
         request.arguments.last() = destination;
@@ -164,7 +164,7 @@ QString TXUpdateUnarchiver::pipeArchive(std::FILE *archive, const QString &comma
     if (!task)
         return tx::localizedFormat(u"Opening the pipe for the archive failed %d."_s,
                                    {QString::number(task.error().code())});
-    // Nobody needs the application any more that it unpacks, and a command may hang.
+    // The application that it unpacks is no longer needed, and a command may hang.
     const tx::InterruptAtEnd interrupt([&task] { (*task)->kill(); });
     std::optional<int> failedWrite;
     constexpr size_t chunkSize = 32768;
@@ -193,13 +193,13 @@ QString TXUpdateUnarchiver::pipeArchive(std::FILE *archive, const QString &comma
     if (!toolSays.isEmpty())
         TXLog(TXLogLevelFailure, u"TXUpdate: %@"_s, {toolSays});
     if (tx::applicationIsEnding())
-        return {}; // nobody hears of it, and what texts are made of may be gone
+        return {}; // nobody is told, and the source of messages may be destroyed
     if (const int indicator = std::ferror(archive))
         return tx::localizedFormat(u"An error occured while reading from the archive %d."_s,
                                    {QString::number(indicator)});
     if (failedWrite)
         return tx::localizedFormat(u"Piping the archive failed %d."_s, {QString::number(*failedWrite)});
-    // The status does not count: what matters is whether the application is there.
+    // The status does not matter; it matters whether the application was unpacked.
     const tx::FoundApplication found = tx::findApplication(destination, m_wanted);
     application = found.path;
     if (!application.isNull())

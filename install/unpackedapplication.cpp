@@ -19,7 +19,7 @@ namespace tx {
 
 namespace {
 
-/// What stays of an earlier installation is not out of the archive.
+/// Leftovers of an earlier installation do not come from the archive.
 const QString installerTool = u"TXUpdateInstaller.app"_s;
 
 bool isFolder(const QString &path) {
@@ -34,7 +34,7 @@ bool isApplication(const QString &path) {
 
 QString shown(const QString &text) { return text.isEmpty() ? u"?"_s : text; }
 
-/// Looks at folders within folders, but at no more than a person could want to read about.
+/// Looks into nested folders, but lists no more than a person would want to read.
 class Survey {
 public:
     explicit Survey(QString archiveName)

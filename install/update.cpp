@@ -28,7 +28,7 @@ QByteArray address(const tx::PackedEntry &packed, Member member) {
 
 QUrl decoded(const QByteArray &url) { return url.isEmpty() ? QUrl() : QUrl::fromEncoded(url); }
 
-/// Absent equals only absent.
+/// An absent value equals only an absent one.
 bool same(const QString &a, const QString &b) { return a.isNull() == b.isNull() && a == b; }
 
 } // namespace
@@ -58,7 +58,7 @@ TXUpdate::~TXUpdate() {
         });
 }
 
-// Asking for one of these makes nothing that stays.
+// Requesting one of these creates nothing permanent.
 QString TXUpdate::title() const { return d.all ? d.all->title : d.packed.read().text(Member::Title); }
 QString TXUpdate::version() const { return d.all ? d.all->version : d.packed.read().text(Member::Build); }
 QString TXUpdate::displayVersion() const {
@@ -103,7 +103,7 @@ quint64 TXUpdate::downloadSize() const { return d.all ? d.all->downloadSize : 0;
 bool TXUpdate::isInstalling() const { return d.all && d.all->isInstalling; }
 bool TXUpdate::isInstalled() const { return d.all && d.all->isInstalled; }
 
-// Texts are stored without comparing first: null and empty compare equal but do not mean the same.
+// Strings are stored without comparing first: null and empty compare equal but have different meanings.
 void TXUpdate::setTitle(const QString &title) {
     d->title = title;
     Q_EMIT itemChanged();

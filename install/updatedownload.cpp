@@ -28,7 +28,7 @@ namespace tx {
 
 namespace {
 
-/// Name and extension, the dot of neither; a leading dot begins no extension.
+/// Name and extension, both without the dot. A leading dot does not start an extension.
 std::pair<QString, QString> splitExtension(const QString &name) {
     const qsizetype dot = name.lastIndexOf(u'.');
     constexpr qsizetype longestExtension = 32;
@@ -37,8 +37,8 @@ std::pair<QString, QString> splitExtension(const QString &name) {
     return {name.left(dot), name.mid(dot + 1)};
 }
 
-/// True for a version that a file name takes as it is and that cannot be mistaken for a part of the name
-/// beside it, on any file system.
+/// True for a version that a file name can contain unchanged, and that cannot be mistaken for a part of the
+/// rest of the name, on any file system.
 bool isPlain(const QString &version) {
     constexpr std::string_view others = "._+~-";
     return !version.isEmpty() && std::all_of(version.begin(), version.end(), [others](QChar c) {
@@ -48,7 +48,7 @@ bool isPlain(const QString &version) {
     });
 }
 
-/// A digest that differs when any of the texts does.
+/// A digest that differs if any of the strings does.
 QString digestOf(const QStringList &texts) {
     QCryptographicHash hash(QCryptographicHash::Sha256);
     for (const QString &text : texts) {
@@ -59,13 +59,13 @@ QString digestOf(const QStringList &texts) {
     return QString::fromLatin1(hash.result().toHex().left(digits));
 }
 
-/// Those of this process, in the order of their beginning. Thread: main.
+/// The downloads of this process, in the order of their start. Thread: main.
 QList<UpdateDownload *> &runningDownloads() {
     static auto *running = new QList<UpdateDownload *>; // a download may outlast static objects
     return *running;
 }
 
-/// The two failures that a user can act on get words of their own.
+/// The two failures that a user can act on get their own message.
 TXError withAdvice(const TXError &error) {
     if (error.domain() != TXURLErrorDomain)
         return error;
@@ -143,7 +143,7 @@ UpdateDownload::UpdateDownload(TXUpdate &update, Choice choice, TXUpdate::Progre
 
 UpdateDownload::~UpdateDownload() {
     runningDownloads().removeOne(this);
-    // Only a download whose update was destroyed has not reported its end.
+    // Only a download whose update was destroyed has not reported its end yet.
     if (m_completion)
         postToMain([completion = std::move(m_completion)] {
             completion(TXError(TXCocoaErrorDomain, TXErrorCancelled, u"The update could not be downloaded."_s,
@@ -156,7 +156,7 @@ void UpdateDownload::begin(TXUpdate &update, Choice choice, const TXUpdate::Prog
                            const TXUpdate::CompletionHandler &completion) {
     TXUpdate::Private &d = *update.d;
     if (d.isDownloading && choice == Choice::Users)
-        d.download->m_choice = choice; // the user wants what runs already
+        d.download->m_choice = choice; // the user chose the download that is already running
     if (d.isDownloading || d.isDownloaded)
         return;
     const auto endUnbegun = [&completion](const TXError &error) {
@@ -168,14 +168,16 @@ void UpdateDownload::begin(TXUpdate &update, Choice choice, const TXUpdate::Prog
         endUnbegun(refusal);
         return;
     }
-    if (const TXError noIdentity = checkHostIdentity()) { // nothing could be found in its archive
+    if (const TXError noIdentity = checkHostIdentity()) { // no application could be found in its archive
         endUnbegun(noIdentity);
         return;
     }
     const QPointer<TXUpdate> guard(&update);
     const QList<UpdateDownload *> running = runningDownloads();
     for (UpdateDownload *other : running) {
-        // One may have gone while another one ended, and one that has ended may be telling so just now.
+        // One may have been destroyed while another one ended, and one that has ended may be calling its
+        // handler
+        // just now.
         if (!runningDownloads().contains(other) || !other->m_update ||
             other->m_update->d->download.get() != other)
             continue;
@@ -212,8 +214,8 @@ void UpdateDownload::start() {
     request.sizeLimit = limits.archive;
     request.minimumRate = limits.rate;
     m_transfer = services().urlLoader->startDownload(request, *this);
-    // What could not be installed is not downloaded to its end. The transfer does not wait for the answer,
-    // which comes before much of it is there.
+    // An update that could not be installed is not downloaded completely. The transfer does not wait for the
+    // answer, which comes before much has been transferred.
     checkPackageOwner(
         u"The update could not be downloaded."_s, [weak = weak_from_this()](const TXError &refusal) {
             const auto download = weak.lock();
@@ -248,14 +250,14 @@ void UpdateDownload::downloadDecideDestinationWithSuggestedFilename(UrlDownload 
     const QString directory = updateCacheDirectoryFilePath();
     if (!files.exists(directory))
         (void)files.createDirectory(directory, false);
-    // Everything else in this folder is removed below: it must be this user's own, and no link to another.
+    // Everything else in this folder is removed below, so it must belong to this user and not be a link.
     if (const TXError error = files.checkPrivateDirectory(directory)) {
         download.cancel();
         downloadEndedSuccessfully(
             false, urlError(UrlErrorCannotCreateFile, m_update->fileURL(), error.localizedDescription()));
         return;
     }
-    // So must it be this download's while it runs: a second one would delete this one's files.
+    // It must also be reserved for this download: a second download would delete this one's files.
     if (const TXError error = occupyFolder(*m_update, directory, u"The update could not be downloaded."_s)) {
         download.cancel();
         downloadEndedSuccessfully(false, error);
@@ -266,7 +268,7 @@ void UpdateDownload::downloadDecideDestinationWithSuggestedFilename(UrlDownload 
     m_update->setDownloadPath(path);
     if (const Result<QStringList> entries = files.list(directory)) {
         for (const QString &entry : *entries) {
-            // The installer tool takes itself away when it is done.
+            // The installer tool removes itself when it has finished.
             if (entry == u"TXUpdateInstaller.app")
                 TXLog(TXLogLevelFailure, u"TXUpdate: An earlier installation did not come to its end."_s);
             if (entry != name)
@@ -284,7 +286,7 @@ void UpdateDownload::downloadDecideDestinationWithSuggestedFilename(UrlDownload 
             return;
         }
         if (!size)
-            (void)files.remove(path); // something that is no file
+            (void)files.remove(path); // something that is not a file
     }
     download.setDestination(path);
 }
@@ -318,7 +320,7 @@ void UpdateDownload::downloadDidFailWithError(UrlDownload &, const TXError &erro
 }
 
 void UpdateDownload::downloadEndedSuccessfully(bool successful, const TXError &reported) {
-    // The update lets go of this object here, and a handler may let go of the update.
+    // The update releases this object here, and a handler may release the update.
     const auto keep = shared_from_this();
     TXUpdate &update = *m_update;
     TXError error = withAdvice(reported);

@@ -32,7 +32,7 @@ void TXUpdate::installWithErrorHandler(const CompletionHandler &handler) {
     d->installErrorHandler = handler;
     tx::assign(*this, d->isInstalling, true, &TXUpdate::isInstallingChanged);
     TXLog(TXLogLevelStep, u"TXUpdate: Beginning Installation"_s);
-    // Held until the process ends; the installer tool takes it then.
+    // Held until the process ends; then the installer tool takes it.
     if (const TXError error =
             tx::UpdateDownload::occupyFolder(*this, downloadPath().section(u'/', 0, -2),
                                              u"The application update could not be installed."_s)) {
@@ -63,7 +63,8 @@ void UpdateInstallation::install_doUnarchive(TXUpdate &update) {
     const QPointer<TXUpdate> guard(&update);
     TXUpdateUnarchiver::unarchive(
         update.downloadPath(), [] {},
-        // Unpacking goes on when the update goes, and nobody else may write to the folder until it is done.
+        // Unpacking continues if the update is destroyed, and nobody else may write to the folder until it
+        // ends.
         [guard, lock = update.d->folderLock](const QString &application, const TXError &error) {
             if (!guard)
                 return;
@@ -85,7 +86,7 @@ void UpdateInstallation::install_doInstall(TXUpdate &update, const QString &appl
         discardDownload(update, application, error);
         return;
     }
-    // Such an application is of no use in the Downloads folder either.
+    // Such an application is useless in the Downloads folder as well.
     if (const QString why =
             application.isNull()
                 ? QString()
@@ -97,7 +98,7 @@ void UpdateInstallation::install_doInstall(TXUpdate &update, const QString &appl
         return;
     }
     if (application.isNull())
-        handOver(update, application); // fails, and nobody has to save anything for that
+        handOver(update, application); // fails, so the user need not save anything first
     else
         askToQuit(update, application);
 }
@@ -137,7 +138,7 @@ void UpdateInstallation::handOver(TXUpdate &update, const QString &application) 
 }
 
 void UpdateInstallation::discardDownload(TXUpdate &update, const QString &application, const TXError &why) {
-    // Another try downloads what the feed names by then, and does not find this archive again.
+    // The next attempt downloads what the feed then names, and does not reuse this archive.
     for (const QString &path : {application, update.downloadPath()}) {
         if (const TXError error = services().fileSystem->remove(path))
             TXLog(TXLogLevelFailure, u"TXUpdate: %@ cannot be removed. %@"_s, {path, error.toString()});
@@ -162,7 +163,7 @@ void UpdateInstallation::moveIntoDownloads(TXUpdate &update, const QString &appl
     if (!file.suffix().isEmpty())
         name += u'.' + file.suffix();
     const QString target = *downloads + u'/' + safeFileName(name);
-    // Nothing is installed that could vouch for such a bit, and the user may copy it anywhere from there.
+    // No installed file justifies such a bit there, and the user may copy the application anywhere.
     TXError error = services().fileSystem->dropSpecialBits(application);
     if (!error)
         error = services().fileSystem->move(application, target);
@@ -200,7 +201,7 @@ void UpdateInstallation::install_failed(TXUpdate &update, const TXError &error) 
     const TXUpdate::CompletionHandler handler = std::exchange(d.installErrorHandler, nullptr);
     const bool wasInstalled = std::exchange(d.isInstalled, false);
     const bool wasInstalling = std::exchange(d.isInstalling, false);
-    // An application that has closed its windows for this ends when the handler has told the user.
+    // An application that has closed its windows for this ends after the handler has told the user.
     postToMain([handler, error, permission = std::exchange(d.quitPermission, nullptr)] {
         if (handler)
             handler(error);

@@ -15,8 +15,8 @@ std::string describe(const posix::FileError &error) {
     return error.path + ": " + std::strerror(error.number);
 }
 
-/// Puts the complete copy at `staged` into the place of `destination`. What was there is at `staged` or at
-/// `backup` afterwards.
+/// Replaces `destination` with the complete copy at `staged`. Afterwards the old content is at `staged` or at
+/// `backup`.
 posix::FileError takeName(const std::string &staged, const std::string &destination,
                           const std::string &backup, Files &files) {
     if (!posix::entryExists(destination))
@@ -24,7 +24,7 @@ posix::FileError takeName(const std::string &staged, const std::string &destinat
     posix::FileError error = files.exchange(staged, destination);
     if (error.number != EINVAL && error.number != ENOSYS && error.number != EOPNOTSUPP)
         return error;
-    // A file system that cannot exchange two entries. The next opening undoes an interruption in between.
+    // A file system that cannot exchange two entries. After an interruption, the next opening repairs it.
     error = files.rename(destination, backup);
     if (error)
         return error;
@@ -51,8 +51,8 @@ std::string moveApplication(const std::string &application, const std::string &f
     posix::Descriptor lock;
     if (const posix::FileError error = files.lock(lockPathFor(destination), lock))
         return lockProblem(error, destination);
-    // What an interrupted installation left comes back first: otherwise the next opening of the moved
-    // application would put the old one into its place.
+    // First restore what an interrupted installation left. Otherwise the next opening of the moved
+    // application would replace it with the old one.
     bool putBack = false;
     if (const posix::FileError error = undoInterruption(destination, files, putBack)) {
         (void)files.removeFile(lockPathFor(destination));
@@ -85,11 +85,11 @@ std::string moveApplication(const std::string &application, const std::string &f
         problem = "the copy at " + staged + " cannot take its name: " + describe(error);
     } else if ((error = files.syncDirectory(folder))) {
         isReplaced = true;
-        // What was there before is kept: without its new name on disk the copy may be lost with the power.
+        // Keeps what was there before: until its new name is on disk, a power failure may lose the copy.
         problem = "the move cannot be written to disk: " + describe(error);
     } else {
         isReplaced = true;
-        // What is left over does no harm, and the next move removes it.
+        // The leftover is harmless, and the next move removes it.
         (void)files.removeTree(staged);
         (void)files.removeTree(backup);
     }

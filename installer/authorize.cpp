@@ -2,10 +2,10 @@
 // TXUpdateAuthorize: started by pkexec, so that the password dialog names this program. Says "authorized" and
 // reads one job from standard input until its end, as words that each end in NUL:
 //   install PID NEW-APPLICATION ARCHIVE   installs an update of the application that this program is a part
-//                                         of: becomes TXUpdateInstaller, which stands beside it
+//                                         of: becomes TXUpdateInstaller, which is beside it
 //   move FOLDER                           copies that application into an Applications folder, says "moved"
 // It refuses everything else with a line on standard error, which the host reads on standard output. As root
-// it does nothing when anybody but root could have changed it. Each start does one job at most.
+// it does nothing if anyone but root could have changed it. Each start does at most one job.
 
 #include "installer/hostanswer.h"
 #include "installer/jobs.h"
@@ -31,7 +31,7 @@ constexpr int ioFailure = 74;
 HostAnswer answer;
 
 void report(const std::string &text) {
-    // Words of whoever asked are in it.
+    // It contains words of the asking user.
     const std::string line = onOneLine(text);
     answer.note(line);
     std::fprintf(stderr, "TXUpdateAuthorize: %s\n", line.c_str());
@@ -42,7 +42,7 @@ bool say(const std::string &word) {
     return write(STDOUT_FILENO, word.data(), word.size()) == static_cast<ssize_t>(word.size());
 }
 
-/// All of the input, or a byte more than a job may have; false for a failure.
+/// Reads all of the input, but at most one byte more than a job may have; false on failure.
 bool readInput(std::string &input) {
     char buffer[4096];
     while (input.size() <= longestJob) {
@@ -58,8 +58,8 @@ bool readInput(std::string &input) {
     return true;
 }
 
-/// Replaces this process by the open program. It keeps standard output and error and gets no other
-/// descriptor, and of the environment only who asked.
+/// Replaces this process with the open program, which gets only standard output and error, and of the
+/// environment only who asked.
 int become(int file, const std::vector<std::string> &words) {
     std::vector<std::string> texts = words;
     std::vector<char *> argv;
@@ -127,6 +127,6 @@ int main(int argc, char **) {
     context.say = [](const std::string &word) { (void)say(word); };
     context.log = report;
     const int status = runJob(words, context);
-    answer.refuse(); // nothing when the job was done
+    answer.refuse(); // does nothing if the job was done
     return status;
 }

@@ -38,7 +38,7 @@ Arguments contentsArguments(const Arguments &arguments) {
 Context contentsContext(const Arguments &arguments, const Context &context) {
     Context inside = context;
     inside.open = [arguments, context](const std::string &, const Session &session) {
-        // Its contents were moved away when they were installed, and put back when that failed.
+        // Its contents were moved away for the installation, and restored when that failed.
         if (!posix::entryExists(posix::contentsOf(arguments.newApplication))) {
             if (const posix::FileError error = context.files->removeTree(arguments.newApplication))
                 context.log("cannot remove " + error.path);

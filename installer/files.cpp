@@ -12,8 +12,8 @@ namespace tx::installer {
 
 namespace {
 
-/// Calls `work` with the places of the paths. As root they are names in folders that are open, which nobody
-/// can lead elsewhere any more; an ordinary user's paths lead wherever that user wants.
+/// Calls `work` with the places of the paths. As root, a place is a name in an open folder, which nobody can
+/// redirect. An ordinary user's paths are used as they are.
 template <typename Work>
 posix::FileError at(const std::string &path, const Work &work) {
     if (geteuid() != 0)

@@ -24,7 +24,7 @@ bool writeAll(const std::string &text) {
     return true;
 }
 
-/// True on a terminal, say, where the reason would be there twice.
+/// True if both are the same, for example on a terminal, where the reason would appear twice.
 bool outputsAreOne() {
     struct stat output {};
     struct stat errors {};
@@ -59,7 +59,7 @@ bool HostAnswer::unheard() const {
     struct pollfd watched {
         m_host.get(), 0, 0
     };
-    // A host that has heard the word closes its end too, but took the word out of the pipe before.
+    // A host that has read the report closes its end as well, but has emptied the pipe before.
     int left = 0;
     return poll(&watched, 1, 0) == 1 && (watched.revents & POLLERR) != 0 &&
            (ioctl(m_host.get(), FIONREAD, &left) != 0 || left > 0);

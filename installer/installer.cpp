@@ -33,7 +33,7 @@ std::string withoutTrailingSlashes(std::string path) {
     return path;
 }
 
-/// Replaces the folders that lead to `path` by where they lead; the last component stays as it is.
+/// Resolves links in the folders of `path`; the last component is not resolved.
 bool resolveFolders(std::string &path) {
     const std::string name = posix::lastComponentOf(path);
     const std::unique_ptr<char, decltype(&std::free)> parent(realpath(posix::parentOf(path).c_str(), nullptr),
@@ -61,19 +61,19 @@ public:
             refusal = awaitHost();
         if (refusal != StatusDone) {
             unlock();
-            // The host stays, as it did not hear that it may end. One that has gone all the same comes back.
+            // The host stays, because it was not told to end. If it has ended anyway, it is opened again.
             if (!m_isInstalledByAnother && waitForEnd(m_arguments.hostProcess, std::chrono::milliseconds(0)))
                 (void)open(refusal);
             return refusal;
         }
         const int status = replace();
         unlock();
-        // With rights that are not what they should be, nothing more is done.
+        // With wrong rights, nothing more is done.
         return status == StatusNoRights ? status : open(status);
     }
 
 private:
-    /// Opens what stands at the application's place; `status`, or that it cannot be opened.
+    /// Opens the application at its path. Returns `status`, or the status for an opening that failed.
     int open(int status) {
         const std::string why = m_context.open(m_arguments.hostBundle, m_context.session);
         if (why.empty())
@@ -95,8 +95,8 @@ private:
         return status;
     }
 
-    /// One installation of an application at a time. Without the lock there is no installation: somebody may
-    /// hold it, and where it cannot be made, nothing else can be made either.
+    /// One installation of an application at a time. Without the lock nothing is installed: somebody may hold
+    /// it, and where it cannot be created, nothing else can be created either.
     int lock() {
         const posix::FileError error = m_files.lock(lockPathFor(m_arguments.hostBundle), m_lock);
         m_isInstalledByAnother = error.number == EWOULDBLOCK;
@@ -107,12 +107,12 @@ private:
         return error ? StatusTryLater : StatusDone;
     }
 
-    /// None while another host downloads into the folder of the new application. That folder is the user's.
+    /// Fails while another host downloads into the folder of the new application, which belongs to the user.
     int lockFolder() {
         const std::string folder = posix::parentOf(m_arguments.archive);
         if (!lowerRights())
             return StatusNoRights;
-        // Made by the host, which holds the lock until it ends; an archive that is installed by hand has
+        // Created by the host, which holds the lock until it ends. For an archive installed by hand there is
         // none.
         struct stat info {};
         posix::FileError error = m_files.examine(folder + ".lock", info);
@@ -126,10 +126,11 @@ private:
         return error ? StatusTryLater : StatusDone;
     }
 
-    /// Finds out whether the application can be replaced, tells the host that it may end, and waits for that.
+    /// Checks whether the application can be replaced, tells the host that it may end, and waits until it
+    /// has.
     int awaitHost() {
-        // By making what will be made: the host is still there to say that it cannot be. The name is one of
-        // which nothing is ever needed again.
+        // Creates an entry as a test, while the host can still report a failure. The name is one whose
+        // content is never needed again.
         removeLeftover(m_gone);
         posix::FileError error = m_files.makeDirectory(m_gone);
         if (!error)
@@ -194,8 +195,8 @@ private:
         }
         if (putBack)
             m_context.log("an interrupted installation was undone");
-        // Whatever else stands there is a copy that was not finished, or an old application after the swap:
-        // no longer needed once the disk holds what is at the application's path.
+        // Anything else there is an unfinished copy, or the old application after the swap. It is no longer
+        // needed once the application at the path is on disk.
         bool hasLeftover = false;
         for (const std::string &path : {m_staged, m_backup, m_gone})
             hasLeftover = hasLeftover || posix::entryExists(path);
@@ -244,7 +245,7 @@ private:
             error = m_files.syncFileSystem(m_staged);
         std::string why = error ? describe(error) : "";
         if (!error) {
-            // It may have changed since this tool first looked at it. Its property list is the user's still.
+            // It may have changed since the first check. Its property list still belongs to the user.
             if (!lowerRights())
                 return StatusNoRights;
             why = whyItCannotStart(m_staged, m_arguments.hostBundle);
@@ -258,14 +259,14 @@ private:
         return StatusCannotStage;
     }
 
-    /// As root, what another user may still hold open, linked or in reach is copied.
+    /// As root, copies what another user may still hold open, have linked or reach.
     bool mayRename() const {
         std::string resolved;
         return geteuid() != 0 || (m_context.session.user == 0 &&
                                   posix::untrustedPart(m_arguments.newApplication, resolved, 0).empty());
     }
 
-    /// Puts the new application back where it was, so that a later try finds it.
+    /// Restores the new application to its old path, so that a later attempt finds it.
     void unstage() {
         if (m_renamed && !m_files.rename(m_staged, m_arguments.newApplication))
             return;
@@ -283,7 +284,7 @@ private:
             unstage();
             return StatusCannotSwap;
         }
-        // The old application must not be gone from the disk before the new one is there.
+        // The old application must not be removed from the disk before the new one is on it.
         if (const posix::FileError sync = m_files.syncDirectory(posix::parentOf(m_arguments.hostBundle))) {
             m_context.log("cannot sync " + describe(sync) +
                           "; the old application stays beside the new one until the next installation");
@@ -302,8 +303,8 @@ private:
         return error;
     }
 
-    /// For folders of a lower layer, which cannot be renamed at all. The next run, or the next opening, puts
-    /// the whole copy back after an interruption.
+    /// For folders of a lower layer, which cannot be renamed at all. After an interruption, the next run or
+    /// the next opening restores the complete copy.
     posix::FileError swapByCopying() {
         const std::string parent = posix::parentOf(m_arguments.hostBundle);
         posix::CopyRules exactly;
@@ -329,7 +330,7 @@ private:
             error = m_files.rename(m_staged, m_arguments.hostBundle);
         if (!error)
             error = m_files.syncDirectory(parent);
-        // From then on it is no more than a leftover, which goes: half of it must not be put back.
+        // From then on it is only a leftover to be removed: a part of it must not be restored.
         if (!error)
             error = m_files.rename(m_whole, m_backup);
         if (error && putWholeBack(m_arguments.hostBundle, m_files))
@@ -340,7 +341,7 @@ private:
     int clean() {
         removeLeftover(m_staged);
         removeLeftover(m_backup);
-        // What stands in the user's own folder is removed with no more rights than the user has.
+        // What is in the user's own folder is removed with the user's rights only.
         if (!lowerRights())
             return StatusNoRights;
         removeLeftover(m_arguments.newApplication);
@@ -410,7 +411,7 @@ bool checkBundles(Arguments &arguments, std::string &why) {
         why = arguments.newApplication + " is no application with a bundle identifier";
         return false;
     }
-    // After an interrupted installation the old application may stand beside its place.
+    // After an interrupted installation the old application may be beside its path.
     const bool interrupted = !posix::entryExists(arguments.hostBundle);
     const std::string whole = wholePathFor(arguments.hostBundle);
     std::string host = isOwnBackup(whole) ? whole

@@ -14,12 +14,12 @@ namespace tx::installer {
 
 namespace {
 
-/// Opens a program of this framework's or a folder that it works in: as root, only what is root's own.
+/// Opens a program of this framework, or a folder that it works in. As root, only if only root can change it.
 std::string openTrusted(const std::string &path, const JobContext &context, posix::Descriptor &entry) {
     return context.asRoot ? posix::openRootsOwn(path, entry) : posix::openWithoutLinks(path, entry);
 }
 
-/// What is wrong with something that the asking user wants installed.
+/// Why something cannot be installed for the asking user.
 std::string problemOf(const std::string &path, mode_t type, const JobContext &context) {
     posix::Descriptor entry;
     if (std::string problem = posix::openWithoutLinks(path, entry); !problem.empty())
@@ -47,11 +47,11 @@ int refuse(const JobContext &context, const std::string &why) {
     return JobRefused;
 }
 
-/// Why the application, or a link in its place, must not be exchanged: what a package manager has put there,
-/// only it may change. Empty when no package owns it or anything in it.
+/// Why the application, or a link in its place, must not be replaced: only the package manager may change
+/// what it installed. Empty if no package owns it or anything in it.
 std::string packageProblem(const std::string &application, const JobContext &context) {
     const auto askRpm = [&](const std::vector<std::string> &arguments, std::string &output) {
-        // With root's rights too: the answer of a program of the user's could be any.
+        // With root's rights as well: a program of the user could give any answer.
         posix::Descriptor program;
         const std::string problem = openTrusted(context.rpm, context, program);
         return problem.empty() ? context.outputOf(context.rpm, arguments, output) : problem;

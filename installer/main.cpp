@@ -28,7 +28,7 @@ void report(const std::string &text) {
     syslog(LOG_ERR, "%s", line.c_str());
 }
 
-/// The bundle that this executable stands in, when it is an installer's copy; else empty.
+/// The bundle that contains this executable if it is an installer's copy; otherwise empty.
 std::string ownBundle() {
     char path[PATH_MAX];
     const ssize_t length = readlink("/proc/self/exe", path, sizeof path);
@@ -60,7 +60,7 @@ int main(int argc, char **argv) {
     const std::string bundle = ownBundle();
     const std::string folder = tx::posix::parentOf(bundle);
     const std::vector<std::string> words(argv + 1, argv + argc);
-    // Beside the archive, where the host recorded it in the user's own folder.
+    // Beside the archive: the host recorded it there, in the user's own folder.
     if (!words.empty())
         context.environmentRecord = tx::posix::parentOf(words.back()) + "/TXUpdateInstaller.environment";
     Arguments arguments;
@@ -72,7 +72,7 @@ int main(int argc, char **argv) {
         answer.refuse();
         return prepared;
     }
-    // Only a copy beside the archive is this installation's own; the framework's resources are not removed.
+    // Only a copy beside the archive belongs to this installation; the framework's resources are not removed.
     if (!bundle.empty() && folder == tx::posix::parentOf(arguments.archive))
         context.toolBundle = bundle;
     context.log = report;

@@ -9,7 +9,7 @@ namespace tx::installer {
 
 namespace {
 
-/// Reads one character of UTF-8 at `start`: its length in bytes, 0 when there is none.
+/// Reads one UTF-8 character at `start`: its length in bytes, 0 if it is invalid.
 size_t readCharacter(const std::string &text, size_t start, uint32_t &character) {
     const auto byteAt = [&](size_t i) { return static_cast<unsigned char>(text[i]); };
     const unsigned char first = byteAt(start);
@@ -27,7 +27,7 @@ size_t readCharacter(const std::string &text, size_t start, uint32_t &character)
     return isShortest && !isSurrogate && character <= 0x10FFFF ? length : 0;
 }
 
-/// Ends a line, or is not seen as what it is.
+/// True for a character that ends a line or is displayed as something else.
 bool isTreacherous(uint32_t c) {
     struct Range {
         uint32_t first;

@@ -33,7 +33,7 @@ struct Start {
     }
 };
 
-/// Starts the program in a session of its own, so that it is ended with what it started.
+/// Starts the program in its own session, so that it can be terminated with its children.
 int start(const std::string &program, const std::vector<std::string> &arguments, int output, pid_t &process) {
     std::vector<std::string> words{program};
     words.insert(words.end(), arguments.begin(), arguments.end());
@@ -101,7 +101,7 @@ std::string outputOf(const std::string &program, const std::vector<std::string> 
         return program + " cannot be run: " + std::strerror(number);
     writing.reset();
     const std::string why = readAll(reading.get(), output, limits);
-    // One that closes its output and goes on has said all that it will say.
+    // A program that closes its output and continues has printed everything.
     kill(-process, SIGKILL);
     int status = 0;
     while (waitpid(process, &status, 0) < 0 && errno == EINTR) {

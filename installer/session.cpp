@@ -22,7 +22,7 @@ namespace tx::installer {
 
 namespace {
 
-/// Reads "umask 0022", in which the host recorded how it made files.
+/// Reads "umask 0022", the file mode mask that the host recorded.
 bool readMask(const std::string &text, std::optional<mode_t> *mask) {
     const std::string word = "umask ";
     const std::string digits = text.compare(0, word.size(), word) == 0 ? text.substr(word.size()) : "";
@@ -33,8 +33,8 @@ bool readMask(const std::string &text, std::optional<mode_t> *mask) {
     return true;
 }
 
-/// Reads the record when it is a plain file of `user` that nobody else may write to. Half of a record is
-/// none: a variable that is cut off could mean anything.
+/// Reads the record if it is a regular file of `user` that nobody else may write to. A truncated record is
+/// not used: a truncated variable could mean anything.
 std::vector<std::string> readRecord(const std::string &path, uid_t user, std::optional<mode_t> *mask) {
     const posix::Descriptor fd(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK));
     struct stat info {};
@@ -66,7 +66,7 @@ std::vector<std::string> readRecord(const std::string &path, uid_t user, std::op
     return result;
 }
 
-/// The least that a program needs when nothing was recorded.
+/// The minimum that a program needs if nothing was recorded.
 std::vector<std::string> plainEnvironment(uid_t user) {
     std::vector<std::string> result{"PATH=/usr/local/bin:/usr/bin:/bin"};
     if (const struct passwd *entry = getpwuid(user)) {
@@ -95,7 +95,7 @@ bool identifyUser(const Arguments &arguments, Session &session, std::string &why
         }
         session.group = entry->pw_gid;
     } else {
-        // Else the user is the one who unpacked the new application.
+        // Otherwise the user is the one who unpacked the new application.
         struct stat info {};
         if (lstat(arguments.newApplication.c_str(), &info) != 0) {
             why = arguments.newApplication + " is no application: " + std::strerror(errno);
@@ -168,7 +168,7 @@ bool waitForEnd(pid_t process, std::chrono::milliseconds limit) {
         if (result >= 0 || errno != EINTR)
             return result > 0;
     }
-    // An old kernel: look now and then.
+    // An old kernel: poll.
     while (kill(process, 0) == 0 || errno == EPERM) {
         if (std::chrono::steady_clock::now() >= deadline)
             return false;

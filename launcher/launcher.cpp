@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// TXUpdateLauncher PID BUNDLE debug|"": waits until its parent, the process PID, has gone and opens BUNDLE.
-// Exit status: 1 for a wrong number of arguments, else 0.
+// TXUpdateLauncher PID BUNDLE debug|"": waits until its parent, the process PID, has ended, and opens BUNDLE.
+// Exit status: 1 for a wrong number of arguments, otherwise 0.
 
 #include "launcher/relauncher.h"
 

@@ -43,7 +43,7 @@ const ApplicationPlaces::Preferred &ApplicationPlaces::preferred() const {
         const QString user = services().folders.userApplications();
         const QString local = stringByResolvingSymlinksAndAliases(services().folders.localApplications());
         const FileSystem &files = *services().fileSystem;
-        // A folder of the user's without an application is better than one that nobody can write to.
+        // A folder of the user without any application is better than one that cannot be written to.
         const bool takesUser = holdsApplication(user) || (QFileInfo(user).isDir() && files.isWritable(user) &&
                                                           !files.isWritable(local) && !canGetAuthorization());
         m_preferred = Preferred{takesUser ? stringByResolvingSymlinksAndAliases(user) : local, takesUser};
@@ -67,7 +67,7 @@ bool ApplicationPlaces::needsAuthorization() const {
 }
 
 bool ApplicationPlaces::canGetAuthorization() const {
-    // Asked once: each time a line in the log says why not.
+    // Checked once, because each check logs the reason.
     if (!m_canGetAuthorization)
         m_canGetAuthorization = services().authorization->canExecute();
     return *m_canGetAuthorization;

@@ -31,8 +31,7 @@ void log(const QString &format, const QStringList &arguments = {}) {
     TXLog(TXLogLevelAlways, format, arguments);
 }
 
-/// Starts a shell that outlives this process; failures are nobody's concern. `resources`: where its tools
-/// stand.
+/// Starts a shell that outlives this process; failures are ignored. `resources`: the folder of its tools.
 void startShell(const QString &command, const QString &resources) {
     (void)services().tasks->start({.program = u"/bin/sh"_s,
                                    .arguments = {u"-c"_s, command},
@@ -40,7 +39,7 @@ void startShell(const QString &command, const QString &resources) {
                                    .ownSession = true});
 }
 
-/// Runs one of the framework's tools to its end; failures are nobody's concern.
+/// Runs one of the framework's tools to its end; failures are ignored.
 void runTool(const QString &name, const QStringList &arguments) {
     auto task =
         services().tasks->start({.program = frameworkResourcesPath() + u'/' + name, .arguments = arguments});
@@ -48,7 +47,7 @@ void runTool(const QString &name, const QStringList &arguments) {
         (void)(*task)->wait();
 }
 
-/// The system's words for what went wrong.
+/// The system's message for what went wrong.
 QString reasonOf(const TXError &error) {
     return error.localizedFailureReason().isEmpty() ? error.localizedDescription()
                                                     : error.localizedFailureReason();
@@ -89,7 +88,7 @@ bool MoveJob::replacesPackage() {
     const QString destination = m_places.destinationPath();
     if (!services().fileSystem->exists(destination))
         return false;
-    // Not of what a link leads to: that stays where it is.
+    // Of a link itself, not of its target, which is not moved.
     const auto owner = packageOwnerOfEntry(destination);
     if (owner && !*owner)
         return false;
@@ -115,7 +114,7 @@ bool MoveJob::replacesPackage() {
 bool MoveJob::isRunningAt(const QString &path) const {
     const QString executable = TXBundle(path).executablePath();
     if (!executable.isEmpty() && !services().workspace->runningApplications(executable).isEmpty())
-        return true; // also when a script is what runs
+        return true; // also if the running program is a script
     for (const QString &running : services().workspace->runningExecutables()) {
         if (running.startsWith(path + u'/'))
             return true;
@@ -152,8 +151,8 @@ MoveJob::Outcome MoveJob::performUnauthorizedMove() {
         openOtherCopy();
         return Outcome::OtherCopyRuns;
     }
-    // Everybody who changes what is at the destination holds this lock: an installation, another move, an
-    // opening that undoes an interruption. It is let go before the moved application is opened.
+    // Everyone who changes the destination holds this lock: an installation, another move, an opening that
+    // repairs an interruption. It is released before the moved application is opened.
     const auto lock = files.lockApplication(destination);
     if (!lock) {
         const TXError error = lock.error();
@@ -168,8 +167,8 @@ MoveJob::Outcome MoveJob::performUnauthorizedMove() {
                               "permissions of %@, then try again."_s),
                     {destination, reasonOf(error), error.userInfo()[u"path"_s].toString()});
     }
-    // What an interrupted installation left is put back now: otherwise the opening of the moved application
-    // would put it over that.
+    // Restore what an interrupted installation left now. Otherwise opening the moved application would
+    // restore it over that application.
     if (const TXError error = files.undoInterruption(destination)) {
         log(u"ERROR -- Could not undo the interrupted installation of '%@' (%@)"_s,
             {destination, error.toString()});
@@ -183,11 +182,11 @@ MoveJob::Outcome MoveJob::performUnauthorizedMove() {
 
 MoveJob::Outcome MoveJob::replaceDestination(const QString &destination) {
     FileSystem &files = *services().fileSystem;
-    // The copy is made under another name, so that half of it is never at the destination. What is there
+    // The copy is created under another name, so that a part of it is never at the destination. What is there
     // stays until the copy is complete and on disk.
     Replacement replacement(destination);
-    // What a killed move had replaced goes where it was to go. Without anything at the destination it was not
-    // put back because somebody else could have put it there; it is left alone then.
+    // What a killed move replaced goes to the Trash, as intended. If the destination is empty, it was not
+    // restored because somebody else could have put it there; then it is left alone.
     if (files.exists(destination) && files.exists(replacement.oldPath()) &&
         !trashOld(replacement, destination, replacement.oldPath()))
         return Outcome::Failed;
@@ -205,8 +204,8 @@ MoveJob::Outcome MoveJob::replaceDestination(const QString &destination) {
         log(u"ERROR -- Could not copy myself to %@"_s, {destination});
         return failToCopy(error);
     }
-    // Without its new name on disk, the copy may be gone after a loss of power: what it was copied from, be
-    // it in a disk image, stays then, and so does what it replaced.
+    // Until its new name is on disk, a power failure may lose the copy. In that case the original (even in a
+    // disk image) and what the copy replaced are kept.
     if (const TXError unsynced = files.syncFolder(destination.section(u'/', 0, -2))) {
         log(u"ERROR -- Could not sync the folder of %@ (%@)"_s, {destination, unsynced.toString()});
         if (replacement.hasReplaced())
@@ -230,8 +229,8 @@ bool MoveJob::trashOld(const Replacement &replacement, const QString &destinatio
     if (removeItemAtPath(replacement.oldPath(), destination, &why))
         return true;
     if (why.userInfo().contains(u"trashed"_s)) {
-        // The Trash holds a complete copy, but removing the original failed half-way. Renamed like an
-        // unfinished copy, the rest is never put back, and the next move removes it.
+        // The Trash has a complete copy, but removing the original failed in between. Renamed like an
+        // unfinished copy, the rest is never restored, and the next move removes it.
         (void)services().fileSystem->rename(replacement.oldPath(), replacement.stagedPath());
         return true;
     }
@@ -280,7 +279,7 @@ bool MoveJob::runPrivileged() {
     std::unique_ptr<AuthorizationReference> reference;
     if (authorization.create({}, AuthorizationFlagDefaults, reference) != AuthorizationSuccess)
         return false;
-    // Nobody is asked for a password that would be of no use.
+    // Does not ask for a password that would not help.
     int status = AuthorizationDenied;
     if (m_places.canGetAuthorization())
         status = authorization.copyRights(*reference, {{.name = "system.privilege.admin"}}, {},
@@ -300,8 +299,9 @@ bool MoveJob::runPrivileged() {
         m_failureText = moverText(u"No administrator's password was given. The application is still where it "
                                   "was."_s);
     } else if (status == AuthorizationSuccess) {
-        // As without privileges, the copy grows under another name and what stands at the destination goes
-        // when the copy is complete and on disk. Which application it moves the program knows itself.
+        // As without privileges, the copy is created under another name, and what is at the destination is
+        // removed when the copy is complete and on disk. The program knows by itself which application it
+        // moves.
         std::unique_ptr<Task> task;
         if (authorization.executeWithPrivileges(*reference, {u"move"_s, m_places.preferredInstallLocation()},
                                                 AuthorizationFlagDefaults, task) == AuthorizationSuccess)
@@ -321,7 +321,7 @@ MoveJob::Outcome MoveJob::performAuthorizedMove() {
 }
 
 QString MoveJob::movedResources() const {
-    // What waits for this process runs when the old copy has gone: it uses the tools of the moved one.
+    // What waits for this process runs after the old copy was removed, so it uses the tools of the moved one.
     const QString resources = services().resourcesPath();
     return resources.startsWith(m_places.bundlePath() + u'/')
                ? m_places.destinationPath() + resources.mid(m_places.bundlePath().size())

@@ -12,7 +12,7 @@ namespace {
 
 const QString moverTable = u"MoveApplication"_s;
 
-/// Where the application is, in words that fit the question.
+/// Where the application is, as words for the question.
 QString placeDescription(const ApplicationPlaces &places, const LocalizedSentence &question) {
     if (places.isInDownloadsFolder())
         return question.word(u"downloads folder"_s);
@@ -34,7 +34,7 @@ QString explanation(const ApplicationPlaces &places, const QString &name, bool i
             u"%@ is running from inside of the disk image. You should move %@ into your %@ folder and "
             "then delete the disk image file (%@)."_s,
             {name, name, location, image.section(u'/', -1)});
-    // A disc or a locked card: there is no file to delete.
+    // A disc or a write-protected card: there is no image file to delete.
     if (isTranslocated || !volume.isNull()) {
         const LocalizedSentence question(u"Would you like to move %@ into your %@ folder right now?"_s,
                                          moverTable);
@@ -59,7 +59,7 @@ Alert moveQuestion(const ApplicationPlaces &places, const QString &name, bool is
     alert.buttons = {moverText(u"Move to Applications Folder"_s), moverText(u"Do Not Move"_s)};
     alert.suppressionText = localizedString(u"Do not show this message again"_s);
     alert.bringsToFront = true;
-    alert.answerWithoutWindow = 1; // nobody said yes
+    alert.answerWithoutWindow = 1; // counts as declined
     return alert;
 }
 

@@ -41,9 +41,9 @@ TXError Replacement::takeName() {
             (void)files.remove(m_staged);
         return error;
     }
-    // The finished copy gets the name that the old application has after the exchange: a move that is killed
-    // on either side of the exchange leaves nothing under the name of an unfinished copy, which the next move
-    // deletes, but something complete, which it takes to the Trash.
+    // The finished copy gets the name that the old application has after the exchange. If the move is killed
+    // before or after the exchange, that name holds something complete, which the next move puts into the
+    // Trash, and not an unfinished copy, which it would delete.
     if (TXError error = files.rename(m_staged, m_old)) {
         (void)files.remove(m_staged);
         return error;
@@ -60,8 +60,8 @@ TXError Replacement::takeName() {
     return error;
 }
 
-/// For file systems that cannot exchange two entries. The next opening, or the next move, undoes an
-/// interruption in between.
+/// For file systems that cannot exchange two entries. After an interruption, the next opening or the next
+/// move repairs it.
 TXError Replacement::takeNameByRenaming() {
     FileSystem &files = *services().fileSystem;
     TXError error = files.rename(m_destination, m_old);
@@ -78,8 +78,8 @@ TXError Replacement::takeNameByRenaming() {
     return error;
 }
 
-/// For folders of a lower layer, which cannot be renamed at all. The next opening, or the next move, puts the
-/// whole copy back after an interruption.
+/// For folders of a lower layer, which cannot be renamed at all. After an interruption, the next opening or
+/// the next move restores the complete copy.
 TXError Replacement::takeNameByCopying() {
     FileSystem &files = *services().fileSystem;
     TXError error = files.copy(m_destination, m_old);
@@ -93,7 +93,7 @@ TXError Replacement::takeNameByCopying() {
             (void)files.rename(m_whole, m_old);
     }
     if (error) {
-        // Nothing was taken from what is at the destination.
+        // Nothing was removed from the destination.
         (void)files.remove(m_old);
         (void)files.remove(m_staged);
         return error;

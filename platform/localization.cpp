@@ -43,7 +43,7 @@ const QHash<QString, QString> &tableAt(const QString &path) {
     return *slot;
 }
 
-/// "pt-BR" is looked up as pt-BR, pt_BR and pt; "zh-Hans-CN" as itself, zh-Hans and zh.
+/// "pt-BR" is looked up as pt-BR, pt_BR and pt; "zh-Hans-CN" unchanged, as zh-Hans and as zh.
 QStringList folderNames(const QString &language) {
     QStringList names;
     for (QString name = language;;) {
@@ -64,8 +64,9 @@ struct Found {
     const Table *table = nullptr;
 };
 
-/// The text in the first language that has it, and its table; null without one, and where English is wanted
-/// more. With a count, the language's own form for that number comes before the text for all numbers.
+/// The string in the first language that has it, and its table; null if there is none, or if English is
+/// preferred. With a count, the language's form for that number takes precedence over the string for all
+/// numbers.
 Found lookUp(const QString &key, const QString &folder, const QString &table, const QStringList &languages,
              std::optional<qint64> count = {}) {
     for (const QString &language : languages) {
@@ -81,13 +82,13 @@ Found lookUp(const QString &key, const QString &folder, const QString &table, co
             }
         }
         if (language == u"en" || language.startsWith(u"en-"))
-            break; // the keys are English: a later language would be less wanted
+            break; // the keys are English, which the user prefers to later languages
     }
     return {};
 }
 
-/// The framework's own tables serve the relatives of their languages: simplified Chinese where no script is
-/// named or that one is used, Brazilian Portuguese for all of Portuguese.
+/// The framework's tables also serve related languages: simplified Chinese if no script or that one is named,
+/// Brazilian Portuguese for all of Portuguese.
 QStringList closestLanguages(const QStringList &languages) {
     QStringList result;
     for (const QString &language : languages) {

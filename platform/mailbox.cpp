@@ -12,7 +12,7 @@ namespace tx {
 
 namespace {
 
-/// One for all mailboxes: the object itself comes to its thread through it, too.
+/// One for all mailboxes, because it also protects handing the mailbox object to its thread.
 std::mutex &mailboxes() {
     static auto *mutex = new std::mutex; // a thread may outlast static objects
     return *mutex;
@@ -29,7 +29,7 @@ void Mailbox::post(std::function<void()> work) {
         const std::lock_guard lock(mailboxes());
         m_work.push_back(std::move(work));
     }
-    // One event for each: what other events are posted in between keeps its turn.
+    // One event for each entry, so that events posted in between keep their order.
     QCoreApplication::postEvent(this, new QEvent(QEvent::User));
 }
 
@@ -41,7 +41,7 @@ void Mailbox::postAndWait(const std::function<void()> &work) {
         work();
         const std::lock_guard lock(mutex);
         done = true;
-        changed.notify_one(); // under the lock: the waiter takes all of this away
+        changed.notify_one(); // under the lock, because the waiter destroys all of this
     });
     std::unique_lock lock(mutex);
     changed.wait(lock, [&] { return done; });

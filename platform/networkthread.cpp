@@ -23,7 +23,7 @@ constexpr std::chrono::seconds longestWaitAtEnd(5);
 class SystemProxyFactory final : public QNetworkProxyFactory {
 public:
     QList<QNetworkProxy> queryProxy(const QNetworkProxyQuery &query) override {
-        // This machine is reached without a proxy, and without the cost of asking for one.
+        // This machine is reached without a proxy, and without looking for one.
         if (isLoopbackName(query.peerHostName()))
             return {QNetworkProxy::NoProxy};
         return systemProxyForQuery(query);
@@ -33,7 +33,7 @@ public:
 } // namespace
 
 NetworkThread &NetworkThread::instance() {
-    // Never destroyed: it may be in use while static objects go.
+    // Never destroyed: it may be in use while static objects are destroyed.
     static auto *theInstance = new NetworkThread;
     return *theInstance;
 }
@@ -77,7 +77,7 @@ void NetworkThread::stop() {
     if (!thread || QThread::currentThread() == thread)
         return;
     const bool ended = m_mailbox->postAndWaitFor(longestWaitAtEnd, [manager = m_manager] {
-        // A reply that is deleted reports an end, which nobody is to hear any more.
+        // A reply that is deleted reports its end, which nobody must get any more.
         for (QNetworkReply *reply : manager->findChildren<QNetworkReply *>())
             reply->disconnect();
         delete manager;
@@ -137,10 +137,10 @@ bool failedInTransport(const QNetworkReply &reply) {
         return false;
     const QVariant status = reply.attribute(QNetworkRequest::HttpStatusCodeAttribute);
     const bool hasStatus = status.isValid();
-    // A body that cannot be decoded, after a status that is none of an error.
+    // A body that cannot be decoded, with a status that is not an error.
     if (error == QNetworkReply::UnknownContentError && status.toInt() < 400)
         return true;
-    // Errors from 201 on are the access manager's reading of an HTTP status, except those about protocols.
+    // Errors from 201 on stand for an HTTP status, except those about protocols.
     return !hasStatus || error < QNetworkReply::ContentAccessDenied ||
            error == QNetworkReply::ProtocolUnknownError || error == QNetworkReply::ProtocolFailure;
 }
@@ -218,7 +218,7 @@ TXError transportError(const QNetworkReply &reply, bool untrusted) {
         code = UrlErrorCannotFindHost;
         break;
     case QNetworkReply::TimeoutError:
-    case QNetworkReply::OperationCanceledError: // what breaking a limit of time raises
+    case QNetworkReply::OperationCanceledError: // raised when a time limit is exceeded
         code = UrlErrorTimedOut;
         break;
     case QNetworkReply::SslHandshakeFailedError:

@@ -14,7 +14,7 @@ namespace tx::plain {
 
 namespace {
 
-/// More than any document of the permitted size needs that refers to each of its values once.
+/// More than a document of the permitted size needs if it refers to each value once.
 constexpr size_t mostValues = 1 << 18;
 
 class BinaryReader {
@@ -254,7 +254,7 @@ private:
         }
         return detail::isText(result) ? result : withoutBrokenCharacters(result);
     }
-    /// What the kernel and the file system hand out need not be UTF-8.
+    /// Strings from the kernel and the file system need not be UTF-8.
     static std::string withoutBrokenCharacters(const std::string &value) {
         std::string result;
         for (size_t i = 0; i < value.size();) {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The small part of XML that property lists are made of. There are no entities but the five that XML itself
-// has: a document type with declarations of its own is refused.
+// The small part of XML that property lists use. The only entities are the five of XML itself: a document
+// type with its own declarations is refused.
 #include "platform/plainpropertylist.h"
 
 #include <algorithm>
@@ -108,7 +108,7 @@ std::optional<Value> dataFrom(std::string_view text) {
     return Value{Data{std::move(bytes)}};
 }
 
-/// Takes a text in quotes off the front; absent where there is none.
+/// Removes a string in quotes from the front; absent if there is none.
 std::optional<std::string_view> takeQuoted(std::string_view &text) {
     if (text.empty() || (text.front() != '"' && text.front() != '\''))
         return std::nullopt;
@@ -192,7 +192,7 @@ private:
         m_rest.remove_prefix(text.size());
         return true;
     }
-    /// What stands before `end`, which is taken too.
+    /// Reads up to and including `end`; returns what is before it.
     std::optional<std::string_view> takeUntil(std::string_view end) {
         const size_t at = m_rest.find(end);
         if (at == std::string_view::npos)
@@ -237,7 +237,7 @@ private:
         return name == "UTF-8" || name == "US-ASCII";
     }
 
-    /// The next tag; blanks and comments before it go.
+    /// The next tag, without blanks and comments before it.
     std::optional<Tag> tag() {
         if (!between() || !take("<"))
             return std::nullopt;
@@ -402,7 +402,7 @@ private:
 namespace detail {
 
 std::optional<Value> readXml(std::string_view document) {
-    // A NUL character is nowhere right, and ends the texts of other readers.
+    // A NUL character is never valid, and ends the strings of other readers.
     if (document.find('\0') != std::string_view::npos)
         return std::nullopt;
     return XmlReader(document).read();

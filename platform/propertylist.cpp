@@ -18,7 +18,7 @@ namespace {
 
 constexpr qsizetype maximumSize = 64 << 20;
 constexpr int maximumDepth = 128;
-/// Seconds from 1970 to 2001, where the dates of property lists begin.
+/// Seconds from 1970 to 2001, the epoch of property lists.
 constexpr qint64 referenceDate = 978307200;
 
 QVariant toVariant(plist_t node, int depth, bool &tooDeep);
@@ -99,7 +99,7 @@ QVariant toVariant(plist_t node, int depth, bool &tooDeep) {
     }
 }
 
-/// Characters that XML 1.0 cannot hold would make the whole file unreadable.
+/// A character that XML 1.0 cannot represent would make the whole file unreadable.
 QByteArray xmlSafe(const QString &text) {
     QString safe = text;
     for (QChar &c : safe) {
@@ -156,12 +156,12 @@ TXError unreadable(const QString &reason) {
 Result<QVariant> readPropertyList(const QByteArray &data) {
     if (data.size() > maximumSize)
         return unreadable(u"it is too large"_s);
-    // The library asserts that texts hold no NUL, and ends the process over one that does.
+    // The library asserts that strings contain no NUL, and would end the process.
     const bool isBinary = data.startsWith("bplist");
     const bool hasNul = isBinary ? holdsNulCharacter(data) : data.contains('\0');
     if (hasNul)
         return unreadable(u"a text in it holds a NUL character"_s);
-    // By name, as newer releases of the library also guess formats that no application is described in.
+    // By name, because newer releases of the library also guess formats that describe no application.
     plist_t root = nullptr;
     if (isBinary)
         plist_from_bin(data.constData(), static_cast<uint32_t>(data.size()), &root);

@@ -24,8 +24,8 @@ namespace tx {
 
 namespace {
 
-/// How long the end of the application waits for a job that can be interrupted by nothing, such as one that
-/// reads from a file system that hangs. It is left behind then.
+/// How long the end of the application waits for a job that cannot be interrupted, such as a read from a file
+/// system that hangs. After that the job is abandoned.
 constexpr std::chrono::seconds longestWaitAtEnd(5);
 
 bool isMainThread() {
@@ -33,8 +33,8 @@ bool isMainThread() {
     return application && QThread::currentThread() == application->thread();
 }
 
-/// The framework's own threads for what blocks. Never destroyed: a job that is left behind may outlast static
-/// objects. Work is taken from a queue under a mutex of the framework's own: see Mailbox.
+/// The framework's own threads for blocking jobs. Never destroyed: an abandoned job may outlive static
+/// objects. The queue has the framework's own mutex: see Mailbox.
 class Background {
 public:
     static Background &instance() {
@@ -58,7 +58,7 @@ public:
         return m_changed.wait_for(lock, limit, [this] { return m_unfinished == 0; });
     }
 
-    /// Drops what has not begun and waits for what has, unless it is a job that ends the process.
+    /// Drops jobs that have not started and waits for the others, unless one of them ends the process.
     void close() {
         std::deque<std::function<void()>> dropped;
         {
@@ -70,7 +70,7 @@ public:
         if (m_pool.contains(QThread::currentThread()))
             return;
         if (wait(longestWaitAtEnd))
-            m_pool.waitForDone(); // idle threads go
+            m_pool.waitForDone(); // idle threads end
         else
             TXLog(TXLogLevelFailure, u"TXUpdate: a background job does not end and is left behind."_s);
     }
@@ -82,7 +82,7 @@ public:
 
 private:
     Background() {
-        // Not the number of processors: the jobs wait, and the main thread may wait for one of them.
+        // Not the number of processors: the jobs block, and the main thread may wait for one of them.
         constexpr int enough = 256;
         m_pool.setMaxThreadCount(enough);
         m_pool.setObjectName(u"TarvixUpdate background"_s);
@@ -98,7 +98,7 @@ private:
             m_work.pop_front();
         }
         next();
-        next = nullptr; // its captures go before it counts as finished
+        next = nullptr; // its captures are destroyed before it counts as finished
         const std::lock_guard lock(m_mutex);
         --m_unfinished;
         m_changed.notify_all();
@@ -112,7 +112,7 @@ private:
     QThreadPool m_pool;
 };
 
-/// The main thread's mailbox; it goes with the application object.
+/// The main thread's mailbox; destroyed with the application object.
 struct MainMailbox {
     std::mutex mutex;
     Mailbox *mailbox = nullptr;
@@ -123,7 +123,7 @@ MainMailbox &mainMailbox() {
     return *instance;
 }
 
-/// postToMain, for what has been told of the end already.
+/// postToMain() for callers that already know of the end.
 void post(std::function<void()> work) {
     MainMailbox &box = mainMailbox();
     const std::lock_guard lock(box.mutex);
@@ -153,7 +153,7 @@ void post(std::function<void()> work) {
 class EndOfApplication {
 public:
     static EndOfApplication &instance() {
-        static auto *theInstance = new EndOfApplication; // the last that static objects need
+        static auto *theInstance = new EndOfApplication; // static objects may need it last
         return *theInstance;
     }
 
@@ -180,7 +180,7 @@ public:
         std::erase(m_interrupts, interrupt);
     }
 
-    /// Sees to it that every way in which the process ends comes by here:
+    /// Makes sure that every way of ending the process calls this:
     /// - the application object goes: it calls this before it goes;
     /// - exit() while there is one, on the main thread: that thread's own objects go before everything
     /// static,
@@ -210,7 +210,7 @@ private:
 
     struct MainThreadsEnd {
         ~MainThreadsEnd() {
-            // Without an application object its end has been here already, and the process may go on.
+            // Without an application object, its end has already been handled, and the process may continue.
             if (QCoreApplication::instance())
                 instance().endProcess();
         }
@@ -224,7 +224,7 @@ private:
     }
 
     void endProcess() {
-        // A child that was forked off the host has none of our threads, and whatever locks they held.
+        // A forked child of the host has none of our threads, but the locks that they held.
         if (QCoreApplication::applicationPid() == m_process)
             end(true);
     }
@@ -246,7 +246,7 @@ private:
         }
         if (forGood)
             return;
-        // A program may make another application object.
+        // A program may create another application object.
         Background::instance().reopen();
         const std::lock_guard lock(mutex);
         ending = false;
@@ -285,7 +285,7 @@ bool runOnMainAndWait(std::function<void()> work) {
         {
             const std::lock_guard inner(end.mutex);
             if (state->abandoned)
-                return; // the waiter has gone
+                return; // nobody waits any more
         }
         work();
         const std::lock_guard inner(end.mutex);

@@ -10,9 +10,9 @@ namespace tx {
 namespace {
 
 constexpr QByteArrayView readyWord = "ready\n";
-/// More than any reason takes; what follows is not read.
+/// Longer than any reason; the rest is not read.
 constexpr qsizetype longestAnswer = 4096;
-/// How long a tool that was ended, or that closed its output, may take to go.
+/// How long a tool may take to end after it was terminated or has closed its output.
 constexpr std::chrono::milliseconds timeToGo(1000);
 
 std::optional<int> end(Task &tool) {

@@ -31,7 +31,7 @@ public:
                 if (!skipBlanks() || !word(value))
                     return failure(u"a value was expected"_s);
             } else {
-                value = key; // `"key";` stands for itself
+                value = key; // `"key";` is its own value
             }
             if (!skipBlanks() || !take(u';'))
                 return failure(u"a semicolon was expected"_s);

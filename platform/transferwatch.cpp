@@ -12,8 +12,8 @@ namespace tx {
 
 namespace {
 
-/// What passes at most between two looks. A process that was stopped has missed its looks, and the server is
-/// not to blame for it.
+/// The most time that counts between two looks. A process that was stopped has missed its looks, which is not
+/// the server's fault.
 constexpr std::chrono::milliseconds longestStep = 5s;
 
 } // namespace

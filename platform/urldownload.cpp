@@ -23,13 +23,13 @@ namespace {
 
 constexpr qint64 bufferSize = 256 << 10;
 
-/// What the two threads of a download share.
+/// Shared by the two threads of a download.
 struct Link {
     /// Lives on the starting thread and takes the posts to it.
     std::shared_ptr<Mailbox> receiver{new Mailbox(QThread::currentThread()),
                                       [](Mailbox *mailbox) { mailbox->deleteLater(); }};
     std::atomic<qint64> unreportedBytes{0};
-    /// The rest is the starting thread's alone; null once the download is over.
+    /// Only the starting thread uses the rest; null once the download has ended.
     UrlDownloadDelegate *delegate = nullptr;
     UrlDownload *download = nullptr;
     QString contentType;
@@ -50,15 +50,14 @@ public:
     DownloadJob(std::shared_ptr<Link> link, const UrlRequest &request, QNetworkAccessManager &manager)
         : m_link(std::move(link))
         , m_request(request)
-        // A server that sends a byte now and then makes progress, but not enough.
+        // A server that sends a byte from time to time makes progress, but not enough.
         , m_watch({.idle = request.timeout, .rate = request.minimumRate}, [this](const QString &what) {
             if (!m_over)
                 fail(urlError(UrlErrorTimedOut, m_reply->url(), what));
         }) {
         QNetworkRequest networkRequest = networkRequestFor(request);
-        // Asking for no coding keeps the announced length that of the file. Saying so also keeps the access
-        // manager from decoding what a server sends all the same: whether to do that is the delegate's
-        // choice.
+        // Without a coding, the announced length is that of the file. An explicit header also keeps the
+        // access manager from decoding what a server encodes anyway: the delegate decides about that.
         networkRequest.setRawHeader("Accept-Encoding", "identity");
         m_reply = manager.get(networkRequest);
         m_reply->setParent(this);
@@ -71,7 +70,7 @@ public:
     }
 
     ~DownloadJob() override {
-        // A manager that goes deletes replies first.
+        // A manager deletes its replies before it is destroyed.
         if (m_reply) {
             m_reply->disconnect(this);
             if (QNetworkAccessManager *manager = m_reply->manager())
@@ -86,7 +85,7 @@ public:
             return;
         if (decode)
             m_decoder = ContentDecoder::forCoding(m_reply->rawHeader("Content-Encoding"));
-        // What stands under the name itself is always complete, on disk too.
+        // A file under the final name is always complete and on disk.
         const QString partial = path.section(u'/', 0, -2) + u"/.txupdate-download"_s;
         FileSystem &files = *services().fileSystem;
         TXError error = files.exists(path) ? files.remove(path) : TXError();
@@ -189,7 +188,8 @@ private:
             fail(urlError(UrlErrorCannotWriteToFile, m_reply->url(), error.localizedDescription()));
             return false;
         }
-        // One post at a time is under way however small the pieces; it takes all that has come meanwhile.
+        // Only one message is pending at a time, however small the pieces; it reports all that has arrived
+        // meanwhile.
         if (m_link->unreportedBytes.fetch_add(data.size()) == 0) {
             m_link->toOwner(
                 [link = m_link](UrlDownloadDelegate &delegate, UrlDownload &download) {
@@ -264,7 +264,7 @@ private:
     std::unique_ptr<OutputFile> m_file;
     std::unique_ptr<ContentDecoder> m_decoder;
     QString m_destination;
-    QString m_path; ///< of the file while it is not complete
+    QString m_path; ///< of the incomplete file
     QByteArray m_buffer;
     qint64 m_expected = -1;
     qint64 m_received = 0;
@@ -294,7 +294,7 @@ public:
                 return;
             }
             *job = new DownloadJob(link, request, manager);
-            (*job)->setParent(&manager); // goes with the manager when the application ends
+            (*job)->setParent(&manager); // destroyed with the manager when the application ends
             QObject::connect(*job, &QObject::destroyed, &manager, [job] { *job = nullptr; });
         });
     }
@@ -320,7 +320,7 @@ private:
     }
 
     std::shared_ptr<Link> m_link;
-    std::shared_ptr<DownloadJob *> m_job; ///< the pointer is the network thread's alone
+    std::shared_ptr<DownloadJob *> m_job; ///< only the network thread uses the pointer
 };
 
 } // namespace

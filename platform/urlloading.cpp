@@ -24,7 +24,7 @@ public:
         , m_reply(reply)
         , m_sizeLimit(request.sizeLimit)
         , m_handler(std::move(handler))
-        // A server that sends a byte now and then makes progress, but not for ever.
+        // A server that sends a byte from time to time makes progress, but not forever.
         , m_watch({.idle = request.timeout, .total = request.timeLimit}, [this](const QString &what) {
             m_broken = what;
             m_reply->abort();
@@ -45,17 +45,17 @@ private:
         m_watch.noteProgress();
         QByteArray &body = m_response.body;
         if (body.isEmpty()) {
-            // The length comes from the server: a hint, not to be believed beyond what is accepted. What of
-            // it does not come is never touched.
+            // The server's length is only a hint, used up to the limit. Memory for bytes that do not arrive
+            // is never touched.
             constexpr qint64 usual = 1LL << 20;
             const qint64 length = m_reply->header(QNetworkRequest::ContentLengthHeader).toLongLong();
             makeRoom(std::clamp(length, 0LL, m_sizeLimit > 0 ? m_sizeLimit : usual));
         }
-        // Straight into the body and in small pieces: whatever lies between is memory, too.
+        // Directly into the body and in small pieces: buffers in between would take memory as well.
         while (m_reply->bytesAvailable() > 0 && !m_tooLarge) {
             const qsizetype before = body.size();
             makeRoom(before + std::min(m_reply->bytesAvailable(), bufferSize));
-            // What is available is not known beforehand where a body has to be decoded.
+            // If a body must be decoded, the number of available bytes is unknown.
             const qsizetype piece = std::min<qint64>(body.capacity() - room - before, bufferSize);
             body.resize(before + piece);
             const qint64 count = m_reply->read(body.data() + before, piece);
@@ -70,8 +70,8 @@ private:
         }
     }
 
-    /// The body grows to `size` with a little room behind it, which the reader of a feed needs and must not
-    /// copy it to have. Growing costs a copy, so it doubles, but not beyond what is accepted.
+    /// Grows the body to `size` plus the padding that the reader of a feed needs, so that the reader need not
+    /// copy it. Growing copies, so the size doubles, up to the limit.
     void makeRoom(qsizetype size) {
         QByteArray &body = m_response.body;
         if (body.capacity() >= size + room)
@@ -101,7 +101,7 @@ private:
         handler(std::exchange(m_response, {}), error);
     }
 
-    // Without a limit the access manager takes all that a fast server sends before it says so.
+    // Without a limit the access manager reads all that a fast server sends before it reports it.
     static constexpr qint64 bufferSize = 256 << 10;
     static constexpr qsizetype room = 64;
 
@@ -109,7 +109,7 @@ private:
     qint64 m_sizeLimit;
     UrlLoadHandler m_handler;
     TransferWatch m_watch;
-    QString m_broken; ///< the limit of time that was broken
+    QString m_broken; ///< the time limit that was exceeded
     UrlResponse m_response;
     bool m_untrusted = false;
     bool m_tooLarge = false;

@@ -14,7 +14,7 @@ namespace tx {
 
 namespace {
 
-/// The application's own list, else the user's.
+/// The application's own list, otherwise the user's.
 QVariant preferredLanguagesSetting() {
     const QVariant own = UserDefaults::standard().value(u"AppleLanguages"_s);
     return own.isValid() ? own : QVariant(preferredLanguages());
@@ -39,7 +39,7 @@ void readSystemVersion(TXUpdateSystemProfile &profile, const QString &versionTex
 }
 
 void readLanguage(TXUpdateSystemProfile &profile, const QVariant &preferredLanguages) {
-    // A text would be taken for a list of its characters.
+    // A string would be treated as a list of its characters.
     const bool isList = preferredLanguages.typeId() == QMetaType::QVariantList ||
                         preferredLanguages.typeId() == QMetaType::QStringList;
     const QVariantList languages = isList ? preferredLanguages.toList() : QVariantList();

@@ -9,15 +9,15 @@ namespace tx {
 
 namespace {
 
-/// The text under a key; null for none, and for what is no text.
+/// The string under a key; null if there is none.
 QString textIn(const QVariantMap &item, const QString &key) {
     const QVariant value = item.value(key);
     return value.typeId() == QMetaType::QString ? value.toString() : QString();
 }
 
 void readHardware(TXUpdateSystemProfile &profile, Processor processor, const QVariantMap &item) {
-    // Each item overwrites what an earlier one gave, also with nothing; speed and memory stay without a
-    // number.
+    // Each item overwrites the values of earlier ones, also with absent values; speed and memory stay if
+    // there is no number.
     profile.setMachineName(textIn(item, u"machine_name"_s));
     profile.setMachineModel(textIn(item, u"machine_model"_s));
     if (processor == Processor::X86) {
@@ -50,7 +50,8 @@ void readDisplays(TXUpdateSystemProfile &profile, const QVariantMap &item) {
     profile.setVRAM(profile.VRAM() + (memory[1] == u"GB" ? amount * megabytesPerGigabyte : amount));
 }
 
-/// The elements of a list; none of what is no list, such as a text, which would give its characters.
+/// The elements of a list; none for a value that is not a list, such as a string, which would give its
+/// characters.
 QVariantList elementsOf(const QVariant &value) {
     return value.typeId() == QMetaType::QVariantList ? value.toList() : QVariantList();
 }

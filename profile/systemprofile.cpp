@@ -15,7 +15,7 @@ struct Field {
     QString (*value)(const TXUpdateSystemProfile &profile);
 };
 
-/// What is sent, and in which order.
+/// The keys that are sent, in order.
 constexpr Field fields[] = {
     {"OSVersion", [](const TXUpdateSystemProfile &p) { return p.OSVersion(); }},
     {"OSBuild", [](const TXUpdateSystemProfile &p) { return p.OSBuild(); }},

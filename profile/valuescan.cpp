@@ -8,7 +8,7 @@ namespace tx {
 
 namespace {
 
-/// A scanner over a text that skips white space before what it reads.
+/// A scanner over a string that skips white space before each item.
 class Scanner {
 public:
     explicit Scanner(QStringView text)
@@ -22,7 +22,7 @@ public:
             rest = rest.mid(1);
         if (rest.isEmpty() || !isDigit(rest[0]))
             return std::nullopt;
-        // Counted downwards: the lowest number has no positive counterpart.
+        // Accumulates negative values: the lowest number has no positive counterpart.
         constexpr qint64 lowest = std::numeric_limits<qint64>::min();
         constexpr qint64 highest = std::numeric_limits<qint64>::max();
         qint64 value = 0;

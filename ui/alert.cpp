@@ -20,14 +20,14 @@ namespace tx {
 
 namespace {
 
-/// The box of an alert, and what its buttons stand for.
+/// The box of an alert, and the meaning of its buttons.
 struct Box {
     explicit Box(const Alert &alert)
         : box(new QMessageBox(alert.critical ? QMessageBox::Critical : QMessageBox::Information,
                               QGuiApplication::applicationDisplayName(), alert.message)) {
         applyDirection(box);
         makeSecondary(box);
-        // The texts are what they are, not markup.
+        // The strings are plain text, not markup.
         box->setTextFormat(Qt::PlainText);
         box->setInformativeText(alert.informative);
         if (auto *label = box->findChild<QLabel *>(u"qt_msgbox_informativelabel"_s))
@@ -45,7 +45,7 @@ struct Box {
             buttons.append(button);
         }
         if (buttons.isEmpty()) {
-            // The desktop's own button, in the language and with the looks of all others.
+            // The standard button, with the language and appearance of all others.
             box->setStandardButtons(QMessageBox::Ok);
             buttons.append(qobject_cast<QPushButton *>(box->button(QMessageBox::Ok)));
             setButtonTitle(buttons.first(), localizedString(u"OK"_s));
@@ -60,7 +60,7 @@ struct Box {
             box->setCheckBox(suppression);
         }
     }
-    /// Closed without a button, it answers as Escape does: nothing was confirmed.
+    /// Closing without a button counts as Escape: nothing was confirmed.
     [[nodiscard]] int answer() const {
         const auto index =
             static_cast<int>(buttons.indexOf(qobject_cast<QPushButton *>(box->clickedButton())));
@@ -138,7 +138,7 @@ ErrorPresenter &errorPresenter() {
 
 namespace {
 
-/// Loading the framework puts the window in place of the log; a program that holds the framework without its
+/// Loading the framework replaces the log with the window. A program that links the framework without its
 /// user interface keeps the log.
 const bool registered = [] {
     services().presentAlert = presentAlertInWindow;

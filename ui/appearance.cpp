@@ -144,7 +144,7 @@ void makeLinesThin(QWidget *window) {
 }
 
 void applyDirection(QWidget *window) {
-    // The texts may be in a language that the application itself does not speak.
+    // The strings may be in a language that the application itself does not have.
     if (localizedString(QStringLiteral("Cancel")).isRightToLeft())
         window->setLayoutDirection(Qt::RightToLeft);
 }
@@ -196,7 +196,7 @@ void setButtonTitle(QPushButton *button, const QString &title) {
     constexpr int margins = 40;
     button->setMinimumWidth(
         std::max(button->minimumWidth(), button->fontMetrics().horizontalAdvance(title) + margins));
-    // Letters that the buttons beside it use already are passed over.
+    // Skips letters that neighbouring buttons already use.
     QString taken;
     for (const QPushButton *other : button->window()->findChildren<QPushButton *>()) {
         if (other != button && other->shortcut().count() == 1)
@@ -225,15 +225,15 @@ void setButtonEnabled(QPushButton *button, bool enabled) {
 
 namespace {
 
-/// Shows which button has the focus. Styles do that once a key has moved it, and a window that appears
-/// forgets that; Fusion, the style where a desktop has none of its own, paints a default button with the
-/// focus as it paints one without.
+/// Shows which button has the focus. Styles do so only after a key has moved the focus, and a new window
+/// forgets that. Fusion, the default style, paints a default button in the same way with and without the
+/// focus.
 class FocusRing final : public QObject {
 public:
     bool eventFilter(QObject *object, QEvent *event) override {
         auto *button = qobject_cast<QPushButton *>(object);
         if (!button)
-            return false; // all that is left of one that is being destroyed
+            return false; // the base class of a button that is being destroyed
         if (event->type() == QEvent::FocusIn &&
             static_cast<QFocusEvent *>(event)->reason() != Qt::MouseFocusReason)
             button->window()->setAttribute(Qt::WA_KeyboardFocusChange);

@@ -15,7 +15,7 @@ TXElidedLabel::TXElidedLabel(QWidget *parent)
     setTextFormat(Qt::PlainText);
 }
 
-// A text of a feed may hold line breaks.
+// A string from a feed may contain line breaks.
 QString TXElidedLabel::line() const { return text().simplified(); }
 
 QString TXElidedLabel::shownText() const {
@@ -26,7 +26,7 @@ bool TXElidedLabel::isElided() const { return shownText() != line(); }
 
 QSize TXElidedLabel::sizeHint() const {
     const QMargins margins = contentsMargins();
-    // Widths of letters are fractions: a text that has only what they are rounded to would be elided.
+    // Widths of letters are fractions: with a rounded width the text would be elided.
     const int width = int(std::ceil(QFontMetricsF(font()).horizontalAdvance(line()))) + 1;
     return {width + margins.left() + margins.right(),
             fontMetrics().height() + margins.top() + margins.bottom()};

@@ -13,7 +13,7 @@ Floating::Floating(QWidget *window)
     : m_window(window) {
     window->winId(); // the native window
     follow(QGuiApplication::focusWindow());
-    // In the background, or behind a window that closes: the first one that the user can see.
+    // In the background, or while a window closes: the first visible window.
     for (QWindow *other : QGuiApplication::topLevelWindows()) {
         if (!window->windowHandle()->transientParent())
             follow(other);
@@ -44,8 +44,8 @@ void Floating::follow(QWindow *active) {
     if (active == handle->transientParent() || !canBeBelow(active))
         return;
     handle->setTransientParent(active);
-    // A window that is hidden and shown again would hear of it from Qt alone, but desktops give it the
-    // keyboard's focus then, and the user's next Return would press its default button.
+    // Qt would apply the change if the window were hidden and shown again. But then desktops give it the
+    // keyboard focus, and the user's next Return would press its default button.
     static const auto tell =
         reinterpret_cast<TransientParentTeller>(interfaceFunction("txTellTransientParent"));
     if (tell && m_window->isVisible())

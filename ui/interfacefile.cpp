@@ -37,7 +37,7 @@ QWidget *makeOwnWidget(const QString &className, QWidget *parent) {
 } // namespace
 
 QFunctionPointer interfaceFunction(const char *name) {
-    // A module of its own, as it loads libraries that a host without an open panel has no use for.
+    // In a separate module, because it loads libraries that a host without an open panel does not need.
     static auto &module = *new QLibrary(frameworkResourcesPath() + u"/TXUpdateInterface.so"_s);
     module.setLoadHints(QLibrary::PreventUnloadHint);
     const QFunctionPointer function = module.resolve(name);

@@ -21,8 +21,7 @@ struct Step {
     std::function<void()> work;
 };
 
-/// What is to be done when the application quits. Never destroyed: windows may be released after static
-/// objects.
+/// What is done when the application quits. Never destroyed: windows may be released after static objects.
 struct QuitSteps {
     std::vector<Step> steps;
     std::vector<std::shared_ptr<std::shared_ptr<void>>> kept;
@@ -36,7 +35,7 @@ struct QuitSteps {
         QCoreApplication *application = QCoreApplication::instance();
         if (!application)
             return;
-        // An application that never runs its event loop does not announce its end. The routine that was added
+        // An application that never runs its event loop does not emit aboutToQuit. The routine that was added
         // last runs first.
         qRemovePostRoutine(runAll);
         qAddPostRoutine(runAll);
@@ -56,16 +55,17 @@ struct QuitSteps {
             }
             kept.clear();
         }
-        // Pages leave widgets behind that are deleted later. Nothing runs that any more, but for Qt 6.5 and
-        // newer at the very end of the process, when what these widgets need has gone.
+        // Pages leave widgets that are to be deleted later. Nothing does that any more, except Qt 6.5 and
+        // newer at the very end of the process, when what these widgets need has been destroyed.
         if (hasWork && applicationIsEnding())
             QCoreApplication::removePostedEvents(nullptr, QEvent::DeferredDelete);
     }
 };
 
-/// Slots of aboutToQuit may make windows with pages, which have to go before the application object: what
-/// their libraries registered for its end runs before what we registered. Objects that are deleted later go
-/// when all these slots have run, or earlier, in a loop that one of them runs: then this is tried once more.
+/// Slots of aboutToQuit may create windows with pages, which must be destroyed before the application object:
+/// what their libraries registered for its end runs before what we registered. Objects with a pending
+/// deleteLater() are destroyed after all these slots, or earlier in a loop that one of them runs; then this
+/// is tried once more.
 void runAfterAboutToQuit() {
     auto *last = new QObject;
     QObject::connect(last, &QObject::destroyed, last, [] {
@@ -77,7 +77,8 @@ void runAfterAboutToQuit() {
     last->deleteLater();
 }
 
-/// Every application object has this connection, before a window is made: the first one may be made late.
+/// Every application object gets this connection before a window is created: the first window may be created
+/// late.
 void watchApplication() {
     QCoreApplication *application = QCoreApplication::instance();
     QObject::connect(application, &QCoreApplication::aboutToQuit, application, runAfterAboutToQuit);

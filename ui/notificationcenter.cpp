@@ -2,6 +2,6 @@
 #include <TarvixUpdate/TXNotificationCenter.h>
 
 TXNotificationCenter *TXNotificationCenter::defaultCenter() {
-    static auto *center = new TXNotificationCenter; // windows may close while static objects go
+    static auto *center = new TXNotificationCenter; // windows may close while static objects are destroyed
     return center;
 }

@@ -14,7 +14,7 @@ namespace tx {
 
 namespace {
 
-/// Loads nothing by itself: what a page names beside its own text stays away.
+/// Loads nothing by itself: images and other resources of a page are not loaded.
 class PlainBrowser final : public QTextBrowser {
 public:
     using QTextBrowser::QTextBrowser;
@@ -47,7 +47,7 @@ public:
         m_browser->clear();
         constexpr qint64 largestPage = qint64(4) << 20;
         const auto page = ++*m_loads;
-        // The answer comes on the network thread, maybe after this view has gone.
+        // The response arrives on the network thread, maybe after this view was destroyed.
         services().urlLoader->load({.url = url, .sizeLimit = largestPage},
                                    [this, page, loads = std::weak_ptr<int>(m_loads)](
                                        const UrlResponse &response, const TXError &error) {
@@ -55,7 +55,7 @@ public:
                                                    ok = !error && response.statusCode / 100 == 2] {
                                            const auto current = loads.lock();
                                            if (!current || *current != page)
-                                               return; // another page by now
+                                               return; // another page was requested meanwhile
                                            if (ok)
                                                show(QString::fromUtf8(body));
                                            if (m_client.loadFinished)

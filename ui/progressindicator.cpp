@@ -27,7 +27,7 @@ QRect TXProgressIndicator::pieceAfter(qint64 milliseconds) const {
     initStyleOption(&option);
     const QRect groove = style()->subElementRect(QStyle::SE_ProgressBarContents, &option, this);
     const int width = int(groove.width() * shareOfTheBar);
-    // Slower at both ends, where it turns round.
+    // Slower at both ends, where it turns around.
     const double turn = 2 * std::numbers::pi * double(milliseconds % thereAndBack) / double(thereAndBack);
     const double way = (1 - std::cos(turn)) / 2;
     return {groove.left() + int(std::lround((groove.width() - width) * way)), groove.top(), width,
@@ -53,7 +53,7 @@ void TXProgressIndicator::paintFrame() {
 }
 
 void TXProgressIndicator::paintBar() {
-    // Where the desktop wants nothing to move, the piece stays in the middle.
+    // If the desktop disables animations, the piece stays in the middle.
     const bool moves = style()->styleHint(QStyle::SH_Widget_Animation_Duration, nullptr, this) > 0;
     if (moves && !m_frames.isActive()) {
         m_since.start();

@@ -40,7 +40,7 @@ private:
     std::function<void()> m_asked;
 };
 
-/// The same where there are no widgets.
+/// The same without widgets.
 class RefusingWindow final : public QWindow {
 public:
     explicit RefusingWindow(std::function<void()> asked)
@@ -98,7 +98,7 @@ public:
     }
 
     bool ask() {
-        // An application that had no window open does not end for want of one.
+        // An application that had no window open must not end because the last one is closed.
         const bool hadWindows = anyApplicationWindow();
         const auto asked = [this] { wasAsked(); };
         if (qobject_cast<QApplication *>(QCoreApplication::instance())) {

@@ -13,7 +13,7 @@ namespace tx {
 
 void RecentInput::watch(QWidget *widget) {
     m_widget = widget;
-    // The engine makes the widget that gets the events when it likes.
+    // The engine may replace the widget that gets the events at any time.
     QCoreApplication::instance()->installEventFilter(this);
 }
 
@@ -23,7 +23,7 @@ bool RecentInput::take() {
     return std::exchange(m_pressed, false) && elapsed >= 0 && elapsed <= seconds;
 }
 
-// The web engine's own objects have no type information, which UBSan takes for a broken object.
+// The web engine's objects have no type information, which UBSan reports as a broken object.
 [[gnu::no_sanitize("vptr")]] bool RecentInput::eventFilter(QObject *object, QEvent *event) {
     bool press = false;
     switch (event->type()) {
@@ -43,7 +43,7 @@ bool RecentInput::take() {
     default:
         return false;
     }
-    // Events from the window system only; the engine makes some of its own.
+    // Only events from the window system; the engine creates others itself.
     const auto *widget = object->isWidgetType() ? static_cast<QWidget *>(object) : nullptr;
     if (!widget || !m_widget || !event->spontaneous())
         return false;

@@ -28,7 +28,7 @@ QSize contentSizeOnScreen(const QSize &size, const QWidget *window) {
     const QScreen *screen = window->screen();
     if (!screen)
         return size;
-    // What a window that is not shown will have around it is the style's guess.
+    // The style estimates the frame of a window that is not shown.
     QSize around = window->frameGeometry().size() - window->size();
     if (around.isNull()) {
         const int border = window->style()->pixelMetric(QStyle::PM_MdiSubWindowFrameWidth, nullptr, window);
@@ -40,8 +40,8 @@ QSize contentSizeOnScreen(const QSize &size, const QWidget *window) {
 
 namespace {
 
-/// Loading the framework makes its screens known; a program that holds the framework without its user
-/// interface has none.
+/// Loading the framework registers its screens. A program that links the framework without its user interface
+/// has none.
 const bool registered = [] {
     services().screens = screensOfDesktop;
     return true;

@@ -45,7 +45,7 @@ void TXSegmentedControl::setPosition(qsizetype index, qsizetype count) {
     m_place->setMinimumWidth(m_place->fontMetrics().horizontalAdvance(textFor(count)));
     const bool mayGo[] = {index > 0, index + 1 < count};
     for (int i = 0; i < 2; ++i) {
-        // An arrow that ends leaves the focus to the other one.
+        // An arrow at its end passes the focus to the other one.
         if (!mayGo[i] && mayGo[1 - i] && m_segments[i]->hasFocus())
             m_segments[1 - i]->setFocus(Qt::TabFocusReason);
     }

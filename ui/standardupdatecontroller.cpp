@@ -50,7 +50,7 @@ struct TXStandardUpdateController::Private {
     std::unique_ptr<TXUpdateCheckingPanel> updateCheckingPanel;
     std::shared_ptr<TXUpdatePostWindowController> onQuitPostsWindowController;
     bool visibleCheckRuns = false;      ///< its result has not been handled yet
-    bool quietCheckShowsUpdate = false; ///< what a quiet check that the visible one joined was to do
+    bool quietCheckShowsUpdate = false; ///< of a quiet check that a visible check has joined
     unsigned status = TXStandardUpdateControllerStatusNone;
     TXStandardUpdateControllerDelegate *delegate = nullptr;
     TXUpdateFeedPtr feed;
@@ -61,7 +61,7 @@ struct TXStandardUpdateController::Private {
     [[nodiscard]] bool checkingPanelIsVisible() const {
         return updateCheckingPanel && updateCheckingPanel->isVisible();
     }
-    /// Every check brings updates of its own; what was done with an equal one is not lost.
+    /// Every check creates new update objects; the state of an equal update is kept.
     [[nodiscard]] TXUpdatePtr known(const TXUpdatePtr &update) const {
         for (const TXUpdatePtr &before : offered) {
             if (update && before->isEqual(*update))
@@ -80,7 +80,7 @@ TXStandardUpdateController::TXStandardUpdateController()
     const TXUpdateHost *host = TXUpdateHost::host();
     if (host->isRunningTranslocated() || host->isRunningOnReadOnlyVolume())
         d->status |= TXStandardUpdateControllerStatusCannotUpdateInPlace;
-    // A host may keep this controller for longer than its application object, which windows do not survive.
+    // A host may keep this controller longer than its application object, which windows must not outlive.
     tx::whenApplicationQuits(this, [this] {
         d->updatePanel.reset();
         d->updateCheckingPanel.reset();
@@ -99,7 +99,7 @@ void TXStandardUpdateController::setup() {
     updater->setDelegate(this);
     updater->setAutomaticallyChecksForUpdates(true);
     updater->setUpdateCheckInterval(86400);
-    // Who has switched the profile off once does not have to do it after each start.
+    // A user who has switched the profile off need not do so after each start.
     if (!tx::UserDefaults::standard().value(TXUpdatePrefSendsSystemProfileKey).isValid())
         updater->setSendsSystemProfile(true);
     d->updateCheckingPanel = TXUpdateCheckingPanel::updateCheckingPanel();
@@ -134,7 +134,7 @@ void TXStandardUpdateController::checkForUpdateAndShowChecking(bool showChecking
     TXUpdater *updater = TXUpdater::sharedUpdater();
     const bool wasChecking = updater->isChecking();
     if (wasChecking && !showChecking)
-        return; // dropped by the updater: its result would never come
+        return; // the updater drops it and would never report a result
     d->status |= TXStandardUpdateControllerStatusChecking;
     updateInterfaceForStatus();
     const QPointer<TXStandardUpdateController> alive(this);
@@ -148,8 +148,8 @@ void TXStandardUpdateController::checkForUpdateAndShowChecking(bool showChecking
         else
             tx::postToMain(finish);
     };
-    // The panel shows the result of a check that runs already, whoever started it. One panel waits for one
-    // result.
+    // The panel shows the result of a check that is already running, whoever started it. One panel waits for
+    // one result.
     const bool waits = showChecking && std::exchange(d->visibleCheckRuns, true);
     if (!wasChecking)
         updater->checkForUpdate(ended);
@@ -234,7 +234,7 @@ void TXStandardUpdateController::checkingDidReceiveError(const TXError &error, b
 void TXStandardUpdateController::setFeed(const TXUpdateFeedPtr &feed) {
     d->feed = feed;
     d->track = feed ? feed->releaseTracks().value(u"release"_s) : nullptr;
-    // Of what the panel offered, only this is not in the new feed as well.
+    // Keep only updates with a state; the others are in the new feed anyway.
     d->offered.removeIf([](const TXUpdatePtr &update) { return !tx::hasState(*update); });
     TXUpdatePtr recommended = d->known(d->track ? d->track->recommendedUpdate() : nullptr);
     if (recommended && tx::checkHostIdentity())
@@ -273,7 +273,7 @@ void TXStandardUpdateController::downloadBestUpdate() {
         return;
     tx::UpdateDownload::begin(
         *d->bestUpdate, tx::UpdateDownload::Choice::Automatic, nullptr, [](const TXError &error) {
-            // A newer update has taken the place of one that is cancelled.
+            // The download was cancelled because a newer update replaced it.
             if (!error || (error.domain() == TXCocoaErrorDomain && error.code() == TXErrorCancelled))
                 return;
             QVariantMap userInfo = error.userInfo();

@@ -83,7 +83,7 @@ bool TXUpdateCheckingPanel::load() {
     if (theContentView)
         layout->addWidget(theContentView);
     if (root.get() == theContentView)
-        (void)root.release(); // the layout's
+        (void)root.release(); // owned by the layout now
     else
         mTopLevelObjectsInNib = std::move(root);
     if (button)
@@ -155,11 +155,11 @@ void TXUpdateCheckingPanel::showUpToDate() {
     }
     if (progressIndicator) {
         progressIndicator->hide();
-        progressIndicator->setRange(0, 1); // an endless one keeps moving
+        progressIndicator->setRange(0, 1); // an indeterminate bar keeps moving
     }
     if (!theContentView)
         return;
-    // A long name or language takes more lines.
+    // A long name or translation needs more lines.
     if (theContentView->layout())
         theContentView->layout()->activate();
     resize(width(), std::max(height(), layout()->totalHeightForWidth(width())));

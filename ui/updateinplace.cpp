@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Refuses to update an application that cannot be replaced where it stands.
+// Refuses to update an application that cannot be replaced where it is.
 #include "ui/updateinplace.h"
 
 #include "platform/format.h"

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The panel's window: its parts, how it is shown and closed. What it does with updates is in
+// The panel's window: its widgets, showing and closing. What it does with updates is in
 // updatepanelactions.cpp.
 #include "platform/localization.h"
 #include "platform/memory.h"
@@ -50,7 +50,7 @@ TXUpdatePanel::TXUpdatePanel()
 
 TXUpdatePanel::~TXUpdatePanel() {
     unobserveUpdate();
-    // Once the window's parts have gone too, the host is as it was before.
+    // Once the window's widgets are destroyed too, the memory is returned to the system.
     tx::postToMain(tx::returnFreedMemory);
 }
 
@@ -88,7 +88,7 @@ void TXUpdatePanel::load() {
     tx::makeLinesThin(this);
     didChangeEffectiveAppearance();
 
-    // Notes without a style of their own begin below the heading.
+    // Notes without their own style start below the heading.
     webView = tx::makeWebView(
         webViewContainer,
         {.linkActivated = [](const QUrl &url) { (void)tx::openAddress(url, tx::OpenedBy::User); },
@@ -132,8 +132,8 @@ void TXUpdatePanel::reject() {
 void TXUpdatePanel::closeEvent(QCloseEvent *event) {
     if (!isVisible())
         return;
-    // The desktop's way of closing is the Cancel button, while that can be pressed. An application that quits
-    // is not kept from it, and not asked.
+    // The desktop's close button counts as the Cancel button while that is enabled. The panel does not keep
+    // the application from quitting, and does not ask.
     if (event->spontaneous())
         reject();
     else
@@ -177,14 +177,13 @@ void TXUpdatePanel::adoptPreferredSize() {
         resize(m_updates.size() == 1 ? QSize(750, height()) : m_interfaceSize);
         return;
     }
-    // What stands around the notes is known once the parts have found their places, which another size may
-    // change.
+    // The size around the notes is known only after the layout, which another size may change.
     for (int attempt = 0; attempt < 4; ++attempt) {
         mainSplitView->refresh();
         (void)grab(QRect(0, 0, 1, 1));
         if (webViewContainer->size() == preferred.toSize())
             return;
-        // A splitter shares what it wins; here the notes get it.
+        // A splitter distributes additional space; here the notes get all of it.
         if (!sidebarContainer->isHidden()) {
             const int all = mainSplitView->width() - mainSplitView->handleWidth();
             const int notes = std::min(all, preferred.toSize().width());
@@ -195,7 +194,7 @@ void TXUpdatePanel::adoptPreferredSize() {
 }
 
 void TXUpdatePanel::showDesignatedRow() {
-    // Where rows stand is known once the parts have found their places.
+    // The positions of rows are known only after the layout.
     (void)grab(QRect(0, 0, 1, 1));
     const auto row = int(m_updates.indexOf(m_designatedUpdate));
     if (row >= 0)
@@ -209,7 +208,7 @@ void TXUpdatePanel::beginSheetModalForWindow(QWidget *parent, const CodeHandler 
     willDisplay();
     mRetained = shared_from_this();
     m_sheetHandler = handler;
-    // The sheet goes when its window does.
+    // The sheet is closed with its window.
     connect(parent, &QObject::destroyed, this, [this] { closeWithCode(0); });
     showDesignatedRow();
     tx::attachSheet(this, parent);
@@ -231,7 +230,7 @@ void TXUpdatePanel::closeWithCode(int code) {
     if (const CodeHandler handler = std::exchange(mCompletionHandler, nullptr))
         handler(code);
     mRetained.reset();
-    // Whoever called this may be part of the panel.
+    // The caller may be part of the panel.
     tx::releaseLater(alive);
 }
 
@@ -239,7 +238,7 @@ void TXUpdatePanel::endWithApplication() {
     const auto alive = shared_from_this();
     if (m_isOpen)
         closeWithCode(0);
-    // Also where a host keeps the panel: no page survives the application object.
+    // Even if a host keeps the panel: no page may outlive the application object.
     webView.reset();
 }
 
@@ -260,11 +259,11 @@ void TXUpdatePanel::displaySelectedUpdate(const TXUpdatePtr &update) {
     if (!update->releaseNotesURL().isEmpty())
         webView->load(update->releaseNotesURL());
     else
-        webView->setHtml(update->itemDescription()); // a feed that brings its notes along
+        webView->setHtml(update->itemDescription()); // the notes are in the feed
 }
 
 void TXUpdatePanel::notesDidNotLoad() {
-    // What there is: notes that the feed brought along, else what came of the page.
+    // Show what is available: the notes in the feed, otherwise what the server sent.
     if (m_shownUpdate && !m_shownUpdate->itemDescription().isEmpty())
         webView->setHtml(m_shownUpdate->itemDescription());
 }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What the update panel says about its update, and what its buttons do.
+// The strings that the update panel shows for its update, and the actions of its buttons.
 #include "platform/format.h"
 #include "platform/localization.h"
 #include "platform/openaddress.h"
@@ -49,7 +49,7 @@ void TXUpdatePanel::unobserveUpdate() {
 void TXUpdatePanel::chooseUpdate(const TXUpdatePtr &chosen) {
     if (m_designatedUpdate)
         unobserveUpdate();
-    // Every check brings updates of its own, equal to those of the check before.
+    // Every check creates new update objects, equal to those of the previous check.
     TXUpdatePtr update = chosen;
     for (const TXUpdatePtr &listed : m_updates) {
         if (update && listed->isEqual(*update) && tx::hasState(*listed) && !tx::hasState(*update))
@@ -104,7 +104,7 @@ void TXUpdatePanel::willDisplay() {
             tx::localizedFormat(u"You are running the latest version of %@."_s, {host->name()}));
     else
         infoField->clear();
-    // The title bar names the application: what the window is for is said below it.
+    // The title bar names the application; the heading below it names the purpose.
     setWindowTitle(QGuiApplication::applicationDisplayName());
     setAccessibleName(titleField->text());
     setAccessibleDescription(infoField->text());
@@ -132,7 +132,7 @@ void TXUpdatePanel::willDisplay() {
     }
     versionsTableView->selectOnly(row);
     if (isVisible())
-        versionsTableView->scrollToCenter(row); // else when it is shown, with its real size
+        versionsTableView->scrollToCenter(row); // otherwise when it is shown, with its real size
 }
 
 void TXUpdatePanel::setInstallTitle(const QString &key, bool enabled) {
@@ -143,7 +143,7 @@ void TXUpdatePanel::setInstallTitle(const QString &key, bool enabled) {
 void TXUpdatePanel::showProgress(bool shows) {
     progressIndicator->setVisible(shows);
     if (!shows)
-        progressIndicator->setRange(0, steps); // an endless one keeps moving
+        progressIndicator->setRange(0, steps); // an indeterminate bar keeps moving
 }
 
 void TXUpdatePanel::showNothingDesignated() {
@@ -231,7 +231,7 @@ void TXUpdatePanel::chooseUpdateAction(QObject *sender) {
     const int row = versionsTableView->rowForView(sender);
     if (row < 0 || row >= m_updates.size())
         return;
-    // The button goes with its row.
+    // The button is destroyed with its row.
     QMetaObject::invokeMethod(
         this, [this, update = m_updates[row]] { chooseUpdate(update); }, Qt::QueuedConnection);
 }
@@ -246,7 +246,7 @@ void TXUpdatePanel::install() {
             willDisplay();
     }
     const TXUpdatePtr update = m_designatedUpdate;
-    // The panel may have gone, or turned to another update, when an answer comes.
+    // The panel may be destroyed, or show another update, when the answer comes.
     const std::weak_ptr<TXUpdatePanel> weak = alive;
     if (const TXError refusal = update->downloadRefusal()) {
         tx::presentError(refusal);

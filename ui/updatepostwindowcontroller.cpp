@@ -24,7 +24,7 @@ const QString TXUpdatePostWindowDidCloseNotificationName = u"TXUpdatePostWindowD
 
 namespace {
 
-/// The identifier is for the host whose page the feed names, and for no other to which that page leads.
+/// Only the host in the feed gets the identifier, not hosts to which its page leads.
 bool mayKnowTheIdentifier(const QUrl &page, const QUrl &post) {
     const bool staysEncrypted = post.scheme() != u"https" || page.scheme() == u"https";
     return !post.host().isEmpty() && page.host() == post.host() && staysEncrypted;
@@ -136,7 +136,7 @@ void TXUpdatePostWindowController::openInBrowser() {
 }
 
 void TXUpdatePostWindowController::notifyOfClosing() {
-    const auto alive = shared_from_this(); // whoever hears it may let go
+    const auto alive = shared_from_this(); // a receiver may release this object
     Q_EMIT didClose();
     Q_EMIT TXNotificationCenter::defaultCenter()->posted(TXUpdatePostWindowDidCloseNotificationName);
     if (_onCloseHandler)
@@ -182,7 +182,7 @@ void TXUpdatePostWindowController::goForwardOrBackward() {
 
 void TXUpdatePostWindowController::userContentControllerDidReceiveScriptMessage(const QString &name,
                                                                                 const QVariant &body) {
-    // A page that has been closed has nothing to say any more.
+    // Messages of a closed page are ignored.
     if (name != u"closeWindow" || !_selfRetained)
         return;
     _returnCode = body.metaType() == QMetaType::fromType<QString>() && body.toString() == u"askLater"
@@ -202,7 +202,7 @@ void TXUpdatePostWindowController::closeWindowAndNotify() {
     _hidesItself = false;
     _webView->setHtml({});
     notifyOfClosing();
-    // Whoever called this may be part of the window.
+    // The caller may be part of the window.
     tx::releaseLater(retained);
 }
 
@@ -212,7 +212,7 @@ void TXUpdatePostWindowController::endWithApplication() {
     const auto alive = shared_from_this();
     if (_selfRetained)
         closeWindowAndNotify();
-    // No page survives the application object.
+    // No page may outlive the application object.
     _webView.reset();
     unloadWindow();
 }

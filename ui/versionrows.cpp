@@ -52,7 +52,7 @@ void fillVersionRow(TXUpdateVersionRow *row, const TXUpdate &update, const Versi
     row->imageView()->setToolTip(kindOf(update));
     auto *chosen = qobject_cast<QLabel *>(row->viewWithTag(TXUpdateVersionRow::ChosenImage));
     chosen->setPixmap(state.isDesignated ? imageNamed(u"ChosenVersionIndicator"_s, chosen) : QPixmap());
-    chosen->setVisible(state.isDesignated); // else its room is the version's
+    chosen->setVisible(state.isDesignated); // otherwise the version gets its room
     chosen->setToolTip(state.isDesignated ? localizedString(u"Chosen"_s) : QString());
 
     QFont font = QFontDatabase::systemFont(QFontDatabase::GeneralFont);

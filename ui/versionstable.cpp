@@ -114,8 +114,8 @@ TXUpdateVersionsTableView::~TXUpdateVersionsTableView() = default;
 
 void TXUpdateVersionsTableView::initViewItemOption(QStyleOptionViewItem *option) const {
     QTableView::initViewItemOption(option);
-    // A row is made of texts and images in their own colours: they are shown on a hint of the selection's
-    // colour, which is fainter where the marks could not be seen on it.
+    // A row has labels and images in their own colours, so they are shown on a light tint of the selection's
+    // colour, lighter still if the marks would not be visible on it.
     const QColor base = option->palette.color(QPalette::Base);
     const QColor highlight = option->palette.color(QPalette::Highlight);
     double share = 0.25;
@@ -145,7 +145,7 @@ int TXUpdateVersionsTableView::numberOfRows() const { return m_model->rowCount({
 
 void TXUpdateVersionsTableView::selectOnly(int row) {
     const bool selectedAlready = row == selectedRow();
-    // Where the row comes to stand is scrollToCenter's.
+    // scrollToCenter() decides the row's position.
     setAutoScroll(false);
     selectionModel()->setCurrentIndex(m_model->index(row, 0), QItemSelectionModel::ClearAndSelect);
     setAutoScroll(true);
@@ -179,7 +179,7 @@ TXUpdateVersionRow *TXUpdateVersionsTableView::viewForRow(int row) {
 }
 
 void TXUpdateVersionsTableView::scrollToCenter(int row) {
-    doItemsLayout(); // a list that was never shown has no places yet
+    doItemsLayout(); // a list that was never shown has no layout yet
     const QRect place = visualRect(m_model->index(row, 0));
     if (place.intersects(viewport()->rect()))
         return;
@@ -194,7 +194,7 @@ void TXUpdateVersionsTableView::makeVisibleRows() {
     const int first = std::max(0, rowAt(0) - 1);
     const int below = rowAt(viewport()->height() - 1);
     const int last = std::min(numberOfRows() - 1, below < 0 ? numberOfRows() - 1 : below + 1);
-    // Rows that have gone out of sight go away, so that a long list stays light.
+    // Rows that are scrolled out of view are destroyed, so that a long list takes little memory.
     for (auto *view : viewport()->findChildren<TXUpdateVersionRow *>(QString(), Qt::FindDirectChildrenOnly)) {
         const int row = view->property("row").toInt();
         if ((row < first || row > last) && !view->isAncestorOf(focusWidget()))

@@ -19,8 +19,8 @@ namespace tx {
 
 namespace {
 
-/// The engine warns when it is loaded into a running application, and describes the graphics that it does
-/// without: nothing that a host's user has use for.
+/// The engine warns that it is loaded into a running application, and describes the graphics that it does not
+/// use. Neither helps the host's user.
 class QuietStart {
 public:
     QuietStart() { handlerBefore = qInstallMessageHandler(passOn); }
@@ -40,7 +40,7 @@ private:
     static inline QtMessageHandler handlerBefore = nullptr;
 };
 
-/// Null, and a reason, where the module is not there or cannot run.
+/// Null, with a reason, if the module is missing or cannot run.
 WebViewMaker moduleMaker(QString *reason) {
     *reason = reasonAgainstSandbox();
     if (!reason->isNull())

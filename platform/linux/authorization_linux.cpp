@@ -23,7 +23,7 @@ public:
     std::unique_ptr<Task> helper;
 };
 
-/// What pkexec's exit status says when the helper never spoke.
+/// The meaning of pkexec's exit status if the helper printed nothing.
 int statusFromPkexec(int exitStatus) {
     constexpr int dismissed = 126;
     return exitStatus == dismissed ? AuthorizationCanceled : AuthorizationDenied;
@@ -53,9 +53,9 @@ QString trustedHelper() {
     return {};
 }
 
-/// polkit asks for its password when pkexec starts a program, not before. So that asking and executing stay
-/// two steps, pkexec starts a small helper, which reports "authorized" once it runs and reads its one job
-/// from its standard input.
+/// polkit asks for the password only when pkexec starts a program. To keep asking and executing separate,
+/// pkexec starts a small helper, which reports "authorized" once it runs and reads its one job from standard
+/// input.
 class PolkitAuthorization final : public Authorization {
 public:
     int create(const QList<AuthorizationItem> &, unsigned,

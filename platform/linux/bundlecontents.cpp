@@ -18,7 +18,7 @@ namespace {
 
 const std::string contentsName = "Contents";
 
-/// What is wrong with the folder as one of this user's.
+/// Why the folder does not count as this user's own.
 std::string notOwnFolder(const std::string &path) {
     struct stat info {};
     if (lstat(path.c_str(), &info) != 0)
@@ -32,7 +32,7 @@ std::string notOwnFolder(const std::string &path) {
     return {};
 }
 
-/// What is wrong with the folder as one that holds "Contents" alone.
+/// Why the folder does not contain only "Contents".
 std::string holdsMore(const std::string &path) {
     struct CloseDirectory {
         void operator()(DIR *directory) const { closedir(directory); }

@@ -10,7 +10,7 @@ namespace tx {
 
 namespace {
 
-/// One that is larger than a property list may be comes back too large to be read as one.
+/// A file larger than the limit of property lists is returned one byte too long, so that reading it fails.
 std::string readSmallFile(const std::string &path) {
     std::ifstream file(path, std::ios::binary);
     std::string content;

@@ -25,7 +25,7 @@ constexpr off_t largestFile = off_t(256) << 20;
 
 std::string failed(const std::string &path, int number) { return path + ": " + std::strerror(number); }
 
-/// All of a file; an errno value when it cannot be read.
+/// The content of a file, or an errno value.
 int readAll(int folder, const char *name, std::string &content) {
     const posix::Descriptor file(openat(folder, name, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     struct stat info {};
@@ -49,7 +49,7 @@ int readAll(int folder, const char *name, std::string &content) {
     return 0;
 }
 
-/// Finds the paths that are looked for.
+/// Finds the requested paths.
 class Wanted {
 public:
     enum Kind {
@@ -68,7 +68,7 @@ public:
     }
     [[nodiscard]] bool isKnown() const { return m_known; }
 
-    /// Whether a line of the text names it, or something in it.
+    /// Whether a line of the text names the path, or something in it.
     [[nodiscard]] bool isIn(const std::string &text) const {
         std::string last;
         for (const std::string &name : m_names) {
@@ -100,7 +100,7 @@ private:
     std::set<std::string> m_names;
 };
 
-/// The first package with whose list `found` agrees.
+/// The first package whose list `found` accepts.
 DpkgAnswer firstPackage(const std::string &folder, const std::function<bool(const std::string &)> &found) {
     const std::string lists = folder + "/info";
     const posix::Descriptor opened(open(lists.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
@@ -119,7 +119,7 @@ DpkgAnswer firstPackage(const std::string &folder, const std::function<bool(cons
         if (name.size() > suffix.size() &&
             name.compare(name.size() - suffix.size(), suffix.size(), suffix) == 0) {
             const int number = readAll(opened.get(), name.c_str(), content);
-            // A package that is removed at this moment owns nothing any more.
+            // A package that is being removed no longer owns anything.
             if (number != 0 && number != ENOENT)
                 return {{}, failed(lists + '/' + name, number)};
             // "name:architecture.list" for some.
@@ -134,7 +134,7 @@ DpkgAnswer firstPackage(const std::string &folder, const std::function<bool(cons
 DpkgAnswer ownerOf(const std::string &folder, const std::string &path, Wanted::Kind kind) {
     struct stat info {};
     if (stat((folder + "/info").c_str(), &info) != 0 && (errno == ENOENT || errno == ENOTDIR)) {
-        // A system without dpkg; but not one whose lists are gone.
+        // A system without dpkg, as opposed to one whose lists were deleted.
         const bool isThere = stat((folder + "/status").c_str(), &info) == 0 && info.st_size > 0;
         return isThere ? DpkgAnswer{{}, failed(folder + "/info", ENOENT)} : DpkgAnswer{};
     }
@@ -144,9 +144,8 @@ DpkgAnswer ownerOf(const std::string &folder, const std::string &path, Wanted::K
     DpkgAnswer answer = firstPackage(folder, [&](const std::string &list) { return wanted.isIn(list); });
     if (!answer.package.empty() || !answer.failure.empty())
         return answer;
-    // A file that was diverted into the bundle is listed by the name that it would have without that. Three
-    // lines each: the listed name, the diverted one, the package that wants it so (":" for the
-    // administrator).
+    // A file that was diverted into the bundle is listed under its original name. Each diversion has three
+    // lines: the original name, the new name, and the package that requested it (":" for the administrator).
     std::string diversions;
     const int number = readAll(AT_FDCWD, (folder + "/diversions").c_str(), diversions);
     if (number != 0)

@@ -48,7 +48,7 @@ public:
         , m_path(std::move(path)) {}
     TXError write(QByteArrayView data) override {
         TXError error = writeAll(m_fd.get(), data, m_path);
-        // The disk begins while more is coming, so that little is left for the end.
+        // The disk starts to write while data still arrives, so that little remains for the end.
         constexpr off_t step = 8 << 20;
         m_length += data.size();
         if (m_length - m_begun >= step) {
@@ -77,7 +77,7 @@ private:
     posix::Descriptor m_fd;
 };
 
-/// Removes its file while it still holds it: nobody else can have taken it then.
+/// Removes its file while it still holds the lock, so that nobody else can have taken it.
 class NativeApplicationLock final : public FileLock {
 public:
     NativeApplicationLock(posix::Descriptor fd, std::string path)
@@ -203,7 +203,7 @@ public:
             return posixError(errno, u"Cannot move to"_s, to);
         if (TXError error = copy(from, to))
             return error;
-        // The original must not be gone from its disk before the copy is on the other one.
+        // The original must not be removed from its disk before the copy is on the other one.
         if (TXError error = sync(to)) {
             (void)remove(to);
             return error;

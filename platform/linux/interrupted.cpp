@@ -20,7 +20,7 @@ std::string besideBundle(const std::string &bundlePath, const char *suffix) {
     return (parent == "/" ? parent : parent + '/') + '.' + posix::lastComponentOf(bundlePath) + suffix;
 }
 
-/// True only when it is known that nothing is there.
+/// True only if it is certain that nothing exists at the path.
 bool isAbsent(const std::string &path) {
     struct stat info {};
     return lstat(path.c_str(), &info) != 0 && errno == ENOENT;
@@ -41,8 +41,8 @@ bool isOwnBackup(const std::string &path) {
     const std::string parent = posix::parentOf(path);
     if (lstat(path.c_str(), &backup) != 0 || !S_ISDIR(backup.st_mode) || stat(parent.c_str(), &around) != 0)
         return false;
-    // The owner of the folder around could remove the application itself. Where nobody else may write to that
-    // folder, that owner or root has put everything there, also an application that is another user's.
+    // The owner of the parent folder could remove the application anyway. If nobody else may write to that
+    // folder, its owner or root has put everything there, even an application of another user.
     const posix::Descriptor folder(open(parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     const bool isOurs = backup.st_uid == geteuid() || backup.st_uid == 0 || backup.st_uid == around.st_uid ||
                         (folder.isOpen() && fstat(folder.get(), &around) == 0 &&
@@ -62,7 +62,7 @@ posix::FileError putWholeBack(const std::string &bundlePath, RepairFiles &files)
     const std::string whole = wholePathFor(bundlePath);
     const std::string gone = gonePathFor(bundlePath);
     posix::FileError error = files.rename(whole, bundlePath);
-    // Only what stands there is in the way: in this folder this process may rename.
+    // Only an entry at that path can be the reason: this process may rename in this folder.
     if (error.number != ENOTEMPTY && error.number != EEXIST)
         return error;
     if (posix::entryExists(gone)) {
@@ -73,16 +73,16 @@ posix::FileError putWholeBack(const std::string &bundlePath, RepairFiles &files)
     if (!error) {
         error = files.rename(whole, bundlePath);
         if (error && files.rename(gone, bundlePath))
-            return error; // the next run finds nothing there, and the whole copy
+            return error; // the next run finds the path empty, and the complete copy
     } else if (error.number == EXDEV) {
-        // A folder of a lower layer cannot be moved away.
+        // A folder of a lower layer cannot be renamed.
         error = files.removeTree(bundlePath);
         if (!error)
             error = files.rename(whole, bundlePath);
     }
     if (error)
         return error;
-    // Nothing is removed that would be there again without the other after the loss of power.
+    // Sync first: after a power failure, what is removed here must not be back without the other.
     if (!files.syncDirectory(posix::parentOf(bundlePath)) && posix::entryExists(gone))
         (void)files.removeTree(gone);
     return {};
@@ -102,14 +102,14 @@ posix::FileError undoInterruption(const std::string &bundlePath, RepairFiles &fi
 }
 
 bool restoreBackup(const std::string &bundlePath) {
-    // An installation that may not write to the folder around the bundle works in the bundle.
+    // An installation that may not write to the parent folder works inside the bundle.
     const std::string contents = posix::contentsOf(bundlePath);
     if (posix::lastComponentOf(bundlePath) != posix::lastComponentOf(contents) && restoreBackup(contents))
         return true;
     if (!isOwnBackup(wholePathFor(bundlePath)) &&
         !(isAbsent(bundlePath) && isOwnBackup(backupPathFor(bundlePath))))
         return false;
-    // An installer that works on it has the lock, and may be another user's, whose lock cannot be opened.
+    // A running installer holds the lock. It may be another user's, whose lock cannot be opened.
     const std::string lockPath = lockPathFor(bundlePath);
     posix::Descriptor lock;
     if (posix::takeLock(lockPath, lock))

@@ -61,7 +61,7 @@ bool isScript(const std::string &executable) {
     return file.read(magic, 2) && magic[0] == '#' && magic[1] == '!';
 }
 
-/// Takes a lock for this process, waiting no longer than `patience`. 0 or an errno value.
+/// Takes a lock for this process, waiting at most `patience`. 0 or an errno value.
 int takeWithin(std::chrono::milliseconds patience, const posix::Descriptor &lock) {
     const auto deadline = std::chrono::steady_clock::now() + patience;
     while (flock(lock.get(), LOCK_EX | LOCK_NB) != 0) {
@@ -75,10 +75,10 @@ int takeWithin(std::chrono::milliseconds patience, const posix::Descriptor &lock
     return 0;
 }
 
-/// One opener at a time per bundle path. The lock is in the user's own folder, so that nobody else can hold
-/// it. A user who has no such folder (a full disk, a home that others can write to) locks the bundle's own
-/// folder instead: another user could hold that one, but then nothing is started, and never two. `why` says
-/// what is wrong when the lock is not open.
+/// One opener at a time for each bundle path. The lock is in the user's own folder, so that nobody else can
+/// hold it. Without such a folder (full disk, home writable by others), the bundle's own folder is locked
+/// instead. Another user could hold that lock, but then nothing is started, and never two. `why` says what is
+/// wrong if the lock is not open.
 posix::Descriptor lockFor(const std::string &bundlePath, std::chrono::milliseconds patience,
                           std::string &why) {
     posix::Descriptor lock;
@@ -99,11 +99,11 @@ posix::Descriptor lockFor(const std::string &bundlePath, std::chrono::millisecon
     return posix::Descriptor();
 }
 
-/// What a process has for its files and signals when nothing was changed: this one may be a tool that ignores
-/// some signals, and children inherit that.
+/// Restores the default file mode mask and signal handling. This process may be a tool that ignores some
+/// signals, which children inherit.
 void takeUsualSettings(const std::optional<mode_t> &mask) {
     for (int number = 1; number < NSIG; ++number)
-        std::signal(number, SIG_DFL); // fails for two that cannot be ignored, and two of the C library's own
+        std::signal(number, SIG_DFL); // fails for two that cannot be ignored, and two that the C library uses
     sigset_t none;
     sigemptyset(&none);
     sigprocmask(SIG_SETMASK, &none, nullptr);
@@ -166,15 +166,15 @@ std::vector<std::string> runningExecutablePaths() {
 
 namespace {
 
-/// Gives up all rights but those of a user, for good.
+/// Gives up all rights except those of a user, permanently.
 bool becomeUser(uid_t user, gid_t group) {
     const struct passwd *entry = getpwuid(user);
     const bool hasGroups = entry ? initgroups(entry->pw_name, group) == 0 : setgroups(0, nullptr) == 0;
     return hasGroups && setgid(group) == 0 && setuid(user) == 0;
 }
 
-/// Opens the bundle in a process that has no more rights than the user: what is in the bundle, and in the
-/// user's folders, is not read with others. Only for the single-threaded installer tool.
+/// Opens the bundle in a process with the user's rights only, so that the bundle and the user's folders are
+/// not read with other rights. Only for the single-threaded installer tool.
 OpenResult openAsUser(const std::string &bundlePath, const OpenOptions &options) {
     const auto failed = [&bundlePath](const char *why) {
         return OpenResult{bundlePath + " could not be started: " + why, false};
@@ -272,7 +272,7 @@ OpenResult openBundle(const std::string &bundlePath, const OpenOptions &options)
     int status = 0;
     while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
     }
-    // The pipe closes without a word when the program is executed.
+    // The pipe closes without data when the program is executed.
     int number = 0;
     ssize_t length = 0;
     while ((length = read(reading.get(), &number, sizeof number)) < 0 && errno == EINTR) {

@@ -15,13 +15,13 @@ namespace tx {
 
 namespace {
 
-/// rpm's exit status is the number of files without a package: with more of them it would look like a shell's
-/// word for a program that cannot be run.
+/// rpm's exit status is the number of files without a package. With more files, it could equal the shell's
+/// exit status for a program that cannot be run.
 constexpr size_t mostPaths = 100;
 /// As deep as the executable, "Contents/<system>/<name>".
 constexpr int deepest = 3;
 
-/// Whether rpm has a database in one of these folders; `failure` when that cannot be told.
+/// Whether rpm has a database in one of these folders; `failure` if that is unknown.
 bool rpmHasDatabase(const std::vector<std::string> &folders, std::string &failure) {
     for (const std::string &folder : folders) {
         for (const char *name : {"/rpmdb.sqlite", "/Packages.db", "/Packages"}) {
@@ -37,8 +37,8 @@ bool rpmHasDatabase(const std::vector<std::string> &folders, std::string &failur
     return false;
 }
 
-/// The bundle and what is at its top, folder by folder. A name with a line feed, which would look like two
-/// answers, is left out.
+/// The bundle and its top levels, folder by folder. A name with a line feed is left out: it would look like
+/// two answers.
 std::string pathsToAskFor(const std::string &bundle, std::vector<std::string> &paths) {
     namespace fs = std::filesystem;
     paths = {bundle};
@@ -79,7 +79,7 @@ BundleOwner rpmOwnerOf(const std::string &bundle, const RpmRunner &runRpm) {
     std::string output;
     if (const std::string why = runRpm(arguments, output); !why.empty())
         return failed(why);
-    // What it says beside the answers, to either output, makes them doubtful.
+    // Any other output, to either stream, makes the answers doubtful.
     const std::string owner = "owner ";
     std::string package;
     size_t answers = 0;
@@ -115,7 +115,7 @@ BundleOwner ownerOfBundle(const PackageFolders &folders, const std::string &bund
 BundleOwner ownerOfEntry(const PackageFolders &folders, const std::string &path, const RpmRunner &runRpm) {
     struct stat info {};
     const bool isFolder = lstat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
-    // Of a link, rpm is asked for the name alone in any case.
+    // For a link, rpm is always asked about the link's own name only.
     return isFolder ? ownerOfBundle(folders, path, runRpm)
                     : ownerOf(folders, dpkgOwnerOfEntry(folders.dpkg, path), path, runRpm);
 }

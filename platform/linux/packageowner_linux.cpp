@@ -13,7 +13,7 @@ namespace tx {
 
 namespace {
 
-/// Runs rpm; only the shell's own words for a program that cannot be run are a failure.
+/// Runs rpm. Only the shell's exit status for a program that cannot be run is a failure.
 std::string runRpm(const QString &program, const std::vector<std::string> &words, std::string &output) {
     TaskRequest request{
         .program = u"/bin/sh"_s,

@@ -24,8 +24,8 @@ namespace {
 
 constexpr mode_t specialBits = S_ISUID | S_ISGID;
 
-/// An open folder of the installed bundle whose files say which special bits may stay; not open when it is
-/// not there, or somebody else than root could have put something into it.
+/// An open folder of the installed bundle, whose files decide which special bits may stay. Not open if it
+/// does not exist, or if anyone but root could have put something into it.
 Descriptor openInstalled(int folder, const char *name) {
     Descriptor result = openFolder(folder, name);
     if (result.isOpen() && !writableByOthers(result.get(), name, 0).empty())
@@ -45,14 +45,13 @@ mode_t allowedBits(const Descriptor &installed, const char *name, uid_t owner, g
 
 bool isWithout(int number) { return number == ENODATA || number == ENOTSUP || number == ENOSYS; }
 
-/// Takes away what the folder around handed down.
+/// Removes what was inherited from the parent folder.
 bool dropAccessLists(int entry) {
     return (fremovexattr(entry, "system.posix_acl_access") == 0 || isWithout(errno)) &&
            (fremovexattr(entry, "system.posix_acl_default") == 0 || isWithout(errno));
 }
 
-/// The path by which calls that take no descriptor reach what a descriptor holds, one opened with O_PATH
-/// included.
+/// A path for calls that do not accept a descriptor; it leads to what the descriptor holds, also with O_PATH.
 std::string pathOf(const Descriptor &entry) { return "/proc/self/fd/" + std::to_string(entry.get()); }
 
 /// Whether a file has an access list or capabilities, which a copy would not have.
@@ -65,8 +64,8 @@ bool hasRightsOfItsOwn(const Descriptor &file) {
     return false;
 }
 
-/// Copies the user's extended attributes; a target that has none is no error. Those of the system (access
-/// lists among them) and of security modules belong to the place, and can give rights.
+/// Copies the user's extended attributes; it is not an error if the target supports none. Attributes of the
+/// system (such as access lists) and of security modules can give rights, and are not copied.
 FileError copyAttributes(int from, int to, const std::string &path) {
     const ssize_t size = flistxattr(from, nullptr, 0);
     if (size <= 0)
@@ -125,7 +124,7 @@ FileError copyData(int from, int to, off_t size, const std::string &path) {
             written += w;
         }
     }
-    // A file that was cut off meanwhile has no end to copy: half of it must not pass for all of it.
+    // The file was truncated meanwhile. A part of it must not pass for all of it.
     struct stat made {};
     if (fstat(to, &made) != 0)
         return failure(path);
@@ -170,7 +169,7 @@ public:
         struct stat made {};
         if (!target.isOpen() || fstat(target.get(), &made) != 0 || !dropAccessLists(target.get()))
             return failure(from.path);
-        // Where others may write, another folder may have come into the place of the one that was made.
+        // If others may write here, another folder may have replaced the one just created.
         if (made.st_uid != geteuid())
             return {EPERM, to.path};
         std::vector<std::string> names;
@@ -181,7 +180,7 @@ public:
                                             Place(target, to.path + '/' + name), installed))
                 return error;
         }
-        // On a folder they hand the group down, and give nobody any rights.
+        // On a folder these bits only pass the group on; they give no rights.
         return finish(source, target, info, m_rules.bitsAsIn ? 0 : info.st_mode & specialBits, from.path);
     }
 
@@ -222,7 +221,7 @@ private:
     }
 
     FileError copyFile(const Place &from, const Place &to, const Descriptor &installed) const {
-        // Not waiting for a pipe, should one have come into its place.
+        // Does not block if a pipe has replaced the file.
         const Descriptor source(
             openat(from.folder, from.name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
         struct stat info {};
@@ -256,12 +255,12 @@ private:
         const auto [owner, group] = newOwner(info).value_or(std::pair(made.st_uid, made.st_gid));
         if (m_rules.bitsAsIn)
             return wanted & allowedBits(installed, name.c_str(), owner, group);
-        // Under another owner the program would run with that one's rights.
+        // With another owner, the program would run with that owner's rights.
         return owner == 0 && owner == info.st_uid && group == info.st_gid ? wanted : 0;
     }
 
-    /// Gives what was made its attributes, owner, mode and times. A new owner takes the special bits away, so
-    /// that the mode comes after it.
+    /// Sets attributes, owner, mode and times of the copy. Changing the owner clears the special bits, so the
+    /// mode is set after it.
     FileError finish(const Descriptor &from, const Descriptor &to, const struct stat &info, mode_t bits,
                      const std::string &path) const {
         if (FileError error = copyAttributes(from.get(), to.get(), path))
@@ -413,7 +412,7 @@ FileError copyTree(const Place &from, const Place &to, const CopyRules &rules) {
 }
 
 FileError changeOwner(const Place &tree, uid_t owner, gid_t group) {
-    // What was looked at is what is given away, whatever comes into its place.
+    // The descriptor that was checked is the one whose owner is changed, whatever replaces the path.
     const Descriptor entry(openat(tree.folder, tree.name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
     struct stat info {};
     if (!entry.isOpen() || fstat(entry.get(), &info) != 0)
@@ -422,7 +421,8 @@ FileError changeOwner(const Place &tree, uid_t owner, gid_t group) {
         const Descriptor folder = openFolder(entry.get(), ".");
         if (!folder.isOpen())
             return failure(tree.path);
-        // What is in a folder changes hands before the folder does: until then its new owner cannot reach it.
+        // The content of a folder gets its new owner before the folder: until then the new owner cannot reach
+        // it.
         if (FileError error = forEachEntry(
                 folder, tree.path, [&](const Place &inner) { return changeOwner(inner, owner, group); }))
             return error;
@@ -478,7 +478,7 @@ FileError takeLock(const Place &file, Descriptor &lock) {
                 continue;
             return failure(file.path);
         }
-        // Whoever held it before may have removed it, and a third one made another.
+        // The previous holder may have removed the file, and another process may have created a new one.
         struct stat there {};
         if (fstatat(file.folder, file.name.c_str(), &there, AT_SYMLINK_NOFOLLOW) == 0 &&
             info.st_ino == there.st_ino && info.st_dev == there.st_dev) {

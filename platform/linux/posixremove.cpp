@@ -11,7 +11,7 @@ namespace tx::posix {
 
 namespace {
 
-/// Opens a folder to remove what is in it: this user's own is made readable and writable first.
+/// Opens a folder to remove its content. If it belongs to this user, it is made readable and writable first.
 Descriptor openToEmpty(const Place &place) {
     Descriptor folder = openFolder(place.folder, place.name.c_str());
     if (!folder.isOpen() && errno != EACCES)
@@ -28,8 +28,8 @@ Descriptor openToEmpty(const Place &place) {
     return folder;
 }
 
-/// Removes one tree, however deep it is: only the lowest folders on the way down are held open, and one above
-/// is opened again through "..", which must lead to the very same folder.
+/// Removes one tree of any depth. Only the lowest folders are held open; a parent is reopened through "..",
+/// which must lead to the same folder.
 class Remover {
 public:
     explicit Remover(const Place &tree)
@@ -106,7 +106,7 @@ private:
         return {};
     }
 
-    /// Opens the folder around `below` again. Another one, should it have been moved meanwhile, is refused.
+    /// Reopens the parent of `below`. If `below` was moved meanwhile, its new parent is refused.
     static bool reopen(const Descriptor &below, Level &level) {
         level.folder = Descriptor(openat(below.get(), "..", O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
         struct stat info {};

@@ -32,21 +32,21 @@ std::string openStep(int folder, const std::string &name, const std::string &pat
     return {};
 }
 
-/// What is wrong with `step`, in the folder `above` (null at the top), as a part of a path of root's.
+/// Why `step`, in the folder `above` (null at the top), cannot be part of a path that only root can change.
 std::string notRootsOwn(const Step *above, const Step &step) {
     if (step.info.st_uid != 0)
         return step.path + " does not belong to root";
-    // The others are here whoever is not root, the members of root's own group included.
+    // "Others" are all users but root, including members of root's own group.
     constexpr mode_t others = S_IWGRP | S_IWOTH;
     const bool isSticky = S_ISDIR(step.info.st_mode) && (step.info.st_mode & S_ISVTX) != 0;
-    // Access lists, and what cannot be looked at, count as everywhere else.
+    // Access lists, and attributes that cannot be read, count as everywhere else.
     if (std::string problem = isSticky ? "" : writableByOthers(step.entry.get(), step.path, 0);
         !problem.empty())
         return problem;
     if ((step.info.st_mode & others) != 0 && !isSticky)
         return step.path + " can be written to by other users";
-    // Another user can make an entry in such a folder, which may be a second name of a file of root's, or a
-    // file system that the user mounted.
+    // Another user can create an entry in such a folder: a second name of a root file, or a mounted file
+    // system.
     if (above && (above->info.st_mode & others) != 0 &&
         (!S_ISDIR(step.info.st_mode) || step.info.st_dev != above->info.st_dev))
         return step.path + " is in a folder that other users can write to";

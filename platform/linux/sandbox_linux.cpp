@@ -12,8 +12,8 @@ namespace tx {
 
 namespace {
 
-/// Whether a process of this user may have namespaces of its own, which is what the sandbox is made of: tried
-/// in a child, which ends at once.
+/// Whether a process of this user may create namespaces, which the sandbox needs. Tried in a child that ends
+/// at once.
 bool namespacesAreAllowed() {
     const pid_t child = fork();
     if (child == 0) {

@@ -37,7 +37,7 @@ OpenedFile failed(std::string problem) {
     return result;
 }
 
-/// The components of a path, the last one first, so that they can be taken off the end.
+/// The components of a path in reverse order, so that they can be removed from the end.
 void pushComponents(const std::string &path, std::vector<std::string> &components) {
     for (size_t end = path.size(); end > 0;) {
         const size_t slash = path.rfind('/', end - 1);
@@ -91,7 +91,7 @@ OpenedFile openBelow(const std::string &folder, const std::string &path) {
         }
         if (!S_ISREG(entry.info.st_mode) || !components.empty())
             return failed("is not a regular file");
-        // A pipe that takes its place meanwhile does not hold this process up, and is not a regular file.
+        // If a pipe replaces the file meanwhile, opening it does not block, and it is not a regular file.
         entry.descriptor =
             posix::Descriptor(openat(above, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
         if (!entry.descriptor.isOpen() || fstat(entry.descriptor.get(), &entry.info) != 0)

@@ -79,7 +79,7 @@ public:
     ~NativeTask() override {
         m_input.reset();
         m_output.reset();
-        // Nobody waits any more: a sleeping thread collects the process so that it does not stay a zombie.
+        // Nobody waits any more. A sleeping thread reaps the process, so that it does not stay a zombie.
         if (!m_waited)
             std::thread([pid = m_pid] { waitFor(pid); }).detach();
     }
@@ -126,7 +126,7 @@ public:
         siginfo_t info{};
         while (waitid(P_PID, static_cast<id_t>(m_pid), &info, WEXITED | WNOWAIT) != 0 && errno == EINTR) {
         }
-        // The number belongs to the process until it is collected, and to anybody after that.
+        // The number belongs to the process until it is reaped, and may then be reused.
         const std::lock_guard lock(m_collecting);
         m_status = waitFor(m_pid);
         m_waited = true;
@@ -169,7 +169,7 @@ private:
         return count > 0;
     }
 
-    /// For a kernel that gives no descriptor of a process.
+    /// For kernels without process descriptors.
     std::optional<int> waitByLooking(std::chrono::milliseconds limit) {
         constexpr std::chrono::milliseconds pause(10);
         for (;; limit -= pause) {
@@ -187,7 +187,7 @@ private:
     bool m_ownSession;
     posix::Descriptor m_input;
     posix::Descriptor m_output;
-    posix::Descriptor m_errors; ///< a file in memory: a pipe that is full would hold up the program
+    posix::Descriptor m_errors; ///< a file in memory, because a full pipe would block the program
     std::mutex m_collecting;
     bool m_waited = false;
     int m_status = 0;

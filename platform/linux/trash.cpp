@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-// By the desktops' common rules: a Trash is a folder with "files" and "info"; an entry's info file, made
-// first, reserves its name. Qt's own Trash loses the entry, or never returns, when something stands in the
-// way.
+// The desktops' common rules: a Trash is a folder with "files" and "info". An entry's info file is created
+// first and reserves its name. Qt's own implementation loses the entry, or never returns, if something is in
+// the way.
 #include "platform/linux/trash.h"
 
 #include "platform/filesystem.h"
@@ -26,8 +26,8 @@ namespace tx {
 
 namespace {
 
-/// A folder for trashed entries, made when it is not there; folders that were made go again while they are
-/// empty: somebody else may have used them meanwhile.
+/// A folder for trashed entries, created if missing. Created folders are removed again if they are empty,
+/// because somebody else may have used them meanwhile.
 class Trash {
 public:
     /// `topFolder`: the volume's, to which the paths in the info files are relative; null for the home's
@@ -63,8 +63,7 @@ public:
                 m_made.clear();
                 return target;
             }
-            // A copy that is complete stays, with its info: the original could not be removed, maybe not all
-            // of it.
+            // A complete copy stays, with its info: the original could not be removed, or only in part.
             if (services().fileSystem->exists(target))
                 return error.withUserInfo({{u"path"_s, path}, {u"trashed"_s, target}});
             (void)services().fileSystem->remove(info);
@@ -99,7 +98,7 @@ std::optional<dev_t> deviceOf(const QString &path) {
     return info.st_dev;
 }
 
-/// The Trash of a volume: in the shared folder that an administrator made (sticky, and no link), else at the
+/// The Trash of a volume: in the shared folder of an administrator (sticky, not a link), otherwise at the
 /// top.
 QString trashOfVolume(const QString &top) {
     const QString shared = top + u".Trash"_s;

@@ -22,7 +22,8 @@ namespace tx::posix {
 
 namespace {
 
-/// Calls one of the functions that look up an account in a growing buffer; null when there is none.
+/// Calls one of the functions that look up an account, with a growing buffer; null if there is no such
+/// account.
 template <typename Entry, typename Id>
 const Entry *lookUp(int (*find)(Id, Entry *, char *, size_t, Entry **), Id id, Entry &entry,
                     std::vector<char> &buffer) {
@@ -36,10 +37,10 @@ const Entry *lookUp(int (*find)(Id, Entry *, char *, size_t, Entry **), Id id, E
     return nullptr;
 }
 
-/// True when another user than `user` and root has `group` as the primary one, and when the list of users
-/// cannot be read to its end. Not all services list all their users; the name of the group tells as well.
+/// True if a user other than `user` and root has `group` as primary group, or if the list of users cannot be
+/// read completely. Some services do not list all users; the group's name is checked as well.
 bool isPrimaryGroupOfOthers(gid_t group, uid_t user) {
-    static std::mutex mutex; // the list of users has one reader in a process
+    static std::mutex mutex; // a process can read the list of users only once at a time
     const std::lock_guard locker(mutex);
     bool result = false;
     bool hasRoot = false;
@@ -48,8 +49,8 @@ bool isPrimaryGroupOfOthers(gid_t group, uid_t user) {
         errno = 0;
         const struct passwd *entry = getpwent();
         if (!entry) {
-            // ENOENT: a service without a database of its own. Some services lose the number of what went
-            // wrong in another one; a list that was read has root in it.
+            // ENOENT: a service without its own database. Some services lose the error number of another one,
+            // but a list that was read contains root.
             result = result || !hasRoot || (errno != 0 && errno != ENOENT);
             break;
         }
@@ -61,8 +62,8 @@ bool isPrimaryGroupOfOthers(gid_t group, uid_t user) {
     return result;
 }
 
-/// True for a group that holds nobody but `user` and root: root's own, and the one that many systems make for
-/// each user under the user's name.
+/// True for a group without members other than `user` and root: root's group, and the group that many systems
+/// create for each user under the user's name.
 bool isPrivateGroup(gid_t group, uid_t user) {
     struct passwd userEntry {};
     struct group groupEntry {};
@@ -125,11 +126,11 @@ bool othersMayWrite(const struct stat &info, uid_t user, const AttributeReader &
     return false;
 }
 
-/// Where a file stands in a path.
+/// The position of a file in a path.
 enum class Part { Above, End };
 
-/// Root's, the user's, or, above, the owner's of "/", who can do everything here anyway: in a user namespace
-/// root itself has another number.
+/// Accepts root, the user and, for folders above, the owner of "/", who can do everything here anyway: in a
+/// user namespace root has another number.
 bool isTrustedOwner(uid_t owner, uid_t user, Part part) {
     struct stat top {};
     return owner == 0 || owner == user ||
@@ -143,7 +144,7 @@ std::string problemOf(const std::string &name, const struct stat &info, uid_t us
     // A link is replaced, not written to.
     if (S_ISLNK(info.st_mode))
         return {};
-    // In a folder with the sticky bit nobody replaces another one's entries.
+    // In a folder with the sticky bit, users cannot replace entries of others.
     if (part == Part::Above && (info.st_mode & S_ISVTX) != 0)
         return {};
     if (othersMayWrite(info, user, readAttribute))
@@ -157,7 +158,7 @@ AttributeReader readerFor(const std::string &path) {
     };
 }
 
-/// The components of `path`, to be walked before those that are left.
+/// Puts the components of `path` before those that are still to be walked.
 void prepend(const std::string &path, std::deque<std::string> &left) {
     std::vector<std::string> components;
     for (size_t start = 0; start < path.size();) {
@@ -176,7 +177,7 @@ std::string walk(const std::string &path, std::string &resolved, uid_t user, Par
     std::deque<std::string> left;
     prepend(path, left);
     int links = 0;
-    // From the top down: what was looked at cannot be changed by others while the rest is looked at.
+    // From the top down, so that others cannot change what has been checked while the rest is checked.
     for (std::string current = "/";;) {
         struct stat info {};
         if (lstat(current.c_str(), &info) != 0)
@@ -237,7 +238,7 @@ std::string writableByOthers(int descriptor, const std::string &name, uid_t user
                          const ssize_t length = fgetxattr(descriptor, attribute, value, size);
                          if (length >= 0 || errno != EBADF)
                              return length;
-                         // Opened with O_PATH, it has no other way to its attributes.
+                         // A descriptor opened with O_PATH gives no other access to attributes.
                          const std::string path = "/proc/self/fd/" + std::to_string(descriptor);
                          return getxattr(path.c_str(), attribute, value, size);
                      });

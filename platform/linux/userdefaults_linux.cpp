@@ -24,7 +24,7 @@ UserDefaults::UserDefaults(const QString &path)
     : m_path(path) {}
 
 UserDefaults &UserDefaults::standard() {
-    // Never destroyed: a host's static objects may ask for settings when they go.
+    // Never destroyed: a host's static objects may use settings in their destructors.
     static auto &mutex = *new QMutex;
     static auto &opened = *new std::map<QString, std::unique_ptr<UserDefaults>>;
     QString name = TXBundle::mainBundle().bundleIdentifier();
@@ -106,7 +106,7 @@ TXError UserDefaults::change(const QString &key, const QVariant &value, bool onl
     const QFileInfo location(m_path);
     if (TXError error = files.createDirectory(location.path(), true))
         return error;
-    // Where others can put a file in the place of this one, it would not be believed afterwards.
+    // If others can replace this file, it would be ignored afterwards.
     if (TXError error = files.checkOwnFile(location.path()))
         return error;
     const Result<std::unique_ptr<FileLock>> lock =

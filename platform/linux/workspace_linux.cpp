@@ -38,7 +38,7 @@ public:
     }
 
     TXError reveal(const QString &path) override {
-        // The bus costs a host more than a helper that is started when somebody wants to see a file.
+        // Loading D-Bus costs a host more than a helper that is started when a file is to be shown.
         const Result<std::unique_ptr<Task>> task =
             services().tasks->start({.program = frameworkResourcesPath() + u"/TXUpdateReveal"_s,
                                      .arguments = {path},

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Dates in the middle length. Qt knows a short and a long form of each locale, from which the middle one does
-// not follow: German and Estonian share both, and write "13.03.2023" and "13. märts 2023". ICU has it.
+// Dates of medium length. Qt has only a short and a long form of each locale, and the medium one cannot be
+// derived from them: German and Estonian share both, but write "13.03.2023" and "13. märts 2023". ICU has it.
 #include "ui/interfaceloader.h"
 
 #include <QDateTime>
@@ -18,7 +18,7 @@ struct Closing {
     void operator()(UDateFormat *format) const { udat_close(format); }
 };
 
-/// The format of the locale; the one that was asked for last is kept, as a list of versions has one locale.
+/// The format of the locale. The last one is cached, because a list of versions has one locale.
 UDateFormat *formatOf(const QString &localeTag) {
     static QString tag;
     static std::unique_ptr<UDateFormat, Closing> format;

@@ -38,8 +38,7 @@ extern "C" Q_DECL_EXPORT QWidget *txLoadInterface(const QString &path, tx::Widge
         *reason = file.errorString();
         return nullptr;
     }
-    // Qt's loader looks for widgets of others in the plug-in folders, and loads every one that it finds
-    // there.
+    // Qt's loader searches the plug-in folders for custom widgets, and loads every plug-in that it finds.
     const QStringList pluginFolders = QCoreApplication::libraryPaths();
     QCoreApplication::setLibraryPaths({});
     const auto loader = std::make_unique<Loader>(factory);

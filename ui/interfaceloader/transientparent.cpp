@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Qt tells the desktop of a window's transient parent when it shows the window, and not again.
+// Qt sends a window's transient parent to the desktop only when it shows the window.
 #include "ui/interfaceloader.h"
 
 #include <QByteArray>
@@ -16,9 +16,8 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-/// Asks the window manager to put the window above another one, in the way that applications have for this
-/// (ICCCM 4.1.5): frames keep the two from being siblings for the server. It does not bring either to the
-/// front.
+/// Asks the window manager to stack the window above another one (ICCCM 4.1.5). Because of their frames the
+/// two are not siblings for the server. Neither is brought to the front.
 void putAbove(xcb_connection_t *connection, xcb_window_t window, xcb_window_t sibling) {
     const xcb_window_t root = xcb_setup_roots_iterator(xcb_get_setup(connection)).data->root;
     xcb_configure_request_event_t request{};
@@ -28,15 +27,15 @@ void putAbove(xcb_connection_t *connection, xcb_window_t window, xcb_window_t si
     request.window = window;
     request.sibling = sibling;
     request.value_mask = XCB_CONFIG_WINDOW_SIBLING | XCB_CONFIG_WINDOW_STACK_MODE;
-    // Events have one size.
+    // All events have the same size.
     std::array<char, 32> event{};
     std::memcpy(event.data(), &request, sizeof request);
     xcb_send_event(connection, 0, root,
                    XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY | XCB_EVENT_MASK_SUBSTRUCTURE_REDIRECT, event.data());
 }
 
-/// Sets the parent of the window's xdg_toplevel. Qt has that object, but no public way to it: its Wayland
-/// library's own accessor is found by name. A Qt that has no such accessor changes nothing.
+/// Sets the parent of the window's xdg_toplevel. Qt has that object, but no public access to it, so an
+/// accessor of its Wayland library is looked up by name. Without that accessor nothing changes.
 void tellCompositor(QWindow *window, QWindow *parent) {
     using Accessor = void *(*)(QPlatformNativeInterface *, const QByteArray &, QWindow *);
     using Marshal = void (*)(void *proxy, uint32_t opcode, ...);
@@ -74,7 +73,7 @@ extern "C" Q_DECL_EXPORT void txTellTransientParent(QWindow *window) {
     const auto below = xcb_window_t(parent->winId());
     xcb_change_property(connection, XCB_PROP_MODE_REPLACE, own, XCB_ATOM_WM_TRANSIENT_FOR, XCB_ATOM_WINDOW,
                         32, 1, &below);
-    // Some window managers heed the new order only when one of the windows is raised.
+    // Some window managers apply the new order only when one of the windows is raised.
     putAbove(connection, own, below);
     xcb_flush(connection);
 }

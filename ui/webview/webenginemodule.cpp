@@ -9,27 +9,27 @@
 
 using namespace Qt::StringLiterals;
 
-// Qt's own way of naming the context that others share with, which is what the engine asks for.
+// Qt's own function to set the shared context, which the engine requires.
 Q_GUI_EXPORT void qt_gl_set_global_share_context(QOpenGLContext *context);
 
 namespace {
 
-/// Pages are drawn without the graphics driver: news and notes need none, and an application that never meant
-/// to use OpenGL is not made to.
+/// Pages are drawn without the graphics driver. News and notes do not need it, and an application that does
+/// not use OpenGL is not forced to.
 void prepareEngine(bool dark) {
     static bool prepared = false;
     if (std::exchange(prepared, true))
         return;
     if (!QOpenGLContext::globalShareContext()) {
         QQuickWindow::setSceneGraphBackend(u"software"_s);
-        // The engine wants one to be there; it is never used. It goes with the application.
+        // The engine requires one but never uses it. It is destroyed with the application.
         qt_gl_set_global_share_context(new QOpenGLContext);
         qAddPostRoutine([] {
             delete QOpenGLContext::globalShareContext();
             qt_gl_set_global_share_context(nullptr);
         });
     }
-    // The engine reads its flags once, when the first profile is made.
+    // The engine reads its flags once, when the first profile is created.
     QByteArray flags = qgetenv("QTWEBENGINE_CHROMIUM_FLAGS");
     flags += " --blink-settings=preferredColorScheme=" + QByteArray(dark ? "0" : "1");
     qputenv("QTWEBENGINE_CHROMIUM_FLAGS", flags.trimmed());

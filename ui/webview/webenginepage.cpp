@@ -23,7 +23,7 @@ namespace {
 
 const QString scriptName = u"TarvixUpdate"_s;
 
-/// A page that was opened in a new window by the user's click: its address goes to the browser.
+/// A page that the user's click opened in a new window: the browser opens its URL.
 class LinkCatcher final : public QWebEnginePage {
 public:
     LinkCatcher(QWebEngineProfile *profile, const WebViewClient &client, QObject *parent)
@@ -69,10 +69,10 @@ WebEnginePage::WebEnginePage(QWebEngineProfile *profile, const WebViewClient &cl
             m_client.loadFinished(ok);
     });
     connect(this, &QWebEnginePage::loadingChanged, this, [this](const QWebEngineLoadingInfo &info) {
-        // One that was stopped made room for another page.
+        // A page that was stopped was replaced by another one.
         if (info.status() != QWebEngineLoadingInfo::LoadFailedStatus)
             return;
-        // Neither the engine's own words nor the page before, but what came.
+        // Show what the server sent, not the engine's own error page or the previous page.
         if (info.isErrorPage() || info.url() != url())
             setHtml({});
         if (m_client.loadFailed)
@@ -86,8 +86,8 @@ void WebEnginePage::installScripts(bool dark) {
     script.setInjectionPoint(QWebEngineScript::DocumentCreation);
     script.setWorldId(QWebEngineScript::MainWorld);
     script.setRunsOnSubFrames(false);
-    // The page's own scripts come later: what is taken here is the engine's. The token is known to no frame
-    // but this one.
+    // Runs before the page's own scripts, so these are the engine's functions. No other frame knows the
+    // token.
     QString source = uR"(
 (function () {
   'use strict';
@@ -123,7 +123,7 @@ void WebEnginePage::installScripts(bool dark) {
         QString::fromUtf8(QJsonDocument(QJsonArray::fromStringList(m_client.messageNames)).toJson()));
     source.replace(u"TOKEN"_s, m_token);
     source.replace(u"COMPLETE"_s, m_client.suppressesIncrementalRendering ? u"true"_s : u"false"_s);
-    // Without weight, as the engine's own defaults: any rule of the page comes first.
+    // With zero specificity, like the engine's defaults: any rule of the page takes precedence.
     const QMargins margins = m_client.margins.value_or(QMargins());
     source.replace(u"MARGINS"_s, m_client.margins
                                      ? u":where(body) { margin: %1px %2px %3px %4px; }"_s.arg(margins.top())
@@ -145,7 +145,7 @@ bool WebEnginePage::isPageAddress(const QUrl &url) {
 
 bool WebEnginePage::acceptNavigationRequest(const QUrl &url, NavigationType type, bool isMainFrame) {
     if (type == NavigationTypeLinkClicked && !url.isEmpty()) {
-        // Within the page a link is no way out of it.
+        // Links cannot replace the page; they open in the browser.
         const bool withinPage =
             isMainFrame && url.hasFragment() &&
             url.adjusted(QUrl::RemoveFragment) == this->url().adjusted(QUrl::RemoveFragment);
@@ -173,7 +173,7 @@ bool WebEnginePage::javaScriptPrompt(const QUrl &, const QString &, const QStrin
 
 void WebEnginePage::javaScriptConsoleMessage(JavaScriptConsoleMessageLevel, const QString &message, int,
                                              const QString &) {
-    // What a page writes to its console is its own affair; messages carry this page's token.
+    // Other console output of the page is ignored; messages carry this page's token.
     if (!message.startsWith(m_token) || !m_client.messageReceived)
         return;
     const QJsonArray parts = QJsonDocument::fromJson(message.mid(m_token.size()).toUtf8()).array();

@@ -14,7 +14,7 @@ namespace tx {
 
 namespace {
 
-/// Nothing but the web: no file of this machine, no scheme of the engine's own.
+/// Allows only http and https: no local files, no schemes of the engine.
 class WebOnly final : public QWebEngineUrlRequestInterceptor {
 public:
     using QWebEngineUrlRequestInterceptor::QWebEngineUrlRequestInterceptor;
@@ -39,12 +39,12 @@ void restrict(QWebEngineSettings &settings) {
         settings.setAttribute(off, false);
     settings.setAttribute(Settings::FocusOnNavigationEnabled, false);
     settings.setAttribute(Settings::PlaybackRequiresUserGesture, true);
-    // Nothing of it is opened here: the page is asked about such addresses, and says no.
+    // Nothing is opened here: the page is asked about such URLs, and refuses.
     settings.setUnknownUrlSchemePolicy(Settings::AllowUnknownUrlSchemesFromUserInteraction);
 }
 
-/// One for all pages of the process: the engine gives back only a part of what each takes. It goes with the
-/// last view that stands when the application ends, as pages must go first.
+/// One profile for all pages of the process, because the engine frees only a part of what each one takes. It
+/// is destroyed with the last view when the application ends, because pages must be destroyed first.
 std::shared_ptr<QWebEngineProfile> sharedProfile() {
     static std::shared_ptr<QWebEngineProfile> kept;
     if (kept)
@@ -72,7 +72,7 @@ WebEngineView::WebEngineView(QWidget *parent, const WebViewClient &client, bool 
 }
 
 WebEngineView::~WebEngineView() {
-    // The page goes before its profile.
+    // The page must be destroyed before its profile.
     m_client = {};
     endPage();
     delete m_view;
@@ -84,7 +84,7 @@ WebEnginePage *WebEngineView::page() {
         m_page = new WebEnginePage(m_profile.get(), m_client, m_view);
         m_page->installScripts(m_dark);
         m_view->setPage(m_page);
-        // An empty document shows what is behind it from the first moment on.
+        // An empty document is transparent from the start.
         m_view->setAttribute(Qt::WA_TranslucentBackground);
     }
     return m_page;
@@ -108,7 +108,7 @@ QUrl WebEngineView::url() const { return m_page ? m_page->url() : QUrl(); }
 
 void WebEngineView::setHtml(const QString &html) {
     if (html.isEmpty()) {
-        // A page's handler may be what called this. Another page may be asked for until then.
+        // The caller may be a page's handler. Another page may be requested until then.
         m_ending = true;
         QMetaObject::invokeMethod(
             m_view.data(),

@@ -53,7 +53,7 @@ std::vector<std::string> mountPointsOf(const std::string &mountTable, const std:
     return result;
 }
 
-/// Runs a program with its output thrown away; whether it did its work.
+/// Runs a program and discards its output; true if it succeeded.
 bool run(std::vector<std::string> words) {
     std::vector<char *> arguments;
     for (std::string &word : words)
@@ -76,7 +76,7 @@ bool run(std::vector<std::string> words) {
 plain::Value valueOf(const Image &image) {
     plain::Array entities;
     for (const Entity &entity : image.entities) {
-        // A device that is mounted twice stands there twice.
+        // A device that is mounted twice is listed twice.
         for (size_t i = 0; i < std::max<size_t>(entity.mountPoints.size(), 1); ++i) {
             plain::Dictionary entry{{"dev-entry", {entity.device}}};
             if (i < entity.mountPoints.size())
@@ -151,7 +151,7 @@ Actions Actions::ofThisSystem() {
         const int number = loop < 0 || ioctl(loop, LOOP_CLR_FD, 0) != 0 ? errno : 0;
         if (loop >= 0)
             close(loop);
-        // One that was to go with its last mount has gone.
+        // A device set to detach with its last mount has already detached.
         if (number == 0 || number == ENXIO || run({"udisksctl", "loop-delete", "-b", device}))
             return {};
         return "cannot release " + device + ": " + std::strerror(number);
@@ -170,7 +170,7 @@ std::string detach(const std::vector<Image> &images, const std::string &target, 
     if (image == images.end())
         return target + ": no disk image is attached there";
     for (const Entity &entity : image->entities) {
-        // The last mount lies on top.
+        // The last mount is on top.
         for (auto point = entity.mountPoints.rbegin(); point != entity.mountPoints.rend(); ++point) {
             if (std::string why = actions.unmount(*point); !why.empty())
                 return why;

@@ -29,7 +29,7 @@ int main(int argc, char **argv) {
     if (argc != 5 || std::strcmp(argv[1], "-x") != 0 || std::strcmp(argv[2], "-k") != 0 ||
         std::strcmp(argv[3], "-") != 0)
         return usage();
-    // Names in zip archives are UTF-8, whatever the caller's language is. The library composes them.
+    // Names in zip archives are UTF-8, whatever the caller's locale is. The library normalizes them.
     std::setlocale(LC_CTYPE, "C.UTF-8");
     const std::unique_ptr<char, decltype(&std::free)> folder(realpath(argv[4], nullptr), &std::free);
     const int input = folder ? seekableInput(folder.get()) : -1;

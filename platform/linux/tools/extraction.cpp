@@ -26,13 +26,13 @@ namespace {
 
 using Writer = std::unique_ptr<archive, decltype(&archive_write_free)>;
 
-/// Where an archive is unpacked before all of it is there. A run that was killed leaves it to the next one.
+/// The folder for an archive that is not completely unpacked. If the run is killed, the next one removes it.
 constexpr const char *stagingName = ".txupdate-unpacking";
 
 constexpr la_int64_t usualLimit = la_int64_t(8) << 30;
-/// What an entry takes at least, so that a limit on bytes limits the number of entries too.
+/// The least that an entry counts, so that a limit on bytes also limits the number of entries.
 constexpr la_int64_t entrySize = 4096;
-/// The longest name: with the folder that an application is in, the system can still name what has it.
+/// The longest name: together with an application's folder it must fit the system's limit for paths.
 constexpr size_t longestName = PATH_MAX - 1024;
 
 la_int64_t limitInForce() {
@@ -41,10 +41,10 @@ la_int64_t limitInForce() {
     return limit > 0 ? limit : usualLimit;
 }
 
-/// True when the first part of `name` is UTF-8: the framework can name, and so clear, what stands there.
+/// True if the first part of `name` is UTF-8, so that the framework can name the entry and remove it.
 bool hasReadableTop(const std::string &name) {
     const std::string top = name.substr(0, name.find('/'));
-    // Both are built into the C library: the files of its other converters may be missing.
+    // Both are built into the C library; the files of its other converters may be missing.
     iconv_t converter = iconv_open("UCS-4LE", "UTF-8");
     if (converter == iconv_t(-1))
         return false;
@@ -58,7 +58,7 @@ bool hasReadableTop(const std::string &name) {
     return valid;
 }
 
-/// True when `name` stays below the folder that it is relative to.
+/// True if `name` stays below the folder that it is relative to.
 bool staysInside(const std::string &name) {
     if (name.empty() || name.front() == '/')
         return false;
@@ -80,13 +80,13 @@ public:
         , m_tool(tool)
         , m_longestName(std::min(longestName, room))
         , m_left(limitInForce()) {
-        // Into a new folder nothing need be replaced, so that nothing is written through a link either.
+        // In a new folder nothing need be replaced, so nothing is written through a link.
         archive_write_disk_set_options(
             m_writer.get(), ARCHIVE_EXTRACT_TIME | ARCHIVE_EXTRACT_PERM | ARCHIVE_EXTRACT_SECURE_SYMLINKS |
                                 ARCHIVE_EXTRACT_SECURE_NODOTDOT | ARCHIVE_EXTRACT_SECURE_NOABSOLUTEPATHS);
     }
 
-    /// Everything into the current folder.
+    /// Unpacks everything into the current folder.
     bool run() {
         archive_entry *entry = nullptr;
         for (;;) {
@@ -97,7 +97,7 @@ public:
                 return refuse("the archive is damaged", archive_error_string(m_reader));
             const char *stored = archive_entry_pathname(entry);
             const std::string name = stored ? stored : "";
-            // What the desktop that packed it keeps of its own file system is of no use here.
+            // Metadata of the file system on which the archive was packed is useless here.
             if (name.rfind("__MACOSX/", 0) == 0 || name == "." || name == "./")
                 continue;
             if (!write(entry, name))
@@ -110,7 +110,7 @@ public:
             if (const std::string reason = reasonAgainstLink(name); !reason.empty())
                 return refuse(name, reason.c_str());
         }
-        // The library keeps these bits back from files that seem to be another user's.
+        // The library does not set these bits on files that seem to belong to another user.
         for (const auto &[name, mode] : m_special) {
             if (fchmodat(AT_FDCWD, name.c_str(), mode, 0) != 0)
                 return refuse(name, std::strerror(errno));
@@ -137,7 +137,7 @@ private:
             return refuse(name, "the name is not UTF-8");
         if (type != AE_IFREG && type != AE_IFDIR && type != AE_IFLNK)
             return refuse(name, "is no file that an application may hold");
-        // Also on a file system to which two names are the same that are not to the archive.
+        // Also on a file system that treats two names of the archive as equal.
         if (type != AE_IFDIR && posix::entryExists(name))
             return refuse(name, "stands there twice");
         if (const std::string reason = reasonAgainst(entry, name, type); !reason.empty())
@@ -147,9 +147,9 @@ private:
             return refuse(name, "the archive takes more room than is accepted");
         // Nobody else may write into an application.
         const mode_t mode = archive_entry_mode(entry) & 07755;
-        // Zip archives of plain tools carry no modes at all for some entries.
+        // Zip archives of simple tools have no modes for some entries.
         const mode_t usual = type == AE_IFDIR ? 0755 : 0644;
-        // What its owner cannot look at could neither be checked nor copied.
+        // What its owner cannot read could be neither checked nor copied.
         const mode_t needed = type == AE_IFDIR ? S_IRUSR | S_IXUSR : S_IRUSR;
         if (!target && type != AE_IFLNK && (mode & 0777) != 0 && (mode & needed) != needed)
             return refuse(name, "has a mode with which it cannot be looked at");
@@ -185,12 +185,12 @@ private:
             const int result = archive_read_data_block(m_reader, &block, &size, &offset);
             if (result == ARCHIVE_EOF)
                 break;
-            if (result != ARCHIVE_OK) // a wrong sum is no more than a warning to the library
+            if (result != ARCHIVE_OK) // the library only warns about a wrong checksum
                 return refuse("the archive is damaged", archive_error_string(m_reader));
             end = std::max(end, offset + static_cast<la_int64_t>(size));
             if (end > m_left)
                 return refuse(name, "the archive takes more room than is accepted");
-            // So is a write that fails, as on a full disk.
+            // The same holds for a write that fails, for example on a full disk.
             if (archive_write_data_block(m_writer.get(), block, size, offset) != ARCHIVE_OK)
                 return refuse(name, archive_error_string(m_writer.get()));
         }
@@ -207,7 +207,7 @@ private:
     std::vector<std::pair<std::string, mode_t>> m_special;
 };
 
-/// Moves what was unpacked to its place; entries of the same names go.
+/// Moves what was unpacked to its final path; entries of the same names are removed.
 bool publish(const std::string &staging, const std::string &folder, const char *tool) {
     std::error_code error;
     std::vector<std::string> names;
@@ -225,7 +225,7 @@ bool publish(const std::string &staging, const std::string &folder, const char *
     return true;
 }
 
-/// One at a time in a folder: what a killed host has started notices the end of its input soon, and ends.
+/// One at a time in a folder. The tool of a killed host soon notices the end of its input, and ends.
 int lockFolder(const std::string &folder) {
     posix::Descriptor descriptor(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     constexpr int tries = 1000;
@@ -249,7 +249,7 @@ int seekableInput(const std::string &folder) {
     if (fstat(STDIN_FILENO, &info) == 0 && S_ISREG(info.st_mode) && lseek(STDIN_FILENO, 0, SEEK_CUR) == 0)
         return STDIN_FILENO;
     int spool = open(folder.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
-    if (spool < 0) { // a file system without nameless files
+    if (spool < 0) { // a file system without unnamed temporary files
         std::string name = folder + "/.ditto-XXXXXX";
         spool = mkostemp(name.data(), O_CLOEXEC);
         if (spool >= 0)

@@ -15,7 +15,7 @@ namespace {
 
 using Parts = std::vector<std::string>;
 
-/// As many links as the system follows on one way.
+/// The number of links that the system follows in one path.
 constexpr int mostLinks = 40;
 
 /// The components of a path, without empty ones and those that name the folder itself.

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// open PATH|URL: starts an application bundle unless it runs already, and hands anything else to the desktop.
+// open PATH|URL: starts an application bundle unless it is already running; the desktop opens everything
+// else.
 
 #include "platform/linux/openbundle.h"
 #include "platform/linux/posixfiles.h"
@@ -15,7 +16,7 @@
 
 namespace {
 
-/// Whoever calls this tool may have put the framework's tools first. What is opened gets the user's own.
+/// The caller may have put the framework's tools first in PATH. The opened program gets the user's own PATH.
 void leaveOwnFolderOutOfPath() {
     char own[PATH_MAX];
     const ssize_t length = readlink("/proc/self/exe", own, sizeof own);

@@ -28,7 +28,7 @@ std::string lineAt(std::string_view text, size_t position) {
     return cleaned(std::string(text.substr(position, text.find('\n', position) - position)));
 }
 
-/// What people call it stands in brackets: "CoffeeLake-H GT2 [UHD Graphics 630]".
+/// The common name is in brackets: "CoffeeLake-H GT2 [UHD Graphics 630]".
 std::string shortName(const std::string &name) {
     const size_t open = name.rfind('[');
     const size_t close = name.find(']', open == std::string::npos ? 0 : open);
@@ -44,7 +44,7 @@ std::string shortName(const std::string &name) {
 /// "0x8086" as "8086".
 std::string digitsOf(const std::string &text) { return text.starts_with("0x") ? text.substr(2) : text; }
 
-/// Memory that belongs to the graphics processor alone, where its driver tells.
+/// Memory of the graphics processor alone, if its driver reports it.
 uint64_t videoMemory(const std::string &device) {
     if (const auto bytes = readNumber(device + "/mem_info_vram_total"))
         return *bytes;

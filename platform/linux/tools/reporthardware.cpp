@@ -13,7 +13,7 @@ namespace tx::report {
 
 namespace {
 
-/// What makers leave in the fields for names when they have none.
+/// Placeholders that manufacturers leave in the fields for names.
 bool isPlaceholder(const std::string &text) {
     constexpr std::array<std::string_view, 14> placeholders{"",
                                                             "None",
@@ -135,7 +135,7 @@ void addArmProcessor(Item &item, const Source &source, const std::string &cpuInf
                                       ':' + std::to_string(static_cast<long>(capacities.size()) - fast));
 }
 
-/// What is built in: the system's own total leaves out what the kernel keeps for itself.
+/// The installed memory: the system's own total excludes memory that the kernel reserves.
 uint64_t memory(const Source &source) {
     const std::string folder = source.root + "/sys/devices/system/memory/";
     if (const auto block = readNumber(folder + "block_size_bytes", 16)) {

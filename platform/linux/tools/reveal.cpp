@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// TXUpdateReveal PATH: shows the file, selected, in the user's file manager; where there is none on the
-// session's bus, opens the folder that holds it, by the desktop portal or by a program that opens folders.
+// TXUpdateReveal PATH: shows the file, selected, in the user's file manager. If none is on the session's bus,
+// opens the parent folder, with the desktop portal or with a program that opens folders.
 
 #include <QCoreApplication>
 #include <QDBusConnection>
@@ -35,7 +35,7 @@ bool showByFileManager(const QFileInfo &file) {
     return answers(call);
 }
 
-/// The portal opens the folder around the file whose descriptor it gets, also for a sandboxed application.
+/// The portal opens the parent folder of the file whose descriptor it gets, also for a sandboxed application.
 bool openByPortal(const QFileInfo &file) {
     const int descriptor =
         open(QFile::encodeName(file.absoluteFilePath()).constData(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);

@@ -30,7 +30,7 @@ plain::Value valueOf(const std::vector<Item> &items) {
     return {array};
 }
 
-/// What a person reads instead of a key.
+/// The label that a person reads instead of a key.
 std::string titleOf(const std::string &key) {
     static const std::map<std::string, std::string> titles{
         {"SPHardwareDataType", "Hardware"},

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// tar -xC DIR, -zxC DIR, -jxC DIR: unpacks a tar archive from standard input into DIR; the way in which the
-// framework calls tar, and no other. The system's tar leaves a part of a damaged archive behind.
+// tar -xC DIR, -zxC DIR, -jxC DIR: unpacks a tar archive from standard input into DIR. Supports only the
+// arguments that the framework uses. The system's tar would leave a part of a damaged archive behind.
 
 #include "platform/linux/tools/extraction.h"
 
@@ -26,7 +26,7 @@ int usage() {
     return 64;
 }
 
-/// The tar stream in blocks, taken out of gzip where it is in it: zlib checks the sums, the archive library
+/// The tar stream in blocks, decompressed if it is gzip: zlib verifies the checksums, the archive library
 /// does not.
 class Input {
 public:

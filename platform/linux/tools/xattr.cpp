@@ -40,7 +40,7 @@ bool list(const std::string &path, bool withPath) {
     return true;
 }
 
-/// Removing takes the file system's journal even where there is nothing to remove; asking does not.
+/// Removing an attribute writes to the file system's journal even if there is none; asking does not.
 bool removeAttribute(const char *path, const char *name) {
     return lgetxattr(path, name, nullptr, 0) >= 0 && lremovexattr(path, name) == 0;
 }
@@ -53,7 +53,7 @@ bool hasNamespace(const std::string &name) {
     return false;
 }
 
-/// An attribute that is not there is no failure below a folder, as the caller did not name the entry.
+/// Below a folder, a missing attribute is not an error, because the caller did not name the entry.
 bool remove(const std::string &path, const std::string &name, bool named) {
     if (removeAttribute(path.c_str(), hasNamespace(name) ? name.c_str() : ("user." + name).c_str()))
         return true;
