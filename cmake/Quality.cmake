@@ -1,4 +1,4 @@
-# Targets that keep the tree in shape: format, check-format, check-layers, tidy.
+# Targets that keep the tree in shape: format, check-format, check-layers, tidy, and, with doxygen, reference.
 add_custom_target(format COMMAND ${PROJECT_SOURCE_DIR}/scripts/format WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
 add_custom_target(check-format COMMAND ${PROJECT_SOURCE_DIR}/scripts/format --check
                   WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
@@ -6,3 +6,8 @@ add_custom_target(check-layers COMMAND ${PROJECT_SOURCE_DIR}/scripts/check-layer
                   WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
 add_custom_target(tidy COMMAND ${PROJECT_SOURCE_DIR}/scripts/tidy ${CMAKE_BINARY_DIR}
                   WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
+find_program(TARVIXUPDATE_DOXYGEN doxygen)
+mark_as_advanced(TARVIXUPDATE_DOXYGEN)
+if(TARVIXUPDATE_DOXYGEN)
+  add_custom_target(reference COMMAND ${PROJECT_SOURCE_DIR}/scripts/reference WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
+endif()

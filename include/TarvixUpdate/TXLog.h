@@ -5,11 +5,11 @@
 
 #include <QStringList>
 
-/// Levels of the framework's log: what a line of that level means.
+/// Levels of the framework's log.
 enum TXLogLevel : int {
-    TXLogLevelAlways = 0,  ///< what is told whatever level is chosen
+    TXLogLevelAlways = 0,  ///< logged at every level
     TXLogLevelFailure = 1, ///< something that the user asked for did not work
-    TXLogLevelNotice = 4,  ///< something unusual that the framework dealt with by itself
+    TXLogLevelNotice = 4,  ///< something unusual that the framework handled by itself
     TXLogLevelStep = 5,    ///< a step of download, unarchiving, installation or relaunch
     TXLogLevelDetail = 6,  ///< detail for people who debug a feed
 };
@@ -19,5 +19,5 @@ enum TXLogLevel : int {
 /// Thread: any.
 TX_EXPORT void TXLog(int level, const QString &format, const QStringList &arguments = {});
 
-/// The level from the environment variable TXUPDATE_LOG_LEVEL, read once; 1 when it is absent or no number.
+/// The level from the environment variable TXUPDATE_LOG_LEVEL, read once; 1 if it is absent or not a number.
 [[nodiscard]] TX_EXPORT int TXLogGetLevel();

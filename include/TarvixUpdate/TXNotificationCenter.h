@@ -6,7 +6,7 @@
 #include <QObject>
 #include <QString>
 
-/// Tells a host of events of objects that it does not hold, such as the window that shows posts while the
+/// Reports events of objects that a host does not hold, such as the window that shows posts while the
 /// application quits.
 ///
 ///     QObject::connect(TXNotificationCenter::defaultCenter(), &TXNotificationCenter::posted, this,
@@ -15,10 +15,11 @@
 ///                              ...
 ///                      });
 ///
-/// Thread: main. Ownership: the framework's; there until the process ends.
+/// Thread: main. Ownership: the framework's; it exists until the process ends.
 class TX_EXPORT TXNotificationCenter final : public QObject {
     Q_OBJECT
 public:
+    /// The only one; created on first use.
     static TXNotificationCenter *defaultCenter();
 
 Q_SIGNALS:

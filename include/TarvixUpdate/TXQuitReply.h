@@ -25,13 +25,14 @@ public:
     /// Everything is saved. The installer tool takes over, and the process ends inside this call or soon
     /// after it.
     void quit() const;
-    /// Not now. Nothing is installed, and the update can be installed later.
+    /// The application stays open. Nothing is installed, and the update can be installed later.
     void refuse() const;
     /// Lets the toolkit decide: QEvent::Quit is sent to the application object, so each of the application's
     /// windows gets a close event and can ask about unsaved work. A window that ignores its close event
     /// refuses. So does an application that keeps the event from QApplication. An application without windows
     /// agrees. The framework's own windows are not asked.
     void askApplication() const;
+    /// True once any copy has been answered.
     [[nodiscard]] bool isAnswered() const;
 
 private:

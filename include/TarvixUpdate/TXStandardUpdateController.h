@@ -10,23 +10,24 @@ class TXStandardUpdateController;
 
 /// Bits of TXStandardUpdateController::status.
 enum TXStandardUpdateControllerStatus : unsigned {
-    TXStandardUpdateControllerStatusNone = 0,
-    TXStandardUpdateControllerStatusCannotUpdateInPlace = 1,
-    TXStandardUpdateControllerStatusChecking = 2,
+    TXStandardUpdateControllerStatusNone = 0,                ///< nothing of the following
+    TXStandardUpdateControllerStatusCannotUpdateInPlace = 1, ///< the application is on a read-only volume
+    TXStandardUpdateControllerStatusChecking = 2,            ///< a check runs
 };
 
-/// What the host tells the standard controller and hears from it. All calls arrive on the main thread.
+/// What the standard controller asks its host and reports to it. Thread: all calls arrive on the main thread.
+/// Ownership: the host's.
 class TX_EXPORT TXStandardUpdateControllerDelegate {
 public:
     virtual ~TXStandardUpdateControllerDelegate();
     /// The status or the best update may have changed: refresh what shows them.
     virtual void updateInterfaceForUpdateControllerStatus(TXStandardUpdateController *controller);
-    /// The state against which posts are tested; absent: every post passes.
+    /// The state that a post's launch requirement is compared with. Absent: every post is shown.
     virtual std::optional<TXUpdateCurrentConditions>
     currentConditionsForUpdating(TXStandardUpdateController *controller);
     /// A window to which alerts and the update panel are attached while it is visible; null for none.
     virtual QWidget *sheetParentWindowForUpdater(TXStandardUpdateController *controller);
-    /// Whether feedParametersForUpdating is to be asked.
+    /// Whether feedParametersForUpdating() is called.
     [[nodiscard]] virtual bool implementsFeedParametersForUpdater() const;
     /// Extra parameters for the feed request; an empty map adds none.
     virtual QVariantMap feedParametersForUpdating(TXStandardUpdateController *controller);
@@ -57,45 +58,72 @@ class TX_EXPORT TXStandardUpdateController final : public QObject, public TXUpda
     Q_PROPERTY(bool hasPostsToShowAtQuit READ hasPostsToShowAtQuit NOTIFY interfaceChanged FINAL)
     Q_PROPERTY(bool hasPostsToShowPassively READ hasPostsToShowPassively NOTIFY interfaceChanged FINAL)
 public:
+    /// Finds out whether the application can be updated where it is. setup() does the rest.
     TXStandardUpdateController();
     ~TXStandardUpdateController() override;
 
+    /// A combination of TXStandardUpdateControllerStatus bits.
     [[nodiscard]] unsigned status() const;
-    /// Stores the value and tells nobody.
+    /// Stores the value; call updateInterfaceForStatus() to report it.
     void setStatus(unsigned status);
     /// Not owned; null for none.
     [[nodiscard]] TXStandardUpdateControllerDelegate *delegate() const;
+    /// The delegate must exist until another one is set or the controller is destroyed.
     void setDelegate(TXStandardUpdateControllerDelegate *delegate);
+    /// The last feed that arrived; null before the first.
     [[nodiscard]] TXUpdateFeedPtr feed() const;
+    /// Applies a feed: chooses track and best update from it, shows its default posts and prepares those for
+    /// quitting. Null forgets the feed.
     void setFeed(const TXUpdateFeedPtr &feed);
+    /// The update that is offered; null if there is none.
     [[nodiscard]] TXUpdatePtr bestUpdate() const;
+    /// Offers another update, and starts its download if updates are downloaded automatically.
     void setBestUpdate(const TXUpdatePtr &update);
+    /// The track "release" of the feed, whose posts are shown; null without one.
     [[nodiscard]] TXUpdateTrackPtr track() const;
+    /// Shows the posts of another track. The best update stays.
     void setTrack(const TXUpdateTrackPtr &track);
 
     /// Call once: checks every day from five seconds on, with a system profile once a week unless
     /// TXUpdater::setSendsSystemProfile(false) was called, in this run or an earlier one.
     void setup();
+    /// The name of the application in alerts: QCoreApplication::applicationName().
     [[nodiscard]] static QString applicationName();
     /// One check, quiet or with the checking panel; `showUpdate`: offer what was found. With the panel this
     /// returns when the panel is closed. While another check runs, whoever started it, the panel joins that
     /// one and shows its result; a quiet check does nothing then.
     void checkForUpdateAndShowChecking(bool showChecking, bool showUpdate);
+    /// What a check does with a feed: see setFeed(). Then it shows the update panel (`showUpdate`), or the
+    /// message that there is nothing newer (`showChecking`).
     void checkingDidReceiveFeed(const TXUpdateFeedPtr &feed, bool showChecking, bool showUpdate);
+    /// Shows why a check failed; does nothing unless `showChecking`.
     void checkingDidReceiveError(const TXError &error, bool showChecking);
+    /// Shows the update panel, or raises it if it is open. Does nothing without a best update.
     void showBestUpdateInPanel();
-    /// True after telling the user that the application cannot be updated where it is.
+    /// Tells the user if the application cannot be updated where it is, and returns whether it did.
     bool complainIfInReadOnlyVolume();
+    /// Tells the delegate and emits interfaceChanged().
     void updateInterfaceForStatus();
 
+    /// Whether showPostsPassively() would show anything.
     [[nodiscard]] bool hasPostsToShowPassively() const;
+    /// Whether showPostsAtQuit() would show anything.
     [[nodiscard]] bool hasPostsToShowAtQuit() const;
+    /// Creates the window of showPostsAtQuit() in advance. Does nothing without posts.
     void preparePostsToShowAtQuit();
-    /// For when the application is about to quit. False when there is nothing to show.
+    /// Shows the posts with the display time "atQuit", modally, with a Quit button. Call it before the
+    /// application quits. False if there are none. The posts count as handled unless a page asks to be shown
+    /// again.
     bool showPostsAtQuit();
+    /// Shows the posts with the display time "passive", modally. False if there are none. The posts count as
+    /// handled unless a page asks to be shown again.
     bool showPostsPassively();
+    /// Shows the posts with that display time, modally, and records them as handled. False if there are none.
     bool displayPostsWithDisplayTime(TXUpdatePostDisplayTime time);
+    /// The posts of the track with that display time that are neither handled nor excluded by the delegate's
+    /// conditions.
     [[nodiscard]] QList<TXUpdatePostPtr> postsWithDisplayTime(TXUpdatePostDisplayTime time) const;
+    /// The posts whose launch requirement the delegate's conditions meet; all of them without conditions.
     [[nodiscard]] QList<TXUpdatePostPtr>
     postsPassingCurrentConditions(const QList<TXUpdatePostPtr> &posts) const;
 
@@ -105,6 +133,7 @@ public:
     void updaterShouldQuitToInstall(TXUpdater *updater, TXUpdate &update, const TXQuitReply &reply) override;
 
 Q_SIGNALS:
+    /// The status, the best update or the posts may have changed.
     void interfaceChanged();
 
 private:

@@ -17,7 +17,7 @@ class UpdateDownload;
 class UpdateInstallation;
 } // namespace tx
 
-/// The code, in TXCocoaErrorDomain, of an operation that did not fail but was called off: the application
+/// The code, in TXCocoaErrorDomain, of an operation that did not fail but was cancelled: the application
 /// refused to quit for an installation, or the update was destroyed meanwhile.
 inline constexpr int TXErrorCancelled = 3072;
 
@@ -56,7 +56,7 @@ class TX_EXPORT TXUpdate final : public QObject, public TXUpdateItem {
     Q_PROPERTY(quint64 downloadSize READ downloadSize NOTIFY downloadSizeChanged FINAL)
     Q_PROPERTY(bool isInstalling READ isInstalling NOTIFY isInstallingChanged FINAL)
     Q_PROPERTY(bool isInstalled READ isInstalled WRITE setInstalled NOTIFY isInstalledChanged FINAL)
-    // What follows from the properties above changes with them.
+    // Derived from the properties above, so they change with them.
     Q_PROPERTY(QDateTime date READ date NOTIFY itemChanged STORED false FINAL)
     Q_PROPERTY(bool isMajorVersion READ isMajorVersion NOTIFY itemChanged STORED false FINAL)
     Q_PROPERTY(bool isMinorVersion READ isMinorVersion NOTIFY itemChanged STORED false FINAL)
@@ -70,65 +70,93 @@ public:
     /// cancellation.
     using CompletionHandler = std::function<void(const TXError &error)>;
 
+    /// An empty update, for hosts that fill it themselves.
     TXUpdate();
-    ~TXUpdate() override;
+    ~TXUpdate() override; ///< Cancels; see above.
 
+    /// The headline of the update.
     [[nodiscard]] QString title() const;
+    /// Setters are for hosts that fill an update themselves. Each emits itemChanged() if the value changes.
     void setTitle(const QString &title);
     /// The build, used in comparisons and in the name of the download.
     [[nodiscard]] QString version() const;
+    /// See setTitle().
     void setVersion(const QString &version);
-    /// The version for people.
+    /// The version shown to people.
     [[nodiscard]] QString displayVersion() const;
+    /// See setTitle().
     void setDisplayVersion(const QString &version);
+    /// The date as the feed gives it; see date().
     [[nodiscard]] QString dateString() const override;
+    /// See setTitle().
     void setDateString(const QString &text);
+    /// What is new, as text or HTML, shown if there is no `releaseNotesURL` or it does not load.
     [[nodiscard]] QString itemDescription() const;
+    /// See setTitle().
     void setItemDescription(const QString &text);
+    /// A string of an appcast for the application's own use. The framework only stores it.
     [[nodiscard]] QString extra() const;
+    /// See setTitle().
     void setExtra(const QString &text);
-    /// Addresses are empty when absent.
+    /// The page with the release notes. A URL is empty if absent.
     [[nodiscard]] QUrl releaseNotesURL() const;
+    /// See setTitle().
     void setReleaseNotesURL(const QUrl &url);
-    /// The archive; empty when the user can only fetch the update from `linkURL`.
+    /// The archive; empty if the user can download the update only from `linkURL`.
     [[nodiscard]] QUrl fileURL() const;
+    /// See setTitle().
     void setFileURL(const QUrl &url);
+    /// A web page from which the user can download the update; empty if absent.
     [[nodiscard]] QUrl linkURL() const;
+    /// See setTitle().
     void setLinkURL(const QUrl &url);
-    /// Device-independent pixels; the zero size is no preference.
+    /// The size for the release notes in device-independent pixels; zero means no preference.
     [[nodiscard]] QSizeF preferredDisplaySize() const;
+    /// See setTitle().
     void setPreferredDisplaySize(const QSizeF &size);
+    /// Which applications and systems the update is for; absent: all.
     [[nodiscard]] std::optional<TXUpdateItemConditions> conditions() const override;
+    /// See setTitle().
     void setConditions(const std::optional<TXUpdateItemConditions> &conditions);
+    /// The update is downloaded only if the user asks for it.
     [[nodiscard]] bool excludeFromAutoDownloading() const;
+    /// See setTitle().
     void setExcludeFromAutoDownloading(bool exclude);
 
     /// `dateString` ("yyyy-MM-dd HH:mm:ss", US Pacific time) as a date; invalid for any other form.
     [[nodiscard]] QDateTime date() const override;
-    /// Exactly one of the three holds: decided on `displayVersion`.
+    /// Minor and patch number of `displayVersion` are 0 or absent. Exactly one of this and the next two
+    /// holds.
     [[nodiscard]] bool isMajorVersion() const;
+    /// `displayVersion` has a minor number other than 0, and the patch number 0 or none.
     [[nodiscard]] bool isMinorVersion() const;
+    /// `displayVersion` has a patch number other than 0.
     [[nodiscard]] bool isBugfixVersion() const;
-    /// There is an archive, and nothing against downloading it.
+    /// There is an archive, and no downloadRefusal().
     [[nodiscard]] bool canBeDownloaded() const;
-    /// Why the archive is not downloaded, for the user: a feed with an https URL may name only https
-    /// archives. Null when there is nothing against it, or no archive.
+    /// Why the archive may not be downloaded, for the user: a feed with an https URL may name only https
+    /// archives. Null if it may, or if there is no archive.
     [[nodiscard]] TXError downloadRefusal() const;
 
-    /// Same feed description: title, version, date, texts, addresses and conditions.
+    /// Equal in all that the feed says: title, version, date, strings, URLs and conditions.
     [[nodiscard]] bool isEqual(const TXUpdate &other) const;
 
     /// Ignores this version and every older one for 30 days; replaces what was ignored before.
     void ignore();
 
+    /// The archive is complete, at `downloadPath`.
     [[nodiscard]] bool isDownloaded() const;
+    /// For a host that downloads by itself: says that `downloadPath` is complete.
     void setDownloaded(bool downloaded);
+    /// True from downloadWithProgress() until just before its handler is called.
     [[nodiscard]] bool isDownloading() const;
     /// Full path of the archive while it is downloading and once it is downloaded, else null.
     [[nodiscard]] QString downloadPath() const;
+    /// For a host that downloads by itself: where the archive is.
     void setDownloadPath(const QString &path);
+    /// 0.0 to 1.0.
     [[nodiscard]] double downloadProgress() const;
-    /// Bytes; the largest number while the server has not said.
+    /// In bytes; the largest number while the size is unknown.
     [[nodiscard]] quint64 downloadSize() const;
 
     /// Downloads the archive into the update cache directory. Does nothing, and never calls the handlers,
@@ -141,8 +169,12 @@ public:
     /// Removes the folder that holds the download, with everything in it.
     void cleanup();
 
+    /// True from installWithErrorHandler() until its handler is called or the process ends.
     [[nodiscard]] bool isInstalling() const;
+    /// What setInstalled() stored; a failed installation clears it. The framework does not set it: a
+    /// successful installation ends the process.
     [[nodiscard]] bool isInstalled() const;
+    /// For a host that installs by itself.
     void setInstalled(bool installed);
 
     /// Unpacks the archive, asks the application to quit (TXUpdaterDelegate::updaterShouldQuitToInstall) and
@@ -158,13 +190,21 @@ public:
     void launch();
 
 Q_SIGNALS:
+    /// A value from the feed changed, and with it what is derived from it.
     void itemChanged();
+    /// isDownloaded() changed. All these signals are emitted after the change.
     void isDownloadedChanged();
+    /// isDownloading() changed.
     void isDownloadingChanged();
+    /// downloadPath() changed.
     void downloadPathChanged();
+    /// downloadProgress() changed; at most about ten times a second.
     void downloadProgressChanged();
+    /// downloadSize() changed.
     void downloadSizeChanged();
+    /// isInstalling() changed.
     void isInstallingChanged();
+    /// isInstalled() changed.
     void isInstalledChanged();
 
 private:
@@ -189,4 +229,5 @@ private:
     Content d;
 };
 
+/// The feed, panels and hosts share an update.
 using TXUpdatePtr = std::shared_ptr<TXUpdate>;

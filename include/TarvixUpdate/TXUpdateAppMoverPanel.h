@@ -3,14 +3,17 @@
 
 #include <TarvixUpdate/TXWindowController.h>
 
-/// A window for hosts that want to explain a move in their own words; the mover itself asks with an alert.
-/// Thread: main.
+/// A window for hosts that want to explain a move in their own words; the mover itself uses an alert.
+/// Thread: main. Ownership: the caller's.
 class TX_EXPORT TXUpdateAppMoverPanel : public TXWindowController {
     Q_OBJECT
 public:
+    /// The window is created when it is first requested.
     TXUpdateAppMoverPanel();
+    /// See TXWindowController.
     [[nodiscard]] QString windowNibName() const override;
 
 protected:
+    /// See TXWindowController.
     void windowDidLoad() override;
 };

@@ -11,43 +11,51 @@ class QLabel;
 class QProgressBar;
 class QPushButton;
 
-/// The content of the checking panel; tells its window when the desktop's appearance changes.
+/// The content of the checking panel. It tells its panel when the desktop's appearance changes. Thread: main.
 class TX_EXPORT TXUpdateCheckingPanelContentView final : public QWidget {
     Q_OBJECT
 public:
+    /// Created by the interface file. Owned by `parent`.
     explicit TXUpdateCheckingPanelContentView(QWidget *parent = nullptr);
+    /// Passes the change on to the panel.
     void viewDidChangeEffectiveAppearance();
 
 protected:
+    /// Notices that the appearance changes.
     bool event(QEvent *event) override;
 };
 
-/// The small modal panel of a visible check: "Checking for update…" with "Cancel", then, when nothing was
-/// found, that the application is up to date, with "OK". Used again for every check. Thread: main. Ownership:
-/// the caller's. Errors: no panel without its interface file.
+/// The small modal panel of a visible check. It shows "Checking for update…" with a Cancel button, and, if
+/// nothing newer was found, that the application is up to date, with an OK button. One panel serves all
+/// checks. Thread: main. Ownership: the caller's. Errors: see updateCheckingPanel().
 class TX_EXPORT TXUpdateCheckingPanel final : public QDialog {
     Q_OBJECT
 public:
-    /// Null, with a line in the log, when the interface file cannot be loaded. A part that the file does not
-    /// have is left out. When loading it throws - a part is of another kind, for example - the application
-    /// ends, after telling the user to move it.
+    /// A new panel. Null, with a line in the log, if the interface file cannot be loaded. A widget that the
+    /// file lacks is left out. If loading throws, for example because a widget has another type, the
+    /// application ends after an alert that asks the user to move it.
     static std::unique_ptr<TXUpdateCheckingPanel> updateCheckingPanel();
     ~TXUpdateCheckingPanel() override;
 
-    /// Shows the checking state as the application's modal window. 1 after close(), 0 after cancel(), and
-    /// when the application quits. Work for the main thread goes on meanwhile.
+    /// Shows the checking state as an application-modal window, and serves the main thread's work until it is
+    /// closed. Returns 1 after close(), 0 after cancel() or if the application quits.
     int runModal();
-    /// End the modal session, with 1 and 0. Nothing unless it runs.
+    /// Ends the modal session with 1. Does nothing unless it runs.
     void close();
+    /// Ends the modal session with 0. Does nothing unless it runs.
     void cancel();
-    /// Turns the running panel into the message that there is nothing newer.
+    /// Replaces the checking state with the message that there is nothing newer.
     void showUpToDate();
+    /// Adapts colours to a light or dark appearance.
     void didChangeEffectiveAppearance();
 
+    /// Escape counts as cancel().
     void reject() override { cancel(); }
 
 protected:
+    /// The desktop's close button counts as cancel(). So does the end of the application.
     void closeEvent(QCloseEvent *event) override;
+    /// The panel can be moved by its background.
     void mousePressEvent(QMouseEvent *event) override;
 
 private:

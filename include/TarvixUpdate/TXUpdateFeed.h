@@ -14,59 +14,69 @@ template <typename T>
 class Result;
 }
 class TXUpdateFeed;
+/// Handlers and hosts share a feed.
 using TXUpdateFeedPtr = std::shared_ptr<TXUpdateFeed>;
 
-/// `text` for the value of a query item: reserved and non-ASCII characters percent-encoded, every other ASCII
-/// character as it is. Thread: any.
+/// Encodes `text` for the value of a query item: reserved and non-ASCII characters are percent-encoded, other
+/// ASCII characters stay. Thread: any.
 [[nodiscard]] TX_EXPORT QString EscapeForURL(const QString &text);
 
 /// One fetch of the update feed and its result.
-/// Thread: made on any thread; parsed on the network thread, read on the main thread after that.
+/// Thread: create it on any thread; it is parsed on the network thread and used on the main thread after
+/// that. Ownership: shared. Errors: passed to the handler, with messages for users.
 class TX_EXPORT TXUpdateFeed final : public std::enable_shared_from_this<TXUpdateFeed> {
 public:
     /// The feed, and an error that is null on success. Called exactly once after fetch(), on the network
     /// thread, unless the application ends first.
     using CompletionHandler = std::function<void(const TXUpdateFeedPtr &feed, const TXError &error)>;
+    /// Release tracks by name.
     using TrackMap = QMap<QString, TXUpdateTrackPtr>;
 
-    /// Fetches and parses. `parameters` goes into the request's body only, like the profile, which may be
-    /// null. The feed keeps itself alive until the handler has been called.
+    /// Creates a feed and fetches it. `parameters` and `profile` (which may be null) are sent in the body of
+    /// the request. The feed keeps itself alive until the handler has been called. Thread: any.
     static void fetchFeedAtURL(const QUrl &url, const QVariantMap &parameters,
                                const TXUpdateSystemProfilePtr &profile, const CompletionHandler &handler);
 
+    /// A feed that has not been fetched; see fetchFeedAtURL() for the arguments.
     TXUpdateFeed(const QUrl &url, const QVariantMap &parameters, const TXUpdateSystemProfilePtr &profile,
                  const CompletionHandler &handler);
-    ~TXUpdateFeed();
+    ~TXUpdateFeed(); ///< A running fetch continues.
     TXUpdateFeed(const TXUpdateFeed &) = delete;
     TXUpdateFeed &operator=(const TXUpdateFeed &) = delete;
 
-    /// The address as configured, without the added query.
+    /// The URL as given, without the added query.
     [[nodiscard]] QUrl URL() const;
-    /// The updates of the track "release", absent without one.
+    /// The updates of the track "release"; absent if the feed has no such track.
     [[nodiscard]] std::optional<QList<TXUpdatePtr>> updates() const;
     /// The recommended update of the track "release"; null when there is none.
     [[nodiscard]] TXUpdatePtr recommendedUpdate() const;
     /// All tracks by name; empty until a fetch has succeeded.
     [[nodiscard]] TrackMap releaseTracks() const;
 
-    /// Starts the one fetch of this object; a second call does nothing. The handler is also called when this
-    /// object goes meanwhile. It gets this object when a shared pointer owns it, else one with the same
+    /// Fetches and parses the feed. A second call does nothing. The handler is called even if this object is
+    /// destroyed meanwhile. It gets this object if a shared pointer owns it, otherwise one with the same
     /// content. Thread: any.
     void fetch();
-    /// The configured address with the application's name, build and anonymous identifier; empty when the
-    /// result is no URL.
+    /// URL() with the application's name, build and anonymous identifier in the query; empty if the result is
+    /// not a valid URL.
     [[nodiscard]] QUrl URLWithParameters() const;
-    /// The JSON body; null when there is neither a profile nor a parameter.
+    /// The JSON body of the request; null if there is neither a profile nor a parameter.
     [[nodiscard]] QByteArray requestBody() const;
+    /// See TXUpdater::anonymousUUID().
     [[nodiscard]] static QString anonymousUUID();
 
-    /// Read a body, JSON or an appcast, and call the handler. A body that is moved here has gone by then.
+    /// Reads the body of a JSON feed and calls the handler. A body moved here has been freed by then.
     void parseJSONData(QByteArray data);
+    /// The same for an appcast.
     void parseXMLData(QByteArray data);
+    /// Calls the handler, once, with this feed and `error`.
     void completedWithError(const TXError &error);
 
+    /// The error of a feed for a transfer that failed with `error`.
     static TXError errorForLoading(const TXError &error);
+    /// The error of a feed that cannot be read.
     static TXError errorForInvalidFormat();
+    /// The error of a feed whose server answered with another status than 200.
     static TXError errorForHTTPStatus(int status);
 
 private:

@@ -3,8 +3,8 @@
 
 #include <TarvixUpdate/TXBundle.h>
 
-/// Facts about the application that links the framework. Values are read once, when the instance is made.
-/// Thread: any, except setVersion, which is meant to be called before checks start.
+/// Facts about the application that links the framework. They are read once, when the instance is created.
+/// Thread: any, except setVersion(), which must be called before checks start.
 class TX_EXPORT TXUpdateHost {
 public:
     /// The one instance for this application; never deleted.
@@ -12,37 +12,46 @@ public:
     /// The same instance.
     static TXUpdateHost *currentHost();
 
-    virtual ~TXUpdateHost();
+    virtual ~TXUpdateHost(); ///< Only for derived classes.
     TXUpdateHost(const TXUpdateHost &) = delete;
     TXUpdateHost &operator=(const TXUpdateHost &) = delete;
 
+    /// The application's bundle.
     [[nodiscard]] TXBundle bundle() const { return m_bundle; }
     /// The running system as "major.minor.patch".
     [[nodiscard]] QString systemVersionString() const { return m_systemVersionString; }
-    /// CFBundleDisplayName, else CFBundleName, else the bundle's file name without extension.
+    /// CFBundleDisplayName, otherwise CFBundleName, otherwise the bundle's file name without extension.
     [[nodiscard]] QString name() const { return m_name; }
-    /// The build, CFBundleVersion; null when absent.
+    /// The build, CFBundleVersion; null if absent.
     [[nodiscard]] QString version() const { return m_version; }
-    /// CFBundleShortVersionString, else the build.
+    /// The version shown to people: CFBundleShortVersionString, otherwise the build.
     [[nodiscard]] QString displayVersion() const { return m_displayVersion; }
 
-    /// Pretends to be another build.
+    /// Makes the framework treat the application as this build.
     void setVersion(const QString &version) { m_version = version; }
 
-    /// Asked of the system on each call.
+    /// Whether the application cannot be replaced where it is. Asks the system on each call.
     [[nodiscard]] bool isRunningOnReadOnlyVolume() const;
+    /// Whether the system runs the application from a hidden copy; always false on Linux.
     [[nodiscard]] bool isRunningTranslocated() const;
+    /// Whether the application cannot show windows, because it has no QGuiApplication.
     [[nodiscard]] bool isBackgroundApplication() const;
 
 protected:
+    /// For derived classes, which set members and then call init().
     TXUpdateHost();
     /// Fills every member that is still null.
     void init();
 
+    /// See bundle().
     TXBundle m_bundle;
+    /// See systemVersionString().
     QString m_systemVersionString;
+    /// See name().
     QString m_name;
+    /// See version().
     QString m_version;
+    /// See displayVersion().
     QString m_displayVersion;
 };
 

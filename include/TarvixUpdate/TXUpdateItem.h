@@ -14,28 +14,29 @@
 namespace tx {
 class FeedEntry;
 
-/// For the framework's readers: where a feed's own texts of an item stand, in a block that the item shares
-/// with its neighbours. What the item says is read from there when it is asked for: an object for each text
-/// of a long feed would take many times its size. A value.
+/// For the framework's readers: where an item's strings are, in a block that the item shares with its
+/// neighbours. A string is read from there when it is requested, because an object for each string of a long
+/// feed would take many times its size. A value.
 struct PackedEntry {
     std::shared_ptr<const std::string> block; ///< null: none
     quint32 position = 0;
     bool hasConditions = false;
     bool isFromSecureFeed = false;
 
-    /// The texts; they live as long as the block.
+    /// The strings; valid as long as the block.
     [[nodiscard]] FeedEntry read() const;
 };
 } // namespace tx
 
-/// What an item requires of the launch of the application.
+/// Which launches of the application an item is for.
 enum TXUpdateConditionLaunch : quint64 {
-    TXUpdateConditionLaunchAny = 0,
-    TXUpdateConditionLaunchFirst = 1,
-    TXUpdateConditionLaunchNotFirst = 2,
+    TXUpdateConditionLaunchAny = 0,      ///< every launch
+    TXUpdateConditionLaunchFirst = 1,    ///< only the first one
+    TXUpdateConditionLaunchNotFirst = 2, ///< every launch but the first one
 };
 
-/// "first", "notFirst" and "any"; every other text, a null one included, is TXUpdateConditionLaunchNotFirst.
+/// Reads "first", "notFirst" and "any"; every other string, also a null one, is
+/// TXUpdateConditionLaunchNotFirst.
 [[nodiscard]] TX_EXPORT TXUpdateConditionLaunch TXUpdateConditionLaunchFromString(const QString &text);
 
 /// Whether an application in the state `current` meets `required`.
@@ -46,37 +47,44 @@ enum TXUpdateConditionLaunch : quint64 {
 /// absent is a null string. A value; thread: any.
 class TX_EXPORT TXUpdateItemConditions {
 public:
+    /// The lowest build of the application, inclusive.
     QString minimumAppBuild;
+    /// The highest build of the application, inclusive.
     QString maximumAppBuild;
+    /// The lowest version of the system, inclusive.
     QString minimumSystemVersion;
+    /// The highest version of the system, inclusive.
     QString maximumSystemVersion;
+    /// For posts: the launches of the application at which the post is shown.
     TXUpdateConditionLaunch launch = TXUpdateConditionLaunchAny;
 
     /// Reads "minBuild", "maxBuild", "minSystemVersion", "maxSystemVersion" and "launch" of a feed entry,
-    /// such as QJsonObject::toVariantMap() gives it. A value that is not a text is taken in its text form, as
-    /// the reader of JSON feeds does; a missing one and null are absent.
+    /// such as QJsonObject::toVariantMap() gives it. A value that is not a string is converted to one, as
+    /// the reader of JSON feeds does; a missing value and null are absent.
     [[nodiscard]] static TXUpdateItemConditions conditionsFromDictionary(const QVariantMap &entry);
 
-    /// Absent bounds equal only absent ones.
+    /// An absent bound equals only an absent one.
     [[nodiscard]] bool isEqual(const TXUpdateItemConditions &other) const;
+    /// See isEqual().
     friend bool operator==(const TXUpdateItemConditions &a, const TXUpdateItemConditions &b) {
         return a.isEqual(b);
     }
 };
 
-/// The running application's state, made by the host.
+/// The running application's state, provided by the host.
 struct TXUpdateCurrentConditions {
     /// TXUpdateConditionLaunchFirst on the first launch, else TXUpdateConditionLaunchNotFirst.
     TXUpdateConditionLaunch launch = TXUpdateConditionLaunchAny;
 };
 
-/// What updates and posts share.
+/// The common part of updates and posts. Thread: see TXUpdate and TXUpdatePost.
 class TX_EXPORT TXUpdateItem {
 public:
     virtual ~TXUpdateItem();
-    /// `dateString` read as a date; invalid when it does not parse.
+    /// `dateString` as a date; invalid if it cannot be parsed.
     [[nodiscard]] virtual QDateTime date() const = 0;
     /// As the feed gives it.
     [[nodiscard]] virtual QString dateString() const = 0;
+    /// Which applications, systems and launches the item is for; absent: all.
     [[nodiscard]] virtual std::optional<TXUpdateItemConditions> conditions() const = 0;
 };

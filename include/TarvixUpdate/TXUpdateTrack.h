@@ -12,10 +12,10 @@
 /// Thread: a value; any.
 class TX_EXPORT TXUpdateDateFormatter {
 public:
-    /// "2026-01-31T12:00:00+0100" as a date with that offset; invalid for every other form, such as the one
-    /// of the dates in feeds.
+    /// Parses "2026-01-31T12:00:00+0100" to a date with that offset; invalid for every other form, also for
+    /// that of dates in feeds.
     [[nodiscard]] QDateTime dateFromString(const QString &text) const;
-    /// The same form, in the user's time zone. Null for an invalid date.
+    /// Formats a date in the same form, in the user's time zone. Null for an invalid date.
     [[nodiscard]] QString stringFromDate(const QDateTime &date) const;
 };
 
@@ -23,39 +23,44 @@ public:
 /// Thread: main; reads and writes the record of handled posts in the user defaults.
 class TX_EXPORT TXUpdateTrack {
 public:
+    /// A track with these items, in feed order.
     TXUpdateTrack(const QString &name, const QList<TXUpdatePtr> &updates,
                   const QList<TXUpdatePostPtr> &posts);
-    /// For the framework's readers: each function is called once, when what it makes is first asked for, on
-    /// the thread that asks.
+    /// For the framework's readers: each function is called once, when its items are first requested, on the
+    /// requesting thread.
     static std::shared_ptr<TXUpdateTrack> trackWithItems(const QString &name,
                                                          std::function<QList<TXUpdatePtr>()> makeUpdates,
                                                          std::function<QList<TXUpdatePostPtr>()> makePosts);
 
+    /// The name of the track, such as "release".
     [[nodiscard]] QString name() const { return m_name; }
+    /// The updates in feed order.
     [[nodiscard]] QList<TXUpdatePtr> updates() const;
+    /// The posts in feed order.
     [[nodiscard]] QList<TXUpdatePostPtr> posts() const;
 
-    /// The newest update that the user does not ignore, the first of equal ones; null when there is none.
+    /// The newest update that the user does not ignore, the first of equal ones; null if there is none.
     [[nodiscard]] TXUpdatePtr recommendedUpdate() const;
-    /// The same among the updates dated before `limit`, when that is valid.
+    /// The same among the updates dated before `limit`; among all if `limit` is invalid.
     [[nodiscard]] TXUpdatePtr recommendedUpdateBefore(const QDateTime &limit) const;
 
     /// Posts dated at or after `date`; a post without a date always counts.
     [[nodiscard]] QList<TXUpdatePostPtr> postsSinceDate(const QDateTime &date) const;
     /// Posts of the last 90 days.
     [[nodiscard]] QList<TXUpdatePostPtr> recentPosts() const;
-    /// The latest date among the handled posts; invalid when none can be read.
+    /// The latest date among the handled posts; invalid if none can be read.
     [[nodiscard]] QDateTime dateOfMostRecentlyHandledPost() const;
-    /// Posts since that date, or recent ones when there is none.
+    /// Posts since that date, or recent posts if there is no such date.
     [[nodiscard]] QList<TXUpdatePostPtr> recentUnhandledPosts() const;
     /// Recent posts of that display time that are not recorded as handled.
     [[nodiscard]] QList<TXUpdatePostPtr> unhandledPostsWithDisplayTime(TXUpdatePostDisplayTime time) const;
+    /// unhandledPostsWithDisplayTime() for the default display time.
     [[nodiscard]] QList<TXUpdatePostPtr> postsToDisplayDefault() const;
 
     /// A new formatter for the dates of the posts-check-info record. Thread: any.
     [[nodiscard]] static TXUpdateDateFormatter postsCheckDateFormatter();
-    /// This track's part of the posts-check-info record; empty when absent. Titles and dates that hold
-    /// characters which no property list can hold are escaped in it (docs/architecture.md).
+    /// This track's part of the posts-check-info record; empty if absent. Titles and dates with characters
+    /// that a property list cannot contain are escaped in it (docs/architecture.md).
     [[nodiscard]] QVariantMap postsCheckInfo() const;
     /// Records the posts as handled.
     void updatePostsCheckInfoToHandlePosts(const QList<TXUpdatePostPtr> &posts) const;
@@ -66,4 +71,5 @@ private:
     std::shared_ptr<Items> m_items;
 };
 
+/// A feed and its host share a track.
 using TXUpdateTrackPtr = std::shared_ptr<TXUpdateTrack>;

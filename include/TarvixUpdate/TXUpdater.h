@@ -12,11 +12,12 @@
 class TXStandardUpdateController;
 class TXUpdater;
 
-/// What a host may tell the updater and hear from it. All calls arrive on the main thread.
+/// What the updater asks its host and reports to it. Thread: all calls arrive on the main thread. Ownership:
+/// the host's.
 class TX_EXPORT TXUpdaterDelegate {
 public:
     virtual ~TXUpdaterDelegate();
-    /// Extra parameters for the feed request, asked once a check. An empty map adds none.
+    /// Extra parameters for the feed request, requested once for each check. An empty map adds none.
     virtual QVariantMap feedParametersForUpdater(TXUpdater *updater);
     /// The end of a check that was started without a handler: a feed, or an error.
     virtual void updaterDidCheckForUpdate(TXUpdater *updater, const TXUpdateFeedPtr &feed,
@@ -63,30 +64,41 @@ public:
     /// True from the start of a check until just before its result is reported, so that a check may be
     /// started from the handler. Thread: any.
     [[nodiscard]] bool isChecking() const;
+    /// For the framework. Hosts do not call it.
     void setChecking(bool checking);
-    /// Not owned; null for none. It must outlive its time as the delegate.
+    /// Not owned; null for none. It must exist until another delegate is set.
     [[nodiscard]] TXUpdaterDelegate *delegate() const;
+    /// Null removes the delegate.
     void setDelegate(TXUpdaterDelegate *delegate);
+    /// The URL of the feed; empty if none is set.
     [[nodiscard]] QUrl feedURL() const;
     /// An empty URL removes the setting.
     void setFeedURL(const QUrl &url);
     /// Decides which version is newer; the two or-equal tests keep to the built-in comparison.
     [[nodiscard]] VersionComparator versionComparator() const;
+    /// Null restores the built-in comparison.
     void setVersionComparator(const VersionComparator &comparator);
-    /// Seconds between automatic checks; none are made unless it is positive.
+    /// Seconds between automatic checks; there are none unless it is positive.
     [[nodiscard]] double updateCheckInterval() const;
+    /// Stored. The timer starts again with the new interval.
     void setUpdateCheckInterval(double seconds);
+    /// Whether the timer runs.
     [[nodiscard]] bool automaticallyChecksForUpdates() const;
+    /// Stored. Starts or stops the timer.
     void setAutomaticallyChecksForUpdates(bool automatically);
+    /// Whether the standard controller downloads the best update without asking.
     [[nodiscard]] bool automaticallyDownloadsUpdates() const;
+    /// Stored.
     void setAutomaticallyDownloadsUpdates(bool automatically);
+    /// Whether a check carries the system profile once a week.
     [[nodiscard]] bool sendsSystemProfile() const;
+    /// Stored; takes effect with the next check.
     void setSendsSystemProfile(bool sends);
     /// When a feed last arrived; invalid before the first.
     [[nodiscard]] QDateTime lastUpdateCheckDate() const;
     /// Always false in this version.
     [[nodiscard]] bool isUpdating() const;
-    /// Where downloads and unpacked archives stand. Not made here.
+    /// The folder for downloads and unpacked archives. This call does not create it.
     [[nodiscard]] QString updateCacheDirectoryFilePath() const;
     /// The installation's random identifier: 36 characters, made once and kept.
     [[nodiscard]] static QString anonymousUUID();
@@ -101,17 +113,22 @@ public:
     /// Offers to move the application into an Applications folder; see TXUpdateAppMover. Thread: main.
     static TXUpdateAppMover::Result moveToApplicationsFolderIfNecessary();
 
-    /// -1 when `a` is older than `b`, 0, or 1. Thread: any.
+    /// -1 if `a` is older than `b`, 0 if equal, 1 if newer. Thread: any.
     [[nodiscard]] static int compareVersionToVersion(const QString &a, const QString &b);
+    /// Whether `a` is newer than `b`; uses the version comparator. Thread: any.
     [[nodiscard]] static bool isVersionNewerThanVersion(const QString &a, const QString &b);
+    /// Whether `a` is newer than or equal to `b`, by the built-in comparison. Thread: any.
     [[nodiscard]] static bool isVersionNewerOrEqualToVersion(const QString &a, const QString &b);
+    /// Whether `a` is older than or equal to `b`, by the built-in comparison. Thread: any.
     [[nodiscard]] static bool isVersionOlderOrEqualToVersion(const QString &a, const QString &b);
 
     /// Whether the item's bounds hold and, for an update, its version is newer than `build`. Thread: any.
     [[nodiscard]] static bool isItemRelevantForAppBuild(const TXUpdateItem &item, const QString &build,
                                                         const QString &osVersion);
+    /// The relevant updates, in their order. Thread: any.
     [[nodiscard]] static QList<TXUpdatePtr>
     relevantItemsForAppBuild(const QList<TXUpdatePtr> &items, const QString &build, const QString &osVersion);
+    /// The relevant posts, in their order. Thread: any.
     [[nodiscard]] static QList<TXUpdatePostPtr> relevantItemsForAppBuild(const QList<TXUpdatePostPtr> &items,
                                                                          const QString &build,
                                                                          const QString &osVersion);
@@ -119,7 +136,9 @@ public:
     [[nodiscard]] static bool isUpdateIgnored(const TXUpdate &update);
 
 Q_SIGNALS: // on the main thread
+    /// isChecking() changed.
     void isCheckingChanged();
+    /// One of the stored settings changed.
     void settingsChanged();
 
 private:

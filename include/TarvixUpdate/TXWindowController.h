@@ -7,24 +7,28 @@
 
 #include <memory>
 
-/// Owns a window whose content comes from an interface file of the framework, loaded when the window is first
-/// asked for. Thread: main.
+/// Owns a window whose content comes from an interface file of the framework. The window is loaded when it is
+/// first requested. Thread: main. Ownership: the caller's. Errors: see window().
 class TX_EXPORT TXWindowController : public QObject {
     Q_OBJECT
 public:
-    ~TXWindowController() override;
-    /// Name of the interface file, without its suffix.
+    ~TXWindowController() override; ///< Destroys the window.
+    /// The name of the interface file, without its suffix.
     [[nodiscard]] virtual QString windowNibName() const = 0;
-    /// Null, with a line in the log, when the interface file cannot be loaded.
+    /// The window, loaded now if necessary. Null, with a line in the log, if the interface file cannot be
+    /// loaded.
     QDialog *window();
+    /// Whether window() has loaded the window.
     [[nodiscard]] bool isWindowLoaded() const { return m_window != nullptr; }
 
 protected:
+    /// The window is loaded later, by window().
     TXWindowController();
-    /// Called once, when the window has been loaded.
+    /// Called once after the window has been loaded.
     virtual void windowDidLoad();
+    /// The content of the interface file; null while no window is loaded.
     [[nodiscard]] QWidget *contentView() const { return m_contentView; }
-    /// Destroys the window; window() loads it anew.
+    /// Destroys the window; window() loads it again.
     void unloadWindow();
 
 private:
