@@ -302,8 +302,12 @@ TEST_F(RewrittenFeed, IsTheOldTheNewOrAnError) {
     ASSERT_GE(at, 0) << line.constData();
     const QUrl url(QString::fromUtf8(line.mid(at)).trimmed() + u"feed.json"_s);
     std::atomic<bool> stop{false};
+    std::atomic<int> fetched{0};
     std::thread writer([&] {
         for (int build = 2000; !stop; ++build) {
+            // Every tenth one stays until somebody has asked for it after it was complete.
+            for (const int before = fetched; build % 10 == 0 && fetched < before + 2 && !stop;)
+                std::this_thread::yield();
             // Not as one should: in place, and in two pieces.
             const QByteArray text = content(build % 8000 + 2000);
             std::ofstream out(file.toStdString(), std::ios::trunc);
@@ -315,12 +319,13 @@ TEST_F(RewrittenFeed, IsTheOldTheNewOrAnError) {
     int read = 0;
     int refused = 0;
     for (int i = 0; i < 300; ++i) {
-        const tx::test::FetchedFeed fetched = tx::test::fetchFeed(url);
-        if (fetched.error) {
+        const tx::test::FetchedFeed answer = tx::test::fetchFeed(url);
+        ++fetched;
+        if (answer.error) {
             ++refused;
             continue;
         }
-        if (const TXUpdatePtr update = fetched.feed->recommendedUpdate()) {
+        if (const TXUpdatePtr update = answer.feed->recommendedUpdate()) {
             ++read;
             EXPECT_EQ(update->version(), update->displayVersion());
             EXPECT_TRUE(update->fileURL().path().contains(update->version()));
