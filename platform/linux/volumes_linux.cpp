@@ -26,7 +26,8 @@ VolumeInfo described(const QString &rootPath, const QString &device, bool isRead
 
 std::optional<VolumeInfo> volumeInfo(const QString &path) {
     const QStorageInfo volume(path);
-    if (!volume.isValid())
+    // What the mount table does not name has no device, and since Qt 6.8 the path itself for a root.
+    if (!volume.isValid() || volume.device().isEmpty())
         return volumeByFileSystem(path);
     return described(volume.rootPath(), QFile::decodeName(volume.device()), volume.isReadOnly());
 }

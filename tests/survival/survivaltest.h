@@ -75,20 +75,39 @@ protected:
     }
     void openFolder() const { chmod(QFile::encodeName(root + u"/Applications"_s).constData(), 0755); }
 
+    /// The host, and the framework's resources. Another user may not be able to enter the folders of this
+    /// build.
+    QString faultHost() const {
+        return inPlace ? path(u"programs/fault_host"_s)
+                       : tx::test::helpersFolder() + u"/survival/fault_host"_s;
+    }
+    QString realResources() const {
+        return inPlace ? path(u"programs/Resources"_s) : tx::test::resourcesFolder();
+    }
+    void copyPrograms() const {
+        if (!inPlace || QFileInfo::exists(path(u"programs"_s)))
+            return;
+        QDir().mkpath(path(u"programs"_s));
+        EXPECT_EQ(
+            runProcess(u"cp"_s, {u"-R"_s, tx::test::resourcesFolder(), path(u"programs/Resources"_s)}).status,
+            0);
+        EXPECT_TRUE(QFile::copy(tx::test::helpersFolder() + u"/survival/fault_host"_s, faultHost()));
+    }
+
     /// An application that records that it was opened, and is the fault host when it is given a command.
     QByteArray program(const QByteArray &build) const {
         return "#!/bin/sh\n[ $# = 0 ] && { echo " + build + " >> '" + launches.toUtf8() +
-               "'; exit 0; }\nexec '" + tx::test::helpersFolder().toUtf8() + "/survival/fault_host' '" +
-               app.toUtf8() + "' \"$@\"\n";
+               "'; exit 0; }\nexec '" + faultHost().toUtf8() + "' '" + app.toUtf8() + "' \"$@\"\n";
     }
     void prepare() {
         openFolder();
+        copyPrograms();
         QDir(root).removeRecursively();
         makeBundle(app, {.build = u"1"_s, .displayVersion = u"1.0"_s, .program = program("1")});
         writeFile(app + u"/Contents/Resources/only-old"_s, "x");
         oldTree = treeOf(subject());
         QDir().mkpath(root + u"/home"_s);
-        const QString real = tx::test::resourcesFolder();
+        const QString real = realResources();
         QDir().mkpath(resources);
         for (const QString &name : namesIn(real)) {
             if (name != u"TXUpdateInstaller.app" && name != u"ditto")
@@ -171,7 +190,7 @@ protected:
         environment.insert(u"FAULT_PLAN"_s, plan);
         host.setProcessEnvironment(environment);
         host.setProcessChannelMode(QProcess::MergedChannels);
-        const QString program = tx::test::helpersFolder() + u"/survival/fault_host"_s;
+        const QString program = faultHost();
         const bool asUser = inPlace && geteuid() == 0;
         host.setProgram(asUser ? u"setpriv"_s : program);
         const QStringList user{u"--reuid=65534"_s, u"--regid=65534"_s, u"--clear-groups"_s, program};
