@@ -4,7 +4,8 @@ set(objects)
 foreach(folder IN LISTS folders)
   list(APPEND objects $<TARGET_OBJECTS:${folder}>)
 endforeach()
-set(dependencies Qt6::Network simdjson::simdjson PkgConfig::xml2 PkgConfig::plist ZLIB::ZLIB Threads::Threads)
+set(dependencies
+  Qt6::Network simdjson::simdjson PkgConfig::xml2 PkgConfig::plist ZLIB::ZLIB tarvix_static_sodium Threads::Threads)
 
 add_library(TarvixUpdate SHARED ${objects})
 add_library(TarvixUpdate::TarvixUpdate ALIAS TarvixUpdate)
@@ -14,9 +15,10 @@ target_include_directories(TarvixUpdate PUBLIC
 target_compile_features(TarvixUpdate PUBLIC cxx_std_20)
 set_target_properties(TarvixUpdate PROPERTIES
   VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR} AUTOMOC OFF LINKER_LANGUAGE CXX)
-target_link_options(TarvixUpdate PRIVATE -Wl,--no-undefined -Wl,--as-needed)
+# What libsodium defines stays inside: a host may use another version of it.
+target_link_options(TarvixUpdate PRIVATE -Wl,--no-undefined -Wl,--as-needed -Wl,--exclude-libs,libsodium.a)
 if(TARVIXUPDATE_SANITIZE)
-  set_target_properties(TarvixUpdate PROPERTIES LINK_OPTIONS "-Wl,--as-needed")
+  set_target_properties(TarvixUpdate PROPERTIES LINK_OPTIONS "-Wl,--as-needed;-Wl,--exclude-libs,libsodium.a")
 endif()
 
 # Everything but the user interface comes out of this archive only when it is used, so a program without

@@ -42,7 +42,7 @@ find_package(OpenSSL QUIET)
 tarvix_need(OPENSSL_FOUND "OpenSSL")
 # For the tools that stand alone. A tool that was linked to a shared library in place of a static one would fail only on
 # a machine without it.
-set(TARVIX_STATIC_LIBRARIES z acl bz2 lzma nettle zstd archive)
+set(TARVIX_STATIC_LIBRARIES z acl bz2 lzma nettle zstd archive sodium)
 foreach(name IN LISTS TARVIX_STATIC_LIBRARIES)
   find_library(TARVIXUPDATE_STATIC_${name} lib${name}.a)
   tarvix_need(TARVIXUPDATE_STATIC_${name} "the static library lib${name}.a (or set TARVIXUPDATE_STATIC_${name} to its path)")

@@ -1,0 +1,37 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+/// How bytes, numbers, dates and names are written in keys and signatures. Each has exactly one written form:
+/// what is written in any other way is not read.
+namespace tx::trust {
+
+[[nodiscard]] std::string base64(const unsigned char *bytes, size_t size);
+/// Fills exactly `size` bytes. False unless `text` is what base64() makes of them.
+[[nodiscard]] bool decodeBase64(std::string_view text, unsigned char *bytes, size_t size);
+
+/// A value of a trusted comment: every byte of `text` other than A-Z a-z 0-9 . _ and a single "-" becomes
+/// %XX. A
+/// "-" after a "-" does, too, as an XML comment must not hold "--".
+[[nodiscard]] std::string encodeValue(std::string_view text);
+/// The text whose encodeValue() is `value`; absent when there is none, or when it is not UTF-8.
+[[nodiscard]] std::optional<std::string> decodeValue(std::string_view value);
+
+/// "0", or up to 19 digits of which the first is not 0.
+[[nodiscard]] std::optional<uint64_t> parseNumber(std::string_view text);
+
+/// Seconds since 1970 of YYYY-MM-DDTHH:MM:SSZ; absent for other forms and for days and times that do not
+/// exist.
+[[nodiscard]] std::optional<int64_t> parseDate(std::string_view text);
+/// The same backwards, for the years 0 to 9999; empty for others.
+[[nodiscard]] std::string formatDate(int64_t seconds);
+
+/// `text` for an error: at most 60 bytes of it, control characters and bytes that are not ASCII as %XX.
+[[nodiscard]] std::string shown(std::string_view text);
+
+} // namespace tx::trust

@@ -1,0 +1,62 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "trust/firstline.h"
+#include "trust/signaturetext.h"
+
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+
+namespace tx::trust {
+
+/// What a feed's signature says of it.
+struct FeedClaim {
+    std::string bundle;             ///< identifier of the application
+    std::string feed;               ///< the feed's name
+    uint64_t serial = 0;            ///< seconds since 1970
+    std::optional<int64_t> expires; ///< seconds since 1970; absent: never
+
+    friend bool operator==(const FeedClaim &, const FeedClaim &) = default;
+};
+
+/// A feed may be valid for so long after its serial. Seconds.
+inline constexpr int64_t longestValidity = int64_t(400) * 24 * 3600;
+
+/// The trusted comment of a claim, and back. Fault: Signature, also for an expiry beyond the longest
+/// validity.
+[[nodiscard]] std::string feedComment(const FeedClaim &claim);
+Outcome<FeedClaim> parseFeedComment(const Words &words);
+
+/// For which host a feed is.
+struct WantedFeed {
+    std::string bundle;
+    std::string feed;
+};
+
+/// A feed that one of the application's keys has signed. Only verify() makes one. Whether it is old or
+/// expired is for judgeFreshness() (trust/freshness.h).
+class VerifiedFeed {
+public:
+    /// `document`: what came from the server, content codings undone. What the reader is given is made in it,
+    /// over the end of the first line; a document that is refused stays as it was. Faults: Unsigned,
+    /// FeedLine, Signature, Forged, Mismatch.
+    static Outcome<VerifiedFeed> verify(const PublicKeys &keys, std::span<char> document,
+                                        const WantedFeed &wanted);
+
+    [[nodiscard]] const FeedClaim &claim() const { return m_claim; }
+    [[nodiscard]] FeedFormat format() const { return m_format; }
+    /// Where the part of the document begins that the reader is given. It goes on to the end.
+    [[nodiscard]] size_t documentAt() const { return m_documentAt; }
+
+private:
+    VerifiedFeed() = default;
+
+    FeedClaim m_claim;
+    FeedFormat m_format = FeedFormat::Json;
+    size_t m_documentAt = 0;
+};
+
+} // namespace tx::trust
