@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "cli/commands.h"
 #include "cli/supervisor.h"
+#include "cli/trustwords.h"
 
 #include <CLI/CLI.hpp>
 
@@ -45,11 +46,11 @@ struct Words {
 
 int main(int argc, char **argv) {
     using namespace tx::cli;
-    CLI::App application(
-        "For people who publish, host and debug update feeds.\n"
-        "Exit status: 0 done; 1 the feed fails, an entry would be dropped or the update did not "
-        "work; 64 wrong command line; 65 unreadable input line.",
-        "txupdate");
+    CLI::App application("For people who publish, host and debug update feeds.\n"
+                         "Exit status: 0 done; 1 the feed fails, an entry would be dropped, something is not "
+                         "signed as it must be or "
+                         "the update did not work; 64 wrong command line; 65 unreadable input line.",
+                         "txupdate");
     application.require_subcommand(1);
     application.set_version_flag("--version", TARVIXUPDATE_VERSION);
     Words words;
@@ -66,7 +67,7 @@ int main(int argc, char **argv) {
                    "Without an argument, read one JSON string a line from standard input.");
     auto *versionText = versionCommand->add_option("TEXT", words.a, "such as \"2.1.3 rc1\"");
 
-    auto *feed = application.add_subcommand("feed", "Look at a feed.");
+    auto *feed = application.add_subcommand("feed", "Look at a feed, or sign it.");
     feed->require_subcommand(1);
     auto *show =
         feed->add_subcommand("show", "Show what an application would see of a feed, and why it would "
@@ -95,6 +96,8 @@ int main(int argc, char **argv) {
         "with --archives: the installed application whose updates they are; without it, all "
         "archives must hold the same application");
     validateApp->needs(archives);
+
+    const TrustWords trustWords(application, *feed);
 
     auto *checkCommand = application.add_subcommand("check", "Ask the feed of an application for updates.");
     auto *updateCommand = application.add_subcommand(
@@ -143,6 +146,8 @@ int main(int argc, char **argv) {
             return *status;
     }
     const QCoreApplication qt(argc, argv);
+    if (const std::optional<int> status = trustWords.run())
+        return *status;
     if (profileCommand->parsed())
         return profile(words.json);
     if (show->parsed())

@@ -1,0 +1,211 @@
+// SPDX-License-Identifier: MIT
+#include "cli/commands.h"
+#include "cli/signingkeys.h"
+#include "cli/trustcommands.h"
+#include "install/unarchiver.h"
+#include "platform/filesystem.h"
+#include "platform/services.h"
+#include "trust/bundletrust.h"
+#include "trust/encoding.h"
+#include "trust/verifiedarchive.h"
+
+#include <QDir>
+#include <QEventLoop>
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QStandardPaths>
+#include <QTemporaryDir>
+
+#include <cstdio>
+#include <fcntl.h>
+#include <unistd.h>
+
+using namespace Qt::StringLiterals;
+
+namespace tx::cli {
+
+namespace {
+
+using trust::ArchiveClaim;
+using trust::Fault;
+using trust::FaultKind;
+using trust::Outcome;
+using trust::SecretKey;
+using trust::VerifiedArchive;
+
+Fault fileFault(const QFile &file) {
+    return {FaultKind::File, u"%1: %2"_s.arg(file.fileName(), file.errorString()).toStdString()};
+}
+
+std::optional<Fault> addFile(trust::DigestStream &stream, const QString &path) {
+    QFile file(path);
+    if (!QFileInfo(path).isFile())
+        return Fault{FaultKind::File, path.toStdString() + " is not a file"};
+    if (!file.open(QIODevice::ReadOnly))
+        return fileFault(file);
+    QByteArray buffer(1 << 18, Qt::Uninitialized);
+    for (;;) {
+        const qint64 count = file.read(buffer.data(), buffer.size());
+        if (count < 0)
+            return fileFault(file);
+        if (count == 0)
+            return std::nullopt;
+        stream.add(buffer.constData(), static_cast<size_t>(count));
+    }
+}
+
+/// A JSON string or list, as a member of an entry.
+QByteArray jsonOf(const std::vector<std::string> &texts) {
+    QJsonArray list;
+    for (const std::string &text : texts)
+        list << toText(text);
+    const QByteArray all = QJsonDocument(list).toJson(QJsonDocument::Compact);
+    return texts.size() == 1 ? all.mid(1, all.size() - 2) : all;
+}
+
+/// Copies a verified archive to a new file, for the program that unpacks it.
+bool copyTo(const VerifiedArchive &archive, const QString &path) {
+    QFile file(path);
+    if (!file.open(QIODevice::WriteOnly | QIODevice::NewOnly))
+        return false;
+    QByteArray buffer(1 << 18, Qt::Uninitialized);
+    for (qint64 at = 0;;) {
+        const ssize_t count = pread(archive.descriptor(), buffer.data(), size_t(buffer.size()), at);
+        if (count <= 0)
+            return count == 0 && file.flush();
+        if (file.write(buffer.constData(), count) != count)
+            return false;
+        at += count;
+    }
+}
+
+/// The application in the archive; an error when there is none of this identifier.
+Outcome<QString> unpack(const QString &archive, const QString &identifier, const QString &build) {
+    QString found;
+    TXError error;
+    QEventLoop loop;
+    TXUpdateUnarchiver::unarchive(archive, nullptr,
+                                  [&](const QString &application, const TXError &failed) {
+                                      found = application;
+                                      error = failed;
+                                      loop.quit();
+                                  },
+                                  {identifier, build});
+    loop.exec();
+    if (error)
+        return Fault{FaultKind::Mismatch,
+                     u"%1 %2"_s.arg(error.localizedDescription(), error.localizedFailureReason())
+                         .trimmed()
+                         .toStdString()};
+    return found;
+}
+
+/// What an installed application would do with the archive.
+Outcome<VerifiedArchive> verifyAndUnpack(const VerifyOptions &options, const trust::AppInfo &installed,
+                                         const std::vector<std::string> &texts) {
+    const QString cache = QStandardPaths::writableLocation(QStandardPaths::GenericCacheLocation);
+    QDir().mkpath(cache);
+    const QTemporaryDir scratch(cache + u"/txupdate-verify-XXXXXX"_s);
+    const int folder =
+        open(QFile::encodeName(scratch.path()).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    QFile source(options.source);
+    if (!scratch.isValid() || folder < 0)
+        return Fault{FaultKind::File, "no folder for the archive can be made in " + cache.toStdString() +
+                                          ". Set XDG_CACHE_HOME to a folder that you can write to"};
+    PrivateFiles files;
+    Outcome<VerifiedArchive> archive =
+        source.open(QIODevice::ReadOnly)
+            ? VerifiedArchive::make(*installed.keys, {texts, {}}, {installed.bundle, {}, installed.feedName},
+                                    source.handle(), folder, files)
+            : fileFault(source);
+    close(folder);
+    if (!archive)
+        return archive;
+    const QString copy = scratch.filePath(QFileInfo(options.source).fileName());
+    if (!copyTo(*archive, copy))
+        return Fault{FaultKind::File, copy.toStdString() + " cannot be written"};
+    const Outcome<QString> application =
+        unpack(copy, toText(installed.bundle), toText(archive->claim()->build));
+    if (!application)
+        return application.fault();
+    const TXBundle bundle(*application);
+    const Outcome<trust::AppInfo> info = trust::infoOfBundle(bundle);
+    const trust::PublicKeys *own = info && info->keys ? &*info->keys : nullptr;
+    if (std::optional<Fault> refused =
+            archive->checkUnpacked(bundle.bundleIdentifier().toStdString(),
+                                   bundle.infoString(u"CFBundleVersion"_s).toStdString(), own)) {
+        if (!info)
+            refused->what += ": " + info.fault().what;
+        return *refused;
+    }
+    return archive;
+}
+
+} // namespace
+
+int sign(const SignOptions &options) {
+    const Outcome<trust::AppInfo> application = applicationOf(options.application);
+    if (!application)
+        return refuse(application.fault());
+    if (application->build.empty())
+        return refuse({FaultKind::Keys, "the application has no CFBundleVersion"});
+    const Outcome<std::vector<SecretKey>> keys = openKeys(options.keys, options.passphrase);
+    if (!keys)
+        return refuse(keys.fault());
+    trust::DigestStream stream;
+    if (const std::optional<Fault> failed = addFile(stream, options.archive))
+        return refuse(*failed);
+    ArchiveClaim claim{application->bundle, application->build, stream.size(), {}};
+    if (!options.feedName.isNull())
+        claim.feed = options.feedName.toStdString();
+    std::vector<std::string> texts;
+    for (const SecretKey &key : *keys)
+        texts.push_back(trust::makeSignatureText(key, stream.digest(), trust::archiveComment(claim)));
+    if (application->keys) {
+        // The application would refuse to become one that its own keys do not verify.
+        const auto proof =
+            trust::ArchiveProof::find(*application->keys, {texts, {}}, {claim.bundle, claim.build, {}});
+        if (!proof)
+            return refuse({proof.fault().kind, "applications would refuse this archive, as the keys of the "
+                                               "application in it do not verify it: " +
+                                                   proof.fault().what});
+    }
+    std::string all;
+    for (const std::string &text : texts)
+        all += text;
+    const QString path = options.archive + u".minisig"_s;
+    if (const TXError error = services().fileSystem->replaceFile(path, QByteArray::fromStdString(all), 0644))
+        return refuse({FaultKind::File, error.localizedDescription().toStdString()});
+    std::printf("JSON:    \"signature\": %s\n", jsonOf(texts).constData());
+    std::printf("Appcast: txupdate:signature=\"%s\"\n", trust::escapeLineFeeds(all).c_str());
+    return ExitDone;
+}
+
+int verify(const VerifyOptions &options) {
+    const Outcome<trust::AppInfo> installed = verifierOf(options.bundle);
+    if (!installed)
+        return refuse(installed.fault());
+    QFile file(options.signature.isNull() ? options.source + u".minisig"_s : options.signature);
+    if (!file.open(QIODevice::ReadOnly))
+        return refuse(fileFault(file));
+    const Outcome<std::vector<std::string>> texts =
+        trust::splitTexts(file.read(qint64(trust::mostTextBytes) + 1).toStdString());
+    if (!texts)
+        return refuse({texts.fault().kind, file.fileName().toStdString() + ": " + texts.fault().what});
+    if (TXUpdateUnarchiver::commandForFileName(QFileInfo(options.source).fileName()).isNull())
+        return refuse(
+            {FaultKind::Input,
+             TXUpdateUnarchiver::reasonAgainstType(QFileInfo(options.source).fileName()).toStdString()});
+    const Outcome<VerifiedArchive> archive = verifyAndUnpack(options, *installed, *texts);
+    if (!archive)
+        return refuse(archive.fault());
+    const ArchiveClaim &claim = *archive->claim();
+    std::printf("%s is build %s of %s, %llu bytes, and signed\n", options.source.toUtf8().constData(),
+                trust::shown(claim.build).c_str(), trust::shown(claim.bundle).c_str(),
+                static_cast<unsigned long long>(claim.size));
+    return ExitDone;
+}
+
+} // namespace tx::cli

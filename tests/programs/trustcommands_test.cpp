@@ -1,0 +1,660 @@
+// SPDX-License-Identifier: MIT
+// The commands of txupdate that make keys, sign and verify.
+#include "tests/programs/txupdatetest.h"
+#include "tests/support/feedserver.h"
+#include "tests/trust/trusttest.h"
+#include "trust/feedsigning.h"
+#include "trust/freshness.h"
+
+#include <QDateTime>
+#include <QFileInfo>
+#include <QJsonArray>
+
+#include <cerrno>
+#include <poll.h>
+#include <pty.h>
+#include <sys/wait.h>
+#include <termios.h>
+#include <tuple>
+#include <unistd.h>
+
+using namespace Qt::StringLiterals;
+using namespace tx::test;
+using namespace tx::trust;
+
+namespace {
+
+const QByteArray feed =
+    R"({"release":[{"type":"build","build":"1043","downloadURL":"https://e.org/a.tgz"}]})";
+
+class TrustCommands : public TxUpdate {
+protected:
+    TrustCommands() {
+        writeKey(u"one"_s, 0);
+        writeKey(u"two"_s, 1);
+        writeKey(u"foreign"_s, 2);
+        makeApp(u"My.app"_s, u"1042"_s, {keyText(key(0)), keyText(key(1))});
+    }
+
+    void writeKey(const QString &name, size_t number) {
+        const auto content = SecretKeyFile::write(key(number), nullptr);
+        ASSERT_TRUE(content) << content.fault().what;
+        writeFile(path(name + u".key"_s), QByteArray::fromStdString(std::string(content->view())));
+    }
+    /// A bundle whose Info.plist holds these keys, or this text in their place.
+    void makeApp(const QString &name, const QString &build, const std::vector<std::string> &keys,
+                 const QByteArray &more = {}) {
+        BundleDescription description;
+        description.build = build;
+        makeBundle(path(name), description);
+        QByteArray list;
+        for (const std::string &one : keys)
+            list += "<string>" + QByteArray::fromStdString(one) + "</string>";
+        if (!list.isEmpty())
+            list = "<key>TXUpdatePublicKeys</key><array>" + list + "</array>";
+        const QString info = path(name + u"/Contents/Info.plist"_s);
+        writeFile(
+            info,
+            "<plist version=\"1.0\"><dict><key>CFBundleIdentifier</key><string>org.example.Host</string>"
+            "<key>CFBundleExecutable</key><string>Program</string><key>CFBundleVersion</key><string>" +
+                build.toUtf8() + "</string>" + list + more + "</dict></plist>");
+    }
+    QString pack(const QString &bundle, const QString &archive = u"My.tgz"_s) {
+        makeArchive(path(archive), ArchiveKind::Tgz, entriesOf(path(bundle)));
+        return path(archive);
+    }
+    /// The next build, packed.
+    QString nextBuild(const std::vector<std::string> &keys, const QByteArray &more = {}) {
+        makeApp(u"next/My.app"_s, u"1043"_s, keys, more);
+        return pack(u"next/My.app"_s);
+    }
+    ProcessResult sign(const QString &archive, const QStringList &keys = {u"one"_s},
+                       const QStringList &application = {}) {
+        QStringList words{u"sign"_s, archive};
+        words += application.isEmpty() ? QStringList{u"--app"_s, path(u"next/My.app"_s)} : application;
+        for (const QString &name : keys)
+            words << u"--key"_s << path(name);
+        return run(words);
+    }
+    ProcessResult verify(const QString &archive, const QString &app = u"My.app"_s) {
+        return run({u"verify"_s, archive, u"--app"_s, path(app)}, {},
+                   {u"XDG_CACHE_HOME="_s + path(u"cache"_s)});
+    }
+    ProcessResult signFeed(const QString &file, const QStringList &more = {},
+                           const QStringList &keys = {u"one"_s}) {
+        QStringList words{u"feed"_s, u"sign"_s, file, u"--app"_s, path(u"My.app"_s)};
+        for (const QString &name : keys)
+            words << u"--key"_s << path(name);
+        return run(words + more);
+    }
+    ProcessResult verifyFeed(const QString &file, const QString &app = u"My.app"_s) {
+        return run({u"feed"_s, u"verify"_s, file, u"--app"_s, path(app)});
+    }
+    /// A feed signed at another time.
+    QString feedSignedAt(int64_t time, int64_t days) {
+        const auto result = tx::trust::signFeed(feed.toStdString(), FeedFormat::Json, {&key(0)},
+                                                {"org.example.Host", "release", time, days});
+        EXPECT_TRUE(result) << result.fault().what;
+        return file(QByteArray::fromStdString(result->document));
+    }
+    static void expectRefused(const ProcessResult &result, const char *part) {
+        EXPECT_EQ(result.status, 1) << part << result.output.constData();
+        EXPECT_THAT(result.errors.toStdString(), testing::HasSubstr(part));
+        EXPECT_EQ(result.output, QByteArray()) << part;
+    }
+};
+
+using Keygen = TrustCommands;
+using SignArchive = TrustCommands;
+using VerifyArchive = TrustCommands;
+using SignFeed = TrustCommands;
+using VerifyFeed = TrustCommands;
+
+TEST_F(Keygen, MakesTwoPairsAndSaysWhichOneToPutAway) {
+    const ProcessResult result = run({u"keygen"_s, u"--no-passphrase"_s, path(u"my"_s)});
+    ASSERT_EQ(result.status, 0) << result.errors.constData();
+    const std::string said = result.output.toStdString();
+    EXPECT_THAT(said, testing::HasSubstr("my-spare.key signs what replaces"));
+    EXPECT_THAT(said, testing::HasSubstr("put it away now, offline"));
+    std::vector<std::string> lines;
+    for (const QString &name : {u"my"_s, u"my-spare"_s}) {
+        const auto publicKey = parsePublicKeyFile(readFile(path(name + u".pub"_s)).toStdString());
+        ASSERT_TRUE(publicKey) << publicKey.fault().what;
+        lines.push_back("minisign:" + keyLine(*publicKey));
+        EXPECT_THAT(said, testing::HasSubstr("<string>" + lines.back() + "</string>"));
+        const QByteArray secretFile = readFile(path(name + u".key"_s));
+        const auto secret = SecretKeyFile::parse(secretFile.toStdString());
+        ASSERT_TRUE(secret && !secret->isEncrypted());
+        EXPECT_EQ(secret->open(nullptr)->publicKey().bytes, publicKey->bytes);
+        EXPECT_EQ(QFileInfo(path(name + u".key"_s)).permissions() &
+                      (QFile::ReadGroup | QFile::ReadOther | QFile::WriteGroup | QFile::WriteOther),
+                  QFile::Permissions());
+        EXPECT_FALSE((result.output + result.errors).contains(secretFile.split('\n').value(1)));
+    }
+    EXPECT_EQ(keysOf(lines).all().size(), 2U);
+    EXPECT_THAT(said, testing::HasSubstr("<key>TXUpdatePublicKeys</key>"));
+}
+
+TEST_F(Keygen, NeverReplacesAFile) {
+    for (const char *name : {"my.key", "my.pub", "my-spare.key", "my-spare.pub"}) {
+        const QString folder = path(u"keys-"_s + QString::fromLatin1(name));
+        writeFile(folder + u'/' + QString::fromLatin1(name), "precious");
+        expectRefused(run({u"keygen"_s, u"--no-passphrase"_s, folder + u"/my"_s}), "is there already");
+        EXPECT_EQ(namesIn(folder), QStringList{QString::fromLatin1(name)});
+        EXPECT_EQ(readFile(folder + u'/' + QString::fromLatin1(name)), QByteArray("precious"));
+    }
+    expectRefused(run({u"keygen"_s, u"--no-passphrase"_s, path(u"no/such/my"_s)}), "No such file");
+    // The last file cannot be made: a name of 255 bytes with "-spare.pub" is too long only by that.
+    const QString longName(255 - 9, u'x');
+    expectRefused(run({u"keygen"_s, u"--no-passphrase"_s, path(u"keys-my.key/"_s + longName)}),
+                  "File name too long");
+    EXPECT_EQ(namesIn(path(u"keys-my.key"_s)), QStringList{u"my.key"_s});
+}
+
+/// This takes minisign's cost three times, that is, about three seconds and 1 GiB each.
+TEST_F(Keygen, PassphraseOfTheEnvironmentEncryptsBothKeys) {
+    const ProcessResult made =
+        run({u"keygen"_s, path(u"my"_s)}, {}, {u"TXUPDATE_PASSPHRASE=correct horse"_s});
+    ASSERT_EQ(made.status, 0) << made.errors.constData();
+    EXPECT_FALSE((made.output + made.errors).contains("correct horse"));
+    const auto first = SecretKeyFile::parse(readFile(path(u"my.key"_s)).toStdString());
+    const auto spare = SecretKeyFile::parse(readFile(path(u"my-spare.key"_s)).toStdString());
+    ASSERT_TRUE(first && spare);
+    EXPECT_TRUE(first->isEncrypted());
+    EXPECT_TRUE(spare->isEncrypted());
+    const Secret passphrase = Secret::of("correct horse");
+    const auto key = spare->open(&passphrase);
+    ASSERT_TRUE(key) << key.fault().what;
+    EXPECT_EQ(publicKeyFile(key->publicKey()), readFile(path(u"my-spare.pub"_s)).toStdString());
+}
+
+TEST_F(SignArchive, EachPassphraseIsALineOfTheDescriptor) {
+    constexpr PassphraseCost quick{32768, 16 << 20};
+    for (const auto &[name, number, words] :
+         {std::tuple{u"first"_s, 0, "correct horse"}, std::tuple{u"second"_s, 1, "p"}}) {
+        const Secret passphrase = Secret::of(words);
+        const auto content = SecretKeyFile::write(key(size_t(number)), &passphrase, quick);
+        ASSERT_TRUE(content) << content.fault().what;
+        writeFile(path(name + u".key"_s), QByteArray::fromStdString(std::string(content->view())));
+    }
+    const QString archive = file("archive", u"a.tgz"_s);
+    const QStringList words{u"sign"_s, archive,    u"--identifier"_s, u"x"_s,     u"--build"_s,
+                            u"1"_s,    u"--key"_s, path(u"first"_s),  u"--key"_s, path(u"second"_s)};
+    const auto with = [&](const QByteArray &input) {
+        return run(words + QStringList{u"--passphrase-fd"_s, u"0"_s}, input);
+    };
+    expectRefused(with("wrong\np\n"), "first.key: the passphrase is wrong");
+    expectRefused(with("correct horse\nwrong\n"), "second.key: the passphrase is wrong");
+    expectRefused(with("correct horse\n"), "second.key: the passphrase is empty");
+    EXPECT_FALSE(QFileInfo::exists(archive + u".minisig"_s));
+    const ProcessResult good = with("correct horse\np\nmore");
+    EXPECT_EQ(good.status, 0) << good.errors.constData();
+    EXPECT_FALSE((good.output + good.errors).contains("horse"));
+    EXPECT_TRUE(QFileInfo::exists(archive + u".minisig"_s));
+    // The environment's is that of all keys.
+    expectRefused(run(words, {}, {u"TXUPDATE_PASSPHRASE=correct horse"_s}),
+                  "second.key: the passphrase is wrong");
+}
+
+TEST_F(Keygen, WithoutAPassphraseNothingIsMade) {
+    const auto refusedFor = [this](const QStringList &more, const QByteArray &input,
+                                   const QStringList &environment, const char *part) {
+        const ProcessResult result = runProcess(
+            u"setsid"_s,
+            QStringList{u"-w"_s, programsFolder() + u"/txupdate"_s, u"keygen"_s, path(u"k/my"_s)} + more,
+            input, environment);
+        expectRefused(result, part);
+    };
+    ASSERT_TRUE(QDir().mkpath(path(u"k"_s)));
+    refusedFor({}, "p\np\n", {},
+               "there is no terminal to ask at. Give it with --passphrase-fd or in TXUPDATE_PASSPHRASE");
+    refusedFor({}, {}, {u"TXUPDATE_PASSPHRASE="_s}, "TXUPDATE_PASSPHRASE is empty");
+    refusedFor({u"--passphrase-fd"_s, u"0"_s}, "\n", {}, "the passphrase is empty");
+    refusedFor({u"--passphrase-fd"_s, u"0"_s}, "", {}, "the passphrase is empty");
+    refusedFor({u"--passphrase-fd"_s, u"0"_s}, QByteArray(1025, 'x'), {}, "longer than 1024 bytes");
+    refusedFor({u"--passphrase-fd"_s, u"99"_s}, {}, {}, "Bad file descriptor");
+    EXPECT_EQ(namesIn(path(u"k"_s)), QStringList());
+}
+
+/// txupdate at a terminal of its own.
+class AtTerminal : public TrustCommands {
+protected:
+    ~AtTerminal() override {
+        if (m_terminal >= 0)
+            close(m_terminal);
+        if (m_process > 0)
+            waitpid(m_process, nullptr, 0);
+    }
+    void start(const QStringList &words) {
+        QList<QByteArray> all{(programsFolder() + u"/txupdate"_s).toUtf8()};
+        for (const QString &word : words)
+            all << word.toUtf8();
+        std::vector<char *> arguments;
+        for (QByteArray &word : all)
+            arguments.push_back(word.data());
+        arguments.push_back(nullptr);
+        m_process = forkpty(&m_terminal, nullptr, nullptr, nullptr);
+        ASSERT_GE(m_process, 0);
+        if (m_process == 0) {
+            unsetenv("TXUPDATE_PASSPHRASE");
+            execv(arguments[0], arguments.data());
+            _exit(127);
+        }
+    }
+    /// Reads what is shown until it holds `text`, or to the end.
+    bool waitFor(const QByteArray &text) {
+        while (!shown.contains(text)) {
+            pollfd descriptor{m_terminal, POLLIN, 0};
+            char buffer[256];
+            if (poll(&descriptor, 1, 30000) <= 0)
+                return false;
+            const ssize_t count = read(m_terminal, buffer, sizeof buffer);
+            if (count <= 0)
+                return false;
+            shown.append(buffer, count);
+        }
+        return true;
+    }
+    void type(const QByteArray &text) {
+        ASSERT_EQ(write(m_terminal, text.constData(), size_t(text.size())), text.size());
+    }
+    int status() {
+        (void)waitFor("\xFF never shown");
+        int result = 0;
+        EXPECT_EQ(waitpid(m_process, &result, 0), m_process);
+        m_process = -1;
+        return WIFEXITED(result) ? WEXITSTATUS(result) : 128 + WTERMSIG(result);
+    }
+    QByteArray shown;
+
+private:
+    int m_terminal = -1;
+    pid_t m_process = -1;
+};
+
+TEST_F(AtTerminal, NewPassphraseIsAskedForTwiceWithoutEcho) {
+    start({u"keygen"_s, path(u"my"_s)});
+    ASSERT_TRUE(waitFor("Passphrase for the new keys: ")) << shown.constData();
+    type("correct horse\n");
+    ASSERT_TRUE(waitFor("The same again: ")) << shown.constData();
+    type("correct hose\n");
+    EXPECT_EQ(status(), 1);
+    EXPECT_TRUE(shown.contains("the two passphrases differ")) << shown.constData();
+    EXPECT_FALSE(shown.contains("correct")) << shown.constData();
+    EXPECT_FALSE(QFileInfo::exists(path(u"my.key"_s)));
+}
+
+TEST_F(AtTerminal, InterruptEndsTheQuestion) {
+    start({u"keygen"_s, path(u"my"_s)});
+    ASSERT_TRUE(waitFor("Passphrase for the new keys: ")) << shown.constData();
+    type("corr\3\n");
+    EXPECT_EQ(status(), 1);
+    EXPECT_TRUE(shown.contains("interrupted")) << shown.constData();
+    EXPECT_FALSE(QFileInfo::exists(path(u"my.key"_s)));
+}
+
+TEST_F(SignArchive, PrintsWhatTheFeedNeedsAndWritesAFileThatMinisignReads) {
+    const QString archive = nextBuild({keyText(key(0)), keyText(key(1))});
+    const ProcessResult result = sign(archive);
+    ASSERT_EQ(result.status, 0) << result.errors.constData();
+    const QByteArray bytes = readFile(archive);
+    const std::string expected = signText(key(0), bytes.toStdString(),
+                                          "txupdate-archive:1 bundle:org.example.Host build:1043 size:" +
+                                              std::to_string(bytes.size()));
+    EXPECT_EQ(readFile(archive + u".minisig"_s).toStdString(), expected);
+    const QList<QByteArray> lines = result.output.split('\n');
+    ASSERT_EQ(lines.size(), 3);
+    ASSERT_TRUE(lines[0].startsWith("JSON:    \"signature\": "));
+    EXPECT_EQ(QJsonDocument::fromJson("{" + lines[0].mid(9) + "}")
+                  .object()[u"signature"_s]
+                  .toString()
+                  .toStdString(),
+              expected);
+    EXPECT_EQ(lines[1].toStdString(), "Appcast: txupdate:signature=\"" + escapeLineFeeds(expected) + "\"");
+    writeFile(path(u"one.pub"_s), QByteArray::fromStdString(publicKeyFile(key(0).publicKey())));
+    EXPECT_EQ(runProcess(u"minisign"_s, {u"-V"_s, u"-p"_s, path(u"one.pub"_s), u"-m"_s, archive}).status, 0);
+}
+
+TEST_F(SignArchive, SeveralKeysMakeAList) {
+    const QString archive = nextBuild({keyText(key(1))});
+    const ProcessResult result = sign(archive, {u"one.key"_s, u"two"_s},
+                                      {u"--app"_s, path(u"next/My.app"_s), u"--feed-name"_s, u"beta"_s});
+    ASSERT_EQ(result.status, 0) << result.errors.constData();
+    const QJsonArray list = QJsonDocument::fromJson("{" + result.output.split('\n').first().mid(9) + "}")
+                                .object()[u"signature"_s]
+                                .toArray();
+    ASSERT_EQ(list.size(), 2);
+    EXPECT_TRUE(list[1].toString().contains(u" feed:beta\n"));
+    const auto texts = splitTexts(readFile(archive + u".minisig"_s).toStdString());
+    ASSERT_TRUE(texts) << texts.fault().what;
+    EXPECT_EQ((*texts)[0], list[0].toString().toStdString());
+    EXPECT_EQ((*texts)[1], list[1].toString().toStdString());
+}
+
+TEST_F(SignArchive, IdentifierAndBuildStandForABundle) {
+    const QString archive = file("archive", u"a.zip"_s);
+    const ProcessResult result =
+        sign(archive, {u"one"_s}, {u"--identifier"_s, u"org.my--app"_s, u"--build"_s, u"1 café"_s});
+    ASSERT_EQ(result.status, 0) << result.errors.constData();
+    EXPECT_TRUE(result.output.contains("bundle:org.my-%2Dapp build:1%20caf%C3%A9 size:7"));
+}
+
+TEST_F(SignArchive, BundleThatCouldNotBeUpdatedIsRefused) {
+    struct {
+        std::vector<std::string> keys;
+        const char *part;
+    } const table[] = {
+        {{}, "has no keys: its Info.plist lacks TXUpdatePublicKeys"},
+        {{"minisign:RWQmistyped"}, "TXUpdatePublicKeys: key 1: \"minisign:RWQmistyped\" is not a public key"},
+        {{keyText(key(2))},
+         "applications would refuse this archive, as the keys of the application in it do not"},
+        {{keyText(key(0), "minisign-feed:"), keyText(key(2))}, "applications would refuse this archive"},
+    };
+    for (const auto &row : table) {
+        const QString archive = nextBuild(row.keys);
+        expectRefused(sign(archive), row.part);
+        EXPECT_FALSE(QFileInfo::exists(archive + u".minisig"_s));
+    }
+    makeApp(u"next/My.app"_s, u""_s, {keyText(key(0))});
+    expectRefused(sign(pack(u"next/My.app"_s)), "the application has no CFBundleVersion");
+}
+
+TEST_F(SignArchive, FaultsAreNamed) {
+    const QString archive = nextBuild({keyText(key(0))});
+    expectRefused(sign(path(u"none.tgz"_s)), "none.tgz is not a file");
+    expectRefused(sign(path(u"next"_s)), "next is not a file");
+    expectRefused(sign(archive, {u"none"_s}), "none.key: No such file");
+    writeFile(path(u"bad.key"_s), "x");
+    expectRefused(sign(archive, {u"one"_s, u"bad"_s}), "bad.key: a secret key file of minisign was expected");
+    expectRefused(sign(archive, {u"one"_s}, {u"--app"_s, path(u"none.app"_s)}), "is not an application");
+    EXPECT_FALSE(QFileInfo::exists(archive + u".minisig"_s));
+    const QStringList wrong[] = {
+        {u"sign"_s, archive},
+        {u"sign"_s, archive, u"--key"_s, path(u"one"_s)},
+        {u"sign"_s, archive, u"--key"_s, path(u"one"_s), u"--identifier"_s, u"x"_s},
+        {u"sign"_s, archive, u"--key"_s, path(u"one"_s), u"--build"_s, u"1"_s},
+        {u"sign"_s, archive, u"--key"_s, path(u"one"_s), u"--app"_s, path(u"My.app"_s), u"--identifier"_s,
+         u"x"_s, u"--build"_s, u"1"_s},
+        {u"sign"_s, archive, u"--app"_s, path(u"My.app"_s)},
+        {u"keygen"_s},
+        {u"verify"_s, archive},
+        {u"feed"_s, u"verify"_s, archive},
+    };
+    for (const QStringList &words : wrong)
+        EXPECT_EQ(run(words).status, 64) << words.join(u' ').toStdString();
+}
+
+TEST_F(VerifyArchive, AcceptsWhatApplicationsAccept) {
+    const QString archive = nextBuild({keyText(key(0))});
+    for (const QStringList &keys :
+         {QStringList{u"one"_s}, QStringList{u"one"_s, u"two"_s}, QStringList{u"one"_s, u"foreign"_s}}) {
+        ASSERT_EQ(sign(archive, keys).status, 0);
+        const ProcessResult result = verify(archive);
+        EXPECT_EQ(result.status, 0) << result.errors.constData();
+        EXPECT_TRUE(result.output.contains("is build 1043 of org.example.Host, "))
+            << result.output.constData();
+    }
+    EXPECT_EQ(namesIn(path(u"cache"_s)), QStringList()); // nothing is left
+}
+
+TEST_F(VerifyArchive, RefusesWhatApplicationsRefuse) {
+    const std::vector<std::string> both{keyText(key(0)), keyText(key(1))};
+    const auto otherBuild = [this](const QString &build) {
+        return QStringList{u"--identifier"_s, u"org.example.Host"_s, u"--build"_s, build};
+    };
+    QString archive = nextBuild(both);
+    expectRefused(verify(archive), "My.tgz.minisig: No such file");
+
+    ASSERT_EQ(sign(archive, {u"foreign"_s}, otherBuild(u"1043"_s)).status, 0);
+    expectRefused(verify(archive),
+                  "no signature with \"txupdate-archive:1\" is by one of the application's keys");
+
+    ASSERT_EQ(sign(archive, {u"one"_s}, otherBuild(u"1044"_s)).status, 0);
+    expectRefused(verify(archive), "the archive holds build \"1043\", expected was \"1044\"");
+
+    ASSERT_EQ(sign(archive, {u"one"_s}, {u"--identifier"_s, u"org.example.Other"_s, u"--build"_s, u"1043"_s})
+                  .status,
+              0);
+    expectRefused(verify(archive), "for the application \"org.example.Other\"");
+
+    ASSERT_EQ(
+        sign(archive, {u"one"_s}, otherBuild(u"1043"_s) + QStringList{u"--feed-name"_s, u"beta"_s}).status,
+        0);
+    expectRefused(verify(archive), "for the feed \"beta\", expected was \"release\"");
+
+    ASSERT_EQ(sign(archive).status, 0);
+    QByteArray bytes = readFile(archive);
+    bytes[bytes.size() / 2] = char(bytes[bytes.size() / 2] ^ 1);
+    writeFile(archive, bytes);
+    expectRefused(verify(archive), "the archive is not the one that key");
+    writeFile(archive, bytes + "x");
+    expectRefused(verify(archive), "bytes, the signature is for");
+    QFile::remove(archive);
+    expectRefused(verify(archive), "No such file");
+
+    archive = nextBuild(both);
+    writeFile(archive + u".minisig"_s, QByteArray(70000, 'x'));
+    expectRefused(verify(archive), "at most 64 KiB of signatures");
+    writeFile(archive + u".minisig"_s, "x");
+    expectRefused(verify(archive), "My.tgz.minisig: four lines were expected");
+    expectRefused(verify(file("x", u"archive.exe"_s)), "archive.exe.minisig: No such file");
+    writeFile(path(u"archive.exe.minisig"_s), "");
+    expectRefused(verify(path(u"archive.exe"_s)), "archive.exe");
+    expectRefused(verify(archive, u"next"_s), "is not an application");
+    makeApp(u"Unkeyed.app"_s, u"1042"_s, {});
+    expectRefused(verify(archive, u"Unkeyed.app"_s), "has no keys");
+}
+
+TEST_F(VerifyArchive, RefusesABuildWhoseOwnKeysDoNotVerifyIt) {
+    struct {
+        std::vector<std::string> keys;
+        QByteArray more;
+        const char *part;
+    } const table[] = {
+        {{}, {}, "has no usable keys of its own, so it could never be updated"},
+        {{"minisign:RWQmistyped"},
+         {},
+         "has no usable keys of its own, so it could never be updated: TXUpdatePublicKeys"},
+        {{keyText(key(0))},
+         "<key>TXUpdateFeedName</key><true/>",
+         "has no usable keys of its own, so it could never be updated: Info.plist"},
+        {{keyText(key(2))}, {}, "the keys of the application in the archive do not verify it"},
+    };
+    for (const auto &row : table) {
+        const QString archive = nextBuild(row.keys, row.more);
+        ASSERT_EQ(
+            sign(archive, {u"one"_s}, {u"--identifier"_s, u"org.example.Host"_s, u"--build"_s, u"1043"_s})
+                .status,
+            0);
+        expectRefused(verify(archive), row.part);
+    }
+}
+
+TEST_F(VerifyArchive, SignatureMayBeElsewhere) {
+    const QString archive = nextBuild({keyText(key(0))});
+    ASSERT_EQ(sign(archive).status, 0);
+    ASSERT_TRUE(QFile::rename(archive + u".minisig"_s, path(u"elsewhere"_s)));
+    EXPECT_EQ(
+        run({u"verify"_s, archive, u"--app"_s, path(u"My.app"_s), u"--signature"_s, path(u"elsewhere"_s)}, {},
+            {u"XDG_CACHE_HOME="_s + path(u"cache"_s)})
+            .status,
+        0);
+}
+
+/// What `feed show` sees, which reads as applications do.
+QJsonObject entriesOf(const QByteArray &output) {
+    QJsonObject all = QJsonDocument::fromJson(output).object();
+    QJsonArray tracks;
+    for (const QJsonValue &track : all[u"tracks"_s].toArray()) {
+        if (!track[u"updates"_s].toArray().isEmpty())
+            tracks << track;
+    }
+    EXPECT_FALSE(tracks.isEmpty()) << output.constData();
+    return {{u"tracks"_s, tracks}};
+}
+
+TEST_F(SignFeed, EveryReaderSeesTheSameEntriesAsBefore) {
+    const QByteArray xml = "<rss xmlns:sparkle=\"x\"><channel><item><title>%1</title><enclosure "
+                           "url=\"https://e.org/a.tgz\" sparkle:version=\"1043\"/></item></channel></rss>\n";
+    QByteArray wide("\xFF\xFE");
+    for (const char c : feed)
+        wide += c, wide += '\0';
+    const std::pair<const char *, QByteArray> documents[] = {
+        {"JSON", feed},
+        {"mark", "\xEF\xBB\xBF\n" + feed},
+        {"UTF-16", wide},
+        {"XML", QByteArray(xml).replace("%1", "caf\xC3\xA9")},
+        {"declared",
+         "<?xml version=\"1.0\" encoding='utf-8'?>\n" + QByteArray(xml).replace("%1", "caf\xC3\xA9")},
+        {"Latin",
+         "<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?>\n" + QByteArray(xml).replace("%1", "caf\xE9")},
+        {"Cyrillic",
+         "<?xml version='1.0' encoding='windows-1251'?>" + QByteArray(xml).replace("%1", "\xC4\xE0")},
+    };
+    for (const auto &[what, document] : documents) {
+        const QString source = file(document);
+        const QByteArray before = run(show(source)).output;
+        const ProcessResult result = signFeed(source);
+        ASSERT_EQ(result.status, 0) << what << result.errors.constData();
+        EXPECT_TRUE(result.output.contains(
+            "is signed: txupdate-feed:1 bundle:org.example.Host feed:release serial:"));
+        EXPECT_EQ(entriesOf(run(show(source)).output), entriesOf(before)) << what;
+        const ProcessResult verified = verifyFeed(source);
+        EXPECT_EQ(verified.status, 0) << what << verified.errors.constData();
+        const QByteArray signedBytes = readFile(source);
+        EXPECT_TRUE(QString::fromUtf8(signedBytes).toUtf8() == signedBytes) << what;
+        EXPECT_TRUE(signedBytes.startsWith("{\"signature\":[{") ||
+                    signedBytes.startsWith("<?xml version=\"1.0\" encoding=\"UTF-8\"?><!-- signature "))
+            << what;
+    }
+}
+
+TEST_F(SignFeed, AgainReplacesTheSignatureWithALaterOne) {
+    const QString source = file(feed);
+    ASSERT_EQ(signFeed(source).status, 0);
+    const auto serialOf = [&] {
+        const QByteArray line = readFile(source).split('\n').first();
+        return line.mid(line.indexOf("serial:") + 7, 10).toLongLong();
+    };
+    const qint64 first = serialOf();
+    EXPECT_NEAR(double(first), double(QDateTime::currentSecsSinceEpoch()), 100);
+    ASSERT_EQ(signFeed(source, {}, {u"one"_s, u"two"_s}).status, 0);
+    EXPECT_GT(serialOf(), first);
+    EXPECT_EQ(readFile(source).count("untrusted comment"), 2);
+    EXPECT_EQ(readFile(source).count('\n'), 1);
+    const ProcessResult validated =
+        run({u"feed"_s, u"show"_s, source, u"--build"_s, u"1"_s, u"--system"_s, u"1.0.0"_s, u"--json"_s});
+    EXPECT_TRUE(validated.output.contains("1043"));
+}
+
+TEST_F(SignFeed, ExpiryAndNameAreThePublishers) {
+    const QString source = file(feed);
+    const auto line = [&] { return readFile(source).split('\n').first(); };
+    ASSERT_EQ(signFeed(source, {u"--expires"_s, u"never"_s, u"--feed-name"_s, u"my beta"_s}).status, 0);
+    EXPECT_TRUE(line().contains(" feed:my%20beta serial:")) << line().constData();
+    EXPECT_TRUE(line().contains(" expires:never\\n")) << line().constData();
+    makeApp(u"My.app"_s, u"1042"_s, {keyText(key(0))}, "<key>TXUpdateFeedName</key><string>nightly</string>");
+    const QByteArray in400 =
+        QDateTime::currentDateTimeUtc().addDays(400).toString(u"yyyy-MM-dd"_s).toLatin1();
+    ASSERT_EQ(signFeed(source, {u"--expires"_s, u"400"_s}).status, 0);
+    EXPECT_TRUE(line().contains(" feed:nightly serial:")) << line().constData();
+    EXPECT_TRUE(line().contains(" expires:" + in400)) << line().constData();
+    EXPECT_EQ(verifyFeed(source).status, 0);
+    for (const char *bad : {"0", "401", "-1", "x", "", "1.5"}) {
+        EXPECT_EQ(signFeed(source, {u"--expires"_s, QString::fromLatin1(bad)}).status, 64) << bad;
+    }
+    EXPECT_EQ(run({u"feed"_s, u"sign"_s, source, u"--key"_s, path(u"one"_s)}).status, 64);
+    EXPECT_EQ(
+        run({u"feed"_s, u"sign"_s, source, u"--key"_s, path(u"one"_s), u"--identifier"_s, u"x"_s}).status, 0);
+    EXPECT_TRUE(line().contains(" bundle:x feed:release "));
+}
+
+TEST_F(SignFeed, FileKeepsItsModeAndIsNotTouchedWhenItCannotBeSigned) {
+    const QString source = file(feed);
+    const auto mode = QFile::ReadOwner | QFile::WriteOwner | QFile::ReadGroup;
+    ASSERT_TRUE(QFile::setPermissions(source, mode));
+    ASSERT_EQ(signFeed(source).status, 0);
+    EXPECT_EQ(QFileInfo(source).permissions() & ~(QFile::ReadUser | QFile::WriteUser), mode);
+    const std::pair<QByteArray, const char *> bad[] = {
+        {"[]", "a JSON feed was expected, an object in braces"},
+        {"{\"release\":[}", "the feed cannot be read"},
+        {"{\"signature\":[],\"release\":[]}", "has a track \"signature\" that is not in its first line"},
+        {"<rss>", "the feed cannot be read"},
+        {"<?xml version='1.0' encoding='x-none'?><rss/>", "the encoding that it declares, X-NONE"},
+        {"<?xml version='1.0' encoding='US-ASCII'?><rss>caf\xE9</rss>", "cannot be converted to UTF-8"},
+        {R"({"signature":[{"type":"signature","value":"x"}],)"
+         "\n\"release\":[]}",
+         "Remove it, and sign again"},
+    };
+    for (const auto &[document, part] : bad) {
+        writeFile(source, document);
+        expectRefused(signFeed(source), part);
+        EXPECT_EQ(readFile(source), document);
+    }
+    writeFile(source, feed);
+    expectRefused(signFeed(source, {}, {u"foreign"_s}), "none of these keys is one of the application's");
+    expectRefused(signFeed(path(u"none.json"_s)), "No such file");
+    EXPECT_EQ(readFile(source), feed);
+    const QString ahead = feedSignedAt(QDateTime::currentSecsSinceEpoch() + aDay + 1000, 60);
+    expectRefused(signFeed(ahead), "more than a day ahead of this machine's clock");
+}
+
+TEST_F(VerifyFeed, ReadsFilesAndAddresses) {
+    const QString source = file(feed);
+    ASSERT_EQ(signFeed(source).status, 0);
+    const QByteArray document = readFile(source);
+    FeedServer server;
+    server.always([document](const HttpRequest &request) {
+        return request.path() == "/xml" ? HttpReply::file(document, "application/xml")
+                                        : HttpReply::json(document);
+    });
+    const auto fetch = [&](const QString &name) {
+        return runWhileServing({u"feed"_s, u"verify"_s, server.url(name), u"--app"_s, path(u"My.app"_s)});
+    };
+    const ProcessResult result = fetch(u"/json"_s);
+    EXPECT_EQ(result.status, 0) << result.errors.constData();
+    EXPECT_TRUE(result.output.contains("is signed: txupdate-feed:1 bundle:org.example.Host feed:release"));
+    expectRefused(fetch(u"/xml"_s), "served with another type");
+    EXPECT_EQ(verifyFeed(path(u"none.json"_s)).status, 1);
+}
+
+TEST_F(VerifyFeed, RefusesWhatApplicationsRefuse) {
+    const QString source = file(feed);
+    expectRefused(verifyFeed(source), "the feed has no signature");
+    ASSERT_EQ(signFeed(source).status, 0);
+    const QByteArray good = readFile(source);
+    writeFile(source, QByteArray(good).replace("e.org", "f.org"));
+    expectRefused(verifyFeed(source), "the feed is not the one that key");
+    writeFile(source, good);
+    makeApp(u"Other.app"_s, u"1"_s, {keyText(key(2))});
+    expectRefused(verifyFeed(source, u"Other.app"_s), "by one of the application's keys");
+    makeApp(u"Beta.app"_s, u"1"_s, {keyText(key(0))}, "<key>TXUpdateFeedName</key><string>beta</string>");
+    expectRefused(verifyFeed(source, u"Beta.app"_s), "signed for the name \"release\"");
+    const int64_t now = QDateTime::currentSecsSinceEpoch();
+    expectRefused(verifyFeed(feedSignedAt(now - 61 * aDay, 60)), "the signature of the feed has expired");
+    expectRefused(verifyFeed(feedSignedAt(now + aDay + 1000, 60)),
+                  "more than a day ahead of this machine's clock");
+    // The application was built later than the clock says.
+    const QByteArray date = QByteArray::fromStdString(formatDate(now + 5 * aDay));
+    makeApp(u"Later.app"_s, u"1"_s, {keyText(key(0))},
+            "<key>TXUpdateBuildDate</key><string>" + date + "</string>");
+    EXPECT_EQ(verifyFeed(feedSignedAt(now + aDay + 1000, 60), u"Later.app"_s).status, 0);
+    // Signed, but nothing that a reader takes.
+    const auto broken = tx::trust::signFeed("{\"release\":[}", FeedFormat::Json, {&key(0)},
+                                            {"org.example.Host", "release", now, 60});
+    ASSERT_TRUE(broken) << broken.fault().what;
+    expectRefused(verifyFeed(file(QByteArray::fromStdString(broken->document))), "the feed cannot be read");
+}
+
+TEST_F(VerifyFeed, WarnsTwoWeeksBeforeTheExpiry) {
+    const int64_t now = QDateTime::currentSecsSinceEpoch();
+    const ProcessResult soon = verifyFeed(feedSignedAt(now - 47 * aDay, 60));
+    EXPECT_EQ(soon.status, 0) << soon.errors.constData();
+    EXPECT_TRUE(
+        soon.errors.contains("warning: the signature expires in less than 14 days: sign the feed again"));
+    const ProcessResult later = verifyFeed(feedSignedAt(now - 45 * aDay, 60));
+    EXPECT_EQ(later.status, 0);
+    EXPECT_EQ(later.errors, QByteArray());
+}
+
+} // namespace
