@@ -439,6 +439,27 @@ TEST(TarTool, MisusePrintsUsage) {
     EXPECT_EQ(runProcess(tar, {u"-xC"_s, u"/no/such/folder"_s}).status, 1);
 }
 
+TEST(TarTool, WorkingFolderThatTheUserMayNotReadDoesNoHarm) {
+    QTemporaryDir folder;
+    const QString place = folder.path();
+    tx::test::makeArchive(place + u"/a"_s, ArchiveKind::Tar, {good});
+    ASSERT_TRUE(QFile::copy(tx::test::resourcesFolder() + u"/Archives/tar"_s, place + u"/tar"_s));
+    ASSERT_TRUE(QDir(place).mkdir(u"out"_s) && QDir(place).mkdir(u"closed"_s));
+    QString program = u"sh"_s;
+    QStringList words{u"-c"_s,
+                      u"cd '%1/closed' && chmod 0 . && exec '%1/tar' -xC '%1/out' < '%1/a'"_s.arg(place)};
+    if (geteuid() == 0) {
+        // Root may read every folder.
+        ASSERT_EQ(runProcess(u"chown"_s, {u"-R"_s, u"65534:65534"_s, place}).status, 0);
+        words.prepend(program);
+        words = QStringList{u"--reuid=65534"_s, u"--regid=65534"_s, u"--clear-groups"_s} + words;
+        program = u"setpriv"_s;
+    }
+    const ProcessResult result = runProcess(program, words);
+    EXPECT_EQ(result.status, 0) << result.errors.constData();
+    EXPECT_EQ(tx::test::namesIn(place + u"/out"_s), QStringList{good.name});
+}
+
 TEST(TarTool, CompressionIsTheOneThatWasAskedFor) {
     QTemporaryDir folder;
     tx::test::makeArchive(folder.filePath(u"a"_s), ArchiveKind::Tar, {good});

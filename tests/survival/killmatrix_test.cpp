@@ -221,7 +221,8 @@ TEST_P(KillMatrix, LosesNothingAndSettles) {
     if (inPlace)
         newTree = treeOf(path(u"staging/My Host.app/Contents"_s));
     prepare();
-    ASSERT_EQ(update().status, 0);
+    const Outcome clean = update();
+    ASSERT_EQ(clean.status, 0) << clean.text.constData();
     ASSERT_EQ(treeOf(subject()), newTree);
     int points = 0;
     for (const QString &point : trace()) {

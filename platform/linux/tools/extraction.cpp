@@ -15,6 +15,7 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <iconv.h>
+#include <memory>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -279,22 +280,27 @@ void drainInput() {
         n = read(STDIN_FILENO, buffer.data(), buffer.size());
 }
 
-int extract(archive *reader, const std::string &folder, const char *tool,
+int extract(archive *reader, const std::string &destination, const char *tool,
             const std::function<bool()> &endsWell) {
-    const posix::Descriptor alone(lockFolder(folder));
+    const posix::Descriptor alone(lockFolder(destination));
     if (!alone.isOpen())
-        return fail(tool, folder, std::strerror(errno));
+        return fail(tool, destination, std::strerror(errno));
+    // The working folder changes, and one that this user may not read cannot be gone back to.
+    const std::unique_ptr<char, decltype(&std::free)> absolute(realpath(destination.c_str(), nullptr),
+                                                               &std::free);
+    if (!absolute)
+        return fail(tool, destination, std::strerror(errno));
+    const std::string folder = absolute.get();
     const std::string staging = folder + '/' + stagingName;
     if (posix::FileError error = posix::removeTree(staging))
         return fail(tool, error.path, std::strerror(error.number));
-    const posix::Descriptor before(open(".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (mkdir(staging.c_str(), 0700) != 0 || chdir(staging.c_str()) != 0)
         return fail(tool, staging, std::strerror(errno));
     const size_t taken = staging.size() + sizeof "/"; // with the NUL at the end
     const size_t room = taken < PATH_MAX ? PATH_MAX - taken : 0;
     const bool complete = Extraction(reader, tool, room).run() && (!endsWell || endsWell());
-    const bool back = fchdir(before.get()) == 0;
-    const bool published = complete && back && publish(staging, folder, tool);
+    const bool left = chdir("/") == 0;
+    const bool published = complete && left && publish(staging, folder, tool);
     if (posix::FileError error = posix::removeTree(staging))
         return fail(tool, error.path, std::strerror(error.number));
     return published ? 0 : 1;
