@@ -9,6 +9,7 @@
 #include "feed/jsonreader.h"
 #include "feed/servedtype.h"
 #include "platform/services.h"
+#include "trust/firstline.h"
 
 #include <cstdio>
 
@@ -62,10 +63,23 @@ int feedShow(const FeedOptions &options) {
     return ExitDone;
 }
 
+namespace {
+
+/// The first line of a signed feed is for `feed verify`: no entry of the publisher's is in it.
+void dropSignature(QByteArray &document) {
+    const auto line = trust::findUnreadLine({document.constData(), size_t(document.size())});
+    if (line)
+        document.remove(
+            0, qsizetype(trust::putBeginningBeforeBody(document.data(), line->format, line->bodyAt)));
+}
+
+} // namespace
+
 int feedValidate(const FeedOptions &options) {
-    const Result<FeedSource> source = readSource(options);
+    Result<FeedSource> source = readSource(options);
     if (!source)
         return failed(source.error(), options);
+    dropSignature(source->data);
     QList<SkippedEntry> dropped;
     ReaderContext context;
     context.now = services().now();

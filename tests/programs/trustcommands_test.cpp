@@ -514,11 +514,14 @@ TEST_F(SignFeed, EveryReaderSeesTheSameEntriesAsBefore) {
     for (const auto &[what, document] : documents) {
         const QString source = file(document);
         const QByteArray before = run(show(source)).output;
+        const QStringList validate{u"feed"_s, u"validate"_s, source};
+        const QByteArray judged = run(validate).output;
         const ProcessResult result = signFeed(source);
         ASSERT_EQ(result.status, 0) << what << result.errors.constData();
         EXPECT_TRUE(result.output.contains(
             "is signed: txupdate-feed:1 bundle:org.example.Host feed:release serial:"));
         EXPECT_EQ(entriesOf(run(show(source)).output), entriesOf(before)) << what;
+        EXPECT_EQ(run(validate).output, judged) << what;
         const ProcessResult verified = verifyFeed(source);
         EXPECT_EQ(verified.status, 0) << what << verified.errors.constData();
         const QByteArray signedBytes = readFile(source);
