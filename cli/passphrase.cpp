@@ -92,7 +92,7 @@ Outcome<Secret> ask(int terminal, const QString &question) {
 Outcome<Secret> askAtTerminal(const QString &what, bool isNew) {
     const int terminal = open("/dev/tty", O_RDWR | O_CLOEXEC | O_NOCTTY);
     if (terminal < 0)
-        return fault("a passphrase is needed, and there is no terminal to ask at. Give it with "
+        return fault("the key needs a passphrase, but there is no terminal to type it in. Pass it with "
                      "--passphrase-fd or in TXUPDATE_PASSPHRASE");
     Outcome<Secret> first = ask(terminal, u"Passphrase for %1: "_s.arg(what));
     if (first && isNew) {

@@ -164,7 +164,7 @@ QString TXUpdateUnarchiver::pipeArchive(std::FILE *archive, const QString &comma
     if (!task)
         return tx::localizedFormat(u"Opening the pipe for the archive failed %d."_s,
                                    {QString::number(task.error().code())});
-    // The application that it unpacks is no longer needed, and a command may hang.
+    // At the end of the process nobody needs the unpacked application any more, and the command may hang.
     const tx::InterruptAtEnd interrupt([&task] { (*task)->kill(); });
     std::optional<int> failedWrite;
     constexpr size_t chunkSize = 32768;

@@ -195,8 +195,8 @@ private:
         }
         if (putBack)
             m_context.log("an interrupted installation was undone");
-        // Anything else there is an unfinished copy, or the old application after the swap. It is no longer
-        // needed once the application at the path is on disk.
+        // What is left is an unfinished copy, or the old application after the swap. Both can go once the
+        // application at the path is on disk.
         bool hasLeftover = false;
         for (const std::string &path : {m_staged, m_backup, m_gone})
             hasLeftover = hasLeftover || posix::entryExists(path);

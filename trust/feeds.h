@@ -48,7 +48,7 @@ public:
 
     [[nodiscard]] const FeedClaim &claim() const { return m_claim; }
     [[nodiscard]] FeedFormat format() const { return m_format; }
-    /// Where the part of the document begins that the reader is given. It goes on to the end.
+    /// Offset of what the reader is given: all bytes from here to the end of the document.
     [[nodiscard]] size_t documentAt() const { return m_documentAt; }
 
 private:

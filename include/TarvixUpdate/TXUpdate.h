@@ -134,8 +134,8 @@ public:
     [[nodiscard]] bool isBugfixVersion() const;
     /// There is an archive, and no downloadRefusal().
     [[nodiscard]] bool canBeDownloaded() const;
-    /// Why the archive may not be downloaded, for the user: a feed with an https URL may name only https
-    /// archives. Null if it may, or if there is no archive.
+    /// Why the archive must not be downloaded, for the user: a feed with an https URL may name only https
+    /// archives. Null if the download is allowed or there is no archive.
     [[nodiscard]] TXError downloadRefusal() const;
 
     /// Equal in all that the feed says: title, version, date, strings, URLs and conditions.

@@ -50,7 +50,7 @@ public:
     [[nodiscard]] QList<TXUpdatePostPtr> recentPosts() const;
     /// The latest date among the handled posts; invalid if none can be read.
     [[nodiscard]] QDateTime dateOfMostRecentlyHandledPost() const;
-    /// Posts since that date, or recent posts if there is no such date.
+    /// postsSinceDate(dateOfMostRecentlyHandledPost()); recentPosts() if that date is invalid.
     [[nodiscard]] QList<TXUpdatePostPtr> recentUnhandledPosts() const;
     /// Recent posts of that display time that are not recorded as handled.
     [[nodiscard]] QList<TXUpdatePostPtr> unhandledPostsWithDisplayTime(TXUpdatePostDisplayTime time) const;
