@@ -26,7 +26,8 @@ VolumeInfo described(const QString &rootPath, const QString &device, bool isRead
 
 std::optional<VolumeInfo> volumeInfo(const QString &path) {
     const QStorageInfo volume(path);
-    // What the mount table does not name has no device, and since Qt 6.8 the path itself for a root.
+    // For a path that is not in the mount table Qt names no device, and since 6.8 the path itself as its
+    // root.
     if (!volume.isValid() || volume.device().isEmpty())
         return volumeByFileSystem(path);
     return described(volume.rootPath(), QFile::decodeName(volume.device()), volume.isReadOnly());

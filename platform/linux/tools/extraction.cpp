@@ -285,7 +285,7 @@ int extract(archive *reader, const std::string &destination, const char *tool,
     const posix::Descriptor alone(lockFolder(destination));
     if (!alone.isOpen())
         return fail(tool, destination, std::strerror(errno));
-    // The working folder changes, and one that this user may not read cannot be gone back to.
+    // An absolute path, because the working folder changes and may be one that this user cannot open again.
     const std::unique_ptr<char, decltype(&std::free)> absolute(realpath(destination.c_str(), nullptr),
                                                                &std::free);
     if (!absolute)
