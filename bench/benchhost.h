@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "platform/mainbundle.h"
+#include "os/mainbundle.h"
 
 #include <QString>
 

@@ -3,7 +3,7 @@
 // the Trash, and prints how many milliseconds that took.
 #include "bench/benchhost.h"
 #include "mover/movejob.h"
-#include "platform/services.h"
+#include "os/services.h"
 
 #include <QCoreApplication>
 #include <QElapsedTimer>

@@ -4,7 +4,7 @@
 // watches the path.
 #include "installer/installer.h"
 
-#include "platform/linux/openbundle.h"
+#include "posix/openbundle.h"
 
 #include <algorithm>
 #include <atomic>

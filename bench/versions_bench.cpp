@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Comparison of build versions against libapt-pkg's of the same pairs.
-#include "core/versioncomparison.h"
+#include "model/versioncomparison.h"
 
 #include <apt-pkg/debversion.h>
 #include <apt-pkg/init.h>

@@ -34,7 +34,6 @@ if(CMAKE_SIZEOF_VOID_P EQUAL 4)
   # Files of more than 2 GiB, also where an off_t has 32 bits without these words.
   target_compile_definitions(tarvix_settings INTERFACE _FILE_OFFSET_BITS=64)
 endif()
-target_include_directories(tarvix_settings INTERFACE ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/include)
 
 set(TARVIXUPDATE_SANITIZE "" CACHE STRING "Sanitizers to build with, such as address,undefined or thread")
 if(TARVIXUPDATE_SANITIZE)

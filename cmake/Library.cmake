@@ -1,8 +1,8 @@
-# The two libraries that are made of the folders' objects.
-get_property(folders GLOBAL PROPERTY TARVIX_FOLDERS)
+# The two libraries that are made of the rooms' objects.
+get_property(rooms GLOBAL PROPERTY TARVIX_ROOMS)
 set(objects)
-foreach(folder IN LISTS folders)
-  list(APPEND objects $<TARGET_OBJECTS:${folder}>)
+foreach(room IN LISTS rooms)
+  list(APPEND objects $<TARGET_OBJECTS:${room}>)
 endforeach()
 set(dependencies
   Qt6::Network simdjson::simdjson PkgConfig::xml2 PkgConfig::plist ZLIB::ZLIB tarvix_static_sodium Threads::Threads)
@@ -25,6 +25,8 @@ endif()
 # windows does not load the widget libraries.
 add_library(TarvixUpdateInternals STATIC ${objects})
 target_link_libraries(TarvixUpdateInternals PUBLIC tarvix_settings Qt6::Core ${dependencies} Qt6::Widgets)
+# Programs stand above all floors.
+target_include_directories(TarvixUpdateInternals PUBLIC ${PROJECT_SOURCE_DIR}/include ${PROJECT_SOURCE_DIR}/src)
 set_target_properties(TarvixUpdateInternals PROPERTIES AUTOMOC OFF LINKER_LANGUAGE CXX)
 target_link_options(TarvixUpdateInternals INTERFACE -Wl,--as-needed)
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include "platform/binarypropertylist.h"
+#include "base/binarypropertylist.h"
 
-#include "platform/binaryobjects.h"
+#include "posix/binaryobjects.h"
 
 #include <algorithm>
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "platform/contentdecoder.h"
+#include "base/contentdecoder.h"
 
 #include <zlib.h>
 

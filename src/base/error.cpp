@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "platform/posixerror.h"
+#include "base/posixerror.h"
 
 #include <cstring>
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <TarvixUpdate/TXLog.h>
 
-#include "platform/format.h"
+#include "base/format.h"
 
 #include <QLoggingCategory>
 

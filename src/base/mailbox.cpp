@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "platform/mailbox.h"
+#include "base/mailbox.h"
 
 #include <QCoreApplication>
 #include <QEvent>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "platform/plurals.h"
+#include "base/plurals.h"
 
 #include <QLatin1StringView>
 

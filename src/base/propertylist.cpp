@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include "platform/propertylist.h"
+#include "base/propertylist.h"
 
-#include "platform/binarypropertylist.h"
+#include "base/binarypropertylist.h"
 
 #include <QDateTime>
 

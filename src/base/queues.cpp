@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include "platform/queues.h"
+#include "base/queues.h"
 
-#include "platform/mailbox.h"
+#include "base/mailbox.h"
 
 #include <TarvixUpdate/TXLog.h>
 

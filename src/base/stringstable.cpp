@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include "platform/stringstable.h"
+#include "base/stringstable.h"
 
-#include "platform/propertylist.h"
+#include "base/propertylist.h"
 
 #include <QStringDecoder>
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "platform/timers.h"
+#include "base/timers.h"
 
 #include <algorithm>
 

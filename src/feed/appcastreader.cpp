@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "feed/appcastreader.h"
 
-#include "core/relevance.h"
-#include "core/versioncomparison.h"
 #include "feed/appcastparser.h"
 #include "feed/feedbudget.h"
-#include "feed/updateentry.h"
+#include "model/relevance.h"
+#include "model/updateentry.h"
+#include "model/versioncomparison.h"
 
 using namespace Qt::StringLiterals;
 

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "base/result.h"
 #include "feed/appcastitem.h"
 #include "feed/readercontext.h"
-#include "platform/result.h"
 
 namespace tx {
 

@@ -1,19 +1,19 @@
 // SPDX-License-Identifier: MIT
 #include <TarvixUpdate/TXUpdateFeed.h>
 
-#include "core/names.h"
-#include "core/settings.h"
+#include "base/format.h"
+#include "base/loopbackname.h"
 #include "feed/appcastreader.h"
 #include "feed/feedlimits.h"
 #include "feed/jsonreader.h"
 #include "feed/requestbody.h"
 #include "feed/servedtype.h"
-#include "platform/format.h"
-#include "platform/localization.h"
-#include "platform/loopbackname.h"
-#include "platform/memory.h"
-#include "platform/services.h"
-#include "platform/urlloading.h"
+#include "model/names.h"
+#include "model/settings.h"
+#include "net/urlloading.h"
+#include "os/localization.h"
+#include "os/memory.h"
+#include "os/services.h"
 
 #include <TarvixUpdate/TXLog.h>
 #include <TarvixUpdate/TXUpdateHost.h>

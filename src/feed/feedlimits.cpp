@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "feed/feedlimits.h"
 
-#include "core/settings.h"
+#include "model/settings.h"
 
 using namespace Qt::StringLiterals;
 

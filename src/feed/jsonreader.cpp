@@ -1,15 +1,15 @@
 // SPDX-License-Identifier: MIT
 #include "feed/jsonreader.h"
 
-#include "core/names.h"
-#include "core/relevance.h"
-#include "core/versioncomparison.h"
-#include "feed/conditions.h"
 #include "feed/feedbudget.h"
-#include "feed/feedvalues.h"
-#include "feed/itemdate.h"
 #include "feed/jsonvalues.h"
-#include "feed/updateentry.h"
+#include "model/conditions.h"
+#include "model/feedvalues.h"
+#include "model/itemdate.h"
+#include "model/names.h"
+#include "model/relevance.h"
+#include "model/updateentry.h"
+#include "model/versioncomparison.h"
 
 #include <TarvixUpdate/TXLog.h>
 

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "feed/feedentry.h"
+#include "base/result.h"
 #include "feed/readercontext.h"
-#include "platform/result.h"
+#include "model/feedentry.h"
 
 namespace tx {
 

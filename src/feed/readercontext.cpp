@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "feed/readercontext.h"
 
-#include "core/names.h"
-#include "platform/services.h"
+#include "model/names.h"
+#include "os/services.h"
 
 #include <TarvixUpdate/TXUpdateHost.h>
 

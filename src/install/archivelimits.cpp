@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "install/archivelimits.h"
 
-#include "core/settings.h"
+#include "model/settings.h"
 
 using namespace Qt::StringLiterals;
 

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "install/buildcheck.h"
 
-#include "core/names.h"
-#include "core/versioncomparison.h"
-#include "platform/localization.h"
+#include "model/names.h"
+#include "model/versioncomparison.h"
+#include "os/localization.h"
 
 #include <TarvixUpdate/TXBundle.h>
 #include <TarvixUpdate/TXUpdateHost.h>

@@ -1,18 +1,18 @@
 // SPDX-License-Identifier: MIT
 #include "install/installerclient.h"
 
-#include "core/names.h"
-#include "core/settings.h"
-#include "platform/authorization.h"
-#include "platform/creationmask.h"
-#include "platform/directories.h"
-#include "platform/filesystem.h"
-#include "platform/format.h"
-#include "platform/frameworkresources.h"
-#include "platform/localization.h"
-#include "platform/readyword.h"
-#include "platform/services.h"
-#include "platform/tasks.h"
+#include "base/format.h"
+#include "model/names.h"
+#include "model/settings.h"
+#include "os/authorization.h"
+#include "os/creationmask.h"
+#include "os/directories.h"
+#include "os/filesystem.h"
+#include "os/frameworkresources.h"
+#include "os/localization.h"
+#include "os/readyword.h"
+#include "os/services.h"
+#include "os/tasks.h"
 
 #include <TarvixUpdate/TXLog.h>
 #include <TarvixUpdate/TXUpdateHost.h>

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "install/packagecheck.h"
 
-#include "core/names.h"
-#include "platform/localization.h"
-#include "platform/packageowner.h"
-#include "platform/queues.h"
+#include "base/queues.h"
+#include "model/names.h"
+#include "os/localization.h"
+#include "os/packageowner.h"
 
 #include <TarvixUpdate/TXUpdateHost.h>
 

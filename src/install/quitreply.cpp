@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "install/quitreply.h"
 
-#include "platform/queues.h"
-#include "platform/services.h"
+#include "base/queues.h"
+#include "os/services.h"
 
 #include <utility>
 

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
-#include "platform/relaunchcommand.h"
+#include "os/relaunchcommand.h"
 
-#include "platform/frameworkresources.h"
-#include "platform/services.h"
-#include "platform/tasks.h"
-#include "platform/workspace.h"
+#include "os/frameworkresources.h"
+#include "os/services.h"
+#include "os/tasks.h"
+#include "os/workspace.h"
 
 #include <TarvixUpdate/TXLog.h>
 #include <TarvixUpdate/TXUpdate.h>

@@ -1,15 +1,15 @@
 // SPDX-License-Identifier: MIT
 #include "install/unarchiver.h"
 
-#include "core/names.h"
+#include "base/queues.h"
 #include "install/archivelimits.h"
-#include "platform/filesystem.h"
-#include "platform/frameworkresources.h"
-#include "platform/localization.h"
-#include "platform/queues.h"
-#include "platform/services.h"
-#include "platform/tasks.h"
-#include "platform/workspace.h"
+#include "model/names.h"
+#include "os/filesystem.h"
+#include "os/frameworkresources.h"
+#include "os/localization.h"
+#include "os/services.h"
+#include "os/tasks.h"
+#include "os/workspace.h"
 
 #include <TarvixUpdate/TXBundle.h>
 #include <TarvixUpdate/TXLog.h>

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "install/unpackedapplication.h"
 
-#include "core/host_p.h"
-#include "platform/filesystem.h"
-#include "platform/localization.h"
-#include "platform/services.h"
-#include "platform/specialfiles.h"
+#include "model/host_p.h"
+#include "os/filesystem.h"
+#include "os/localization.h"
+#include "os/services.h"
+#include "os/specialfiles.h"
 
 #include <TarvixUpdate/TXBundle.h>
 #include <TarvixUpdate/TXLog.h>

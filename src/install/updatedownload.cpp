@@ -1,16 +1,16 @@
 // SPDX-License-Identifier: MIT
 #include "install/updatedownload.h"
 
-#include "core/host_p.h"
-#include "core/names.h"
-#include "core/settings.h"
+#include "base/queues.h"
 #include "install/archivelimits.h"
 #include "install/packagecheck.h"
-#include "install/update_p.h"
-#include "platform/filesystem.h"
-#include "platform/localization.h"
-#include "platform/queues.h"
-#include "platform/services.h"
+#include "model/host_p.h"
+#include "model/names.h"
+#include "model/settings.h"
+#include "model/update_p.h"
+#include "os/filesystem.h"
+#include "os/localization.h"
+#include "os/services.h"
 
 #include <TarvixUpdate/TXLog.h>
 #include <TarvixUpdate/TXRateLimiter.h>

@@ -1,22 +1,22 @@
 // SPDX-License-Identifier: MIT
 #include "install/updateinstallation.h"
 
-#include "core/names.h"
+#include "base/format.h"
+#include "base/queues.h"
 #include "install/buildcheck.h"
 #include "install/installerclient.h"
 #include "install/packagecheck.h"
 #include "install/quitreply.h"
 #include "install/unarchiver.h"
-#include "install/update_p.h"
 #include "install/updatedownload.h"
-#include "platform/applicationcheck.h"
-#include "platform/directories.h"
-#include "platform/filesystem.h"
-#include "platform/format.h"
-#include "platform/localization.h"
-#include "platform/queues.h"
-#include "platform/services.h"
-#include "platform/workspace.h"
+#include "model/names.h"
+#include "model/update_p.h"
+#include "os/applicationcheck.h"
+#include "os/directories.h"
+#include "os/filesystem.h"
+#include "os/localization.h"
+#include "os/services.h"
+#include "os/workspace.h"
 
 #include <TarvixUpdate/TXLog.h>
 #include <TarvixUpdate/TXUpdateHost.h>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "trust/bundletrust.h"
+#include "model/bundletrust.h"
 
 #include <QDateTime>
 #include <QVariant>

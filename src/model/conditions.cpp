@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include "feed/conditions.h"
+#include "model/conditions.h"
 
-#include "feed/feedentry.h"
+#include "model/feedentry.h"
 
 #include <QJsonDocument>
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "feed/feedentry.h"
+#include "model/feedentry.h"
 
 #include <QStringList>
 

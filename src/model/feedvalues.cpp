@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "feed/feedvalues.h"
+#include "model/feedvalues.h"
 
 #include <cmath>
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "feed/handleddate.h"
+#include "model/handleddate.h"
 
 #include <QRegularExpression>
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "feed/handledrecord.h"
+#include "model/handledrecord.h"
 
 using namespace Qt::StringLiterals;
 

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
-#include "core/host_p.h"
+#include "model/host_p.h"
 
-#include "core/names.h"
-#include "platform/localization.h"
-#include "platform/osversion.h"
-#include "platform/services.h"
-#include "platform/workspace.h"
+#include "model/names.h"
+#include "os/localization.h"
+#include "os/osversion.h"
+#include "os/services.h"
+#include "os/workspace.h"
 
 #include <TarvixUpdate/TXLog.h>
 

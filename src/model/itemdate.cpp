@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "feed/itemdate.h"
+#include "model/itemdate.h"
 
 #include <QTimeZone>
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "core/names.h"
+#include "model/names.h"
 
 using namespace Qt::StringLiterals;
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "feed/packedentries.h"
+#include "model/packedentries.h"
 
 #include <cstring>
 

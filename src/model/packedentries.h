@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "feed/feedentry.h"
+#include "model/feedentry.h"
 
 #include <TarvixUpdate/TXUpdateItem.h>
 

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include <TarvixUpdate/TXUpdatePost.h>
 
-#include "feed/conditions.h"
-#include "feed/feedentry.h"
-#include "feed/feedvalues.h"
-#include "feed/itemdate.h"
+#include "model/conditions.h"
+#include "model/feedentry.h"
+#include "model/feedvalues.h"
+#include "model/itemdate.h"
 
 using namespace Qt::StringLiterals;
 using Member = tx::FeedEntry::Member;

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <TarvixUpdate/TXRateLimiter.h>
 
-#include "platform/services.h"
+#include "os/services.h"
 
 void __TXUpdateAllowOnceEvery(const std::function<void()> &work, double *lastTime, double interval) {
     const double now = tx::services().secondsSinceReferenceDate();

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
-#include "core/relevance.h"
+#include "model/relevance.h"
 
-#include "core/versioncomparison.h"
-#include "platform/services.h"
-#include "platform/userdefaults.h"
+#include "model/versioncomparison.h"
+#include "os/services.h"
+#include "os/userdefaults.h"
 
 #include <TarvixUpdate/TXUpdateSettings.h>
 

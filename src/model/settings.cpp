@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
-#include "core/settings.h"
+#include "model/settings.h"
 
-#include "core/names.h"
-#include "platform/directories.h"
-#include "platform/userdefaults.h"
+#include "model/names.h"
+#include "os/directories.h"
+#include "os/userdefaults.h"
 
 #include <TarvixUpdate/TXUpdateHost.h>
 

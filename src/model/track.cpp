@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include <TarvixUpdate/TXUpdateTrack.h>
 
-#include "core/relevance.h"
-#include "core/versioncomparison.h"
-#include "feed/handleddate.h"
-#include "feed/handledrecord.h"
-#include "platform/services.h"
-#include "platform/userdefaults.h"
+#include "model/handleddate.h"
+#include "model/handledrecord.h"
+#include "model/relevance.h"
+#include "model/versioncomparison.h"
+#include "os/services.h"
+#include "os/userdefaults.h"
 
 #include <TarvixUpdate/TXUpdateSettings.h>
 

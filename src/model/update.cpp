@@ -1,15 +1,15 @@
 // SPDX-License-Identifier: MIT
-#include "install/update_p.h"
+#include "model/update_p.h"
 
-#include "core/names.h"
-#include "feed/conditions.h"
-#include "feed/feedentry.h"
-#include "feed/feedvalues.h"
-#include "feed/itemdate.h"
-#include "platform/localization.h"
-#include "platform/queues.h"
-#include "platform/services.h"
-#include "platform/userdefaults.h"
+#include "base/queues.h"
+#include "model/conditions.h"
+#include "model/feedentry.h"
+#include "model/feedvalues.h"
+#include "model/itemdate.h"
+#include "model/names.h"
+#include "os/localization.h"
+#include "os/services.h"
+#include "os/userdefaults.h"
 
 #include <TarvixUpdate/TXLog.h>
 #include <TarvixUpdate/TXUpdateSettings.h>

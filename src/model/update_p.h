@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "install/updatebuilder.h"
-#include "platform/filesystem.h"
+#include "model/updatebuilder.h"
+#include "os/filesystem.h"
 
 // What an update has once it is more than a text in a feed. A feed may hold a hundred thousand updates of
 // which one is used.

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
-#include "install/updatebuilder.h"
+#include "model/updatebuilder.h"
 
-#include "feed/conditions.h"
-#include "feed/feedentry.h"
-#include "feed/feedvalues.h"
-#include "install/update_p.h"
-#include "platform/queues.h"
+#include "base/queues.h"
+#include "model/conditions.h"
+#include "model/feedentry.h"
+#include "model/feedvalues.h"
+#include "model/update_p.h"
 
 #include <QCoreApplication>
 #include <QThread>

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
-#include "feed/updateentry.h"
+#include "model/updateentry.h"
 
-#include "feed/feedvalues.h"
-#include "feed/itemdate.h"
-#include "install/updatebuilder.h"
+#include "model/feedvalues.h"
+#include "model/itemdate.h"
+#include "model/updatebuilder.h"
 
 #include <TarvixUpdate/TXLog.h>
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "feed/packedentries.h"
+#include "model/packedentries.h"
 
 #include <TarvixUpdate/TXUpdate.h>
 

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "mover/applicationplaces.h"
 
+#include "base/propertylist.h"
 #include "mover/pathresolution.h"
-#include "platform/authorization.h"
-#include "platform/filesystem.h"
-#include "platform/propertylist.h"
-#include "platform/services.h"
-#include "platform/taskoutput.h"
+#include "os/authorization.h"
+#include "os/filesystem.h"
+#include "os/services.h"
+#include "os/taskoutput.h"
 
 #include <QFileInfo>
 

@@ -3,8 +3,8 @@
 
 #include "mover/movejob.h"
 #include "mover/movequestion.h"
-#include "platform/services.h"
-#include "platform/userdefaults.h"
+#include "os/services.h"
+#include "os/userdefaults.h"
 
 #include <TarvixUpdate/TXBundle.h>
 #include <TarvixUpdate/TXUpdateHost.h>

@@ -1,18 +1,18 @@
 // SPDX-License-Identifier: MIT
 #include "mover/movejob.h"
 
+#include "base/format.h"
 #include "mover/movequestion.h"
 #include "mover/replacement.h"
-#include "platform/authorization.h"
-#include "platform/filesystem.h"
-#include "platform/format.h"
-#include "platform/frameworkresources.h"
-#include "platform/localization.h"
-#include "platform/packageowner.h"
-#include "platform/relaunchcommand.h"
-#include "platform/services.h"
-#include "platform/tasks.h"
-#include "platform/workspace.h"
+#include "os/authorization.h"
+#include "os/filesystem.h"
+#include "os/frameworkresources.h"
+#include "os/localization.h"
+#include "os/packageowner.h"
+#include "os/relaunchcommand.h"
+#include "os/services.h"
+#include "os/tasks.h"
+#include "os/workspace.h"
 
 #include <TarvixUpdate/TXBundle.h>
 #include <TarvixUpdate/TXLog.h>

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "mover/movequestion.h"
 
-#include "platform/format.h"
-#include "platform/localization.h"
+#include "base/format.h"
+#include "os/localization.h"
 
 using namespace Qt::StringLiterals;
 

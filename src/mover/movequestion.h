@@ -2,7 +2,7 @@
 #pragma once
 
 #include "mover/applicationplaces.h"
-#include "platform/alert.h"
+#include "os/alert.h"
 
 namespace tx {
 

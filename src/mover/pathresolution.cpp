@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "mover/pathresolution.h"
 
-#include "platform/entrykind.h"
-#include "platform/services.h"
+#include "os/entrykind.h"
+#include "os/services.h"
 
 #include <QStringList>
 

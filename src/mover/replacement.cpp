@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "mover/replacement.h"
 
-#include "platform/filesystem.h"
-#include "platform/movedname.h"
-#include "platform/services.h"
+#include "os/filesystem.h"
+#include "os/services.h"
+#include "posix/movedname.h"
 
 #include <TarvixUpdate/TXLog.h>
 

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
-#include "platform/networkthread.h"
+#include "net/networkthread.h"
 
-#include "platform/loopbackname.h"
-#include "platform/queues.h"
+#include "base/loopbackname.h"
+#include "base/queues.h"
 
 #include <TarvixUpdate/TXLog.h>
 

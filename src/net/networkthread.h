@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "platform/mailbox.h"
-#include "platform/urlloading.h"
+#include "base/mailbox.h"
+#include "net/urlloading.h"
 
 #include <QNetworkAccessManager>
 #include <QNetworkReply>

@@ -1,14 +1,14 @@
 // SPDX-License-Identifier: MIT
-#include "platform/services.h"
+#include "os/services.h"
 
-#include "platform/authorization.h"
-#include "platform/directories.h"
-#include "platform/entrykind.h"
-#include "platform/filesystem.h"
-#include "platform/frameworkresources.h"
-#include "platform/tasks.h"
-#include "platform/urlloading.h"
-#include "platform/workspace.h"
+#include "net/urlloading.h"
+#include "os/authorization.h"
+#include "os/directories.h"
+#include "os/entrykind.h"
+#include "os/filesystem.h"
+#include "os/frameworkresources.h"
+#include "os/tasks.h"
+#include "os/workspace.h"
 
 #include <TarvixUpdate/TXLog.h>
 

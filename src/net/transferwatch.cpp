@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include "platform/transferwatch.h"
+#include "net/transferwatch.h"
 
-#include "platform/services.h"
+#include "os/services.h"
 
 #include <algorithm>
 

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
-#include "platform/urldownload.h"
+#include "net/urldownload.h"
 
-#include "platform/contentdecoder.h"
-#include "platform/filesystem.h"
-#include "platform/mailbox.h"
-#include "platform/networkthread.h"
-#include "platform/services.h"
-#include "platform/transferwatch.h"
+#include "base/contentdecoder.h"
+#include "base/mailbox.h"
+#include "net/networkthread.h"
+#include "net/transferwatch.h"
+#include "os/filesystem.h"
+#include "os/services.h"
 
 #include <QFileInfo>
 #include <QPointer>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "platform/urlloading.h"
+#include "net/urlloading.h"
 
 namespace tx {
 

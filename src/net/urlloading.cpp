@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
-#include "platform/urlloading.h"
+#include "net/urlloading.h"
 
-#include "platform/networkthread.h"
-#include "platform/transferwatch.h"
-#include "platform/urldownload.h"
+#include "net/networkthread.h"
+#include "net/transferwatch.h"
+#include "net/urldownload.h"
 
 #include <QSslError>
 

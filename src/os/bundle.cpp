@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include "platform/mainbundle.h"
+#include "os/mainbundle.h"
 
-#include "platform/propertylist.h"
+#include "base/propertylist.h"
 
 #include <QDir>
 #include <QFile>

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
-#include "platform/localization.h"
+#include "os/localization.h"
 
-#include "platform/directories.h"
-#include "platform/format.h"
-#include "platform/plurals.h"
-#include "platform/services.h"
-#include "platform/stringstable.h"
+#include "base/format.h"
+#include "base/plurals.h"
+#include "base/stringstable.h"
+#include "os/directories.h"
+#include "os/services.h"
 
 #include <TarvixUpdate/TXLog.h>
 

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
-#include "platform/openaddress.h"
+#include "os/openaddress.h"
 
-#include "platform/services.h"
-#include "platform/workspace.h"
+#include "os/services.h"
+#include "os/workspace.h"
 
 #include <TarvixUpdate/TXLog.h>
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include "platform/readyword.h"
+#include "os/readyword.h"
 
-#include "platform/tasks.h"
+#include "os/tasks.h"
 
 using namespace Qt::StringLiterals;
 

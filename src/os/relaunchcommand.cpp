@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include "platform/relaunchcommand.h"
+#include "os/relaunchcommand.h"
 
-#include "platform/format.h"
+#include "base/format.h"
 
 using namespace Qt::StringLiterals;
 

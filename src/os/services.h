@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "platform/alert.h"
-#include "platform/systemfacts.h"
-#include "platform/volumes.h"
+#include "os/alert.h"
+#include "os/systemfacts.h"
+#include "os/volumes.h"
 
 #include <QDateTime>
 

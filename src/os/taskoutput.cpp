@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
-#include "platform/taskoutput.h"
+#include "os/taskoutput.h"
 
-#include "platform/queues.h"
-#include "platform/services.h"
+#include "base/queues.h"
+#include "os/services.h"
 
 namespace tx {
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "platform/tasks.h"
+#include "os/tasks.h"
 
 #include <chrono>
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "platform/result.h"
+#include "base/result.h"
 
 #include <QDateTime>
 #include <QMutex>

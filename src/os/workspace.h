@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "platform/result.h"
+#include "base/result.h"
 
 #include <QList>
 #include <QUrl>
@@ -13,7 +13,7 @@ class Workspace {
 public:
     virtual ~Workspace() = default;
     /// Opens an address in the program that the user prefers for it. An address from a feed or a page goes
-    /// through openAddress (platform/openaddress.h), which knows what may be opened.
+    /// through openAddress (src/os/openaddress.h), which knows what may be opened.
     virtual TXError openUrl(const QUrl &url) = 0;
     /// Opens a file or folder; an application bundle is started, unless it runs already.
     virtual TXError openFile(const QString &path) = 0;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "platform/binaryobjects.h"
+#include "posix/binaryobjects.h"
 
 #include <algorithm>
 

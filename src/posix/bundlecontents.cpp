@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
-#include "platform/linux/bundlecontents.h"
+#include "posix/bundlecontents.h"
 
-#include "platform/linux/interrupted.h"
-#include "platform/linux/posixfiles.h"
+#include "posix/interrupted.h"
+#include "posix/posixfiles.h"
 
 #include <cerrno>
 #include <cstring>

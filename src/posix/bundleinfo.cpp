@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include "platform/linux/bundleinfo.h"
+#include "posix/bundleinfo.h"
 
-#include "platform/plainpropertylist.h"
+#include "posix/plainpropertylist.h"
 
 #include <fstream>
 #include <sys/stat.h>

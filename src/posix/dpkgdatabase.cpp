@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include "platform/linux/dpkgdatabase.h"
+#include "posix/dpkgdatabase.h"
 
-#include "platform/linux/posixfiles.h"
+#include "posix/posixfiles.h"
 
 #include <algorithm>
 #include <cerrno>

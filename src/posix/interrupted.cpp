@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
-#include "platform/linux/interrupted.h"
+#include "posix/interrupted.h"
 
-#include "platform/linux/bundlecontents.h"
-#include "platform/linux/trustedpath.h"
-#include "platform/movedname.h"
+#include "posix/bundlecontents.h"
+#include "posix/movedname.h"
+#include "posix/trustedpath.h"
 
 #include <cerrno>
 #include <cstdio>

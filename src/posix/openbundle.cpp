@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
-#include "platform/linux/openbundle.h"
+#include "posix/openbundle.h"
 
-#include "platform/linux/bundlecontents.h"
-#include "platform/linux/posixfiles.h"
-#include "platform/linux/userfolders.h"
+#include "posix/bundlecontents.h"
+#include "posix/posixfiles.h"
+#include "posix/userfolders.h"
 
 #include <algorithm>
 #include <cerrno>

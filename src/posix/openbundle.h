@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "platform/linux/bundleinfo.h"
-#include "platform/linux/interrupted.h"
+#include "posix/bundleinfo.h"
+#include "posix/interrupted.h"
 
 #include <chrono>
 #include <optional>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include "platform/linux/packagedatabases.h"
+#include "posix/packagedatabases.h"
 
-#include "platform/linux/dpkgdatabase.h"
+#include "posix/dpkgdatabase.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include "platform/plainpropertylist.h"
+#include "posix/plainpropertylist.h"
 
-#include "platform/binaryobjects.h"
+#include "posix/binaryobjects.h"
 
 #include <algorithm>
 #include <bit>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The small part of XML that property lists use. The only entities are the five of XML itself: a document
 // type with its own declarations is refused.
-#include "platform/plainpropertylist.h"
+#include "posix/plainpropertylist.h"
 
 #include <algorithm>
 #include <charconv>

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
-#include "platform/linux/posixfiles.h"
-#include "platform/linux/posixfiles_p.h"
+#include "posix/posixfiles.h"
+#include "posix/posixfiles_p.h"
 
-#include "platform/linux/trustedpath.h"
+#include "posix/trustedpath.h"
 
 #include <algorithm>
 #include <cerrno>

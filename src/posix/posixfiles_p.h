@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "platform/linux/posixfiles.h"
+#include "posix/posixfiles.h"
 
 #include <string>
 #include <vector>

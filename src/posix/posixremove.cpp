@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-#include "platform/linux/posixfiles.h"
-#include "platform/linux/posixfiles_p.h"
+#include "posix/posixfiles.h"
+#include "posix/posixfiles_p.h"
 
 #include <cerrno>
 #include <fcntl.h>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "platform/privatefile.h"
+#include "posix/privatefile.h"
 
 #include <cerrno>
 #include <cstdint>

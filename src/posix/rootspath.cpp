@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include "platform/linux/rootspath.h"
+#include "posix/rootspath.h"
 
-#include "platform/linux/trustedpath.h"
+#include "posix/trustedpath.h"
 
 #include <algorithm>
 #include <cerrno>

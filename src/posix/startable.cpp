@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
-#include "platform/linux/startable.h"
+#include "posix/startable.h"
 
-#include "platform/linux/bundleinfo.h"
-#include "platform/linux/posixfiles.h"
+#include "posix/bundleinfo.h"
+#include "posix/posixfiles.h"
 
 #include <algorithm>
 #include <array>

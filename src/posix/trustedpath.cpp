@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include "platform/linux/trustedpath.h"
+#include "posix/trustedpath.h"
 
-#include "platform/linux/posixfiles.h"
+#include "posix/posixfiles.h"
 
 #include <algorithm>
 #include <cerrno>

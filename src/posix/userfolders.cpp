@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include "platform/linux/userfolders.h"
+#include "posix/userfolders.h"
 
-#include "platform/linux/trustedpath.h"
+#include "posix/trustedpath.h"
 
 #include <cerrno>
 #include <cstdlib>

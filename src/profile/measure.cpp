@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "profile/measure.h"
 
-#include "platform/directories.h"
-#include "platform/services.h"
-#include "platform/taskoutput.h"
-#include "platform/userdefaults.h"
+#include "os/directories.h"
+#include "os/services.h"
+#include "os/taskoutput.h"
+#include "os/userdefaults.h"
 
 #include <charconv>
 

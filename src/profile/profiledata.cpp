@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "platform/propertylist.h"
+#include "base/propertylist.h"
 #include "profile/measure.h"
 #include "profile/valuescan.h"
 

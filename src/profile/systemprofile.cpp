@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include <TarvixUpdate/TXUpdateSystemProfile.h>
 
-#include "platform/format.h"
-#include "platform/services.h"
+#include "base/format.h"
+#include "os/services.h"
 #include "profile/cpufamily.h"
 #include "profile/measure.h"
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "platform/plainpropertylist.h"
+#include "posix/plainpropertylist.h"
 #include "trust/publickeys.h"
 
 #include <cstdint>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "trust/encoding.h"
 
-#include "platform/plainpropertylist.h"
+#include "posix/plainpropertylist.h"
 
 #include <sodium/utils.h>
 

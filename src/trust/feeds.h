@@ -37,7 +37,7 @@ struct WantedFeed {
 };
 
 /// A feed that one of the application's keys has signed. Only verify() makes one. Whether it is old or
-/// expired is for judgeFreshness() (trust/freshness.h).
+/// expired is for judgeFreshness() (src/trust/freshness.h).
 class VerifiedFeed {
 public:
     /// `document`: what came from the server, content codings undone. What the reader is given is made in it,

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "trust/firstline.h"
 
-#include "platform/plainpropertylist.h"
+#include "posix/plainpropertylist.h"
 #include "trust/encoding.h"
 #include "trust/signaturetext.h"
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "platform/privatefile.h"
+#include "posix/privatefile.h"
 #include "trust/archives.h"
 
 namespace tx::trust {

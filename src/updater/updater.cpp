@@ -1,14 +1,14 @@
 // SPDX-License-Identifier: MIT
-#include "core/updater_p.h"
+#include "updater/updater_p.h"
 
-#include "core/host_p.h"
-#include "core/relevance.h"
-#include "core/settings.h"
-#include "core/versioncomparison.h"
+#include "base/queues.h"
 #include "install/quitreply.h"
-#include "platform/queues.h"
-#include "platform/services.h"
-#include "platform/userdefaults.h"
+#include "model/host_p.h"
+#include "model/relevance.h"
+#include "model/settings.h"
+#include "model/versioncomparison.h"
+#include "os/services.h"
+#include "os/userdefaults.h"
 
 #include <QCoreApplication>
 #include <QMutex>

@@ -3,7 +3,7 @@
 
 #include <TarvixUpdate/TXUpdater.h>
 
-#include "platform/timers.h"
+#include "base/timers.h"
 
 #include <atomic>
 

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
-#include "ui/alert.h"
+#include "widgets/alert.h"
 
-#include "platform/localization.h"
-#include "platform/services.h"
-#include "ui/appearance.h"
-#include "ui/lifetime.h"
+#include "os/localization.h"
+#include "os/services.h"
+#include "widgets/appearance.h"
+#include "widgets/lifetime.h"
 
 #include <QApplication>
 #include <QCheckBox>

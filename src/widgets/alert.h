@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "platform/alert.h"
+#include "os/alert.h"
 
 #include <TarvixUpdate/TXError.h>
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include "ui/appearance.h"
+#include "widgets/appearance.h"
 
-#include "platform/localization.h"
+#include "os/localization.h"
 
 #include <QApplication>
 #include <QCheckBox>

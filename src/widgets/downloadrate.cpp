@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include "ui/downloadrate.h"
+#include "widgets/downloadrate.h"
 
-#include "platform/localization.h"
+#include "os/localization.h"
 
 #include <QLocale>
 

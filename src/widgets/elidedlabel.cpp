@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include "ui/elidedlabel.h"
+#include "widgets/elidedlabel.h"
 
-#include "ui/appearance.h"
+#include "widgets/appearance.h"
 
 #include <QHelpEvent>
 #include <QPainter>

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
-#include "ui/floating.h"
+#include "widgets/floating.h"
 
-#include "ui/interfacefile.h"
-#include "ui/interfaceloader.h"
+#include "widgets/interfacefile.h"
+#include "widgets/interfaceloader.h"
 
 #include <QGuiApplication>
 #include <QWindow>

@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: MIT
-#include "ui/interfacefile.h"
+#include "widgets/interfacefile.h"
 
-#include "platform/frameworkresources.h"
-#include "platform/services.h"
-#include "ui/elidedlabel.h"
-#include "ui/interfaceloader.h"
-#include "ui/progressindicator.h"
-#include "ui/segmentedcontrol.h"
-#include "ui/versionstable.h"
+#include "os/frameworkresources.h"
+#include "os/services.h"
+#include "widgets/elidedlabel.h"
+#include "widgets/interfaceloader.h"
+#include "widgets/progressindicator.h"
+#include "widgets/segmentedcontrol.h"
+#include "widgets/versionstable.h"
 
 #include <TarvixUpdate/TXLog.h>
 #include <TarvixUpdate/TXUpdateCheckingPanel.h>

@@ -16,8 +16,8 @@ public:
         : std::runtime_error(what.toStdString()) {}
 };
 
-/// A function of the module TXUpdateInterface, as ui/interfaceloader.h has them; null, with a line in the
-/// log, where the module is not there. Thread: main.
+/// A function of the module TXUpdateInterface, as src/widgets/interfaceloader.h has them; null, with a line
+/// in the log, where the module is not there. Thread: main.
 [[nodiscard]] QFunctionPointer interfaceFunction(const char *name);
 
 /// Makes the widgets of the interface file `name` of the framework's resources. Null when it is missing or

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include "ui/lifetime.h"
+#include "widgets/lifetime.h"
 
-#include "platform/queues.h"
+#include "base/queues.h"
 
 #include <QCoreApplication>
 #include <QEvent>

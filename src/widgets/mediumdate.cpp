@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
-#include "ui/mediumdate.h"
+#include "widgets/mediumdate.h"
 
-#include "platform/directories.h"
-#include "ui/interfacefile.h"
-#include "ui/interfaceloader.h"
+#include "os/directories.h"
+#include "widgets/interfacefile.h"
+#include "widgets/interfaceloader.h"
 
 #include <QDateTime>
 #include <QLocale>

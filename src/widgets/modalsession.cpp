@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "ui/modalsession.h"
+#include "widgets/modalsession.h"
 
 #include <QEventLoop>
 #include <QList>

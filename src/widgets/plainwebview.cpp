@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
-#include "platform/queues.h"
-#include "platform/services.h"
-#include "platform/urlloading.h"
-#include "ui/webview.h"
+#include "base/queues.h"
+#include "net/urlloading.h"
+#include "os/services.h"
+#include "widgets/webview.h"
 
 #include <QPointer>
 #include <QTextBrowser>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include "ui/progressindicator.h"
+#include "widgets/progressindicator.h"
 
-#include "ui/appearance.h"
+#include "widgets/appearance.h"
 
 #include <QPainter>
 #include <QStyleOptionProgressBar>

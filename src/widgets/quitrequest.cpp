@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
-#include "ui/quitrequest.h"
+#include "widgets/quitrequest.h"
 
-#include "platform/services.h"
-#include "ui/lifetime.h"
+#include "os/services.h"
+#include "widgets/lifetime.h"
 
 #include <TarvixUpdate/TXLog.h>
 #include <TarvixUpdate/TXUpdatePanel.h>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include "ui/recentinput.h"
+#include "widgets/recentinput.h"
 
-#include "platform/services.h"
+#include "os/services.h"
 
 #include <QCoreApplication>
 #include <QKeyEvent>

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
-#include "ui/screens.h"
+#include "widgets/screens.h"
 
-#include "platform/queues.h"
-#include "platform/services.h"
+#include "base/queues.h"
+#include "os/services.h"
 
 #include <QGuiApplication>
 #include <QScreen>

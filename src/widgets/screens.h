@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "platform/systemfacts.h"
+#include "os/systemfacts.h"
 
 class QSize;
 class QWidget;

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
-#include "ui/segmentedcontrol.h"
+#include "widgets/segmentedcontrol.h"
 
-#include "platform/localization.h"
-#include "ui/appearance.h"
+#include "os/localization.h"
+#include "widgets/appearance.h"
 
 #include <QEvent>
 #include <QHBoxLayout>

@@ -1,15 +1,15 @@
 // SPDX-License-Identifier: MIT
-#include "core/host_p.h"
+#include "base/format.h"
+#include "base/queues.h"
 #include "install/updatedownload.h"
-#include "platform/format.h"
-#include "platform/localization.h"
-#include "platform/queues.h"
-#include "platform/services.h"
-#include "platform/urlloading.h"
-#include "platform/userdefaults.h"
-#include "ui/alert.h"
-#include "ui/lifetime.h"
-#include "ui/updatestate.h"
+#include "model/host_p.h"
+#include "net/urlloading.h"
+#include "os/localization.h"
+#include "os/services.h"
+#include "os/userdefaults.h"
+#include "widgets/alert.h"
+#include "widgets/lifetime.h"
+#include "widgets/updatestate.h"
 
 #include <TarvixUpdate/TXLog.h>
 #include <TarvixUpdate/TXStandardUpdateController.h>

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
-#include "platform/format.h"
-#include "platform/localization.h"
-#include "platform/osversion.h"
-#include "platform/services.h"
-#include "ui/alert.h"
-#include "ui/appearance.h"
-#include "ui/interfacefile.h"
-#include "ui/modalsession.h"
+#include "base/format.h"
+#include "os/localization.h"
+#include "os/osversion.h"
+#include "os/services.h"
+#include "widgets/alert.h"
+#include "widgets/appearance.h"
+#include "widgets/interfacefile.h"
+#include "widgets/modalsession.h"
 
 #include <TarvixUpdate/TXLog.h>
 #include <TarvixUpdate/TXUpdateCheckingPanel.h>

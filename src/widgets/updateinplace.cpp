@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 // Refuses to update an application that cannot be replaced where it is.
-#include "ui/updateinplace.h"
+#include "widgets/updateinplace.h"
 
-#include "platform/format.h"
-#include "platform/localization.h"
-#include "platform/services.h"
+#include "base/format.h"
+#include "os/localization.h"
+#include "os/services.h"
 
 #include <TarvixUpdate/TXStandardUpdateController.h>
 #include <TarvixUpdate/TXUpdateHost.h>

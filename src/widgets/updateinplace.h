@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "platform/alert.h"
-#include "platform/volumes.h"
+#include "os/alert.h"
+#include "os/volumes.h"
 
 namespace tx {
 

@@ -1,20 +1,20 @@
 // SPDX-License-Identifier: MIT
 // The panel's window: its widgets, showing and closing. What it does with updates is in
 // updatepanelactions.cpp.
-#include "platform/localization.h"
-#include "platform/memory.h"
-#include "platform/openaddress.h"
-#include "platform/queues.h"
-#include "ui/appearance.h"
-#include "ui/downloadrate.h"
-#include "ui/floating.h"
-#include "ui/interfacefile.h"
-#include "ui/lifetime.h"
-#include "ui/modalsession.h"
-#include "ui/screens.h"
-#include "ui/versionrows.h"
-#include "ui/versionstable.h"
-#include "ui/webview.h"
+#include "base/queues.h"
+#include "os/localization.h"
+#include "os/memory.h"
+#include "os/openaddress.h"
+#include "widgets/appearance.h"
+#include "widgets/downloadrate.h"
+#include "widgets/floating.h"
+#include "widgets/interfacefile.h"
+#include "widgets/lifetime.h"
+#include "widgets/modalsession.h"
+#include "widgets/screens.h"
+#include "widgets/versionrows.h"
+#include "widgets/versionstable.h"
+#include "widgets/webview.h"
 
 #include <TarvixUpdate/TXLog.h>
 #include <TarvixUpdate/TXUpdateHost.h>

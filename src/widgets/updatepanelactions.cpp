@@ -1,15 +1,15 @@
 // SPDX-License-Identifier: MIT
 // The strings that the update panel shows for its update, and the actions of its buttons.
-#include "platform/format.h"
-#include "platform/localization.h"
-#include "platform/openaddress.h"
-#include "platform/services.h"
-#include "ui/alert.h"
-#include "ui/appearance.h"
-#include "ui/downloadrate.h"
-#include "ui/updatestate.h"
-#include "ui/versionrows.h"
-#include "ui/versionstable.h"
+#include "base/format.h"
+#include "os/localization.h"
+#include "os/openaddress.h"
+#include "os/services.h"
+#include "widgets/alert.h"
+#include "widgets/appearance.h"
+#include "widgets/downloadrate.h"
+#include "widgets/updatestate.h"
+#include "widgets/versionrows.h"
+#include "widgets/versionstable.h"
 
 #include <TarvixUpdate/TXUpdateHost.h>
 #include <TarvixUpdate/TXUpdatePanel.h>

@@ -1,14 +1,14 @@
 // SPDX-License-Identifier: MIT
-#include "platform/format.h"
-#include "platform/localization.h"
-#include "platform/openaddress.h"
-#include "ui/appearance.h"
-#include "ui/interfacefile.h"
-#include "ui/lifetime.h"
-#include "ui/modalsession.h"
-#include "ui/screens.h"
-#include "ui/segmentedcontrol.h"
-#include "ui/webview.h"
+#include "base/format.h"
+#include "os/localization.h"
+#include "os/openaddress.h"
+#include "widgets/appearance.h"
+#include "widgets/interfacefile.h"
+#include "widgets/lifetime.h"
+#include "widgets/modalsession.h"
+#include "widgets/screens.h"
+#include "widgets/segmentedcontrol.h"
+#include "widgets/webview.h"
 
 #include <TarvixUpdate/TXNotificationCenter.h>
 #include <TarvixUpdate/TXUpdatePostWindowController.h>

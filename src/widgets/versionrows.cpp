@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
-#include "ui/versionrows.h"
+#include "widgets/versionrows.h"
 
-#include "platform/frameworkresources.h"
-#include "platform/localization.h"
-#include "ui/appearance.h"
-#include "ui/mediumdate.h"
-#include "ui/versionstable.h"
+#include "os/frameworkresources.h"
+#include "os/localization.h"
+#include "widgets/appearance.h"
+#include "widgets/mediumdate.h"
+#include "widgets/versionstable.h"
 
 #include <QApplication>
 #include <QFontDatabase>

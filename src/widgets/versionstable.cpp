@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include "ui/versionstable.h"
+#include "widgets/versionstable.h"
 
-#include "ui/appearance.h"
+#include "widgets/appearance.h"
 
 #include <QAbstractTableModel>
 #include <QHBoxLayout>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "ui/elidedlabel.h"
+#include "widgets/elidedlabel.h"
 
 #include <TarvixUpdate/TXUpdate.h>
 

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
-#include "ui/webview.h"
+#include "widgets/webview.h"
 
-#include "platform/sandbox.h"
-#include "platform/services.h"
-#include "ui/appearance.h"
-#include "ui/recentinput.h"
+#include "os/sandbox.h"
+#include "os/services.h"
+#include "widgets/appearance.h"
+#include "widgets/recentinput.h"
 
 #include <TarvixUpdate/TXLog.h>
 

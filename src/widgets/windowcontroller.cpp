@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-#include "ui/interfacefile.h"
-#include "ui/lifetime.h"
+#include "widgets/interfacefile.h"
+#include "widgets/lifetime.h"
 
 #include <TarvixUpdate/TXLog.h>
 #include <TarvixUpdate/TXUpdateAppMoverPanel.h>

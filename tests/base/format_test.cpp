@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "platform/format.h"
+#include "base/format.h"
 #include "tests/support/environment.h"
 
 #include <TarvixUpdate/TXError.h>

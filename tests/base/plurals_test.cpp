@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-#include "platform/localization.h"
-#include "platform/plurals.h"
+#include "base/plurals.h"
+#include "os/localization.h"
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-#include "platform/queues.h"
-#include "platform/timers.h"
+#include "base/queues.h"
+#include "base/timers.h"
 #include "tests/support/environment.h"
 
 #include <QCoreApplication>

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 // Systems that lack what others have: a zone database, a mount table that names "/". Really so where the
 // system permits mounts (in-own-mounts); elsewhere the same must hold with what there is.
-#include "feed/itemdate.h"
 #include "feed/jsonreader.h"
-#include "platform/volumes.h"
+#include "model/itemdate.h"
+#include "os/volumes.h"
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
 

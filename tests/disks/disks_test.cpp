@@ -2,15 +2,15 @@
 // Disks that are full, read-only, out of inodes or over their quota, and file systems that cannot do what
 // others can. Real mounts where the system permits them (in-own-mounts), else a file system that fails as
 // they do.
-#include "core/host_p.h"
-#include "core/settings.h"
 #include "install/unarchiver.h"
 #include "installer/installer.h"
+#include "model/host_p.h"
+#include "model/settings.h"
 #include "mover/movejob.h"
-#include "platform/linux/openbundle.h"
-#include "platform/linux/trustedpath.h"
-#include "platform/mainbundle.h"
-#include "platform/userdefaults.h"
+#include "os/mainbundle.h"
+#include "os/userdefaults.h"
+#include "posix/openbundle.h"
+#include "posix/trustedpath.h"
 #include "tests/disks/ownmounts.h"
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"

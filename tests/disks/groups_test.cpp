@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Whether a group is the user's alone, by accounts that the test makes.
-#include "platform/linux/trustedpath.h"
+#include "posix/trustedpath.h"
 #include "tests/disks/ownmounts.h"
 #include "tests/support/accesslist.h"
 #include "tests/support/builders.h"

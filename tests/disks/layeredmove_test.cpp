@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 // A move over an application in a lower layer of a real overlay, whose folders cannot be renamed.
-#include "core/host_p.h"
-#include "platform/mainbundle.h"
-#include "platform/services.h"
+#include "model/host_p.h"
+#include "os/mainbundle.h"
+#include "os/services.h"
 #include "tests/disks/ownmounts.h"
 #include "tests/support/builders.h"
 #include "tests/support/fakes.h"

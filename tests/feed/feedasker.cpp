@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // feed_asker FEED: asks for a feed as an application does whose system profile is due. Its log goes to
 // standard error, as much of it as TXUPDATE_LOG_LEVEL says. Exit status: 0 for a feed, 1 for an error.
-#include "platform/queues.h"
+#include "base/queues.h"
 
 #include <TarvixUpdate/TXUpdateFeed.h>
 

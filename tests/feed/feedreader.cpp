@@ -2,8 +2,8 @@
 // feed_reader SMALL-FEED FEED: fetches both, as an application does, asks for all that the second one holds
 // and for all that each item says, and prints "<KiB that this took at its peak> <number of items, or -1>
 // <what is wrong>".
+#include "base/queues.h"
 #include "bench/peakmemory.h"
-#include "platform/queues.h"
 
 #include <TarvixUpdate/TXUpdateFeed.h>
 #include <TarvixUpdate/TXUpdateTrack.h>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-#include "feed/itemdate.h"
 #include "feed/jsonreader.h"
+#include "model/itemdate.h"
 #include "tests/support/environment.h"
 
 #include <QRegularExpression>

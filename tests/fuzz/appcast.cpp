@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Any bytes as an appcast: read for a host, and as publishers see it; every update is made and looked at.
 #include "feed/appcastreader.h"
-#include "fuzz/target.h"
+#include "tests/fuzz/target.h"
 
 using namespace Qt::StringLiterals;
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Runs a fuzz target over the files of a folder: the corpus as a test.
-#include "fuzz/target.h"
+#include "tests/fuzz/target.h"
 
 #include <QDir>
 #include <QFile>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Any bytes as a feed whose first line may be a signature. What is cut off is what would be written, a reader
 // is given the bytes behind it and nothing else, and no key has signed anything.
-#include "fuzz/target.h"
+#include "tests/fuzz/target.h"
 #include "trust/feeds.h"
 
 using namespace tx::trust;

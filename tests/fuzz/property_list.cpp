@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 // Any bytes as a property list, which is what the profile tool writes too. What was read is written and read
 // again.
-#include "fuzz/target.h"
-#include "platform/propertylist.h"
+#include "base/propertylist.h"
 #include "profile/measure.h"
+#include "tests/fuzz/target.h"
 #include "tests/support/agreement.h"
 
 void fuzz(const QByteArray &input) {

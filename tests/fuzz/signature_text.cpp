@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Any bytes as signatures, keys and their values. What is read is written again, which gives the same bytes,
 // as each has one form only.
-#include "fuzz/target.h"
+#include "tests/fuzz/target.h"
 #include "trust/archives.h"
 #include "trust/encoding.h"
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Any bytes as a table of translated texts.
-#include "fuzz/target.h"
-#include "platform/stringstable.h"
+#include "base/stringstable.h"
+#include "tests/fuzz/target.h"
 
 void fuzz(const QByteArray &input) {
     const auto table = tx::readStringsTable(input);

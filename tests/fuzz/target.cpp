@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "fuzz/target.h"
+#include "tests/fuzz/target.h"
 
 #include <TarvixUpdate/TXLog.h>
 

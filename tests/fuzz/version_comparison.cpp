@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 // Two versions, separated by a line break: comparing them the other way round gives the opposite, and a
 // version equals itself.
-#include "core/versioncomparison.h"
-#include "fuzz/target.h"
+#include "model/versioncomparison.h"
+#include "tests/fuzz/target.h"
 
 #include <TarvixUpdate/TXVersionNumber.h>
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include "core/host_p.h"
 #include "install/archivelimits.h"
-#include "platform/mainbundle.h"
+#include "model/host_p.h"
+#include "os/mainbundle.h"
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
 

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "tests/install/downloadtest.h"
 
-#include "core/host_p.h"
+#include "base/queues.h"
 #include "install/archivelimits.h"
-#include "platform/filesystem.h"
-#include "platform/mainbundle.h"
-#include "platform/packageowner.h"
-#include "platform/queues.h"
+#include "model/host_p.h"
+#include "os/filesystem.h"
+#include "os/mainbundle.h"
+#include "os/packageowner.h"
 #include "tests/support/fakes.h"
 #include "tests/support/tlsserver.h"
 

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "core/settings.h"
 #include "install/updatedownload.h"
+#include "model/settings.h"
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
 #include "tests/support/feedserver.h"

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "install/installerclient.h"
 
-#include "core/settings.h"
+#include "model/settings.h"
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
 #include "tests/support/fakes.h"

@@ -1,14 +1,14 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "core/settings.h"
-#include "core/versioncomparison.h"
 #include "install/buildcheck.h"
 #include "install/installerclient.h"
 #include "install/updateinstallation.h"
-#include "platform/directories.h"
-#include "platform/filesystem.h"
-#include "platform/packageowner.h"
+#include "model/settings.h"
+#include "model/versioncomparison.h"
+#include "os/directories.h"
+#include "os/filesystem.h"
+#include "os/packageowner.h"
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
 #include "tests/support/fakes.h"

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-#include "platform/frameworkresources.h"
-#include "platform/relaunchcommand.h"
+#include "os/frameworkresources.h"
+#include "os/relaunchcommand.h"
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
 #include "tests/support/fakes.h"

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
-#include "core/host_p.h"
 #include "install/unarchiver.h"
-#include "platform/filesystem.h"
-#include "platform/mainbundle.h"
+#include "model/host_p.h"
+#include "os/filesystem.h"
+#include "os/mainbundle.h"
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
 #include "tests/support/fakes.h"

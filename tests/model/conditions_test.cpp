@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-#include "feed/conditions.h"
-#include "feed/feedentry.h"
+#include "model/conditions.h"
+#include "model/feedentry.h"
 #include "tests/support/environment.h"
 
 #include <TarvixUpdate/TXUpdateItem.h>

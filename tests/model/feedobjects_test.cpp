@@ -2,7 +2,7 @@
 // What the objects of a feed take is what the budget says of them.
 #include "feed/feedbudget.h"
 #include "feed/jsonreader.h"
-#include "feed/updateentry.h"
+#include "model/updateentry.h"
 #include "tests/support/environment.h"
 
 #include <malloc.h>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-#include "core/host_p.h"
-#include "platform/mainbundle.h"
+#include "model/host_p.h"
+#include "os/mainbundle.h"
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
 #include "tests/support/fakes.h"

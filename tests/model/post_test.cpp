@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include "feed/feedvalues.h"
-#include "feed/handleddate.h"
-#include "feed/itemdate.h"
+#include "model/feedvalues.h"
+#include "model/handleddate.h"
+#include "model/itemdate.h"
 #include "tests/support/environment.h"
 
 #include <TarvixUpdate/TXUpdatePost.h>

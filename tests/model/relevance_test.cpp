@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-#include "core/relevance.h"
-#include "platform/userdefaults.h"
+#include "model/relevance.h"
+#include "os/userdefaults.h"
 #include "tests/support/environment.h"
 
 #include <TarvixUpdate/TXUpdater.h>

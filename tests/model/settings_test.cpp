@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include "core/names.h"
-#include "core/settings.h"
-#include "platform/userdefaults.h"
+#include "model/names.h"
+#include "model/settings.h"
+#include "os/userdefaults.h"
 #include "tests/support/environment.h"
 
 #include <TarvixUpdate/TXRateLimiter.h>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include "core/versioncomparison.h"
-#include "feed/itemdate.h"
-#include "platform/userdefaults.h"
+#include "model/itemdate.h"
+#include "model/versioncomparison.h"
+#include "os/userdefaults.h"
 #include "tests/support/environment.h"
 
 #include <TarvixUpdate/TXUpdateSettings.h>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "core/versioncomparison.h"
+#include "model/versioncomparison.h"
 #include "tests/support/environment.h"
 
 #include <TarvixUpdate/TXUpdater.h>

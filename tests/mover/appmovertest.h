@@ -1,14 +1,14 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "core/host_p.h"
+#include "base/propertylist.h"
+#include "model/host_p.h"
 #include "mover/applicationplaces.h"
 #include "mover/movejob.h"
 #include "mover/movequestion.h"
-#include "platform/mainbundle.h"
-#include "platform/propertylist.h"
-#include "platform/services.h"
-#include "platform/userdefaults.h"
+#include "os/mainbundle.h"
+#include "os/services.h"
+#include "os/userdefaults.h"
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
 #include "tests/support/fakes.h"

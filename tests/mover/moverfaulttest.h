@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "core/host_p.h"
+#include "model/host_p.h"
 #include "mover/movejob.h"
-#include "platform/mainbundle.h"
-#include "platform/services.h"
+#include "os/mainbundle.h"
+#include "os/services.h"
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
 #include "tests/support/fakes.h"

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 // What is at the destination of a move, and what is moved: killed and failing at every change, locked, left
 // by an interrupted installation, or a package's.
-#include "platform/linux/interrupted.h"
-#include "platform/packageowner.h"
+#include "os/packageowner.h"
+#include "posix/interrupted.h"
 #include "tests/mover/moverfaulttest.h"
 
 #include <cerrno>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "mover/pathresolution.h"
-#include "platform/services.h"
+#include "os/services.h"
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-#include "platform/contentdecoder.h"
-#include "platform/urldownload.h"
+#include "base/contentdecoder.h"
+#include "net/urldownload.h"
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
 #include "tests/support/fakes.h"

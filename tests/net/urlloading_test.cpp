@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "platform/urlloading.h"
+#include "net/urlloading.h"
 #include "tests/support/environment.h"
 #include "tests/support/feedserver.h"
 #include "tests/support/tlsserver.h"

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-#include "platform/mainbundle.h"
-#include "platform/propertylist.h"
+#include "base/propertylist.h"
+#include "os/mainbundle.h"
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
 #include "tests/support/processes.h"

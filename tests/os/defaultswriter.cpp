@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // defaults_writer FILE PREFIX COUNT: stores COUNT keys, one write each.
-#include "platform/userdefaults.h"
+#include "os/userdefaults.h"
 
 #include <cstdlib>
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include "platform/filesystem.h"
-#include "platform/linux/posixfiles.h"
-#include "platform/specialfiles.h"
+#include "os/filesystem.h"
+#include "os/specialfiles.h"
+#include "posix/posixfiles.h"
 #include "tests/support/accesslist.h"
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"

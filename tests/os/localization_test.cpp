@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
-#include "platform/localization.h"
-#include "platform/mainbundle.h"
-#include "platform/propertylist.h"
-#include "platform/services.h"
-#include "platform/stringstable.h"
+#include "base/propertylist.h"
+#include "base/stringstable.h"
+#include "os/localization.h"
+#include "os/mainbundle.h"
+#include "os/services.h"
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "platform/packageowner.h"
+#include "os/packageowner.h"
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Prints where the framework that this program holds finds its resources.
-#include "platform/frameworkresources.h"
+#include "os/frameworkresources.h"
 
 #include <cstdio>
 

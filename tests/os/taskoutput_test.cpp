@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "platform/taskoutput.h"
+#include "os/taskoutput.h"
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
 #include "tests/support/processes.h"

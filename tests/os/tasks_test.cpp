@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-#include "platform/frameworkresources.h"
-#include "platform/tasks.h"
+#include "os/frameworkresources.h"
+#include "os/tasks.h"
 #include "tests/support/environment.h"
 
 #include <csignal>

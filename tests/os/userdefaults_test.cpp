@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include "platform/filesystem.h"
-#include "platform/mainbundle.h"
-#include "platform/userdefaults.h"
+#include "os/filesystem.h"
+#include "os/mainbundle.h"
+#include "os/userdefaults.h"
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
 #include "tests/support/fakes.h"

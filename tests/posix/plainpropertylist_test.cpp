@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include "platform/plainpropertylist.h"
+#include "posix/plainpropertylist.h"
 
-#include "platform/propertylist.h"
+#include "base/propertylist.h"
 #include "tests/support/agreement.h"
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
@@ -29,7 +29,7 @@ void expectAgreement(const QByteArray &document) {
 }
 
 TEST(PlainPropertyList, AgreesWithTheFrameworkOnTheCorpus) {
-    const QDir corpus(tx::test::sourcesFolder() + u"/../fuzz/corpus/property_list"_s);
+    const QDir corpus(tx::test::sourcesFolder() + u"/fuzz/corpus/property_list"_s);
     int count = 0;
     for (const QString &name : corpus.entryList(QDir::Files)) {
         SCOPED_TRACE(name.toStdString());

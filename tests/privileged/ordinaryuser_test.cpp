@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 // An ordinary user's update of an application of root's, by the very programs that pkexec starts.
-#include "platform/installerstatus.h"
-#include "platform/readyword.h"
-#include "platform/tasks.h"
+#include "os/readyword.h"
+#include "os/tasks.h"
+#include "posix/installerstatus.h"
 #include "tests/privileged/privileged.h"
 #include "tests/support/places.h"
 

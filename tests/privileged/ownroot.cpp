@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "tests/privileged/ownroot.h"
 
-#include "core/host_p.h"
-#include "platform/mainbundle.h"
-#include "platform/services.h"
+#include "model/host_p.h"
+#include "os/mainbundle.h"
+#include "os/services.h"
 #include "tests/support/builders.h"
 #include "tests/support/places.h"
 

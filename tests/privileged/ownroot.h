@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "platform/authorization.h"
+#include "os/authorization.h"
 #include "tests/support/environment.h"
 #include "tests/support/processes.h"
 

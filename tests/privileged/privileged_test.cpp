@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 // What runs with an administrator's rights, in a root folder of the test's own (tests/privileged/ownroot.h).
-#include "core/settings.h"
 #include "install/installerclient.h"
+#include "model/settings.h"
 #include "mover/movejob.h"
-#include "platform/readyword.h"
-#include "platform/tasks.h"
+#include "os/readyword.h"
+#include "os/tasks.h"
 #include "tests/privileged/privileged.h"
 #include "tests/support/builders.h"
 #include "tests/support/fakes.h"

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include "platform/propertylist.h"
-#include "platform/services.h"
-#include "platform/userdefaults.h"
+#include "base/propertylist.h"
+#include "os/services.h"
+#include "os/userdefaults.h"
 #include "profile/cpufamily.h"
 #include "profile/measure.h"
 #include "profile/valuescan.h"

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The example's window: what its menu offers beside the framework's own windows.
 #include "examples/notes/notewindow.h"
-#include "platform/userdefaults.h"
+#include "os/userdefaults.h"
 #include "tests/support/environment.h"
 
 #include <QApplication>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The last release, built from its commit, meets what is published today.
-#include "platform/userdefaults.h"
+#include "os/userdefaults.h"
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
 #include "tests/support/places.h"

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "tests/support/builders.h"
 
-#include "platform/propertylist.h"
+#include "base/propertylist.h"
 
 #include <archive.h>
 #include <archive_entry.h>

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "tests/support/environment.h"
 
-#include "core/host_p.h"
-#include "platform/linux/posixfiles.h"
-#include "platform/mainbundle.h"
-#include "platform/queues.h"
+#include "base/queues.h"
+#include "model/host_p.h"
+#include "os/mainbundle.h"
+#include "posix/posixfiles.h"
 #include "tests/support/builders.h"
 
 #include <QCoreApplication>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "platform/services.h"
+#include "os/services.h"
 
 #include <TarvixUpdate/TXBundle.h>
 #include <TarvixUpdate/TXUpdateFeed.h>

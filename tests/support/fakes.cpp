@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "tests/support/fakes.h"
 
-#include "platform/posixerror.h"
+#include "base/posixerror.h"
 
 using namespace Qt::StringLiterals;
 

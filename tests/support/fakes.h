@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "platform/authorization.h"
-#include "platform/filesystem.h"
-#include "platform/services.h"
-#include "platform/tasks.h"
-#include "platform/workspace.h"
+#include "os/authorization.h"
+#include "os/filesystem.h"
+#include "os/services.h"
+#include "os/tasks.h"
+#include "os/workspace.h"
 
 #include <QMap>
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "tests/support/processes.h"
 
-#include "platform/linux/openbundle.h"
+#include "posix/openbundle.h"
 
 #include <QProcess>
 

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 // Things that happen at the same time, in any order, or while the clock does not go on as it should.
-#include "core/settings.h"
-#include "platform/filesystem.h"
-#include "platform/queues.h"
-#include "platform/tasks.h"
+#include "base/queues.h"
+#include "model/settings.h"
+#include "os/filesystem.h"
+#include "os/tasks.h"
 #include "tests/support/places.h"
 #include "tests/survival/survivaltest.h"
 

@@ -3,10 +3,10 @@
 // the framework to STAGE and ends by WAY, with status 7, when a line comes from its standard input (or
 // SIGTERM, where the way says so). What it prints tells how far it came.
 
-#include "core/host_p.h"
-#include "platform/mainbundle.h"
-#include "platform/queues.h"
-#include "platform/services.h"
+#include "base/queues.h"
+#include "model/host_p.h"
+#include "os/mainbundle.h"
+#include "os/services.h"
 
 #include <TarvixUpdate/TarvixUpdate.h>
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Real host processes that end by every way there is, whatever the framework does meanwhile.
-#include "core/settings.h"
+#include "model/settings.h"
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
 #include "tests/support/feedserver.h"

@@ -3,11 +3,11 @@
 // through an update or a move while what the file in FAULT_PLAN says goes wrong. Prints how it went. Exit
 // status: 0 handed over or moved, 1 failed, 2 in the Downloads folder, 10 nothing to do.
 
-#include "core/host_p.h"
-#include "platform/mainbundle.h"
-#include "platform/posixerror.h"
-#include "platform/queues.h"
-#include "platform/services.h"
+#include "base/posixerror.h"
+#include "base/queues.h"
+#include "model/host_p.h"
+#include "os/mainbundle.h"
+#include "os/services.h"
 #include "tests/support/fakes.h"
 #include "tests/survival/faultplan.h"
 

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
-// The installer tool, as installer/main.cpp has it, on a file system that follows a fault plan: the file
-// beside its Info.plist, as there is next to no environment.
+// The installer tool, as tools/installer/main.cpp has it, on a file system that follows a fault plan: the
+// file beside its Info.plist, as there is next to no environment.
 
 #include "installer/hostanswer.h"
 #include "installer/installer.h"
-#include "platform/linux/openbundle.h"
-#include "tests/installer/stepfiles.h"
+#include "posix/openbundle.h"
 #include "tests/survival/faultplan.h"
+#include "tests/tools/installer/stepfiles.h"
 
 #include <climits>
 #include <cstdio>

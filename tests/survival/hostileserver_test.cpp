@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 // Servers that answer with what no server should.
-#include "core/settings.h"
 #include "feed/feedlimits.h"
 #include "install/archivelimits.h"
 #include "install/updatedownload.h"
-#include "platform/urlloading.h"
+#include "model/settings.h"
+#include "net/urlloading.h"
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
 #include "tests/support/feedserver.h"

@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: MIT
 // Another user of the same machine, who may put files, links and locks wherever the file system lets
 // everybody.
-#include "core/settings.h"
 #include "install/installerclient.h"
 #include "installer/installer.h"
-#include "platform/filesystem.h"
-#include "platform/linux/openbundle.h"
-#include "platform/linux/userfolders.h"
-#include "platform/userdefaults.h"
+#include "model/settings.h"
+#include "os/filesystem.h"
+#include "os/userdefaults.h"
+#include "posix/openbundle.h"
+#include "posix/userfolders.h"
 #include "tests/support/accesslist.h"
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"

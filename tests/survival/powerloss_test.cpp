@@ -2,19 +2,19 @@
 // The power goes at each step of an installation, a move, a download and a change of the settings.
 #include "tests/survival/powerloss.h"
 
-#include "core/host_p.h"
-#include "core/settings.h"
+#include "base/propertylist.h"
 #include "installer/contents.h"
 #include "installer/installer.h"
-#include "platform/linux/openbundle.h"
-#include "platform/mainbundle.h"
-#include "platform/propertylist.h"
-#include "platform/userdefaults.h"
-#include "tests/installer/stepfiles.h"
+#include "model/host_p.h"
+#include "model/settings.h"
+#include "os/mainbundle.h"
+#include "os/userdefaults.h"
+#include "posix/openbundle.h"
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
 #include "tests/support/fakes.h"
 #include "tests/support/feedserver.h"
+#include "tests/tools/installer/stepfiles.h"
 
 #include <TarvixUpdate/TXUpdate.h>
 #include <TarvixUpdate/TXUpdateAppMover.h>

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
 // The limits of transfers as applications have them, on a clock that the test moves.
-#include "core/host_p.h"
-#include "core/settings.h"
 #include "feed/feedlimits.h"
 #include "install/archivelimits.h"
-#include "platform/filesystem.h"
-#include "platform/mainbundle.h"
-#include "platform/urlloading.h"
+#include "model/host_p.h"
+#include "model/settings.h"
+#include "net/urlloading.h"
+#include "os/filesystem.h"
+#include "os/mainbundle.h"
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
 #include "tests/support/fakes.h"

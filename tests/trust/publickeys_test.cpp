@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
-#include "platform/plainpropertylist.h"
+#include "model/bundletrust.h"
+#include "posix/plainpropertylist.h"
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
 #include "tests/trust/trusttest.h"
 #include "trust/appinfo.h"
-#include "trust/bundletrust.h"
 
 using namespace tx::trust;
 using namespace tx::test;

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
-#include "core/updater_p.h"
-#include "platform/propertylist.h"
-#include "platform/userdefaults.h"
+#include "base/propertylist.h"
+#include "os/userdefaults.h"
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
 #include "tests/support/feedserver.h"
+#include "updater/updater_p.h"
 
 #include <QCoreApplication>
 #include <QFile>

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
-#include "platform/alert.h"
-#include "platform/services.h"
+#include "os/alert.h"
+#include "os/services.h"
 #include "tests/support/environment.h"
-#include "ui/alert.h"
-#include "ui/appearance.h"
+#include "widgets/alert.h"
+#include "widgets/appearance.h"
 
 #include <QApplication>
 #include <QLabel>

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
-#include "platform/osversion.h"
+#include "os/osversion.h"
 #include "tests/support/places.h"
-#include "tests/ui/uitest.h"
-#include "ui/appearance.h"
-#include "ui/modalsession.h"
+#include "tests/widgets/uitest.h"
+#include "widgets/appearance.h"
+#include "widgets/modalsession.h"
 
 #include <TarvixUpdate/TXUpdateAppMoverPanel.h>
 #include <TarvixUpdate/TXUpdateCheckingPanel.h>

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 // What carries a meaning can be told from what is around it, whatever colours the desktop has.
 #include "tests/support/places.h"
-#include "tests/ui/uitest.h"
-#include "ui/appearance.h"
-#include "ui/progressindicator.h"
-#include "ui/versionstable.h"
+#include "tests/widgets/uitest.h"
+#include "widgets/appearance.h"
+#include "widgets/progressindicator.h"
+#include "widgets/versionstable.h"
 
 #include <TarvixUpdate/TXUpdatePanel.h>
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-#include "tests/ui/uitest.h"
-#include "ui/downloadrate.h"
+#include "tests/widgets/uitest.h"
+#include "widgets/downloadrate.h"
 
 #include <limits>
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Which windows are above which: as Qt is told, and as a window manager on a display of its own has it.
 #include "tests/support/places.h"
-#include "tests/ui/uitest.h"
+#include "tests/widgets/uitest.h"
 
 #include <TarvixUpdate/TXUpdatePanel.h>
 

@@ -4,7 +4,7 @@
 //   activate NAME   what the window manager does when the user clicks into that window (X11)
 //   order           writes the windows from the lowest to the highest; those of other programs are "?" (X11)
 //   focus           writes which window has the keyboard's focus, and which one the panel is a transient of
-#include "platform/services.h"
+#include "os/services.h"
 
 #include <TarvixUpdate/TXUpdatePanel.h>
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "tests/ui/standardcontrollertest.h"
+#include "tests/widgets/standardcontrollertest.h"
 
 using namespace Qt::StringLiterals;
 using tx::test::Delegate;

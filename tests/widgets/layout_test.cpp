@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
 // Nothing is clipped and nothing overlaps, in every language that comes along; also run at twice the size.
 #include "mover/movequestion.h"
-#include "platform/localization.h"
+#include "os/localization.h"
 #include "tests/support/feedserver.h"
-#include "tests/ui/uitest.h"
-#include "ui/segmentedcontrol.h"
-#include "ui/versionstable.h"
+#include "tests/widgets/uitest.h"
+#include "widgets/segmentedcontrol.h"
+#include "widgets/versionstable.h"
 
 #include <TarvixUpdate/TXUpdateCheckingPanel.h>
 #include <TarvixUpdate/TXUpdatePanel.h>

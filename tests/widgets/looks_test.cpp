@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: MIT
 // How the windows look: what is measured here was seen on pictures before.
-#include "platform/localization.h"
+#include "os/localization.h"
 #include "tests/support/places.h"
-#include "tests/ui/uitest.h"
-#include "ui/appearance.h"
-#include "ui/elidedlabel.h"
-#include "ui/progressindicator.h"
-#include "ui/segmentedcontrol.h"
-#include "ui/versionstable.h"
+#include "tests/widgets/uitest.h"
+#include "widgets/appearance.h"
+#include "widgets/elidedlabel.h"
+#include "widgets/progressindicator.h"
+#include "widgets/segmentedcontrol.h"
+#include "widgets/versionstable.h"
 
 #include <TarvixUpdate/TXUpdateCheckingPanel.h>
 #include <TarvixUpdate/TXUpdatePanel.h>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "tests/support/environment.h"
-#include "ui/mediumdate.h"
+#include "widgets/mediumdate.h"
 
 #include <QDateTime>
 #include <QLocale>

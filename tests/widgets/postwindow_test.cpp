@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "tests/support/feedserver.h"
 #include "tests/support/tlsserver.h"
-#include "tests/ui/uitest.h"
-#include "ui/modalsession.h"
-#include "ui/segmentedcontrol.h"
+#include "tests/widgets/uitest.h"
+#include "widgets/modalsession.h"
+#include "widgets/segmentedcontrol.h"
 
 #include <TarvixUpdate/TXNotificationCenter.h>
 #include <TarvixUpdate/TXStandardUpdateController.h>

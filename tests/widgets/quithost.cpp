@@ -11,7 +11,7 @@
 //   exit                   as window; SIGTERM closes it and calls exit()
 //   after                  as window; another panel is opened once the event loop has ended
 
-#include "platform/services.h"
+#include "os/services.h"
 #include "tests/support/places.h"
 
 #include <TarvixUpdate/TXUpdatePanel.h>

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
 // Whether the application may end: what its windows say, and what the panel does with the answer.
-#include "core/settings.h"
 #include "install/installerclient.h"
-#include "tests/ui/uitest.h"
-#include "ui/appearance.h"
-#include "ui/modalsession.h"
-#include "ui/quitrequest.h"
+#include "model/settings.h"
+#include "tests/widgets/uitest.h"
+#include "widgets/appearance.h"
+#include "widgets/modalsession.h"
+#include "widgets/quitrequest.h"
 
 #include <TarvixUpdate/TXStandardUpdateController.h>
 #include <TarvixUpdate/TXUpdatePanel.h>

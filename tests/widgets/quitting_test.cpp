@@ -2,7 +2,7 @@
 // How an application ends while windows of the framework are open: in a process of its own, with real pages.
 #include "tests/support/feedserver.h"
 #include "tests/support/places.h"
-#include "tests/ui/uitest.h"
+#include "tests/widgets/uitest.h"
 
 #include <QProcess>
 

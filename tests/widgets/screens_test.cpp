@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
-#include "platform/queues.h"
-#include "platform/services.h"
+#include "base/queues.h"
+#include "os/services.h"
 #include "tests/support/environment.h"
-#include "ui/screens.h"
+#include "widgets/screens.h"
 
 #include <QGuiApplication>
 #include <QScreen>

@@ -1,15 +1,15 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "platform/localization.h"
-#include "platform/urlloading.h"
-#include "platform/userdefaults.h"
-#include "platform/volumes.h"
+#include "net/urlloading.h"
+#include "os/localization.h"
+#include "os/userdefaults.h"
+#include "os/volumes.h"
 #include "tests/support/feedserver.h"
-#include "tests/ui/uitest.h"
-#include "ui/appearance.h"
-#include "ui/updateinplace.h"
-#include "ui/versionstable.h"
+#include "tests/widgets/uitest.h"
+#include "widgets/appearance.h"
+#include "widgets/updateinplace.h"
+#include "widgets/versionstable.h"
 
 #include <TarvixUpdate/TXNotificationCenter.h>
 #include <TarvixUpdate/TXStandardUpdateController.h>

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 // The list of texts is complete, and every language has all of it.
-#include "platform/localization.h"
-#include "platform/plurals.h"
-#include "platform/stringstable.h"
+#include "base/plurals.h"
+#include "base/stringstable.h"
+#include "os/localization.h"
 #include "tests/support/places.h"
-#include "tests/ui/uitest.h"
+#include "tests/widgets/uitest.h"
 
 #include <TarvixUpdate/TXUpdatePanel.h>
 
@@ -50,24 +50,22 @@ QSet<QString> keysInSources() {
         u"(?:localizedString|localizedFormat|localizedPlural|moverText|LocalizedSentence question|word|setInstallTitle|setCancelTitle)\\(\\s*((?:u?\"(?:[^\"\\\\]|\\\\.)*\"(?:_s)?\\s*)+)|\\? u\"(Quit)\"_s : u\"(Close)\"_s"_s);
     static const QRegularExpression part(u"\"((?:[^\"\\\\]|\\\\.)*)\""_s);
     QSet<QString> keys;
-    for (const QString &folder : {u"core"_s, u"feed"_s, u"install"_s, u"mover"_s, u"ui"_s}) {
-        QDirIterator files(tx::test::sourcesFolder() + u"/../"_s + folder, {u"*.cpp"_s}, QDir::Files,
-                           QDirIterator::Subdirectories);
-        while (files.hasNext()) {
-            const QString source = QString::fromUtf8(tx::test::readFile(files.next()));
-            for (auto it = call.globalMatch(source); it.hasNext();) {
-                const auto match = it.next();
-                if (!match.captured(2).isEmpty()) {
-                    keys << match.captured(2) << match.captured(3);
-                    continue;
-                }
-                QString key;
-                for (auto parts = part.globalMatch(match.captured(1)); parts.hasNext();)
-                    key += parts.next().captured(1);
-                keys << key.replace(u"\\n"_s, u"\n"_s)
-                            .replace(u"\\\""_s, u"\""_s)
-                            .replace(u"\\u2026"_s, u"\u2026"_s);
+    QDirIterator files(tx::test::sourcesFolder() + u"/../src"_s, {u"*.cpp"_s}, QDir::Files,
+                       QDirIterator::Subdirectories);
+    while (files.hasNext()) {
+        const QString source = QString::fromUtf8(tx::test::readFile(files.next()));
+        for (auto it = call.globalMatch(source); it.hasNext();) {
+            const auto match = it.next();
+            if (!match.captured(2).isEmpty()) {
+                keys << match.captured(2) << match.captured(3);
+                continue;
             }
+            QString key;
+            for (auto parts = part.globalMatch(match.captured(1)); parts.hasNext();)
+                key += parts.next().captured(1);
+            keys << key.replace(u"\\n"_s, u"\n"_s)
+                        .replace(u"\\\""_s, u"\""_s)
+                        .replace(u"\\u2026"_s, u"\u2026"_s);
         }
     }
     return keys;

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "platform/alert.h"
+#include "os/alert.h"
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
 #include "tests/support/fakes.h"
 #include "tests/support/places.h"
-#include "ui/alert.h"
+#include "widgets/alert.h"
 
 #include <TarvixUpdate/TXUpdate.h>
 

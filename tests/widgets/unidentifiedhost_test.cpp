@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 // An application that does not say which one it is.
-#include "core/host_p.h"
-#include "platform/mainbundle.h"
+#include "model/host_p.h"
+#include "os/mainbundle.h"
 #include "tests/support/feedserver.h"
-#include "tests/ui/uitest.h"
+#include "tests/widgets/uitest.h"
 
 #include <TarvixUpdate/TXStandardUpdateController.h>
 #include <TarvixUpdate/TXUpdatePanel.h>

@@ -3,11 +3,11 @@
 
 #include "feed/jsonreader.h"
 #include "tests/support/feedserver.h"
-#include "tests/ui/uitest.h"
-#include "ui/appearance.h"
-#include "ui/mediumdate.h"
-#include "ui/versionrows.h"
-#include "ui/versionstable.h"
+#include "tests/widgets/uitest.h"
+#include "widgets/appearance.h"
+#include "widgets/mediumdate.h"
+#include "widgets/versionrows.h"
+#include "widgets/versionstable.h"
 
 #include <TarvixUpdate/TXUpdatePanel.h>
 #include <TarvixUpdate/TXUpdater.h>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "tests/ui/updatepaneltest.h"
+#include "tests/widgets/updatepaneltest.h"
 
 using namespace Qt::StringLiterals;
 using tx::test::FeedServer;

@@ -2,10 +2,10 @@
 // Real pages in the real web engine, without a display.
 #include "tests/support/feedserver.h"
 #include "tests/support/tlsserver.h"
-#include "tests/ui/uitest.h"
-#include "ui/modalsession.h"
-#include "ui/segmentedcontrol.h"
-#include "ui/webview.h"
+#include "tests/widgets/uitest.h"
+#include "widgets/modalsession.h"
+#include "widgets/segmentedcontrol.h"
+#include "widgets/webview.h"
 
 #include <TarvixUpdate/TXNotificationCenter.h>
 #include <TarvixUpdate/TXStandardUpdateController.h>

@@ -2,7 +2,7 @@
 // ditto -x -k - DIR: unpacks a zip archive from standard input into DIR, with the modes and links that the
 // archive keeps in its directory at the end. That end comes last through a pipe, so the archive is spooled.
 
-#include "platform/linux/tools/extraction.h"
+#include "archive/extraction.h"
 
 #include <cerrno>
 #include <clocale>

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
-#include "platform/linux/tools/extraction.h"
+#include "archive/extraction.h"
 
-#include "platform/linux/posixfiles.h"
-#include "platform/linux/tools/links.h"
+#include "archive/links.h"
+#include "posix/posixfiles.h"
 
 #include <archive_entry.h>
 

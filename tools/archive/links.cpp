@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "platform/linux/tools/links.h"
+#include "archive/links.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -2,7 +2,7 @@
 // tar -xC DIR, -zxC DIR, -jxC DIR: unpacks a tar archive from standard input into DIR. Supports only the
 // arguments that the framework uses. The system's tar would leave a part of a damaged archive behind.
 
-#include "platform/linux/tools/extraction.h"
+#include "archive/extraction.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
-#include "platform/linux/tools/diskimages.h"
+#include "desktop/diskimages.h"
 
-#include "platform/linux/tools/systemfiles.h"
-#include "platform/plainpropertylist.h"
+#include "desktop/systemfiles.h"
+#include "posix/plainpropertylist.h"
 
 #include <algorithm>
 #include <cerrno>

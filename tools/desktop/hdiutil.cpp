@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // hdiutil info [-plist] | detach TARGET: the disk images that are attached as loop devices.
 
-#include "platform/linux/tools/diskimages.h"
+#include "desktop/diskimages.h"
 
 #include <cstdio>
 #include <string>

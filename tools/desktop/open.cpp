@@ -2,8 +2,8 @@
 // open PATH|URL: starts an application bundle unless it is already running; the desktop opens everything
 // else.
 
-#include "platform/linux/openbundle.h"
-#include "platform/linux/posixfiles.h"
+#include "posix/openbundle.h"
+#include "posix/posixfiles.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-#include "platform/linux/tools/systemfiles.h"
-#include "platform/linux/tools/systemreport.h"
+#include "desktop/systemfiles.h"
+#include "desktop/systemreport.h"
 
 #include <algorithm>
 #include <array>

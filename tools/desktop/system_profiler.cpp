@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // system_profiler [-xml] [-detailLevel LEVEL] [DATATYPE...]: describes this machine's hardware and displays.
 
-#include "platform/linux/tools/systemreport.h"
+#include "desktop/systemreport.h"
 
 #include <cstdio>
 #include <cstring>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "platform/linux/tools/systemfiles.h"
+#include "desktop/systemfiles.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include "platform/linux/tools/systemreport.h"
+#include "desktop/systemreport.h"
 
-#include "platform/plainpropertylist.h"
+#include "posix/plainpropertylist.h"
 
 #include <map>
 

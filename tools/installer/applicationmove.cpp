@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "installer/applicationmove.h"
 
-#include "platform/linux/bundlecontents.h"
-#include "platform/linux/interrupted.h"
+#include "posix/bundlecontents.h"
+#include "posix/interrupted.h"
 
 #include <cerrno>
 #include <cstring>

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "platform/linux/interrupted.h"
-#include "platform/linux/posixfiles.h"
+#include "posix/interrupted.h"
+#include "posix/posixfiles.h"
 
 #include <string>
 #include <sys/stat.h>

@@ -3,10 +3,10 @@
 
 #include "installer/contents.h"
 
-#include "platform/linux/bundleinfo.h"
-#include "platform/linux/interrupted.h"
-#include "platform/linux/startable.h"
-#include "platform/linux/trustedpath.h"
+#include "posix/bundleinfo.h"
+#include "posix/interrupted.h"
+#include "posix/startable.h"
+#include "posix/trustedpath.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "installer/files.h"
-#include "platform/installerstatus.h"
+#include "posix/installerstatus.h"
 
 #include <chrono>
 #include <functional>

@@ -2,7 +2,7 @@
 #include "installer/jobs.h"
 
 #include "installer/applicationmove.h"
-#include "platform/linux/rootspath.h"
+#include "posix/rootspath.h"
 
 #include <climits>
 #include <cstdlib>

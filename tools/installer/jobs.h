@@ -2,7 +2,7 @@
 #pragma once
 
 #include "installer/files.h"
-#include "platform/linux/packagedatabases.h"
+#include "posix/packagedatabases.h"
 
 #include <functional>
 #include <string>
@@ -30,7 +30,8 @@ struct JobContext {
     Files *files = nullptr;
     PackageFolders packages;          ///< whose files are not exchanged
     std::string rpm = "/usr/bin/rpm"; ///< asked where there is a database of rpm
-    /// Runs a program and gives all that it writes; the reason when that fails (installer/programoutput.h).
+    /// Runs a program and gives all that it writes; the reason when that fails
+    /// (tools/installer/programoutput.h).
     std::function<std::string(const std::string &program, const std::vector<std::string> &arguments,
                               std::string &output)>
         outputOf;

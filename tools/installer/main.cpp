@@ -8,7 +8,7 @@
 
 #include "installer/oneline.h"
 #include "installer/ownplace.h"
-#include "platform/linux/openbundle.h"
+#include "posix/openbundle.h"
 
 #include <climits>
 #include <csignal>

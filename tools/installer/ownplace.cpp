@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "installer/ownplace.h"
 
-#include "platform/linux/rootspath.h"
+#include "posix/rootspath.h"
 
 #include <climits>
 #include <cstdint>

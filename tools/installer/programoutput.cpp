@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "installer/programoutput.h"
 
-#include "platform/linux/posixfiles.h"
+#include "posix/posixfiles.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -2,7 +2,7 @@
 #include "installer/installer.h"
 
 #include "installer/ownplace.h"
-#include "platform/linux/trustedpath.h"
+#include "posix/trustedpath.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -4,7 +4,7 @@
 
 #include "launcher/relauncher.h"
 
-#include "platform/linux/openbundle.h"
+#include "posix/openbundle.h"
 
 #include <syslog.h>
 #include <unistd.h>

@@ -1,15 +1,15 @@
 // SPDX-License-Identifier: MIT
-#include "cli/commands.h"
-#include "cli/feedjson.h"
-#include "cli/supervisor.h"
+#include "txupdate/commands.h"
+#include "txupdate/feedjson.h"
+#include "txupdate/supervisor.h"
 
-#include "core/host_p.h"
-#include "platform/mainbundle.h"
-#include "platform/queues.h"
-#include "platform/services.h"
-#include "platform/tasks.h"
-#include "platform/userdefaults.h"
-#include "platform/workspace.h"
+#include "base/queues.h"
+#include "model/host_p.h"
+#include "os/mainbundle.h"
+#include "os/services.h"
+#include "os/tasks.h"
+#include "os/userdefaults.h"
+#include "os/workspace.h"
 
 #include <TarvixUpdate/TXUpdateSettings.h>
 

@@ -1,14 +1,14 @@
 // SPDX-License-Identifier: MIT
-#include "cli/archivechecks.h"
+#include "txupdate/archivechecks.h"
 
-#include "cli/commands.h"
-#include "core/host_p.h"
-#include "core/versioncomparison.h"
 #include "install/buildcheck.h"
 #include "install/unarchiver.h"
-#include "platform/applicationcheck.h"
-#include "platform/directories.h"
-#include "platform/mainbundle.h"
+#include "model/host_p.h"
+#include "model/versioncomparison.h"
+#include "os/applicationcheck.h"
+#include "os/directories.h"
+#include "os/mainbundle.h"
+#include "txupdate/commands.h"
 
 #include <TarvixUpdate/TXBundle.h>
 #include <TarvixUpdate/TXUpdateHost.h>

@@ -1,15 +1,15 @@
 // SPDX-License-Identifier: MIT
-#include "cli/commands.h"
+#include "txupdate/commands.h"
 
-#include "cli/archivechecks.h"
-#include "cli/feedjson.h"
-#include "cli/feedsource.h"
-#include "cli/publisherchecks.h"
 #include "feed/appcastreader.h"
 #include "feed/jsonreader.h"
 #include "feed/servedtype.h"
-#include "platform/services.h"
+#include "os/services.h"
 #include "trust/firstline.h"
+#include "txupdate/archivechecks.h"
+#include "txupdate/feedjson.h"
+#include "txupdate/feedsource.h"
+#include "txupdate/publisherchecks.h"
 
 #include <cstdio>
 

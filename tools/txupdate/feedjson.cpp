@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include "cli/feedjson.h"
+#include "txupdate/feedjson.h"
 
-#include "cli/commands.h"
+#include "txupdate/commands.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>

@@ -1,17 +1,17 @@
 // SPDX-License-Identifier: MIT
-#include "cli/commands.h"
-#include "cli/feedjson.h"
-#include "cli/feedsource.h"
-#include "cli/signingkeys.h"
-#include "cli/trustcommands.h"
 #include "feed/appcastreader.h"
 #include "feed/jsonreader.h"
 #include "feed/jsonvalues.h"
-#include "platform/filesystem.h"
-#include "platform/services.h"
+#include "os/filesystem.h"
+#include "os/services.h"
 #include "trust/encoding.h"
 #include "trust/feedsigning.h"
 #include "trust/freshness.h"
+#include "txupdate/commands.h"
+#include "txupdate/feedjson.h"
+#include "txupdate/feedsource.h"
+#include "txupdate/signingkeys.h"
+#include "txupdate/trustcommands.h"
 
 #include <QFile>
 #include <QRegularExpression>

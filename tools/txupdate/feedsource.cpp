@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
-#include "cli/feedsource.h"
+#include "txupdate/feedsource.h"
 
+#include "base/queues.h"
 #include "feed/feedlimits.h"
 #include "feed/jsonvalues.h"
-#include "platform/queues.h"
-#include "platform/services.h"
-#include "platform/urlloading.h"
+#include "net/urlloading.h"
+#include "os/services.h"
 #include <TarvixUpdate/TXUpdateFeed.h>
 
 #include <QEventLoop>

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "cli/commands.h"
-#include "platform/result.h"
+#include "base/result.h"
+#include "txupdate/commands.h"
 
 #include <QByteArray>
 #include <QUrl>

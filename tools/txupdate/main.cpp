@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include "cli/commands.h"
-#include "cli/supervisor.h"
-#include "cli/trustwords.h"
+#include "txupdate/commands.h"
+#include "txupdate/supervisor.h"
+#include "txupdate/trustwords.h"
 
 #include <CLI/CLI.hpp>
 

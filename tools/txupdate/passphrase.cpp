@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "cli/passphrase.h"
+#include "txupdate/passphrase.h"
 
 #include <algorithm>
 #include <cerrno>

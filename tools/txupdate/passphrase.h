@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "cli/trustcommands.h"
 #include "trust/secret.h"
+#include "txupdate/trustcommands.h"
 
 namespace tx::cli {
 

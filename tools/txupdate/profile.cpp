@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
-#include "cli/commands.h"
-#include "cli/feedjson.h"
-#include "platform/services.h"
-#include "platform/taskoutput.h"
+#include "os/services.h"
+#include "os/taskoutput.h"
+#include "txupdate/commands.h"
+#include "txupdate/feedjson.h"
 
 #include <TarvixUpdate/TXUpdateSystemProfile.h>
 

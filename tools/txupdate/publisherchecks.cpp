@@ -1,14 +1,14 @@
 // SPDX-License-Identifier: MIT
-#include "cli/publisherchecks.h"
+#include "txupdate/publisherchecks.h"
 
 #include "feed/appcastparser.h"
-#include "feed/feedentry.h"
-#include "feed/feedvalues.h"
-#include "feed/itemdate.h"
 #include "feed/jsonentries.h"
 #include "install/unarchiver.h"
 #include "install/updatedownload.h"
-#include "platform/urldownload.h"
+#include "model/feedentry.h"
+#include "model/feedvalues.h"
+#include "model/itemdate.h"
+#include "net/urldownload.h"
 
 #include <QSet>
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "cli/commands.h"
+#include "txupdate/commands.h"
 
 #include <QFile>
 #include <QFileInfo>

@@ -2,7 +2,7 @@
 // txupdate-serve DIR PORT RATE [HOST...]: what `txupdate serve` becomes. A separate program, because loading
 // the server's libraries takes longer than a check.
 
-#include "platform/loopbackname.h"
+#include "base/loopbackname.h"
 
 #include <QFile>
 #include <QFileInfo>

@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: MIT
-#include "cli/commands.h"
-#include "cli/signingkeys.h"
-#include "cli/trustcommands.h"
 #include "install/unarchiver.h"
-#include "platform/filesystem.h"
-#include "platform/services.h"
-#include "trust/bundletrust.h"
+#include "model/bundletrust.h"
+#include "os/filesystem.h"
+#include "os/services.h"
 #include "trust/encoding.h"
 #include "trust/verifiedarchive.h"
+#include "txupdate/commands.h"
+#include "txupdate/signingkeys.h"
+#include "txupdate/trustcommands.h"
 
 #include <QDir>
 #include <QEventLoop>

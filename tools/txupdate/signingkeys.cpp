@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
-#include "cli/signingkeys.h"
+#include "txupdate/signingkeys.h"
 
-#include "cli/commands.h"
-#include "cli/passphrase.h"
-#include "platform/filesystem.h"
-#include "platform/services.h"
-#include "trust/bundletrust.h"
+#include "model/bundletrust.h"
+#include "os/filesystem.h"
+#include "os/services.h"
+#include "txupdate/commands.h"
+#include "txupdate/passphrase.h"
 
 #include <QFile>
 #include <QFileInfo>

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "cli/trustcommands.h"
 #include "trust/appinfo.h"
 #include "trust/keyfiles.h"
+#include "txupdate/trustcommands.h"
 
 #include <vector>
 

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
-#include "cli/supervisor.h"
+#include "txupdate/supervisor.h"
 
-#include "cli/commands.h"
-#include "platform/installerstatus.h"
+#include "posix/installerstatus.h"
+#include "txupdate/commands.h"
 
 #include <cerrno>
 #include <cstdio>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include "cli/trustwords.h"
+#include "txupdate/trustwords.h"
 
-#include "cli/trustcommands.h"
+#include "txupdate/trustcommands.h"
 
 #include <string>
 #include <vector>

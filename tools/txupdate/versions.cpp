@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include "cli/commands.h"
+#include "txupdate/commands.h"
 
-#include "core/versioncomparison.h"
+#include "model/versioncomparison.h"
 
 #include <TarvixUpdate/TXVersionNumber.h>
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include "platform/applicationcheck.h"
+#include "os/applicationcheck.h"
 
-#include "platform/linux/startable.h"
+#include "posix/startable.h"
 
 #include <QFile>
 

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
-#include "platform/authorization.h"
+#include "os/authorization.h"
 
-#include "platform/linux/rootspath.h"
-#include "platform/mainbundle.h"
-#include "platform/services.h"
-#include "platform/tasks.h"
+#include "os/mainbundle.h"
+#include "os/services.h"
+#include "os/tasks.h"
+#include "posix/rootspath.h"
 
 #include <TarvixUpdate/TXLog.h>
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "platform/creationmask.h"
+#include "os/creationmask.h"
 
 #include <QFile>
 

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
-#include "platform/directories.h"
+#include "os/directories.h"
 
-#include "platform/filesystem.h"
-#include "platform/linux/userfolders.h"
-#include "platform/services.h"
+#include "os/filesystem.h"
+#include "os/services.h"
+#include "posix/userfolders.h"
 
 #include <QFile>
 #include <QLocale>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include "platform/entrykind.h"
+#include "os/entrykind.h"
 
-#include "platform/directories.h"
+#include "os/directories.h"
 
 #include <QDir>
 #include <QFile>

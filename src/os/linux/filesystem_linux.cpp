@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
-#include "platform/filesystem.h"
-#include "platform/linux/bundlecontents.h"
-#include "platform/linux/interrupted.h"
-#include "platform/linux/posixfiles.h"
-#include "platform/linux/trustedpath.h"
-#include "platform/posixerror.h"
-#include "platform/specialfiles.h"
+#include "base/posixerror.h"
+#include "os/filesystem.h"
+#include "os/specialfiles.h"
+#include "posix/bundlecontents.h"
+#include "posix/interrupted.h"
+#include "posix/posixfiles.h"
+#include "posix/trustedpath.h"
 
 #include <QDir>
 #include <QFile>

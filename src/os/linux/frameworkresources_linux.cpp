@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "platform/frameworkresources.h"
+#include "os/frameworkresources.h"
 
 #include <QDir>
 #include <QFile>

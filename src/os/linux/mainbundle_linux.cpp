@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "platform/mainbundle.h"
+#include "os/mainbundle.h"
 
 #include <QFile>
 

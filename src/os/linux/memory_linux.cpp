@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "platform/memory.h"
+#include "os/memory.h"
 
 #include <cstdlib>
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "platform/osversion.h"
+#include "os/osversion.h"
 
 #include <QFile>
 #include <QStringList>

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
-#include "platform/packageowner.h"
+#include "os/packageowner.h"
 
-#include "platform/linux/packagedatabases.h"
-#include "platform/taskoutput.h"
+#include "os/taskoutput.h"
+#include "posix/packagedatabases.h"
 
 #include <QFile>
 #include <QProcessEnvironment>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "platform/sandbox.h"
+#include "os/sandbox.h"
 
 #include <fcntl.h>
 #include <sched.h>

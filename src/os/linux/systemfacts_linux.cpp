@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
-#include "platform/systemfacts.h"
+#include "os/systemfacts.h"
 
-#include "platform/frameworkresources.h"
-#include "platform/osversion.h"
+#include "os/frameworkresources.h"
+#include "os/osversion.h"
 
 #include <QFile>
 

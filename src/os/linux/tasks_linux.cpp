@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
-#include "platform/tasks.h"
+#include "os/tasks.h"
 
-#include "platform/frameworkresources.h"
-#include "platform/linux/posixfiles.h"
-#include "platform/posixerror.h"
+#include "base/posixerror.h"
+#include "os/frameworkresources.h"
+#include "posix/posixfiles.h"
 
 #include <QFile>
 

@@ -2,11 +2,11 @@
 // The desktops' common rules: a Trash is a folder with "files" and "info". An entry's info file is created
 // first and reserves its name. Qt's own implementation loses the entry, or never returns, if something is in
 // the way.
-#include "platform/linux/trash.h"
+#include "os/linux/trash.h"
 
-#include "platform/filesystem.h"
-#include "platform/posixerror.h"
-#include "platform/services.h"
+#include "base/posixerror.h"
+#include "os/filesystem.h"
+#include "os/services.h"
 
 #include <QDateTime>
 #include <QDir>

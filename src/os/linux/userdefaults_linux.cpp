@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
-#include "platform/userdefaults.h"
+#include "os/userdefaults.h"
 
-#include "platform/directories.h"
-#include "platform/filesystem.h"
-#include "platform/mainbundle.h"
-#include "platform/propertylist.h"
-#include "platform/services.h"
+#include "base/propertylist.h"
+#include "os/directories.h"
+#include "os/filesystem.h"
+#include "os/mainbundle.h"
+#include "os/services.h"
 
 #include <TarvixUpdate/TXLog.h>
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "platform/volumes.h"
+#include "os/volumes.h"
 
 #include <QFile>
 #include <QFileInfo>

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
-#include "platform/workspace.h"
+#include "os/workspace.h"
 
-#include "platform/frameworkresources.h"
-#include "platform/linux/openbundle.h"
-#include "platform/linux/trash.h"
-#include "platform/services.h"
-#include "platform/tasks.h"
+#include "os/frameworkresources.h"
+#include "os/linux/trash.h"
+#include "os/services.h"
+#include "os/tasks.h"
+#include "posix/openbundle.h"
 
 #include <QCoreApplication>
 #include <QFile>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Dates of medium length. Qt has only a short and a long form of each locale, and the medium one cannot be
 // derived from them: German and Estonian share both, but write "13.03.2023" and "13. märts 2023". ICU has it.
-#include "ui/interfaceloader.h"
+#include "widgets/interfaceloader.h"
 
 #include <QDateTime>
 #include <QString>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The module TXUpdateInterface: reads interface files.
-#include "ui/interfaceloader.h"
+#include "widgets/interfaceloader.h"
 
 #include <QCoreApplication>
 #include <QFile>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Qt sends a window's transient parent to the desktop only when it shows the window.
-#include "ui/interfaceloader.h"
+#include "widgets/interfaceloader.h"
 
 #include <QByteArray>
 #include <QGuiApplication>

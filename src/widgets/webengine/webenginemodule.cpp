@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The module TXUpdateWebView. It starts the web engine in a running application, which the engine expects to
 // have been prepared before there was one.
-#include "ui/webview/webengineview.h"
+#include "widgets/webengine/webengineview.h"
 
 #include <QCoreApplication>
 #include <QOpenGLContext>

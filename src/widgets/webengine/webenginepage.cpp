@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "ui/webview/webenginepage.h"
+#include "widgets/webengine/webenginepage.h"
 
 #include <QColor>
 #include <QJsonArray>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "ui/webview.h"
+#include "widgets/webview.h"
 
 #include <QWebEnginePage>
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include "ui/webview/webengineview.h"
+#include "widgets/webengine/webengineview.h"
 
-#include "ui/webview/webenginepage.h"
+#include "widgets/webengine/webenginepage.h"
 
 #include <QCoreApplication>
 #include <QWebEngineDownloadRequest>

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
+#include "base/propertylist.h"
+#include "desktop/diskimages.h"
 #include "mover/applicationplaces.h"
-#include "platform/linux/tools/diskimages.h"
-#include "platform/propertylist.h"
-#include "platform/services.h"
+#include "os/services.h"
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
 #include "tests/support/places.h"

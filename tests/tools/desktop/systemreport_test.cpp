@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include "platform/linux/tools/systemfiles.h"
-#include "platform/linux/tools/systemreport.h"
-#include "platform/propertylist.h"
+#include "base/propertylist.h"
+#include "desktop/systemfiles.h"
+#include "desktop/systemreport.h"
 #include "profile/measure.h"
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"

@@ -7,8 +7,8 @@
 
 #include "installer/installer.h"
 
-#include "platform/linux/openbundle.h"
-#include "tests/installer/stepfiles.h"
+#include "posix/openbundle.h"
+#include "tests/tools/installer/stepfiles.h"
 
 #include <cerrno>
 #include <csignal>

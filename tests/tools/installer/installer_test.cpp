@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-#include "tests/installer/installertest.h"
 #include "tests/support/places.h"
+#include "tests/tools/installer/installertest.h"
 
 #include <QTemporaryDir>
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include "tests/installer/installertest.h"
+#include "tests/tools/installer/installertest.h"
 
-#include "platform/linux/bundlecontents.h"
+#include "posix/bundlecontents.h"
 
 #include <cctype>
 #include <cerrno>

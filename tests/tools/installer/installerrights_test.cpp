@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "tests/installer/installertest.h"
+#include "tests/tools/installer/installertest.h"
 
 #include <algorithm>
 #include <atomic>

@@ -2,12 +2,12 @@
 #pragma once
 
 #include "installer/installer.h"
-#include "platform/linux/openbundle.h"
-#include "tests/installer/stepfiles.h"
+#include "posix/openbundle.h"
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
 #include "tests/support/places.h"
 #include "tests/support/processes.h"
+#include "tests/tools/installer/stepfiles.h"
 
 #include <QDir>
 #include <QProcess>

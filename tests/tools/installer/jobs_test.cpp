@@ -5,12 +5,12 @@
 #include "installer/oneline.h"
 #include "installer/ownplace.h"
 #include "installer/programoutput.h"
-#include "platform/linux/interrupted.h"
-#include "platform/linux/rootspath.h"
-#include "tests/installer/stepfiles.h"
+#include "posix/interrupted.h"
+#include "posix/rootspath.h"
 #include "tests/support/accesslist.h"
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
+#include "tests/tools/installer/stepfiles.h"
 
 #include <cerrno>
 #include <csignal>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "launcher/relauncher.h"
-#include "platform/linux/openbundle.h"
-#include "platform/relaunchcommand.h"
+#include "os/relaunchcommand.h"
+#include "posix/openbundle.h"
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
 #include "tests/support/places.h"

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The commands of txupdate that sign and verify feeds.
-#include "tests/programs/trustcommandstest.h"
 #include "tests/support/feedserver.h"
+#include "tests/tools/txupdate/trustcommandstest.h"
 #include "trust/freshness.h"
 
 #include <QDateTime>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The commands of txupdate that make keys, and sign and verify archives.
-#include "tests/programs/trustcommandstest.h"
+#include "tests/tools/txupdate/trustcommandstest.h"
 
 #include <QFileInfo>
 #include <QJsonArray>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "tests/programs/txupdatetest.h"
+#include "tests/tools/txupdate/txupdatetest.h"
 #include "tests/trust/trusttest.h"
 #include "trust/feedsigning.h"
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include "tests/programs/txupdatetest.h"
 #include "tests/support/feedserver.h"
 #include "tests/support/places.h"
+#include "tests/tools/txupdate/txupdatetest.h"
 
 #include <QProcess>
 
