@@ -6,6 +6,7 @@
 #include <TarvixUpdate/TXLog.h>
 
 #include <QCoreApplication>
+#include <QMetaType>
 #include <QThread>
 #include <QThreadPool>
 
@@ -193,6 +194,11 @@ public:
             first = !std::exchange(m_watching, true);
         }
         if (first) {
+            // Static objects go in the reverse order of their making. Qt makes its registry of types for the
+            // first type, which is usually the network thread's; it must not go before that thread has been
+            // stopped here.
+            struct FirstType {};
+            (void)QMetaType::fromType<FirstType>().id();
             qAddPostRoutine([] { instance().end(false); });
             [[maybe_unused]] static const int registered = std::atexit([] { instance().endProcess(); });
         }
