@@ -1,29 +1,51 @@
-# The two libraries that are made of the rooms' objects.
+# The libraries that are made of the rooms' objects: for hosts one of everything below the user interface and one of the
+# user interface, and one of all rooms for tests, benchmarks and the command-line tool.
 get_property(rooms GLOBAL PROPERTY TARVIX_ROOMS)
 set(objects)
 foreach(room IN LISTS rooms)
-  list(APPEND objects $<TARGET_OBJECTS:${room}>)
+  if(NOT room STREQUAL "tarvix_widgets")
+    list(APPEND objects $<TARGET_OBJECTS:${room}>)
+  endif()
 endforeach()
 set(dependencies
   Qt6::Network simdjson::simdjson PkgConfig::xml2 PkgConfig::plist ZLIB::ZLIB tarvix_static_sodium Threads::Threads)
-
-add_library(TarvixUpdate SHARED ${objects})
-add_library(TarvixUpdate::TarvixUpdate ALIAS TarvixUpdate)
-target_link_libraries(TarvixUpdate PUBLIC Qt6::Core PRIVATE ${dependencies} Qt6::Widgets)
-target_include_directories(TarvixUpdate PUBLIC
-  $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include> $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
-target_compile_features(TarvixUpdate PUBLIC cxx_std_20)
-set_target_properties(TarvixUpdate PROPERTIES
-  VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR} AUTOMOC OFF LINKER_LANGUAGE CXX)
-# What libsodium defines stays inside: a host may use another version of it.
-target_link_options(TarvixUpdate PRIVATE -Wl,--no-undefined -Wl,--as-needed -Wl,--exclude-libs,libsodium.a)
-if(TARVIXUPDATE_SANITIZE)
-  set_target_properties(TarvixUpdate PROPERTIES LINK_OPTIONS "-Wl,--as-needed;-Wl,--exclude-libs,libsodium.a")
+# While the major version is 0, each minor version may have another interface.
+if(PROJECT_VERSION_MAJOR EQUAL 0)
+  set(interface_version ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR})
+else()
+  set(interface_version ${PROJECT_VERSION_MAJOR})
 endif()
+
+# tarvix_library(NAME OBJECTS... ): a shared library for hosts, exported as TarvixUpdate::NAME.
+function(tarvix_library NAME)
+  set(library TarvixUpdate${NAME})
+  add_library(${library} SHARED ${ARGN})
+  add_library(TarvixUpdate::${NAME} ALIAS ${library})
+  target_include_directories(${library} PUBLIC
+    $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include> $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
+  target_compile_features(${library} PUBLIC cxx_std_20)
+  set_target_properties(${library} PROPERTIES
+    VERSION ${PROJECT_VERSION} SOVERSION ${interface_version} EXPORT_NAME ${NAME} AUTOMOC OFF LINKER_LANGUAGE CXX
+    INSTALL_RPATH "$ORIGIN")
+  # What libsodium defines stays inside: a host may use another version of it.
+  target_link_options(${library} PRIVATE -Wl,--as-needed -Wl,--exclude-libs,libsodium.a)
+  if(NOT TARVIXUPDATE_SANITIZE)
+    target_link_options(${library} PRIVATE -Wl,--no-undefined)
+  endif()
+endfunction()
+tarvix_library(Core ${objects})
+target_link_libraries(TarvixUpdateCore PUBLIC Qt6::Core PRIVATE ${dependencies})
+tarvix_library(Widgets $<TARGET_OBJECTS:tarvix_widgets>)
+target_link_libraries(TarvixUpdateWidgets PUBLIC TarvixUpdateCore Qt6::Widgets)
+# Both. The user interface registers itself when it is loaded, so it is loaded also where a host calls nothing of it.
+add_library(TarvixUpdate INTERFACE)
+add_library(TarvixUpdate::TarvixUpdate ALIAS TarvixUpdate)
+target_link_libraries(TarvixUpdate INTERFACE
+  TarvixUpdateCore -Wl,--push-state,--no-as-needed TarvixUpdateWidgets -Wl,--pop-state)
 
 # Everything but the user interface comes out of this archive only when it is used, so a program without
 # windows does not load the widget libraries.
-add_library(TarvixUpdateInternals STATIC ${objects})
+add_library(TarvixUpdateInternals STATIC ${objects} $<TARGET_OBJECTS:tarvix_widgets>)
 target_link_libraries(TarvixUpdateInternals PUBLIC tarvix_settings Qt6::Core ${dependencies} Qt6::Widgets)
 # Programs stand above all floors.
 target_include_directories(TarvixUpdateInternals PUBLIC ${PROJECT_SOURCE_DIR}/include ${PROJECT_SOURCE_DIR}/src)
@@ -31,16 +53,30 @@ set_target_properties(TarvixUpdateInternals PROPERTIES AUTOMOC OFF LINKER_LANGUA
 target_link_options(TarvixUpdateInternals INTERFACE -Wl,--as-needed)
 
 include(CMakePackageConfigHelpers)
-install(TARGETS TarvixUpdate EXPORT TarvixUpdateTargets)
+set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/TarvixUpdate)
+install(TARGETS TarvixUpdateCore TarvixUpdateWidgets TarvixUpdate EXPORT TarvixUpdateTargets)
 install(DIRECTORY include/TarvixUpdate DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
-install(DIRECTORY ${CMAKE_LIBRARY_OUTPUT_DIRECTORY}/TarvixUpdate DESTINATION ${CMAKE_INSTALL_LIBDIR}
+# Programs, and what belongs to them. In a bundle they are beside the library instead.
+install(DIRECTORY ${CMAKE_LIBRARY_OUTPUT_DIRECTORY}/TarvixUpdate DESTINATION ${CMAKE_INSTALL_LIBEXECDIR}
         USE_SOURCE_PERMISSIONS)
-install(EXPORT TarvixUpdateTargets NAMESPACE TarvixUpdate::
-        DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/TarvixUpdate)
+install(EXPORT TarvixUpdateTargets NAMESPACE TarvixUpdate:: DESTINATION ${package_dir})
 configure_package_config_file(cmake/TarvixUpdateConfig.cmake.in TarvixUpdateConfig.cmake
-  INSTALL_DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/TarvixUpdate)
+  INSTALL_DESTINATION ${package_dir} PATH_VARS CMAKE_INSTALL_LIBEXECDIR)
 write_basic_package_version_file(TarvixUpdateConfigVersion.cmake COMPATIBILITY SameMinorVersion)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/TarvixUpdateConfig.cmake
               ${CMAKE_CURRENT_BINARY_DIR}/TarvixUpdateConfigVersion.cmake
               cmake/TarvixUpdatePolicy.cmake cmake/TarvixUpdatePolicy.policy.in
-        DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/TarvixUpdate)
+        DESTINATION ${package_dir})
+
+# For build systems that ask pkg-config.
+file(RELATIVE_PATH PREFIX_FROM_PC ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
+function(tarvix_pkg_config NAME DESCRIPTION LIBS REQUIRES)
+  configure_file(cmake/TarvixUpdate.pc.in ${NAME}.pc @ONLY)
+  install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${NAME}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+endfunction()
+tarvix_pkg_config(TarvixUpdateCore "Software updates for Qt applications" "-lTarvixUpdateCore" "Qt6Core >= 6.4")
+tarvix_pkg_config(TarvixUpdateWidgets "The windows of TarvixUpdate" "-lTarvixUpdateWidgets"
+  "TarvixUpdateCore = ${PROJECT_VERSION}, Qt6Widgets >= 6.4")
+tarvix_pkg_config(TarvixUpdate "Software updates for Qt applications, with their windows"
+  "-Wl,--push-state,--no-as-needed -lTarvixUpdateWidgets -Wl,--pop-state"
+  "TarvixUpdateCore = ${PROJECT_VERSION}, Qt6Widgets >= 6.4")

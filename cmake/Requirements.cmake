@@ -64,4 +64,6 @@ endif()
 
 # The whole of Qt once more, which gives the targets' properties; and what the build can do without.
 find_package(Qt6 6.4 REQUIRED COMPONENTS Core Network DBus Gui Widgets UiTools)
-find_package(Qt6 6.4 QUIET OPTIONAL_COMPONENTS WebEngineWidgets Quick)
+if(TARVIXUPDATE_BUILD_PAGES)
+  find_package(Qt6 6.4 QUIET OPTIONAL_COMPONENTS WebEngineWidgets Quick)
+endif()

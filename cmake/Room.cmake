@@ -1,6 +1,6 @@
 # The rooms of the framework. Each sees the headers of its own folder and of those that it names as lower, and no others:
 # their folders are reached through links of one folder for each room, so that a forbidden include does not compile.
-set(TARVIX_ROOMS ${CMAKE_BINARY_DIR}/rooms)
+set(TARVIX_ROOMS ${PROJECT_BINARY_DIR}/rooms)
 file(REMOVE_RECURSE ${TARVIX_ROOMS})
 file(MAKE_DIRECTORY ${TARVIX_ROOMS})
 
@@ -45,13 +45,13 @@ endfunction()
 # folder of tools/. It stands alone, that is, needs nothing but the C library at run time, unless it uses the Qt of the bundle.
 function(tarvix_tool NAME FOLDER)
   cmake_parse_arguments(ARG "WITH_QT" "IN" "SOURCES;LIBRARIES" ${ARGN})
-  add_executable(tool_${NAME} ${ARG_SOURCES})
-  set_target_properties(tool_${NAME} PROPERTIES
+  add_executable(tarvix_tool_${NAME} ${ARG_SOURCES})
+  set_target_properties(tarvix_tool_${NAME} PROPERTIES
     OUTPUT_NAME ${NAME} AUTOMOC OFF
     RUNTIME_OUTPUT_DIRECTORY ${TARVIXUPDATE_RESOURCES_DIR}${ARG_IN})
-  target_link_libraries(tool_${NAME} PRIVATE tarvix_settings ${ARG_LIBRARIES})
-  tarvix_see_tool(tool_${NAME} ${FOLDER})
+  target_link_libraries(tarvix_tool_${NAME} PRIVATE tarvix_settings ${ARG_LIBRARIES})
+  tarvix_see_tool(tarvix_tool_${NAME} ${FOLDER})
   if(NOT ARG_WITH_QT)
-    target_link_libraries(tool_${NAME} PRIVATE tarvix_standing_alone)
+    target_link_libraries(tarvix_tool_${NAME} PRIVATE tarvix_standing_alone)
   endif()
 endfunction()

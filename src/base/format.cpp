@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "base/format.h"
 
+#include "base/shared.h"
+
 using namespace Qt::StringLiterals;
 
 namespace tx {
@@ -35,7 +37,7 @@ Conversion conversionAt(QStringView format, qsizetype start) {
 
 } // namespace
 
-QString formatText(const QString &format, const QStringList &arguments) {
+TX_SHARED QString formatText(const QString &format, const QStringList &arguments) {
     QString result;
     result.reserve(format.size() + 16 * arguments.size());
     qsizetype next = 0;

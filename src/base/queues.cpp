@@ -2,6 +2,7 @@
 #include "base/queues.h"
 
 #include "base/mailbox.h"
+#include "base/shared.h"
 
 #include <TarvixUpdate/TXLog.h>
 
@@ -265,12 +266,12 @@ private:
     std::vector<const InterruptAtEnd *> m_interrupts;
 };
 
-void postToMain(std::function<void()> work) {
+TX_SHARED void postToMain(std::function<void()> work) {
     EndOfApplication::instance().watch();
     post(std::move(work));
 }
 
-bool runOnMainAndWait(std::function<void()> work) {
+TX_SHARED bool runOnMainAndWait(std::function<void()> work) {
     if (!QCoreApplication::instance())
         return false;
     if (isMainThread()) {
@@ -310,11 +311,11 @@ void runInBackground(std::function<void()> work) {
 
 bool waitForBackground(std::chrono::milliseconds limit) { return Background::instance().wait(limit); }
 
-void whenApplicationEnds(std::function<void()> work, AtEnd where) {
+TX_SHARED void whenApplicationEnds(std::function<void()> work, AtEnd where) {
     EndOfApplication::instance().add(std::move(work), where);
 }
 
-bool applicationIsEnding() {
+TX_SHARED bool applicationIsEnding() {
     EndOfApplication &end = EndOfApplication::instance();
     const std::lock_guard lock(end.mutex);
     return end.ending;

@@ -2,6 +2,7 @@
 #include "install/updatedownload.h"
 
 #include "base/queues.h"
+#include "base/shared.h"
 #include "install/archivelimits.h"
 #include "install/packagecheck.h"
 #include "model/host_p.h"
@@ -152,8 +153,9 @@ UpdateDownload::~UpdateDownload() {
         });
 }
 
-void UpdateDownload::begin(TXUpdate &update, Choice choice, const TXUpdate::ProgressHandler &progress,
-                           const TXUpdate::CompletionHandler &completion) {
+TX_SHARED void UpdateDownload::begin(TXUpdate &update, Choice choice,
+                                     const TXUpdate::ProgressHandler &progress,
+                                     const TXUpdate::CompletionHandler &completion) {
     TXUpdate::Private &d = *update.d;
     if (d.isDownloading && choice == Choice::Users)
         d.download->m_choice = choice; // the user chose the download that is already running

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "model/host_p.h"
 
+#include "base/shared.h"
 #include "model/names.h"
 #include "os/localization.h"
 #include "os/osversion.h"
@@ -103,7 +104,7 @@ TXError hostIdentityError() {
                   u"Add the file with the keys CFBundleIdentifier and CFBundleVersion to the application."_s));
 }
 
-TXError checkHostIdentity() {
+TX_SHARED TXError checkHostIdentity() {
     static std::atomic_flag hasWarned;
     const TXError error = hostIdentityError();
     if (error && !hasWarned.test_and_set())

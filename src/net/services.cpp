@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "os/services.h"
 
+#include "base/shared.h"
 #include "net/urlloading.h"
 #include "os/authorization.h"
 #include "os/directories.h"
@@ -19,12 +20,12 @@ using namespace Qt::StringLiterals;
 
 namespace tx {
 
-int presentAlertInLog(const Alert &alert) {
+TX_SHARED int presentAlertInLog(const Alert &alert) {
     TXLog(TXLogLevelFailure, u"%@ %@"_s, {alert.message, alert.informative});
     return alert.answerWithoutWindow;
 }
 
-Services &services() {
+TX_SHARED Services &services() {
     // Never destroyed: a thread may outlast static objects.
     static auto &instance = *new Services{
         &nativeFileSystem(),

@@ -3,6 +3,7 @@
 
 #include "base/format.h"
 #include "base/plurals.h"
+#include "base/shared.h"
 #include "base/stringstable.h"
 #include "os/directories.h"
 #include "os/services.h"
@@ -128,15 +129,15 @@ QString localizedString(const QString &key, const QString &table, const TXBundle
     return localized(key, table, bundle, languages, std::nullopt);
 }
 
-QString localizedString(const QString &key, const QString &table) {
+TX_SHARED QString localizedString(const QString &key, const QString &table) {
     return localizedString(key, table, TXBundle::mainBundle(), services().preferredLanguages());
 }
 
-QString localizedFormat(const QString &key, const QStringList &arguments) {
+TX_SHARED QString localizedFormat(const QString &key, const QStringList &arguments) {
     return formatText(localizedString(key), arguments);
 }
 
-QString localizedPlural(const QString &key, qint64 count, const QStringList &arguments) {
+TX_SHARED QString localizedPlural(const QString &key, qint64 count, const QStringList &arguments) {
     return formatText(
         localized(key, u"Localizable"_s, TXBundle::mainBundle(), services().preferredLanguages(), count),
         arguments);

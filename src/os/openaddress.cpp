@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "os/openaddress.h"
 
+#include "base/shared.h"
 #include "os/services.h"
 #include "os/workspace.h"
 
@@ -29,7 +30,7 @@ QUrl withoutAttachments(QUrl url) {
 
 } // namespace
 
-bool openAddress(const QUrl &url, OpenedBy openedBy) {
+TX_SHARED bool openAddress(const QUrl &url, OpenedBy openedBy) {
     const QString scheme = url.scheme();
     QUrl allowed;
     if (url.isValid() && (scheme == u"http" || scheme == u"https") && !url.host().isEmpty())

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "os/directories.h"
 
+#include "base/shared.h"
 #include "os/filesystem.h"
 #include "os/services.h"
 #include "posix/userfolders.h"
@@ -64,7 +65,7 @@ QStringList preferredLanguages() {
     return languages;
 }
 
-QString dateLocaleTag() {
+TX_SHARED QString dateLocaleTag() {
     if (QLocale() != QLocale::system())
         return QLocale().bcp47Name();
     for (const char *category : {"LC_ALL", "LC_TIME", "LANG"}) {

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "os/frameworkresources.h"
 
+#include "base/shared.h"
+
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -19,8 +21,12 @@ QString findResources() {
     QString folder;
     if (dladdr(reinterpret_cast<const void *>(&frameworkResourcesPath), &info) != 0 && info.dli_fname)
         folder = QFileInfo(QFile::decodeName(info.dli_fname)).canonicalPath();
-    for (const QString &relative : {u"/TarvixUpdate/Resources"_s, u"/../lib/TarvixUpdate/Resources"_s,
-                                    u"/../" TARVIXUPDATE_INSTALL_LIBDIR "/TarvixUpdate/Resources"_s}) {
+    // Beside the library in a bundle and a build tree; below libexec where the package is installed, as seen
+    // from the library or from a program; below lib as seen from a program of a build tree.
+    for (const QString &relative :
+         {u"/TarvixUpdate/Resources"_s, u"/" TARVIXUPDATE_LIBEXEC_FROM_LIB "/TarvixUpdate/Resources"_s,
+          u"/" TARVIXUPDATE_LIBEXEC_FROM_BIN "/TarvixUpdate/Resources"_s,
+          u"/../lib/TarvixUpdate/Resources"_s}) {
         const QString candidate = QDir::cleanPath(folder + relative);
         if (!folder.isEmpty() && QFileInfo(candidate).isDir())
             return candidate;
@@ -31,7 +37,7 @@ QString findResources() {
 
 } // namespace
 
-QString frameworkResourcesPath() {
+TX_SHARED QString frameworkResourcesPath() {
     static const auto &path = *new QString(findResources()); // a thread may outlast static objects
     return path;
 }

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "os/memory.h"
 
+#include "base/shared.h"
+
 #include <cstdlib>
 
 #ifdef __GLIBC__
@@ -9,7 +11,7 @@
 
 namespace tx {
 
-void returnFreedMemory() {
+TX_SHARED void returnFreedMemory() {
 #ifdef __GLIBC__
     (void)malloc_trim(0);
 #endif

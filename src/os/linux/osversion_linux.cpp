@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "os/osversion.h"
 
+#include "base/shared.h"
+
 #include <QFile>
 #include <QStringList>
 
@@ -78,6 +80,6 @@ QString osNameFrom(const QString &osRelease) {
     return name.isEmpty() ? u"Linux"_s : name;
 }
 
-QString operatingSystemName() { return osNameFrom(osRelease()); }
+TX_SHARED QString operatingSystemName() { return osNameFrom(osRelease()); }
 
 } // namespace tx

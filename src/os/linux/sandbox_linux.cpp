@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "os/sandbox.h"
 
+#include "base/shared.h"
+
 #include <fcntl.h>
 #include <sched.h>
 #include <sys/wait.h>
@@ -29,7 +31,7 @@ bool namespacesAreAllowed() {
 
 } // namespace
 
-QString reasonAgainstSandbox() {
+TX_SHARED QString reasonAgainstSandbox() {
     if (qEnvironmentVariableIntValue("QTWEBENGINE_DISABLE_SANDBOX") == 1)
         return {};
     if (geteuid() == 0)

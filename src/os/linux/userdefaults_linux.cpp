@@ -2,6 +2,7 @@
 #include "os/userdefaults.h"
 
 #include "base/propertylist.h"
+#include "base/shared.h"
 #include "os/directories.h"
 #include "os/filesystem.h"
 #include "os/mainbundle.h"
@@ -23,7 +24,7 @@ namespace tx {
 UserDefaults::UserDefaults(const QString &path)
     : m_path(path) {}
 
-UserDefaults &UserDefaults::standard() {
+TX_SHARED UserDefaults &UserDefaults::standard() {
     // Never destroyed: a host's static objects may use settings in their destructors.
     static auto &mutex = *new QMutex;
     static auto &opened = *new std::map<QString, std::unique_ptr<UserDefaults>>;
@@ -69,7 +70,7 @@ void UserDefaults::refresh() const {
           {m_path, parsed ? u"It holds no dictionary."_s : parsed.error().toString()});
 }
 
-QVariant UserDefaults::value(const QString &key) const {
+TX_SHARED QVariant UserDefaults::value(const QString &key) const {
     const QMutexLocker locker(&m_mutex);
     refresh();
     return m_values.value(key);

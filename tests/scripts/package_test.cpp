@@ -1,0 +1,245 @@
+// SPDX-License-Identifier: MIT
+// The package that `cmake --install` makes, as other projects use it.
+#include "tests/support/builders.h"
+#include "tests/support/environment.h"
+#include "tests/support/places.h"
+#include "tests/support/processes.h"
+
+#include <QDir>
+#include <QRegularExpression>
+
+using namespace Qt::StringLiterals;
+using tx::test::runProcess;
+
+namespace {
+
+/// An installation of this build in a folder of the test.
+class InstalledPackage : public tx::test::FrameworkTest {
+protected:
+    void SetUp() override {
+        FrameworkTest::SetUp();
+        const auto installed = runProcess(
+            u"cmake"_s, {u"--install"_s, tx::test::programsFolder() + u"/.."_s, u"--prefix"_s, prefix()});
+        ASSERT_EQ(installed.status, 0) << installed.errors.constData();
+    }
+    QString prefix() const { return path(u"prefix"_s); }
+    QString host() const { return path(u"host/build/host"_s); }
+
+    /// What a consumer has to be compiled with, too, where the framework was compiled with a sanitizer.
+    static QString sanitizerFlag() {
+        const QString names = QStringLiteral(TEST_SANITIZERS);
+        return names.isEmpty() ? QString() : u"-fsanitize="_s + names;
+    }
+
+    /// Configures and builds the project `host` in the folder of the test.
+    void build(const QByteArray &lists, const QByteArray &source) {
+        tx::test::writeFile(path(u"host/CMakeLists.txt"_s),
+                            "cmake_minimum_required(VERSION 3.25)\nproject(host LANGUAGES CXX)\n" + lists);
+        tx::test::writeFile(path(u"host/main.cpp"_s), source);
+        const auto configured = runProcess(
+            u"cmake"_s, {u"-G"_s, u"Ninja"_s, u"-S"_s, path(u"host"_s), u"-B"_s, path(u"host/build"_s),
+                         u"-DCMAKE_PREFIX_PATH="_s + prefix(), u"-DCMAKE_CXX_FLAGS="_s + sanitizerFlag()});
+        ASSERT_EQ(configured.status, 0) << configured.errors.constData();
+        const auto built = runProcess(u"cmake"_s, {u"--build"_s, path(u"host/build"_s)});
+        ASSERT_EQ(built.status, 0) << built.output.constData();
+    }
+};
+
+/// A host that needs no windows; its status is 0 when the programs of the framework are where it looks for
+/// them.
+const QByteArray checkingHost = R"(#include <TarvixUpdate/TXUpdater.h>
+#include <QCoreApplication>
+int main(int argc, char **argv) {
+    QCoreApplication application(argc, argv);
+    return TXUpdater::sharedUpdater()->isChecking();
+}
+)";
+
+/// The libraries that a program names for the loader.
+QByteArray neededBy(const QString &program) {
+    const auto read = runProcess(u"readelf"_s, {u"--dynamic"_s, u"--wide"_s, program});
+    EXPECT_EQ(read.status, 0) << read.errors.constData();
+    QByteArray needed;
+    for (const QByteArray &line : read.output.split('\n')) {
+        if (line.contains("(NEEDED)"))
+            needed += line.mid(line.indexOf('[')) + '\n';
+    }
+    return needed;
+}
+
+/// What README.md tells a host to do: install, find the package, link, find the resources.
+TEST_F(InstalledPackage, ServesAHost) {
+    ASSERT_NO_FATAL_FAILURE(build(R"(find_package(TarvixUpdate 0.1 REQUIRED)
+add_executable(host main.cpp)
+target_link_libraries(host PRIVATE TarvixUpdate::TarvixUpdate)
+tarvixupdate_install_policy(NAME "My Host" IDENTIFIER org.example.Host BUNDLE /opt/Host.app)
+)",
+                                  R"(#include <TarvixUpdate/TarvixUpdate.h>
+#include <QCoreApplication>
+#include <cstdio>
+int main(int argc, char **argv) {
+    QCoreApplication application(argc, argv);
+    std::printf("%d\n", TXUpdater::compareVersionToVersion(QStringLiteral("1"), QStringLiteral("2")));
+    // What the interface offers beside the classes, out of the library.
+    double lastTime = 0;
+    __TXUpdateAllowOnceEvery([] { std::printf("allowed\n"); }, &lastTime, 3600);
+    __TXUpdateAllowOnceEvery([] { std::printf("allowed\n"); }, &lastTime, 3600);
+    const auto conditions = TXUpdateItemConditions::conditionsFromDictionary(
+        {{QStringLiteral("minBuild"), QStringLiteral("7")}, {QStringLiteral("launch"), QStringLiteral("any")}});
+    std::printf("%s %d\n", qPrintable(conditions.minimumAppBuild), int(conditions.launch));
+    const TXUpdateDateFormatter formatter = TXUpdateTrack::postsCheckDateFormatter();
+    const QDateTime date = formatter.dateFromString(QStringLiteral("2026-05-20T22:15:01+0530"));
+    std::printf("%lld %d\n", static_cast<long long>(date.toSecsSinceEpoch()),
+                formatter.dateFromString(formatter.stringFromDate(date)) == date);
+    TXUpdateSystemProfile profile(TXUpdateSystemProfile::Contents::Empty);
+    profile.setRAM(16384);
+    std::printf("%s\n", qPrintable(profile.valueForKey(QStringLiteral("RAM"))));
+    return TXUpdater::sharedUpdater()->isChecking();
+}
+)"));
+    const auto ran = runProcess(host(), {});
+    EXPECT_EQ(ran.status, 0) << ran.errors.constData();
+    EXPECT_EQ(ran.output, QByteArray("-1\nallowed\n7 0\n1779295501 1\n16384\n"));
+    const auto placed =
+        runProcess(u"cmake"_s, {u"--install"_s, path(u"host/build"_s), u"--prefix"_s, path(u"placed"_s)});
+    ASSERT_EQ(placed.status, 0) << placed.errors.constData();
+    EXPECT_THAT(tx::test::readFile(path(u"placed/share/polkit-1/actions/org.example.host.update.policy"_s))
+                    .toStdString(),
+                testing::HasSubstr("required to install My Host."));
+    const auto tool = runProcess(prefix() + u"/bin/txupdate"_s, {u"compare"_s, u"2"_s, u"1"_s});
+    EXPECT_EQ(tool.output, QByteArray("1\n")) << tool.errors.constData();
+}
+
+TEST_F(InstalledPackage, HostWithoutWindowsLoadsNoneOfTheirLibraries) {
+    ASSERT_NO_FATAL_FAILURE(build("find_package(TarvixUpdate REQUIRED COMPONENTS Core)\n"
+                                  "add_executable(host main.cpp)\n"
+                                  "target_link_libraries(host PRIVATE TarvixUpdate::Core)\n",
+                                  checkingHost));
+    EXPECT_EQ(runProcess(host(), {}).status, 0);
+    const auto loaded = runProcess(u"ldd"_s, {host()});
+    EXPECT_TRUE(loaded.output.contains("libTarvixUpdateCore.so.")) << loaded.output.constData();
+    for (const char *other : {"libTarvixUpdateWidgets", "libQt6Widgets", "libQt6Gui", "libQt6WebEngine"})
+        EXPECT_FALSE(loaded.output.contains(other)) << other;
+}
+
+/// The user interface registers itself when it is loaded, so a linker that leaves out what nobody calls must
+/// not.
+TEST_F(InstalledPackage, WindowsAreThereForAHostThatCallsNothingOfThem) {
+    ASSERT_NO_FATAL_FAILURE(build("find_package(TarvixUpdate REQUIRED)\n"
+                                  "add_executable(host main.cpp)\n"
+                                  "target_link_options(host PRIVATE -Wl,--as-needed)\n"
+                                  "target_link_libraries(host PRIVATE TarvixUpdate::TarvixUpdate)\n",
+                                  checkingHost));
+    EXPECT_TRUE(neededBy(host()).contains("libTarvixUpdateWidgets.so.")) << neededBy(host()).constData();
+}
+
+TEST_F(InstalledPackage, ProgramsAreBelowLibexecAndAreFoundThere) {
+    EXPECT_TRUE(QFileInfo(prefix() + u"/libexec/TarvixUpdate/Resources/TXUpdateLauncher"_s).isExecutable());
+    EXPECT_FALSE(QFileInfo::exists(prefix() + u"/lib/TarvixUpdate"_s));
+    // The profile takes the displays and the processor from a program of the framework.
+    const auto profile = runProcess(prefix() + u"/bin/txupdate"_s, {u"profile"_s, u"--json"_s}, {},
+                                    {u"TXUPDATE_RESOURCES=/nonexistent"_s});
+    EXPECT_EQ(profile.status, 0) << profile.errors.constData();
+    EXPECT_FALSE(profile.errors.contains("system_profiler")) << profile.errors.constData();
+    EXPECT_THAT(profile.output.toStdString(), testing::ContainsRegex("[Cc][Pp][Uu]"));
+}
+
+class PackageConfig : public InstalledPackage, public testing::WithParamInterface<const char *> {};
+INSTANTIATE_TEST_SUITE_P(InstalledPackage, PackageConfig,
+                         testing::Values("TarvixUpdateCore", "TarvixUpdateWidgets", "TarvixUpdate"),
+                         [](const auto &tested) { return std::string(tested.param); });
+
+TEST_P(PackageConfig, ServesAHost) {
+    const QString name = QString::fromLatin1(GetParam());
+    const QStringList environment{u"PKG_CONFIG_PATH="_s + prefix() + u"/lib/pkgconfig"_s};
+    const auto flags = runProcess(u"pkg-config"_s, {u"--cflags"_s, u"--libs"_s, name}, {}, environment);
+    ASSERT_EQ(flags.status, 0) << flags.errors.constData();
+    tx::test::writeFile(path(u"main.cpp"_s),
+                        name.endsWith(u"Core")
+                            ? checkingHost
+                            : QByteArray("#include <TarvixUpdate/TXUpdatePanel.h>\n"
+                                         "#include <TarvixUpdate/TXWindowController.h>\n") +
+                                  checkingHost);
+    QStringList arguments{u"-std=c++20"_s, u"-fPIC"_s, path(u"main.cpp"_s), u"-o"_s, path(u"program"_s)};
+    if (!sanitizerFlag().isEmpty())
+        arguments << sanitizerFlag();
+    arguments << QString::fromUtf8(flags.output).split(QRegularExpression(u"\\s+"_s), Qt::SkipEmptyParts)
+              << u"-Wl,-rpath,"_s + prefix() + u"/lib"_s;
+    const auto compiled = runProcess(u"c++"_s, arguments);
+    ASSERT_EQ(compiled.status, 0) << compiled.errors.constData();
+    EXPECT_EQ(runProcess(path(u"program"_s), {}).status, 0);
+    const auto version = runProcess(u"pkg-config"_s, {u"--modversion"_s, name}, {}, environment);
+    EXPECT_EQ(version.output.trimmed(), QByteArray(TARVIXUPDATE_VERSION));
+}
+
+/// Each target with the headers that are its own.
+TEST_F(InstalledPackage, EveryHeaderCompilesAlone) {
+    // The list of the user interface's room.
+    const QByteArray lists =
+        tx::test::readFile(tx::test::sourcesFolder() + u"/../src/widgets/CMakeLists.txt"_s);
+    const QByteArray words = lists.mid(lists.indexOf("HEADERS")).left(lists.indexOf("SOURCES"));
+    QStringList headers = QDir(prefix() + u"/include/TarvixUpdate"_s).entryList({u"*.h"_s});
+    ASSERT_GE(headers.size(), 20);
+    QByteArray sources[2];
+    for (const QString &header : headers) {
+        const QString stem = header.chopped(2);
+        tx::test::writeFile(path(u"host/alone/"_s + stem + u".cpp"_s),
+                            "#include <TarvixUpdate/" + header.toUtf8() + ">\n");
+        sources[words.simplified().split(' ').contains(stem.toUtf8())] += "alone/" + stem.toUtf8() + ".cpp ";
+    }
+    ASSERT_FALSE(sources[0].isEmpty());
+    ASSERT_TRUE(sources[1].contains("TXUpdatePanel.cpp"));
+    ASSERT_NO_FATAL_FAILURE(build("find_package(TarvixUpdate REQUIRED)\n"
+                                  "set(CMAKE_CXX_FLAGS \"-O0 -w\")\nset(CMAKE_POSITION_INDEPENDENT_CODE ON)\n"
+                                  "add_library(core OBJECT " +
+                                      sources[0] +
+                                      ")\ntarget_link_libraries(core PRIVATE TarvixUpdate::Core)\n"
+                                      "add_library(widgets OBJECT " +
+                                      sources[1] +
+                                      ")\ntarget_link_libraries(widgets PRIVATE TarvixUpdate::Widgets)\n"
+                                      "add_library(both OBJECT alone/TarvixUpdate.cpp)\n"
+                                      "target_link_libraries(both PRIVATE TarvixUpdate::TarvixUpdate)\n",
+                                  {}));
+}
+
+/// As a part of another project it makes no target that could have the name of one of that project's, and
+/// nothing but what the project asks for.
+TEST(SubProject, EveryTargetHasANameOfItsOwn) {
+    const QTemporaryDir folder;
+    tx::test::writeFile(folder.path() + u"/CMakeLists.txt"_s,
+                        "cmake_minimum_required(VERSION 3.25)\nproject(outer LANGUAGES CXX)\n"
+                        "add_subdirectory(\"" +
+                            QDir(tx::test::sourcesFolder() + u"/.."_s).canonicalPath().toUtf8() +
+                            "\" update)\nadd_executable(host main.cpp)\n"
+                            "target_link_libraries(host PRIVATE TarvixUpdate::Core)\n" +
+                            R"(function(tell_targets folder)
+  get_property(targets DIRECTORY ${folder} PROPERTY BUILDSYSTEM_TARGETS)
+  foreach(target IN LISTS targets)
+    message(STATUS "target ${target}")
+  endforeach()
+  get_property(folders DIRECTORY ${folder} PROPERTY SUBDIRECTORIES)
+  foreach(inner IN LISTS folders)
+    tell_targets(${inner})
+  endforeach()
+endfunction()
+tell_targets(${CMAKE_SOURCE_DIR})
+)");
+    tx::test::writeFile(folder.path() + u"/main.cpp"_s, checkingHost);
+    const auto configured = runProcess(
+        u"cmake"_s, {u"-G"_s, u"Ninja"_s, u"-S"_s, folder.path(), u"-B"_s, folder.path() + u"/build"_s});
+    ASSERT_EQ(configured.status, 0) << configured.errors.constData();
+    int seen = 0;
+    for (const QByteArray &line : configured.output.split('\n')) {
+        if (!line.startsWith("-- target "))
+            continue;
+        const QByteArray name = line.mid(10);
+        EXPECT_TRUE(name == "host" || name.startsWith("tarvix_") || name.startsWith("TarvixUpdate") ||
+                    name.startsWith("txupdate"))
+            << name.constData();
+        EXPECT_FALSE(name.endsWith("_tests") || name == "TarvixNotes") << name.constData();
+        ++seen;
+    }
+    EXPECT_GT(seen, 20) << configured.output.constData();
+}
+
+} // namespace
