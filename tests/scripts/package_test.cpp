@@ -140,8 +140,7 @@ TEST_F(InstalledPackage, ProgramsAreBelowLibexecAndAreFoundThere) {
     const auto profile = runProcess(prefix() + u"/bin/txupdate"_s, {u"profile"_s, u"--json"_s}, {},
                                     {u"TXUPDATE_RESOURCES=/nonexistent"_s});
     EXPECT_EQ(profile.status, 0) << profile.errors.constData();
-    EXPECT_FALSE(profile.errors.contains("system_profiler")) << profile.errors.constData();
-    EXPECT_THAT(profile.output.toStdString(), testing::ContainsRegex("[Cc][Pp][Uu]"));
+    EXPECT_TRUE(profile.output.contains("\"CPUType\":\"")) << profile.output.constData();
 }
 
 class PackageConfig : public InstalledPackage, public testing::WithParamInterface<const char *> {};
