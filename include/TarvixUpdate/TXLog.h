@@ -14,9 +14,10 @@ enum TXLogLevel : int {
     TXLogLevelDetail = 6,  ///< detail for people who debug a feed
 };
 
-/// Writes one line to Qt's message handler, category "tarvixupdate", when `level` is at most TXLogGetLevel().
-/// `format` holds the conversions %@, %s, %d, %ld and %lu, filled in order with `arguments`.
-/// Thread: any.
+/// Writes one line to Qt's message handler, category "tarvixupdate", when `level` is at most TXLogGetLevel()
+/// or a rule of QT_LOGGING_RULES asks for it: "tarvixupdate.info=true" for the levels up to 5,
+/// "tarvixupdate.debug=true" for 6. "tarvixupdate.warning=false" silences failures, too. `format` holds the
+/// conversions %@, %s, %d, %ld and %lu, filled in order with `arguments`. Thread: any.
 TX_EXPORT void TXLog(int level, const QString &format, const QStringList &arguments = {});
 
 /// The level from the environment variable TXUPDATE_LOG_LEVEL, read once; 1 if it is absent or not a number.

@@ -8,9 +8,16 @@
 namespace {
 
 const QLoggingCategory &category() {
-    // Never destroyed: a thread may outlast static objects.
-    static const auto &instance = *new QLoggingCategory("tarvixupdate", QtDebugMsg);
+    // Never destroyed: a thread may outlast static objects. What is not a failure is for those who ask for
+    // it.
+    static const auto &instance = *new QLoggingCategory("tarvixupdate", QtWarningMsg);
     return instance;
+}
+
+/// Whether TXUPDATE_LOG_LEVEL or Qt's logging rules ask for a line. A failure is written unless a rule says
+/// no.
+bool isWanted(int level, QtMsgType type) {
+    return category().isEnabled(type) || (type != QtWarningMsg && level <= TXLogGetLevel());
 }
 
 } // namespace
@@ -25,13 +32,18 @@ int TXLogGetLevel() {
 }
 
 void TXLog(int level, const QString &format, const QStringList &arguments) {
-    if (level > TXLogGetLevel())
+    const QtMsgType type = level <= TXLogLevelFailure ? QtWarningMsg
+                           : level <= TXLogLevelStep  ? QtInfoMsg
+                                                      : QtDebugMsg;
+    if (level > TXLogLevelDetail || !isWanted(level, type))
         return;
+    // With the category's name instead of the category, which would ask the rules alone.
+    const QMessageLogger logger(nullptr, 0, nullptr, category().categoryName());
     const QString line = tx::formatText(format, arguments);
-    if (level <= TXLogLevelFailure)
-        qCWarning(category).noquote() << line;
-    else if (level <= TXLogLevelStep)
-        qCInfo(category).noquote() << line;
+    if (type == QtWarningMsg)
+        logger.warning().noquote() << line;
+    else if (type == QtInfoMsg)
+        logger.info().noquote() << line;
     else
-        qCDebug(category).noquote() << line;
+        logger.debug().noquote() << line;
 }

@@ -3,6 +3,7 @@
 
 #include "base/shared.h"
 #include "net/urlloading.h"
+#include "os/alert.h"
 #include "os/authorization.h"
 #include "os/directories.h"
 #include "os/entrykind.h"
@@ -11,19 +12,12 @@
 #include "os/tasks.h"
 #include "os/workspace.h"
 
-#include <TarvixUpdate/TXLog.h>
-
 #include <chrono>
 #include <cstdlib>
 
 using namespace Qt::StringLiterals;
 
 namespace tx {
-
-TX_SHARED int presentAlertInLog(const Alert &alert) {
-    TXLog(TXLogLevelFailure, u"%@ %@"_s, {alert.message, alert.informative});
-    return alert.answerWithoutWindow;
-}
 
 TX_SHARED Services &services() {
     // Never destroyed: a thread may outlast static objects.

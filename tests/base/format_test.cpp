@@ -1,9 +1,14 @@
 // SPDX-License-Identifier: MIT
 #include "base/format.h"
 #include "tests/support/environment.h"
+#include "tests/support/places.h"
+#include "tests/support/processes.h"
 
 #include <TarvixUpdate/TXError.h>
 #include <TarvixUpdate/TXLog.h>
+
+#include <QLoggingCategory>
+#include <QScopeGuard>
 
 using namespace Qt::StringLiterals;
 
@@ -26,6 +31,38 @@ TEST_F(Log, WritesLinesUpToItsLevel) {
     TXLog(6, u"%@ %d"_s, {u"detail"_s, u"7"_s});
     TXLog(7, u"too deep"_s);
     EXPECT_EQ(logLines(), QStringList{u"detail 7"_s});
+}
+
+/// Rules of Qt's logging, as QT_LOGGING_RULES gives them.
+TEST_F(Log, RulesAskForLinesThatTheLevelLeavesOutAndSilenceFailures) {
+    const auto restore = qScopeGuard([] { QLoggingCategory::setFilterRules({}); });
+    const auto heard = [this](const QString &rules, int level) {
+        QLoggingCategory::setFilterRules(rules);
+        const auto before = logLines().size();
+        TXLog(level, u"line"_s);
+        return logLines().size() > before;
+    };
+    // The environment of this program asks for every level but those of failures.
+    EXPECT_TRUE(heard({}, TXLogLevelFailure));
+    EXPECT_FALSE(heard(u"tarvixupdate.warning=false"_s, TXLogLevelFailure));
+    EXPECT_TRUE(heard(u"tarvixupdate.warning=false"_s, TXLogLevelStep));
+}
+
+/// As above in a program whose environment names no level.
+TEST(LogRules, AskForLinesWithoutAnyLevel) {
+    const QString program = tx::test::helpersFolder() + u"/log_writer"_s;
+    const auto written = [&](const QString &rules) {
+        return tx::test::runProcess(program, {}, {},
+                                    {u"TXUPDATE_LOG_LEVEL="_s, u"QT_LOGGING_RULES="_s + rules,
+                                     u"QT_MESSAGE_PATTERN=%{category} %{type} %{message}"_s})
+            .errors;
+    };
+    EXPECT_EQ(written({}), QByteArray("tarvixupdate warning failure\n"));
+    EXPECT_EQ(written(u"tarvixupdate.info=true"_s),
+              QByteArray("tarvixupdate warning failure\ntarvixupdate info notice\ntarvixupdate info step\n"));
+    EXPECT_EQ(written(u"tarvixupdate.debug=true"_s),
+              QByteArray("tarvixupdate warning failure\ntarvixupdate debug detail\n"));
+    EXPECT_EQ(written(u"tarvixupdate*=false"_s), QByteArray());
 }
 
 TEST(Error, IsNullUnlessMade) {
