@@ -38,6 +38,8 @@ tarvix_pkg(libarchive libarchive "libarchive")
 tarvix_pkg(httplib cpp-httplib "cpp-httplib")
 find_package(CLI11 QUIET)
 tarvix_need(CLI11_FOUND "CLI11")
+find_path(TARVIXUPDATE_TOML toml++/toml.h)
+tarvix_need(TARVIXUPDATE_TOML "toml++ (the header toml++/toml.h)")
 find_package(OpenSSL QUIET)
 tarvix_need(OPENSSL_FOUND "OpenSSL")
 # For the tools that stand alone. A tool that was linked to a shared library in place of a static one would fail only on

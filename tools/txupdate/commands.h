@@ -8,9 +8,10 @@ namespace tx::cli {
 /// Exit statuses of txupdate.
 enum ExitStatus : int {
     ExitDone = 0,
-    ExitFailed = 1,   ///< the feed fails, an entry would be dropped, or the update did not work
-    ExitUsage = 64,   ///< the command line is wrong
-    ExitBadInput = 65 ///< a line of the input cannot be read
+    ExitFailed = 1,    ///< the feed fails, an entry would be dropped, or the update did not work
+    ExitUsage = 64,    ///< the command line is wrong
+    ExitBadInput = 65, ///< a line of the input cannot be read
+    ExitRepeat = 75    ///< it failed after something was uploaded: run the same command again
 };
 
 struct FeedOptions {

@@ -9,6 +9,7 @@
 #include "trust/freshness.h"
 #include "txupdate/commands.h"
 #include "txupdate/feedjson.h"
+#include "txupdate/feedsigner.h"
 #include "txupdate/feedsource.h"
 #include "txupdate/signingkeys.h"
 #include "txupdate/trustcommands.h"
@@ -166,6 +167,38 @@ const char *words(trust::Freshness freshness) {
 
 } // namespace
 
+Outcome<trust::SignedFeedDocument> signDocument(const QByteArray &data, const trust::AppInfo &application,
+                                                const QString &feedName,
+                                                const std::vector<trust::SecretKey> &keys,
+                                                std::optional<int> validDays) {
+    const FeedFormat format = formatOf(!asUtf8(data).trimmed().startsWith('<'));
+    const Outcome<QByteArray> document = inUtf8(data, format);
+    if (!document)
+        return document.fault();
+    std::vector<const trust::SecretKey *> pointers;
+    bool isKnown = !application.keys;
+    for (const trust::SecretKey &key : keys) {
+        pointers.push_back(&key);
+        isKnown = isKnown || application.keys->feedKey(key.publicKey().number) != nullptr;
+    }
+    if (!isKnown)
+        return Fault{FaultKind::Keys,
+                     "none of these keys is one of the application's TXUpdatePublicKeys that sign feeds"};
+    trust::FeedSigning signing;
+    signing.bundle = application.bundle;
+    signing.feed = feedName.isNull() ? application.feedName : feedName.toStdString();
+    signing.now = services().now().toSecsSinceEpoch();
+    signing.validDays = validDays;
+    Outcome<trust::SignedFeedDocument> result =
+        trust::signFeed({document->constData(), size_t(document->size())}, format, pointers, signing);
+    if (!result)
+        return result;
+    if (const std::optional<Fault> different =
+            compare(data, QByteArray::fromStdString(result->document), format))
+        return *different;
+    return result;
+}
+
 int feedSign(const FeedSignOptions &options) {
     const Outcome<trust::AppInfo> application = applicationOf(options.application);
     if (!application)
@@ -173,37 +206,15 @@ int feedSign(const FeedSignOptions &options) {
     const Outcome<QByteArray> data = readFile(options.feed);
     if (!data)
         return refuse(data.fault());
-    const FeedFormat format = formatOf(!asUtf8(*data).trimmed().startsWith('<'));
-    const Outcome<QByteArray> document = inUtf8(*data, format);
-    if (!document)
-        return refuse(document.fault());
     const Outcome<std::vector<trust::SecretKey>> keys = openKeys(options.keys, options.passphrase);
     if (!keys)
         return refuse(keys.fault());
-    std::vector<const trust::SecretKey *> pointers;
-    bool isKnown = !application->keys;
-    for (const trust::SecretKey &key : *keys) {
-        pointers.push_back(&key);
-        isKnown = isKnown || application->keys->feedKey(key.publicKey().number) != nullptr;
-    }
-    if (!isKnown)
-        return refuse({FaultKind::Keys,
-                       "none of these keys is one of the application's TXUpdatePublicKeys that sign "
-                       "feeds"});
-    trust::FeedSigning signing;
-    signing.bundle = application->bundle;
-    signing.feed = options.feedName.isNull() ? application->feedName : options.feedName.toStdString();
-    signing.now = services().now().toSecsSinceEpoch();
-    signing.validDays = options.validDays;
     const Outcome<trust::SignedFeedDocument> result =
-        trust::signFeed({document->constData(), size_t(document->size())}, format, pointers, signing);
+        signDocument(*data, *application, options.feedName, *keys, options.validDays);
     if (!result)
         return refuse(result.fault());
-    const QByteArray signedDocument = QByteArray::fromStdString(result->document);
-    if (const std::optional<Fault> different = compare(*data, signedDocument, format))
-        return refuse(*different);
-    if (const TXError error =
-            services().fileSystem->replaceFile(options.feed, signedDocument, modeOf(options.feed)))
+    if (const TXError error = services().fileSystem->replaceFile(
+            options.feed, QByteArray::fromStdString(result->document), modeOf(options.feed)))
         return refuse({FaultKind::File, error.localizedDescription().toStdString()});
     std::printf("%s is signed: %s\n", options.feed.toUtf8().constData(),
                 trust::feedComment(result->claim).c_str());

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "txupdate/commands.h"
+#include "txupdate/publishwords.h"
 #include "txupdate/supervisor.h"
 #include "txupdate/trustwords.h"
 
@@ -46,11 +47,13 @@ struct Words {
 
 int main(int argc, char **argv) {
     using namespace tx::cli;
-    CLI::App application("For people who publish, host and debug update feeds.\n"
-                         "Exit status: 0 done; 1 the feed fails, an entry would be dropped, something is not "
-                         "signed as it must be or "
-                         "the update did not work; 64 wrong command line; 65 unreadable input line.",
-                         "txupdate");
+    CLI::App application(
+        "For people who publish, host and debug update feeds.\n"
+        "Exit status: 0 done; 1 the feed fails, an entry would be dropped, something is not "
+        "signed as it must be or "
+        "the update did not work; 64 wrong command line; 65 unreadable input line; 75 publishing failed "
+        "after something was uploaded, run the same command again.",
+        "txupdate");
     application.require_subcommand(1);
     application.set_version_flag("--version", TARVIXUPDATE_VERSION);
     Words words;
@@ -98,6 +101,7 @@ int main(int argc, char **argv) {
     validateApp->needs(archives);
 
     const TrustWords trustWords(application, *feed);
+    const PublishWords publishWords(application, *feed);
 
     auto *checkCommand = application.add_subcommand("check", "Ask the feed of an application for updates.");
     auto *updateCommand = application.add_subcommand(
@@ -147,6 +151,8 @@ int main(int argc, char **argv) {
     }
     const QCoreApplication qt(argc, argv);
     if (const std::optional<int> status = trustWords.run())
+        return *status;
+    if (const std::optional<int> status = publishWords.run())
         return *status;
     if (profileCommand->parsed())
         return profile(words.json);
