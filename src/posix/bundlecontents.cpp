@@ -3,10 +3,10 @@
 
 #include "posix/interrupted.h"
 #include "posix/posixfiles.h"
+#include "posix/readwrite.h"
 
 #include <cerrno>
 #include <cstring>
-#include <dirent.h>
 #include <fcntl.h>
 #include <memory>
 #include <sys/stat.h>
@@ -34,20 +34,14 @@ std::string notOwnFolder(const std::string &path) {
 
 /// Why the folder does not contain only "Contents".
 std::string holdsMore(const std::string &path) {
-    struct CloseDirectory {
-        void operator()(DIR *directory) const { closedir(directory); }
-    };
-    const std::unique_ptr<DIR, CloseDirectory> folder(opendir(path.c_str()));
-    if (!folder)
-        return path + ": " + std::strerror(errno);
+    std::vector<std::string> names;
+    const int number = namesIn(path, names);
     const std::string leftover = '.' + contentsName + ".txupdate-";
-    errno = 0;
-    while (const dirent *entry = readdir(folder.get())) {
-        const std::string name = entry->d_name;
-        if (name != "." && name != ".." && name != contentsName && name.rfind(leftover, 0) != 0)
+    for (const std::string &name : names) {
+        if (name != contentsName && name.rfind(leftover, 0) != 0)
             return path + " holds more than its \"" + contentsName + "\": " + name;
     }
-    return errno != 0 ? path + ": " + std::strerror(errno) : std::string();
+    return number != 0 ? path + ": " + std::strerror(number) : std::string();
 }
 
 } // namespace

@@ -2,13 +2,13 @@
 #include "posix/dpkgdatabase.h"
 
 #include "posix/posixfiles.h"
+#include "posix/readwrite.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
-#include <dirent.h>
 #include <fcntl.h>
 #include <functional>
 #include <memory>
@@ -104,18 +104,12 @@ private:
 DpkgAnswer firstPackage(const std::string &folder, const std::function<bool(const std::string &)> &found) {
     const std::string lists = folder + "/info";
     const posix::Descriptor opened(open(lists.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    DIR *stream = opened.isOpen() ? fdopendir(dup(opened.get())) : nullptr;
-    if (!stream)
-        return {{}, failed(lists, errno)};
-    struct Closing {
-        DIR *stream;
-        ~Closing() { closedir(stream); }
-    } const closing{stream};
+    std::vector<std::string> names;
+    if (const int number = opened.isOpen() ? posix::namesIn(opened.get(), names) : errno; number != 0)
+        return {{}, failed(lists, number)};
     std::string content;
     const std::string suffix = ".list";
-    errno = 0;
-    while (const dirent *entry = readdir(stream)) {
-        const std::string name = entry->d_name;
+    for (const std::string &name : names) {
         if (name.size() > suffix.size() &&
             name.compare(name.size() - suffix.size(), suffix.size(), suffix) == 0) {
             const int number = readAll(opened.get(), name.c_str(), content);
@@ -126,9 +120,8 @@ DpkgAnswer firstPackage(const std::string &folder, const std::function<bool(cons
             if (number == 0 && found(content))
                 return {name.substr(0, std::min(name.find(':'), name.size() - suffix.size())), {}};
         }
-        errno = 0;
     }
-    return errno == 0 ? DpkgAnswer{} : DpkgAnswer{{}, failed(lists, errno)};
+    return {};
 }
 
 DpkgAnswer ownerOf(const std::string &folder, const std::string &path, Wanted::Kind kind) {

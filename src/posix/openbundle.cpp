@@ -3,6 +3,7 @@
 
 #include "posix/bundlecontents.h"
 #include "posix/posixfiles.h"
+#include "posix/readwrite.h"
 #include "posix/userfolders.h"
 
 #include <algorithm>
@@ -12,7 +13,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <dirent.h>
 #include <fcntl.h>
 #include <fstream>
 #include <functional>
@@ -128,15 +128,13 @@ void takeUsualSettings(const std::optional<mode_t> &mask) {
 
 /// Calls `visit` with each process that can be examined: its number, its folder in /proc and its executable.
 void forEachProcess(const std::function<void(pid_t, const std::string &, const std::string &)> &visit) {
-    struct CloseDirectory {
-        void operator()(DIR *directory) const { closedir(directory); }
-    };
-    const std::unique_ptr<DIR, CloseDirectory> proc(opendir("/proc"));
-    while (const dirent *entry = proc ? readdir(proc.get()) : nullptr) {
-        const pid_t pid = static_cast<pid_t>(std::strtol(entry->d_name, nullptr, 10));
+    std::vector<std::string> names;
+    (void)posix::namesIn("/proc", names);
+    for (const std::string &name : names) {
+        const pid_t pid = static_cast<pid_t>(std::strtol(name.c_str(), nullptr, 10));
         if (pid <= 0)
             continue;
-        const std::string folder = std::string("/proc/") + entry->d_name;
+        const std::string folder = "/proc/" + name;
         char target[PATH_MAX];
         const ssize_t length = readlink((folder + "/exe").c_str(), target, sizeof target);
         if (length > 0)

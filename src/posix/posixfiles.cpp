@@ -115,14 +115,8 @@ FileError copyData(int from, int to, off_t size, const std::string &path) {
             return failure(path);
         if (n == 0)
             break;
-        for (ssize_t written = 0; written < n;) {
-            const ssize_t w = write(to, buffer.data() + written, static_cast<size_t>(n - written));
-            if (w < 0 && errno == EINTR)
-                continue;
-            if (w <= 0)
-                return failure(path);
-            written += w;
-        }
+        if (writeAll(to, buffer.data(), static_cast<size_t>(n)) != static_cast<size_t>(n))
+            return failure(path);
     }
     // The file was truncated meanwhile. A part of it must not pass for all of it.
     struct stat made {};
@@ -324,23 +318,6 @@ FileError failure(const std::string &path) { return {errno ? errno : EIO, path};
 
 Descriptor openFolder(int folder, const char *name) {
     return Descriptor(openat(folder, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-}
-
-/// The entries of an open folder, or an errno value.
-int namesIn(int folder, std::vector<std::string> &names) {
-    const int copy = openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    DIR *stream = copy >= 0 ? fdopendir(copy) : nullptr;
-    if (!stream)
-        return errno;
-    errno = 0;
-    while (const dirent *entry = readdir(stream)) {
-        const std::string name = entry->d_name;
-        if (name != "." && name != "..")
-            names.push_back(name);
-    }
-    const int number = errno;
-    closedir(stream);
-    return number;
 }
 
 /// Changes the mode of what a descriptor opened with O_PATH holds, which fchmod does not.

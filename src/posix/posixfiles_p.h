@@ -2,6 +2,7 @@
 #pragma once
 
 #include "posix/posixfiles.h"
+#include "posix/readwrite.h"
 
 #include <string>
 #include <vector>
@@ -14,9 +15,6 @@ namespace tx::posix {
 
 /// Opens a folder for reading, and no link.
 [[nodiscard]] Descriptor openFolder(int folder, const char *name);
-
-/// The entries of an open folder, or an errno value.
-[[nodiscard]] int namesIn(int folder, std::vector<std::string> &names);
 
 /// Changes the mode of what a descriptor opened with O_PATH holds, which fchmod does not.
 [[nodiscard]] bool changeModeOf(const Descriptor &entry, mode_t mode);

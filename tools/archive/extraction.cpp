@@ -3,6 +3,7 @@
 
 #include "archive/links.h"
 #include "posix/posixfiles.h"
+#include "posix/readwrite.h"
 
 #include <archive_entry.h>
 
@@ -264,12 +265,8 @@ int seekableInput(const std::string &folder) {
             continue;
         if (n < 0)
             return -1;
-        for (ssize_t written = 0; written < n;) {
-            const ssize_t w = ::write(spool, buffer.data() + written, static_cast<size_t>(n - written));
-            if (w <= 0)
-                return -1;
-            written += w;
-        }
+        if (posix::writeAll(spool, buffer.data(), static_cast<size_t>(n)) != static_cast<size_t>(n))
+            return -1;
     }
     return lseek(spool, 0, SEEK_SET) == 0 ? spool : -1;
 }

@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "desktop/systemfiles.h"
 
+#include "posix/readwrite.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
-#include <dirent.h>
 #include <fcntl.h>
 #include <sstream>
 #include <unistd.h>
@@ -84,14 +85,8 @@ std::optional<uint64_t> readNumber(const std::string &path, int base) {
 
 std::vector<std::string> namesIn(const std::string &path) {
     std::vector<std::string> names;
-    DIR *folder = opendir(path.c_str());
-    if (!folder)
-        return names;
-    while (const dirent *entry = readdir(folder)) {
-        if (entry->d_name[0] != '.')
-            names.emplace_back(entry->d_name);
-    }
-    closedir(folder);
+    (void)posix::namesIn(path, names);
+    std::erase_if(names, [](const std::string &name) { return name[0] == '.'; });
     std::sort(names.begin(), names.end());
     return names;
 }

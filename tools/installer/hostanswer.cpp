@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "installer/hostanswer.h"
 
+#include "posix/readwrite.h"
+
 #include <cerrno>
 #include <fcntl.h>
 #include <poll.h>
@@ -13,15 +15,7 @@ namespace tx::installer {
 namespace {
 
 bool writeAll(const std::string &text) {
-    for (size_t written = 0; written < text.size();) {
-        const ssize_t n = write(STDOUT_FILENO, text.data() + written, text.size() - written);
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0)
-            return false;
-        written += static_cast<size_t>(n);
-    }
-    return true;
+    return posix::writeAll(STDOUT_FILENO, text.data(), text.size()) == text.size();
 }
 
 /// True if both are the same, for example on a terminal, where the reason would appear twice.

@@ -5,6 +5,7 @@
 #include "posix/bundlecontents.h"
 #include "posix/interrupted.h"
 #include "posix/posixfiles.h"
+#include "posix/readwrite.h"
 #include "posix/trustedpath.h"
 
 #include <QDir>
@@ -30,15 +31,9 @@ TXError toError(const posix::FileError &error, const QString &action) {
 }
 
 TXError writeAll(int fd, QByteArrayView data, const QString &path) {
-    for (qsizetype written = 0; written < data.size();) {
-        const ssize_t n = ::write(fd, data.data() + written, static_cast<size_t>(data.size() - written));
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0)
-            return posixError(errno ? errno : EIO, u"Cannot write to"_s, path);
-        written += n;
-    }
-    return {};
+    const auto size = static_cast<size_t>(data.size());
+    return posix::writeAll(fd, data.data(), size) == size ? TXError()
+                                                          : posixError(errno, u"Cannot write to"_s, path);
 }
 
 class NativeOutputFile final : public OutputFile {

@@ -4,6 +4,7 @@
 #include "base/posixerror.h"
 #include "os/frameworkresources.h"
 #include "posix/posixfiles.h"
+#include "posix/readwrite.h"
 
 #include <QFile>
 
@@ -89,18 +90,10 @@ public:
 
     qsizetype write(const char *data, qsizetype size, int *errorNumber) override {
         const PipeSignalGuard guard;
-        qsizetype written = 0;
-        while (written < size) {
-            const ssize_t n = ::write(m_input.get(), data + written, static_cast<size_t>(size - written));
-            if (n < 0 && errno == EINTR)
-                continue;
-            if (n <= 0) {
-                if (errorNumber)
-                    *errorNumber = errno;
-                break;
-            }
-            written += n;
-        }
+        const auto written =
+            static_cast<qsizetype>(posix::writeAll(m_input.get(), data, static_cast<size_t>(size)));
+        if (written < size && errorNumber)
+            *errorNumber = errno;
         return written;
     }
 
