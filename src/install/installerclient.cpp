@@ -2,6 +2,7 @@
 #include "install/installerclient.h"
 
 #include "base/format.h"
+#include "model/bundletrust.h"
 #include "model/names.h"
 #include "model/settings.h"
 #include "os/authorization.h"
@@ -13,6 +14,8 @@
 #include "os/readyword.h"
 #include "os/services.h"
 #include "os/tasks.h"
+#include "trust/encoding.h"
+#include "trust/verifiedarchive.h"
 
 #include <TarvixUpdate/TXLog.h>
 #include <TarvixUpdate/TXUpdateHost.h>
@@ -21,7 +24,9 @@
 #include <QFileInfo>
 #include <QProcessEnvironment>
 
+#include <chrono>
 #include <optional>
+#include <string>
 
 using namespace Qt::StringLiterals;
 using tx::services;
@@ -75,6 +80,36 @@ QList<tx::AuthorizationItem> promptEnvironment(const QString &application) {
     return {item};
 }
 
+QString ownProcess() { return QString::number(QCoreApplication::applicationPid()); }
+
+/// How long the program that runs as root may take beside the usual time, at 5 MB a second.
+std::chrono::milliseconds timeToVerify(const tx::trust::VerifiedArchive *archive) {
+    return std::chrono::milliseconds(archive ? archive->size() / 5000 : 0);
+}
+
+/// Without `verified`, for an application without keys. The paths go through no links.
+tx::AuthorizedJob jobFor(const QString &application, const QString &archive,
+                         const tx::trust::VerifiedArchive *verified) {
+    if (!verified)
+        return {{u"install"_s, ownProcess(), withoutLinks(application), withoutLinks(archive)}};
+    tx::AuthorizedJob job;
+    job.archive = verified->descriptor();
+    job.words = {u"install-signed"_s,
+                 ownProcess(),
+                 withoutLinks(TXUpdateHost::host()->bundle().bundlePath()),
+                 withoutLinks(application),
+                 withoutLinks(archive),
+                 QString(),
+                 QString()};
+    if (const auto &plain = verified->signatures().plain) {
+        job.words[5] = QString::fromStdString(tx::trust::base64(plain->bytes.data(), plain->bytes.size()));
+        job.words[6] = QString::number(plain->size);
+    }
+    for (const std::string &text : verified->signatures().texts)
+        job.words << QString::fromStdString(text);
+    return job;
+}
+
 } // namespace
 
 TXUpdateInstallerClient::TXUpdateInstallerClient() = default;
@@ -103,7 +138,8 @@ QStringList TXUpdateInstallerClient::toolArguments(const QString &application, c
 }
 
 bool TXUpdateInstallerClient::installUnarchivedApp(const QString &application, const QString &archive,
-                                                   TXError *error) {
+                                                   TXError *error,
+                                                   const tx::trust::VerifiedArchive *verified) {
     if (application.isNull())
         return fail(error, installError(u"There is no application to install."_s));
     const bool needsAuthorization =
@@ -116,7 +152,7 @@ bool TXUpdateInstallerClient::installUnarchivedApp(const QString &application, c
     bool launched = false;
     if (needsAuthorization) {
         TXLog(TXLogLevelStep, u"TXUpdate: Installing needs authorization"_s);
-        launched = launchToolWithAuthorizationToInstallURL(application, archive, error);
+        launched = launchToolWithAuthorizationToInstallURL(application, archive, error, verified);
     } else {
         TXLog(TXLogLevelStep, u"TXUpdate: Installing needs no authorization"_s);
         launched = launchToolToInstallURL(application, archive, error);
@@ -207,14 +243,30 @@ bool TXUpdateInstallerClient::launchToolToInstallURL(const QString &application,
                                reason));
 }
 
-bool TXUpdateInstallerClient::launchToolWithAuthorizationToInstallURL(const QString &application,
-                                                                      const QString &archive,
-                                                                      TXError *error) {
+bool TXUpdateInstallerClient::launchToolWithAuthorizationToInstallURL(
+    const QString &application, const QString &archive, TXError *error,
+    const tx::trust::VerifiedArchive *verified) {
+    const tx::trust::Outcome<tx::trust::AppInfo> own =
+        tx::trust::infoOfBundle(TXUpdateHost::host()->bundle());
+    if (!own)
+        return fail(error, installError(QString::fromStdString(own.fault().what)));
+    if (own->keys && !verified)
+        return fail(error, installError(u"This application installs only updates that its keys "
+                                        "have signed, and this one was not verified. Download it again."_s));
     tx::Authorization &authorization = *services().authorization;
     tx::AuthorizationItem administrator;
     administrator.name = "system.privilege.admin";
     const QList<tx::AuthorizationItem> rights{administrator};
     const QList<tx::AuthorizationItem> environment = promptEnvironment(application);
+    QList<tx::AuthorizationItem> question = environment;
+    if (!own->keys) {
+        TXLog(TXLogLevelStep,
+              u"TXUpdate: AuthInstall: The application has no keys; nobody verifies the update."_s);
+        tx::AuthorizationItem detail;
+        detail.name = tx::authorizationDetail;
+        detail.value = "the-update-is-not-verified";
+        question << detail;
+    }
     std::unique_ptr<tx::AuthorizationReference> reference;
 
     TXLog(TXLogLevelStep, u"TXUpdate: AuthInstall: creating authorization"_s);
@@ -230,7 +282,7 @@ bool TXUpdateInstallerClient::launchToolWithAuthorizationToInstallURL(const QStr
 
     QList<tx::AuthorizationItem> authorized;
     status =
-        authorization.copyRights(*reference, rights, environment,
+        authorization.copyRights(*reference, rights, question,
                                  tx::AuthorizationFlagInteractionAllowed | tx::AuthorizationFlagExtendRights |
                                      tx::AuthorizationFlagPreAuthorize,
                                  &authorized);
@@ -245,14 +297,14 @@ bool TXUpdateInstallerClient::launchToolWithAuthorizationToInstallURL(const QStr
 
     const QString tool = executableOfInstalledTool();
     TXLog(TXLogLevelStep, u"TXUpdate: AuthInstall: Will execute with privileges.\nPath: %s"_s, {tool});
-    // It follows no links. It knows by itself which application it replaces.
-    const QStringList job{u"install"_s, QString::number(QCoreApplication::applicationPid()),
-                          withoutLinks(application), withoutLinks(archive)};
+    // It knows by itself which application it replaces.
+    const tx::AuthorizedJob job = jobFor(application, archive, own->keys ? verified : nullptr);
+    const std::chrono::milliseconds limit = services().installerReadyTime + timeToVerify(verified);
     std::unique_ptr<tx::Task> task;
     status = authorization.executeWithPrivileges(*reference, job, tx::AuthorizationFlagDefaults, task);
     authorization.free(std::move(reference), tx::AuthorizationFlagDestroyRights);
     if (status == tx::AuthorizationSuccess) {
-        const QString why = tx::waitForReadyWord(*task, services().installerReadyTime);
+        const QString why = tx::waitForReadyWord(*task, limit);
         if (why.isNull())
             return true;
         TXLog(TXLogLevelFailure, u"TXUpdate: The installer tool is not ready. %@"_s, {why});

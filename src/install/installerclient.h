@@ -9,7 +9,10 @@
 
 namespace tx {
 class AuthorizationReference;
-}
+namespace trust {
+class VerifiedArchive;
+} // namespace trust
+} // namespace tx
 
 /// Hands an unpacked application over to the installer tool and ends this process.
 ///
@@ -22,7 +25,11 @@ public:
     static TXUpdateInstallerClient *sharedInstance();
 
     /// Never returns true outside of tests: on success the process ends with status 0.
-    bool installUnarchivedApp(const QString &application, const QString &archive, TXError *error);
+    /// `verified`: the archive, of a host with keys. The program that runs as root verifies it once more and
+    /// installs what it has unpacked itself; without it, such a host installs nothing with an administrator's
+    /// rights.
+    bool installUnarchivedApp(const QString &application, const QString &archive, TXError *error,
+                              const tx::trust::VerifiedArchive *verified = nullptr);
 
     /// True unless this user may replace the bundle at `destination` by the one at `source`: by writing to
     /// both the bundle and the folder that holds it, or, when only the bundle is this user's, by exchanging
@@ -32,7 +39,8 @@ public:
                                                         const QString &source = {}) const;
 
     bool launchToolWithAuthorizationToInstallURL(const QString &application, const QString &archive,
-                                                 TXError *error);
+                                                 TXError *error,
+                                                 const tx::trust::VerifiedArchive *verified = nullptr);
     bool launchToolToInstallURL(const QString &application, const QString &archive, TXError *error);
     bool prepareInstallerHelperTool(TXError *error);
     void removeInstallerHelperTool();

@@ -303,7 +303,8 @@ bool MoveJob::runPrivileged() {
         // removed when the copy is complete and on disk. The program knows by itself which application it
         // moves.
         std::unique_ptr<Task> task;
-        if (authorization.executeWithPrivileges(*reference, {u"move"_s, m_places.preferredInstallLocation()},
+        if (authorization.executeWithPrivileges(*reference,
+                                                {{u"move"_s, m_places.preferredInstallLocation()}},
                                                 AuthorizationFlagDefaults, task) == AuthorizationSuccess)
             done = isMoved(*task);
     }

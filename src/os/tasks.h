@@ -18,9 +18,10 @@ struct TaskRequest {
     QStringList arguments;
     std::optional<QStringList> environment; ///< "NAME=value"; absent: this process's own
     bool writesInput = false;               ///< Task::write feeds its standard input
-    bool readsOutput = false;               ///< Task::read takes its standard output
-    bool keepsErrors = false;               ///< Task::errorText tells its standard error
-    bool ownSession = false;                ///< the program outlives this process and its terminal
+    bool receivesPackets = false; ///< Task::send feeds its standard input, a local socket of packets
+    bool readsOutput = false;     ///< Task::read takes its standard output
+    bool keepsErrors = false;     ///< Task::errorText tells its standard error
+    bool ownSession = false;      ///< the program outlives this process and its terminal
 };
 
 /// A child process. Destroying the object closes its pipes and leaves the process running; it is collected
@@ -32,6 +33,8 @@ public:
     /// Writes to the standard input; returns how many bytes were taken, fewer than given after an error, with
     /// errno in `errorNumber`.
     virtual qsizetype write(const char *data, qsizetype size, int *errorNumber) = 0;
+    /// Sends one packet, with an open file of this process if `descriptor` is one; 0, or an errno.
+    virtual int send(const QByteArray &packet, int descriptor);
     virtual void closeInput() = 0;
     /// Reads what there is of the standard output; empty at its end.
     virtual QByteArray read() = 0;

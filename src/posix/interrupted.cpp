@@ -33,6 +33,9 @@ std::string backupPathFor(const std::string &bundlePath) { return besideBundle(b
 std::string wholePathFor(const std::string &bundlePath) { return besideBundle(bundlePath, wholeSuffix); }
 std::string gonePathFor(const std::string &bundlePath) { return besideBundle(bundlePath, ".txupdate-gone"); }
 std::string movedPathFor(const std::string &bundlePath) { return besideBundle(bundlePath, movedSuffix); }
+std::string verifiedPathFor(const std::string &bundlePath) {
+    return besideBundle(bundlePath, ".txupdate-verified");
+}
 std::string lockPathFor(const std::string &bundlePath) { return besideBundle(bundlePath, ".txupdate-lock"); }
 
 bool isOwnBackup(const std::string &path) {

@@ -20,6 +20,8 @@ namespace tx {
 [[nodiscard]] std::string gonePathFor(const std::string &bundlePath);
 /// The copy of an application that is moved here, until it takes its name.
 [[nodiscard]] std::string movedPathFor(const std::string &bundlePath);
+/// The folder in which an installation as root unpacks an archive that it has verified.
+[[nodiscard]] std::string verifiedPathFor(const std::string &bundlePath);
 /// The file that whoever changes a bundle, one at a time, holds a lock on.
 [[nodiscard]] std::string lockPathFor(const std::string &bundlePath);
 

@@ -53,14 +53,10 @@ std::string notRootsOwn(const Step *above, const Step &step) {
     return {};
 }
 
-std::string walk(const std::string &path, bool rootsOwn, Descriptor &entry) {
-    if (!isPlainPath(path))
-        return "\"" + path + "\" is not an absolute path without \".\" and \"..\"";
-    Step step;
-    std::string problem = openStep(AT_FDCWD, "/", "/", step);
-    if (problem.empty() && rootsOwn)
-        problem = notRootsOwn(nullptr, step);
-    for (size_t start = 1; problem.empty() && start < path.size();) {
+/// Walks on from `step` to the end of `path`, from the component that begins at `start`.
+std::string walkOn(Step step, const std::string &path, size_t start, bool rootsOwn, Descriptor &entry) {
+    std::string problem;
+    while (problem.empty() && start < path.size()) {
         const size_t end = std::min(path.find('/', start), path.size());
         Step next;
         problem = openStep(step.entry.get(), path.substr(start, end - start), path.substr(0, end), next);
@@ -77,6 +73,29 @@ std::string walk(const std::string &path, bool rootsOwn, Descriptor &entry) {
     if (problem.empty())
         entry = std::move(step.entry);
     return problem;
+}
+
+std::string walk(const std::string &path, bool rootsOwn, Descriptor &entry) {
+    if (!isPlainPath(path))
+        return "\"" + path + "\" is not an absolute path without \".\" and \"..\"";
+    Step step;
+    std::string problem = openStep(AT_FDCWD, "/", "/", step);
+    if (problem.empty() && rootsOwn)
+        problem = notRootsOwn(nullptr, step);
+    return problem.empty() ? walkOn(std::move(step), path, 1, rootsOwn, entry) : problem;
+}
+
+std::string walkIn(const Descriptor &folder, const std::string &path, const std::string &relative,
+                   bool rootsOwn, Descriptor &entry) {
+    const std::string whole = path + '/' + relative;
+    if (!isPlainPath(whole))
+        return "\"" + whole + "\" is not an absolute path without \".\" and \"..\"";
+    Step step;
+    step.path = path;
+    step.entry = Descriptor(fcntl(folder.get(), F_DUPFD_CLOEXEC, 0));
+    if (!step.entry.isOpen() || fstat(step.entry.get(), &step.info) != 0)
+        return path + ": " + std::strerror(errno);
+    return walkOn(std::move(step), whole, path.size() + 1, rootsOwn, entry);
 }
 
 bool isFileAt(const std::string &path) {
@@ -102,6 +121,16 @@ bool isPlainPath(const std::string &path) {
 std::string openWithoutLinks(const std::string &path, Descriptor &entry) { return walk(path, false, entry); }
 
 std::string openRootsOwn(const std::string &path, Descriptor &entry) { return walk(path, true, entry); }
+
+std::string openWithoutLinksIn(const Descriptor &folder, const std::string &path, const std::string &relative,
+                               Descriptor &entry) {
+    return walkIn(folder, path, relative, false, entry);
+}
+
+std::string openRootsOwnIn(const Descriptor &folder, const std::string &path, const std::string &relative,
+                           Descriptor &entry) {
+    return walkIn(folder, path, relative, true, entry);
+}
 
 std::string applicationAround(const std::string &path) {
     if (!isPlainPath(path))

@@ -23,6 +23,13 @@ namespace tx::posix {
 /// does not vouch for what it calls root's.
 [[nodiscard]] std::string openRootsOwn(const std::string &path, Descriptor &entry);
 
+/// The same for `relative`, a path in the open folder `folder`, whatever the folder's own path leads to by
+/// now. `path`: the folder's, for words only. The folder itself counts as one that only root can change.
+[[nodiscard]] std::string openWithoutLinksIn(const Descriptor &folder, const std::string &path,
+                                             const std::string &relative, Descriptor &entry);
+[[nodiscard]] std::string openRootsOwnIn(const Descriptor &folder, const std::string &path,
+                                         const std::string &relative, Descriptor &entry);
+
 /// The application bundle around `path`: the nearest folder above it that holds `Contents/Info.plist`, or
 /// `Info.plist`. Empty when there is none.
 [[nodiscard]] std::string applicationAround(const std::string &path);

@@ -33,6 +33,8 @@ public:
     [[nodiscard]] uint64_t size() const { return m_proof.size(); }
     /// Absent with a plain signature.
     [[nodiscard]] const std::optional<ArchiveClaim> &claim() const { return m_proof.claim(); }
+    /// What it was verified by, for the program that verifies it again as root.
+    [[nodiscard]] const ArchiveSignatures &signatures() const { return m_signatures; }
 
     /// Whether the application that came out of the archive may take the place of the installed one: its
     /// identifier and build are the signed (with a plain signature: the wanted) ones, and one of its own keys

@@ -1,16 +1,24 @@
 // SPDX-License-Identifier: MIT
 #include "install/installerclient.h"
 
+#include "model/host_p.h"
 #include "model/settings.h"
+#include "os/mainbundle.h"
+#include "posix/posixfiles.h"
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
 #include "tests/support/fakes.h"
 #include "tests/support/processes.h"
+#include "tests/tools/installer/signedrelease.h"
+#include "trust/verifiedarchive.h"
+
+#include <TarvixUpdate/TXUpdateHost.h>
 
 #include <QCoreApplication>
 #include <QLocale>
 
 #include <csignal>
+#include <fcntl.h>
 #include <sys/stat.h>
 
 using namespace Qt::StringLiterals;
@@ -304,12 +312,107 @@ TEST_F(InstallerClient, AuthorizedRoadAsksForTheRightAndNamesWhatToInstall) {
     EXPECT_TRUE(QFileInfo::exists(TXUpdateInstallerClient::environmentRecord()));
     EXPECT_THAT(logLines(),
                 testing::ElementsAre(u"TXUpdate: Installing needs authorization"_s,
+                                     u"TXUpdate: AuthInstall: The application has no keys; nobody verifies "
+                                     "the update."_s,
                                      u"TXUpdate: AuthInstall: creating authorization"_s,
                                      u"Obtained right:  system.privilege.admin / 0"_s, u"value: is NULL"_s,
                                      u"Obtained right:  x / 3"_s, u"value: v"_s,
                                      u"TXUpdate: AuthInstall: Will execute with privileges.\nPath: "_s +
                                          TXUpdateInstallerClient::executableOfInstalledTool(),
                                      u"TXUpdate: installer task launched successfully. Exiting now..."_s));
+}
+
+/// A host with keys, and an archive that they have signed.
+class SignedInstallerClient : public InstallerClient {
+protected:
+    tx::test::SignedRelease release;
+    const QString bundle = TXUpdateHost::host()->bundle().bundlePath();
+
+    SignedInstallerClient() {
+        setKeys(tx::test::keyTexts({0, 1}));
+        release.bundle = path(u"release/New.app"_s);
+        release.archive = archive;
+        release.make();
+    }
+    void setKeys(const QVariant &keys) {
+        tx::test::setInfo(bundle, u"TXUpdatePublicKeys"_s, keys);
+        tx::setMainBundle(TXBundle(bundle));
+        tx::resetHost();
+    }
+    tx::trust::VerifiedArchive verify(const std::vector<std::string> &keys,
+                                      const tx::trust::ArchiveSignatures &signatures) {
+        const tx::posix::Descriptor file(open(QFile::encodeName(archive).constData(), O_RDONLY | O_CLOEXEC));
+        const tx::posix::Descriptor folder(
+            open(QFile::encodeName(path(u""_s)).constData(), O_PATH | O_CLOEXEC));
+        tx::PrivateFiles files;
+        auto verified = tx::trust::VerifiedArchive::make(tx::test::keysOf(keys), signatures,
+                                                         {hostIdentifier.toStdString(), {}, {}}, file.get(),
+                                                         folder.get(), files);
+        EXPECT_TRUE(verified) << verified.fault().what;
+        return *std::move(verified);
+    }
+};
+
+TEST_F(SignedInstallerClient, HandsTheVerifiedArchiveAndItsSignaturesToTheProgramOfRoots) {
+    release.signers = {0, 1};
+    release.sign();
+    const auto verified = verify({tx::test::keyText(tx::test::key(0)), tx::test::keyText(tx::test::key(1))},
+                                 {release.texts, std::nullopt});
+    tx::test::FaultFileSystem faults;
+    faults.failOn(u"isWritable"_s, EACCES);
+    // The file in the folder of the download is no longer what was verified.
+    tx::test::writeFile(archive, "another");
+    EXPECT_TRUE(client->installUnarchivedApp(application, archive, &error, &verified));
+    EXPECT_EQ(exits, QList<int>{0});
+    QStringList job{u"install-signed"_s,
+                    QString::number(QCoreApplication::applicationPid()),
+                    bundle,
+                    application,
+                    archive,
+                    u""_s,
+                    u""_s};
+    for (const std::string &text : release.texts)
+        job << QString::fromStdString(text);
+    EXPECT_EQ(authorization.job, job);
+    EXPECT_EQ(authorization.jobArchive.toStdString(), release.bytes);
+    EXPECT_TRUE(authorization.rightsEnvironment.size() == 1) << "the prompt, and no remark";
+    EXPECT_FALSE(logLines().join(u'\n').contains(u"no keys"));
+}
+
+TEST_F(SignedInstallerClient, HandsOverAPlainSignatureWithItsLength) {
+    setKeys(QVariantList{QString::fromStdString(tx::test::plainKeyText(tx::test::key(0)))});
+    const tx::trust::SignatureBytes signature = tx::test::key(0).sign(release.bytes);
+    const auto verified = verify({tx::test::plainKeyText(tx::test::key(0))},
+                                 {{}, tx::trust::PlainSignature{signature, release.bytes.size()}});
+    ASSERT_TRUE(client->launchToolWithAuthorizationToInstallURL(application, archive, &error, &verified));
+    EXPECT_EQ(authorization.job.mid(5),
+              (QStringList{QString::fromStdString(tx::trust::base64(signature.data(), signature.size())),
+                           QString::number(release.bytes.size())}));
+}
+
+TEST_F(SignedInstallerClient, WithoutAVerifiedArchiveNobodyIsAsked) {
+    EXPECT_FALSE(authorized());
+    expectReason(u"This application installs only updates that its keys have signed, and this one was not "
+                 "verified. Download it again."_s);
+    setKeys(QVariantList{u"minisign:x"_s});
+    EXPECT_FALSE(authorized());
+    EXPECT_THAT(error.localizedFailureReason().toStdString(), testing::HasSubstr("TXUpdatePublicKeys"));
+    EXPECT_TRUE(authorization.calls.isEmpty());
+    EXPECT_TRUE(exits.isEmpty());
+}
+
+TEST_F(InstallerClient, WithoutKeysTheQuestionSaysThatNobodyVerifies) {
+    ASSERT_TRUE(authorized());
+    ASSERT_EQ(authorization.rightsEnvironment.size(), 2);
+    EXPECT_EQ(authorization.rightsEnvironment.first().name, QByteArray("prompt"));
+    EXPECT_EQ(authorization.rightsEnvironment.last().name, QByteArray(tx::authorizationDetail));
+    EXPECT_EQ(authorization.rightsEnvironment.last().value, QByteArray("the-update-is-not-verified"));
+    EXPECT_EQ(authorization.job, expectedJob());
+    EXPECT_TRUE(authorization.jobArchive.isNull());
+    QLocale::setDefault(QLocale(u"de_DE"_s));
+    ASSERT_TRUE(authorized());
+    ASSERT_EQ(authorization.rightsEnvironment.size(), 1) << "in every language";
+    EXPECT_EQ(authorization.rightsEnvironment.first().name, QByteArray(tx::authorizationDetail));
 }
 
 TEST_F(InstallerClient, PromptIsEnglishOnlyAndCountedInCharacters) {

@@ -4,6 +4,7 @@
 #include "tests/support/environment.h"
 
 #include <csignal>
+#include <fcntl.h>
 
 #include <unistd.h>
 
@@ -41,6 +42,30 @@ TEST(Tasks, InputGoesThroughAPipeAndEndsWithIt) {
     (*task)->closeInput();
     EXPECT_EQ((*task)->read(), QByteArray("hello"));
     EXPECT_EQ((*task)->wait(), 0);
+}
+
+TEST(Tasks, PacketsGoThroughASocketWithAnOpenFile) {
+    // A program of the shell's: it reads a packet, and has the file only if it receives it, which "cat"
+    // cannot.
+    auto task = tx::nativeTasks().start({.program = u"cat"_s, .receivesPackets = true, .readsOutput = true});
+    ASSERT_TRUE(bool(task));
+    const int file = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    EXPECT_EQ((*task)->send("one packet", file), 0);
+    EXPECT_EQ((*task)->send("another", -1), 0);
+    EXPECT_EQ((*task)->send("no file", 9999), EBADF);
+    close(file);
+    (*task)->closeInput();
+    QByteArray all;
+    for (QByteArray more = (*task)->read(); !more.isEmpty(); more = (*task)->read())
+        all += more;
+    EXPECT_EQ(all, QByteArray("one packetanother"));
+    EXPECT_EQ((*task)->wait(), 0);
+    EXPECT_EQ((*task)->send("x", -1), EBADF) << "its input was closed";
+    // To a program that has ended, without a signal.
+    auto ended = tx::nativeTasks().start({.program = u"true"_s, .receivesPackets = true});
+    ASSERT_TRUE(bool(ended));
+    (*ended)->wait();
+    EXPECT_EQ((*ended)->send("x", -1), EPIPE);
 }
 
 TEST(Tasks, WriteToAProgramThatEndedFailsWithoutASignal) {

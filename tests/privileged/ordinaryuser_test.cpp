@@ -36,17 +36,6 @@ protected:
         host.kill();
         host.waitForFinished();
     }
-    /// Gives all of a tree to a user. False where root is nobody else: in a user namespace.
-    static bool give(const QString &tree, uid_t owner) {
-        if (lchown(QFile::encodeName(tree).constData(), owner, owner) != 0)
-            return false;
-        QDirIterator it(tree, QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot,
-                        QDirIterator::Subdirectories);
-        bool isGiven = true;
-        while (it.hasNext())
-            isGiven = lchown(QFile::encodeName(it.next()).constData(), owner, owner) == 0 && isGiven;
-        return isGiven;
-    }
     /// Makes everything ready for an update that the user asks for. False where root cannot be that user.
     bool prepare() {
         makeApplication(application);
@@ -68,7 +57,8 @@ protected:
         EXPECT_EQ(copyRights(), 0);
         host.start(u"sleep"_s, {u"1000"_s});
         EXPECT_TRUE(host.waitForStarted());
-        EXPECT_EQ(authorization.executeWithPrivileges(*reference, installJob(host.processId()), 0, tool), 0);
+        EXPECT_EQ(authorization.executeWithPrivileges(*reference, {installJob(host.processId())}, 0, tool),
+                  0);
         return tx::waitForReadyWord(*tool, std::chrono::seconds(30));
     }
     int endHost() {
@@ -187,7 +177,7 @@ TEST_F(OrdinaryUser, IsAllThatTheInstallerIsToldBesideItsJob) {
               0);
     setMode(installer, 0755);
     ASSERT_EQ(copyRights(), 0);
-    ASSERT_EQ(authorization.executeWithPrivileges(*reference, installJob(4711), 0, tool), 0);
+    ASSERT_EQ(authorization.executeWithPrivileges(*reference, {installJob(4711)}, 0, tool), 0);
     QByteArray said;
     for (QByteArray more = tool->read(); !more.isEmpty(); more = tool->read())
         said += more;

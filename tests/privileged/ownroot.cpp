@@ -7,10 +7,15 @@
 #include "tests/support/builders.h"
 #include "tests/support/places.h"
 
+#include <QProcess>
+
+#include <cstring>
 #include <sched.h>
 #include <sys/mount.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <vector>
 
 using namespace Qt::StringLiterals;
 
@@ -63,10 +68,10 @@ QString OwnRootTest::makeApplication(const QString &bundle, const QString &build
     makeBundle(bundle, {.identifier = hostIdentifier, .build = build});
     const QString resources = bundle + u"/Contents/Frameworks/TarvixUpdate/Resources"_s;
     QDir().mkpath(resources);
-    EXPECT_EQ(runProcess(u"cp"_s, {u"-R"_s, tx::test::resourcesFolder() + u"/TXUpdateAuthorize"_s,
-                                   tx::test::resourcesFolder() + u"/TXUpdateInstaller.app"_s, resources})
-                  .status,
-              0);
+    QStringList copy{u"-R"_s};
+    for (const char *tool : {"/TXUpdateAuthorize", "/TXUpdateInstaller.app", "/ditto", "/Archives"})
+        copy << tx::test::resourcesFolder() + QString::fromLatin1(tool);
+    EXPECT_EQ(runProcess(u"cp"_s, copy << resources).status, 0);
     EXPECT_EQ(runProcess(u"chmod"_s, {u"-R"_s, u"u=rwX,go=rX"_s, bundle}).status, 0);
     setMainBundle(TXBundle(bundle));
     resetHost();
@@ -86,15 +91,42 @@ void OwnRootTest::playPkexec(const QByteArray &before, const QByteArray &user) {
 bool OwnRootTest::wasAsked() const { return QFile::remove(path(u"asked"_s)); }
 
 ProcessResult OwnRootTest::runHelper(const QString &resources, const QByteArray &input,
-                                     const QByteArray &user) const {
-    return runProcess(u"env"_s,
-                      {u"-i"_s, u"PATH=/usr/bin:/bin"_s, u"PKEXEC_UID="_s + QString::fromLatin1(user),
-                       resources + u"/TXUpdateAuthorize"_s},
-                      input);
+                                     const QByteArray &user, const QList<int> &files) const {
+    int ends[2] = {-1, -1};
+    EXPECT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends), 0);
+    iovec content{const_cast<char *>(input.constData()), static_cast<size_t>(input.size())};
+    std::vector<char> control(CMSG_SPACE(static_cast<size_t>(files.size()) * sizeof(int)));
+    msghdr message{};
+    message.msg_iov = &content;
+    message.msg_iovlen = 1;
+    if (!files.isEmpty()) {
+        message.msg_control = control.data();
+        message.msg_controllen = control.size();
+        cmsghdr *part = CMSG_FIRSTHDR(&message);
+        part->cmsg_level = SOL_SOCKET;
+        part->cmsg_type = SCM_RIGHTS;
+        part->cmsg_len = CMSG_LEN(static_cast<size_t>(files.size()) * sizeof(int));
+        std::memcpy(CMSG_DATA(part), files.constData(), static_cast<size_t>(files.size()) * sizeof(int));
+    }
+    EXPECT_EQ(sendmsg(ends[0], &message, 0), input.size());
+    close(ends[0]);
+    QProcess process;
+    process.setChildProcessModifier([end = ends[1]] { dup2(end, STDIN_FILENO); });
+    process.start(u"env"_s, {u"-i"_s, u"PATH=/usr/bin:/bin"_s, u"PKEXEC_UID="_s + QString::fromLatin1(user),
+                             resources + u"/TXUpdateAuthorize"_s});
+    close(ends[1]);
+    constexpr int limit = 100000;
+    EXPECT_TRUE(process.waitForFinished(limit));
+    return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : 128 + process.exitCode(),
+            process.readAllStandardOutput(), process.readAllStandardError()};
 }
 
-int OwnRootTest::copyRights(unsigned flags) {
-    return authorization.copyRights(*reference, {{.name = "system.privilege.admin"}}, {}, flags, nullptr);
+int OwnRootTest::copyRights(unsigned flags, bool saysUnverified) {
+    QList<AuthorizationItem> environment;
+    if (saysUnverified)
+        environment << AuthorizationItem{.name = authorizationDetail, .value = "the-update-is-not-verified"};
+    return authorization.copyRights(*reference, {{.name = "system.privilege.admin"}}, environment, flags,
+                                    nullptr);
 }
 
 void OwnRootTest::expectNoWay() {

@@ -6,7 +6,10 @@
 
 #include <TarvixUpdate/TXBundle.h>
 
+#include <QDirIterator>
+
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace tx::test {
 
@@ -29,6 +32,17 @@ protected:
     void makeUpdate(const QByteArray &program = "#!/bin/sh\nexit 0\n") {
         makeBundle(fresh, {.identifier = hostIdentifier, .build = u"2"_s, .program = program});
         writeFile(archive, "archive");
+    }
+    /// Gives all of a tree to a user. False where root is nobody else: in a user namespace.
+    static bool give(const QString &tree, uid_t owner) {
+        if (lchown(QFile::encodeName(tree).constData(), owner, owner) != 0)
+            return false;
+        QDirIterator it(tree, QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot,
+                        QDirIterator::Subdirectories);
+        bool isGiven = true;
+        while (it.hasNext())
+            isGiven = lchown(QFile::encodeName(it.next()).constData(), owner, owner) == 0 && isGiven;
+        return isGiven;
     }
     QStringList installJob(qint64 process) const {
         return {u"install"_s, QString::number(process), fresh, archive};

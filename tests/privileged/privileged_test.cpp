@@ -40,7 +40,7 @@ TEST_F(Privileged, UpdateIsInstalledByTheToolOfTheInstalledApplication) {
     host.start(u"sleep"_s, {u"1000"_s});
     ASSERT_TRUE(host.waitForStarted());
     std::unique_ptr<tx::Task> task;
-    ASSERT_EQ(authorization.executeWithPrivileges(*reference, installJob(host.processId()), 0, task), 0);
+    ASSERT_EQ(authorization.executeWithPrivileges(*reference, {installJob(host.processId())}, 0, task), 0);
     EXPECT_EQ(tx::waitForReadyWord(*task, std::chrono::seconds(30)), QString());
     EXPECT_EQ(buildOf(application), u"1"_s) << "it waits for the host to end";
     EXPECT_FALSE(QFileInfo::exists(TXUpdateInstallerClient::copyOfTool()));
@@ -51,7 +51,7 @@ TEST_F(Privileged, UpdateIsInstalledByTheToolOfTheInstalledApplication) {
     EXPECT_EQ(namesIn(u"/opt"_s), QStringList{u"Host.app"_s});
     EXPECT_FALSE(QFileInfo::exists(archive));
     std::unique_ptr<tx::Task> second;
-    EXPECT_EQ(authorization.executeWithPrivileges(*reference, installJob(4711), 0, second),
+    EXPECT_EQ(authorization.executeWithPrivileges(*reference, {installJob(4711)}, 0, second),
               tx::AuthorizationDenied)
         << "the rights were used up";
 }
@@ -95,7 +95,7 @@ TEST_F(Privileged, ToolThatIsReplacedAfterTheQuestionIsNotRun) {
     writeFile(installer, evil, QFile::ReadOwner | QFile::ExeOwner);
     setMode(QFileInfo(installer).path(), 0777);
     std::unique_ptr<tx::Task> task;
-    ASSERT_EQ(authorization.executeWithPrivileges(*reference, installJob(getpid()), 0, task), 0);
+    ASSERT_EQ(authorization.executeWithPrivileges(*reference, {installJob(getpid())}, 0, task), 0);
     const QString why = tx::waitForReadyWord(*task, std::chrono::seconds(30));
     EXPECT_THAT(why.toStdString(), testing::HasSubstr("can be written to by other users"));
     EXPECT_NE(task->wait(), 0);
@@ -215,7 +215,7 @@ TEST_F(Privileged, DialogThatIsCancelledOrDeniedHasItsStatus) {
     qputenv("PATH", "/nonexistent");
     EXPECT_EQ(copyRights(), -60005);
     std::unique_ptr<tx::Task> task;
-    EXPECT_EQ(authorization.executeWithPrivileges(*reference, {u"move"_s, u"/opt"_s}, 0, task), -60005);
+    EXPECT_EQ(authorization.executeWithPrivileges(*reference, {{u"move"_s, u"/opt"_s}}, 0, task), -60005);
 }
 
 TEST_F(Privileged, EverythingButTheTwoJobsIsRefused) {
@@ -234,7 +234,10 @@ TEST_F(Privileged, EverythingButTheTwoJobsIsRefused) {
     } cases[] = {
         {"", "expected words"},
         {"move", "expected words"},
-        {QByteArray(20000, 'x') + '\0', "expected words"},
+        {QByteArray(70000, 'x') + '\0', "the job is longer than 65536 bytes"},
+        {wordsOf({u"install-signed"_s, pid, application, fresh, archive, u""_s}), "expected \"install"},
+        {wordsOf({u"install-signed"_s, pid, application, fresh, archive, u""_s, u""_s}),
+         "the archive did not come with the job"},
         {QByteArray(1, '\0'), "expected \"install"},
         // What an older version ran.
         {wordsOf({u"/bin/touch"_s, mark}), "expected \"install"},

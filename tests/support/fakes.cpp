@@ -286,19 +286,26 @@ int ScriptedAuthorization::create(const QList<AuthorizationItem> &environment, u
     return createStatuses.size() > 1 ? createStatuses.takeFirst() : createStatuses.first();
 }
 int ScriptedAuthorization::copyRights(AuthorizationReference &, const QList<AuthorizationItem> &rights,
-                                      const QList<AuthorizationItem> &, unsigned flags,
+                                      const QList<AuthorizationItem> &environment, unsigned flags,
                                       QList<AuthorizationItem> *authorized) {
     calls.append(u"copyRights"_s);
+    rightsEnvironment = environment;
     lastRights = rights;
     rightsFlags = flags;
     if (authorized)
         *authorized = grants;
     return rightsStatus;
 }
-int ScriptedAuthorization::executeWithPrivileges(AuthorizationReference &, const QStringList &words,
+int ScriptedAuthorization::executeWithPrivileges(AuthorizationReference &, const AuthorizedJob &begun,
                                                  unsigned flags, std::unique_ptr<Task> &task) {
     calls.append(u"execute %1"_s.arg(flags));
-    job = words;
+    job = begun.words;
+    jobArchive = QByteArray();
+    if (begun.archive >= 0) {
+        jobArchive = QByteArray(1 << 20, Qt::Uninitialized);
+        const ssize_t count = pread(begun.archive, jobArchive.data(), size_t(jobArchive.size()), 0);
+        jobArchive.truncate(std::max<ssize_t>(0, count));
+    }
     if (executeStatus == 0)
         task = std::make_unique<FinishedTask>(jobSays, jobStatus);
     return executeStatus;

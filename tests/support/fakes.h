@@ -125,7 +125,7 @@ public:
     int copyRights(AuthorizationReference &reference, const QList<AuthorizationItem> &rights,
                    const QList<AuthorizationItem> &environment, unsigned flags,
                    QList<AuthorizationItem> *authorized) override;
-    int executeWithPrivileges(AuthorizationReference &reference, const QStringList &job, unsigned flags,
+    int executeWithPrivileges(AuthorizationReference &reference, const AuthorizedJob &job, unsigned flags,
                               std::unique_ptr<Task> &task) override;
     bool canExecute() const override { return executes; }
     void free(std::unique_ptr<AuthorizationReference> reference, unsigned flags) override;
@@ -136,9 +136,11 @@ public:
     bool executes = true;           ///< whether privileged execution is there at all
     QByteArray jobSays = "ready\n"; ///< what the job writes before it ends
     int jobStatus = 0;              ///< with which it ends
-    QStringList job;                ///< the last one
+    QStringList job;                ///< the last one's words
+    QByteArray jobArchive;          ///< what its archive reads; null without one
     QStringList calls;
     QList<AuthorizationItem> lastEnvironment;
+    QList<AuthorizationItem> rightsEnvironment; ///< of the question for the rights
     QList<AuthorizationItem> lastRights;
     QList<AuthorizationItem> grants;
     unsigned rightsFlags = 0;

@@ -1,8 +1,14 @@
 // SPDX-License-Identifier: MIT
 // TXUpdateAuthorize: started by pkexec, so that the password dialog names this program. Says "authorized" and
-// reads one job from standard input until its end, as words that each end in NUL:
+// receives one job over the local socket that its standard input is, in one packet, as words that each end in
+// NUL:
 //   install PID NEW-APPLICATION ARCHIVE   installs an update of the application that this program is a part
-//                                         of: becomes TXUpdateInstaller, which is beside it
+//                                         of: becomes TXUpdateInstaller, which is beside it. Only for an
+//                                         application without keys, and only if the argument
+//                                         "the-update-is-not-verified" told whoever was asked
+//   install-signed PID APPLICATION NEW-APPLICATION ARCHIVE PLAIN-SIGNATURE LENGTH TEXT...
+//                                         the same for an application with keys: verifies and unpacks the
+//                                         archive that came with the packet, and installs what came out
 //   move FOLDER                           copies that application into an Applications folder, says "moved"
 // It refuses everything else with a line on standard error, which the host reads on standard output. As root
 // it does nothing if anyone but root could have changed it. Each start does at most one job.
@@ -14,9 +20,11 @@
 #include "installer/programoutput.h"
 
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <syslog.h>
@@ -42,25 +50,24 @@ bool say(const std::string &word) {
     return write(STDOUT_FILENO, word.data(), word.size()) == static_cast<ssize_t>(word.size());
 }
 
-/// Reads all of the input, but at most one byte more than a job may have; false on failure.
-bool readInput(std::string &input) {
-    char buffer[4096];
-    while (input.size() <= longestJob) {
-        const ssize_t n = read(STDIN_FILENO, buffer, sizeof buffer);
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n < 0)
-            return false;
-        if (n == 0)
-            break;
-        input.append(buffer, static_cast<size_t>(n));
-    }
-    return true;
+/// The host sends the job at once.
+constexpr std::chrono::seconds jobLimit(60);
+constexpr OutputLimits unpackingLimits{std::chrono::minutes(10), 64 << 10};
+
+/// Ends this process by a signal, whatever it is waiting for then: a file can be on a file system that never
+/// answers.
+void endAfter(std::chrono::seconds limit) {
+    sigset_t alarms;
+    sigemptyset(&alarms);
+    sigaddset(&alarms, SIGALRM);
+    sigprocmask(SIG_UNBLOCK, &alarms, nullptr);
+    std::signal(SIGALRM, SIG_DFL);
+    alarm(static_cast<unsigned>(limit.count()));
 }
 
 /// Replaces this process with the open program, which gets only standard output and error, and of the
-/// environment only who asked.
-int become(int file, const std::vector<std::string> &words) {
+/// environment only who asked and `variables`.
+int become(int file, const std::vector<std::string> &words, const std::vector<std::string> &variables) {
     std::vector<std::string> texts = words;
     std::vector<char *> argv;
     for (std::string &text : texts)
@@ -69,23 +76,32 @@ int become(int file, const std::vector<std::string> &words) {
     std::string path = "PATH=/usr/sbin:/usr/bin:/sbin:/bin";
     const char *asked = std::getenv("PKEXEC_UID");
     std::string user = std::string("PKEXEC_UID=") + (asked ? asked : "");
-    char *environment[] = {path.data(), asked ? user.data() : nullptr, nullptr};
+    std::vector<std::string> others = variables;
+    std::vector<char *> environment{path.data()};
+    if (asked)
+        environment.push_back(user.data());
+    for (std::string &variable : others)
+        environment.push_back(variable.data());
+    environment.push_back(nullptr);
     const int null = open("/dev/null", O_RDWR | O_CLOEXEC);
     if (null < 0 || dup2(null, STDIN_FILENO) < 0)
         return errno;
-    execveat(file, "", argv.data(), environment, AT_EMPTY_PATH);
+    execveat(file, "", argv.data(), environment.data(), AT_EMPTY_PATH);
     return errno;
 }
 
 } // namespace
 
-int main(int argc, char **) {
-    if (argc != 1) {
-        std::fputs("usage: TXUpdateAuthorize\n"
-                   "Reads one job from standard input, as words that each end in NUL:\n"
-                   "  install PID NEW-APPLICATION ARCHIVE\n"
-                   "  move FOLDER\n",
-                   stderr);
+int main(int argc, char **argv) {
+    const bool saidUnverified = argc == 2 && std::strcmp(argv[1], unverifiedArgument) == 0;
+    if (argc != 1 && !saidUnverified) {
+        std::fputs(
+            "usage: TXUpdateAuthorize [the-update-is-not-verified]\n"
+            "Receives one job over a local socket, its standard input, as words that each end in NUL:\n"
+            "  install PID NEW-APPLICATION ARCHIVE\n"
+            "  install-signed PID APPLICATION NEW-APPLICATION ARCHIVE PLAIN-SIGNATURE LENGTH TEXT...\n"
+            "  move FOLDER\n",
+            stderr);
         return JobRefused;
     }
     std::signal(SIGPIPE, SIG_IGN);
@@ -108,25 +124,37 @@ int main(int argc, char **) {
     }
     if (!say("authorized\n"))
         return ioFailure;
-    std::string input;
-    if (!readInput(input))
-        return ioFailure;
+    JobMessage message;
+    if (const std::string problem = receiveJob(STDIN_FILENO, jobLimit, message); !problem.empty()) {
+        report("refused: " + problem);
+        answer.refuse();
+        return JobRefused;
+    }
     std::vector<std::string> words;
-    if (!readWords(input, words)) {
+    if (!readWords(message.words, words)) {
         report("refused: expected words that each end in NUL, " + std::to_string(longestJob) +
                " bytes at most");
         answer.refuse();
         return JobRefused;
     }
     Files files;
+    tx::PrivateFiles privateFiles;
     context.files = &files;
+    context.privateFiles = &privateFiles;
+    context.saidUnverified = saidUnverified;
     context.applicationsFolders = {TARVIXUPDATE_LOCAL_APPLICATIONS_DIR, "/opt"};
     context.become = become;
+    context.run = [](const std::string &program, const std::vector<std::string> &arguments,
+                     const ProgramInput &input, std::string &output, int &status) {
+        return runProgram(program, arguments, input, output, status, unpackingLimits);
+    };
+    context.endAfter = endAfter;
     context.outputOf = [](const std::string &program, const std::vector<std::string> &arguments,
                           std::string &output) { return outputOf(program, arguments, output); };
     context.say = [](const std::string &word) { (void)say(word); };
     context.log = report;
-    const int status = runJob(words, context);
+    context.remark = [](const std::string &line) { syslog(LOG_NOTICE, "%s", onOneLine(line).c_str()); };
+    const int status = runJob(words, message.archive, context);
     answer.refuse(); // does nothing if the job was done
     return status;
 }

@@ -87,6 +87,13 @@ posix::FileError Files::limitSpecialBits(const std::string &tree, const std::str
     });
 }
 
+posix::FileError Files::openToReaders(const std::string &folder) {
+    return at(folder, [](const posix::Place &place) {
+        return fchmodat(place.folder, place.name.c_str(), 0755, 0) == 0 ? posix::FileError{}
+                                                                        : posix::FileError{errno, place.path};
+    });
+}
+
 posix::FileError Files::lock(const std::string &path, posix::Descriptor &lock) {
     return at(path, [&](const posix::Place &place) { return posix::takeLock(place, lock); });
 }

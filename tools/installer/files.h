@@ -23,6 +23,8 @@ public:
     virtual posix::FileError changeOwner(const std::string &path, uid_t owner, gid_t group);
     /// Takes special bits from the files of `tree`, as posix::limitSpecialBits does.
     virtual posix::FileError limitSpecialBits(const std::string &tree, const std::string &installed);
+    /// Lets everybody read the folder, and root write to it.
+    virtual posix::FileError openToReaders(const std::string &folder);
     /// Takes the lock file at `path` for this process, made when it is not there; EWOULDBLOCK when another
     /// process has it.
     virtual posix::FileError lock(const std::string &path, posix::Descriptor &lock);

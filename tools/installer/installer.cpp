@@ -5,6 +5,7 @@
 
 #include "posix/bundleinfo.h"
 #include "posix/interrupted.h"
+#include "posix/rootspath.h"
 #include "posix/startable.h"
 #include "posix/trustedpath.h"
 
@@ -177,6 +178,8 @@ private:
 
     void unlock() {
         if (m_lock.isOpen()) {
+            if (isVerified())
+                removeLeftover(verifiedPathFor(m_arguments.hostBundle));
             if (const posix::FileError error = m_files.removeFile(lockPathFor(m_arguments.hostBundle)))
                 m_context.log("cannot remove " + describe(error));
         }
@@ -197,8 +200,11 @@ private:
             m_context.log("an interrupted installation was undone");
         // What is left is an unfinished copy, or the old application after the swap. Both can go once the
         // application at the path is on disk.
+        std::vector<std::string> leftovers{m_staged, m_backup, m_gone};
+        if (!isVerified())
+            leftovers.push_back(verifiedPathFor(m_arguments.hostBundle));
         bool hasLeftover = false;
-        for (const std::string &path : {m_staged, m_backup, m_gone})
+        for (const std::string &path : leftovers)
             hasLeftover = hasLeftover || posix::entryExists(path);
         if (!hasLeftover || !posix::entryExists(m_arguments.hostBundle))
             return StatusDone;
@@ -206,7 +212,7 @@ private:
             m_context.log("cannot sync " + describe(error));
             return StatusCannotStage;
         }
-        for (const std::string &path : {m_staged, m_backup, m_gone})
+        for (const std::string &path : leftovers)
             removeLeftover(path);
         return StatusDone;
     }
@@ -231,7 +237,7 @@ private:
             posix::CopyRules rules;
             rules.bitsAsIn = m_arguments.hostBundle;
             if (geteuid() == 0) {
-                rules.onlyFrom = m_context.session.user;
+                rules.onlyFrom = isVerified() ? 0 : m_context.session.user;
                 rules.givenTo = std::pair(host.st_uid, host.st_gid);
             }
             error = m_files.copyTree(m_arguments.newApplication, m_staged, rules);
@@ -262,9 +268,12 @@ private:
     /// As root, copies what another user may still hold open, have linked or reach.
     bool mayRename() const {
         std::string resolved;
-        return geteuid() != 0 || (m_context.session.user == 0 &&
+        return geteuid() != 0 || ((m_context.session.user == 0 || isVerified()) &&
                                   posix::untrustedPart(m_arguments.newApplication, resolved, 0).empty());
     }
+
+    /// What root has verified and unpacked; the user's own copy of it is not installed.
+    bool isVerified() const { return !m_context.unpackedByUser.empty(); }
 
     /// Restores the new application to its old path, so that a later attempt finds it.
     void unstage() {
@@ -344,7 +353,7 @@ private:
         // What is in the user's own folder is removed with the user's rights only.
         if (!lowerRights())
             return StatusNoRights;
-        removeLeftover(m_arguments.newApplication);
+        removeLeftover(isVerified() ? m_context.unpackedByUser : m_arguments.newApplication);
         if (const posix::FileError error = m_files.removeFile(m_arguments.archive))
             m_context.log("cannot remove " + describe(error));
         if (!m_context.toolBundle.empty())
@@ -432,6 +441,21 @@ bool checkBundles(Arguments &arguments, std::string &why) {
 
 bool readArguments(const std::vector<std::string> &words, Arguments &arguments, std::string &why) {
     return parseArguments(words, arguments, why) && checkBundles(arguments, why);
+}
+
+std::string notVerified(const Arguments &arguments) {
+    if (posix::parentOf(arguments.newApplication) != verifiedPathFor(arguments.hostBundle))
+        return arguments.newApplication + " is not in " + verifiedPathFor(arguments.hostBundle);
+    posix::Descriptor entry;
+    return posix::openRootsOwn(arguments.newApplication, entry);
+}
+
+void discardVerified(const std::string &hostBundle, Files &files) {
+    posix::Descriptor lock;
+    if (files.lock(lockPathFor(hostBundle), lock))
+        return;
+    (void)files.removeTree(verifiedPathFor(hostBundle));
+    (void)files.removeFile(lockPathFor(hostBundle));
 }
 
 int install(const Arguments &arguments, Context &context) {

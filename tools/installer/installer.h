@@ -47,6 +47,9 @@ struct Context {
     Rights *rights = &processRights();
     std::chrono::milliseconds hostLimit = std::chrono::minutes(2); ///< how long the host may take to end
     std::string toolBundle; ///< this tool's copy, removed at the end; empty when it runs from elsewhere
+    /// What the user has unpacked of an update that was verified: removed at the end instead of installed.
+    /// Empty unless the new application is what root has unpacked, in verifiedPathFor() of the host bundle.
+    std::string unpackedByUser;
     std::string environmentRecord; ///< the recorded session, removed at the end; empty when there is none
     Session session;
     /// Opens an application; the reason when it cannot.
@@ -73,6 +76,12 @@ struct Context {
 /// with no more than that user's rights. The exit status, StatusDone when it may begin.
 [[nodiscard]] int prepare(const std::vector<std::string> &words, const std::string &environmentRecord,
                           Rights &rights, Arguments &arguments, Session &session, std::string &why);
+
+/// Why `arguments` are not those of a verified update: empty when the new application is in
+/// verifiedPathFor() of the host bundle and nobody but root can change it.
+[[nodiscard]] std::string notVerified(const Arguments &arguments);
+/// Removes what was verified and is not installed, unless another installation has the lock by now.
+void discardVerified(const std::string &hostBundle, Files &files);
 
 /// Replaces the host bundle by the new application when the host has ended, and opens what stands there.
 /// At every instant a complete application stands at the host's path, or the next run puts one back.

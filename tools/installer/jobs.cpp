@@ -2,6 +2,8 @@
 #include "installer/jobs.h"
 
 #include "installer/applicationmove.h"
+#include "installer/jobs_p.h"
+#include "installer/signedinstall.h"
 #include "posix/rootspath.h"
 
 #include <climits>
@@ -12,14 +14,10 @@
 
 namespace tx::installer {
 
-namespace {
-
-/// Opens a program of this framework, or a folder that it works in. As root, only if only root can change it.
 std::string openTrusted(const std::string &path, const JobContext &context, posix::Descriptor &entry) {
     return context.asRoot ? posix::openRootsOwn(path, entry) : posix::openWithoutLinks(path, entry);
 }
 
-/// Why something cannot be installed for the asking user.
 std::string problemOf(const std::string &path, mode_t type, const JobContext &context) {
     posix::Descriptor entry;
     if (std::string problem = posix::openWithoutLinks(path, entry); !problem.empty())
@@ -47,8 +45,6 @@ int refuse(const JobContext &context, const std::string &why) {
     return JobRefused;
 }
 
-/// Why the application, or a link in its place, must not be replaced: only the package manager may change
-/// what it installed. Empty if no package owns it or anything in it.
 std::string packageProblem(const std::string &application, const JobContext &context) {
     const auto askRpm = [&](const std::vector<std::string> &arguments, std::string &output) {
         // With root's rights as well: a program of the user could give any answer.
@@ -66,6 +62,24 @@ std::string packageProblem(const std::string &application, const JobContext &con
                      "; install the new version with the package manager of the system";
 }
 
+int becomeInstaller(const JobContext &context, const std::vector<std::string> &words,
+                    const std::vector<std::string> &variables) {
+    const std::string installer =
+        posix::parentOf(context.executable) + "/TXUpdateInstaller.app/Contents/MacOS/TXUpdateInstaller";
+    posix::Descriptor file;
+    if (const std::string problem = openTrusted(installer, context, file); !problem.empty()) {
+        context.log(problem);
+        return JobForbidden;
+    }
+    std::vector<std::string> all{installer};
+    all.insert(all.end(), words.begin(), words.end());
+    const int number = context.become(file.get(), all, variables);
+    context.log(installer + " could not be started: " + std::strerror(number));
+    return JobFailed;
+}
+
+namespace {
+
 int installUpdate(const std::vector<std::string> &words, const std::string &application,
                   const JobContext &context) {
     if (!isProcess(words[1]))
@@ -74,20 +88,25 @@ int installUpdate(const std::vector<std::string> &words, const std::string &appl
         if (const std::string problem = problemOf(path, type, context); !problem.empty())
             return refuse(context, problem);
     }
-    const std::string installer =
-        posix::parentOf(context.executable) + "/TXUpdateInstaller.app/Contents/MacOS/TXUpdateInstaller";
-    posix::Descriptor file;
     if (const std::string problem = packageProblem(application, context); !problem.empty()) {
         context.log(problem);
         return JobFailed;
     }
-    if (const std::string problem = openTrusted(installer, context, file); !problem.empty()) {
-        context.log(problem);
-        return JobForbidden;
+    const trust::Outcome<trust::AppInfo> installed = trustOf(application, context);
+    if (!installed) {
+        context.log(installed.fault().what);
+        return installed.fault().kind == trust::FaultKind::File ? JobFailed : JobUnverified;
     }
-    const int number = context.become(file.get(), {installer, words[1], words[2], application, words[3]});
-    context.log(installer + " could not be started: " + std::strerror(number));
-    return JobFailed;
+    if (installed->keys)
+        return refuse(context, application + " has keys, so it is updated only by archives that they have "
+                                             "signed and that this program can verify");
+    if (!context.saidUnverified)
+        return refuse(context, application + " has no keys (TXUpdatePublicKeys), and the question for the "
+                                             "password did not say that the update is not verified");
+    context.remark(application +
+                   " has no keys (TXUpdatePublicKeys): an update of it is installed that nobody "
+                   "has verified");
+    return becomeInstaller(context, {words[1], words[2], application, words[3]}, {});
 }
 
 int moveIntoFolder(const std::string &folder, const std::string &application, const JobContext &context) {
@@ -138,14 +157,24 @@ bool readWords(const std::string &input, std::vector<std::string> &words) {
     return true;
 }
 
-int runJob(const std::vector<std::string> &words, const JobContext &context) {
+int runJob(const std::vector<std::string> &words, const posix::Descriptor &archive,
+           const JobContext &context) {
+    constexpr size_t fewestSigned = 7;
+    const bool verifies = words.size() >= fewestSigned && words[0] == "install-signed";
     const bool installs = words.size() == 4 && words[0] == "install";
     const bool moves = words.size() == 2 && words[0] == "move";
-    if (!installs && !moves)
-        return refuse(context, "expected \"install PID NEW-APPLICATION ARCHIVE\" or \"move FOLDER\"");
+    if (!verifies && !installs && !moves)
+        return refuse(context,
+                      "expected \"install PID NEW-APPLICATION ARCHIVE\", \"install-signed PID "
+                      "APPLICATION NEW-APPLICATION ARCHIVE PLAIN-SIGNATURE LENGTH TEXT...\" or \"move "
+                      "FOLDER\"");
+    if (!verifies && archive.isOpen())
+        return refuse(context, "the job \"" + words[0] + "\" takes no archive");
     const std::string application = posix::applicationAround(context.executable);
     if (application.empty())
         return refuse(context, context.executable + " is not a part of an application");
+    if (verifies)
+        return installSigned(words, application, archive, context);
     return installs ? installUpdate(words, application, context)
                     : moveIntoFolder(words[1], application, context);
 }

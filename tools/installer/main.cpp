@@ -5,6 +5,7 @@
 
 #include "installer/hostanswer.h"
 #include "installer/installer.h"
+#include "installer/jobs.h"
 
 #include "installer/oneline.h"
 #include "installer/ownplace.h"
@@ -70,7 +71,20 @@ int main(int argc, char **argv) {
     if (prepared != StatusDone) {
         report(why);
         answer.refuse();
+        // What was verified for this installation has its place beside the host bundle.
+        if (geteuid() == 0 && std::getenv(verifiedVariable) && !arguments.hostBundle.empty())
+            discardVerified(arguments.hostBundle, files);
         return prepared;
+    }
+    // Only TXUpdateAuthorize says so, to an installer that pkexec has started.
+    const char *unpacked = geteuid() == 0 ? std::getenv(verifiedVariable) : nullptr;
+    if (unpacked) {
+        context.unpackedByUser = unpacked;
+        if (const std::string problem = notVerified(arguments); !problem.empty()) {
+            report(problem);
+            answer.refuse();
+            return StatusForbidden;
+        }
     }
     // Only a copy beside the archive belongs to this installation; the framework's resources are not removed.
     if (!bundle.empty() && folder == tx::posix::parentOf(arguments.archive))

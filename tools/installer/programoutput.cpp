@@ -34,16 +34,20 @@ struct Start {
 };
 
 /// Starts the program in its own session, so that it can be terminated with its children.
-int start(const std::string &program, const std::vector<std::string> &arguments, int output, pid_t &process) {
+int start(const std::string &program, const std::vector<std::string> &arguments, const ProgramInput &input,
+          int output, pid_t &process) {
     std::vector<std::string> words{program};
     words.insert(words.end(), arguments.begin(), arguments.end());
     std::vector<char *> argv;
     for (std::string &word : words)
         argv.push_back(word.data());
     argv.push_back(nullptr);
-    std::string path = "PATH=/usr/sbin:/usr/bin:/sbin:/bin";
-    std::string locale = "LC_ALL=C";
-    char *environment[] = {path.data(), locale.data(), nullptr};
+    std::vector<std::string> variables{"PATH=/usr/sbin:/usr/bin:/sbin:/bin", "LC_ALL=C"};
+    variables.insert(variables.end(), input.variables.begin(), input.variables.end());
+    std::vector<char *> environment;
+    for (std::string &variable : variables)
+        environment.push_back(variable.data());
+    environment.push_back(nullptr);
     Start how;
     sigset_t usual;
     sigemptyset(&usual);
@@ -51,11 +55,15 @@ int start(const std::string &program, const std::vector<std::string> &arguments,
     sigaddset(&usual, SIGHUP);
     posix_spawnattr_setsigdefault(&how.attributes, &usual);
     posix_spawnattr_setflags(&how.attributes, POSIX_SPAWN_SETSID | POSIX_SPAWN_SETSIGDEF);
-    posix_spawn_file_actions_addopen(&how.actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    if (input.descriptor < 0)
+        posix_spawn_file_actions_addopen(&how.actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    else
+        posix_spawn_file_actions_adddup2(&how.actions, input.descriptor, STDIN_FILENO);
     posix_spawn_file_actions_adddup2(&how.actions, output, STDOUT_FILENO);
     posix_spawn_file_actions_adddup2(&how.actions, output, STDERR_FILENO);
     posix_spawn_file_actions_addchdir_np(&how.actions, "/");
-    return posix_spawn(&process, program.c_str(), &how.actions, &how.attributes, argv.data(), environment);
+    return posix_spawn(&process, program.c_str(), &how.actions, &how.attributes, argv.data(),
+                       environment.data());
 }
 
 /// Reads until the end. Empty on success.
@@ -90,6 +98,13 @@ std::string readAll(int pipe, std::string &output, const OutputLimits &limits) {
 
 std::string outputOf(const std::string &program, const std::vector<std::string> &arguments,
                      std::string &output, const OutputLimits &limits) {
+    int status = 0;
+    return runProgram(program, arguments, {}, output, status, limits);
+}
+
+std::string runProgram(const std::string &program, const std::vector<std::string> &arguments,
+                       const ProgramInput &input, std::string &output, int &status,
+                       const OutputLimits &limits) {
     output.clear();
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0)
@@ -97,15 +112,16 @@ std::string outputOf(const std::string &program, const std::vector<std::string> 
     const posix::Descriptor reading(ends[0]);
     posix::Descriptor writing(ends[1]);
     pid_t process = 0;
-    if (const int number = start(program, arguments, writing.get(), process))
+    if (const int number = start(program, arguments, input, writing.get(), process))
         return program + " cannot be run: " + std::strerror(number);
     writing.reset();
     const std::string why = readAll(reading.get(), output, limits);
     // A program that closes its output and continues has printed everything.
     kill(-process, SIGKILL);
-    int status = 0;
-    while (waitpid(process, &status, 0) < 0 && errno == EINTR) {
+    int ended = 0;
+    while (waitpid(process, &ended, 0) < 0 && errno == EINTR) {
     }
+    status = WIFEXITED(ended) ? WEXITSTATUS(ended) : 128 + WTERMSIG(ended);
     return why.empty() ? std::string() : program + ' ' + why;
 }
 

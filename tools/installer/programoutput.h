@@ -19,4 +19,15 @@ struct OutputLimits {
 [[nodiscard]] std::string outputOf(const std::string &program, const std::vector<std::string> &arguments,
                                    std::string &output, const OutputLimits &limits = {});
 
+/// What a program gets beside its arguments.
+struct ProgramInput {
+    int descriptor = -1;                ///< its standard input; by default nothing comes from there
+    std::vector<std::string> variables; ///< "NAME=value", beside PATH and LC_ALL
+};
+
+/// The same with an input. `status`: its exit status, or 128 plus the signal that ended it.
+[[nodiscard]] std::string runProgram(const std::string &program, const std::vector<std::string> &arguments,
+                                     const ProgramInput &input, std::string &output, int &status,
+                                     const OutputLimits &limits = {});
+
 } // namespace tx::installer

@@ -54,8 +54,8 @@ QString trustedHelper() {
 }
 
 /// polkit asks for the password only when pkexec starts a program. To keep asking and executing separate,
-/// pkexec starts a small helper, which reports "authorized" once it runs and reads its one job from standard
-/// input.
+/// pkexec starts a small helper, which reports "authorized" once it runs and receives its one job over a
+/// socket: pkexec leaves the standard streams open, and no other descriptor.
 class PolkitAuthorization final : public Authorization {
 public:
     int create(const QList<AuthorizationItem> &, unsigned,
@@ -65,16 +65,22 @@ public:
     }
 
     int copyRights(AuthorizationReference &reference, const QList<AuthorizationItem> &rights,
-                   const QList<AuthorizationItem> &, unsigned flags,
+                   const QList<AuthorizationItem> &environment, unsigned flags,
                    QList<AuthorizationItem> *authorized) override {
         if ((flags & AuthorizationFlagInteractionAllowed) == 0)
             return AuthorizationDenied;
         const QString helper = trustedHelper();
         if (helper.isNull())
             return AuthorizationDenied;
+        // The dialog shows the whole command line among its details.
+        QStringList command{helper};
+        for (const AuthorizationItem &item : environment) {
+            if (item.name == authorizationDetail && item.value)
+                command << QString::fromUtf8(*item.value);
+        }
         Result<std::unique_ptr<Task>> task = services().tasks->start({.program = u"pkexec"_s,
-                                                                      .arguments = {helper},
-                                                                      .writesInput = true,
+                                                                      .arguments = command,
+                                                                      .receivesPackets = true,
                                                                       .readsOutput = true,
                                                                       .ownSession = true});
         if (!task)
@@ -94,16 +100,15 @@ public:
         return AuthorizationSuccess;
     }
 
-    int executeWithPrivileges(AuthorizationReference &reference, const QStringList &job, unsigned,
+    int executeWithPrivileges(AuthorizationReference &reference, const AuthorizedJob &job, unsigned,
                               std::unique_ptr<Task> &task) override {
         std::unique_ptr<Task> helper = std::move(static_cast<PolkitReference &>(reference).helper);
         if (!helper)
             return AuthorizationDenied;
         QByteArray words;
-        for (const QString &word : job)
+        for (const QString &word : job.words)
             words += QFile::encodeName(word) + '\0';
-        int ignored = 0;
-        if (helper->write(words.constData(), words.size(), &ignored) != words.size())
+        if (helper->send(words, job.archive) != 0)
             return AuthorizationToolExecuteFailure;
         helper->closeInput();
         task = std::move(helper);

@@ -9,14 +9,17 @@
 #include <QFile>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <csignal>
+#include <cstring>
 #include <fcntl.h>
 #include <mutex>
 #include <poll.h>
 #include <pthread.h>
 #include <spawn.h>
 #include <sys/mman.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -95,6 +98,27 @@ public:
         if (written < size && errorNumber)
             *errorNumber = errno;
         return written;
+    }
+
+    int send(const QByteArray &packet, int descriptor) override {
+        iovec content{const_cast<char *>(packet.constData()), static_cast<size_t>(packet.size())};
+        alignas(cmsghdr) std::array<char, CMSG_SPACE(sizeof descriptor)> control{};
+        msghdr message{};
+        message.msg_iov = &content;
+        message.msg_iovlen = 1;
+        if (descriptor >= 0) {
+            message.msg_control = control.data();
+            message.msg_controllen = control.size();
+            cmsghdr *part = CMSG_FIRSTHDR(&message);
+            part->cmsg_level = SOL_SOCKET;
+            part->cmsg_type = SCM_RIGHTS;
+            part->cmsg_len = CMSG_LEN(sizeof descriptor);
+            std::memcpy(CMSG_DATA(part), &descriptor, sizeof descriptor);
+        }
+        ssize_t sent = 0;
+        while ((sent = sendmsg(m_input.get(), &message, MSG_NOSIGNAL)) < 0 && errno == EINTR) {
+        }
+        return sent < 0 ? errno : 0;
     }
 
     void closeInput() override { m_input.reset(); }
@@ -241,7 +265,9 @@ public:
     Result<std::unique_ptr<Task>> start(const TaskRequest &request) override {
         int inputEnds[2] = {-1, -1};
         int outputEnds[2] = {-1, -1};
-        if ((request.writesInput && pipe2(inputEnds, O_CLOEXEC) != 0) ||
+        if ((request.receivesPackets &&
+             socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, inputEnds) != 0) ||
+            (request.writesInput && !request.receivesPackets && pipe2(inputEnds, O_CLOEXEC) != 0) ||
             (request.readsOutput && pipe2(outputEnds, O_CLOEXEC) != 0))
             return posixError(errno, u"Cannot make a pipe for"_s, request.program);
         const posix::Descriptor childInput(inputEnds[0]);
@@ -276,6 +302,8 @@ public:
 };
 
 } // namespace
+
+int Task::send(const QByteArray &, int) { return ENOTSUP; }
 
 Tasks &nativeTasks() {
     static auto &instance = *new NativeTasks; // a thread may outlast static objects

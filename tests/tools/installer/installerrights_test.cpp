@@ -347,6 +347,58 @@ TEST_F(InstallerSteps, RootRenamesOnlyWhatNobodyElseCanReach) {
     }
 }
 
+TEST_F(InstallerSteps, VerifiedApplicationIsRootsAndTheUsersGoesWithIt) {
+    const std::string place = tx::verifiedPathFor(app.toStdString());
+    verified = QString::fromStdString(place) + u"/New.app"_s;
+    const auto prepareVerified = [&] {
+        prepare();
+        tx::test::makeBundle(verified, {.build = u"2"_s, .program = program("verified")});
+        newTree = tx::test::treeOf(verified);
+        tx::test::writeFile(QString::fromStdString(place) + u"/README"_s, "x");
+        if (geteuid() == 0) { // for whom root takes nothing that is not that user's
+            session.user = 65534;
+            ASSERT_FALSE(tx::posix::changeOwner(path(u"cache"_s).toStdString(), 65534, 65534));
+        }
+    };
+    std::string staging;
+    std::string failing;
+    int number = 0;
+    files.decide = [&](const std::string &name, const std::string &changed) {
+        if (changed == tx::stagedPathFor(app.toStdString()) && (name == "rename" || name == "copy"))
+            staging += name + ' ';
+        return name == failing ? number : 0;
+    };
+    for (const char *each : {"", "rename"}) {
+        prepareVerified();
+        failing = each;
+        number = EXDEV;
+        staging.clear();
+        EXPECT_EQ(install(), 0) << log;
+        EXPECT_EQ(staging, failing.empty() ? "rename " : "rename copy ");
+        EXPECT_TRUE(isNew());
+        EXPECT_TRUE(strays().isEmpty()) << strays().join(u' ').toStdString();
+        EXPECT_FALSE(QFileInfo::exists(fresh));
+        EXPECT_FALSE(QFileInfo::exists(archive));
+    }
+    // What is not installed goes, too. The user's own is still there for another try.
+    for (const char *each : {"make", "bits", "sync", "exchange"}) {
+        prepareVerified();
+        failing = each;
+        number = EIO;
+        EXPECT_NE(install(), 0) << each;
+        EXPECT_TRUE(isOld());
+        EXPECT_TRUE(strays().isEmpty()) << each << ": " << strays().join(u' ').toStdString();
+        EXPECT_TRUE(QFileInfo::exists(fresh));
+        EXPECT_TRUE(QFileInfo::exists(archive));
+    }
+    // Under somebody else's lock it is somebody else's.
+    prepareVerified();
+    failing = "lock";
+    number = EWOULDBLOCK;
+    EXPECT_EQ(install(), tx::installer::StatusTryLater);
+    EXPECT_EQ(tx::test::treeOf(verified), newTree);
+}
+
 TEST_F(InstallerTool, RecordedSessionIsTheUsersOwn) {
     const QString record = path(u"record"_s);
     const auto sessionFrom = [&](int mode) {

@@ -126,6 +126,7 @@ protected:
     int opened = 0;
     HookedFiles files;
     tx::installer::Session session;
+    QString verified; ///< what root has verified and unpacked, to be installed instead of the user's
 
     InstallerSteps() {
         session.user = getuid();
@@ -139,9 +140,12 @@ protected:
             ++opened;
             return std::string();
         };
+        if (!verified.isNull())
+            context.unpackedByUser = fresh.toStdString();
         log.clear();
         opened = 0;
-        return tx::installer::install({static_cast<pid_t>(endedProcess().toInt()), fresh.toStdString(),
+        const QString &installed = verified.isNull() ? fresh : verified;
+        return tx::installer::install({static_cast<pid_t>(endedProcess().toInt()), installed.toStdString(),
                                        app.toStdString(), (from.isNull() ? archive : from).toStdString()},
                                       context);
     }

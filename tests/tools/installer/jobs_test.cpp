@@ -187,6 +187,7 @@ protected:
     const QString resources = bundle + u"/Contents/Frameworks/TarvixUpdate/Resources"_s;
     const QString installer = resources + u"/TXUpdateInstaller.app/Contents/MacOS/TXUpdateInstaller"_s;
     tx::installer::Files files;
+    tx::PrivateFiles privateFiles;
     tx::installer::JobContext context;
     std::vector<std::string> became;
     std::vector<std::string> asked; ///< the last program that was run, and its arguments
@@ -201,6 +202,9 @@ protected:
         context.executable = (resources + u"/TXUpdateAuthorize"_s).toStdString();
         context.askingUser = geteuid();
         context.files = &files;
+        context.privateFiles = &privateFiles;
+        context.saidUnverified = true;
+        context.remark = [](const std::string &) {};
         context.applicationsFolders = {path(u"opt"_s).toStdString()};
         context.packages = {path(u"dpkg"_s).toStdString(), {path(u"rpm"_s).toStdString()}};
         context.rpm = path(u"bin/rpm"_s).toStdString();
@@ -211,7 +215,8 @@ protected:
             return tx::installer::outputOf(program, arguments, output);
         };
         QDir().mkpath(path(u"opt"_s));
-        context.become = [this](int, const std::vector<std::string> &words) {
+        context.become = [this](int, const std::vector<std::string> &words,
+                                const std::vector<std::string> &) {
             became = words;
             return ENOEXEC;
         };
@@ -223,7 +228,7 @@ protected:
         for (const QString &word : words)
             texts.push_back(word.toStdString());
         log.clear();
-        return tx::installer::runJob(texts, context);
+        return tx::installer::runJob(texts, tx::posix::Descriptor(), context);
     }
     /// A package manager with a database that owns something in a bundle, by these lines of dpkg's list.
     void dpkgOwns(const QString &line) { writeFile(path(u"dpkg/info/mine.list"_s), line.toUtf8() + "\n"); }

@@ -16,7 +16,7 @@ public:
     /// A change that is about to be made.
     struct Step {
         std::string name;  ///< "rename", "exchange", "copy", "make", "remove", "removeFile", "owner", "bits",
-                           ///< "lock", "sync" or "syncDirectory"
+                           ///< "open", "lock", "sync" or "syncDirectory"
         std::string place; ///< what is changed or made; of a rename or a copy, where it leads
         std::string from = {}; ///< of a rename or a copy
     };
@@ -45,6 +45,9 @@ public:
     }
     FileError limitSpecialBits(const std::string &tree, const std::string &installed) override {
         return step({"bits", tree}, [&] { return Files::limitSpecialBits(tree, installed); });
+    }
+    FileError openToReaders(const std::string &folder) override {
+        return step({"open", folder}, [&] { return Files::openToReaders(folder); });
     }
     FileError lock(const std::string &path, posix::Descriptor &lock) override {
         return step({"lock", path}, [&] { return Files::lock(path, lock); });
