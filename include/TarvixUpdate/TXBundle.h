@@ -8,7 +8,7 @@
 #include <QVariantMap>
 
 /// An application or framework in a directory: `Name.app/Contents/Info.plist` with the executable under
-/// `Contents/MacOS` or `Contents/Linux`, or a flat directory with `Info.plist` at its top.
+/// `Contents/MacOS`, `Contents/Linux` or `Contents/bin`, or a flat directory with `Info.plist` at its top.
 ///
 /// Thread: a value that reads its Info.plist (XML or binary) once, when it is made. Copies are cheap and may
 /// be used on any thread. Errors: a directory without a readable Info.plist is a bundle without info.
@@ -29,7 +29,8 @@ public:
     [[nodiscard]] QString bundlePath() const;
     /// The folder that holds Info.plist: `Contents`, or the bundle itself when it is flat.
     [[nodiscard]] QString contentsPath() const;
-    /// The folder `Resources` in `contentsPath()`. It need not exist.
+    /// The folder `Resources` in `contentsPath()`, or `share/NAME` there when the executable NAME is in
+    /// `bin`. It need not exist.
     [[nodiscard]] QString resourcesPath() const;
     /// Null if CFBundleExecutable does not name a file in the bundle.
     [[nodiscard]] QString executablePath() const;

@@ -34,14 +34,20 @@ TXBundle::TXBundle(const QString &path) {
 
 QString TXBundle::bundlePath() const { return d ? d->path : QString(); }
 QString TXBundle::contentsPath() const { return d ? d->contents : QString(); }
-QString TXBundle::resourcesPath() const { return d ? d->contents + u"/Resources"_s : QString(); }
+QString TXBundle::resourcesPath() const {
+    const QString name = infoString(u"CFBundleExecutable"_s);
+    // A bundle that is divided as /usr is has its data where programs below /usr have theirs.
+    if (d && d->contents != d->path && !name.isEmpty() && executablePath() == d->contents + u"/bin/"_s + name)
+        return d->contents + u"/share/"_s + name;
+    return d ? d->contents + u"/Resources"_s : QString();
+}
 QVariantMap TXBundle::infoDictionary() const { return d ? d->info : QVariantMap(); }
 
 QString TXBundle::executablePath() const {
     const QString name = infoString(u"CFBundleExecutable"_s);
     if (name.isEmpty() || name.contains(u'/'))
         return {};
-    for (const QString &folder : {u"/Linux/"_s, u"/MacOS/"_s, u"/"_s}) {
+    for (const QString &folder : {u"/Linux/"_s, u"/MacOS/"_s, u"/bin/"_s, u"/"_s}) {
         const QString path = d->contents + folder + name;
         if (QFileInfo(path).isFile())
             return path;
@@ -85,7 +91,7 @@ void setMainBundle(const TXBundle &bundle) {
 QString bundlePathForExecutable(const QString &executable) {
     const QDir folder = QFileInfo(executable).dir();
     const QString name = folder.dirName();
-    if (name == u"MacOS" || name == u"Linux") {
+    if (name == u"MacOS" || name == u"Linux" || name == u"bin") {
         QDir contents = folder;
         if (contents.cdUp() && contents.dirName() == u"Contents" && contents.cdUp())
             return contents.absolutePath();

@@ -48,7 +48,7 @@ bool readBundleInfo(const std::string &bundlePath, BundleInfo &info) {
     const std::string &name = info.executableName;
     info.executable.clear();
     if (!name.empty() && name.find('/') == std::string::npos) {
-        for (const char *folder : {"/Linux/", "/MacOS/", "/"}) {
+        for (const char *folder : {"/Linux/", "/MacOS/", "/bin/", "/"}) {
             if (isFile(contents + folder + name)) {
                 info.executable = contents + folder + name;
                 break;

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "base/propertylist.h"
 #include "os/mainbundle.h"
+#include "posix/startable.h"
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
 #include "tests/support/processes.h"
@@ -45,6 +46,22 @@ TEST_F(Bundle, ExecutableUnderMacOSIsFoundAndOneOutsideIsNot) {
                             tx::writePropertyList(QVariantMap{{u"CFBundleExecutable"_s, name}}));
         EXPECT_TRUE(TXBundle(path(u"B.app"_s)).executablePath().isNull()) << name.toStdString();
     }
+}
+
+TEST_F(Bundle, DividedAsUsrHasItsExecutableInBinAndItsDataInShare) {
+    tx::test::makeBundle(path(u"a"_s), {});
+    EXPECT_EQ(TXBundle(path(u"a"_s)).resourcesPath(), path(u"a/Contents/Resources"_s));
+    ASSERT_TRUE(QDir().rename(path(u"a/Contents/Linux"_s), path(u"a/Contents/bin"_s)));
+    for (const QString &name : {u"bin"_s, u"Info.plist"_s})
+        ASSERT_TRUE(QFile::link(u"Contents/"_s + name, path(u"a/"_s + name)));
+    const TXBundle bundle(path(u"a"_s));
+    EXPECT_EQ(bundle.contentsPath(), path(u"a/Contents"_s));
+    EXPECT_EQ(bundle.executablePath(), path(u"a/Contents/bin/Program"_s));
+    EXPECT_EQ(bundle.resourcesPath(), path(u"a/Contents/share/Program"_s));
+    EXPECT_EQ(tx::bundlePathForExecutable(path(u"a/Contents/bin/Program"_s)), path(u"a"_s));
+    // The program itself is in the folder that an update exchanges; started through the link, it is found
+    // there.
+    EXPECT_TRUE(tx::whyItCannotStart(path(u"a"_s).toStdString(), path(u"a"_s).toStdString()).empty());
 }
 
 TEST_F(Bundle, BrokenOrMissingInfoIsEmpty) {

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "txupdate/bundlewords.h"
 #include "txupdate/commands.h"
 #include "txupdate/publishwords.h"
 #include "txupdate/supervisor.h"
@@ -102,6 +103,7 @@ int main(int argc, char **argv) {
 
     const TrustWords trustWords(application, *feed);
     const PublishWords publishWords(application, *feed);
+    const BundleWords bundleWords(application);
 
     auto *checkCommand = application.add_subcommand("check", "Ask the feed of an application for updates.");
     auto *updateCommand = application.add_subcommand(
@@ -153,6 +155,8 @@ int main(int argc, char **argv) {
     if (const std::optional<int> status = trustWords.run())
         return *status;
     if (const std::optional<int> status = publishWords.run())
+        return *status;
+    if (const std::optional<int> status = bundleWords.run())
         return *status;
     if (profileCommand->parsed())
         return profile(words.json);

@@ -1,0 +1,44 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "tests/support/builders.h"
+#include "tests/support/environment.h"
+#include "tests/support/places.h"
+#include "tests/support/processes.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QTemporaryDir>
+
+namespace tx::test {
+
+/// Makes bundles of the sample, in this process and with the command.
+class BundleTest : public FrameworkTest {
+protected:
+    /// The folder in which the sample was built; its library is found there by an absolute RUNPATH.
+    static QString sampleFolder() { return helpersFolder() + QStringLiteral("/bundle"); }
+    static QString sample() { return sampleFolder() + QStringLiteral("/sample"); }
+    static QString samplePart() { return sampleFolder() + QStringLiteral("/libsamplepart.so"); }
+
+    /// Runs `txupdate bundle` into dist/ of the test's folder.
+    [[nodiscard]] ProcessResult bundle(const QString &program, const QStringList &more = {},
+                                       const QStringList &environment = {}) const {
+        const QStringList words{QStringLiteral("bundle"),       program,
+                                QStringLiteral("--identifier"), QStringLiteral("org.example.Sample"),
+                                QStringLiteral("--name"),       QStringLiteral("My Sample"),
+                                QStringLiteral("--build"),      QStringLiteral("7"),
+                                QStringLiteral("-o"),           path(QStringLiteral("dist"))};
+        return runProcess(programsFolder() + QStringLiteral("/txupdate"), words + more, {}, environment);
+    }
+    [[nodiscard]] QString made(const QString &place) const {
+        return path(QStringLiteral("dist/MySample.app/Contents/")) + place;
+    }
+    [[nodiscard]] static QJsonObject json(const ProcessResult &result) {
+        return QJsonDocument::fromJson(result.output).object();
+    }
+};
+
+} // namespace tx::test

@@ -1,0 +1,112 @@
+// SPDX-License-Identifier: MIT
+// A host that was bundled with the framework updates itself.
+#include "tests/support/feedserver.h"
+#include "tests/tools/bundle/bundletest.h"
+
+#include <TarvixUpdate/TXBundle.h>
+
+#include <QProcess>
+
+using namespace Qt::StringLiterals;
+using tx::test::ArchiveKind;
+using tx::test::FeedServer;
+using tx::test::HttpReply;
+using tx::test::ProcessResult;
+
+namespace {
+
+class BundledHost : public tx::test::BundleTest {
+protected:
+    const QString launches = path(u"launches"_s);
+
+    BundledHost() {
+        qputenv("TARVIX_NOTES_LAUNCH_LOG", launches.toUtf8());
+        // On the terminal, whatever desktop runs the test.
+        qunsetenv("DISPLAY");
+        qunsetenv("WAYLAND_DISPLAY");
+    }
+    static ProcessResult bundleNotes(const QString &build, const QString &output,
+                                     const QStringList &more = {}) {
+        return tx::test::runProcess(tx::test::programsFolder() + u"/txupdate"_s,
+                                    QStringList{u"bundle"_s, tx::test::programsFolder() + u"/TarvixNotes"_s,
+                                                u"--identifier"_s, u"org.example.TarvixNotes"_s, u"--name"_s,
+                                                u"Tarvix Notes"_s, u"--build"_s, build, u"--version"_s,
+                                                build + u".0"_s, u"-o"_s, output} +
+                                        more);
+    }
+    void updateFrom(const QString &layout, const QString &bundle, const QString &executable) {
+        const ProcessResult old = bundleNotes(u"1"_s, path(u"apps"_s), {u"--layout"_s, layout});
+        ASSERT_EQ(old.status, 0) << old.errors.constData();
+        const ProcessResult made = bundleNotes(u"2"_s, path(u"staging"_s), {u"--layout"_s, layout});
+        ASSERT_EQ(made.status, 0) << made.errors.constData();
+        tx::test::makeArchive(path(u"new.tar"_s), ArchiveKind::Tar,
+                              tx::test::entriesOf(path(u"staging/"_s + bundle)));
+        const QString program = path(u"apps/"_s + bundle + executable);
+        const tx::test::ProcessReaper reaper{QFileInfo(program).canonicalFilePath()};
+        FeedServer server;
+        server.expect("GET", "/feed.json",
+                      HttpReply::json("{\"release\":[{\"type\":\"build\",\"build\":\"2\",\"version\":\"2.0\","
+                                      "\"downloadURL\":\"" +
+                                      server.url(u"/new.tar"_s).toUtf8() + "\"}]}"));
+        server.expect("GET", "/new.tar", HttpReply::file(tx::test::readFile(path(u"new.tar"_s))));
+        QProcess process;
+        process.start(program, {u"update"_s, server.url(u"/feed.json"_s)});
+        ASSERT_TRUE(process.waitForFinished(60000));
+        EXPECT_EQ(process.exitCode(), 0)
+            << process.readAll().constData() << process.readAllStandardError().constData();
+        ASSERT_TRUE(tx::test::waitUntil([this] {
+            return tx::test::readFile(launches).contains("build=2 version=2.0");
+        })) << tx::test::readFile(launches).constData();
+        EXPECT_TRUE(tx::test::readFile(launches).contains(" path=" + path(u"apps/"_s + bundle).toUtf8()))
+            << tx::test::readFile(launches).constData();
+        EXPECT_EQ(TXBundle(path(u"apps/"_s + bundle)).infoString(u"CFBundleVersion"_s), u"2"_s);
+        EXPECT_EQ(tx::test::treeOf(path(u"apps/"_s + bundle)),
+                  tx::test::treeOf(path(u"staging/"_s + bundle)));
+    }
+    static QStringList placesIn(const QJsonObject &list) {
+        QStringList places;
+        for (const QJsonValue &value : list[u"files"_s].toArray())
+            places << value.toObject()[u"place"_s].toString();
+        return places;
+    }
+};
+
+TEST_F(BundledHost, UpdatesItselfInItsAppFolder) {
+    updateFrom(u"app"_s, u"TarvixNotes.app"_s, u"/Contents/Linux/TarvixNotes"_s);
+}
+
+TEST_F(BundledHost, UpdatesItselfInItsPrefix) {
+    updateFrom(u"prefix"_s, u"TarvixNotes"_s, u"/bin/TarvixNotes"_s);
+    EXPECT_EQ(tx::test::namesIn(path(u"apps/TarvixNotes"_s)),
+              (QStringList{u"Contents"_s, u"Info.plist"_s, u"bin"_s, u"lib"_s, u"share"_s}));
+}
+
+TEST_F(BundledHost, ToolsOfTheFrameworkGoAlongAndItsPageModuleWhenItIsAskedFor) {
+    const ProcessResult without = bundleNotes(u"1"_s, path(u"dist"_s), {u"--dry-run"_s, u"--json"_s});
+    ASSERT_EQ(without.status, 0) << without.errors.constData();
+    const QStringList places = placesIn(json(without));
+    const QString resources = u"Contents/Frameworks/TarvixUpdate/Resources/"_s;
+    for (const QString &tool : {u"TXUpdateInstaller.app/Contents/MacOS/TXUpdateInstaller"_s,
+                                u"TXUpdateInterface.so"_s, u"ditto"_s, u"en.lproj/TarvixUpdate.strings"_s})
+        EXPECT_TRUE(places.contains(resources + tool)) << tool.toStdString();
+    EXPECT_TRUE(places.contains(u"Contents/PlugIns/tls/libqopensslbackend.so"_s));
+    EXPECT_TRUE(places.contains(u"Contents/PlugIns/imageformats/libqsvg.so"_s));
+    EXPECT_THAT(places, testing::Contains(testing::Truly([](const QString &place) {
+                    return place.startsWith(u"Contents/Frameworks/libssl.so.");
+                })));
+    EXPECT_TRUE(places.contains(u"Contents/Frameworks/libQt6UiTools.so.6"_s));
+    EXPECT_FALSE(places.contains(resources + u"TXUpdateWebView.so"_s));
+    EXPECT_FALSE(places.contains(u"Contents/Frameworks/libQt6WebEngineCore.so.6"_s));
+
+    const ProcessResult with =
+        bundleNotes(u"1"_s, path(u"dist"_s), {u"--dry-run"_s, u"--json"_s, u"--with-web-engine"_s});
+    ASSERT_EQ(with.status, 0) << with.errors.constData();
+    const QStringList all = placesIn(json(with));
+    EXPECT_TRUE(all.contains(resources + u"TXUpdateWebView.so"_s));
+    EXPECT_TRUE(all.contains(u"Contents/Frameworks/libQt6WebEngineCore.so.6"_s));
+    EXPECT_TRUE(all.contains(u"Contents/Linux/QtWebEngineProcess"_s));
+    EXPECT_TRUE(all.contains(u"Contents/Resources/qtwebengine/resources/icudtl.dat"_s) ||
+                all.contains(u"Contents/Resources/qtwebengine/resources/qtwebengine_resources.pak"_s));
+}
+
+} // namespace

@@ -1,0 +1,4 @@
+// SPDX-License-Identifier: MIT
+#include "tests/tools/bundle/samplepart.h"
+
+QString samplePart() { return QStringLiteral("part"); }
