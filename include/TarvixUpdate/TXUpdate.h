@@ -61,6 +61,7 @@ class TX_EXPORT TXUpdate final : public QObject, public TXUpdateItem {
     Q_PROPERTY(bool isMajorVersion READ isMajorVersion NOTIFY itemChanged STORED false FINAL)
     Q_PROPERTY(bool isMinorVersion READ isMinorVersion NOTIFY itemChanged STORED false FINAL)
     Q_PROPERTY(bool isBugfixVersion READ isBugfixVersion NOTIFY itemChanged STORED false FINAL)
+    Q_PROPERTY(bool isSigned READ isSigned NOTIFY itemChanged STORED false FINAL)
     Q_PROPERTY(bool canBeDownloaded READ canBeDownloaded NOTIFY itemChanged STORED false FINAL)
 
 public:
@@ -132,10 +133,15 @@ public:
     [[nodiscard]] bool isMinorVersion() const;
     /// `displayVersion` has a patch number other than 0.
     [[nodiscard]] bool isBugfixVersion() const;
+    /// One of the application's keys (TXUpdatePublicKeys in its Info.plist) has signed what the archive must
+    /// be. The archive itself is verified while it is downloaded and before it is unpacked. False for an
+    /// application without keys.
+    [[nodiscard]] bool isSigned() const;
     /// There is an archive, and no downloadRefusal().
     [[nodiscard]] bool canBeDownloaded() const;
     /// Why the archive must not be downloaded, for the user: a feed with an https URL may name only https
-    /// archives. Null if the download is allowed or there is no archive.
+    /// archives, and an application with keys takes only archives that one of them has signed
+    /// (TXUpdateErrorDomain). Null if the download is allowed or there is no archive.
     [[nodiscard]] TXError downloadRefusal() const;
 
     /// Equal in all that the feed says: title, version, date, strings, URLs and conditions.
@@ -161,8 +167,9 @@ public:
 
     /// Downloads the archive into the update cache directory. Does nothing, and never calls the handlers,
     /// while downloading and once downloaded. `progress` may be null. Ends a download that the framework
-    /// began by itself. Errors: TXURLErrorDomain, or "TXUpdater" for a file that went missing, a folder that
-    /// is in use, `downloadRefusal`, and a host whose Info.plist does not say which application it is.
+    /// began by itself. Errors: TXURLErrorDomain; TXUpdateErrorDomain for an archive that is not what the
+    /// application's keys have signed; or "TXUpdater" for a file that went missing, a folder that is in use,
+    /// `downloadRefusal`, and a host whose Info.plist does not say which application it is.
     void downloadWithProgress(const ProgressHandler &progress, const CompletionHandler &completion);
     /// Ends a running download; its completion handler gets a null error. The partial file is deleted.
     void cancelDownload();
@@ -177,11 +184,12 @@ public:
     /// For a host that installs by itself.
     void setInstalled(bool installed);
 
-    /// Unpacks the archive, asks the application to quit (TXUpdaterDelegate::updaterShouldQuitToInstall) and
-    /// hands the new application to the installer tool, which ends this process. The handler is called with
-    /// an error when that fails, with TXErrorCancelled when the application refuses to quit, and with a null
-    /// error when the new application was put into the Downloads folder instead. While installing and before
-    /// the download this does nothing, and the handler is never called.
+    /// Verifies the archive if the application has keys, unpacks what was verified, asks the application to
+    /// quit (TXUpdaterDelegate::updaterShouldQuitToInstall) and hands the new application to the installer
+    /// tool, which ends this process. The handler is called with an error when that fails, with
+    /// TXErrorCancelled when the application refuses to quit, and with a null error when the new application
+    /// was put into the Downloads folder instead. While installing and before the download this does nothing,
+    /// and the handler is never called.
     void installWithErrorHandler(const CompletionHandler &handler);
     /// Does nothing: an installation that has begun cannot be stopped.
     void cancelInstalling();

@@ -12,7 +12,10 @@
 namespace tx {
 template <typename T>
 class Result;
+namespace trust {
+enum class FeedFormat;
 }
+} // namespace tx
 class TXUpdateFeed;
 /// Handlers and hosts share a feed.
 using TXUpdateFeedPtr = std::shared_ptr<TXUpdateFeed>;
@@ -23,7 +26,8 @@ using TXUpdateFeedPtr = std::shared_ptr<TXUpdateFeed>;
 
 /// One fetch of the update feed and its result.
 /// Thread: create it on any thread; it is parsed on the network thread and used on the main thread after
-/// that. Ownership: shared. Errors: passed to the handler, with messages for users.
+/// that. Ownership: shared. Errors: passed to the handler, with messages for users: domain "TXUpdater" for a
+/// feed that cannot be fetched or read, TXUpdateErrorDomain for one that cannot be verified.
 class TX_EXPORT TXUpdateFeed final : public std::enable_shared_from_this<TXUpdateFeed> {
 public:
     /// The feed, and an error that is null on success. Called exactly once after fetch(), on the network
@@ -65,7 +69,8 @@ public:
     /// See TXUpdater::anonymousUUID().
     [[nodiscard]] static QString anonymousUUID();
 
-    /// Reads the body of a JSON feed and calls the handler. A body moved here has been freed by then.
+    /// Reads the body of a JSON feed and calls the handler. A body moved here has been freed by then. Where
+    /// the application has keys that sign feeds, the body is verified before it is read.
     void parseJSONData(QByteArray data);
     /// The same for an appcast.
     void parseXMLData(QByteArray data);
@@ -84,6 +89,8 @@ private:
     explicit TXUpdateFeed(std::shared_ptr<Private> content);
     /// This object, or another one with its content when no shared pointer owns it.
     [[nodiscard]] TXUpdateFeedPtr owned();
+    template <typename Reader>
+    void parse(QByteArray data, tx::trust::FeedFormat format, Reader read);
     void completedWithTracks(const tx::Result<TrackMap> &tracks);
     const std::shared_ptr<Private> d;
 };

@@ -72,8 +72,14 @@ public:
     void setDelegate(TXUpdaterDelegate *delegate);
     /// The URL of the feed; empty if none is set.
     [[nodiscard]] QUrl feedURL() const;
-    /// An empty URL removes the setting.
+    /// An empty URL removes the setting. The feed's name is the one in the Info.plist from then on.
     void setFeedURL(const QUrl &url);
+    /// For a URL at which another feed is, such as one with preliminary versions: `feedName` is the name that
+    /// its signature must carry. An empty name is the one in the Info.plist.
+    void setFeedURL(const QUrl &url, const QString &feedName);
+    /// The name that the feed's signature must carry if the application has keys: the one that was set with
+    /// the URL, else TXUpdateFeedName in the Info.plist, else "release". Empty when the keys are malformed.
+    [[nodiscard]] QString feedName() const;
     /// Decides which version is newer; the two or-equal tests keep to the built-in comparison.
     [[nodiscard]] VersionComparator versionComparator() const;
     /// Null restores the built-in comparison.

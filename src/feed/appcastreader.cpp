@@ -30,6 +30,16 @@ void setFrom(FeedEntry &entry, Member member, const NamedTexts &texts, std::stri
         entry.set(member, *text);
 }
 
+void setSignaturesFrom(FeedEntry &entry, const AppcastItem &item) {
+    constexpr std::string_view name = "txupdate:signature";
+    setFrom(entry, Member::EscapedSignature, item.elements, name);
+    if (!item.hasEnclosure)
+        return;
+    setFrom(entry, Member::EscapedSignature, item.enclosure, name);
+    setFrom(entry, Member::PlainSignature, item.enclosure, "sparkle:edSignature");
+    setFrom(entry, Member::Length, item.enclosure, "length");
+}
+
 /// The item's strings under the member names of JSON feeds. Refers to the item.
 FeedEntry entryFrom(const AppcastItem &item) {
     FeedEntry entry;
@@ -67,17 +77,22 @@ Result<TXUpdateFeed::TrackMap> readAppcast(QByteArray data, const ReaderContext 
     FeedBudget budget(document.size());
     const TXError error =
         forEachAppcastItem(document, [&](const AppcastItem &item, qsizetype index) -> TXError {
-            const FeedEntry entry = entryFrom(item);
+            FeedEntry entry = entryFrom(item);
+            if (context.trust || context.keepsSignatures)
+                setSignaturesFrom(entry, item);
             QString reason;
             if (describesUpdate(entry, context.skipped ? &reason : nullptr)) {
                 const QString version = entry.text(Member::Build);
-                if (context.keepsIrrelevant || isVersionNewer(version, context.appBuild)) {
+                const bool isWanted = context.keepsIrrelevant || isVersionNewer(version, context.appBuild);
+                if (isWanted || context.skipped)
+                    reason = reasonAgainstSignatures(entry, context);
+                if (isWanted && reason.isNull()) {
                     if (!context.keepsIrrelevant && !budget.takeUpdate(entry))
                         return unreadableFeed(u"its items take too much memory"_s);
                     updates.append(entry);
                     return {};
                 }
-                if (context.skipped)
+                if (context.skipped && reason.isNull())
                     reason =
                         describe(Objection::NotNewer, {}, version, context.appBuild, context.systemVersion);
             }

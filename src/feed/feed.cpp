@@ -3,13 +3,16 @@
 
 #include "base/format.h"
 #include "base/loopbackname.h"
+#include "feed/admission.h"
 #include "feed/appcastreader.h"
 #include "feed/feedlimits.h"
 #include "feed/jsonreader.h"
 #include "feed/requestbody.h"
 #include "feed/servedtype.h"
+#include "model/hosttrust.h"
 #include "model/names.h"
 #include "model/settings.h"
+#include "net/networkthread.h"
 #include "net/urlloading.h"
 #include "os/localization.h"
 #include "os/memory.h"
@@ -205,6 +208,13 @@ TXUpdateFeedPtr TXUpdateFeed::owned() {
 void TXUpdateFeed::fetch() {
     if (d->isFetched.exchange(true))
         return;
+    if (const auto trust = tx::hostTrust(); !trust) {
+        TXLog(TXLogLevelFailure, u"TXUpdate: No feed is asked for: %@"_s, {trust.error().toString()});
+        tx::NetworkThread::instance().post([feed = owned(), error = trust.error()](QNetworkAccessManager &) {
+            feed->completedWithError(error);
+        });
+        return;
+    }
     warnAboutInsecureFeed(d->url);
     // A check must not fail because of a profile. It must because of parameters: without them the response
     // would be another one.
@@ -215,15 +225,28 @@ void TXUpdateFeed::fetch() {
 // The document is freed before its content is requested: both at once would take too much memory.
 
 void TXUpdateFeed::parseJSONData(QByteArray data) {
-    const MemoryOfLongFeed memory(data);
-    const auto tracks = tx::readJsonFeed(std::exchange(data, {}), tx::ReaderContext::forHost(d->url));
-    memory.giveBack();
-    completedWithTracks(tracks);
+    parse(std::move(data), tx::trust::FeedFormat::Json, tx::readJsonFeed);
 }
 
 void TXUpdateFeed::parseXMLData(QByteArray data) {
+    parse(std::move(data), tx::trust::FeedFormat::Xml, tx::readAppcast);
+}
+
+template <typename Reader>
+void TXUpdateFeed::parse(QByteArray data, tx::trust::FeedFormat format, Reader read) {
+    const auto host = tx::hostTrust();
+    const tx::Result<std::optional<tx::trust::FeedClaim>> claim =
+        host ? tx::admitFeed(data, format, *host, tx::FeedMemory::Kept) : host.error();
+    if (!claim) {
+        TXLog(TXLogLevelFailure, u"TXUpdate: The feed is refused: %@"_s, {claim.error().toString()});
+        completedWithError(claim.error());
+        return;
+    }
+    tx::ReaderContext context = tx::ReaderContext::forHost(d->url);
+    context.trust = host->keys ? &*host : nullptr;
+    context.isSigned = claim->has_value();
     const MemoryOfLongFeed memory(data);
-    const auto tracks = tx::readAppcast(std::exchange(data, {}), tx::ReaderContext::forHost(d->url));
+    const auto tracks = read(std::exchange(data, {}), context);
     memory.giveBack();
     completedWithTracks(tracks);
 }

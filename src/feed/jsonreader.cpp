@@ -10,6 +10,7 @@
 #include "model/relevance.h"
 #include "model/updateentry.h"
 #include "model/versioncomparison.h"
+#include "trust/signaturetext.h"
 
 #include <TarvixUpdate/TXLog.h>
 
@@ -58,7 +59,40 @@ error_code store(FeedEntry &entry, Member member, ondemand::value value) {
     }
 }
 
-error_code readMembers(ondemand::object object, FeedEntry &entry) {
+/// Signature texts: one, or a list of them. Anything else stays as it is written, which is no signature.
+error_code storeSignature(FeedEntry &entry, ondemand::value value) {
+    ondemand::json_type type{};
+    if (const error_code error = value.type().get(type))
+        return error;
+    if (type != ondemand::json_type::array)
+        return store(entry, Member::Signature, value);
+    ondemand::array list;
+    if (const error_code error = value.get_array().get(list))
+        return error;
+    std::string texts;
+    bool isFirst = true;
+    for (auto element : list) {
+        ondemand::value child;
+        if (const error_code error = element.get(child))
+            return error;
+        if (const error_code error = child.type().get(type))
+            return error;
+        std::string_view text = "not a text";
+        if (const error_code error = type == ondemand::json_type::string
+                                         ? readText(child, text)
+                                         : walk(child, depthOfMember + 1, nullptr))
+            return error;
+        // What is beyond the limit is not kept, but one byte more than may be tells that there was.
+        if (texts.size() <= trust::mostTextBytes)
+            (texts += std::string_view("\0", isFirst ? 0 : 1)) += text.substr(0, trust::mostTextBytes + 1);
+        isFirst = false;
+    }
+    entry.setOwned(Member::Signature, std::move(texts));
+    return simdjson::SUCCESS;
+}
+
+/// `wantsSignature`: otherwise it is a member like any other that is not known.
+error_code readMembers(ondemand::object object, FeedEntry &entry, bool wantsSignature) {
     for (auto field : object) {
         std::string_view key;
         ondemand::value value;
@@ -67,8 +101,14 @@ error_code readMembers(ondemand::object object, FeedEntry &entry) {
         if (const error_code error = field.value().get(value))
             return error;
         const std::optional<Member> member = FeedEntry::memberNamed(key);
-        if (const error_code error =
-                member ? store(entry, *member, value) : walk(value, depthOfMember, nullptr))
+        const bool isSignature = member == Member::Signature;
+        error_code error = simdjson::SUCCESS;
+        if (isSignature && wantsSignature)
+            error = storeSignature(entry, value);
+        else
+            error =
+                member && !isSignature ? store(entry, *member, value) : walk(value, depthOfMember, nullptr);
+        if (error)
             return error;
     }
     return simdjson::SUCCESS;
@@ -143,7 +183,7 @@ public:
             ondemand::object object;
             error_code error = value.get_object().get(object);
             if (!error)
-                error = readMembers(object, entry);
+                error = readMembers(object, entry, m_context.trust || m_context.keepsSignatures);
             if (error)
                 return {brokenDocument(error), {}};
             readEntry(entry, index++);
@@ -204,6 +244,11 @@ private:
         QString reason;
         if (!describesUpdate(entry, &reason)) {
             skip(index, reason);
+            return;
+        }
+        if (const QString unsignedReason = reasonAgainstSignatures(entry, m_context);
+            !unsignedReason.isNull()) {
+            skip(index, unsignedReason);
             return;
         }
         logMissingDate(entry);

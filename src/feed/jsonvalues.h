@@ -78,7 +78,8 @@ public:
         else if (encoding)
             m_bytes = asUtf8(m_bytes);
         const qsizetype needed = m_bytes.size() + static_cast<qsizetype>(simdjson::SIMDJSON_PADDING);
-        if (m_bytes.capacity() >= needed)
+        // What was dropped from the front of a document still counts in its capacity.
+        if (m_bytes.data_ptr().freeSpaceAtEnd() >= needed - m_bytes.size())
             return;
         QByteArray copy;
         copy.reserve(needed);

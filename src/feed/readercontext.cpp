@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "feed/readercontext.h"
 
+#include "model/entrysignatures.h"
+#include "model/feedvalues.h"
 #include "model/names.h"
 #include "os/services.h"
 
+#include <TarvixUpdate/TXLog.h>
 #include <TarvixUpdate/TXUpdateHost.h>
 
 using namespace Qt::StringLiterals;
@@ -18,6 +21,26 @@ ReaderContext ReaderContext::forHost(const QUrl &feedURL) {
     context.now = services().now();
     context.isSecure = feedURL.scheme() == u"https";
     return context;
+}
+
+QString reasonAgainstSignatures(const FeedEntry &entry, const ReaderContext &context) {
+    if (!context.trust)
+        return {};
+    if (!isFeedAddress(entry.bytes(FeedEntry::Member::DownloadURL)))
+        return context.isSigned ? QString() : u"it names only a web page, and the feed is not signed"_s;
+    const trust::Outcome<trust::ArchiveSignatures> signatures = EntrySignatures::of(entry).parse();
+    const trust::Verdict refused =
+        signatures ? trust::ArchiveProof::examine(*context.trust->keys, *signatures,
+                                                  {context.trust->bundle,
+                                                   std::string(entry.bytes(FeedEntry::Member::Build)),
+                                                   context.trust->feedName})
+                   : trust::Verdict(signatures.fault());
+    if (!refused)
+        return {};
+    const QString reason = u"no usable signature: "_s + QString::fromStdString(refused->what);
+    TXLog(TXLogLevelDetail, u"TXUpdate: Build %@ is left out: %@"_s,
+          {entry.text(FeedEntry::Member::Build), reason});
+    return reason;
 }
 
 TXError unreadableFeed(const QString &what) {

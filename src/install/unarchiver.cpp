@@ -24,7 +24,9 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <fcntl.h>
 #include <optional>
+#include <unistd.h>
 #include <utility>
 
 using namespace Qt::StringLiterals;
@@ -62,11 +64,13 @@ QString openFailure(const QString &archivePath) {
 } // namespace
 
 TXUpdateUnarchiver::TXUpdateUnarchiver(const QString &archivePath, const ProgressHandler &progress,
-                                       const CompletionHandler &completion, tx::WantedApplication wanted)
+                                       const CompletionHandler &completion, tx::WantedApplication wanted,
+                                       tx::VerifiedArchivePtr verified)
     : m_archivePath(archivePath)
     , m_progress(progress)
     , m_completion(completion)
-    , m_wanted(std::move(wanted)) {}
+    , m_wanted(std::move(wanted))
+    , m_verified(std::move(verified)) {}
 
 tx::WantedApplication TXUpdateUnarchiver::forHost(const QString &build) {
     return {TXUpdateHost::host()->bundle().bundleIdentifier(), build};
@@ -92,17 +96,48 @@ QString TXUpdateUnarchiver::commandForFileName(const QString &fileName) {
 
 void TXUpdateUnarchiver::unarchive(const QString &archivePath, const ProgressHandler &progress,
                                    const CompletionHandler &completion, const tx::WantedApplication &wanted) {
-    const QString fileName = QFileInfo(archivePath).fileName();
+    begin(std::make_shared<TXUpdateUnarchiver>(archivePath, progress, completion, wanted));
+}
+
+void TXUpdateUnarchiver::unarchive(const tx::VerifiedArchivePtr &archive, const QString &archivePath,
+                                   const ProgressHandler &progress, const CompletionHandler &completion,
+                                   const tx::WantedApplication &wanted) {
+    begin(std::make_shared<TXUpdateUnarchiver>(archivePath, progress, completion, wanted, archive));
+}
+
+void TXUpdateUnarchiver::begin(const std::shared_ptr<TXUpdateUnarchiver> &unarchiver) {
+    if (!unarchiver->m_verified && tx::unpacksOnlyVerified()) {
+        tx::postToMain([completion = unarchiver->m_completion] {
+            completion({}, tx::archiveTrustError({tx::trust::FaultKind::Unsigned,
+                                                  "only a verified archive may be unpacked here"}));
+        });
+        return;
+    }
+    const QString fileName = QFileInfo(unarchiver->m_archivePath).fileName();
     const QString command = commandForFileName(fileName);
-    const auto unarchiver = std::make_shared<TXUpdateUnarchiver>(archivePath, progress, completion, wanted);
-    TXLog(TXLogLevelStep, u"TXUpdate: Unarchive %@"_s, {archivePath});
+    TXLog(TXLogLevelStep, u"TXUpdate: Unarchive %@"_s, {unarchiver->m_archivePath});
     if (!command.isNull()) {
         unarchiver->unarchiveWithPipingCommand(command);
         return;
     }
     TXLog(TXLogLevelStep, u"TXUpdate: Unarchiving could not happen. Unknown type."_s);
     TXLog(TXLogLevelFailure, u"TXUpdate: %@"_s, {reasonAgainstType(fileName)});
-    completion({}, {});
+    unarchiver->m_completion({}, {});
+}
+
+std::FILE *TXUpdateUnarchiver::openArchive() const {
+    if (!m_verified)
+        return std::fopen(QFile::encodeName(m_archivePath).constData(), "rbe");
+    // The copy has one position for all descriptors.
+    const int fd = fcntl(m_verified->descriptor(), F_DUPFD_CLOEXEC, 0);
+    if (fd < 0)
+        return nullptr;
+    if (lseek(fd, 0, SEEK_SET) == 0) {
+        if (std::FILE *file = fdopen(fd, "rb"))
+            return file;
+    }
+    close(fd);
+    return nullptr;
 }
 
 void TXUpdateUnarchiver::unarchiveWithPipingCommand(const QString &command) {
@@ -112,8 +147,7 @@ void TXUpdateUnarchiver::unarchiveWithPipingCommand(const QString &command) {
 void TXUpdateUnarchiver::stream(const QString &command) {
     releaseFromQuarantine(m_archivePath);
     TXLog(TXLogLevelStep, u"TXUpdate: Unarchiving: opening the file"_s);
-    const std::unique_ptr<std::FILE, int (*)(std::FILE *)> archive(
-        std::fopen(QFile::encodeName(m_archivePath).constData(), "rbe"), &std::fclose);
+    const std::unique_ptr<std::FILE, int (*)(std::FILE *)> archive(openArchive(), &std::fclose);
     QString reason;
     QString application;
     if (archive) {
@@ -130,6 +164,13 @@ void TXUpdateUnarchiver::stream(const QString &command) {
                         tx::localizedString(u"The update could not be unarchived."_s), reason,
                         u"You can always download the latest version from the website, but try quitting and "
                         "relaunching the application first."_s);
+    }
+    if (!application.isNull() && m_verified)
+        error = tx::checkUnpackedTrust(*m_verified, application);
+    if (error && !application.isNull()) {
+        TXLog(TXLogLevelFailure, u"TXUpdate: %@ is not installed. %@"_s, {application, error.toString()});
+        (void)services().fileSystem->remove(application);
+        application = QString();
     }
     tx::postToMain([completion = m_completion, application, error] { completion(application, error); });
 }

@@ -133,10 +133,11 @@ QString downloadFileName(const QString &suggestedName, const QString &version, c
     return shortenedFileName(stem, u" - %1=%2.%3"_s.arg(shownVersion, digest, extension));
 }
 
-UpdateDownload::UpdateDownload(TXUpdate &update, Choice choice, TXUpdate::ProgressHandler progress,
-                               TXUpdate::CompletionHandler completion)
+UpdateDownload::UpdateDownload(TXUpdate &update, Choice choice, std::shared_ptr<const ArchiveTrust> trusted,
+                               TXUpdate::ProgressHandler progress, TXUpdate::CompletionHandler completion)
     : m_update(&update)
     , m_choice(choice)
+    , m_trusted(std::move(trusted))
     , m_progress(std::move(progress))
     , m_completion(std::move(completion)) {
     runningDownloads().append(this);
@@ -174,6 +175,11 @@ TX_SHARED void UpdateDownload::begin(TXUpdate &update, Choice choice,
         endUnbegun(noIdentity);
         return;
     }
+    const Result<std::shared_ptr<const ArchiveTrust>> trusted = archiveTrustOf(update);
+    if (!trusted) { // downloadRefusal() has seen it; kept for an update without an archive
+        endUnbegun(trusted.error());
+        return;
+    }
     const QPointer<TXUpdate> guard(&update);
     const QList<UpdateDownload *> running = runningDownloads();
     for (UpdateDownload *other : running) {
@@ -196,7 +202,7 @@ TX_SHARED void UpdateDownload::begin(TXUpdate &update, Choice choice,
         if (!guard || d.isDownloading || d.isDownloaded)
             return endUnbegun({}); // what the handler of the ended one did
     }
-    d.download = std::make_shared<UpdateDownload>(update, choice, progress, completion);
+    d.download = std::make_shared<UpdateDownload>(update, choice, *trusted, progress, completion);
     d.downloadSize = 0;
     d.downloadProgress = 0;
     d.isDownloading = true;
@@ -215,6 +221,16 @@ void UpdateDownload::start() {
     const ArchiveLimits limits = archiveLimits();
     request.sizeLimit = limits.archive;
     request.minimumRate = limits.rate;
+    if (m_trusted) {
+        // Zero would be no limit.
+        const quint64 signedSize = std::max<quint64>(m_trusted->proof.size(), 1);
+        if (signedSize < quint64(request.sizeLimit))
+            request.sizeLimit = qint64(signedSize);
+        m_digest = std::make_shared<trust::DigestStream>();
+        request.written = [digest = m_digest](QByteArrayView piece) {
+            digest->add(piece.data(), size_t(piece.size()));
+        };
+    }
     m_transfer = services().urlLoader->startDownload(request, *this);
     // An update that could not be installed is not downloaded completely. The transfer does not wait for the
     // answer, which comes before much has been transferred.
@@ -281,7 +297,8 @@ void UpdateDownload::downloadDecideDestinationWithSuggestedFilename(UrlDownload 
         return;
     if (files.exists(path)) {
         const Result<quint64> size = files.fileSize(path);
-        if (size && *size == m_update->d->downloadSize) {
+        const bool isSignedSize = !m_trusted || (size && *size == m_trusted->proof.size());
+        if (size && *size == m_update->d->downloadSize && isSignedSize) {
             TXLog(TXLogLevelStep, u"TXUpdate: %@ is complete already"_s, {path});
             download.cancel();
             downloadEndedSuccessfully(true, {});
@@ -315,10 +332,31 @@ void UpdateDownload::reportProgress() {
         m_progress(progress);
 }
 
-void UpdateDownload::downloadDidFinish(UrlDownload &) { downloadEndedSuccessfully(true, {}); }
+void UpdateDownload::downloadDidFinish(UrlDownload &) {
+    const TXError error = checkSignature();
+    if (error) {
+        TXLog(TXLogLevelFailure, u"TXUpdate: The archive is refused: %@"_s, {error.toString()});
+        (void)services().fileSystem->remove(m_update->d->downloadPath);
+    }
+    downloadEndedSuccessfully(!error, error);
+}
+
+TXError UpdateDownload::checkSignature() const {
+    const trust::Verdict refused = m_trusted ? m_trusted->proof.check(*m_digest) : trust::Verdict();
+    return refused ? archiveTrustError(*refused) : TXError();
+}
 
 void UpdateDownload::downloadDidFailWithError(UrlDownload &, const TXError &error) {
-    downloadEndedSuccessfully(false, error);
+    const bool isLongerThanSigned = m_trusted && error.domain() == TXURLErrorDomain &&
+                                    error.code() == UrlErrorDataLengthExceedsMaximum &&
+                                    m_trusted->proof.size() <= quint64(archiveLimits().archive);
+    if (isLongerThanSigned)
+        downloadEndedSuccessfully(
+            false, archiveTrustError({trust::FaultKind::Mismatch,
+                                      "the archive has more than the " +
+                                          std::to_string(m_trusted->proof.size()) + " signed bytes"}));
+    else
+        downloadEndedSuccessfully(false, error);
 }
 
 void UpdateDownload::downloadEndedSuccessfully(bool successful, const TXError &reported) {

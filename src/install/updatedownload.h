@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "model/hosttrust.h"
 #include "net/urlloading.h"
+#include "trust/digest.h"
 
 #include <TarvixUpdate/TXUpdate.h>
 
@@ -16,8 +18,8 @@ public:
     /// begin only when the user has chosen none. At most one runs in a process.
     enum class Choice { Users, Automatic };
 
-    UpdateDownload(TXUpdate &update, Choice choice, TXUpdate::ProgressHandler progress,
-                   TXUpdate::CompletionHandler completion);
+    UpdateDownload(TXUpdate &update, Choice choice, std::shared_ptr<const ArchiveTrust> trusted,
+                   TXUpdate::ProgressHandler progress, TXUpdate::CompletionHandler completion);
     ~UpdateDownload() override;
     Q_DISABLE_COPY_MOVE(UpdateDownload)
 
@@ -46,12 +48,17 @@ public:
 private:
     void downloadEndedSuccessfully(bool successful, const TXError &error);
     void refuse(const TXError &error);
+    /// Null unless the archive that has come is not the signed one.
+    [[nodiscard]] TXError checkSignature() const;
     void reportProgress();
 
     QPointer<TXUpdate> m_update;
     Choice m_choice;
+    std::shared_ptr<const ArchiveTrust> m_trusted; ///< null for a host without keys
     TXUpdate::ProgressHandler m_progress;
     TXUpdate::CompletionHandler m_completion;
+    /// Of the file. The network thread feeds it until it reports the end.
+    std::shared_ptr<trust::DigestStream> m_digest;
     std::unique_ptr<UrlDownload> m_transfer;
     quint64 m_received = 0;
 };

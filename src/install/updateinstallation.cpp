@@ -3,6 +3,7 @@
 
 #include "base/format.h"
 #include "base/queues.h"
+#include "install/archiveverification.h"
 #include "install/buildcheck.h"
 #include "install/installerclient.h"
 #include "install/packagecheck.h"
@@ -20,6 +21,7 @@
 
 #include <TarvixUpdate/TXLog.h>
 #include <TarvixUpdate/TXUpdateHost.h>
+#include <TarvixUpdate/TXUpdateSettings.h>
 
 #include <QFileInfo>
 #include <QPointer>
@@ -59,21 +61,65 @@ void UpdateInstallation::install_checkOwner(TXUpdate &update) {
 }
 
 void UpdateInstallation::install_doUnarchive(TXUpdate &update) {
-    TXLog(TXLogLevelStep, u"TXUpdate: Beginning unarchive"_s);
-    const QPointer<TXUpdate> guard(&update);
-    TXUpdateUnarchiver::unarchive(
-        update.downloadPath(), [] {},
-        // Unpacking continues if the update is destroyed, and nobody else may write to the folder until it
-        // ends.
-        [guard, lock = update.d->folderLock](const QString &application, const TXError &error) {
+    const Result<std::shared_ptr<const ArchiveTrust>> trusted = archiveTrustOf(update);
+    if (!trusted)
+        install_failed(update, trusted.error());
+    else if (*trusted)
+        verify(update, *trusted);
+    else
+        unarchive(update);
+}
+
+void UpdateInstallation::verify(TXUpdate &update, const std::shared_ptr<const ArchiveTrust> &trusted) {
+    TXLog(TXLogLevelStep, u"TXUpdate: Beginning verification"_s);
+    // It goes on if the update is destroyed, and nobody else may write to the folder until it ends.
+    runInBackground([guard = QPointer<TXUpdate>(&update), lock = update.d->folderLock, trusted,
+                     path = update.downloadPath()] {
+        const Result<VerifiedArchivePtr> archive = verifyArchive(*trusted, path);
+        postToMain([guard, lock, archive] {
             if (!guard)
                 return;
-            if (error)
-                install_failed(*guard, error);
-            else
-                install_doInstall(*guard, application);
-        },
-        TXUpdateUnarchiver::forHost(update.version()));
+            if (archive) {
+                guard->d->verified = *archive;
+                unarchive(*guard);
+            } else {
+                endUnverified(*guard, archive.error());
+            }
+        });
+    });
+}
+
+void UpdateInstallation::unarchive(TXUpdate &update) {
+    TXLog(TXLogLevelStep, u"TXUpdate: Beginning unarchive"_s);
+    const QPointer<TXUpdate> guard(&update);
+    // Unpacking continues if the update is destroyed, and nobody else may write to the folder until it ends.
+    const auto done = [guard, lock = update.d->folderLock](const QString &application, const TXError &error) {
+        if (!guard)
+            return;
+        if (error)
+            endUnverified(*guard, error);
+        else
+            install_doInstall(*guard, application);
+    };
+    const WantedApplication wanted = TXUpdateUnarchiver::forHost(update.version());
+    if (const VerifiedArchivePtr archive = update.d->verified)
+        TXUpdateUnarchiver::unarchive(
+            archive, update.downloadPath(), [] {}, done, wanted);
+    else
+        TXUpdateUnarchiver::unarchive(
+            update.downloadPath(), [] {}, done, wanted);
+}
+
+void UpdateInstallation::endUnverified(TXUpdate &update, const TXError &error) {
+    const bool isRefused =
+        error.domain() == TXUpdateErrorDomain && error.code() != TXUpdateErrorArchiveNotRead;
+    if (!isRefused) {
+        install_failed(update, error);
+        return;
+    }
+    TXLog(TXLogLevelFailure, u"TXUpdate: %@ is not installed. %@"_s,
+          {update.downloadPath(), error.toString()});
+    discardDownload(update, {}, error);
 }
 
 void UpdateInstallation::install_doInstall(TXUpdate &update, const QString &application) {
@@ -140,6 +186,8 @@ void UpdateInstallation::handOver(TXUpdate &update, const QString &application) 
 void UpdateInstallation::discardDownload(TXUpdate &update, const QString &application, const TXError &why) {
     // The next attempt downloads what the feed then names, and does not reuse this archive.
     for (const QString &path : {application, update.downloadPath()}) {
+        if (path.isNull())
+            continue;
         if (const TXError error = services().fileSystem->remove(path))
             TXLog(TXLogLevelFailure, u"TXUpdate: %@ cannot be removed. %@"_s, {path, error.toString()});
     }
@@ -198,6 +246,7 @@ void UpdateInstallation::moveIntoDownloads(TXUpdate &update, const QString &appl
 void UpdateInstallation::install_failed(TXUpdate &update, const TXError &error) {
     TXUpdate::Private &d = *update.d;
     d.folderLock.reset();
+    d.verified.reset();
     const TXUpdate::CompletionHandler handler = std::exchange(d.installErrorHandler, nullptr);
     const bool wasInstalled = std::exchange(d.isInstalled, false);
     const bool wasInstalling = std::exchange(d.isInstalling, false);

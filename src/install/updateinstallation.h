@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "model/hosttrust.h"
+
 #include <TarvixUpdate/TXUpdate.h>
 
 namespace tx {
@@ -10,12 +12,17 @@ class UpdateInstallation {
 public:
     /// Goes on unless the application is part of a package.
     static void install_checkOwner(TXUpdate &update);
+    /// Verifies the archive first for a host with keys.
     static void install_doUnarchive(TXUpdate &update);
     /// `application`: the unpacked application's path; null for an archive of unknown type.
     static void install_doInstall(TXUpdate &update, const QString &application);
     static void install_failed(TXUpdate &update, const TXError &error);
 
 private:
+    static void unarchive(TXUpdate &update);
+    /// Fails; what the host's keys do not admit is removed.
+    static void endUnverified(TXUpdate &update, const TXError &error);
+    static void verify(TXUpdate &update, const std::shared_ptr<const ArchiveTrust> &trusted);
     /// Fails, and removes the archive and the application that came out of it: the update is to be downloaded
     /// again.
     static void discardDownload(TXUpdate &update, const QString &application, const TXError &why);

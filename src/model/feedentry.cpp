@@ -32,7 +32,12 @@ constexpr std::array<std::string_view, FeedEntry::memberCount> names{
     "display",
     "postURL",
     "url",
-    "", // not a member of JSON feeds
+    "signature",
+    // Not members of JSON feeds.
+    "",
+    "",
+    "",
+    "",
 };
 
 constexpr size_t longestName = 20;

@@ -37,14 +37,19 @@ public:
         Display,
         PostURL,
         Url,
-        Extra, ///< in appcasts only
+        Signature, ///< its texts, with a NUL between them
+        // In appcasts only.
+        Extra,
+        EscapedSignature,
+        PlainSignature,
+        Length, ///< of the enclosure
     };
     FeedEntry() = default;
     FeedEntry(FeedEntry &&) = default;
     FeedEntry(const FeedEntry &) = delete;
     FeedEntry &operator=(const FeedEntry &) = delete;
 
-    static constexpr size_t memberCount = static_cast<size_t>(Member::Extra) + 1;
+    static constexpr size_t memberCount = static_cast<size_t>(Member::Length) + 1;
 
     /// The member of that name in a JSON feed; absent for a name that its reader does not know.
     static std::optional<Member> memberNamed(std::string_view name);

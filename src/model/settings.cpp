@@ -16,6 +16,7 @@ const QString TXUpdatePrefAutomaticallyChecksForUpdatesKey = u"TXUpdateAutomatic
 const QString TXUpdatePrefAutomaticallyDownloadsUpdatesKey = u"TXUpdateAutomaticallyDownloadsUpdates"_s;
 const QString TXUpdatePrefSendsSystemProfileKey = u"TXUpdateSendsSystemProfile"_s;
 const QString TXUpdatePrefFeedURLKey = u"TXUpdateFeedURL"_s;
+const QString TXUpdatePrefFeedNameKey = u"TXUpdateFeedName"_s;
 const QString TXUpdatePrefLastUpdateCheckDateKey = u"TXUpdateLastUpdateCheckDate"_s;
 const QString TXUpdatePrefLastSystemProfileDateKey = u"TXUpdateLastSystemProfileDate"_s;
 const QString TXUpdatePrefAnonymousUUIDKey = u"TXUpdateAnonymousUUID"_s;

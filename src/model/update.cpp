@@ -5,6 +5,7 @@
 #include "model/conditions.h"
 #include "model/feedentry.h"
 #include "model/feedvalues.h"
+#include "model/hosttrust.h"
 #include "model/itemdate.h"
 #include "model/names.h"
 #include "os/localization.h"
@@ -200,11 +201,20 @@ bool TXUpdate::isBugfixVersion() const {
 
 bool TXUpdate::canBeDownloaded() const { return !fileURL().isEmpty() && !downloadRefusal(); }
 
+bool TXUpdate::isSigned() const {
+    const auto trusted = tx::archiveTrustOf(*this);
+    return trusted && *trusted;
+}
+
 TXError TXUpdate::downloadRefusal() const {
     const QUrl archive = fileURL();
     const bool isSecure = d.all ? d.all->isFromSecureFeed : d.packed.isFromSecureFeed;
-    if (!isSecure || archive.isEmpty() || archive.scheme() == u"https")
+    if (archive.isEmpty())
         return {};
+    if (!isSecure || archive.scheme() == u"https") {
+        const auto trusted = tx::archiveTrustOf(*this);
+        return trusted ? TXError() : trusted.error();
+    }
     return TXError(tx::updaterErrorDomain, 0, u"The update could not be downloaded."_s,
                    tx::localizedString(
                        u"Its archive does not have a secure (https) address, although the list of updates "

@@ -3,6 +3,7 @@
 
 #include "model/updatebuilder.h"
 #include "os/filesystem.h"
+#include "trust/verifiedarchive.h"
 
 // What an update has once it is more than a text in a feed. A feed may hold a hundred thousand updates of
 // which one is used.
@@ -15,6 +16,8 @@ struct TXUpdate::Private : tx::UpdateFields {
     quint64 downloadSize = 0;
     QString downloadPath;
     std::shared_ptr<tx::UpdateDownload> download;
+    /// While it installs, for a host with keys: what was unpacked.
+    std::shared_ptr<const tx::trust::VerifiedArchive> verified;
     CompletionHandler installErrorHandler;
     std::shared_ptr<void>
         quitPermission; ///< from the answer that the application may end until the process does

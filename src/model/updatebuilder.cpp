@@ -31,6 +31,7 @@ UpdateFields fieldsFrom(const PackedEntry &packed) {
     fields.version = entry.text(Member::Build);
     fields.displayVersion = entry.has(Member::Version) ? entry.text(Member::Version) : fields.version;
     fields.extra = entry.text(Member::Extra);
+    fields.signatures = EntrySignatures::of(entry);
     fields.isFromSecureFeed = packed.isFromSecureFeed;
     fields.excludeFromAutoDownloading = excludesFromAutoDownloading(entry);
     fields.preferredDisplaySize = sizeFromFeedText(entry.text(Member::PreferredDisplaySize));
@@ -50,6 +51,10 @@ TXUpdatePtr UpdateBuilder::make(PackedEntry entry) {
                 else
                     postToMain([owned = std::shared_ptr<TXUpdate>(object)] {});
             }};
+}
+
+EntrySignatures UpdateBuilder::signaturesOf(const TXUpdate &update) {
+    return update.d.all ? update.d.all->signatures : EntrySignatures::of(update.d.packed.read());
 }
 
 } // namespace tx

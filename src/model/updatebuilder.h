@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "model/entrysignatures.h"
+
 #include <TarvixUpdate/TXUpdate.h>
 
 namespace tx {
@@ -17,6 +19,7 @@ struct UpdateFields {
     QByteArray releaseNotesURL;
     QByteArray fileURL;
     QByteArray linkURL;
+    EntrySignatures signatures;
     QSizeF preferredDisplaySize{0, 0};
     std::optional<TXUpdateItemConditions> conditions;
     bool excludeFromAutoDownloading = false;
@@ -34,6 +37,8 @@ struct UpdateFields {
 class UpdateBuilder {
 public:
     static TXUpdatePtr make(PackedEntry entry);
+    /// What the feed says about the signatures of the update's archive. Thread: the update's.
+    [[nodiscard]] static EntrySignatures signaturesOf(const TXUpdate &update);
 };
 
 } // namespace tx

@@ -11,6 +11,7 @@
 #include "os/frameworkresources.h"
 #include "os/tasks.h"
 #include "os/workspace.h"
+#include "posix/privatefile.h"
 
 #include <chrono>
 #include <cstdlib>
@@ -21,8 +22,10 @@ namespace tx {
 
 TX_SHARED Services &services() {
     // Never destroyed: a thread may outlast static objects.
+    static auto &privateFiles = *new PrivateFiles;
     static auto &instance = *new Services{
         &nativeFileSystem(),
+        &privateFiles,
         &nativeTasks(),
         &nativeWorkspace(),
         &nativeAuthorization(),

@@ -188,6 +188,8 @@ private:
             fail(urlError(UrlErrorCannotWriteToFile, m_reply->url(), error.localizedDescription()));
             return false;
         }
+        if (m_request.written)
+            m_request.written(data);
         // Only one message is pending at a time, however small the pieces; it reports all that has arrived
         // meanwhile.
         if (m_link->unreportedBytes.fetch_add(data.size()) == 0) {

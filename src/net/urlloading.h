@@ -4,6 +4,7 @@
 #include <TarvixUpdate/TXError.h>
 
 #include <QByteArray>
+#include <QByteArrayView>
 #include <QList>
 #include <QPair>
 #include <QUrl>
@@ -50,6 +51,8 @@ struct UrlRequest {
     std::chrono::milliseconds timeout = std::chrono::seconds(60); ///< longest time without any progress
     qint64 sizeLimit = 0;                   ///< bytes of the body that are accepted; 0: no limit
     std::chrono::milliseconds timeLimit{0}; ///< longest time for all of a load; 0: no limit
+    /// Called on the network thread with each piece of a download's file, in order, as it is written.
+    std::function<void(QByteArrayView piece)> written;
     qint64 minimumRate = 0; ///< bytes a second of a download, on average over any 60 s; 0: no limit
 };
 

@@ -15,6 +15,7 @@ namespace tx {
 
 class Authorization;
 class FileSystem;
+class PrivateFiles;
 class Tasks;
 class UrlLoader;
 class Workspace;
@@ -31,6 +32,7 @@ struct Folders {
 /// makes them fail. Objects are not owned.
 struct Services {
     FileSystem *fileSystem;
+    PrivateFiles *privateFiles;
     Tasks *tasks;
     Workspace *workspace;
     Authorization *authorization;

@@ -4,6 +4,7 @@
 #include "base/queues.h"
 #include "install/quitreply.h"
 #include "model/host_p.h"
+#include "model/hosttrust.h"
 #include "model/relevance.h"
 #include "model/settings.h"
 #include "model/versioncomparison.h"
@@ -85,10 +86,18 @@ QUrl TXUpdater::feedURL() const {
     return text.isNull() ? QUrl() : QUrl(text);
 }
 
-void TXUpdater::setFeedURL(const QUrl &url) {
+void TXUpdater::setFeedURL(const QUrl &url) { setFeedURL(url, {}); }
+
+void TXUpdater::setFeedURL(const QUrl &url, const QString &feedName) {
+    (void)defaults().setValue(TXUpdatePrefFeedNameKey, feedName.isEmpty() ? QVariant() : QVariant(feedName));
     (void)defaults().setValue(TXUpdatePrefFeedURLKey,
                               url.isEmpty() ? QVariant() : QVariant(url.toString(QUrl::FullyEncoded)));
     announce(&TXUpdater::settingsChanged);
+}
+
+QString TXUpdater::feedName() const {
+    const tx::Result<tx::trust::AppInfo> info = tx::hostTrust();
+    return info ? QString::fromStdString(info->feedName) : QString();
 }
 
 TXUpdater::VersionComparator TXUpdater::versionComparator() const { return tx::versionComparator(); }
@@ -180,6 +189,20 @@ bool TXUpdater::joinCheck(const CompletionHandler &handler) {
 }
 
 void TXUpdater::performCheck(const CompletionHandler &handler) {
+    const auto end = [this, handler](const TXUpdateFeedPtr &feed, const TXError &error, bool sentProfile) {
+        const TXUpdateFeedPtr result = tx::reportedFeed(feed, error);
+        tx::postToMain([this, handler, result, error, sentProfile] {
+            // Before the report, because a handler may start the next check.
+            setChecking(false);
+            report(handler, result, error, sentProfile);
+        });
+        scheduleCheckForUpdate();
+    };
+    // Before anything is measured or asked for.
+    if (const auto info = tx::hostTrust(); !info) {
+        end({}, info.error(), false);
+        return;
+    }
     const TXUpdateSystemProfilePtr profile = profileIfDue();
     const auto parameters = std::make_shared<QVariantMap>();
     if (d->delegate) {
@@ -191,14 +214,8 @@ void TXUpdater::performCheck(const CompletionHandler &handler) {
             return; // the application is ending
     }
     TXUpdateFeed::fetchFeedAtURL(feedURL(), *parameters, profile,
-                                 [this, handler, profile](const TXUpdateFeedPtr &feed, const TXError &error) {
-                                     const TXUpdateFeedPtr result = tx::reportedFeed(feed, error);
-                                     tx::postToMain([this, handler, result, error, profile] {
-                                         // Before the report, because a handler may start the next check.
-                                         setChecking(false);
-                                         report(handler, result, error, profile != nullptr);
-                                     });
-                                     scheduleCheckForUpdate();
+                                 [end, profile](const TXUpdateFeedPtr &feed, const TXError &error) {
+                                     end(feed, error, profile != nullptr);
                                  });
 }
 

@@ -2,6 +2,7 @@
 #include "base/format.h"
 #include "base/queues.h"
 #include "install/updatedownload.h"
+#include "model/feedmemory.h"
 #include "model/host_p.h"
 #include "net/urlloading.h"
 #include "os/localization.h"
@@ -213,7 +214,8 @@ void TXStandardUpdateController::checkingDidReceiveFeed(const TXUpdateFeedPtr &f
 }
 
 void TXStandardUpdateController::checkingDidReceiveError(const TXError &error, bool showChecking) {
-    if (!showChecking)
+    // A quiet check tells of nothing but feeds that have been refused for long.
+    if (!showChecking && !tx::tellsOfFeedTrouble(error))
         return;
     TXError shown = error;
     if (error.domain() == TXURLErrorDomain &&
@@ -319,11 +321,13 @@ QVariantMap TXStandardUpdateController::feedParametersForUpdater(TXUpdater *) {
 }
 
 void TXStandardUpdateController::updaterDidCheckForUpdate(TXUpdater *, const TXUpdateFeedPtr &feed,
-                                                          const TXError &) {
+                                                          const TXError &error) {
     QMetaObject::invokeMethod(
         this,
-        [this, feed] {
+        [this, feed, error] {
             setFeed(feed);
+            if (error)
+                checkingDidReceiveError(error, false);
             if (d->delegate)
                 d->delegate->updaterDidCheckForUpdates(this);
         },

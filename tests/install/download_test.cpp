@@ -178,7 +178,7 @@ TEST_F(Download, ProgressIsThrottledAndTheCountExact) {
     double now = 1000;
     tx::services().secondsSinceReferenceDate = [&now] { return now; };
     const auto shared = std::make_shared<tx::UpdateDownload>(
-        *update, tx::UpdateDownload::Choice::Users, [this](double p) { progress << p; }, nullptr);
+        *update, tx::UpdateDownload::Choice::Users, nullptr, [this](double p) { progress << p; }, nullptr);
     class NoTransfer : public tx::UrlDownload {
         void setDestination(const QString &) override {}
         void cancel() override {}
@@ -199,7 +199,7 @@ TEST_F(Download, ProgressIsThrottledAndTheCountExact) {
     // Another download shares the budget.
     TXUpdate second;
     const auto other = std::make_shared<tx::UpdateDownload>(
-        second, tx::UpdateDownload::Choice::Users, [this](double p) { progress << p; }, nullptr);
+        second, tx::UpdateDownload::Choice::Users, nullptr, [this](double p) { progress << p; }, nullptr);
     other->downloadDidReceiveResponse(transfer, 10);
     other->downloadDidReceiveDataOfLength(transfer, 10);
     EXPECT_EQ(progress.size(), 3);

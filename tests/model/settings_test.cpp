@@ -22,6 +22,7 @@ TEST_F(Settings, KeysHaveTheirStrings) {
         {TXUpdatePrefAutomaticallyDownloadsUpdatesKey, u"TXUpdateAutomaticallyDownloadsUpdates"_s},
         {TXUpdatePrefSendsSystemProfileKey, u"TXUpdateSendsSystemProfile"_s},
         {TXUpdatePrefFeedURLKey, u"TXUpdateFeedURL"_s},
+        {TXUpdatePrefFeedNameKey, u"TXUpdateFeedName"_s},
         {TXUpdatePrefLastUpdateCheckDateKey, u"TXUpdateLastUpdateCheckDate"_s},
         {TXUpdatePrefLastSystemProfileDateKey, u"TXUpdateLastSystemProfileDate"_s},
         {TXUpdatePrefAnonymousUUIDKey, u"TXUpdateAnonymousUUID"_s},

@@ -67,6 +67,7 @@ TEST(House, LibrariesShowTheirInterfaceOnly) {
                                              "returnFreedMemory",
                                              "runOnMainAndWait",
                                              "services",
+                                             "tellsOfFeedTrouble",
                                              "whenApplicationEnds"}));
 }
 

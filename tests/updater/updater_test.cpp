@@ -4,6 +4,7 @@
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
 #include "tests/support/feedserver.h"
+#include "tests/trust/signedreleases.h"
 #include "updater/updater_p.h"
 
 #include <QCoreApplication>
@@ -171,6 +172,53 @@ TEST_F(UpdaterProfile, NothingIsGatheredWhenSendingIsOff) {
     EXPECT_FALSE(sendsAt(start.addSecs(60)));
     EXPECT_EQ(tx::test::readFile(path(u"calls"_s)), QByteArray("x\n")) << "nor when none is due";
     updater->setSendsSystemProfile(false);
+}
+
+using UpdaterWithKeys = tx::test::WithKeys<UpdaterProfile>;
+
+TEST_F(UpdaterWithKeys, MalformedKeysStopChecksBeforeAnythingIsMeasuredOrAskedFor) {
+    updater->setSendsSystemProfile(true);
+    becomeHostWith({"minisign:nonsense"});
+    for (int i = 0; i < 2; ++i) { // the second shows that the first one has ended
+        check();
+        EXPECT_EQ(outcome.calls, 1);
+        EXPECT_TRUE(outcome.onMain);
+        EXPECT_FALSE(outcome.feed);
+        EXPECT_EQ(outcome.error.domain(), TXUpdateErrorDomain);
+        EXPECT_EQ(outcome.error.code(), TXUpdateErrorKeysMalformed);
+        EXPECT_FALSE(updater->isChecking());
+    }
+    EXPECT_TRUE(server.requests().isEmpty());
+    EXPECT_TRUE(tx::test::readFile(path(u"calls"_s)).isEmpty()) << "no profile was measured";
+    EXPECT_FALSE(sentDate().isValid());
+    EXPECT_FALSE(updater->lastUpdateCheckDate().isValid());
+    EXPECT_EQ(updater->feedName(), QString());
+    becomeHostWith({tx::test::keyText(tx::test::key(0))});
+    server.always([](const tx::test::HttpRequest &) { return HttpReply::json(tx::test::signedFeed("{}")); });
+    check();
+    EXPECT_TRUE(outcome.feed) << outcome.error.toString().toStdString();
+}
+
+TEST_F(UpdaterWithKeys, FeedsNameIsSetWithItsAddress) {
+    using tx::test::keyText;
+    using tx::test::signedFeed;
+    EXPECT_EQ(updater->feedName(), u"release"_s);
+    becomeHostWith({keyText(tx::test::key(0))}, "<key>TXUpdateFeedName</key><string>stable</string>");
+    EXPECT_EQ(updater->feedName(), u"stable"_s);
+    updater->setFeedURL(QUrl(server.url(u"/feed.json"_s)), u"beta"_s);
+    EXPECT_EQ(updater->feedName(), u"beta"_s);
+    const auto isTaken = [this](const char *name) {
+        server.expect("GET", "/feed.json",
+                      HttpReply::json(signedFeed("{}", {0}, {"org.example.Host", name, tx::test::noon, 60})));
+        check();
+        return outcome.feed != nullptr;
+    };
+    EXPECT_TRUE(isTaken("beta"));
+    EXPECT_FALSE(isTaken("stable"));
+    updater->setFeedURL(QUrl(server.url(u"/feed.json"_s)));
+    EXPECT_EQ(updater->feedName(), u"stable"_s);
+    EXPECT_FALSE(isTaken("beta"));
+    EXPECT_TRUE(isTaken("stable"));
 }
 
 TEST_F(UpdaterProfile, BodyIsExactlyTheTable) {

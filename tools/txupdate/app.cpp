@@ -39,7 +39,8 @@ QUrl feedAddress(const AppOptions &options) {
     return QUrl(text);
 }
 
-/// Fetches the feed without changing the application's settings, and passes it on on the main thread.
+/// Fetches the feed and passes it on on the main thread. Of the application's settings only the memory of
+/// signed feeds is changed.
 void fetchFeed(const QUrl &url, const TXUpdateFeed::CompletionHandler &handler) {
     TXUpdateFeed::fetchFeedAtURL(url, {}, {}, [handler](const TXUpdateFeedPtr &feed, const TXError &error) {
         postToMain([=] { handler(feed, error); });

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "txupdate/archivechecks.h"
 
+#include "install/archiveverification.h"
 #include "install/buildcheck.h"
 #include "install/unarchiver.h"
 #include "model/host_p.h"
@@ -93,7 +94,7 @@ public:
             return finding;
         }
         QString application;
-        if (const TXError error = unpack(archive, update->version(), application))
+        if (const TXError error = unpack(archive, *update, application))
             finding.problem = allOf(error);
         else if (const TXError otherBuild = checkUnpackedBuild(update->version(), application))
             finding.problem = allOf(otherBuild);
@@ -119,16 +120,26 @@ private:
         return result;
     }
 
-    TXError unpack(const QString &archive, const QString &build, QString &application) const {
+    TXError unpack(const QString &archive, const TXUpdate &update, QString &application) const {
         TXError result;
         QEventLoop loop;
-        TXUpdateUnarchiver::unarchive(archive, nullptr,
-                                      [&](const QString &found, const TXError &error) {
-                                          application = found;
-                                          result = error;
-                                          loop.quit();
-                                      },
-                                      {m_identifier, build});
+        const auto done = [&](const QString &found, const TXError &error) {
+            application = found;
+            result = error;
+            loop.quit();
+        };
+        const Result<std::shared_ptr<const ArchiveTrust>> trusted = archiveTrustOf(update);
+        if (!trusted)
+            return trusted.error();
+        const WantedApplication wanted{m_identifier, update.version()};
+        if (*trusted) {
+            const Result<VerifiedArchivePtr> verified = verifyArchive(**trusted, archive);
+            if (!verified)
+                return verified.error();
+            TXUpdateUnarchiver::unarchive(*verified, archive, nullptr, done, wanted);
+        } else {
+            TXUpdateUnarchiver::unarchive(archive, nullptr, done, wanted);
+        }
         loop.exec();
         return result;
     }

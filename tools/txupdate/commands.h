@@ -22,7 +22,7 @@ struct FeedOptions {
     QString url;         ///< null: the source itself, and none for a file
     bool json = false;
     bool archives = false; ///< fetch and examine every archive
-    QString app;           ///< as which application's updates; null: any application
+    QString app;           ///< as which application's updates, and whose keys; null: any application's
 };
 
 struct AppOptions {

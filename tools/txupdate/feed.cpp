@@ -1,15 +1,18 @@
 // SPDX-License-Identifier: MIT
 #include "txupdate/commands.h"
 
+#include "feed/admission.h"
 #include "feed/appcastreader.h"
 #include "feed/jsonreader.h"
 #include "feed/servedtype.h"
+#include "model/hosttrust.h"
+#include "model/names.h"
 #include "os/services.h"
-#include "trust/firstline.h"
 #include "txupdate/archivechecks.h"
 #include "txupdate/feedjson.h"
 #include "txupdate/feedsource.h"
 #include "txupdate/publisherchecks.h"
+#include "txupdate/signaturechecks.h"
 
 #include <cstdio>
 
@@ -40,18 +43,55 @@ int failed(const TXError &error, const FeedOptions &options) {
     return ExitFailed;
 }
 
+/// The application whose keys decide. Absent: none was named.
+Result<std::optional<trust::AppInfo>> applicationFor(const FeedOptions &options) {
+    if (options.app.isNull())
+        return std::optional<trust::AppInfo>();
+    if (!adopt(options.app)) // which has complained
+        return TXError(updaterErrorDomain, 0, u"There is no application to look at the feed for."_s);
+    const Result<trust::AppInfo> info = hostTrust();
+    return info ? Result<std::optional<trust::AppInfo>>(*info) : info.error();
+}
+
+trust::FeedFormat formatOf(const FeedSource &source) {
+    return source.isJson ? trust::FeedFormat::Json : trust::FeedFormat::Xml;
+}
+
+const trust::AppInfo *withKeys(const std::optional<trust::AppInfo> &application) {
+    return application && application->keys ? &*application : nullptr;
+}
+
+void print(const char *kind, const QStringList &lines) {
+    for (const QString &line : lines)
+        std::printf("%s: %s\n", kind, line.toUtf8().constData());
+}
+
+void print(const char *kind, const QList<SkippedEntry> &entries) {
+    for (const SkippedEntry &entry : entries)
+        print(kind, QStringList{u"%1[%2]: %3"_s.arg(entry.track).arg(entry.index).arg(entry.reason)});
+}
+
 } // namespace
 
 int feedShow(const FeedOptions &options) {
-    const Result<FeedSource> source = readSource(options);
+    const auto application = applicationFor(options);
+    if (!application)
+        return failed(application.error(), options);
+    Result<FeedSource> source = readSource(options);
     if (!source)
         return failed(source.error(), options);
+    const auto claim = admitFeed(source->data, formatOf(*source), application->value_or(trust::AppInfo()),
+                                 FeedMemory::Ignored);
+    if (!claim)
+        return failed(claim.error(), options);
     QList<SkippedEntry> skipped;
     ReaderContext context;
     context.appBuild = options.build;
     context.systemVersion = options.system;
     context.now = services().now();
     context.isSecure = source->url.scheme() == u"https";
+    context.trust = withKeys(*application);
+    context.isSigned = claim->has_value();
     context.skipped = [&](const SkippedEntry &entry) { skipped.append(entry); };
     const auto tracks = readFeed(*source, context);
     if (!tracks)
@@ -63,32 +103,27 @@ int feedShow(const FeedOptions &options) {
     return ExitDone;
 }
 
-namespace {
-
-/// The first line of a signed feed is for `feed verify`: no entry of the publisher's is in it.
-void dropSignature(QByteArray &document) {
-    const auto line = trust::findUnreadLine({document.constData(), size_t(document.size())});
-    if (line)
-        document.remove(
-            0, qsizetype(trust::putBeginningBeforeBody(document.data(), line->format, line->bodyAt)));
-}
-
-} // namespace
-
 int feedValidate(const FeedOptions &options) {
+    const auto application = applicationFor(options);
+    if (!application)
+        return failed(application.error(), options);
     Result<FeedSource> source = readSource(options);
     if (!source)
         return failed(source.error(), options);
-    dropSignature(source->data);
+    SignatureFindings findings = takeSignature(source->data, formatOf(*source), withKeys(*application));
     QList<SkippedEntry> dropped;
     ReaderContext context;
     context.now = services().now();
     context.keepsIrrelevant = true;
+    context.keepsSignatures = true;
     context.isSecure = source->url.scheme() == u"https";
     context.skipped = [&](const SkippedEntry &entry) { dropped.append(entry); };
     const auto tracks = readFeed(*source, context);
-    if (!tracks)
+    if (!tracks) {
+        print("error", findings.errors);
         return failed(tracks.error(), options);
+    }
+    checkSignatures(*tracks, withKeys(*application), findings.isSigned, findings);
     if (source->isJson)
         dropped += endedPosts(source->data, context.now);
     QList<SkippedEntry> doubtful =
@@ -98,20 +133,20 @@ int feedValidate(const FeedOptions &options) {
     QList<SkippedEntry> refused;
     if (isSecure || source->url.isEmpty())
         (isSecure ? refused : doubtful) += insecureArchives(source->data, source->isJson);
-    for (const SkippedEntry &entry : dropped + refused)
-        std::printf("error: %s\n",
-                    u"%1[%2]: %3"_s.arg(entry.track).arg(entry.index).arg(entry.reason).toUtf8().constData());
-    for (const SkippedEntry &entry : doubtful)
-        std::printf("warning: %s\n",
-                    u"%1[%2]: %3"_s.arg(entry.track).arg(entry.index).arg(entry.reason).toUtf8().constData());
+    print("error", findings.errors);
+    print("error", dropped + refused);
+    print("warning", findings.warnings);
+    print("warning", doubtful);
     qsizetype kept = 0;
     for (const TXUpdateTrackPtr &track : *tracks)
         kept += track->updates().size() + track->posts().size();
     std::printf("%lld tracks, %lld entries kept, %lld dropped, %lld doubts\n",
                 static_cast<long long>(tracks->size()), static_cast<long long>(kept),
-                static_cast<long long>(dropped.size()), static_cast<long long>(doubtful.size()));
+                static_cast<long long>(dropped.size()),
+                static_cast<long long>(doubtful.size() + findings.warnings.size()));
     const bool archivesPass = !options.archives || checkArchives(*tracks, options.app);
-    return dropped.isEmpty() && refused.isEmpty() && archivesPass ? ExitDone : ExitFailed;
+    return dropped.isEmpty() && refused.isEmpty() && findings.errors.isEmpty() && archivesPass ? ExitDone
+                                                                                               : ExitFailed;
 }
 
 } // namespace tx::cli

@@ -3,6 +3,8 @@
 
 #include "txupdate/commands.h"
 
+#include <TarvixUpdate/TXUpdateSettings.h>
+
 #include <QJsonArray>
 #include <QJsonDocument>
 
@@ -53,6 +55,7 @@ QJsonObject updateAsJson(const TXUpdate &update) {
             {u"isMajorVersion"_s, update.isMajorVersion()},
             {u"isMinorVersion"_s, update.isMinorVersion()},
             {u"isBugfixVersion"_s, update.isBugfixVersion()},
+            {u"isSigned"_s, update.isSigned()},
             {u"canBeDownloaded"_s, update.canBeDownloaded()},
             {u"downloadRefusal"_s, orNull(update.downloadRefusal().localizedFailureReason())}};
 }
@@ -147,7 +150,11 @@ void printError(const TXError &error, bool json) {
         return;
     }
     complain(error.localizedDescription());
-    for (const QString &more : {error.localizedFailureReason(), error.localizedRecoverySuggestion()}) {
+    // What exactly is wrong with a signature is of use to publishers, and too much for users.
+    const bool isAboutTrust = error.domain() == TXUpdateErrorDomain;
+    for (const QString &more : {error.localizedFailureReason(),
+                                isAboutTrust ? error.underlyingError().localizedDescription() : QString(),
+                                error.localizedRecoverySuggestion()}) {
         if (!more.isEmpty())
             complain(u"  "_s + more);
     }

@@ -82,6 +82,9 @@ int main(int argc, char **argv) {
     auto *type = show->add_option("--content-type", words.contentType, "read it as if served with this type");
     constexpr const char *urlHelp = "take this as the URL from which applications get it";
     auto *showUrl = show->add_option("--url", words.url, urlHelp);
+    auto *showApp = show->add_option(
+        "--app", words.app,
+        "an installed application: what its keys do not admit is refused, or left out with the reason");
     show->add_flag("--json", words.json, "print JSON");
     auto *validate =
         feed->add_subcommand("validate", "List the entries that every reader drops, and doubtful "
@@ -91,15 +94,14 @@ int main(int argc, char **argv) {
     auto *validateType =
         validate->add_option("--content-type", words.contentType, "read it as if served with this type");
     auto *validateUrl = validate->add_option("--url", words.url, urlHelp);
-    auto *archives = validate->add_flag("--archives", words.archives,
-                                        "fetch every archive, unpack it and apply the checks of an "
-                                        "installation: size, type, links, special files, "
-                                        "identifier, build, whether it can be started on this machine");
+    validate->add_flag("--archives", words.archives,
+                       "fetch every archive, unpack it and apply the checks of an "
+                       "installation: size, type, links, special files, "
+                       "identifier, build, whether it can be started on this machine");
     auto *validateApp = validate->add_option(
         "--app", words.app,
-        "with --archives: the installed application whose updates they are; without it, all "
-        "archives must hold the same application");
-    validateApp->needs(archives);
+        "an installed application whose updates they are: signatures are verified with its keys; with "
+        "--archives, all archives must hold it. Without it, they must hold the same application");
 
     const TrustWords trustWords(application, *feed);
     const PublishWords publishWords(application, *feed);
@@ -162,7 +164,8 @@ int main(int argc, char **argv) {
         return profile(words.json);
     if (show->parsed())
         return feedShow({text(words.source), text(words.build), text(words.system),
-                         textOrNull(type, words.contentType), textOrNull(showUrl, words.url), words.json});
+                         textOrNull(type, words.contentType), textOrNull(showUrl, words.url), words.json,
+                         false, textOrNull(showApp, words.app)});
     if (validate->parsed())
         return feedValidate({text(words.source),
                              {},

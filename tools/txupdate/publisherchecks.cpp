@@ -80,7 +80,7 @@ private:
                 doubt(u"unknown member \"%1\""_s.arg(it.key()));
                 continue;
             }
-            if (!it->isText)
+            if (!it->isText && it.key() != u"signature") // of which there may be a list
                 doubt(u"\"%1\" is no text"_s.arg(it.key()));
             if (!it.key().endsWith(u"URL"_s) && it.key() != u"url")
                 continue;
@@ -154,7 +154,8 @@ private:
         for (size_t i = 0; i < texts.size(); ++i) {
             const std::string &name = texts.nameAt(i);
             const bool isKnown = name == "sparkle:version" || name == "sparkle:shortVersionString" ||
-                                 name == "sparkle:extra" || name == "sparkle:releaseNotesLink";
+                                 name == "sparkle:extra" || name == "sparkle:releaseNotesLink" ||
+                                 name == "sparkle:edSignature"; // with a plain key
             if (name.starts_with("sparkle:") && !isKnown)
                 doubt(u"\"%1\" has no effect"_s.arg(QString::fromStdString(name)));
         }

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
+#include "install/archiveverification.h"
 #include "install/unarchiver.h"
-#include "model/bundletrust.h"
 #include "os/filesystem.h"
 #include "os/services.h"
 #include "trust/encoding.h"
@@ -65,46 +65,31 @@ QByteArray jsonOf(const std::vector<std::string> &texts) {
     return texts.size() == 1 ? all.mid(1, all.size() - 2) : all;
 }
 
-/// Copies a verified archive to a new file, for the program that unpacks it.
-bool copyTo(const VerifiedArchive &archive, const QString &path) {
-    QFile file(path);
-    if (!file.open(QIODevice::WriteOnly | QIODevice::NewOnly))
-        return false;
-    QByteArray buffer(1 << 18, Qt::Uninitialized);
-    for (qint64 at = 0;;) {
-        const ssize_t count = pread(archive.descriptor(), buffer.data(), size_t(buffer.size()), at);
-        if (count <= 0)
-            return count == 0 && file.flush();
-        if (file.write(buffer.constData(), count) != count)
-            return false;
-        at += count;
-    }
-}
-
-/// The application in the archive; an error when there is none of this identifier.
-Outcome<QString> unpack(const QString &archive, const QString &identifier, const QString &build) {
-    QString found;
+/// Unpacks the archive, which checks the application in it.
+std::optional<Fault> unpack(const VerifiedArchivePtr &archive, const QString &path,
+                            const QString &identifier) {
     TXError error;
     QEventLoop loop;
-    TXUpdateUnarchiver::unarchive(archive, nullptr,
-                                  [&](const QString &application, const TXError &failed) {
-                                      found = application;
+    TXUpdateUnarchiver::unarchive(archive, path, nullptr,
+                                  [&](const QString &, const TXError &failed) {
                                       error = failed;
                                       loop.quit();
                                   },
-                                  {identifier, build});
+                                  {identifier, toText(archive->claim()->build)});
     loop.exec();
-    if (error)
-        return Fault{FaultKind::Mismatch,
-                     u"%1 %2"_s.arg(error.localizedDescription(), error.localizedFailureReason())
-                         .trimmed()
-                         .toStdString()};
-    return found;
+    if (!error)
+        return std::nullopt;
+    const QString detail = error.underlyingError().localizedDescription();
+    return Fault{FaultKind::Mismatch, (!detail.isEmpty() ? detail
+                                                         : u"%1 %2"_s.arg(error.localizedDescription(),
+                                                                          error.localizedFailureReason()))
+                                          .trimmed()
+                                          .toStdString()};
 }
 
 /// What an installed application would do with the archive.
-Outcome<VerifiedArchive> verifyAndUnpack(const VerifyOptions &options, const trust::AppInfo &installed,
-                                         const std::vector<std::string> &texts) {
+Outcome<VerifiedArchivePtr> verifyAndUnpack(const VerifyOptions &options, const trust::AppInfo &installed,
+                                            const std::vector<std::string> &texts) {
     const QString cache = QStandardPaths::writableLocation(QStandardPaths::GenericCacheLocation);
     QDir().mkpath(cache);
     const QTemporaryDir scratch(cache + u"/txupdate-verify-XXXXXX"_s);
@@ -114,33 +99,19 @@ Outcome<VerifiedArchive> verifyAndUnpack(const VerifyOptions &options, const tru
     if (!scratch.isValid() || folder < 0)
         return Fault{FaultKind::File, "no folder for the archive can be made in " + cache.toStdString() +
                                           ". Set XDG_CACHE_HOME to a folder that you can write to"};
-    PrivateFiles files;
     Outcome<VerifiedArchive> archive =
         source.open(QIODevice::ReadOnly)
             ? VerifiedArchive::make(*installed.keys, {texts, {}}, {installed.bundle, {}, installed.feedName},
-                                    source.handle(), folder, files)
+                                    source.handle(), folder, *services().privateFiles)
             : fileFault(source);
     close(folder);
     if (!archive)
-        return archive;
-    const QString copy = scratch.filePath(QFileInfo(options.source).fileName());
-    if (!copyTo(*archive, copy))
-        return Fault{FaultKind::File, copy.toStdString() + " cannot be written"};
-    const Outcome<QString> application =
-        unpack(copy, toText(installed.bundle), toText(archive->claim()->build));
-    if (!application)
-        return application.fault();
-    const TXBundle bundle(*application);
-    const Outcome<trust::AppInfo> info = trust::infoOfBundle(bundle);
-    const trust::PublicKeys *own = info && info->keys ? &*info->keys : nullptr;
-    if (std::optional<Fault> refused =
-            archive->checkUnpacked(bundle.bundleIdentifier().toStdString(),
-                                   bundle.infoString(u"CFBundleVersion"_s).toStdString(), own)) {
-        if (!info)
-            refused->what += ": " + info.fault().what;
+        return archive.fault();
+    const VerifiedArchivePtr verified = std::make_shared<VerifiedArchive>(*std::move(archive));
+    if (const std::optional<Fault> refused = unpack(
+            verified, scratch.filePath(QFileInfo(options.source).fileName()), toText(installed.bundle)))
         return *refused;
-    }
-    return archive;
+    return verified;
 }
 
 } // namespace
@@ -198,10 +169,10 @@ int verify(const VerifyOptions &options) {
         return refuse(
             {FaultKind::Input,
              TXUpdateUnarchiver::reasonAgainstType(QFileInfo(options.source).fileName()).toStdString()});
-    const Outcome<VerifiedArchive> archive = verifyAndUnpack(options, *installed, *texts);
+    const Outcome<VerifiedArchivePtr> archive = verifyAndUnpack(options, *installed, *texts);
     if (!archive)
         return refuse(archive.fault());
-    const ArchiveClaim &claim = *archive->claim();
+    const ArchiveClaim &claim = *(*archive)->claim();
     std::printf("%s is build %s of %s, %llu bytes, and signed\n", options.source.toUtf8().constData(),
                 trust::shown(claim.build).c_str(), trust::shown(claim.bundle).c_str(),
                 static_cast<unsigned long long>(claim.size));

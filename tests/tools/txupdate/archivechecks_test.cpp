@@ -207,9 +207,6 @@ TEST_F(ArchiveChecks, ApplicationGivesItsIdentifierItsBuildAndItsLimits) {
     result = validate({entry("2000", "/a.tgz")}, {u"--app"_s, path(u"none.app"_s)});
     EXPECT_EQ(result.status, 1);
     EXPECT_TRUE(says(result, u"none.app is no application"_s));
-    QStringList words{u"feed"_s, u"validate"_s, path(u"feed.json"_s), u"--app"_s, app};
-    EXPECT_EQ(tx::test::runProcess(tx::test::programsFolder() + u"/txupdate"_s, words).status, 64)
-        << "an application is for archives only";
 }
 
 TEST_F(ArchiveChecks, TwoApplicationsInAnArchiveAreAmbiguousAndOneArchiveIsFetchedOnce) {

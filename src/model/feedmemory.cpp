@@ -1,0 +1,80 @@
+// SPDX-License-Identifier: MIT
+#include "model/feedmemory.h"
+
+#include "base/shared.h"
+#include "os/services.h"
+#include "os/userdefaults.h"
+#include "trust/encoding.h"
+#include "trust/freshness.h"
+
+#include <TarvixUpdate/TXLog.h>
+#include <TarvixUpdate/TXUpdateSettings.h>
+
+using namespace Qt::StringLiterals;
+
+namespace tx {
+
+namespace {
+
+const QString troubleKey = u"TXUpdateFeedTrouble"_s;
+const QString sinceKey = u"since"_s;
+const QString toldKey = u"told"_s;
+
+/// One setting a name, so that a write never touches what another process stores for another name.
+QString serialKey(const std::string &feedName) {
+    return u"TXUpdateFeedSerial-"_s + QString::fromStdString(trust::encodeValue(feedName));
+}
+
+std::optional<int64_t> secondsOf(const QVariant &value) {
+    const QDateTime date = value.toDateTime();
+    return date.isValid() ? std::optional<int64_t>(date.toSecsSinceEpoch()) : std::nullopt;
+}
+
+bool isAboutFeed(const TXError &error) {
+    return error.domain() == TXUpdateErrorDomain && error.code() >= TXUpdateErrorFeedNotSigned &&
+           error.code() <= TXUpdateErrorFeedExpired;
+}
+
+} // namespace
+
+std::optional<uint64_t> storedSerial(const std::string &feedName) {
+    const QVariant value = UserDefaults::standard().value(serialKey(feedName));
+    if (!value.isValid())
+        return std::nullopt;
+    const std::optional<uint64_t> serial = trust::parseNumber(value.toString().toStdString());
+    if (!serial)
+        TXLog(TXLogLevelFailure, u"TXUpdate: The setting %@ is not a serial and does not count."_s,
+              {serialKey(feedName)});
+    return serial;
+}
+
+void rememberFeed(const std::string &feedName, uint64_t serial, bool replaces) {
+    UserDefaults &defaults = UserDefaults::standard();
+    // Looked at anew: another process may have received a newer feed meanwhile.
+    const std::optional<uint64_t> stored = storedSerial(feedName);
+    if (!stored || replaces || serial > *stored)
+        (void)defaults.setValue(serialKey(feedName), QString::number(serial)); // logs a failure
+    if (defaults.value(troubleKey).isValid())
+        (void)defaults.remove(troubleKey);
+}
+
+TX_SHARED bool tellsOfFeedTrouble(const TXError &error) {
+    if (!isAboutFeed(error))
+        return false;
+    UserDefaults &defaults = UserDefaults::standard();
+    const QVariantMap stored = defaults.mapValue(troubleKey);
+    const trust::TroubleVerdict verdict =
+        trust::noteFeed({secondsOf(stored.value(sinceKey)), secondsOf(stored.value(toldKey))}, false,
+                        services().now().toSecsSinceEpoch());
+    QVariantMap map;
+    for (const auto &[key, time] :
+         {std::pair(sinceKey, verdict.stored.since), std::pair(toldKey, verdict.stored.told)}) {
+        if (time)
+            map.insert(key, QDateTime::fromSecsSinceEpoch(*time, Qt::UTC));
+    }
+    if (map != stored)
+        (void)defaults.setValue(troubleKey, map);
+    return verdict.tells;
+}
+
+} // namespace tx

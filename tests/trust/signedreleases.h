@@ -1,0 +1,119 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "model/host_p.h"
+#include "os/mainbundle.h"
+#include "tests/support/builders.h"
+#include "tests/support/environment.h"
+#include "tests/trust/trusttest.h"
+#include "trust/feedsigning.h"
+
+#include <TarvixUpdate/TXBundle.h>
+#include <TarvixUpdate/TXUpdateSettings.h>
+
+#include <QDateTime>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+
+namespace tx::test {
+
+using namespace Qt::StringLiterals;
+
+using Keys = std::vector<std::string>;
+using Signers = std::vector<size_t>; ///< numbers of key()
+
+/// 2026-11-22 12:00:00, when all of these tests happen unless they say otherwise.
+inline constexpr int64_t noon = 1795348800;
+
+/// Adds keys, and other members of a property list, to a bundle's Info.plist.
+inline void addKeys(const QString &bundle, const Keys &keys, const QByteArray &more = {}) {
+    const QString file = bundle + u"/Contents/Info.plist"_s;
+    QByteArray list;
+    for (const std::string &one : keys)
+        list += "<string>" + QByteArray::fromStdString(one) + "</string>";
+    if (!list.isEmpty())
+        list = "<key>TXUpdatePublicKeys</key><array>" + list + "</array>";
+    QByteArray info = readFile(file);
+    const qsizetype end = info.lastIndexOf("</dict>");
+    ASSERT_GE(end, 0) << info.constData();
+    writeFile(file, info.insert(end, list + more));
+}
+
+/// `body` signed by these keys, for the host of the tests unless `signing` says otherwise.
+inline QByteArray signedFeed(const QByteArray &body, const Signers &signers = {0},
+                             trust::FeedSigning signing = {"org.example.Host", "release", noon, 60},
+                             trust::FeedFormat format = trust::FeedFormat::Json) {
+    std::vector<const trust::SecretKey *> keys;
+    for (const size_t number : signers)
+        keys.push_back(&key(number));
+    const auto result = trust::signFeed(body.toStdString(), format, keys, signing);
+    EXPECT_TRUE(result) << result.fault().what;
+    return result ? QByteArray::fromStdString(result->document) : QByteArray();
+}
+
+/// The texts that sign an archive as a build of the host of the tests.
+inline std::vector<std::string> archiveTexts(const QByteArray &archive, const std::string &build,
+                                             const Signers &signers = {0},
+                                             const std::optional<std::string> &feed = {}) {
+    std::vector<std::string> texts;
+    for (const size_t number : signers)
+        texts.push_back(
+            signText(key(number), archive.toStdString(),
+                     trust::archiveComment({"org.example.Host", build, uint64_t(archive.size()), feed})));
+    return texts;
+}
+
+/// An entry of a JSON feed: texts as a list, or one alone as a text.
+inline QJsonObject entryFor(const QString &build, const QString &url, const std::vector<std::string> &texts) {
+    QJsonObject entry{{u"type"_s, u"build"_s},
+                      {u"build"_s, build},
+                      {u"date"_s, u"2026-11-01 10:00:00"_s},
+                      {u"downloadURL"_s, url}};
+    QJsonArray list;
+    for (const std::string &text : texts)
+        list << QString::fromStdString(text);
+    if (list.size() == 1)
+        entry.insert(u"signature"_s, list.first());
+    else if (!list.isEmpty())
+        entry.insert(u"signature"_s, list);
+    return entry;
+}
+
+inline QByteArray feedOf(const QJsonArray &entries) {
+    return QJsonDocument(QJsonObject{{u"release"_s, entries}}).toJson();
+}
+
+/// Acts for a host with keys, at noon.
+template <typename Base>
+class WithKeys : public Base {
+protected:
+    WithKeys() {
+        at(noon);
+        becomeHostWith({keyText(key(0)), keyText(key(1))});
+    }
+    void at(int64_t time) { this->setNow(QDateTime::fromSecsSinceEpoch(time, Qt::UTC)); }
+    void becomeHostWith(const Keys &keys, const QByteArray &more = {}, const QString &build = u"1042"_s) {
+        this->becomeHost(build);
+        const QString bundle = this->path(u"Applications/Host.app"_s);
+        addKeys(bundle, keys, more);
+        setMainBundle(TXBundle(bundle));
+        resetHost();
+    }
+};
+
+inline void expectTrustError(const TXError &error, TXUpdateErrorCode code, const QString &description,
+                             const QString &reason, const std::string &what = {}) {
+    EXPECT_EQ(error.domain(), TXUpdateErrorDomain) << what;
+    EXPECT_EQ(error.code(), code) << what << error.toString().toStdString();
+    EXPECT_EQ(error.localizedDescription(), description) << what;
+    EXPECT_EQ(error.localizedFailureReason(), reason) << what;
+    EXPECT_FALSE(error.localizedRecoverySuggestion().isEmpty()) << what;
+}
+
+inline const QString feedNotVerified = u"The update information could not be verified."_s;
+inline const QString updateNotVerified = u"The update could not be verified."_s;
+inline const QString notSigned = u"It is not signed by the publisher of this application."_s;
+inline const QString notGenuine = u"It is not what the publisher of this application has signed."_s;
+
+} // namespace tx::test
