@@ -177,7 +177,7 @@ void UpdateInstallation::askToQuit(TXUpdate &update, const QString &application)
 void UpdateInstallation::handOver(TXUpdate &update, const QString &application) {
     TXError error;
     if (TXUpdateInstallerClient::sharedInstance()->installUnarchivedApp(application, update.downloadPath(),
-                                                                        &error))
+                                                                        &error, update.d->verified.get()))
         return;
     TXLog(TXLogLevelFailure, u"[TXUpdate] Installing the update failed: %@"_s, {error.toString()});
     moveIntoDownloads(update, application);

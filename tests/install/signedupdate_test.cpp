@@ -518,6 +518,23 @@ TEST_F(SignedInstalling, PlainSignatureOfAnAppcastIsVerifiedOverTheBytes) {
     expectRefused(TXUpdateErrorReleaseNotContinued, notContinued, "its own keys do not verify it");
 }
 
+TEST_F(SignedInstalling, WithAnAdministratorsRightsWhatWasVerifiedGoesToTheProgramOfRoots) {
+    FaultFileSystem system;
+    system.failOn(u"isWritable"_s, EACCES);
+    ScriptedAuthorization authorization;
+    files.before = [this](const QString &step) {
+        if (step == u"reopen") // from here on the file in the folder is another one
+            writeFile(archivePath, "another");
+        return 0;
+    };
+    install();
+    ASSERT_TRUE(waitUntil([this] { return !exits.isEmpty() || calls > 0; }));
+    EXPECT_EQ(exits, QList<int>{0}) << error.toString().toStdString();
+    EXPECT_EQ(authorization.jobArchive, archive);
+    EXPECT_EQ(authorization.job.value(0), u"install-signed"_s);
+    EXPECT_EQ(authorization.job.last().toStdString(), archiveTexts(archive, "1043")[0]);
+}
+
 TEST_F(SignedInstalling, HostWithoutKeysCopiesAndVerifiesNothing) {
     becomeHost(u"1042"_s);
     take(updateWith({}));
