@@ -5,10 +5,12 @@
 #include "posix/posixfiles.h"
 #include "posix/readwrite.h"
 
+#include <array>
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
 #include <memory>
+#include <string_view>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -32,13 +34,24 @@ std::string notOwnFolder(const std::string &path) {
     return {};
 }
 
-/// Why the folder does not contain only "Contents".
+/// A bundle that is divided as /usr is shows these at its top. Links to what has the same name in "Contents"
+/// stay as they are when that is exchanged.
+bool isLinkIntoContents(const std::string &folder, const std::string &name) {
+    if (name != "bin" && name != "lib" && name != "share" && name != "Info.plist")
+        return false;
+    const std::string wanted = contentsName + '/' + name;
+    std::array<char, 64> target{};
+    const ssize_t length = readlink((folder + '/' + name).c_str(), target.data(), target.size());
+    return length > 0 && std::string_view(target.data(), static_cast<size_t>(length)) == wanted;
+}
+
+/// Why the folder does not contain only "Contents" and links into it.
 std::string holdsMore(const std::string &path) {
     std::vector<std::string> names;
     const int number = namesIn(path, names);
     const std::string leftover = '.' + contentsName + ".txupdate-";
     for (const std::string &name : names) {
-        if (name != contentsName && name.rfind(leftover, 0) != 0)
+        if (name != contentsName && name.rfind(leftover, 0) != 0 && !isLinkIntoContents(path, name))
             return path + " holds more than its \"" + contentsName + "\": " + name;
     }
     return number != 0 ? path + ": " + std::strerror(number) : std::string();

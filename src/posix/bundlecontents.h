@@ -11,7 +11,8 @@ namespace tx::posix {
 [[nodiscard]] std::string contentsOf(const std::string &bundle);
 
 /// Empty when this user may exchange the contents of `bundle` for those of `newBundle`; else what prevents
-/// it: both must be folders that hold a folder "Contents" and nothing else (what an interrupted installation
+/// it: both must be folders that hold a folder "Contents" and nothing else but links named bin, lib,
+/// share and Info.plist to what has that name in it (what an interrupted installation
 /// left does not count), and those of `bundle` must be this user's. An empty `newBundle` is not looked at.
 [[nodiscard]] std::string contentsProblem(const std::string &bundle, const std::string &newBundle);
 

@@ -197,6 +197,26 @@ TEST_F(InstallerTool, ContentsAreReplacedWhereTheFolderBelongsToOthers) {
     ASSERT_TRUE(waitUntil([this] { return ran() == "new"; }));
 }
 
+TEST_F(InstallerTool, LinksIntoTheContentsStayWhenTheseAreReplaced) {
+    inPlace = true;
+    prepare();
+    // Divided as /usr is: the executable in bin, and links to everything at the top.
+    for (const QString &bundle : {app, fresh}) {
+        ASSERT_TRUE(QDir().rename(bundle + u"/Contents/Linux"_s, bundle + u"/Contents/bin"_s));
+        for (const QString &name : {u"bin"_s, u"lib"_s, u"share"_s, u"Info.plist"_s})
+            ASSERT_TRUE(QFile::link(u"Contents/"_s + name, bundle + u'/' + name));
+    }
+    closeFolder();
+    const QStringList made = tx::test::treeOf(fresh + u"/Contents"_s);
+    const ProcessResult result = runAsUser(tool(), arguments(endedProcess()));
+    EXPECT_EQ(result.status, 0) << result.errors.constData();
+    EXPECT_EQ(tx::test::treeOf(app + u"/Contents"_s), made);
+    EXPECT_TRUE(tx::test::readFile(app + u"/Info.plist"_s).contains("<string>2</string>"));
+    EXPECT_EQ(tx::test::namesIn(app),
+              (QStringList{u"Contents"_s, u"Info.plist"_s, u"bin"_s, u"lib"_s, u"share"_s}));
+    ASSERT_TRUE(waitUntil([this] { return ran() == "new"; }));
+}
+
 TEST_F(InstallerTool, BundlesOfMoreThanTheirContentsAreNotReplacedInPlace) {
     inPlace = true;
     const struct {
@@ -205,6 +225,10 @@ TEST_F(InstallerTool, BundlesOfMoreThanTheirContentsAreNotReplacedInPlace) {
     } cases[] = {
         {"holds more than its", [this] { tx::test::writeFile(app + u"/extra"_s, "x"); }},
         {"holds more than its", [this] { tx::test::writeFile(fresh + u"/extra"_s, "x"); }},
+        {"holds more than its", [this] { tx::test::writeFile(app + u"/bin"_s, "x"); }},
+        {"holds more than its", [this] { ASSERT_TRUE(QFile::link(u"Contents/lib"_s, fresh + u"/bin"_s)); }},
+        {"holds more than its",
+         [this] { ASSERT_TRUE(QFile::link(u"Contents/extra"_s, fresh + u"/extra"_s)); }},
         {"leads out of the application",
          [this] {
              ASSERT_TRUE(QFile::rename(fresh + u"/Contents"_s, path(u"Elsewhere"_s)));
