@@ -61,11 +61,11 @@ install(DIRECTORY ${CMAKE_LIBRARY_OUTPUT_DIRECTORY}/TarvixUpdate DESTINATION ${C
         USE_SOURCE_PERMISSIONS)
 install(EXPORT TarvixUpdateTargets NAMESPACE TarvixUpdate:: DESTINATION ${package_dir})
 configure_package_config_file(cmake/TarvixUpdateConfig.cmake.in TarvixUpdateConfig.cmake
-  INSTALL_DESTINATION ${package_dir} PATH_VARS CMAKE_INSTALL_LIBEXECDIR)
+  INSTALL_DESTINATION ${package_dir} PATH_VARS CMAKE_INSTALL_BINDIR CMAKE_INSTALL_LIBEXECDIR)
 write_basic_package_version_file(TarvixUpdateConfigVersion.cmake COMPATIBILITY SameMinorVersion)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/TarvixUpdateConfig.cmake
               ${CMAKE_CURRENT_BINARY_DIR}/TarvixUpdateConfigVersion.cmake
-              cmake/TarvixUpdatePolicy.cmake cmake/TarvixUpdatePolicy.policy.in
+              cmake/TarvixUpdateBundle.cmake cmake/TarvixUpdatePolicy.cmake cmake/TarvixUpdatePolicy.policy.in
         DESTINATION ${package_dir})
 
 # For build systems that ask pkg-config.

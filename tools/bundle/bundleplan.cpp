@@ -236,14 +236,14 @@ private:
             }
         }
         for (const QString &name : imports->missing) {
-            if (name.startsWith(u"Qt") && names->contains(name))
-                return problem(u"the QML module %1 is imported, but it is not installed"_s.arg(name), {},
-                               u"Install it, on Debian: apt install qml6-module-%1"_s.arg(
-                                   QString(name).replace(u'.', u'-').toLower()));
             // The styles of other systems are imported by Qt's controls, and not missed.
-            if (!name.startsWith(u"QtQuick.Controls."))
-                note(u"the QML module %1 is imported and not installed; that is right if it is compiled into "
-                     "the program"_s.arg(name));
+            if (name.startsWith(u"QtQuick.Controls."))
+                continue;
+            const QString package = u"qml6-module-"_s + QString(name).replace(u'.', u'-').toLower();
+            note(u"the QML module %1 is imported and not installed; that is right if %2"_s.arg(
+                name, name.startsWith(u"Qt")
+                          ? u"the program does without it on this system (Debian: %1)"_s.arg(package)
+                          : u"it is compiled into the program"_s));
         }
         return {};
     }

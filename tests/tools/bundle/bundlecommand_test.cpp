@@ -313,4 +313,51 @@ TEST_F(BundleCommand, MissingProgramsAreNamedWithTheirPackage) {
     }
 }
 
+class BundleFunction : public tx::test::BundleTest {
+protected:
+    /// A project whose program was built elsewhere.
+    ProcessResult configure(const QString &call) {
+        QDir().mkpath(path(u"project"_s));
+        writeFile(path(u"project/my.svg"_s), "<svg xmlns=\"http://www.w3.org/2000/svg\"/>");
+        writeFile(
+            path(u"project/CMakeLists.txt"_s),
+            (u"cmake_minimum_required(VERSION 3.25)\nproject(My LANGUAGES NONE)\ninclude(\"%1/../cmake/"
+             "TarvixUpdateBundle.cmake\")\nadd_executable(my IMPORTED)\nset_target_properties(my PROPERTIES "
+             "IMPORTED_LOCATION \"%2\" TARVIXUPDATE_BUNDLE_NAME \"My Sample\")\n%3\n"_s)
+                .arg(tx::test::sourcesFolder(), sample(), call)
+                .toUtf8());
+        return runProcess(u"cmake"_s,
+                          {u"-S"_s, path(u"project"_s), u"-B"_s, path(u"tree"_s),
+                           u"-DTarvixUpdate_TXUPDATE="_s + tx::test::programsFolder() + u"/txupdate"_s});
+    }
+};
+
+TEST_F(BundleFunction, TargetMakesTheSameBundleAsTheCommand) {
+    const ProcessResult configured = configure(
+        u"tarvixupdate_add_bundle(TARGET my IDENTIFIER org.example.Sample BUILD 7 VERSION 2.1 ICON my.svg "
+        "OUTPUT \"%1\")"_s.arg(path(u"dist"_s)));
+    ASSERT_EQ(configured.status, 0) << configured.errors.constData();
+    const ProcessResult built =
+        runProcess(u"cmake"_s, {u"--build"_s, path(u"tree"_s), u"--target"_s, u"my_bundle"_s});
+    ASSERT_EQ(built.status, 0) << built.output.constData() << built.errors.constData();
+    const QStringList byFunction = tx::test::treeOf(made(u"Frameworks"_s));
+    const TXBundle bundle(path(u"dist/MySample.app"_s));
+    EXPECT_EQ(bundle.infoString(u"CFBundleShortVersionString"_s), u"2.1"_s);
+    EXPECT_EQ(bundle.infoString(u"CFBundleIconFile"_s), u"my.svg"_s);
+    ASSERT_EQ(this->bundle(sample()).status, 0);
+    EXPECT_EQ(tx::test::treeOf(made(u"Frameworks"_s)), byFunction);
+}
+
+TEST_F(BundleFunction, WrongCallsAreRefusedWhenTheProjectIsConfigured) {
+    for (const auto &[call, says] :
+         {std::pair(u"tarvixupdate_add_bundle(TARGET none IDENTIFIER a.b BUILD 1)"_s, "found \"none\""),
+          std::pair(u"tarvixupdate_add_bundle(TARGET my BUILD 1)"_s, "IDENTIFIER is missing"),
+          std::pair(u"tarvixupdate_add_bundle(TARGET my IDENTIFIER a.b BUILD 1 ICONS x)"_s,
+                    "unknown arguments")}) {
+        const ProcessResult configured = configure(call);
+        EXPECT_NE(configured.status, 0) << says;
+        EXPECT_THAT(configured.errors.toStdString(), testing::HasSubstr(says));
+    }
+}
+
 } // namespace

@@ -1,0 +1,76 @@
+# From a target to a bundle that users can start and update, by `txupdate bundle`.
+#
+# tarvixupdate_add_bundle(TARGET myapp IDENTIFIER org.example.MyApp NAME "My App" BUILD 1042 [VERSION 2.1] [ICON FILE]
+#                         [DESKTOP FILE] [INFO FILE] [KEYS NAME...] [ADD FILE[:PLACE]...] [PLUGINS FOLDER[/FILE]...]
+#                         [QML FOLDER...] [BUILD_PATHS FOLDER...] [PUBLISHED BUNDLE] [OUTPUT FOLDER] [LAYOUT app|prefix]
+#                         [WITH_WEB_ENGINE] [ALL])
+#   adds the target myapp_bundle, which makes the bundle in OUTPUT, by default the current binary folder, and fails if
+#   something in it would not work for users. Files are relative to the current source folder. ALL makes it a part of the
+#   default target. What is not given is taken from the target's property of that name after TARVIXUPDATE_BUNDLE_, such as
+#   TARVIXUPDATE_BUNDLE_IDENTIFIER.
+function(tarvixupdate_add_bundle)
+  set(one IDENTIFIER NAME BUILD VERSION ICON DESKTOP INFO PUBLISHED OUTPUT LAYOUT)
+  set(many KEYS ADD PLUGINS QML BUILD_PATHS)
+  cmake_parse_arguments(PARSE_ARGV 0 ARG "WITH_WEB_ENGINE;ALL" "TARGET;${one}" "${many}")
+  if(ARG_UNPARSED_ARGUMENTS)
+    message(FATAL_ERROR "tarvixupdate_add_bundle: unknown arguments \"${ARG_UNPARSED_ARGUMENTS}\".")
+  endif()
+  if(NOT TARGET "${ARG_TARGET}")
+    message(FATAL_ERROR "tarvixupdate_add_bundle: TARGET must name an executable of this project; found \"${ARG_TARGET}\".")
+  endif()
+  foreach(argument IN LISTS one many ITEMS WITH_WEB_ENGINE)
+    if(NOT ARG_${argument})
+      get_target_property(value ${ARG_TARGET} TARVIXUPDATE_BUNDLE_${argument})
+      if(value)
+        set(ARG_${argument} "${value}")
+      endif()
+    endif()
+  endforeach()
+  foreach(argument IDENTIFIER NAME BUILD)
+    if("${ARG_${argument}}" STREQUAL "")
+      message(FATAL_ERROR "tarvixupdate_add_bundle: ${argument} is missing.")
+    endif()
+  endforeach()
+  if(NOT ARG_OUTPUT)
+    set(ARG_OUTPUT "${CMAKE_CURRENT_BINARY_DIR}")
+  endif()
+
+  set(words --identifier "${ARG_IDENTIFIER}" --name "${ARG_NAME}" --build "${ARG_BUILD}" -o "${ARG_OUTPUT}"
+      --build-path "${CMAKE_SOURCE_DIR}" --build-path "${CMAKE_BINARY_DIR}")
+  if(ARG_VERSION)
+    list(APPEND words --version "${ARG_VERSION}")
+  endif()
+  if(ARG_LAYOUT)
+    list(APPEND words --layout "${ARG_LAYOUT}")
+  endif()
+  if(ARG_WITH_WEB_ENGINE)
+    list(APPEND words --with-web-engine)
+  endif()
+  foreach(argument ICON DESKTOP INFO PUBLISHED KEYS ADD QML BUILD_PATHS PLUGINS)
+    string(TOLOWER "--${argument}" word)
+    string(REGEX REPLACE "^--(key|plugin)s$" "--\\1" word "${word}")
+    string(REPLACE "--build_paths" "--build-path" word "${word}")
+    foreach(value IN LISTS ARG_${argument})
+      if(NOT argument STREQUAL "PLUGINS")
+        cmake_path(ABSOLUTE_PATH value BASE_DIRECTORY "${CMAKE_CURRENT_SOURCE_DIR}")
+      endif()
+      list(APPEND words ${word} "${value}")
+    endforeach()
+  endforeach()
+  if(TARGET txupdate)
+    set(program txupdate)
+  elseif(TarvixUpdate_TXUPDATE)
+    set(program "${TarvixUpdate_TXUPDATE}")
+  else()
+    message(FATAL_ERROR "tarvixupdate_add_bundle: txupdate was not installed with the library. Set TarvixUpdate_TXUPDATE to "
+                        "its path.")
+  endif()
+  set(all)
+  if(ARG_ALL)
+    set(all ALL)
+  endif()
+  add_custom_target(${ARG_TARGET}_bundle ${all}
+    COMMAND ${program} bundle "$<TARGET_FILE:${ARG_TARGET}>" ${words}
+    COMMENT "Making the bundle of ${ARG_NAME}" VERBATIM)
+  add_dependencies(${ARG_TARGET}_bundle ${ARG_TARGET})
+endfunction()
