@@ -119,7 +119,8 @@ const QList<Context> contexts{
 class Documents : public tx::test::FrameworkTest {};
 
 TEST_F(Documents, BlocksNameALanguageThatIsKnown) {
-    const QStringList known{u"cpp"_s, u"cmake"_s, u"json"_s, u"xml"_s, u"sh"_s, u"text"_s, u"toml"_s};
+    const QStringList known{u"cpp"_s,   u"cmake"_s, u"json"_s, u"xml"_s, u"sh"_s,
+                            u"nginx"_s, u"sql"_s,   u"text"_s, u"toml"_s};
     for (const QString &page : pages()) {
         for (const Snippet &snippet : snippetsOf(page))
             EXPECT_TRUE(known.contains(snippet.language))

@@ -2,6 +2,7 @@
 #include "txupdate/bundlewords.h"
 #include "txupdate/commands.h"
 #include "txupdate/publishwords.h"
+#include "txupdate/reportwords.h"
 #include "txupdate/supervisor.h"
 #include "txupdate/trustwords.h"
 
@@ -106,6 +107,7 @@ int main(int argc, char **argv) {
     const TrustWords trustWords(application, *feed);
     const PublishWords publishWords(application, *feed);
     const BundleWords bundleWords(application);
+    const ReportWords reportWords(application);
 
     auto *checkCommand = application.add_subcommand("check", "Ask the feed of an application for updates.");
     auto *updateCommand = application.add_subcommand(
@@ -159,6 +161,8 @@ int main(int argc, char **argv) {
     if (const std::optional<int> status = publishWords.run())
         return *status;
     if (const std::optional<int> status = bundleWords.run())
+        return *status;
+    if (const std::optional<int> status = reportWords.run())
         return *status;
     if (profileCommand->parsed())
         return profile(words.json);

@@ -1,0 +1,12 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace tx::report {
+
+/// A JSON string with its quotes.
+[[nodiscard]] std::string jsonText(std::string_view text);
+
+} // namespace tx::report

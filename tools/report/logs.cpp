@@ -1,0 +1,192 @@
+// SPDX-License-Identifier: MIT
+#include "report/logs.h"
+
+#include "report/logfile.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace tx::report {
+
+namespace {
+
+constexpr size_t namedLines = 10;
+constexpr const char *withoutEnd = "a JSON object without its end";
+
+/// One log's records on their way into the counts.
+class Reader {
+public:
+    Reader(LogFile &log, Counts &counts, LogResult &result, std::optional<Day> dayOfBodies)
+        : m_log(log)
+        , m_counts(counts)
+        , m_result(result)
+        , m_dayOfBodies(dayOfBodies) {}
+
+    /// False when the counts cannot be stored.
+    bool readAll() {
+        while (const std::optional<LogFile::Line> line = m_log.next(LogParser::maximumSize)) {
+            if (!read(*line))
+                return false;
+        }
+        return true;
+    }
+
+    /// After the place has been stored: an object at the end of the log is read again next time, when the
+    /// rest of it may be there.
+    void noteObjectAtEnd() {
+        if (m_object.empty())
+            return;
+        malformed(m_objectLine, withoutEnd);
+        m_result.state.lines += m_pendingLines;
+    }
+
+private:
+    bool read(const LogFile::Line &line) {
+        const int64_t number = m_result.state.lines + m_pendingLines + 1;
+        const bool beginsObject = line.text.starts_with('{');
+        const bool continues = line.text.empty() || line.text.find_first_of(" \t}") == 0;
+        if (!m_object.empty() && !continues) {
+            // Lines within an object are indented: the one before has no end.
+            malformed(m_objectLine, withoutEnd);
+            m_object.clear();
+            m_result.state.lines += m_pendingLines;
+            m_result.newLines += std::exchange(m_pendingLines, 0);
+            m_log.markBeforeLine();
+        }
+        if (!m_object.empty() || beginsObject) {
+            if (m_object.empty()) {
+                m_objectLine = number;
+                m_braces = {};
+            }
+            m_braces.add(line.text);
+            if (m_object.empty() && m_braces.isComplete())
+                return take(line.text, number, 1, line.isFinished);
+            m_object.append(line.text).append(1, '\n');
+            ++m_pendingLines;
+            if (!line.isFinished && !m_braces.isComplete()) {
+                m_result.hasUnfinishedLine = true;
+                m_object.clear();
+                return true;
+            }
+            if (!m_braces.isComplete() && m_object.size() <= LogParser::maximumSize)
+                return true;
+            const std::string object = std::exchange(m_object, {});
+            return take(object, m_objectLine, std::exchange(m_pendingLines, 0), line.isFinished);
+        }
+        if (line.text.find_first_not_of(" \t") == std::string_view::npos) {
+            settle(1, line.isFinished);
+            return true;
+        }
+        return take(line.text, number, 1, line.isFinished);
+    }
+
+    /// Counts a record of so many lines that begins at line `number`.
+    bool take(std::string_view record, int64_t number, int64_t lines, bool isFinished) {
+        const Parsed parsed = m_parser.parse(record);
+        if (!isFinished && parsed.record == Record::Malformed) {
+            m_result.hasUnfinishedLine = true;
+            return true;
+        }
+        if (parsed.record == Record::Malformed) {
+            malformed(number, parsed.reason);
+        } else if (parsed.record == Record::Check) {
+            Check check = parsed.check;
+            if (!check.day)
+                check.day = m_dayOfBodies;
+            if (check.day ? !m_counts.add(check) : !check.system.empty() && !m_counts.addSystem(check))
+                return false;
+            m_result.state.checks += isFinished;
+        } else {
+            m_result.state.others += isFinished;
+        }
+        m_result.hasUnfinishedLine |= !isFinished;
+        settle(lines, isFinished);
+        return true;
+    }
+
+    /// Goes on behind these lines; an unfinished one is read again next time, which changes nothing.
+    void settle(int64_t lines, bool isFinished) {
+        if (!isFinished)
+            return;
+        m_result.state.lines += lines;
+        m_result.newLines += lines;
+        m_log.mark();
+    }
+    void malformed(int64_t line, const char *reason) {
+        ++m_result.state.malformed;
+        if (m_result.malformed.size() < namedLines)
+            m_result.malformed.push_back({line, reason});
+    }
+
+    LogFile &m_log;
+    Counts &m_counts;
+    LogResult &m_result;
+    const std::optional<Day> m_dayOfBodies;
+    LogParser m_parser;
+    std::string m_object; ///< the lines of an object that goes on
+    BraceCounter m_braces;
+    int64_t m_objectLine = 0;
+    int64_t m_pendingLines = 0;
+};
+
+/// Finds the log among those that were read before, and goes on where that ended. False: the counts fail.
+bool recognize(LogFile &log, Counts &counts, LogState &state) {
+    std::vector<size_t> sizes;
+    if (!log.isRegular())
+        return true;
+    if (!counts.headSizes(sizes))
+        return false;
+    // The longest beginning that fits is the surest one.
+    std::sort(sizes.rbegin(), sizes.rend());
+    for (const size_t size : sizes) {
+        std::vector<LogState> candidates;
+        const std::optional<std::string> digest = log.digestOfHead(size);
+        if (digest && !counts.logsWithHead(*digest, size, candidates))
+            return false;
+        for (LogState &candidate : candidates) {
+            if (log.resume(candidate.position, candidate.tail)) {
+                state = std::move(candidate);
+                return true;
+            }
+        }
+    }
+    return true;
+}
+
+bool readInto(LogFile &log, Counts &counts, LogResult &result, std::optional<Day> dayOfBodies) {
+    if (!recognize(log, counts, result.state))
+        return false;
+    Reader reader(log, counts, result, dayOfBodies);
+    if (!reader.readAll())
+        return false;
+    result.error = log.error();
+    result.state.position = log.position();
+    const size_t headSize = std::min<size_t>(LogFile::comparedSize, static_cast<size_t>(log.position()));
+    const std::optional<std::string> head = log.digestOfHead(headSize);
+    if (head && log.isRegular()) {
+        result.state.tail = log.digestOfTail();
+        if (!counts.store(result.state, *head, headSize))
+            return false;
+    }
+    reader.noteObjectAtEnd();
+    return true;
+}
+
+} // namespace
+
+std::optional<LogResult> readLog(const std::string &path, Counts &counts, std::optional<Day> dayOfBodies) {
+    LogResult result;
+    result.log = path;
+    std::optional<LogFile> log = LogFile::open(path, result.error);
+    if (!log)
+        return result;
+    if (!counts.begin())
+        return std::nullopt;
+    if (!readInto(*log, counts, result, dayOfBodies) || !counts.commit()) {
+        counts.rollBack();
+        return std::nullopt;
+    }
+    return result;
+}
+
+} // namespace tx::report
