@@ -55,12 +55,12 @@ inline QByteArray signedFeed(const QByteArray &body, const Signers &signers = {0
 /// The texts that sign an archive as a build of the host of the tests.
 inline std::vector<std::string> archiveTexts(const QByteArray &archive, const std::string &build,
                                              const Signers &signers = {0},
-                                             const std::optional<std::string> &feed = {}) {
+                                             const std::optional<std::string> &onlyIn = {}) {
     std::vector<std::string> texts;
     for (const size_t number : signers)
         texts.push_back(
             signText(key(number), archive.toStdString(),
-                     trust::archiveComment({"org.example.Host", build, uint64_t(archive.size()), feed})));
+                     trust::archiveComment({"org.example.Host", build, uint64_t(archive.size()), onlyIn})));
     return texts;
 }
 
