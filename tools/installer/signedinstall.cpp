@@ -5,6 +5,7 @@
 #include "installer/programoutput.h"
 #include "posix/interrupted.h"
 #include "posix/privatefile.h"
+#include "posix/readwrite.h"
 #include "posix/rootspath.h"
 #include "posix/startable.h"
 #include "posix/versionorder.h"
@@ -14,9 +15,7 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
-#include <dirent.h>
 #include <fcntl.h>
-#include <memory>
 #include <optional>
 #include <string_view>
 #include <sys/stat.h>
@@ -78,25 +77,15 @@ Outcome<trust::ArchiveSignatures> signaturesIn(const std::vector<std::string> &w
 
 /// The folders directly in `folder`, sorted. The links among them are none.
 Outcome<std::vector<std::string>> foldersIn(const posix::Descriptor &folder) {
-    struct CloseFolder {
-        void operator()(DIR *list) const { closedir(list); }
-    };
-    const int copy = openat(folder.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    const std::unique_ptr<DIR, CloseFolder> list(copy < 0 ? nullptr : fdopendir(copy));
-    if (!list)
-        return fileFault(std::string("what was unpacked cannot be listed: ") + std::strerror(errno));
+    std::vector<std::string> names;
+    if (const int number = posix::namesIn(folder.get(), names))
+        return fileFault(std::string("what was unpacked cannot be listed: ") + std::strerror(number));
     std::vector<std::string> result;
-    errno = 0;
-    while (const dirent *entry = readdir(list.get())) {
+    for (const std::string &name : names) {
         struct stat info {};
-        const std::string name = entry->d_name;
-        if (name != "." && name != ".." &&
-            fstatat(folder.get(), entry->d_name, &info, AT_SYMLINK_NOFOLLOW) == 0 && S_ISDIR(info.st_mode))
+        if (fstatat(folder.get(), name.c_str(), &info, AT_SYMLINK_NOFOLLOW) == 0 && S_ISDIR(info.st_mode))
             result.push_back(name);
-        errno = 0;
     }
-    if (errno != 0)
-        return fileFault(std::string("what was unpacked cannot be listed: ") + std::strerror(errno));
     std::sort(result.begin(), result.end());
     return result;
 }
