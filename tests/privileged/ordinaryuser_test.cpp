@@ -192,7 +192,7 @@ TEST_F(OrdinaryUser, IsAllThatTheInstallerIsToldBesideItsJob) {
                                  "argument " + QFile::encodeName(application),
                                  "argument " + QFile::encodeName(archive),
                                  "variable PATH=/usr/sbin:/usr/bin:/sbin:/bin", "variable PKEXEC_UID=65534",
-                                 "descriptor 0 /dev/null", "descriptor 1 "}))
+                                 "alarm 0", "descriptor 0 /dev/null", "descriptor 1 "}))
         << said.constData();
 }
 

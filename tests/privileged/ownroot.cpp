@@ -10,6 +10,7 @@
 #include <QProcess>
 
 #include <cstring>
+#include <linux/close_range.h>
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/socket.h>
@@ -111,7 +112,10 @@ ProcessResult OwnRootTest::runHelper(const QString &resources, const QByteArray 
     EXPECT_EQ(sendmsg(ends[0], &message, 0), input.size());
     close(ends[0]);
     QProcess process;
-    process.setChildProcessModifier([end = ends[1]] { dup2(end, STDIN_FILENO); });
+    process.setChildProcessModifier([end = ends[1]] {
+        dup2(end, STDIN_FILENO);
+        close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC);
+    });
     process.start(u"env"_s, {u"-i"_s, u"PATH=/usr/bin:/bin"_s, u"PKEXEC_UID="_s + QString::fromLatin1(user),
                              resources + u"/TXUpdateAuthorize"_s});
     close(ends[1]);

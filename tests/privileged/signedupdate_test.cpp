@@ -8,7 +8,10 @@
 #include "posix/installerstatus.h"
 #include "posix/posixfiles.h"
 #include "tests/privileged/privileged.h"
+#include "tests/support/feedserver.h"
+#include "tests/support/places.h"
 #include "tests/tools/installer/signedrelease.h"
+#include "tests/trust/signedreleases.h"
 #include "trust/verifiedarchive.h"
 
 #include <QProcess>
@@ -308,6 +311,81 @@ TEST_F(SignedUpdate, IsInstalledOnlyIfTheKeysHaveSignedIt) {
     (void)prepare(QVariantList{u"minisign:x"_s});
     expectRefused(65, "TXUpdatePublicKeys", job(), {openArchive().get()});
     expectRefused(65, "TXUpdatePublicKeys", installJob(host.processId()), {});
+}
+
+TEST_F(SignedUpdate, InstallerIsToldWhatItMayRemoveAndInheritsNothingElse) {
+    if (!isReal())
+        return expectNoWay();
+    (void)prepare();
+    const QString installer = resources + u"/TXUpdateInstaller.app/Contents/MacOS/TXUpdateInstaller"_s;
+    ASSERT_TRUE(QFile::remove(installer));
+    ASSERT_EQ(runProcess(u"cp"_s, {helpersFolder() + u"/installer_stand_in"_s, installer}).status, 0);
+    setMode(installer, 0755);
+    const ProcessResult result =
+        runHelper(resources, wordsOf(job()), QByteArray::number(user), {openArchive().get()});
+    EXPECT_EQ(result.status, 0) << result.errors.constData();
+    const QString fromRoot = u"/opt/.Host.app.txupdate-verified/New.app"_s;
+    QList<QByteArray> lines = result.output.split('\n');
+    for (QByteArray &line : lines) {
+        if (line.startsWith("descriptor 1 ") || line.startsWith("descriptor 2 "))
+            line = line.first(12); // pipes of this test
+    }
+    EXPECT_EQ(lines,
+              (QList<QByteArray>{
+                  "authorized", "argument " + QByteArray::number(host.processId()),
+                  "argument " + QFile::encodeName(fromRoot), "argument " + QFile::encodeName(application),
+                  "argument " + QFile::encodeName(archive), "variable PATH=/usr/sbin:/usr/bin:/sbin:/bin",
+                  "variable PKEXEC_UID=65534", "variable TXUPDATE_VERIFIED=" + QFile::encodeName(fresh),
+                  "alarm 0", "descriptor 0 /dev/null", "descriptor 1", "descriptor 2", ""}))
+        << result.output.constData();
+    EXPECT_EQ(treeOf(fromRoot), treeOf(release.bundle));
+}
+
+TEST_F(SignedUpdate, GoesFromTheSignedFeedToTheReopeningWithARealHost) {
+    if (!isReal())
+        return expectNoWay();
+    if (!prepare())
+        return; // root is nobody else here, so there is no host that is not root
+    ASSERT_TRUE(QFile::remove(archive));
+    ASSERT_TRUE(QDir(fresh).removeRecursively());
+    QDir().mkpath(u"/way"_s);
+    ASSERT_EQ(runProcess(u"cp"_s, {helpersFolder() + u"/pkexec_stand_in"_s, u"/way/pkexec"_s}).status, 0);
+    setMode(u"/way/pkexec"_s, 04755);
+    const QStringList oldTree = treeOf(application);
+    const QStringList signedTree = treeOf(release.bundle);
+    FeedServer server;
+    const QByteArray feed =
+        signedFeed(feedOf({entryFor(u"2"_s, server.url(u"/New.zip"_s), release.texts)}), {0},
+                   {hostIdentifier.toStdString(), "release", QDateTime::currentSecsSinceEpoch(), 60});
+    QByteArray served = QByteArray::fromStdString(release.bytes);
+    server.always([&](const HttpRequest &request) {
+        return request.path() == "/feed.json" ? HttpReply::json(feed) : HttpReply::file(served);
+    });
+    const auto runHost = [&] {
+        return runProcess(u"setpriv"_s,
+                          {u"--reuid=65534"_s, u"--regid=65534"_s, u"--clear-groups"_s, u"env"_s, u"-i"_s,
+                           u"HOME="_s + home, u"PATH=/way:/usr/bin:/bin"_s,
+                           u"TXUPDATE_RESOURCES="_s + resources, u"FAULT_PLAN="_s + home + u"/plan"_s,
+                           helpersFolder() + u"/survival/fault_host"_s, application, u"update"_s,
+                           server.url(u"/feed.json"_s)});
+    };
+    // One bit on the way.
+    served[served.size() / 2] = char(served[served.size() / 2] ^ 1);
+    ProcessResult result = runHost();
+    EXPECT_EQ(result.status, 1) << result.output.constData() << result.errors.constData();
+    EXPECT_THAT(result.output.toStdString(), HasSubstr("not downloaded: "));
+    EXPECT_EQ(treeOf(application), oldTree);
+    served = QByteArray::fromStdString(release.bytes);
+    result = runHost();
+    EXPECT_EQ(result.status, 0) << result.output.constData() << result.errors.constData();
+    EXPECT_THAT(result.output.toStdString(), HasSubstr("handed over"));
+    ASSERT_TRUE(waitUntil([&] { return readFile(ran).endsWith("\n"); })) << result.errors.constData();
+    EXPECT_EQ(readFile(ran).toStdString(), "signed\n");
+    EXPECT_EQ(treeOf(application), signedTree);
+    EXPECT_EQ(namesIn(u"/opt"_s), QStringList{u"Host.app"_s});
+    struct stat info {};
+    ASSERT_EQ(lstat("/opt/Host.app/Contents/Linux/Program", &info), 0);
+    EXPECT_EQ(info.st_uid, 0U);
 }
 
 TEST_F(SignedUpdate, WithoutKeysWhoeverIsAskedIsToldThatNobodyVerifies) {
