@@ -3,9 +3,13 @@
 
 #include "posix/openbundle.h"
 
+#include <QDir>
+#include <QFile>
 #include <QProcess>
 
 #include <csignal>
+
+using namespace Qt::StringLiterals;
 
 namespace tx::test {
 
@@ -39,6 +43,14 @@ bool isAlive(qint64 processIdentifier) { return kill(static_cast<pid_t>(processI
 ProcessReaper::~ProcessReaper() {
     for (const pid_t process : processesRunning(m_executable.toStdString()))
         kill(process, SIGKILL);
+    // One that was replaced meanwhile has the path of nothing any more, but still the name it was started by.
+    for (const QString &number : QDir(u"/proc"_s).entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
+        QFile words(u"/proc/"_s + number + u"/cmdline"_s);
+        if (const pid_t process = number.toInt();
+            process > 0 && words.open(QIODevice::ReadOnly) &&
+            words.readAll().split('\0').constFirst() == QFile::encodeName(m_executable))
+            kill(process, SIGKILL);
+    }
 }
 
 } // namespace tx::test
