@@ -55,6 +55,19 @@ struct FeedEditOptions {
     bool removesArchives = false;
 };
 
+/// What is null is asked for on the terminal, or has a usual value.
+struct InitOptions {
+    QString identifier;
+    QString to;
+    QString url;
+    QString bundle;
+    QString key;
+    QString ci; ///< "github", "gitlab" or "none"
+    bool withoutPassphrase = false;
+    PassphraseOptions passphrase;
+};
+
+int init(const InitOptions &options);
 int publish(const PublishOptions &options);
 int withdraw(const FeedEditOptions &options);
 int feedResign(const FeedEditOptions &options);

@@ -55,8 +55,12 @@ struct PublishWords::Data {
     long long largestArchive = 0;
     long long largestUnpacked = 0;
     std::string build;
+    std::string key;
+    std::string ci;
     bool removesArchives = false;
+    bool withoutPassphrase = false;
 
+    CLI::App *init = nullptr;
     CLI::App *publish = nullptr;
     CLI::App *withdraw = nullptr;
     CLI::App *resign = nullptr;
@@ -112,8 +116,28 @@ struct PublishWords::Data {
                 !isUnserved,
                 json};
     }
+    void addInit(CLI::App &program);
     void addPublish(CLI::App &program);
 };
+
+void PublishWords::Data::addInit(CLI::App &program) {
+    init = program.add_subcommand(
+        "init",
+        "Prepare the current folder for publishing: make the keys, a first feed, txupdate.toml, so that "
+        "publish needs no options, and a file for the CI system. Asks for what is not given.");
+    init->add_option("--identifier", identifier, "the application's identifier, such as org.example.MyApp");
+    init->add_option("--to", to, "where the files are: a folder, which is made, or a remote of rclone");
+    init->add_option("--url", url, "the URL under which that folder is served");
+    init->add_option("--bundle", bundle, "the built application; by default dist/NAME.app");
+    init->add_option("--key", key, "the name of the keys' files; by default release. Existing ones are used");
+    init->add_option("--ci", ci, "for which system a file is made: github, gitlab or none (the default)")
+        ->check(CLI::IsMember({"github", "gitlab", "none"}));
+    init->add_flag("--no-passphrase", withoutPassphrase, "leave new secret keys unencrypted");
+    init->add_option("--passphrase-fd", descriptor,
+                     "read the passphrase from this file descriptor; otherwise from the environment variable "
+                     "TXUPDATE_PASSPHRASE, else from the terminal")
+        ->check(CLI::NonNegativeNumber);
+}
 
 void PublishWords::Data::addPublish(CLI::App &program) {
     publish = program.add_subcommand(
@@ -129,6 +153,8 @@ void PublishWords::Data::addPublish(CLI::App &program) {
         ->expected(1)
         ->allow_extra_args(false)
         ->take_all();
+    publish->add_option("--tzst-from", tzstFrom,
+                        "the first installed build that can unpack .tzst; older ones get the other archive");
     publish->add_option("--track", track, "the track of the feed; by default \"release\"");
     publish->add_option("--title", title, "by default the application's name and version");
     publish->add_option("--display-version", version,
@@ -156,6 +182,7 @@ void PublishWords::Data::addPublish(CLI::App &program) {
 
 PublishWords::PublishWords(CLI::App &program, CLI::App &feed)
     : d(std::make_unique<Data>()) {
+    d->addInit(program);
     d->addPublish(program);
 
     d->withdraw = program.add_subcommand(
@@ -179,6 +206,15 @@ std::optional<int> PublishWords::run() const {
     const auto positive = [](long long number) {
         return number > 0 ? std::optional(qint64(number)) : std::nullopt;
     };
+    if (d->init->parsed())
+        return cli::init({textOrNull(d->identifier),
+                          textOrNull(d->to),
+                          textOrNull(d->url),
+                          textOrNull(d->bundle),
+                          textOrNull(d->key),
+                          textOrNull(d->ci),
+                          d->withoutPassphrase,
+                          {d->descriptor}});
     if (d->publish->parsed())
         return publish({d->place(), textOrNull(d->bundle), texts(d->archives), textOrNull(d->tzstFrom),
                         textOrNull(d->track), textOrNull(d->title), textOrNull(d->version),

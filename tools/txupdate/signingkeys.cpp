@@ -130,29 +130,31 @@ Outcome<trust::AppInfo> applicationOf(const SignedFor &signedFor) {
 
 Outcome<trust::AppInfo> verifierOf(const QString &bundle) { return infoOf(bundle); }
 
-int keygen(const KeygenOptions &options) {
+Outcome<SecretKey> makeKeys(const KeygenOptions &options) {
     if (!trust::sodiumIsReady())
-        return refuse({FaultKind::File, "the cryptographic library cannot be set up on this machine"});
+        return Fault{FaultKind::File, "the cryptographic library cannot be set up on this machine"};
     std::optional<Secret> passphrase;
     if (!options.withoutPassphrase) {
         Outcome<Secret> read = readPassphrase(options.passphrase, u"the new keys"_s, true);
         if (!read)
-            return refuse(read.fault());
+            return read.fault();
         passphrase = *std::move(read);
     }
     std::vector<NewFile> files;
     QStringList lines;
+    std::vector<SecretKey> keys;
     for (const QString &name : {options.name, options.name + u"-spare"_s}) {
-        const SecretKey key = SecretKey::generate();
+        SecretKey key = SecretKey::generate();
         Outcome<Secret> content = SecretKeyFile::write(key, passphrase ? &*passphrase : nullptr);
         if (!content)
-            return refuse(content.fault());
+            return content.fault();
         files.push_back({name + u".key"_s, *std::move(content)});
         files.push_back({name + u".pub"_s, Secret::of(trust::publicKeyFile(key.publicKey()))});
         lines << u"    <string>minisign:%1</string>"_s.arg(toText(trust::keyLine(key.publicKey())));
+        keys.push_back(std::move(key));
     }
     if (const Outcome<bool> written = writeNewFiles(files); !written)
-        return refuse(written.fault());
+        return written.fault();
     const QString report =
         u"%1.key signs archives and feeds. Keep it secret.\n"
         "%1-spare.key signs what replaces %1.key should it be lost: put it away now, offline, and "
@@ -160,7 +162,12 @@ int keygen(const KeygenOptions &options) {
         "Info.plist of the application:\n"
         "  <key>TXUpdatePublicKeys</key>\n  <array>\n%2\n  </array>\n"_s.arg(options.name, lines.join(u'\n'));
     std::fputs(report.toUtf8().constData(), stdout);
-    return ExitDone;
+    return std::move(keys.front());
+}
+
+int keygen(const KeygenOptions &options) {
+    const Outcome<SecretKey> made = makeKeys(options);
+    return made ? int(ExitDone) : refuse(made.fault());
 }
 
 } // namespace tx::cli

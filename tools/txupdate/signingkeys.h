@@ -13,6 +13,10 @@ namespace tx::cli {
 trust::Outcome<std::vector<trust::SecretKey>> openKeys(const QStringList &names,
                                                        const PassphraseOptions &passphrase);
 
+/// Makes the two pairs of `keygen`, and prints what to do with them. The key that is not put away. Faults:
+/// Passphrase, File.
+trust::Outcome<trust::SecretKey> makeKeys(const KeygenOptions &options);
+
 /// For which application `signedFor` is: what its Info.plist says, or its identifier and build alone. Fault:
 /// Keys, when the bundle is none, or has no keys.
 trust::Outcome<trust::AppInfo> applicationOf(const SignedFor &signedFor);
