@@ -45,6 +45,8 @@ constexpr ArchiveType archiveTypes[] = {
     {".tar.gz"_L1, "tar -zxC \"$TXUPDATE_UNARCHIVER_DESTINATION\""_L1},
     {".tbz"_L1, "tar -jxC \"$TXUPDATE_UNARCHIVER_DESTINATION\""_L1},
     {".tar.bz"_L1, "tar -jxC \"$TXUPDATE_UNARCHIVER_DESTINATION\""_L1},
+    {".tzst"_L1, "tar --zstd -xC \"$TXUPDATE_UNARCHIVER_DESTINATION\""_L1},
+    {".tar.zst"_L1, "tar --zstd -xC \"$TXUPDATE_UNARCHIVER_DESTINATION\""_L1},
     {".tar"_L1, "tar -xC \"$TXUPDATE_UNARCHIVER_DESTINATION\""_L1},
 };
 

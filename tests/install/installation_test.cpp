@@ -314,7 +314,7 @@ TEST_F(Installing, UnknownArchiveTypeRunsIntoTheFallback) {
         error,
         TXError(u"TXUpdate"_s, 0, u"The application could not be installed automatically."_s,
                 u"The archive MyApp.dmg is of a type that cannot be unpacked. Archives of these types can "
-                "be: .zip, .tgz, .tar.gz, .tbz, .tar.bz, .tar."_s,
+                "be: .zip, .tgz, .tar.gz, .tbz, .tar.bz, .tzst, .tar.zst, .tar."_s,
                 u"To update, go to the website and download the latest version directly."_s));
     EXPECT_TRUE(exits.isEmpty());
     EXPECT_TRUE(alerts.isEmpty());

@@ -102,12 +102,13 @@ TEST_P(UnarchiverKind, UnpacksBesideTheArchiveWithModesAndLinks) {
 
 INSTANTIATE_TEST_SUITE_P(Kinds, UnarchiverKind,
                          testing::Values(ArchiveKind::Zip, ArchiveKind::Tgz, ArchiveKind::Tbz,
-                                         ArchiveKind::Tar));
+                                         ArchiveKind::Tzst, ArchiveKind::Tar));
 
 TEST_F(Unarchiver, CommandIsChosenBySuffixInAnyCase) {
     const QString zip = u"ditto -x -k - \"$TXUPDATE_UNARCHIVER_DESTINATION\""_s;
     const QString gzip = u"tar -zxC \"$TXUPDATE_UNARCHIVER_DESTINATION\""_s;
     const QString bzip = u"tar -jxC \"$TXUPDATE_UNARCHIVER_DESTINATION\""_s;
+    const QString zstd = u"tar --zstd -xC \"$TXUPDATE_UNARCHIVER_DESTINATION\""_s;
     const QList<std::pair<QString, QString>> cases{
         {u"a.zip"_s, zip},
         {u"Update.ZIP"_s, zip},
@@ -115,6 +116,9 @@ TEST_F(Unarchiver, CommandIsChosenBySuffixInAnyCase) {
         {u"a.tar.gz"_s, gzip},
         {u"a.tbz"_s, bzip},
         {u"a.tar.bz"_s, bzip},
+        {u"a.tzst"_s, zstd},
+        {u"A.TAR.ZST"_s, zstd},
+        {u"a.zst"_s, {}},
         {u"a.tar"_s, u"tar -xC \"$TXUPDATE_UNARCHIVER_DESTINATION\""_s},
         {u"a.tar.bz2"_s, {}},
         {u"a.tbz2"_s, {}},
@@ -137,7 +141,7 @@ TEST_F(Unarchiver, UnknownTypeIsReportedAtOnceWithNeitherApplicationNorError) {
     EXPECT_THAT(logLines(),
                 testing::Contains(u"TXUpdate: The archive a.dmg is of a type that cannot be unpacked. "
                                   "Archives of these types can be: .zip, .tgz, .tar.gz, .tbz, "
-                                  ".tar.bz, .tar."_s));
+                                  ".tar.bz, .tzst, .tar.zst, .tar."_s));
 }
 
 TEST_F(Unarchiver, AbsentArchiveIsNamedAndRevealed) {

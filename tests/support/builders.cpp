@@ -83,6 +83,8 @@ const char *suffixOf(ArchiveKind kind) {
         return ".tgz";
     case ArchiveKind::Tbz:
         return ".tbz";
+    case ArchiveKind::Tzst:
+        return ".tzst";
     default:
         return ".tar";
     }
@@ -101,6 +103,8 @@ void makeArchive(const QString &path, ArchiveKind kind, const QList<ArchiveEntry
             archive_write_add_filter_gzip(writer);
         else if (kind == ArchiveKind::Tbz)
             archive_write_add_filter_bzip2(writer);
+        else if (kind == ArchiveKind::Tzst)
+            archive_write_add_filter_zstd(writer);
     }
     ASSERT_EQ(archive_write_open_filename(writer, path.toUtf8().constData()), ARCHIVE_OK);
     for (const ArchiveEntry &entry : entries) {

@@ -31,7 +31,7 @@ struct BundleDescription {
 /// first.
 void makeBundle(const QString &path, const BundleDescription &description);
 
-enum class ArchiveKind { Zip, Tgz, Tbz, Tar };
+enum class ArchiveKind { Zip, Tgz, Tbz, Tzst, Tar };
 void PrintTo(ArchiveKind kind, std::ostream *out);
 
 struct ArchiveEntry {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
-// tar -xC DIR, -zxC DIR, -jxC DIR: unpacks a tar archive from standard input into DIR. Supports only the
-// arguments that the framework uses. The system's tar would leave a part of a damaged archive behind.
+// tar -xC DIR, -zxC DIR, -jxC DIR, --zstd -xC DIR: unpacks a tar archive from standard input into DIR.
+// Supports only the arguments that the framework uses. The system's tar would leave a part of a damaged
+// archive behind.
 
 #include "archive/extraction.h"
 
@@ -17,9 +18,9 @@ namespace {
 
 int usage() {
     std::fputs(
-        "usage: tar -xC DIR | -zxC DIR | -jxC DIR\n"
-        "Unpacks the archive on standard input, plain or compressed by gzip or bzip2, into DIR. An archive\n"
-        "that is damaged, would leave DIR or takes more than TXUPDATE_UNARCHIVER_LIMIT bytes leaves "
+        "usage: tar -xC DIR | -zxC DIR | -jxC DIR | --zstd -xC DIR\n"
+        "Unpacks the archive on standard input, plain or compressed by gzip, bzip2 or zstd, into DIR. An\n"
+        "archive that is damaged, would leave DIR or takes more than TXUPDATE_UNARCHIVER_LIMIT bytes leaves\n"
         "nothing.\n"
         "Exit status: 0 unpacked, 1 not, 64 misuse.\n",
         stderr);
@@ -30,7 +31,7 @@ int usage() {
 /// does not.
 class Input {
 public:
-    enum Kind { Plain, Gzip, Bzip2 };
+    enum Kind { Plain, Gzip, Bzip2, Zstd };
     explicit Input(Kind kind)
         : m_kind(kind)
         , m_gzip(kind == Gzip ? gzdopen(dup(STDIN_FILENO), "rb") : nullptr) {
@@ -69,7 +70,7 @@ public:
         ssize_t n = 0;
         while ((n = next()) > 0) {
         }
-        if (n == 0 && (m_endsInZeros || m_kind == Bzip2))
+        if (n == 0 && (m_endsInZeros || m_kind == Bzip2 || m_kind == Zstd))
             return true;
         (void)tx::tools::fail("tar", "the archive is damaged",
                               n < 0 ? m_failure.c_str() : "its end is missing");
@@ -115,19 +116,27 @@ la_ssize_t readInput(archive *reader, void *data, const void **block) {
 
 int main(int argc, char **argv) {
     using namespace tx::tools;
-    const std::string options = argc == 3 ? argv[1] : "";
-    if (options != "-xC" && options != "-zxC" && options != "-jxC")
+    std::string options = argc == 3 && std::strcmp(argv[1], "--zstd") != 0 ? argv[1] : "";
+    if (argc == 4 && std::strcmp(argv[1], "--zstd") == 0 && std::strcmp(argv[2], "-xC") == 0)
+        options = argv[1];
+    if (options != "-xC" && options != "-zxC" && options != "-jxC" && options != "--zstd")
         return usage();
-    const std::unique_ptr<char, decltype(&std::free)> folder(realpath(argv[2], nullptr), &std::free);
+    const char *place = argv[argc - 1];
+    const std::unique_ptr<char, decltype(&std::free)> folder(realpath(place, nullptr), &std::free);
     if (!folder)
-        return fail("tar", argv[2], std::strerror(errno));
+        return fail("tar", place, std::strerror(errno));
     // In the plain locale, in which this program starts, names come out byte for byte.
     const Reader reader(archive_read_new(), &archive_read_free);
     archive_read_support_format_tar(reader.get());
     archive_read_support_format_gnutar(reader.get());
     if (options == "-jxC")
         archive_read_support_filter_bzip2(reader.get());
-    Input input(options == "-zxC" ? Input::Gzip : options == "-jxC" ? Input::Bzip2 : Input::Plain);
+    if (options == "--zstd")
+        archive_read_support_filter_zstd(reader.get());
+    Input input(options == "-zxC"     ? Input::Gzip
+                : options == "-jxC"   ? Input::Bzip2
+                : options == "--zstd" ? Input::Zstd
+                                      : Input::Plain);
     int status = 1;
     if (archive_read_open(reader.get(), &input, nullptr, readInput, nullptr) == ARCHIVE_OK)
         status = extract(reader.get(), folder.get(), "tar", [&input] { return input.endsWell(); });

@@ -91,7 +91,7 @@ Outcome<std::vector<std::string>> foldersIn(const posix::Descriptor &folder) {
 }
 
 /// How the framework's own program is called that unpacks an archive. The first bytes decide, not a name that
-/// anybody could give it; what is no zip, gzip or bzip2 archive is left to tar.
+/// anybody could give it; what is no zip, gzip, bzip2 or zstd archive is left to tar.
 struct Unpacking {
     std::string program; ///< relative to the framework's resources
     std::vector<std::string> arguments;
@@ -107,6 +107,8 @@ Unpacking unpackingOf(int archive, const std::string &folder) {
         return {"/Archives/tar", {"-zxC", folder}};
     if (start.substr(0, 3) == "BZh")
         return {"/Archives/tar", {"-jxC", folder}};
+    if (start == "\x28\xb5\x2f\xfd")
+        return {"/Archives/tar", {"--zstd", "-xC", folder}};
     return {"/Archives/tar", {"-xC", folder}};
 }
 

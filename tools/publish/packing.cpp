@@ -19,6 +19,7 @@
 #include <fcntl.h>
 #include <memory>
 #include <unistd.h>
+#include <zstd.h>
 
 using namespace Qt::StringLiterals;
 
@@ -67,17 +68,47 @@ struct Sink {
     std::unique_ptr<OutputFile> file;
     trust::DigestStream stream;
     TXError error;
+    /// Compresses what comes; null when that is done already. The archive library's own compressor leaves out
+    /// the checksum, without which a changed byte could pass.
+    std::unique_ptr<ZSTD_CCtx, size_t (*)(ZSTD_CCtx *)> zstd{nullptr, &ZSTD_freeCCtx};
+
+    bool store(const void *bytes, size_t size) {
+        error = file->write(QByteArrayView(static_cast<const char *>(bytes), qsizetype(size)));
+        stream.add(bytes, size);
+        return !error;
+    }
+
+    bool compress(const void *bytes, size_t size, ZSTD_EndDirective how) {
+        ZSTD_inBuffer from{bytes, size, 0};
+        QByteArray buffer(qsizetype(ZSTD_CStreamOutSize()), Qt::Uninitialized);
+        for (;;) {
+            ZSTD_outBuffer to{buffer.data(), size_t(buffer.size()), 0};
+            const size_t left = ZSTD_compressStream2(zstd.get(), &to, &from, how);
+            if (ZSTD_isError(left) != 0)
+                error = TXError(TXPOSIXErrorDomain, ENOMEM, QString::fromUtf8(ZSTD_getErrorName(left)));
+            if (error || (to.pos > 0 && !store(buffer.constData(), to.pos)))
+                return false;
+            if (how == ZSTD_e_end ? left == 0 : from.pos == from.size)
+                return true;
+        }
+    }
 };
 
 la_ssize_t takeBytes(archive *writer, void *data, const void *bytes, size_t size) {
     Sink &sink = *static_cast<Sink *>(data);
-    sink.error = sink.file->write(QByteArrayView(static_cast<const char *>(bytes), qsizetype(size)));
-    if (sink.error) {
+    if (!(sink.zstd ? sink.compress(bytes, size, ZSTD_e_continue) : sink.store(bytes, size))) {
         archive_set_error(writer, EIO, "%s", "it cannot be written");
         return -1;
     }
-    sink.stream.add(bytes, size);
     return la_ssize_t(size);
+}
+
+bool setUpCompressor(Sink &sink) {
+    constexpr int level = 19;
+    sink.zstd.reset(ZSTD_createCCtx());
+    return sink.zstd &&
+           ZSTD_isError(ZSTD_CCtx_setParameter(sink.zstd.get(), ZSTD_c_compressionLevel, level)) == 0 &&
+           ZSTD_isError(ZSTD_CCtx_setParameter(sink.zstd.get(), ZSTD_c_checksumFlag, 1)) == 0;
 }
 
 using Writer = std::unique_ptr<archive, int (*)(archive *)>;
@@ -101,9 +132,6 @@ bool setUp(archive *writer, ArchiveType type) {
             isGood =
                 isGood && archive_write_add_filter_gzip(writer) == ARCHIVE_OK &&
                 archive_write_set_options(writer, "gzip:compression-level=9,gzip:!timestamp") == ARCHIVE_OK;
-        else
-            isGood = isGood && archive_write_add_filter_zstd(writer) == ARCHIVE_OK &&
-                     archive_write_set_options(writer, "zstd:compression-level=19") == ARCHIVE_OK;
     }
     // Archives end where their content does.
     return isGood && archive_write_set_bytes_in_last_block(writer, 1) == ARCHIVE_OK;
@@ -249,6 +277,8 @@ Outcome<PackedArchive> packBundle(const Application &application, const std::vec
     const auto failed = [&sink](const Fault &fault) {
         return sink.error ? Fault{FaultKind::File, sink.error.localizedDescription().toStdString()} : fault;
     };
+    if (type == ArchiveType::Tzst && !setUpCompressor(sink))
+        return Fault{FaultKind::File, "the compressor cannot be set up: there is not enough memory"};
     if (archive_write_open(writer.get(), &sink, nullptr, takeBytes, nullptr) != ARCHIVE_OK)
         return failed(writerFault(writer.get()));
     Packing packing(application, writer.get(), newest, progress);
@@ -257,6 +287,8 @@ Outcome<PackedArchive> packBundle(const Application &application, const std::vec
             return failed(*fault);
     }
     if (archive_write_close(writer.get()) != ARCHIVE_OK)
+        return failed(writerFault(writer.get()));
+    if (sink.zstd && !sink.compress(nullptr, 0, ZSTD_e_end))
         return failed(writerFault(writer.get()));
     progress.end();
     // What is uploaded keeps its mode, and servers read with rights of their own.

@@ -126,6 +126,16 @@ private:
         if (!m_request.bounds.minSystem.isNull() && !m_request.bounds.maxSystem.isNull() &&
             compareVersions(m_request.bounds.minSystem, m_request.bounds.maxSystem) > 0)
             return input(u"--min-system is after --max-system: nobody would see the build"_s);
+        if (m_request.types.contains(ArchiveType::Tzst)) {
+            if (m_request.tzstFrom.isNull())
+                return input(
+                    u"from which installed build on .tzst can be unpacked is not known: name it with "
+                    "--tzst-from"_s);
+            if (m_request.types.size() == 1)
+                return input(
+                    u"installed builds before %1 cannot unpack .tzst: add --archive tgz for them"_s.arg(
+                        m_request.tzstFrom));
+        }
         Outcome<Application> application = readApplication(m_request.bundle);
         if (!application)
             return application.fault();
@@ -377,7 +387,7 @@ private:
             words.bounds = m_request.bounds;
             if (parcel.archive.type == ArchiveType::Tzst)
                 words.bounds.minBuild = later(m_request.tzstFrom, words.bounds.minBuild);
-            else if (!m_request.tzstFrom.isNull())
+            else if (m_request.types.contains(ArchiveType::Tzst))
                 words.bounds.maxBuild = earlier(m_request.tzstFrom, words.bounds.maxBuild);
             parcel.entry = buildEntry(words, parcel.url, parcel.signatures);
             // The first one of two that an application sees is the one that it takes.

@@ -44,7 +44,8 @@ QString doubtAboutArchive(const QString &address, const QString &build) {
     const QString name = downloadFileName(suggestedFilename({}, url), build, url);
     if (!TXUpdateUnarchiver::commandForFileName(name).isNull())
         return {};
-    return u"the archive \"%1\" cannot be unpacked: use .zip, .tgz, .tbz or .tar"_s.arg(url.fileName());
+    return u"the archive \"%1\" cannot be unpacked: use .zip, .tgz, .tbz, .tzst or .tar"_s.arg(
+        url.fileName());
 }
 
 class TrackCheck {

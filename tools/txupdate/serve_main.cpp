@@ -36,7 +36,7 @@ const char *contentTypeFor(const QString &suffix) {
         {"png"_L1, "image/png"},         {"svg"_L1, "image/svg+xml"},
         {"zip"_L1, "application/zip"},   {"tgz"_L1, "application/gzip"},
         {"gz"_L1, "application/gzip"},   {"tbz"_L1, "application/x-bzip2"},
-        {"tar"_L1, "application/x-tar"},
+        {"tzst"_L1, "application/zstd"}, {"tar"_L1, "application/x-tar"},
     };
     for (const Row &row : rows) {
         if (suffix.compare(row.suffix, Qt::CaseInsensitive) == 0)

@@ -39,6 +39,8 @@ protected:
             return {u"-zxC"_s};
         case ArchiveKind::Tbz:
             return {u"-jxC"_s};
+        case ArchiveKind::Tzst:
+            return {u"--zstd"_s, u"-xC"_s};
         default:
             return {u"-xC"_s};
         }
@@ -419,10 +421,12 @@ std::string nameOf(const testing::TestParamInfo<ArchiveKind> &each) {
 
 INSTANTIATE_TEST_SUITE_P(Kinds, Unpacking,
                          testing::Values(ArchiveKind::Zip, ArchiveKind::Tgz, ArchiveKind::Tbz,
-                                         ArchiveKind::Tar),
+                                         ArchiveKind::Tzst, ArchiveKind::Tar),
                          nameOf);
 INSTANTIATE_TEST_SUITE_P(Kinds, TarUnpacking,
-                         testing::Values(ArchiveKind::Tgz, ArchiveKind::Tbz, ArchiveKind::Tar), nameOf);
+                         testing::Values(ArchiveKind::Tgz, ArchiveKind::Tbz, ArchiveKind::Tzst,
+                                         ArchiveKind::Tar),
+                         nameOf);
 INSTANTIATE_TEST_SUITE_P(Kinds, SummedUnpacking,
                          testing::Values(ArchiveKind::Zip, ArchiveKind::Tgz, ArchiveKind::Tbz), nameOf);
 INSTANTIATE_TEST_SUITE_P(Kinds, GzipUnpacking, testing::Values(ArchiveKind::Tgz), nameOf);
@@ -431,7 +435,8 @@ TEST(TarTool, MisusePrintsUsage) {
     const QString tar = tx::test::resourcesFolder() + u"/Archives/tar"_s;
     for (const QStringList &words :
          {QStringList{}, QStringList{u"-xC"_s}, QStringList{u"-cC"_s, u"/tmp"_s},
-          QStringList{u"-xC"_s, u"/tmp"_s, u"more"_s}, QStringList{u"xf"_s, u"a.tar"_s}}) {
+          QStringList{u"-xC"_s, u"/tmp"_s, u"more"_s}, QStringList{u"xf"_s, u"a.tar"_s},
+          QStringList{u"--zstd"_s, u"/tmp"_s}, QStringList{u"--zstd"_s, u"-zxC"_s, u"/tmp"_s}}) {
         const ProcessResult result = runProcess(tar, words);
         EXPECT_EQ(result.status, 64);
         EXPECT_THAT(result.errors.toStdString(), testing::HasSubstr("usage: tar"));

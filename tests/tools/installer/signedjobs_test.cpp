@@ -169,7 +169,8 @@ protected:
 };
 
 TEST_F(SignedJob, InstallsWhatItHasVerifiedAndUnpackedItself) {
-    for (const ArchiveKind kind : {ArchiveKind::Zip, ArchiveKind::Tgz, ArchiveKind::Tbz, ArchiveKind::Tar}) {
+    for (const ArchiveKind kind :
+         {ArchiveKind::Zip, ArchiveKind::Tgz, ArchiveKind::Tbz, ArchiveKind::Tzst, ArchiveKind::Tar}) {
         SCOPED_TRACE(suffixOf(kind));
         release.kind = kind;
         // What it is called is the user's choice.

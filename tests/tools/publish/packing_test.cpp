@@ -108,7 +108,8 @@ TEST_F(Packing, ToolsOfInstallationsUnpackTheSameBundle) {
     setTimes(bundle, someTime);
     const std::pair<ArchiveType, QStringList> commands[] = {
         {ArchiveType::Zip, {u"/ditto"_s, u"-x"_s, u"-k"_s, u"-"_s}},
-        {ArchiveType::Tgz, {u"/Archives/tar"_s, u"-zxC"_s}}};
+        {ArchiveType::Tgz, {u"/Archives/tar"_s, u"-zxC"_s}},
+        {ArchiveType::Tzst, {u"/Archives/tar"_s, u"--zstd"_s, u"-xC"_s}}};
     for (const auto &[type, words] : commands) {
         const QString to = path(u"unpacked-"_s + suffixOf(type));
         QDir().mkpath(to);
@@ -123,6 +124,28 @@ TEST_F(Packing, ToolsOfInstallationsUnpackTheSameBundle) {
         EXPECT_EQ(info.st_mode & 0777U, 0644U);
         ASSERT_EQ(stat((to + u"/My App.app/Contents/Linux/Program"_s).toUtf8().constData(), &info), 0);
         EXPECT_EQ(info.st_mode & 0777U, 0755U);
+    }
+}
+
+TEST_F(Packing, ChangedByteOfAnyTypeIsNoticed) {
+    const QString bundle = makeApplication(u"one"_s);
+    // So that the middle of the archive is content and not a header.
+    QByteArray noise(200000, 0);
+    for (qsizetype i = 0; i < noise.size(); ++i)
+        noise[i] = char((i * i * 7919) >> 3);
+    writeFile(bundle + u"/Contents/noise"_s, noise);
+    for (const ArchiveType type : types) {
+        QByteArray bytes = bytesOf(bundle, type, u"out"_s);
+        bytes[bytes.size() / 2] = char(bytes[bytes.size() / 2] ^ 0x10);
+        const QString to = path(u"damaged-"_s + suffixOf(type));
+        QDir().mkpath(to);
+        const QStringList words =
+            type == ArchiveType::Zip   ? QStringList{u"/ditto"_s, u"-x"_s, u"-k"_s, u"-"_s}
+            : type == ArchiveType::Tgz ? QStringList{u"/Archives/tar"_s, u"-zxC"_s}
+                                       : QStringList{u"/Archives/tar"_s, u"--zstd"_s, u"-xC"_s};
+        EXPECT_EQ(runProcess(resourcesFolder() + words.first(), words.mid(1) + QStringList{to}, bytes).status,
+                  1);
+        EXPECT_EQ(namesIn(to), QStringList()) << suffixOf(type).toStdString();
     }
 }
 

@@ -288,6 +288,10 @@ QList<Refusal> refusals() {
          {u"--feed-name"_s, u"beta"_s},
          "the feed has the name \"release\" in its signature"},
         {"FeedNameWithFolder", {u"--feed"_s, u"a/b.json"_s}, "is not the name of a feed"},
+        {"TzstForNobodyKnowsWhom",
+         {u"--archive"_s, u"tgz"_s, u"--archive"_s, u"tzst"_s},
+         "name it with --tzst-from"},
+        {"TzstAlone", {u"--archive"_s, u"tzst"_s, u"--tzst-from"_s, u"9"_s}, "add --archive tgz for them"},
         {"UnknownType", {u"--archive"_s, u"rar"_s}, "\"rar\" is not an archive's type"},
     };
 }
@@ -418,6 +422,33 @@ TEST_F(Publish, OlderEntriesStayForThoseWhoCannotUseTheNewOne) {
     makeNext(u"1045"_s);
     ASSERT_EQ(publish().status, 0);
     EXPECT_EQ(builds(), QStringList{u"1045"_s});
+}
+
+TEST_F(Publish, EachApplicationGetsTheArchiveThatItCanUnpack) {
+    publishEarlier();
+    const ProcessResult result =
+        publish({u"--archive"_s, u"tgz"_s, u"--archive"_s, u"tzst"_s, u"--tzst-from"_s, u"1040"_s});
+    ASSERT_EQ(result.status, 0) << result.errors.constData();
+    EXPECT_EQ(builds(), (QStringList{u"1043"_s, u"1043"_s}));
+    EXPECT_EQ(verifyFeed(feedUrl()).status, 0);
+    const std::pair<QString, QString> offered[] = {
+        {u"1039.9"_s, u"/My-1043.tgz"_s}, {u"1040"_s, u"/My-1043.tzst"_s}, {u"1042"_s, u"/My-1043.tzst"_s}};
+    for (const auto &[build, name] : offered) {
+        const ProcessResult shown = run(
+            {u"feed"_s, u"show"_s, feedUrl(), u"--build"_s, build, u"--system"_s, u"12.0.0"_s, u"--json"_s});
+        const QJsonArray updates = json(shown)[u"tracks"_s].toArray()[0][u"updates"_s].toArray();
+        ASSERT_FALSE(updates.isEmpty());
+        EXPECT_EQ(updates[0][u"fileURL"_s].toString(), server.url(name)) << build.toStdString();
+    }
+    const ProcessResult installed =
+        command({u"feed"_s, u"validate"_s, feedUrl(), u"--archives"_s, u"--app"_s, path(u"My.app"_s)});
+    EXPECT_THAT(installed.output.toStdString(),
+                testing::HasSubstr("2 archives fetched, 0 cannot be installed"));
+    expectSaid(publish({u"--archive"_s, u"tgz"_s, u"--archive"_s, u"tzst"_s, u"--tzst-from"_s, u"1040"_s}), 0,
+               "is published already");
+    makeNext(u"1044"_s);
+    ASSERT_EQ(publish().status, 0);
+    EXPECT_EQ(builds(), QStringList{u"1044"_s});
 }
 
 TEST_F(Publish, BuildForOtherSystemsNeedNotBeGreater) {
