@@ -1,23 +1,33 @@
 // SPDX-License-Identifier: MIT
-// download_client URL: downloads an update's archive as a host does, with progress; prints the peak memory.
+// download_client URL [MINISIG]: downloads an update's archive as a host does, with progress; prints the peak
+// memory. With a signature of build 2, as the feed of a host with keys has it.
 #include "bench/benchhost.h"
 #include "bench/peakmemory.h"
+#include "model/updateentry.h"
 
 #include <TarvixUpdate/TXUpdate.h>
 
 #include <QCoreApplication>
+#include <QFile>
 
 int main(int argc, char **argv) {
     QCoreApplication application(argc, argv);
     becomeBenchHost();
-    TXUpdate update;
-    update.setVersion(QStringLiteral("2"));
-    update.setFileURL(QUrl(QString::fromLocal8Bit(argv[1])));
+    tx::FeedEntry entry;
+    entry.setOwned(tx::FeedEntry::Member::Build, "2");
+    entry.setOwned(tx::FeedEntry::Member::DownloadURL, argv[1]);
+    if (argc > 2) {
+        QFile signature(QString::fromLocal8Bit(argv[2]));
+        if (!signature.open(QIODevice::ReadOnly))
+            return 1;
+        entry.setOwned(tx::FeedEntry::Member::Signature, signature.readAll().toStdString());
+    }
+    const TXUpdatePtr update = tx::updateFrom(entry, tx::WithConditions::Yes);
     int reports = 0;
-    update.downloadWithProgress([&](double) { ++reports; },
+    update->downloadWithProgress([&](double) { ++reports; },
                                 [&](const TXError &error) { application.exit(error ? 1 : 0); });
     const int status = QCoreApplication::exec();
-    std::printf("download_client: peak %ld KiB, %d progress reports, %s\n", peakMemoryKiB(), reports,
-                status == 0 ? "ok" : "FAILED");
+    std::printf("download_client: peak %ld KiB, %d progress reports, %ssigned, %s\n", peakMemoryKiB(), reports,
+                update->isSigned() ? "" : "not ", status == 0 ? "ok" : "FAILED");
     return status;
 }
