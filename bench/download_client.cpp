@@ -25,9 +25,9 @@ int main(int argc, char **argv) {
     const TXUpdatePtr update = tx::updateFrom(entry, tx::WithConditions::Yes);
     int reports = 0;
     update->downloadWithProgress([&](double) { ++reports; },
-                                [&](const TXError &error) { application.exit(error ? 1 : 0); });
+                                 [&](const TXError &error) { application.exit(error ? 1 : 0); });
     const int status = QCoreApplication::exec();
-    std::printf("download_client: peak %ld KiB, %d progress reports, %ssigned, %s\n", peakMemoryKiB(), reports,
-                update->isSigned() ? "" : "not ", status == 0 ? "ok" : "FAILED");
+    std::printf("download_client: peak %ld KiB, %d progress reports, %ssigned, %s\n", peakMemoryKiB(),
+                reports, update->isSigned() ? "" : "not ", status == 0 ? "ok" : "FAILED");
     return status;
 }
