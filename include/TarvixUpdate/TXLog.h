@@ -3,7 +3,13 @@
 
 #include <TarvixUpdate/TXGlobal.h>
 
+#include <QObject>
 #include <QStringList>
+
+/// Makes Qt know the names of the enumerators, for logs and scripts. Its members belong to the global
+/// namespace, too.
+inline namespace TXLogEnumerations {
+Q_NAMESPACE_EXPORT(TX_EXPORT)
 
 /// Levels of the framework's log.
 enum TXLogLevel : int {
@@ -13,6 +19,9 @@ enum TXLogLevel : int {
     TXLogLevelStep = 5,    ///< a step of download, unarchiving, installation or relaunch
     TXLogLevelDetail = 6,  ///< detail for people who debug a feed
 };
+Q_ENUM_NS(TXLogLevel)
+
+} // namespace TXLogEnumerations
 
 /// Writes one line to Qt's message handler, category "tarvixupdate", when `level` is at most TXLogGetLevel()
 /// or a rule of QT_LOGGING_RULES asks for it: "tarvixupdate.info=true" for the levels up to 5,

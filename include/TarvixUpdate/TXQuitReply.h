@@ -6,9 +6,7 @@
 #include <functional>
 #include <memory>
 
-namespace tx {
-class UpdateInstallation;
-} // namespace tx
+struct TXQuitReplyPrivate;
 
 /// A delegate's answer to the question whether the application may end now because an update is about to be
 /// installed. It can be given later; until then the installation waits.
@@ -36,8 +34,7 @@ public:
     [[nodiscard]] bool isAnswered() const;
 
 private:
-    friend class tx::UpdateInstallation;
-    struct Answer;
-    explicit TXQuitReply(std::shared_ptr<Answer> answer);
-    std::shared_ptr<Answer> d;
+    friend struct TXQuitReplyPrivate;
+    explicit TXQuitReply(std::shared_ptr<TXQuitReplyPrivate> answer);
+    std::shared_ptr<TXQuitReplyPrivate> d;
 };

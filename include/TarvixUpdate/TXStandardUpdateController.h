@@ -3,10 +3,17 @@
 
 #include <TarvixUpdate/TXUpdater.h>
 
+#include <QObject>
+
 #include <memory>
 
 class QWidget;
 class TXStandardUpdateController;
+
+/// Makes Qt know the names of the enumerators, for logs and scripts. Its members belong to the global
+/// namespace, too.
+inline namespace TXStandardUpdateControllerEnumerations {
+Q_NAMESPACE_EXPORT(TX_EXPORT)
 
 /// Bits of TXStandardUpdateController::status.
 enum TXStandardUpdateControllerStatus : unsigned {
@@ -14,6 +21,9 @@ enum TXStandardUpdateControllerStatus : unsigned {
     TXStandardUpdateControllerStatusCannotUpdateInPlace = 1, ///< the application is on a read-only volume
     TXStandardUpdateControllerStatusChecking = 2,            ///< a check runs
 };
+Q_ENUM_NS(TXStandardUpdateControllerStatus)
+
+} // namespace TXStandardUpdateControllerEnumerations
 
 /// What the standard controller asks its host and reports to it. Thread: all calls arrive on the main thread.
 /// Ownership: the host's.
@@ -49,8 +59,8 @@ public:
 ///     connect(checkAction, &QAction::triggered, &updates,
 ///             [&] { updates.checkForUpdateAndShowChecking(true, true); });
 ///
-/// Thread: main. Ownership: the host's, for the life of the application. It becomes the shared updater's
-/// delegate.
+/// Thread: main. Ownership: the parent's if there is one, else the host's; it lives as long as the
+/// application. It becomes the shared updater's delegate.
 class TX_EXPORT TXStandardUpdateController final : public QObject, public TXUpdaterDelegate {
     Q_OBJECT
     Q_DISABLE_COPY_MOVE(TXStandardUpdateController)
@@ -60,6 +70,8 @@ class TX_EXPORT TXStandardUpdateController final : public QObject, public TXUpda
 public:
     /// Finds out whether the application can be updated where it is. setup() does the rest.
     TXStandardUpdateController();
+    /// The same, owned by `parent`.
+    explicit TXStandardUpdateController(QObject *parent);
     ~TXStandardUpdateController() override;
 
     /// A combination of TXStandardUpdateControllerStatus bits.

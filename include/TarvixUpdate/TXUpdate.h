@@ -11,11 +11,7 @@
 #include <functional>
 #include <memory>
 
-namespace tx {
-class UpdateBuilder;
-class UpdateDownload;
-class UpdateInstallation;
-} // namespace tx
+struct TXUpdatePrivate;
 
 /// The code, in TXCocoaErrorDomain, of an operation that did not fail but was cancelled: the application
 /// refused to quit for an installation, or the update was destroyed meanwhile.
@@ -73,6 +69,8 @@ public:
 
     /// An empty update, for hosts that fill it themselves.
     TXUpdate();
+    /// The same, owned by `parent`.
+    explicit TXUpdate(QObject *parent);
     ~TXUpdate() override; ///< Cancels; see above.
 
     /// The headline of the update.
@@ -181,7 +179,7 @@ public:
     /// What setInstalled() stored; a failed installation clears it. The framework does not set it: a
     /// successful installation ends the process.
     [[nodiscard]] bool isInstalled() const;
-    /// For a host that installs by itself.
+    /// For a host that installs by itself. The framework does not call it.
     void setInstalled(bool installed);
 
     /// Verifies the archive if the application has keys, unpacks what was verified, asks the application to
@@ -216,25 +214,9 @@ Q_SIGNALS:
     void isInstalledChanged();
 
 private:
-    friend class tx::UpdateBuilder;
-    friend class tx::UpdateDownload;
-    friend class tx::UpdateInstallation;
-    struct Private;
-    /// Either what the feed says, which takes little, or all that an update can have, from the first use of
-    /// more than that on.
-    struct Content {
-        Content();
-        ~Content();
-        Content(const Content &) = delete;
-        Content &operator=(const Content &) = delete;
-        /// All of it, made now if need be.
-        Private *operator->() const;
-        Private &operator*() const { return *operator->(); }
-
-        mutable tx::PackedEntry packed;
-        mutable std::unique_ptr<Private> all;
-    };
-    Content d;
+    friend struct TXUpdatePrivate;
+    explicit TXUpdate(TXUpdatePrivate &content);
+    TXUpdatePrivate *const d;
 };
 
 /// The feed, panels and hosts share an update.

@@ -3,9 +3,12 @@
 
 #include <TarvixUpdate/TXGlobal.h>
 
+#include <QObject>
+
 /// Offers to move the application into an Applications folder when it starts. Where it is now, it may be
 /// impossible to update, or in the user's way. Thread: main; its questions are modal.
 class TX_EXPORT TXUpdateAppMover {
+    Q_GADGET
 public:
     /// What became of the offer.
     enum Result : int {
@@ -13,6 +16,7 @@ public:
         Declined = 0,   ///< the user does not want it
         NothingToDo = 1 ///< it is in an Applications folder, or the user was asked before
     };
+    Q_ENUM(Result)
 
     /// Asks if necessary, and moves the application if the user agrees. After a successful move this process
     /// ends and the moved application is opened. Without windows the question counts as declined.

@@ -7,10 +7,6 @@
 
 #include <memory>
 
-class QLabel;
-class QProgressBar;
-class QPushButton;
-
 /// The content of the checking panel. It tells its panel when the desktop's appearance changes. Thread: main.
 class TX_EXPORT TXUpdateCheckingPanelContentView final : public QWidget {
     Q_OBJECT
@@ -62,11 +58,6 @@ private:
     TXUpdateCheckingPanel();
     bool load();
 
-    std::unique_ptr<QWidget> mTopLevelObjectsInNib; ///< what is not shown in the panel
-    QWidget *theContentView = nullptr;
-    QLabel *titleField = nullptr;
-    QLabel *messageField = nullptr;
-    QPushButton *button = nullptr;
-    QProgressBar *progressIndicator = nullptr;
-    bool _running = false;
+    struct Private;
+    const std::unique_ptr<Private> d;
 };

@@ -9,13 +9,6 @@
 #include <QUrl>
 #include <QVariantMap>
 
-namespace tx {
-template <typename T>
-class Result;
-namespace trust {
-enum class FeedFormat;
-}
-} // namespace tx
 class TXUpdateFeed;
 /// Handlers and hosts share a feed.
 using TXUpdateFeedPtr = std::shared_ptr<TXUpdateFeed>;
@@ -69,6 +62,9 @@ public:
     /// See TXUpdater::anonymousUUID().
     [[nodiscard]] static QString anonymousUUID();
 
+    // fetch() takes these steps by itself. They are part of the interface for a host that gets the body of
+    // the response in another way, such as from a file.
+
     /// Reads the body of a JSON feed and calls the handler. A body moved here has been freed by then. Where
     /// the application has keys that sign feeds, the body is verified before it is read.
     void parseJSONData(QByteArray data);
@@ -89,8 +85,5 @@ private:
     explicit TXUpdateFeed(std::shared_ptr<Private> content);
     /// This object, or another one with its content when no shared pointer owns it.
     [[nodiscard]] TXUpdateFeedPtr owned();
-    template <typename Reader>
-    void parse(QByteArray data, tx::trust::FeedFormat format, Reader read);
-    void completedWithTracks(const tx::Result<TrackMap> &tracks);
     const std::shared_ptr<Private> d;
 };

@@ -3,9 +3,14 @@
 
 #include <TarvixUpdate/TXBundle.h>
 
+#include <memory>
+
 /// Facts about the application that links the framework. They are read once, when the instance is created.
 /// Thread: any, except setVersion(), which must be called before checks start.
 class TX_EXPORT TXUpdateHost {
+    struct Private;
+    const std::unique_ptr<Private> d;
+
 public:
     /// The one instance for this application; never deleted.
     static TXUpdateHost *host();
@@ -17,18 +22,18 @@ public:
     TXUpdateHost &operator=(const TXUpdateHost &) = delete;
 
     /// The application's bundle.
-    [[nodiscard]] TXBundle bundle() const { return m_bundle; }
+    [[nodiscard]] TXBundle bundle() const;
     /// The running system as "major.minor.patch".
-    [[nodiscard]] QString systemVersionString() const { return m_systemVersionString; }
+    [[nodiscard]] QString systemVersionString() const;
     /// CFBundleDisplayName, otherwise CFBundleName, otherwise the bundle's file name without extension.
-    [[nodiscard]] QString name() const { return m_name; }
+    [[nodiscard]] QString name() const;
     /// The build, CFBundleVersion; null if absent.
-    [[nodiscard]] QString version() const { return m_version; }
+    [[nodiscard]] QString version() const;
     /// The version shown to people: CFBundleShortVersionString, otherwise the build.
-    [[nodiscard]] QString displayVersion() const { return m_displayVersion; }
+    [[nodiscard]] QString displayVersion() const;
 
     /// Makes the framework treat the application as this build.
-    void setVersion(const QString &version) { m_version = version; }
+    void setVersion(const QString &version);
 
     /// Whether the application cannot be replaced where it is. Asks the system on each call.
     [[nodiscard]] bool isRunningOnReadOnlyVolume() const;
@@ -43,16 +48,12 @@ protected:
     /// Fills every member that is still null.
     void init();
 
-    /// See bundle().
-    TXBundle m_bundle;
-    /// See systemVersionString().
-    QString m_systemVersionString;
-    /// See name().
-    QString m_name;
-    /// See version().
-    QString m_version;
-    /// See displayVersion().
-    QString m_displayVersion;
+    // What init() fills, for derived classes to fill before it. The values themselves are behind d.
+    TXBundle &m_bundle;             ///< see bundle()
+    QString &m_systemVersionString; ///< see systemVersionString()
+    QString &m_name;                ///< see name()
+    QString &m_version;             ///< see version()
+    QString &m_displayVersion;      ///< see displayVersion()
 };
 
 /// The running system's version in one number: major, minor and patch in bits 16-23, 8-15 and 0-7, each cut

@@ -4,29 +4,17 @@
 #include <TarvixUpdate/TXGlobal.h>
 
 #include <QDateTime>
+#include <QObject>
 #include <QString>
 #include <QVariantMap>
 
 #include <memory>
 #include <optional>
-#include <string>
 
-namespace tx {
-class FeedEntry;
-
-/// For the framework's readers: where an item's strings are, in a block that the item shares with its
-/// neighbours. A string is read from there when it is requested, because an object for each string of a long
-/// feed would take many times its size. A value.
-struct PackedEntry {
-    std::shared_ptr<const std::string> block; ///< null: none
-    quint32 position = 0;
-    bool hasConditions = false;
-    bool isFromSecureFeed = false;
-
-    /// The strings; valid as long as the block.
-    [[nodiscard]] FeedEntry read() const;
-};
-} // namespace tx
+/// Makes Qt know the names of the enumerators, for logs and scripts. Its members belong to the global
+/// namespace, too.
+inline namespace TXUpdateItemEnumerations {
+Q_NAMESPACE_EXPORT(TX_EXPORT)
 
 /// Which launches of the application an item is for.
 enum TXUpdateConditionLaunch : quint64 {
@@ -34,6 +22,9 @@ enum TXUpdateConditionLaunch : quint64 {
     TXUpdateConditionLaunchFirst = 1,    ///< only the first one
     TXUpdateConditionLaunchNotFirst = 2, ///< every launch but the first one
 };
+Q_ENUM_NS(TXUpdateConditionLaunch)
+
+} // namespace TXUpdateItemEnumerations
 
 /// Reads "first", "notFirst" and "any"; every other string, also a null one, is
 /// TXUpdateConditionLaunchNotFirst.
@@ -44,7 +35,7 @@ enum TXUpdateConditionLaunch : quint64 {
                                                               TXUpdateConditionLaunch current);
 
 /// Bounds on the application's build and the system's version, and the launch requirement. A bound that is
-/// absent is a null string. A value; thread: any.
+/// absent is a null string. A value; thread: any. Its members are the interface, as those of a record.
 class TX_EXPORT TXUpdateItemConditions {
 public:
     /// The lowest build of the application, inclusive.
@@ -71,7 +62,7 @@ public:
     }
 };
 
-/// The running application's state, provided by the host.
+/// The running application's state, provided by the host. A record, as TXUpdateItemConditions.
 struct TXUpdateCurrentConditions {
     /// TXUpdateConditionLaunchFirst on the first launch, else TXUpdateConditionLaunchNotFirst.
     TXUpdateConditionLaunch launch = TXUpdateConditionLaunchAny;

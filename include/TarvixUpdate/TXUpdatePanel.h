@@ -5,19 +5,10 @@
 
 #include <QDialog>
 
+#include <functional>
 #include <memory>
 
-class QLabel;
-class QProgressBar;
-class QPushButton;
-class QSplitter;
-class TXUpdateVersionsTableView;
-namespace tx {
-class DownloadRate;
-class Floating;
-class QuitRequest;
-class WebView;
-} // namespace tx
+struct TXUpdatePanelPrivate;
 
 /// Offers updates. It shows the running and the available version, all newer versions with their release
 /// notes, and buttons to download, install, postpone and skip. It acts on one designated update, which the
@@ -47,15 +38,15 @@ public:
     ~TXUpdatePanel() override;
 
     /// The updates in the list, newest first.
-    [[nodiscard]] QList<TXUpdatePtr> updates() const { return m_updates; }
+    [[nodiscard]] QList<TXUpdatePtr> updates() const;
     /// The update that the buttons act on; null if none is designated.
-    [[nodiscard]] TXUpdatePtr designatedUpdate() const { return m_designatedUpdate; }
+    [[nodiscard]] TXUpdatePtr designatedUpdate() const;
     /// True if the panel shows builds, because the running and the designated version look the same.
-    [[nodiscard]] bool needsToShowBuilds() const { return m_needsToShowBuilds; }
+    [[nodiscard]] bool needsToShowBuilds() const;
     /// The user has pressed the button that downloads and installs.
-    [[nodiscard]] bool didChooseToInstall() const { return m_didChooseToInstall; }
+    [[nodiscard]] bool didChooseToInstall() const;
     /// Whether the panel may be closed while a download goes on.
-    [[nodiscard]] bool allowsDownloadingInBackground() const { return m_allowsDownloadingInBackground; }
+    [[nodiscard]] bool allowsDownloadingInBackground() const;
     /// Off by default.
     void setAllowsDownloadingInBackground(bool allows);
 
@@ -98,13 +89,10 @@ protected:
     void mousePressEvent(QMouseEvent *event) override;
 
 private:
-    friend class tx::QuitRequest;
+    friend struct TXUpdatePanelPrivate;
     TXUpdatePanel();
     void load();
     void endWithApplication();
-    /// Out of sight, and back unless it was closed meanwhile.
-    void stepAside();
-    void comeBack();
     void willDisplay();
     void updateStatusField();
     void showNothingDesignated();
@@ -118,37 +106,5 @@ private:
     void setInstallTitle(const QString &key, bool enabled);
     void showProgress(bool shows);
 
-    QSplitter *mainSplitView = nullptr;
-    QWidget *mainView = nullptr;
-    QLabel *titleField = nullptr;
-    QLabel *secondaryField = nullptr;
-    QLabel *infoField = nullptr;
-    QWidget *sidebarContainer = nullptr;
-    QWidget *webViewContainer = nullptr;
-    TXUpdateVersionsTableView *versionsTableView = nullptr;
-    std::unique_ptr<tx::WebView> webView;
-    QLabel *installVersionLabel = nullptr;
-    QPushButton *installButton = nullptr;
-    QPushButton *cancelButton = nullptr;
-    QPushButton *skipButton = nullptr;
-    QLabel *statusField = nullptr;
-    QProgressBar *progressIndicator = nullptr;
-    QWidget *titleBoxView = nullptr;
-    std::shared_ptr<TXUpdatePanel> mRetained;
-    bool mDisplayedAsSheet = false;
-    bool mDisplayedAsModal = false;
-    bool m_isOpen = false; ///< from being shown to being closed
-    CodeHandler mCompletionHandler;
-
-    QList<TXUpdatePtr> m_updates;
-    TXUpdatePtr m_designatedUpdate;
-    bool m_needsToShowBuilds = false;
-    bool m_didChooseToInstall = false;
-    bool m_allowsDownloadingInBackground = false;
-    QMetaObject::Connection m_observations[2];
-    CodeHandler m_sheetHandler;
-    std::unique_ptr<tx::DownloadRate> m_rate;
-    std::unique_ptr<tx::Floating> m_floating; ///< while it is a window of its own
-    TXUpdatePtr m_shownUpdate;                ///< whose notes are shown
-    QSize m_interfaceSize;
+    const std::unique_ptr<TXUpdatePanelPrivate> d;
 };

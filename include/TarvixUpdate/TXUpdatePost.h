@@ -3,12 +3,19 @@
 
 #include <TarvixUpdate/TXUpdateItem.h>
 
-#include <QSharedDataPointer>
+#include <QObject>
 #include <QSizeF>
 #include <QUrl>
 #include <QVariantMap>
 
 #include <memory>
+
+struct TXUpdatePostPrivate;
+
+/// Makes Qt know the names of the enumerators, for logs and scripts. Its members belong to the global
+/// namespace, too.
+inline namespace TXUpdatePostEnumerations {
+Q_NAMESPACE_EXPORT(TX_EXPORT)
 
 /// When a post is shown.
 enum TXUpdatePostDisplayTime : int {
@@ -16,6 +23,9 @@ enum TXUpdatePostDisplayTime : int {
     TXUpdatePostDisplayTimeAtQuit = 1,  ///< before the application quits
     TXUpdatePostDisplayTimePassive = 2, ///< when the application asks for it
 };
+Q_ENUM_NS(TXUpdatePostDisplayTime)
+
+} // namespace TXUpdatePostEnumerations
 
 /// Reads exactly "atQuit" and "passive"; every other string is the default.
 [[nodiscard]] TX_EXPORT TXUpdatePostDisplayTime TXUpdatePostDisplayTimeFromString(const QString &text);
@@ -26,8 +36,6 @@ class TX_EXPORT TXUpdatePost final : public TXUpdateItem {
 public:
     /// An empty post.
     TXUpdatePost();
-    /// For the framework's readers.
-    explicit TXUpdatePost(tx::PackedEntry entry);
     /// Copies are cheap: they share their content until one is changed.
     TXUpdatePost(const TXUpdatePost &);
     /// See the copy constructor.
@@ -71,12 +79,9 @@ public:
     [[nodiscard]] QVariantMap identifier() const;
 
 private:
-    struct Private;
-    /// The content, copied out of the feed's block when something is stored.
-    Private &own();
-
-    tx::PackedEntry m_packed;
-    QSharedDataPointer<Private> d; ///< null while the feed's text counts
+    friend struct TXUpdatePostPrivate;
+    explicit TXUpdatePost(TXUpdatePostPrivate &content);
+    TXUpdatePostPrivate *const d;
 };
 
 /// The feed, windows and hosts share a post.

@@ -4,22 +4,25 @@
 #include <TarvixUpdate/TXUpdatePost.h>
 #include <TarvixUpdate/TXWindowController.h>
 
+#include <QObject>
 #include <QVariant>
 
 #include <functional>
+#include <memory>
 
-class QLabel;
-class QPushButton;
-class TXSegmentedControl;
-namespace tx {
-class WebView;
-} // namespace tx
+/// Makes Qt know the names of the enumerators, for logs and scripts. Its members belong to the global
+/// namespace, too.
+inline namespace TXUpdatePostWindowEnumerations {
+Q_NAMESPACE_EXPORT(TX_EXPORT)
 
 /// What showWindowModally() returns.
 enum TXUpdatePostWindowReturnCode : int {
     TXUpdatePostWindowClosed = 0,  ///< the posts count as handled
     TXUpdatePostWindowAskLater = 1 ///< the page asked to be shown again
 };
+Q_ENUM_NS(TXUpdatePostWindowReturnCode)
+
+} // namespace TXUpdatePostWindowEnumerations
 
 /// TXNotificationCenter::defaultCenter() posts this each time the window of any controller closes, or its
 /// posts were opened in the browser instead: after didClose() and before the controller's own handler.
@@ -43,23 +46,23 @@ public:
     /// See TXWindowController.
     [[nodiscard]] QString windowNibName() const override;
     /// The posts that are shown, in order.
-    [[nodiscard]] QList<TXUpdatePostPtr> posts() const { return _posts; }
+    [[nodiscard]] QList<TXUpdatePostPtr> posts() const;
     /// Must contain at least one post before the window is shown.
     void setPosts(const QList<TXUpdatePostPtr> &posts);
     /// See setOnCloseHandler().
-    [[nodiscard]] const std::function<void()> &onCloseHandler() const { return _onCloseHandler; }
+    [[nodiscard]] const std::function<void()> &onCloseHandler() const;
     /// Called after the window has closed; may be null.
-    void setOnCloseHandler(const std::function<void()> &handler) { _onCloseHandler = handler; }
+    void setOnCloseHandler(const std::function<void()> &handler);
     /// The index of the visible post in posts().
-    [[nodiscard]] qsizetype currentPostIndex() const { return _currentPostIndex; }
+    [[nodiscard]] qsizetype currentPostIndex() const;
 
     /// showWindowModally(false).
-    int showWindow() { return showWindowModally(false); }
+    int showWindow();
     /// Shows the window, and returns a TXUpdatePostWindowReturnCode when it is closed. If `quitting`, the
     /// button is "Quit" instead of "Close". Returns 0 at once if the window is already shown.
     int showWindowModally(bool quitting);
     /// closeWindowAndNotify().
-    void closeWindow() { closeWindowAndNotify(); }
+    void closeWindow();
     /// Closes the window, emits didClose(), posts the notification and calls the handler.
     void closeWindowAndNotify();
     /// Shows the previous post, if there is one.
@@ -92,15 +95,6 @@ private:
     void notifyOfClosing();
     void endWithApplication();
 
-    std::shared_ptr<TXUpdatePostWindowController> _selfRetained;
-    int _returnCode = 0;
-    QList<TXUpdatePostPtr> _posts;
-    std::function<void()> _onCloseHandler;
-    QWidget *_bottomBarCloseView = nullptr;
-    QPushButton *_bottomBarCloseButton = nullptr;
-    std::unique_ptr<tx::WebView> _webView;
-    QLabel *_titleTextField = nullptr;
-    TXSegmentedControl *_navigationControl = nullptr;
-    qsizetype _currentPostIndex = 0;
-    bool _hidesItself = false;
+    struct Private;
+    const std::unique_ptr<Private> d;
 };

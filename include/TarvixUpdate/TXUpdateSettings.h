@@ -3,6 +3,7 @@
 
 #include <TarvixUpdate/TXGlobal.h>
 
+#include <QObject>
 #include <QString>
 
 // Keys of the settings in the application's user defaults. An absent key reads as false, 0 or null.
@@ -21,6 +22,11 @@ TX_EXPORT extern const QString TXUpdatePrefPostsCheckInfoKey; ///< dictionary: t
 /// Domain of the errors of verification (TXUpdateErrorCode), and of those that stand in for network errors in
 /// the standard user interface, whose codes are those of TXURLErrorDomain and negative.
 TX_EXPORT extern const QString TXUpdateErrorDomain;
+
+/// Makes Qt know the names of the enumerators, for logs and scripts. Its members belong to the global
+/// namespace, too.
+inline namespace TXUpdateErrorEnumerations {
+Q_NAMESPACE_EXPORT(TX_EXPORT)
 
 /// Why an application with keys (TXUpdatePublicKeys in its Info.plist) refuses a feed or an archive. The
 /// underlying error says in English what was found, for the publisher.
@@ -47,3 +53,6 @@ enum TXUpdateErrorCode : int {
     /// The archive could not be read or copied for its verification.
     TXUpdateErrorArchiveNotRead = 10
 };
+Q_ENUM_NS(TXUpdateErrorCode)
+
+} // namespace TXUpdateErrorEnumerations

@@ -3,6 +3,8 @@
 
 #include <TarvixUpdate/TXGlobal.h>
 
+#include <QObject>
+#include <QSharedDataPointer>
 #include <QStringList>
 #include <QVariantMap>
 
@@ -16,75 +18,82 @@ using TXUpdateSystemProfilePtr = std::shared_ptr<TXUpdateSystemProfile>;
 /// has switched it on. Values that could not be measured are null or 0. Thread: a value without locks;
 /// measuring one blocks, so do it on a background thread.
 class TX_EXPORT TXUpdateSystemProfile {
+    Q_GADGET
 public:
     /// What a new profile contains.
     enum class Contents {
         Measured, ///< measured when the profile is created
         Empty     ///< null and 0 everywhere
     };
+    Q_ENUM(Contents)
 
     /// A new profile, measured now with the framework's profile tool, which is terminated after 10 s.
     static TXUpdateSystemProfilePtr systemProfile();
     /// Measuring blocks for up to 10 s; see above.
     explicit TXUpdateSystemProfile(Contents contents = Contents::Measured);
+    /// Copies are cheap: they share their content until one is changed.
+    TXUpdateSystemProfile(const TXUpdateSystemProfile &);
+    /// See the copy constructor.
+    TXUpdateSystemProfile &operator=(const TXUpdateSystemProfile &);
+    ~TXUpdateSystemProfile(); ///< Copies keep the content.
 
     /// The version of the system, such as "12.0.0".
-    [[nodiscard]] QString OSVersion() const { return mOSVersion; }
+    [[nodiscard]] QString OSVersion() const;
     /// The kernel's release, such as "6.1.0-18-amd64".
-    [[nodiscard]] QString OSBuild() const { return mOSBuild; }
+    [[nodiscard]] QString OSBuild() const;
     /// The product family, such as "ThinkPad X1 Carbon Gen 9".
-    [[nodiscard]] QString machineName() const { return mMachineName; }
+    [[nodiscard]] QString machineName() const;
     /// The product name, such as "20XW0026GE".
-    [[nodiscard]] QString machineModel() const { return mMachineModel; }
+    [[nodiscard]] QString machineModel() const;
     /// Whether the processor can run 64-bit code.
-    [[nodiscard]] bool is64bit() const { return mIs64bit; }
+    [[nodiscard]] bool is64bit() const;
     /// The processor's name.
-    [[nodiscard]] QString CPUType() const { return mCPUType; }
+    [[nodiscard]] QString CPUType() const;
     /// Processor cores.
-    [[nodiscard]] quint64 CPUCount() const { return mCPUCount; }
+    [[nodiscard]] quint64 CPUCount() const;
     /// In megahertz, with 1024 for each gigahertz: whole numbers only.
-    [[nodiscard]] quint64 CPUSpeed() const { return mCPUSpeed; }
+    [[nodiscard]] quint64 CPUSpeed() const;
     /// Memory in megabytes.
-    [[nodiscard]] quint64 RAM() const { return mRAM; }
+    [[nodiscard]] quint64 RAM() const;
     /// Model of the last graphics processor.
-    [[nodiscard]] QString GPUType() const { return mGPUType; }
+    [[nodiscard]] QString GPUType() const;
     /// Memory of all graphics processors together, in megabytes.
-    [[nodiscard]] quint64 VRAM() const { return mVRAM; }
+    [[nodiscard]] quint64 VRAM() const;
     /// Screens.
-    [[nodiscard]] quint64 numberOfDisplays() const { return mNumberOfDisplays; }
+    [[nodiscard]] quint64 numberOfDisplays() const;
     /// Sizes in device-independent pixels, and scales: "{1440, 900} (2.0), {1920, 1080} (1.0)".
-    [[nodiscard]] QString resolutions() const { return mResolutions; }
+    [[nodiscard]] QString resolutions() const;
     /// The user's first preferred language.
-    [[nodiscard]] QString language() const { return mLanguage; }
+    [[nodiscard]] QString language() const;
 
     /// Setters are for hosts and tests that fill a profile themselves; see the getter for the unit.
-    void setOSVersion(const QString &version) { mOSVersion = version; }
+    void setOSVersion(const QString &version);
     /// See setOSVersion().
-    void setOSBuild(const QString &build) { mOSBuild = build; }
+    void setOSBuild(const QString &build);
     /// See setOSVersion().
-    void setMachineName(const QString &name) { mMachineName = name; }
+    void setMachineName(const QString &name);
     /// See setOSVersion().
-    void setMachineModel(const QString &model) { mMachineModel = model; }
+    void setMachineModel(const QString &model);
     /// See setOSVersion().
-    void setIs64bit(bool is64bit) { mIs64bit = is64bit; }
+    void setIs64bit(bool is64bit);
     /// See setOSVersion().
-    void setCPUType(const QString &type) { mCPUType = type; }
+    void setCPUType(const QString &type);
     /// See setOSVersion().
-    void setCPUCount(quint64 count) { mCPUCount = count; }
+    void setCPUCount(quint64 count);
     /// See setOSVersion().
-    void setCPUSpeed(quint64 speed) { mCPUSpeed = speed; }
+    void setCPUSpeed(quint64 speed);
     /// See setOSVersion().
-    void setRAM(quint64 megabytes) { mRAM = megabytes; }
+    void setRAM(quint64 megabytes);
     /// See setOSVersion().
-    void setGPUType(const QString &type) { mGPUType = type; }
+    void setGPUType(const QString &type);
     /// See setOSVersion().
-    void setVRAM(quint64 megabytes) { mVRAM = megabytes; }
+    void setVRAM(quint64 megabytes);
     /// See setOSVersion().
-    void setNumberOfDisplays(quint64 count) { mNumberOfDisplays = count; }
+    void setNumberOfDisplays(quint64 count);
     /// See setOSVersion().
-    void setResolutions(const QString &resolutions) { mResolutions = resolutions; }
+    void setResolutions(const QString &resolutions);
     /// See setOSVersion().
-    void setLanguage(const QString &language) { mLanguage = language; }
+    void setLanguage(const QString &language);
 
     /// The fourteen keys that are sent, in their order.
     [[nodiscard]] static QStringList JSONKeys();
@@ -106,18 +115,6 @@ public:
     [[nodiscard]] static QString CPUFamilyOfBrandString();
 
 private:
-    QString mOSVersion;
-    QString mOSBuild;
-    QString mMachineName;
-    QString mMachineModel;
-    bool mIs64bit = false;
-    QString mCPUType;
-    quint64 mCPUCount = 0;
-    quint64 mCPUSpeed = 0;
-    quint64 mRAM = 0;
-    QString mGPUType;
-    quint64 mVRAM = 0;
-    quint64 mNumberOfDisplays = 0;
-    QString mResolutions;
-    QString mLanguage;
+    struct Private;
+    QSharedDataPointer<Private> d;
 };

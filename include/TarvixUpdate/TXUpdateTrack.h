@@ -6,7 +6,9 @@
 
 #include <QList>
 
-#include <functional>
+#include <memory>
+
+struct TXUpdateTrackPrivate;
 
 /// Reads and writes the dates of the record of handled posts, "yyyy-MM-dd'T'HH:mm:ssZ".
 /// Thread: a value; any.
@@ -26,14 +28,8 @@ public:
     /// A track with these items, in feed order.
     TXUpdateTrack(const QString &name, const QList<TXUpdatePtr> &updates,
                   const QList<TXUpdatePostPtr> &posts);
-    /// For the framework's readers: each function is called once, when its items are first requested, on the
-    /// requesting thread.
-    static std::shared_ptr<TXUpdateTrack> trackWithItems(const QString &name,
-                                                         std::function<QList<TXUpdatePtr>()> makeUpdates,
-                                                         std::function<QList<TXUpdatePostPtr>()> makePosts);
-
     /// The name of the track, such as "release".
-    [[nodiscard]] QString name() const { return m_name; }
+    [[nodiscard]] QString name() const;
     /// The updates in feed order.
     [[nodiscard]] QList<TXUpdatePtr> updates() const;
     /// The posts in feed order.
@@ -66,9 +62,8 @@ public:
     void updatePostsCheckInfoToHandlePosts(const QList<TXUpdatePostPtr> &posts) const;
 
 private:
-    QString m_name;
-    struct Items;
-    std::shared_ptr<Items> m_items;
+    friend struct TXUpdateTrackPrivate;
+    std::shared_ptr<TXUpdateTrackPrivate> d; ///< copies share it
 };
 
 /// A feed and its host share a track.

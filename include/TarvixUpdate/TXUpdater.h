@@ -64,7 +64,8 @@ public:
     /// True from the start of a check until just before its result is reported, so that a check may be
     /// started from the handler. Thread: any.
     [[nodiscard]] bool isChecking() const;
-    /// For the framework. Hosts do not call it.
+    /// The property can be written, for classes that stand in for a check. checkForUpdate() does it by
+    /// itself; a host that sets it to true gets no checks until it sets it to false. Thread: any.
     void setChecking(bool checking);
     /// Not owned; null for none. It must exist until another delegate is set.
     [[nodiscard]] TXUpdaterDelegate *delegate() const;

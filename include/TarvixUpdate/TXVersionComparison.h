@@ -3,8 +3,14 @@
 
 #include <TarvixUpdate/TXGlobal.h>
 
+#include <QObject>
 #include <QString>
 #include <QStringList>
+
+/// Makes Qt know the names of the enumerators, for logs and scripts. Its members belong to the global
+/// namespace, too.
+inline namespace TXVersionComparisonEnumerations {
+Q_NAMESPACE_EXPORT(TX_EXPORT)
 
 /// The type of a part of a version string.
 enum TXUpdateVersionCharacterType : unsigned {
@@ -12,6 +18,9 @@ enum TXUpdateVersionCharacterType : unsigned {
     TXUpdateVersionCharacterTypeString = 1,    ///< everything else: letters, symbols
     TXUpdateVersionCharacterTypeSeparator = 2, ///< ".", white space, a line break, punctuation
 };
+Q_ENUM_NS(TXUpdateVersionCharacterType)
+
+} // namespace TXVersionComparisonEnumerations
 
 /// The type of the first UTF-16 unit of a non-empty string. Thread: any.
 [[nodiscard]] TX_EXPORT TXUpdateVersionCharacterType TXUpdateTypeOfVersionCharacter(QStringView text);

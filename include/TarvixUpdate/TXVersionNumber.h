@@ -3,19 +3,23 @@
 
 #include <TarvixUpdate/TXGlobal.h>
 
+#include <QObject>
 #include <QString>
 
+#include <memory>
 #include <optional>
 
 /// The parts of a version shown to people, major.minor[.patch][suffix[number]], such as "2.1.3", "3.0b2" or
 /// "4.2 rc1". A string of another form is kept as a plain lower-case string. An immutable value. Thread: any.
 class TX_EXPORT TXVersionNumber {
+    Q_GADGET
 public:
     /// How the string was read.
     enum Format : quint64 {
         Parsed = 0,     ///< major.minor[.patch][suffix[number]]
         PlainString = 1 ///< any other string
     };
+    Q_ENUM(Format)
     /// Kinds of suffix in order of maturity.
     enum Suffix : quint64 {
         Unknown = 0,     ///< a suffix without a known meaning
@@ -25,6 +29,13 @@ public:
         Candidate = 4,   ///< such as "rc1"
         Final = 5        ///< no suffix
     };
+    Q_ENUM(Suffix)
+
+    /// Copies are cheap: they share their content.
+    TXVersionNumber(const TXVersionNumber &);
+    /// See the copy constructor.
+    TXVersionNumber &operator=(const TXVersionNumber &);
+    ~TXVersionNumber(); ///< Copies keep the content.
 
     /// Never fails: a string that cannot be parsed becomes a plain string.
     static TXVersionNumber versionNumberWithString(const QString &text);
@@ -32,21 +43,21 @@ public:
     static std::optional<TXVersionNumber> parseAsMajorMinorPatch(const QString &text);
 
     /// A Format.
-    [[nodiscard]] quint64 format() const { return m_format; }
+    [[nodiscard]] quint64 format() const;
     /// The canonical string; for a plain string the input in lower case.
-    [[nodiscard]] QString stringValue() const { return m_stringValue; }
+    [[nodiscard]] QString stringValue() const;
     /// The first number; 0 for a plain string.
-    [[nodiscard]] quint64 majorVersion() const { return m_majorVersion; }
+    [[nodiscard]] quint64 majorVersion() const;
     /// The second number; 0 for a plain string.
-    [[nodiscard]] quint64 minorVersion() const { return m_minorVersion; }
+    [[nodiscard]] quint64 minorVersion() const;
     /// The third number; 0 if absent.
-    [[nodiscard]] quint64 patchVersion() const { return m_patchVersion; }
+    [[nodiscard]] quint64 patchVersion() const;
     /// A Suffix; Final without one.
-    [[nodiscard]] quint64 suffix() const { return m_suffix; }
+    [[nodiscard]] quint64 suffix() const;
     /// The canonical suffix; null if there is none.
-    [[nodiscard]] QString suffixString() const { return m_suffixString; }
+    [[nodiscard]] QString suffixString() const;
     /// The number after the suffix; 0 if absent.
-    [[nodiscard]] quint64 suffixVersion() const { return m_suffixVersion; }
+    [[nodiscard]] quint64 suffixVersion() const;
 
     /// -1 if this is older than `other`, 0 if equal, 1 if newer.
     [[nodiscard]] int compare(const TXVersionNumber &other) const;
@@ -61,14 +72,7 @@ public:
     friend size_t qHash(const TXVersionNumber &number, size_t seed = 0) { return number.hash() ^ seed; }
 
 private:
-    TXVersionNumber() = default;
-
-    quint64 m_format = Parsed;
-    QString m_stringValue;
-    quint64 m_majorVersion = 0;
-    quint64 m_minorVersion = 0;
-    quint64 m_patchVersion = 0;
-    quint64 m_suffix = Final;
-    QString m_suffixString;
-    quint64 m_suffixVersion = 0;
+    struct Private;
+    explicit TXVersionNumber(std::shared_ptr<const Private> content);
+    std::shared_ptr<const Private> d; ///< never null
 };

@@ -8,7 +8,8 @@
 #include <memory>
 
 /// Owns a window whose content comes from an interface file of the framework. The window is loaded when it is
-/// first requested. Thread: main. Ownership: the caller's. Errors: see window().
+/// first requested. Thread: main. Ownership: the parent's if there is one, else the
+/// caller's. Errors: see window().
 class TX_EXPORT TXWindowController : public QObject {
     Q_OBJECT
 public:
@@ -19,20 +20,19 @@ public:
     /// loaded.
     QDialog *window();
     /// Whether window() has loaded the window.
-    [[nodiscard]] bool isWindowLoaded() const { return m_window != nullptr; }
+    [[nodiscard]] bool isWindowLoaded() const;
 
 protected:
     /// The window is loaded later, by window().
-    TXWindowController();
+    explicit TXWindowController(QObject *parent = nullptr);
     /// Called once after the window has been loaded.
     virtual void windowDidLoad();
     /// The content of the interface file; null while no window is loaded.
-    [[nodiscard]] QWidget *contentView() const { return m_contentView; }
+    [[nodiscard]] QWidget *contentView() const;
     /// Destroys the window; window() loads it again.
     void unloadWindow();
 
 private:
-    std::unique_ptr<QDialog> m_window;
-    QWidget *m_contentView = nullptr;
-    bool m_failed = false;
+    struct Private;
+    const std::unique_ptr<Private> d;
 };

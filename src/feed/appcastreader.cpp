@@ -4,6 +4,7 @@
 #include "feed/appcastparser.h"
 #include "feed/feedbudget.h"
 #include "model/relevance.h"
+#include "model/track_p.h"
 #include "model/updateentry.h"
 #include "model/versioncomparison.h"
 
@@ -103,11 +104,11 @@ Result<TXUpdateFeed::TrackMap> readAppcast(QByteArray data, const ReaderContext 
     if (error)
         return error;
     const TXUpdateTrackPtr track =
-        TXUpdateTrack::trackWithItems(releaseTrack,
-                                      [updates = std::move(updates), isSecure = context.isSecure] {
-                                          return updatesFrom(updates, WithConditions::No, isSecure);
-                                      },
-                                      {});
+        TXUpdateTrackPrivate::trackWithItems(releaseTrack,
+                                             [updates = std::move(updates), isSecure = context.isSecure] {
+                                                 return updatesFrom(updates, WithConditions::No, isSecure);
+                                             },
+                                             {});
     return TXUpdateFeed::TrackMap{{releaseTrack, track}};
 }
 

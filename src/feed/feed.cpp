@@ -118,6 +118,12 @@ struct TXUpdateFeed::Private {
     TrackMap tracks;
     std::optional<TXUpdatePtr> recommendedUpdate; ///< absent until requested
     std::atomic<bool> isFetched{false};           ///< or will be
+
+    /// Verifies and reads a document, and ends the feed.
+    template <typename Reader>
+    static void parse(TXUpdateFeed &feed, QByteArray data, tx::trust::FeedFormat format, Reader read);
+    /// Ends the feed with what a reader found.
+    static void complete(TXUpdateFeed &feed, const tx::Result<TrackMap> &tracks);
 };
 
 QString EscapeForURL(const QString &text) {
@@ -225,41 +231,42 @@ void TXUpdateFeed::fetch() {
 // The document is freed before its content is requested: both at once would take too much memory.
 
 void TXUpdateFeed::parseJSONData(QByteArray data) {
-    parse(std::move(data), tx::trust::FeedFormat::Json, tx::readJsonFeed);
+    Private::parse(*this, std::move(data), tx::trust::FeedFormat::Json, tx::readJsonFeed);
 }
 
 void TXUpdateFeed::parseXMLData(QByteArray data) {
-    parse(std::move(data), tx::trust::FeedFormat::Xml, tx::readAppcast);
+    Private::parse(*this, std::move(data), tx::trust::FeedFormat::Xml, tx::readAppcast);
 }
 
 template <typename Reader>
-void TXUpdateFeed::parse(QByteArray data, tx::trust::FeedFormat format, Reader read) {
+void TXUpdateFeed::Private::parse(TXUpdateFeed &feed, QByteArray data, tx::trust::FeedFormat format,
+                                  Reader read) {
     const auto host = tx::hostTrust();
     const tx::Result<std::optional<tx::trust::FeedClaim>> claim =
         host ? tx::admitFeed(data, format, *host, tx::FeedMemory::Kept) : host.error();
     if (!claim) {
         TXLog(TXLogLevelFailure, u"TXUpdate: The feed is refused: %@"_s, {claim.error().toString()});
-        completedWithError(claim.error());
+        feed.completedWithError(claim.error());
         return;
     }
-    tx::ReaderContext context = tx::ReaderContext::forHost(d->url);
+    tx::ReaderContext context = tx::ReaderContext::forHost(feed.d->url);
     context.trust = host->keys ? &*host : nullptr;
     context.isSigned = claim->has_value();
     const MemoryOfLongFeed memory(data);
     const auto tracks = read(std::exchange(data, {}), context);
     memory.giveBack();
-    completedWithTracks(tracks);
+    complete(feed, tracks);
 }
 
-void TXUpdateFeed::completedWithTracks(const tx::Result<TrackMap> &tracks) {
+void TXUpdateFeed::Private::complete(TXUpdateFeed &feed, const tx::Result<TrackMap> &tracks) {
     if (!tracks) {
         TXLog(TXLogLevelDetail, u"%@"_s, {tracks.error().toString()});
-        completedWithError(errorForInvalidFormat());
+        feed.completedWithError(errorForInvalidFormat());
         return;
     }
-    d->tracks = *tracks;
-    d->recommendedUpdate.reset();
-    completedWithError({});
+    feed.d->tracks = *tracks;
+    feed.d->recommendedUpdate.reset();
+    feed.completedWithError({});
 }
 
 void TXUpdateFeed::completedWithError(const TXError &error) {

@@ -7,7 +7,9 @@
 #include "model/feedvalues.h"
 #include "model/itemdate.h"
 #include "model/names.h"
+#include "model/post_p.h"
 #include "model/relevance.h"
+#include "model/track_p.h"
 #include "model/updateentry.h"
 #include "model/versioncomparison.h"
 #include "trust/signaturetext.h"
@@ -205,11 +207,11 @@ public:
                 QList<TXUpdatePostPtr> result;
                 result.reserve(posts.size());
                 posts.forEach([&result](PackedEntry entry) {
-                    result.append(std::make_shared<TXUpdatePost>(std::move(entry)));
+                    result.append(TXUpdatePostPrivate::make(std::move(entry)));
                 });
                 return result;
             };
-        return TXUpdateTrack::trackWithItems(m_name, std::move(makeUpdates), std::move(makePosts));
+        return TXUpdateTrackPrivate::trackWithItems(m_name, std::move(makeUpdates), std::move(makePosts));
     }
 
 private:
@@ -380,7 +382,7 @@ TXUpdatePtr json_updateFromDictionary(const FeedEntry &entry, QString *failureRe
 }
 
 TXUpdatePostPtr json_postFromDictionary(const FeedEntry &entry, QString *failureReason) {
-    return describesPost(entry, failureReason) ? std::make_shared<TXUpdatePost>(packed(entry)) : nullptr;
+    return describesPost(entry, failureReason) ? TXUpdatePostPrivate::make(packed(entry)) : nullptr;
 }
 
 } // namespace tx

@@ -6,12 +6,17 @@
 
 #include <atomic>
 
-struct TXQuitReply::Answer {
+/// The answer that the copies of a reply share.
+struct TXQuitReplyPrivate {
     /// What the answer is handed to: a permission to hold while the application may be ended, or null for a
     /// refusal. Null once it has been called.
     std::function<void(const std::shared_ptr<void> &permission)> done;
 
-    ~Answer();
+    explicit TXQuitReplyPrivate(std::function<void(const std::shared_ptr<void> &permission)> whenAnswered);
+    ~TXQuitReplyPrivate();
+    Q_DISABLE_COPY_MOVE(TXQuitReplyPrivate)
+    /// A reply whose answer is handed to `whenAnswered`.
+    static TXQuitReply make(std::function<void(const std::shared_ptr<void> &permission)> whenAnswered);
     void give(const std::shared_ptr<void> &permission);
 };
 

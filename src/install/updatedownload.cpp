@@ -96,14 +96,14 @@ TXError UpdateDownload::occupyFolder(TXUpdate &update, const QString &folder, co
     Result<std::unique_ptr<FileLock>> lock = services().fileSystem->tryLock(folder + u".lock"_s);
     static QHash<QString, QPointer<TXUpdate>> occupants; // of this process
     if (lock) {
-        update.d->folderLock = std::move(*lock);
+        stateOf(update).folderLock = std::move(*lock);
         occupants.insert(folder, &update);
         return {};
     }
     TXLog(TXLogLevelFailure, u"TXUpdate: %@ cannot be used. %@"_s, {folder, lock.error().toString()});
     const bool isTaken = lock.error().code() == EWOULDBLOCK;
     const TXUpdate *const occupant = occupants.value(folder);
-    const bool isTakenHere = occupant && occupant->d->folderLock;
+    const bool isTakenHere = occupant && stateOf(*occupant).folderLock;
     QString reason = lock.error().localizedDescription();
     if (isTaken && isTakenHere && occupant->isInstalling())
         reason = u"This application is installing another update."_s;
@@ -157,11 +157,12 @@ UpdateDownload::~UpdateDownload() {
 TX_SHARED void UpdateDownload::begin(TXUpdate &update, Choice choice,
                                      const TXUpdate::ProgressHandler &progress,
                                      const TXUpdate::CompletionHandler &completion) {
-    TXUpdate::Private &d = *update.d;
+    UpdateState &d = stateOf(update);
     if (d.isDownloading && choice == Choice::Users)
         d.download->m_choice = choice; // the user chose the download that is already running
     if (d.isDownloading || d.isDownloaded)
         return;
+    const QPointer<TXUpdate> guard(&update);
     const auto endUnbegun = [&completion](const TXError &error) {
         if (completion)
             postToMain([completion, error] { completion(error); });
@@ -180,14 +181,13 @@ TX_SHARED void UpdateDownload::begin(TXUpdate &update, Choice choice,
         endUnbegun(trusted.error());
         return;
     }
-    const QPointer<TXUpdate> guard(&update);
     const QList<UpdateDownload *> running = runningDownloads();
     for (UpdateDownload *other : running) {
         // One may have been destroyed while another one ended, and one that has ended may be calling its
         // handler
         // just now.
         if (!runningDownloads().contains(other) || !other->m_update ||
-            other->m_update->d->download.get() != other)
+            stateOf(*other->m_update).download.get() != other)
             continue;
         if (other->m_choice == Choice::Automatic) {
             TXLog(TXLogLevelStep, u"TXUpdate: The download of build %@ gives way to that of build %@"_s,
@@ -234,12 +234,12 @@ void UpdateDownload::start() {
     m_transfer = services().urlLoader->startDownload(request, *this);
     // An update that could not be installed is not downloaded completely. The transfer does not wait for the
     // answer, which comes before much has been transferred.
-    checkPackageOwner(
-        u"The update could not be downloaded."_s, [weak = weak_from_this()](const TXError &refusal) {
-            const auto download = weak.lock();
-            if (refusal && download && download->m_update && download->m_update->d->download == download)
-                download->refuse(refusal);
-        });
+    checkPackageOwner(u"The update could not be downloaded."_s, [weak = weak_from_this()](
+                                                                    const TXError &refusal) {
+        const auto download = weak.lock();
+        if (refusal && download && download->m_update && stateOf(*download->m_update).download == download)
+            download->refuse(refusal);
+    });
 }
 
 void UpdateDownload::cancel() {
@@ -255,10 +255,10 @@ void UpdateDownload::refuse(const TXError &error) {
 
 void UpdateDownload::downloadDidReceiveResponse(UrlDownload &, qint64 expectedLength) {
     const auto keep = shared_from_this();
-    assign(*m_update, m_update->d->downloadSize, static_cast<quint64>(expectedLength),
+    assign(*m_update, stateOf(*m_update).downloadSize, static_cast<quint64>(expectedLength),
            &TXUpdate::downloadSizeChanged);
     if (m_update)
-        assign(*m_update, m_update->d->downloadProgress, 0.0, &TXUpdate::downloadProgressChanged);
+        assign(*m_update, stateOf(*m_update).downloadProgress, 0.0, &TXUpdate::downloadProgressChanged);
 }
 
 void UpdateDownload::downloadDecideDestinationWithSuggestedFilename(UrlDownload &download,
@@ -298,7 +298,7 @@ void UpdateDownload::downloadDecideDestinationWithSuggestedFilename(UrlDownload 
     if (files.exists(path)) {
         const Result<quint64> size = files.fileSize(path);
         const bool isSignedSize = !m_trusted || (size && *size == m_trusted->proof.size());
-        if (size && *size == m_update->d->downloadSize && isSignedSize) {
+        if (size && *size == stateOf(*m_update).downloadSize && isSignedSize) {
             TXLog(TXLogLevelStep, u"TXUpdate: %@ is complete already"_s, {path});
             download.cancel();
             downloadEndedSuccessfully(true, {});
@@ -322,12 +322,12 @@ void UpdateDownload::downloadDidReceiveDataOfLength(UrlDownload &, qint64 length
 }
 
 void UpdateDownload::reportProgress() {
-    const quint64 size = std::max(m_update->d->downloadSize, m_received);
-    assign(*m_update, m_update->d->downloadSize, size, &TXUpdate::downloadSizeChanged);
+    const quint64 size = std::max(stateOf(*m_update).downloadSize, m_received);
+    assign(*m_update, stateOf(*m_update).downloadSize, size, &TXUpdate::downloadSizeChanged);
     if (!m_update)
         return;
     const double progress = static_cast<double>(m_received) / static_cast<double>(size);
-    assign(*m_update, m_update->d->downloadProgress, progress, &TXUpdate::downloadProgressChanged);
+    assign(*m_update, stateOf(*m_update).downloadProgress, progress, &TXUpdate::downloadProgressChanged);
     if (m_update && m_progress)
         m_progress(progress);
 }
@@ -336,7 +336,7 @@ void UpdateDownload::downloadDidFinish(UrlDownload &) {
     const TXError error = checkSignature();
     if (error) {
         TXLog(TXLogLevelFailure, u"TXUpdate: The archive is refused: %@"_s, {error.toString()});
-        (void)services().fileSystem->remove(m_update->d->downloadPath);
+        (void)services().fileSystem->remove(stateOf(*m_update).downloadPath);
     }
     downloadEndedSuccessfully(!error, error);
 }
@@ -364,11 +364,11 @@ void UpdateDownload::downloadEndedSuccessfully(bool successful, const TXError &r
     const auto keep = shared_from_this();
     TXUpdate &update = *m_update;
     TXError error = withAdvice(reported);
-    if (successful && !services().fileSystem->exists(update.d->downloadPath)) {
+    if (successful && !services().fileSystem->exists(stateOf(update).downloadPath)) {
         successful = false;
         error = missingFileError();
     }
-    TXUpdate::Private &d = *update.d;
+    UpdateState &d = stateOf(update);
     d.download.reset();
     d.folderLock.reset();
     const bool downloadedChanged = d.isDownloaded != successful;
@@ -404,12 +404,12 @@ void TXUpdate::downloadWithProgress(const ProgressHandler &progress, const Compl
 }
 
 void TXUpdate::cancelDownload() {
-    if (const auto download = d->isDownloading ? d->download : nullptr)
+    if (const auto download = isDownloading() ? d->state().download : nullptr)
         download->cancel();
 }
 
 void TXUpdate::cleanup() {
-    if (d->downloadPath.isNull())
+    if (downloadPath().isNull())
         return;
-    (void)tx::services().fileSystem->remove(d->downloadPath.section(u'/', 0, -2));
+    (void)tx::services().fileSystem->remove(downloadPath().section(u'/', 0, -2));
 }

@@ -29,10 +29,10 @@
 using namespace Qt::StringLiterals;
 
 void TXUpdate::installWithErrorHandler(const CompletionHandler &handler) {
-    if (d->isInstalling || !d->isDownloaded)
+    if (isInstalling() || !isDownloaded())
         return;
-    d->installErrorHandler = handler;
-    tx::assign(*this, d->isInstalling, true, &TXUpdate::isInstallingChanged);
+    d->state().installErrorHandler = handler;
+    tx::assign(*this, d->state().isInstalling, true, &TXUpdate::isInstallingChanged);
     TXLog(TXLogLevelStep, u"TXUpdate: Beginning Installation"_s);
     // Held until the process ends; then the installer tool takes it.
     if (const TXError error =
@@ -73,14 +73,14 @@ void UpdateInstallation::install_doUnarchive(TXUpdate &update) {
 void UpdateInstallation::verify(TXUpdate &update, const std::shared_ptr<const ArchiveTrust> &trusted) {
     TXLog(TXLogLevelStep, u"TXUpdate: Beginning verification"_s);
     // It goes on if the update is destroyed, and nobody else may write to the folder until it ends.
-    runInBackground([guard = QPointer<TXUpdate>(&update), lock = update.d->folderLock, trusted,
+    runInBackground([guard = QPointer<TXUpdate>(&update), lock = stateOf(update).folderLock, trusted,
                      path = update.downloadPath()] {
         const Result<VerifiedArchivePtr> archive = verifyArchive(*trusted, path);
         postToMain([guard, lock, archive] {
             if (!guard)
                 return;
             if (archive) {
-                guard->d->verified = *archive;
+                stateOf(*guard).verified = *archive;
                 unarchive(*guard);
             } else {
                 endUnverified(*guard, archive.error());
@@ -93,7 +93,8 @@ void UpdateInstallation::unarchive(TXUpdate &update) {
     TXLog(TXLogLevelStep, u"TXUpdate: Beginning unarchive"_s);
     const QPointer<TXUpdate> guard(&update);
     // Unpacking continues if the update is destroyed, and nobody else may write to the folder until it ends.
-    const auto done = [guard, lock = update.d->folderLock](const QString &application, const TXError &error) {
+    const auto done = [guard, lock = stateOf(update).folderLock](const QString &application,
+                                                                 const TXError &error) {
         if (!guard)
             return;
         if (error)
@@ -102,7 +103,7 @@ void UpdateInstallation::unarchive(TXUpdate &update) {
             install_doInstall(*guard, application);
     };
     const WantedApplication wanted = TXUpdateUnarchiver::forHost(update.version());
-    if (const VerifiedArchivePtr archive = update.d->verified)
+    if (const VerifiedArchivePtr archive = stateOf(update).verified)
         TXUpdateUnarchiver::unarchive(
             archive, update.downloadPath(), [] {}, done, wanted);
     else
@@ -151,12 +152,11 @@ void UpdateInstallation::install_doInstall(TXUpdate &update, const QString &appl
 
 void UpdateInstallation::askToQuit(TXUpdate &update, const QString &application) {
     const QPointer<TXUpdate> guard(&update);
-    const auto answer = std::make_shared<TXQuitReply::Answer>();
-    answer->done = [guard, application](const std::shared_ptr<void> &permission) {
+    const auto answered = [guard, application](const std::shared_ptr<void> &permission) {
         if (!guard)
             return;
         if (permission) {
-            guard->d->quitPermission = permission;
+            stateOf(*guard).quitPermission = permission;
             handOver(*guard, application);
             return;
         }
@@ -167,7 +167,7 @@ void UpdateInstallation::askToQuit(TXUpdate &update, const QString &application)
                     localizedString(u"The update was not installed because the application was not quit."_s),
                     {}, localizedString(u"You can install the update later."_s)));
     };
-    const TXQuitReply reply(answer);
+    const TXQuitReply reply = TXQuitReplyPrivate::make(answered);
     if (const QuitQuestion question = quitQuestion())
         question(update, reply);
     else
@@ -176,8 +176,8 @@ void UpdateInstallation::askToQuit(TXUpdate &update, const QString &application)
 
 void UpdateInstallation::handOver(TXUpdate &update, const QString &application) {
     TXError error;
-    if (TXUpdateInstallerClient::sharedInstance()->installUnarchivedApp(application, update.downloadPath(),
-                                                                        &error, update.d->verified.get()))
+    if (TXUpdateInstallerClient::sharedInstance()->installUnarchivedApp(
+            application, update.downloadPath(), &error, stateOf(update).verified.get()))
         return;
     TXLog(TXLogLevelFailure, u"[TXUpdate] Installing the update failed: %@"_s, {error.toString()});
     moveIntoDownloads(update, application);
@@ -244,18 +244,18 @@ void UpdateInstallation::moveIntoDownloads(TXUpdate &update, const QString &appl
 }
 
 void UpdateInstallation::install_failed(TXUpdate &update, const TXError &error) {
-    TXUpdate::Private &d = *update.d;
+    UpdateState &d = stateOf(update);
     d.folderLock.reset();
     d.verified.reset();
     const TXUpdate::CompletionHandler handler = std::exchange(d.installErrorHandler, nullptr);
     const bool wasInstalled = std::exchange(d.isInstalled, false);
     const bool wasInstalling = std::exchange(d.isInstalling, false);
     // An application that has closed its windows for this ends after the handler has told the user.
+    const QPointer<TXUpdate> guard(&update);
     postToMain([handler, error, permission = std::exchange(d.quitPermission, nullptr)] {
         if (handler)
             handler(error);
     });
-    const QPointer<TXUpdate> guard(&update);
     if (wasInstalling)
         Q_EMIT update.isInstallingChanged();
     if (guard && wasInstalled)

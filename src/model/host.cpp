@@ -35,31 +35,52 @@ TXUpdateHost *TXUpdateHost::host() {
 
 TXUpdateHost *TXUpdateHost::currentHost() { return host(); }
 
-TXUpdateHost::TXUpdateHost() = default;
+struct TXUpdateHost::Private {
+    TXBundle bundle;
+    QString systemVersionString;
+    QString name;
+    QString version;
+    QString displayVersion;
+};
+
+TXUpdateHost::TXUpdateHost()
+    : d(std::make_unique<Private>())
+    , m_bundle(d->bundle)
+    , m_systemVersionString(d->systemVersionString)
+    , m_name(d->name)
+    , m_version(d->version)
+    , m_displayVersion(d->displayVersion) {}
 TXUpdateHost::~TXUpdateHost() = default;
+
+TXBundle TXUpdateHost::bundle() const { return d->bundle; }
+QString TXUpdateHost::systemVersionString() const { return d->systemVersionString; }
+QString TXUpdateHost::name() const { return d->name; }
+QString TXUpdateHost::version() const { return d->version; }
+QString TXUpdateHost::displayVersion() const { return d->displayVersion; }
+void TXUpdateHost::setVersion(const QString &version) { d->version = version; }
 
 void TXUpdateHost::init() {
     const tx::OSVersion os = tx::operatingSystemVersion();
-    m_systemVersionString = u"%1.%2.%3"_s.arg(os.majorVersion).arg(os.minorVersion).arg(os.patchVersion);
-    m_bundle = TXBundle::mainBundle();
-    if (m_name.isNull())
-        m_name = m_bundle.infoString(u"CFBundleDisplayName"_s);
-    if (m_name.isNull())
-        m_name = m_bundle.infoString(u"CFBundleName"_s);
-    if (m_name.isNull())
-        m_name = QFileInfo(m_bundle.bundlePath()).completeBaseName();
-    if (m_version.isNull())
-        m_version = m_bundle.infoString(u"CFBundleVersion"_s);
-    if (m_displayVersion.isNull())
-        m_displayVersion = m_bundle.infoString(u"CFBundleShortVersionString"_s);
-    if (m_displayVersion.isNull())
-        m_displayVersion = m_version;
+    d->systemVersionString = u"%1.%2.%3"_s.arg(os.majorVersion).arg(os.minorVersion).arg(os.patchVersion);
+    d->bundle = TXBundle::mainBundle();
+    if (d->name.isNull())
+        d->name = d->bundle.infoString(u"CFBundleDisplayName"_s);
+    if (d->name.isNull())
+        d->name = d->bundle.infoString(u"CFBundleName"_s);
+    if (d->name.isNull())
+        d->name = QFileInfo(d->bundle.bundlePath()).completeBaseName();
+    if (d->version.isNull())
+        d->version = d->bundle.infoString(u"CFBundleVersion"_s);
+    if (d->displayVersion.isNull())
+        d->displayVersion = d->bundle.infoString(u"CFBundleShortVersionString"_s);
+    if (d->displayVersion.isNull())
+        d->displayVersion = d->version;
 }
 
 bool TXUpdateHost::isRunningOnReadOnlyVolume() const {
-    if (const auto volume = tx::services().volumeInfo(m_bundle.bundlePath()))
+    if (const auto volume = tx::services().volumeInfo(d->bundle.bundlePath()))
         return volume->isReadOnly;
-    return tx::services().mountFlagsAreReadOnly(m_bundle.bundlePath());
+    return tx::services().mountFlagsAreReadOnly(d->bundle.bundlePath());
 }
 
 bool TXUpdateHost::isRunningTranslocated() const {

@@ -79,7 +79,9 @@ void PackedEntries::forEach(const std::function<void(PackedEntry)> &visit) const
     }
 }
 
-FeedEntry PackedEntry::read() const {
+FeedEntry PackedEntry::read() const { return readEntry(block.get(), position); }
+
+FeedEntry readEntry(const std::string *block, quint32 position) {
     FeedEntry entry;
     if (block)
         walk(block->data() + position,

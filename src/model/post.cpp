@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include <TarvixUpdate/TXUpdatePost.h>
+#include "model/post_p.h"
 
 #include "model/conditions.h"
 #include "model/feedentry.h"
@@ -17,49 +17,65 @@ TXUpdatePostDisplayTime TXUpdatePostDisplayTimeFromString(const QString &text) {
     return TXUpdatePostDisplayTimeDefault;
 }
 
-struct TXUpdatePost::Private : QSharedData {
-    Private() = default;
-    explicit Private(const TXUpdatePost &post)
-        : title(post.title())
-        , postURL(post.postURL())
-        , displayTime(post.displayTime())
-        , endDateString(post.endDateString())
-        , dateString(post.dateString())
-        , conditions(post.conditions())
-        , preferredDisplaySize(post.preferredDisplaySize()) {}
-
-    QString title;
-    QUrl postURL;
-    TXUpdatePostDisplayTime displayTime = TXUpdatePostDisplayTimeDefault;
-    QString endDateString;
-    QString dateString;
-    std::optional<TXUpdateItemConditions> conditions;
-    QSizeF preferredDisplaySize{0, 0};
+struct TXUpdatePostPrivate::WithItem {
+    explicit WithItem(tx::PackedEntry entry)
+        : content(std::move(entry))
+        , post(content) {
+        content.setBesideItem(true);
+    }
+    TXUpdatePostPrivate content;
+    TXUpdatePost post;
 };
 
-TXUpdatePost::TXUpdatePost()
-    : d(new Private) {}
-TXUpdatePost::TXUpdatePost(tx::PackedEntry entry)
-    : m_packed(std::move(entry)) {}
-TXUpdatePost::TXUpdatePost(const TXUpdatePost &) = default;
-TXUpdatePost &TXUpdatePost::operator=(const TXUpdatePost &) = default;
-TXUpdatePost::~TXUpdatePost() = default;
-
-TXUpdatePost::Private &TXUpdatePost::own() {
-    if (!d) {
-        d = new Private(*this);
-        m_packed = {};
-    }
-    return *d;
+TXUpdatePostPtr TXUpdatePostPrivate::make(tx::PackedEntry entry) {
+    const auto both = std::make_shared<WithItem>(std::move(entry));
+    return {both, &both->post};
 }
 
-QString TXUpdatePost::title() const { return d ? d->title : m_packed.read().text(Member::Title); }
-void TXUpdatePost::setTitle(const QString &title) { own().title = title; }
+tx::PostFields &TXUpdatePostPrivate::fieldsToChange(TXUpdatePost &post) {
+    TXUpdatePostPrivate &content = *post.d;
+    if (!content.fields())
+        content.setFields(std::make_shared<tx::PostFields>(
+            tx::PostFields{post.title(), post.postURL(), post.displayTime(), post.endDateString(),
+                           post.dateString(), post.conditions(), post.preferredDisplaySize()}));
+    else if (content.areFieldsShared())
+        content.setFields(std::make_shared<tx::PostFields>(*content.fields()));
+    return *content.fields();
+}
+
+TXUpdatePost::TXUpdatePost()
+    : d(new TXUpdatePostPrivate) {}
+TXUpdatePost::TXUpdatePost(TXUpdatePostPrivate &content)
+    : d(&content) {}
+TXUpdatePost::TXUpdatePost(const TXUpdatePost &other)
+    : TXUpdateItem(other)
+    , d(new TXUpdatePostPrivate(*other.d)) {
+    d->setBesideItem(false);
+}
+
+TXUpdatePost &TXUpdatePost::operator=(const TXUpdatePost &other) {
+    const bool isBesideItem = d->isBesideItem();
+    *d = *other.d;
+    d->setBesideItem(isBesideItem);
+    return *this;
+}
+
+TXUpdatePost::~TXUpdatePost() {
+    if (!d->isBesideItem())
+        delete d;
+}
+
+QString TXUpdatePost::title() const {
+    return d->fields() ? d->fields()->title : d->entry().text(Member::Title);
+}
+void TXUpdatePost::setTitle(const QString &title) {
+    TXUpdatePostPrivate::fieldsToChange(*this).title = title;
+}
 
 QUrl TXUpdatePost::postURL() const {
-    if (d)
-        return d->postURL;
-    const tx::FeedEntry entry = m_packed.read();
+    if (const tx::PostFields *own = d->fields())
+        return own->postURL;
+    const tx::FeedEntry entry = d->entry();
     QUrl result;
     for (const Member member : {Member::PostURL, Member::Url}) {
         if (const QUrl url = tx::urlFromFeedText(entry.bytes(member)); !url.isEmpty())
@@ -67,33 +83,46 @@ QUrl TXUpdatePost::postURL() const {
     }
     return result;
 }
-void TXUpdatePost::setPostURL(const QUrl &url) { own().postURL = url; }
+void TXUpdatePost::setPostURL(const QUrl &url) { TXUpdatePostPrivate::fieldsToChange(*this).postURL = url; }
 
 TXUpdatePostDisplayTime TXUpdatePost::displayTime() const {
-    return d ? d->displayTime : TXUpdatePostDisplayTimeFromString(m_packed.read().text(Member::Display));
+    return d->fields() ? d->fields()->displayTime
+                       : TXUpdatePostDisplayTimeFromString(d->entry().text(Member::Display));
 }
-void TXUpdatePost::setDisplayTime(TXUpdatePostDisplayTime time) { own().displayTime = time; }
+void TXUpdatePost::setDisplayTime(TXUpdatePostDisplayTime time) {
+    TXUpdatePostPrivate::fieldsToChange(*this).displayTime = time;
+}
 
 QString TXUpdatePost::endDateString() const {
-    return d ? d->endDateString : m_packed.read().text(Member::EndDate);
+    return d->fields() ? d->fields()->endDateString : d->entry().text(Member::EndDate);
 }
-void TXUpdatePost::setEndDateString(const QString &text) { own().endDateString = text; }
+void TXUpdatePost::setEndDateString(const QString &text) {
+    TXUpdatePostPrivate::fieldsToChange(*this).endDateString = text;
+}
 
-QString TXUpdatePost::dateString() const { return d ? d->dateString : m_packed.read().text(Member::Date); }
-void TXUpdatePost::setDateString(const QString &text) { own().dateString = text; }
+QString TXUpdatePost::dateString() const {
+    return d->fields() ? d->fields()->dateString : d->entry().text(Member::Date);
+}
+void TXUpdatePost::setDateString(const QString &text) {
+    TXUpdatePostPrivate::fieldsToChange(*this).dateString = text;
+}
 
 std::optional<TXUpdateItemConditions> TXUpdatePost::conditions() const {
-    return d ? d->conditions : tx::conditionsFrom(m_packed.read());
+    if (const tx::PostFields *own = d->fields())
+        return own->conditions;
+    return d->hasEntry() ? std::optional(tx::conditionsFrom(d->entry())) : std::nullopt;
 }
 void TXUpdatePost::setConditions(const std::optional<TXUpdateItemConditions> &conditions) {
-    own().conditions = conditions;
+    TXUpdatePostPrivate::fieldsToChange(*this).conditions = conditions;
 }
 
 QSizeF TXUpdatePost::preferredDisplaySize() const {
-    return d ? d->preferredDisplaySize
-             : tx::sizeFromFeedText(m_packed.read().text(Member::PreferredDisplaySize));
+    return d->fields() ? d->fields()->preferredDisplaySize
+                       : tx::sizeFromFeedText(d->entry().text(Member::PreferredDisplaySize));
 }
-void TXUpdatePost::setPreferredDisplaySize(const QSizeF &size) { own().preferredDisplaySize = size; }
+void TXUpdatePost::setPreferredDisplaySize(const QSizeF &size) {
+    TXUpdatePostPrivate::fieldsToChange(*this).preferredDisplaySize = size;
+}
 
 QDateTime TXUpdatePost::date() const { return tx::itemDateFromString(dateString()); }
 

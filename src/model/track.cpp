@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include <TarvixUpdate/TXUpdateTrack.h>
+#include "model/track_p.h"
 
 #include "model/handleddate.h"
 #include "model/handledrecord.h"
@@ -9,8 +9,6 @@
 #include "os/userdefaults.h"
 
 #include <TarvixUpdate/TXUpdateSettings.h>
-
-#include <mutex>
 
 using namespace Qt::StringLiterals;
 
@@ -23,27 +21,6 @@ const QString handledPostsKey = u"handledPosts"_s;
 
 } // namespace
 
-/// What a reader found, until objects are requested. Creating them on the reader's thread and moving each to
-/// the main thread would take as long as reading the document, and more memory than it.
-struct TXUpdateTrack::Items {
-    template <typename Item>
-    struct List {
-        std::once_flag once;
-        std::function<QList<Item>()> make;
-        QList<Item> made;
-
-        QList<Item> get() {
-            std::call_once(once, [this] {
-                if (const auto maker = std::exchange(make, nullptr))
-                    made = maker();
-            });
-            return made;
-        }
-    };
-    List<TXUpdatePtr> updates;
-    List<TXUpdatePostPtr> posts;
-};
-
 QDateTime TXUpdateDateFormatter::dateFromString(const QString &text) const {
     return tx::handledPostDate(text);
 }
@@ -54,23 +31,24 @@ QString TXUpdateDateFormatter::stringFromDate(const QDateTime &date) const {
 
 TXUpdateTrack::TXUpdateTrack(const QString &name, const QList<TXUpdatePtr> &updates,
                              const QList<TXUpdatePostPtr> &posts)
-    : m_name(name)
-    , m_items(std::make_shared<Items>()) {
-    m_items->updates.made = updates;
-    m_items->posts.made = posts;
+    : d(std::make_shared<TXUpdateTrackPrivate>()) {
+    d->name = name;
+    d->updates.made = updates;
+    d->posts.made = posts;
 }
 
-std::shared_ptr<TXUpdateTrack>
-TXUpdateTrack::trackWithItems(const QString &name, std::function<QList<TXUpdatePtr>()> makeUpdates,
-                              std::function<QList<TXUpdatePostPtr>()> makePosts) {
+TXUpdateTrackPtr TXUpdateTrackPrivate::trackWithItems(const QString &name,
+                                                      std::function<QList<TXUpdatePtr>()> makeUpdates,
+                                                      std::function<QList<TXUpdatePostPtr>()> makePosts) {
     auto track = std::make_shared<TXUpdateTrack>(name, QList<TXUpdatePtr>(), QList<TXUpdatePostPtr>());
-    track->m_items->updates.make = std::move(makeUpdates);
-    track->m_items->posts.make = std::move(makePosts);
+    track->d->updates.make = std::move(makeUpdates);
+    track->d->posts.make = std::move(makePosts);
     return track;
 }
 
-QList<TXUpdatePtr> TXUpdateTrack::updates() const { return m_items->updates.get(); }
-QList<TXUpdatePostPtr> TXUpdateTrack::posts() const { return m_items->posts.get(); }
+QString TXUpdateTrack::name() const { return d->name; }
+QList<TXUpdatePtr> TXUpdateTrack::updates() const { return d->updates.get(); }
+QList<TXUpdatePostPtr> TXUpdateTrack::posts() const { return d->posts.get(); }
 
 TXUpdatePtr TXUpdateTrack::recommendedUpdate() const { return recommendedUpdateBefore({}); }
 
@@ -139,14 +117,14 @@ TXUpdateDateFormatter TXUpdateTrack::postsCheckDateFormatter() { return {}; }
 QVariantMap TXUpdateTrack::postsCheckInfo() const {
     return tx::UserDefaults::standard()
         .mapValue(TXUpdatePrefPostsCheckInfoKey)
-        .value(tx::recordForm(m_name))
+        .value(tx::recordForm(d->name))
         .toMap();
 }
 
 void TXUpdateTrack::updatePostsCheckInfoToHandlePosts(const QList<TXUpdatePostPtr> &posts) const {
     tx::UserDefaults &defaults = tx::UserDefaults::standard();
     QVariantMap record = defaults.mapValue(TXUpdatePrefPostsCheckInfoKey);
-    const QString key = tx::recordForm(m_name);
+    const QString key = tx::recordForm(d->name);
     QVariantMap own = record.value(key).toMap();
     const QDateTime cutOff = tx::services().now().addSecs(-handledSeconds);
     QVariantList list;

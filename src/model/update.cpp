@@ -23,8 +23,8 @@ namespace {
 
 constexpr qsizetype longestInLog = 1000;
 
-QByteArray address(const tx::PackedEntry &packed, Member member) {
-    return tx::encodedUrlFromFeedText(packed.read().bytes(member));
+QByteArray address(const TXUpdatePrivate &content, Member member) {
+    return tx::encodedUrlFromFeedText(content.entry().bytes(member));
 }
 
 QUrl decoded(const QByteArray &url) { return url.isEmpty() ? QUrl() : QUrl::fromEncoded(url); }
@@ -34,145 +34,146 @@ bool same(const QString &a, const QString &b) { return a.isNull() == b.isNull() 
 
 } // namespace
 
-TXUpdate::Content::Content() = default;
-TXUpdate::Content::~Content() = default;
-
-TXUpdate::Private *TXUpdate::Content::operator->() const {
-    if (!all) {
-        all = std::make_unique<Private>();
-        static_cast<tx::UpdateFields &>(*all) = tx::fieldsFrom(packed);
-        packed = {};
-    }
-    return all.get();
-}
-
-TXUpdate::TXUpdate() = default;
+TXUpdate::TXUpdate()
+    : TXUpdate(nullptr) {}
+TXUpdate::TXUpdate(QObject *parent)
+    : QObject(parent)
+    , d(new TXUpdatePrivate) {}
+TXUpdate::TXUpdate(TXUpdatePrivate &content)
+    : d(&content) {}
 
 TXUpdate::~TXUpdate() {
     if (const CompletionHandler handler =
-            d.all ? std::exchange(d.all->installErrorHandler, nullptr) : nullptr)
+            d->fields() ? std::exchange(d->fields()->installErrorHandler, nullptr) : nullptr)
         tx::postToMain([handler] {
             handler(TXError(TXCocoaErrorDomain, TXErrorCancelled,
                             u"The application update could not be installed."_s,
                             u"The application released the update while it was being installed."_s,
                             u"Keep the update until its handler has been called."_s));
         });
+    if (d->isBesideItem())
+        *d = TXUpdatePrivate(); // a download ends before this object does
+    else
+        delete d;
 }
 
 // Requesting one of these creates nothing permanent.
-QString TXUpdate::title() const { return d.all ? d.all->title : d.packed.read().text(Member::Title); }
-QString TXUpdate::version() const { return d.all ? d.all->version : d.packed.read().text(Member::Build); }
+QString TXUpdate::title() const { return d->fields() ? d->fields()->title : d->entry().text(Member::Title); }
+QString TXUpdate::version() const {
+    return d->fields() ? d->fields()->version : d->entry().text(Member::Build);
+}
 QString TXUpdate::displayVersion() const {
-    if (d.all)
-        return d.all->displayVersion;
-    const tx::FeedEntry entry = d.packed.read();
+    if (d->fields())
+        return d->fields()->displayVersion;
+    const tx::FeedEntry entry = d->entry();
     return entry.text(entry.has(Member::Version) ? Member::Version : Member::Build);
 }
 QString TXUpdate::dateString() const {
-    return d.all ? d.all->dateString : d.packed.read().text(Member::Date);
+    return d->fields() ? d->fields()->dateString : d->entry().text(Member::Date);
 }
 QString TXUpdate::itemDescription() const {
-    return d.all ? d.all->itemDescription : d.packed.read().text(Member::Description);
+    return d->fields() ? d->fields()->itemDescription : d->entry().text(Member::Description);
 }
-QString TXUpdate::extra() const { return d.all ? d.all->extra : d.packed.read().text(Member::Extra); }
+QString TXUpdate::extra() const { return d->fields() ? d->fields()->extra : d->entry().text(Member::Extra); }
 QUrl TXUpdate::releaseNotesURL() const {
-    return decoded(d.all ? d.all->releaseNotesURL : address(d.packed, Member::ReleaseNotesURL));
+    return decoded(d->fields() ? d->fields()->releaseNotesURL : address(*d, Member::ReleaseNotesURL));
 }
 QUrl TXUpdate::fileURL() const {
-    return decoded(d.all ? d.all->fileURL : address(d.packed, Member::DownloadURL));
+    return decoded(d->fields() ? d->fields()->fileURL : address(*d, Member::DownloadURL));
 }
 QUrl TXUpdate::linkURL() const {
-    return decoded(d.all ? d.all->linkURL : address(d.packed, Member::WebpageURL));
+    return decoded(d->fields() ? d->fields()->linkURL : address(*d, Member::WebpageURL));
 }
 QSizeF TXUpdate::preferredDisplaySize() const {
-    return d.all ? d.all->preferredDisplaySize
-                 : tx::sizeFromFeedText(d.packed.read().text(Member::PreferredDisplaySize));
+    return d->fields() ? d->fields()->preferredDisplaySize
+                       : tx::sizeFromFeedText(d->entry().text(Member::PreferredDisplaySize));
 }
 std::optional<TXUpdateItemConditions> TXUpdate::conditions() const {
-    if (d.all)
-        return d.all->conditions;
-    return d.packed.hasConditions ? std::optional(tx::conditionsFrom(d.packed.read())) : std::nullopt;
+    if (d->fields())
+        return d->fields()->conditions;
+    return d->hasConditions() ? std::optional(tx::conditionsFrom(d->entry())) : std::nullopt;
 }
 bool TXUpdate::excludeFromAutoDownloading() const {
-    return d.all ? d.all->excludeFromAutoDownloading : tx::excludesFromAutoDownloading(d.packed.read());
+    return d->fields() ? d->fields()->excludeFromAutoDownloading
+                       : tx::excludesFromAutoDownloading(d->entry());
 }
-bool TXUpdate::isDownloaded() const { return d.all && d.all->isDownloaded; }
-bool TXUpdate::isDownloading() const { return d.all && d.all->isDownloading; }
-QString TXUpdate::downloadPath() const { return d.all ? d.all->downloadPath : QString(); }
-double TXUpdate::downloadProgress() const { return d.all ? d.all->downloadProgress : 0; }
-quint64 TXUpdate::downloadSize() const { return d.all ? d.all->downloadSize : 0; }
-bool TXUpdate::isInstalling() const { return d.all && d.all->isInstalling; }
-bool TXUpdate::isInstalled() const { return d.all && d.all->isInstalled; }
+bool TXUpdate::isDownloaded() const { return d->fields() && d->fields()->isDownloaded; }
+bool TXUpdate::isDownloading() const { return d->fields() && d->fields()->isDownloading; }
+QString TXUpdate::downloadPath() const { return d->fields() ? d->fields()->downloadPath : QString(); }
+double TXUpdate::downloadProgress() const { return d->fields() ? d->fields()->downloadProgress : 0; }
+quint64 TXUpdate::downloadSize() const { return d->fields() ? d->fields()->downloadSize : 0; }
+bool TXUpdate::isInstalling() const { return d->fields() && d->fields()->isInstalling; }
+bool TXUpdate::isInstalled() const { return d->fields() && d->fields()->isInstalled; }
 
 // Strings are stored without comparing first: null and empty compare equal but have different meanings.
 void TXUpdate::setTitle(const QString &title) {
-    d->title = title;
+    d->state().title = title;
     Q_EMIT itemChanged();
 }
 
 void TXUpdate::setVersion(const QString &version) {
-    d->version = version;
+    d->state().version = version;
     Q_EMIT itemChanged();
 }
 
 void TXUpdate::setDisplayVersion(const QString &version) {
-    d->displayVersion = version;
+    d->state().displayVersion = version;
     Q_EMIT itemChanged();
 }
 
 void TXUpdate::setDateString(const QString &text) {
-    d->dateString = text;
+    d->state().dateString = text;
     Q_EMIT itemChanged();
 }
 
 void TXUpdate::setItemDescription(const QString &text) {
-    d->itemDescription = text;
+    d->state().itemDescription = text;
     Q_EMIT itemChanged();
 }
 
 void TXUpdate::setExtra(const QString &text) {
-    d->extra = text;
+    d->state().extra = text;
     Q_EMIT itemChanged();
 }
 
 void TXUpdate::setReleaseNotesURL(const QUrl &url) {
-    d->releaseNotesURL = url.toEncoded();
+    d->state().releaseNotesURL = url.toEncoded();
     Q_EMIT itemChanged();
 }
 
 void TXUpdate::setFileURL(const QUrl &url) {
-    d->fileURL = url.toEncoded();
+    d->state().fileURL = url.toEncoded();
     Q_EMIT itemChanged();
 }
 
 void TXUpdate::setLinkURL(const QUrl &url) {
-    d->linkURL = url.toEncoded();
+    d->state().linkURL = url.toEncoded();
     Q_EMIT itemChanged();
 }
 
 void TXUpdate::setPreferredDisplaySize(const QSizeF &size) {
-    tx::assign(*this, d->preferredDisplaySize, size, &TXUpdate::itemChanged);
+    tx::assign(*this, d->state().preferredDisplaySize, size, &TXUpdate::itemChanged);
 }
 
 void TXUpdate::setConditions(const std::optional<TXUpdateItemConditions> &conditions) {
-    d->conditions = conditions;
+    d->state().conditions = conditions;
     Q_EMIT itemChanged();
 }
 
 void TXUpdate::setExcludeFromAutoDownloading(bool exclude) {
-    tx::assign(*this, d->excludeFromAutoDownloading, exclude, &TXUpdate::itemChanged);
+    tx::assign(*this, d->state().excludeFromAutoDownloading, exclude, &TXUpdate::itemChanged);
 }
 
 void TXUpdate::setDownloaded(bool downloaded) {
-    tx::assign(*this, d->isDownloaded, downloaded, &TXUpdate::isDownloadedChanged);
+    tx::assign(*this, d->state().isDownloaded, downloaded, &TXUpdate::isDownloadedChanged);
 }
 
 void TXUpdate::setDownloadPath(const QString &path) {
-    tx::assign(*this, d->downloadPath, path, &TXUpdate::downloadPathChanged);
+    tx::assign(*this, d->state().downloadPath, path, &TXUpdate::downloadPathChanged);
 }
 
 void TXUpdate::setInstalled(bool installed) {
-    tx::assign(*this, d->isInstalled, installed, &TXUpdate::isInstalledChanged);
+    tx::assign(*this, d->state().isInstalled, installed, &TXUpdate::isInstalledChanged);
 }
 
 QDateTime TXUpdate::date() const {
@@ -208,7 +209,7 @@ bool TXUpdate::isSigned() const {
 
 TXError TXUpdate::downloadRefusal() const {
     const QUrl archive = fileURL();
-    const bool isSecure = d.all ? d.all->isFromSecureFeed : d.packed.isFromSecureFeed;
+    const bool isSecure = d->fields() ? d->fields()->isFromSecureFeed : d->isFromSecureFeed();
     if (archive.isEmpty())
         return {};
     if (!isSecure || archive.scheme() == u"https") {

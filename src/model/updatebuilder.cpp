@@ -19,8 +19,8 @@ bool excludesFromAutoDownloading(const FeedEntry &entry) {
     return automatic == "false" || automatic == "no" || automatic == "disable" || automatic == "disabled";
 }
 
-UpdateFields fieldsFrom(const PackedEntry &packed) {
-    const FeedEntry entry = packed.read();
+UpdateFields fieldsFrom(const ItemContent<UpdateState> &content) {
+    const FeedEntry entry = content.entry();
     UpdateFields fields;
     fields.fileURL = encodedUrlFromFeedText(entry.bytes(Member::DownloadURL));
     fields.linkURL = encodedUrlFromFeedText(entry.bytes(Member::WebpageURL));
@@ -32,29 +32,53 @@ UpdateFields fieldsFrom(const PackedEntry &packed) {
     fields.displayVersion = entry.has(Member::Version) ? entry.text(Member::Version) : fields.version;
     fields.extra = entry.text(Member::Extra);
     fields.signatures = EntrySignatures::of(entry);
-    fields.isFromSecureFeed = packed.isFromSecureFeed;
+    fields.isFromSecureFeed = content.isFromSecureFeed();
     fields.excludeFromAutoDownloading = excludesFromAutoDownloading(entry);
     fields.preferredDisplaySize = sizeFromFeedText(entry.text(Member::PreferredDisplaySize));
-    if (packed.hasConditions)
+    if (content.hasConditions())
         fields.conditions = conditionsFrom(entry);
     return fields;
 }
 
-TXUpdatePtr UpdateBuilder::make(PackedEntry entry) {
-    auto *update = new TXUpdate;
-    update->d.packed = std::move(entry);
-    if (const QCoreApplication *application = QCoreApplication::instance())
-        update->moveToThread(application->thread());
-    return {update, [](TXUpdate *object) {
-                if (object->thread() == QThread::currentThread() || !object->thread())
-                    delete object;
-                else
-                    postToMain([owned = std::shared_ptr<TXUpdate>(object)] {});
-            }};
-}
+TXUpdatePtr UpdateBuilder::make(PackedEntry entry) { return TXUpdatePrivate::make(std::move(entry)); }
+
+UpdateState &stateOf(const TXUpdate &update) { return TXUpdatePrivate::of(update).state(); }
 
 EntrySignatures UpdateBuilder::signaturesOf(const TXUpdate &update) {
-    return update.d.all ? update.d.all->signatures : EntrySignatures::of(update.d.packed.read());
+    const TXUpdatePrivate &content = TXUpdatePrivate::of(update);
+    return content.fields() ? content.fields()->signatures : EntrySignatures::of(content.entry());
 }
 
 } // namespace tx
+
+struct TXUpdatePrivate::WithItem {
+    explicit WithItem(tx::PackedEntry entry)
+        : content(std::move(entry))
+        , update(content) {
+        content.setBesideItem(true);
+    }
+    TXUpdatePrivate content;
+    TXUpdate update;
+};
+
+TXUpdatePtr TXUpdatePrivate::make(tx::PackedEntry entry) {
+    auto *both = new WithItem(std::move(entry));
+    if (const QCoreApplication *application = QCoreApplication::instance())
+        both->update.moveToThread(application->thread());
+    const std::shared_ptr<WithItem> owner(both, [](WithItem *object) {
+        if (object->update.thread() == QThread::currentThread() || !object->update.thread())
+            delete object;
+        else
+            tx::postToMain([owned = std::shared_ptr<WithItem>(object)] {});
+    });
+    return {owner, &both->update};
+}
+
+tx::UpdateState &TXUpdatePrivate::state() {
+    if (!fields()) {
+        auto state = std::make_shared<tx::UpdateState>();
+        static_cast<tx::UpdateFields &>(*state) = tx::fieldsFrom(*this);
+        setFields(std::move(state));
+    }
+    return *fields();
+}

@@ -2,10 +2,15 @@
 #pragma once
 
 #include "model/entrysignatures.h"
+#include "model/packedentries.h"
 
 #include <TarvixUpdate/TXUpdate.h>
 
 namespace tx {
+
+template <typename Fields>
+class ItemContent;
+struct UpdateState;
 
 /// What a feed says of an update. Addresses are percent-encoded, empty when absent, and parsed when asked
 /// for.
@@ -30,7 +35,7 @@ struct UpdateFields {
 [[nodiscard]] bool excludesFromAutoDownloading(const FeedEntry &entry);
 
 /// All that an entry of a feed says, as an update has it.
-[[nodiscard]] UpdateFields fieldsFrom(const PackedEntry &packed);
+[[nodiscard]] UpdateFields fieldsFrom(const ItemContent<UpdateState> &content);
 
 /// Makes updates that read what they say from a feed's entry when they are asked. Thread: any; the update
 /// belongs to the main thread, where it is also deleted, whoever lets go of it last.

@@ -102,84 +102,113 @@ QString asUnsigned32(quint64 number) { return QString::number(static_cast<quint3
 
 } // namespace
 
+struct TXVersionNumber::Private {
+    quint64 format = Parsed;
+    QString stringValue;
+    quint64 majorVersion = 0;
+    quint64 minorVersion = 0;
+    quint64 patchVersion = 0;
+    quint64 suffix = Final;
+    QString suffixString;
+    quint64 suffixVersion = 0;
+};
+
+TXVersionNumber::TXVersionNumber(std::shared_ptr<const Private> content)
+    : d(std::move(content)) {}
+TXVersionNumber::TXVersionNumber(const TXVersionNumber &) = default;
+TXVersionNumber &TXVersionNumber::operator=(const TXVersionNumber &) = default;
+TXVersionNumber::~TXVersionNumber() = default;
+
+quint64 TXVersionNumber::format() const { return d->format; }
+QString TXVersionNumber::stringValue() const { return d->stringValue; }
+quint64 TXVersionNumber::majorVersion() const { return d->majorVersion; }
+quint64 TXVersionNumber::minorVersion() const { return d->minorVersion; }
+quint64 TXVersionNumber::patchVersion() const { return d->patchVersion; }
+quint64 TXVersionNumber::suffix() const { return d->suffix; }
+QString TXVersionNumber::suffixString() const { return d->suffixString; }
+quint64 TXVersionNumber::suffixVersion() const { return d->suffixVersion; }
+
 TXVersionNumber TXVersionNumber::versionNumberWithString(const QString &text) {
     if (const std::optional<TXVersionNumber> parsed = parseAsMajorMinorPatch(text))
         return *parsed;
-    TXVersionNumber result;
-    result.m_format = PlainString;
-    result.m_stringValue = text.toLower();
-    return result;
+    auto plain = std::make_shared<Private>();
+    plain->format = PlainString;
+    plain->stringValue = text.toLower();
+    return TXVersionNumber(std::move(plain));
 }
 
 std::optional<TXVersionNumber> TXVersionNumber::parseAsMajorMinorPatch(const QString &text) {
     Scanner scanner(text.toLower());
-    TXVersionNumber result;
-    if (!scanner.scanInteger(result.m_majorVersion))
+    auto content = std::make_shared<Private>();
+    Private &result = *content;
+    if (!scanner.scanInteger(result.majorVersion))
         return std::nullopt;
     if (scanner.scanDot()) {
-        if (!scanner.scanInteger(result.m_minorVersion))
+        if (!scanner.scanInteger(result.minorVersion))
             return std::nullopt;
-        if (scanner.scanDot() && !scanner.scanInteger(result.m_patchVersion))
+        if (scanner.scanDot() && !scanner.scanInteger(result.patchVersion))
             return std::nullopt;
     }
     if (const QString scanned = scanner.scanUpToDigit(); !scanned.isEmpty()) {
         const QString suffix = scanned.trimmed();
-        result.m_suffix = Unknown;
-        result.m_suffixString = suffix;
+        result.suffix = Unknown;
+        result.suffixString = suffix;
         for (const KnownSuffix &known : knownSuffixes) {
             if (suffix == known.text) {
-                result.m_suffix = known.kind;
-                result.m_suffixString = known.canonical;
+                result.suffix = known.kind;
+                result.suffixString = known.canonical;
             }
         }
-        if (!scanner.scanInteger(result.m_suffixVersion))
-            result.m_suffixVersion = 0;
+        if (!scanner.scanInteger(result.suffixVersion))
+            result.suffixVersion = 0;
     }
     if (!scanner.isAtEnd())
         return std::nullopt;
-    result.m_stringValue = asUnsigned32(result.m_majorVersion) + u'.' + asUnsigned32(result.m_minorVersion);
-    if (result.m_patchVersion != 0)
-        result.m_stringValue += u'.' + asUnsigned32(result.m_patchVersion);
-    result.m_stringValue += result.m_suffixString;
+    result.stringValue = asUnsigned32(result.majorVersion) + u'.' + asUnsigned32(result.minorVersion);
+    if (result.patchVersion != 0)
+        result.stringValue += u'.' + asUnsigned32(result.patchVersion);
+    result.stringValue += result.suffixString;
     // The patch number decides here, not the suffix version: these strings are compared and stored elsewhere.
-    if (result.m_patchVersion != 0)
-        result.m_stringValue += asUnsigned32(result.m_suffixVersion);
-    return result;
+    if (result.patchVersion != 0)
+        result.stringValue += asUnsigned32(result.suffixVersion);
+    return TXVersionNumber(std::move(content));
 }
 
 int TXVersionNumber::compare(const TXVersionNumber &other) const {
-    if (m_format != other.m_format)
-        return m_format < other.m_format ? -1 : 1;
-    if (m_format == PlainString)
-        return compareTexts(m_stringValue, other.m_stringValue);
-    if (m_format != Parsed)
+    if (d->format != other.d->format)
+        return d->format < other.d->format ? -1 : 1;
+    if (d->format == PlainString)
+        return compareTexts(d->stringValue, other.d->stringValue);
+    if (d->format != Parsed)
         return 0;
     for (const auto &[a, b] :
-         {std::pair(m_majorVersion, other.m_majorVersion), std::pair(m_minorVersion, other.m_minorVersion),
-          std::pair(m_patchVersion, other.m_patchVersion), std::pair(m_suffix, other.m_suffix)}) {
+         {std::pair(d->majorVersion, other.d->majorVersion),
+          std::pair(d->minorVersion, other.d->minorVersion),
+          std::pair(d->patchVersion, other.d->patchVersion), std::pair(d->suffix, other.d->suffix)}) {
         if (const int result = compareNumbers(a, b))
             return result;
     }
-    if (m_suffix == Unknown) {
-        if (const int result = compareTexts(m_suffixString, other.m_suffixString))
+    if (d->suffix == Unknown) {
+        if (const int result = compareTexts(d->suffixString, other.d->suffixString))
             return result;
     }
-    if (const int result = compareNumbers(m_suffixVersion, other.m_suffixVersion))
+    if (const int result = compareNumbers(d->suffixVersion, other.d->suffixVersion))
         return result;
-    return compareTexts(m_stringValue, other.m_stringValue);
+    return compareTexts(d->stringValue, other.d->stringValue);
 }
 
 bool TXVersionNumber::isEqual(const TXVersionNumber &other) const {
-    return m_stringValue == other.m_stringValue;
+    return d->stringValue == other.d->stringValue;
 }
 
 size_t TXVersionNumber::hash() const {
-    if (m_format == PlainString)
-        return qHash(m_stringValue);
-    if (m_format != Parsed)
+    if (d->format == PlainString)
+        return qHash(d->stringValue);
+    if (d->format != Parsed)
         return 0;
     constexpr quint64 mask = 0x5555;
     // If size_t has 32 bits, the lower half is as good.
-    return static_cast<size_t>(m_majorVersion ^ m_minorVersion ^ m_patchVersion ^ m_suffix ^ m_suffixVersion ^
-                               (m_suffixString.isNull() ? 0 : qHash(m_suffixString)) ^ mask);
+    return static_cast<size_t>(d->majorVersion ^ d->minorVersion ^ d->patchVersion ^ d->suffix ^
+                               d->suffixVersion ^ (d->suffixString.isNull() ? 0 : qHash(d->suffixString)) ^
+                               mask);
 }

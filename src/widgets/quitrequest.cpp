@@ -3,9 +3,9 @@
 
 #include "os/services.h"
 #include "widgets/lifetime.h"
+#include "widgets/updatepanel_p.h"
 
 #include <TarvixUpdate/TXLog.h>
-#include <TarvixUpdate/TXUpdatePanel.h>
 
 #include <QApplication>
 #include <QCloseEvent>
@@ -82,7 +82,7 @@ public:
                     m_panels.append(panel);
             }
             for (const auto &panel : m_panels)
-                panel->stepAside();
+                panel->hide();
         }
         QCoreApplication::instance()->installEventFilter(this);
         whenApplicationQuits(this, [this] { release(); });
@@ -93,7 +93,7 @@ public:
         release();
         for (const auto &panel : m_panels) {
             if (panel)
-                panel->comeBack();
+                TXUpdatePanelPrivate::comeBack(*panel);
         }
     }
 

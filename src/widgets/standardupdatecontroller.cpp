@@ -77,7 +77,11 @@ struct TXStandardUpdateController::Private {
 };
 
 TXStandardUpdateController::TXStandardUpdateController()
-    : d(std::make_unique<Private>()) {
+    : TXStandardUpdateController(nullptr) {}
+
+TXStandardUpdateController::TXStandardUpdateController(QObject *parent)
+    : QObject(parent)
+    , d(std::make_unique<Private>()) {
     const TXUpdateHost *host = TXUpdateHost::host();
     if (host->isRunningTranslocated() || host->isRunningOnReadOnlyVolume())
         d->status |= TXStandardUpdateControllerStatusCannotUpdateInPlace;

@@ -20,6 +20,17 @@
 
 using namespace Qt::StringLiterals;
 
+/// The widgets belong to the panel.
+struct TXUpdateCheckingPanel::Private {
+    std::unique_ptr<QWidget> topLevelObjectsInNib; ///< what is not shown in the panel
+    QWidget *theContentView = nullptr;
+    QLabel *titleField = nullptr;
+    QLabel *messageField = nullptr;
+    QPushButton *button = nullptr;
+    QProgressBar *progressIndicator = nullptr;
+    bool isRunning = false;
+};
+
 TXUpdateCheckingPanelContentView::TXUpdateCheckingPanelContentView(QWidget *parent)
     : QWidget(parent) {}
 
@@ -61,33 +72,34 @@ std::unique_ptr<TXUpdateCheckingPanel> TXUpdateCheckingPanel::updateCheckingPane
     return panel;
 }
 
-TXUpdateCheckingPanel::TXUpdateCheckingPanel() = default;
+TXUpdateCheckingPanel::TXUpdateCheckingPanel()
+    : d(std::make_unique<Private>()) {}
 TXUpdateCheckingPanel::~TXUpdateCheckingPanel() { cancel(); }
 
 bool TXUpdateCheckingPanel::load() {
     std::unique_ptr<QWidget> root = tx::loadInterface(u"TXUpdateCheckingPanel"_s);
     if (!root)
         return false;
-    tx::connectOutletIfThere(titleField, root.get(), u"titleField"_s);
-    tx::connectOutletIfThere(messageField, root.get(), u"messageField"_s);
-    tx::connectOutletIfThere(button, root.get(), u"button"_s);
-    tx::connectOutletIfThere(progressIndicator, root.get(), u"progressIndicator"_s);
-    tx::connectOutletIfThere(theContentView, root.get(), u"theContentView"_s);
+    tx::connectOutletIfThere(d->titleField, root.get(), u"titleField"_s);
+    tx::connectOutletIfThere(d->messageField, root.get(), u"messageField"_s);
+    tx::connectOutletIfThere(d->button, root.get(), u"button"_s);
+    tx::connectOutletIfThere(d->progressIndicator, root.get(), u"progressIndicator"_s);
+    tx::connectOutletIfThere(d->theContentView, root.get(), u"theContentView"_s);
 
     setWindowTitle({});
     tx::makeAlertPanel(this);
     tx::applyDirection(this);
     auto *layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
-    const QSize contentSize = theContentView ? theContentView->size() : QSize(0, 0);
-    if (theContentView)
-        layout->addWidget(theContentView);
-    if (root.get() == theContentView)
+    const QSize contentSize = d->theContentView ? d->theContentView->size() : QSize(0, 0);
+    if (d->theContentView)
+        layout->addWidget(d->theContentView);
+    if (root.get() == d->theContentView)
         (void)root.release(); // owned by the layout now
     else
-        mTopLevelObjectsInNib = std::move(root);
-    if (button)
-        connect(button, &QPushButton::clicked, this, &TXUpdateCheckingPanel::cancel);
+        d->topLevelObjectsInNib = std::move(root);
+    if (d->button)
+        connect(d->button, &QPushButton::clicked, this, &TXUpdateCheckingPanel::cancel);
     resize(contentSize);
     setMinimumSize(contentSize);
     didChangeEffectiveAppearance();
@@ -98,42 +110,42 @@ void TXUpdateCheckingPanel::didChangeEffectiveAppearance() { tx::applyAppearance
 
 int TXUpdateCheckingPanel::runModal() {
     const QString title = tx::localizedString(u"Checking for update\u2026"_s);
-    if (titleField)
-        titleField->setText(title);
+    if (d->titleField)
+        d->titleField->setText(title);
     setAccessibleName(title);
-    if (button) {
-        tx::setButtonTitle(button, tx::localizedString(u"Cancel"_s));
-        button->setDefault(false);
-        button->setAutoDefault(false);
+    if (d->button) {
+        tx::setButtonTitle(d->button, tx::localizedString(u"Cancel"_s));
+        d->button->setDefault(false);
+        d->button->setAutoDefault(false);
     }
-    if (messageField)
-        messageField->hide();
-    if (progressIndicator) {
-        progressIndicator->setRange(0, 0);
-        progressIndicator->setAccessibleName(tx::localizedString(u"Progress"_s));
-        progressIndicator->show();
+    if (d->messageField)
+        d->messageField->hide();
+    if (d->progressIndicator) {
+        d->progressIndicator->setRange(0, 0);
+        d->progressIndicator->setAccessibleName(tx::localizedString(u"Progress"_s));
+        d->progressIndicator->show();
     }
-    _running = true;
+    d->isRunning = true;
     tx::centerWindow(this);
     const int code = tx::runModalForWindow(this);
-    _running = false; // also when the application quits
-    if (progressIndicator)
-        progressIndicator->setRange(0, 1);
+    d->isRunning = false; // also when the application quits
+    if (d->progressIndicator)
+        d->progressIndicator->setRange(0, 1);
     return code;
 }
 
 void TXUpdateCheckingPanel::close() {
-    if (!_running)
+    if (!d->isRunning)
         return;
-    _running = false;
+    d->isRunning = false;
     tx::stopModalOfWindow(this, 1);
     hide();
 }
 
 void TXUpdateCheckingPanel::cancel() {
-    if (!_running)
+    if (!d->isRunning)
         return;
-    _running = false;
+    d->isRunning = false;
     tx::stopModalOfWindow(this, 0);
     hide();
 }
@@ -141,27 +153,27 @@ void TXUpdateCheckingPanel::cancel() {
 void TXUpdateCheckingPanel::showUpToDate() {
     const QString name = QGuiApplication::applicationDisplayName();
     const QString title = tx::localizedFormat(u"%@ is up to date."_s, {name});
-    if (titleField)
-        titleField->setText(title);
+    if (d->titleField)
+        d->titleField->setText(title);
     setAccessibleName(title);
-    if (messageField) {
-        messageField->setText(tx::localizedFormat(u"You are running the latest version of %@."_s, {name}));
-        messageField->show();
+    if (d->messageField) {
+        d->messageField->setText(tx::localizedFormat(u"You are running the latest version of %@."_s, {name}));
+        d->messageField->show();
     }
-    if (button) {
-        tx::setButtonTitle(button, tx::localizedString(u"OK"_s));
-        button->setDefault(true);
-        tx::focusVisibly(button);
+    if (d->button) {
+        tx::setButtonTitle(d->button, tx::localizedString(u"OK"_s));
+        d->button->setDefault(true);
+        tx::focusVisibly(d->button);
     }
-    if (progressIndicator) {
-        progressIndicator->hide();
-        progressIndicator->setRange(0, 1); // an indeterminate bar keeps moving
+    if (d->progressIndicator) {
+        d->progressIndicator->hide();
+        d->progressIndicator->setRange(0, 1); // an indeterminate bar keeps moving
     }
-    if (!theContentView)
+    if (!d->theContentView)
         return;
     // A long name or translation needs more lines.
-    if (theContentView->layout())
-        theContentView->layout()->activate();
+    if (d->theContentView->layout())
+        d->theContentView->layout()->activate();
     resize(width(), std::max(height(), layout()->totalHeightForWidth(width())));
 }
 

@@ -1,24 +1,22 @@
 // SPDX-License-Identifier: MIT
 // The panel's window: its widgets, showing and closing. What it does with updates is in
 // updatepanelactions.cpp.
+#include "widgets/updatepanel_p.h"
+
 #include "base/queues.h"
 #include "os/localization.h"
 #include "os/memory.h"
 #include "os/openaddress.h"
 #include "widgets/appearance.h"
-#include "widgets/downloadrate.h"
-#include "widgets/floating.h"
 #include "widgets/interfacefile.h"
 #include "widgets/lifetime.h"
 #include "widgets/modalsession.h"
 #include "widgets/screens.h"
 #include "widgets/versionrows.h"
 #include "widgets/versionstable.h"
-#include "widgets/webview.h"
 
 #include <TarvixUpdate/TXLog.h>
 #include <TarvixUpdate/TXUpdateHost.h>
-#include <TarvixUpdate/TXUpdatePanel.h>
 
 #include <QCloseEvent>
 #include <QLabel>
@@ -35,9 +33,9 @@ std::shared_ptr<TXUpdatePanel> TXUpdatePanel::panel() {
         made->load();
     } catch (const std::exception &exception) {
         TXLog(TXLogLevelStep, u"TXUpdatePanel: %@"_s, {QString::fromUtf8(exception.what())});
-        made->mainView = nullptr;
+        made->d->mainView = nullptr;
     }
-    if (!made->mainView) {
+    if (!made->d->mainView) {
         TXLog(TXLogLevelFailure, u"Could not load TXUpdatePanel xib."_s);
         return nullptr;
     }
@@ -46,7 +44,13 @@ std::shared_ptr<TXUpdatePanel> TXUpdatePanel::panel() {
 }
 
 TXUpdatePanel::TXUpdatePanel()
-    : m_rate(std::make_unique<tx::DownloadRate>()) {}
+    : d(std::make_unique<TXUpdatePanelPrivate>()) {}
+
+QList<TXUpdatePtr> TXUpdatePanel::updates() const { return d->updates; }
+TXUpdatePtr TXUpdatePanel::designatedUpdate() const { return d->designatedUpdate; }
+bool TXUpdatePanel::needsToShowBuilds() const { return d->needsToShowBuilds; }
+bool TXUpdatePanel::didChooseToInstall() const { return d->didChooseToInstall; }
+bool TXUpdatePanel::allowsDownloadingInBackground() const { return d->allowsDownloadingInBackground; }
 
 TXUpdatePanel::~TXUpdatePanel() {
     unobserveUpdate();
@@ -61,71 +65,71 @@ void TXUpdatePanel::load() {
     const auto outlet = [&](auto *&member, const QString &name) {
         tx::connectOutlet(member, root.get(), name);
     };
-    outlet(mainSplitView, u"mainSplitView"_s);
-    outlet(titleField, u"titleField"_s);
-    outlet(secondaryField, u"secondaryField"_s);
-    outlet(infoField, u"infoField"_s);
-    outlet(sidebarContainer, u"sidebarContainer"_s);
-    outlet(webViewContainer, u"webViewContainer"_s);
-    outlet(versionsTableView, u"versionsTableView"_s);
-    outlet(installVersionLabel, u"installVersionLabel"_s);
-    outlet(installButton, u"installButton"_s);
-    outlet(cancelButton, u"cancelButton"_s);
-    outlet(skipButton, u"skipButton"_s);
-    outlet(statusField, u"statusField"_s);
-    outlet(progressIndicator, u"progressIndicator"_s);
-    outlet(titleBoxView, u"titleBoxView"_s);
-    outlet(mainView, u"mainView"_s);
+    outlet(d->mainSplitView, u"mainSplitView"_s);
+    outlet(d->titleField, u"titleField"_s);
+    outlet(d->secondaryField, u"secondaryField"_s);
+    outlet(d->infoField, u"infoField"_s);
+    outlet(d->sidebarContainer, u"sidebarContainer"_s);
+    outlet(d->webViewContainer, u"webViewContainer"_s);
+    outlet(d->versionsTableView, u"versionsTableView"_s);
+    outlet(d->installVersionLabel, u"installVersionLabel"_s);
+    outlet(d->installButton, u"installButton"_s);
+    outlet(d->cancelButton, u"cancelButton"_s);
+    outlet(d->skipButton, u"skipButton"_s);
+    outlet(d->statusField, u"statusField"_s);
+    outlet(d->progressIndicator, u"progressIndicator"_s);
+    outlet(d->titleBoxView, u"titleBoxView"_s);
+    outlet(d->mainView, u"mainView"_s);
 
     tx::makeAlertPanel(this);
     tx::applyDirection(this);
-    titleBoxView->setAutoFillBackground(false);
-    m_interfaceSize = root->size();
+    d->titleBoxView->setAutoFillBackground(false);
+    d->interfaceSize = root->size();
     auto *layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
     layout->addWidget(root.release());
-    resize(m_interfaceSize);
+    resize(d->interfaceSize);
     tx::makeLinesThin(this);
     didChangeEffectiveAppearance();
 
     // Notes without their own style start below the heading.
-    webView = tx::makeWebView(
-        webViewContainer,
+    d->webView = tx::makeWebView(
+        d->webViewContainer,
         {.linkActivated = [](const QUrl &url) { (void)tx::openAddress(url, tx::OpenedBy::User); },
          .loadFailed = [this] { notesDidNotLoad(); },
-         .margins = titleBoxView->layout()->contentsMargins()});
-    webView->widget()->setAccessibleName(tx::localizedString(u"Release Notes"_s));
-    versionsTableView->setAccessibleName(tx::localizedString(u"Versions"_s));
-    progressIndicator->setAccessibleName(tx::localizedString(u"Progress"_s));
+         .margins = d->titleBoxView->layout()->contentsMargins()});
+    d->webView->widget()->setAccessibleName(tx::localizedString(u"Release Notes"_s));
+    d->versionsTableView->setAccessibleName(tx::localizedString(u"Versions"_s));
+    d->progressIndicator->setAccessibleName(tx::localizedString(u"Progress"_s));
 
-    tx::setButtonTitle(skipButton, tx::localizedString(u"Skip This Version"_s));
-    for (QPushButton *button : {installButton, cancelButton, skipButton})
+    tx::setButtonTitle(d->skipButton, tx::localizedString(u"Skip This Version"_s));
+    for (QPushButton *button : {d->installButton, d->cancelButton, d->skipButton})
         button->setAutoDefault(false);
-    connect(installButton, &QPushButton::clicked, this, &TXUpdatePanel::install);
-    connect(cancelButton, &QPushButton::clicked, this, &TXUpdatePanel::cancel);
-    connect(skipButton, &QPushButton::clicked, this, &TXUpdatePanel::skip);
-    connect(versionsTableView, &TXUpdateVersionsTableView::selectionDidChange, this, [this](int row) {
-        if (row >= 0 && row < m_updates.size())
-            displaySelectedUpdate(m_updates[row]);
+    connect(d->installButton, &QPushButton::clicked, this, &TXUpdatePanel::install);
+    connect(d->cancelButton, &QPushButton::clicked, this, &TXUpdatePanel::cancel);
+    connect(d->skipButton, &QPushButton::clicked, this, &TXUpdatePanel::skip);
+    connect(d->versionsTableView, &TXUpdateVersionsTableView::selectionDidChange, this, [this](int row) {
+        if (row >= 0 && row < d->updates.size())
+            displaySelectedUpdate(d->updates[row]);
     });
 }
 
 void TXUpdatePanel::didChangeEffectiveAppearance() {
     tx::applyAppearance(this);
-    if (webView)
-        webView->setDark(tx::appearanceIsDark());
+    if (d->webView)
+        d->webView->setDark(tx::appearanceIsDark());
 }
 
 void TXUpdatePanel::changeEvent(QEvent *event) {
     QDialog::changeEvent(event);
-    if (mainView && tx::isAppearanceChange(event))
+    if (d->mainView && tx::isAppearanceChange(event))
         didChangeEffectiveAppearance();
 }
 
 void TXUpdatePanel::mousePressEvent(QMouseEvent *event) { tx::moveByBackground(this, event); }
 
 void TXUpdatePanel::reject() {
-    if (cancelButton->isEnabled())
+    if (d->cancelButton->isEnabled())
         cancel();
 }
 
@@ -142,128 +146,126 @@ void TXUpdatePanel::closeEvent(QCloseEvent *event) {
 }
 
 int TXUpdatePanel::runModal() {
-    mDisplayedAsModal = true;
-    mDisplayedAsSheet = false;
+    d->displayedAsModal = true;
+    d->displayedAsSheet = false;
     willDisplay();
     showDesignatedRow();
     tx::centerWindow(this);
     const auto alive = shared_from_this();
-    m_isOpen = true;
+    d->isOpen = true;
     const int code = tx::runModalForWindow(this);
-    m_isOpen = false; // also when the application quits
+    d->isOpen = false; // also when the application quits
     return code;
 }
 
 void TXUpdatePanel::showWindow(const CodeHandler &handler) {
-    mDisplayedAsModal = false;
-    mDisplayedAsSheet = false;
-    mCompletionHandler = handler;
-    mRetained = shared_from_this();
+    d->displayedAsModal = false;
+    d->displayedAsSheet = false;
+    d->completionHandler = handler;
+    d->retained = shared_from_this();
     willDisplay();
     adoptPreferredSize();
     showDesignatedRow();
     tx::centerWindow(this);
     setWindowModality(Qt::NonModal);
-    m_floating = std::make_unique<tx::Floating>(this);
-    m_isOpen = true;
+    d->floating = std::make_unique<tx::Floating>(this);
+    d->isOpen = true;
     show();
     raise();
     activateWindow();
 }
 
 void TXUpdatePanel::adoptPreferredSize() {
-    const QSizeF preferred = m_designatedUpdate ? m_designatedUpdate->preferredDisplaySize() : QSizeF(0, 0);
+    const QSizeF preferred = d->designatedUpdate ? d->designatedUpdate->preferredDisplaySize() : QSizeF(0, 0);
     if (preferred.isNull()) {
-        resize(m_updates.size() == 1 ? QSize(750, height()) : m_interfaceSize);
+        resize(d->updates.size() == 1 ? QSize(750, height()) : d->interfaceSize);
         return;
     }
     // The size around the notes is known only after the layout, which another size may change.
     for (int attempt = 0; attempt < 4; ++attempt) {
-        mainSplitView->refresh();
+        d->mainSplitView->refresh();
         (void)grab(QRect(0, 0, 1, 1));
-        if (webViewContainer->size() == preferred.toSize())
+        if (d->webViewContainer->size() == preferred.toSize())
             return;
         // A splitter distributes additional space; here the notes get all of it.
-        if (!sidebarContainer->isHidden()) {
-            const int all = mainSplitView->width() - mainSplitView->handleWidth();
+        if (!d->sidebarContainer->isHidden()) {
+            const int all = d->mainSplitView->width() - d->mainSplitView->handleWidth();
             const int notes = std::min(all, preferred.toSize().width());
-            mainSplitView->setSizes({all - notes, notes});
+            d->mainSplitView->setSizes({all - notes, notes});
         }
-        resize(tx::contentSizeOnScreen(size() + preferred.toSize() - webViewContainer->size(), this));
+        resize(tx::contentSizeOnScreen(size() + preferred.toSize() - d->webViewContainer->size(), this));
     }
 }
 
 void TXUpdatePanel::showDesignatedRow() {
     // The positions of rows are known only after the layout.
     (void)grab(QRect(0, 0, 1, 1));
-    const auto row = int(m_updates.indexOf(m_designatedUpdate));
+    const auto row = int(d->updates.indexOf(d->designatedUpdate));
     if (row >= 0)
-        versionsTableView->scrollToCenter(row);
-    tx::focusVisibly(installButton->isEnabled() ? installButton : cancelButton);
+        d->versionsTableView->scrollToCenter(row);
+    tx::focusVisibly(d->installButton->isEnabled() ? d->installButton : d->cancelButton);
 }
 
 void TXUpdatePanel::beginSheetModalForWindow(QWidget *parent, const CodeHandler &handler) {
-    mDisplayedAsModal = false;
-    mDisplayedAsSheet = true;
+    d->displayedAsModal = false;
+    d->displayedAsSheet = true;
     willDisplay();
-    mRetained = shared_from_this();
-    m_sheetHandler = handler;
+    d->retained = shared_from_this();
+    d->sheetHandler = handler;
     // The sheet is closed with its window.
     connect(parent, &QObject::destroyed, this, [this] { closeWithCode(0); });
     showDesignatedRow();
     tx::attachSheet(this, parent);
-    m_isOpen = true;
+    d->isOpen = true;
     show();
 }
 
 void TXUpdatePanel::closeWithCode(int code) {
     const auto alive = shared_from_this();
-    m_isOpen = false;
-    m_floating.reset();
-    if (mDisplayedAsModal)
+    d->isOpen = false;
+    d->floating.reset();
+    if (d->displayedAsModal)
         tx::stopModalOfWindow(this, code);
     hide();
-    if (mDisplayedAsSheet) {
-        if (const CodeHandler handler = std::exchange(m_sheetHandler, nullptr))
+    if (d->displayedAsSheet) {
+        if (const CodeHandler handler = std::exchange(d->sheetHandler, nullptr))
             handler(code);
     }
-    if (const CodeHandler handler = std::exchange(mCompletionHandler, nullptr))
+    if (const CodeHandler handler = std::exchange(d->completionHandler, nullptr))
         handler(code);
-    mRetained.reset();
+    d->retained.reset();
     // The caller may be part of the panel.
     tx::releaseLater(alive);
 }
 
 void TXUpdatePanel::endWithApplication() {
     const auto alive = shared_from_this();
-    if (m_isOpen)
+    if (d->isOpen)
         closeWithCode(0);
     // Even if a host keeps the panel: no page may outlive the application object.
-    webView.reset();
+    d->webView.reset();
 }
 
-void TXUpdatePanel::stepAside() { hide(); }
-
-void TXUpdatePanel::comeBack() {
-    if (!m_isOpen || isVisible())
+void TXUpdatePanelPrivate::comeBack(TXUpdatePanel &panel) {
+    if (!panel.d->isOpen || panel.isVisible())
         return;
-    show();
-    raise();
-    activateWindow();
+    panel.show();
+    panel.raise();
+    panel.activateWindow();
 }
 
 void TXUpdatePanel::displaySelectedUpdate(const TXUpdatePtr &update) {
-    if (!webView)
+    if (!d->webView)
         return; // the application is quitting
-    m_shownUpdate = update;
+    d->shownUpdate = update;
     if (!update->releaseNotesURL().isEmpty())
-        webView->load(update->releaseNotesURL());
+        d->webView->load(update->releaseNotesURL());
     else
-        webView->setHtml(update->itemDescription()); // the notes are in the feed
+        d->webView->setHtml(update->itemDescription()); // the notes are in the feed
 }
 
 void TXUpdatePanel::notesDidNotLoad() {
     // Show what is available: the notes in the feed, otherwise what the server sent.
-    if (m_shownUpdate && !m_shownUpdate->itemDescription().isEmpty())
-        webView->setHtml(m_shownUpdate->itemDescription());
+    if (d->shownUpdate && !d->shownUpdate->itemDescription().isEmpty())
+        d->webView->setHtml(d->shownUpdate->itemDescription());
 }

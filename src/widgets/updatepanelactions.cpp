@@ -1,18 +1,18 @@
 // SPDX-License-Identifier: MIT
 // The strings that the update panel shows for its update, and the actions of its buttons.
+#include "widgets/updatepanel_p.h"
+
 #include "base/format.h"
 #include "os/localization.h"
 #include "os/openaddress.h"
 #include "os/services.h"
 #include "widgets/alert.h"
 #include "widgets/appearance.h"
-#include "widgets/downloadrate.h"
 #include "widgets/updatestate.h"
 #include "widgets/versionrows.h"
 #include "widgets/versionstable.h"
 
 #include <TarvixUpdate/TXUpdateHost.h>
-#include <TarvixUpdate/TXUpdatePanel.h>
 
 #include <QGuiApplication>
 #include <QLabel>
@@ -28,166 +28,166 @@ constexpr int steps = 1000; // the bar counts in whole numbers; 1.0 is this many
 } // namespace
 
 void TXUpdatePanel::setAllowsDownloadingInBackground(bool allows) {
-    m_allowsDownloadingInBackground = allows;
-    if (m_designatedUpdate)
+    d->allowsDownloadingInBackground = allows;
+    if (d->designatedUpdate)
         updateStatusField();
 }
 
 void TXUpdatePanel::setUpdatesAndDesignatedUpdate(const QList<TXUpdatePtr> &updates,
                                                   const TXUpdatePtr &designatedUpdate) {
-    m_updates = updates;
-    m_updates.removeAll(nullptr);
+    d->updates = updates;
+    d->updates.removeAll(nullptr);
     chooseUpdate(designatedUpdate);
 }
 
 void TXUpdatePanel::unobserveUpdate() {
-    for (QMetaObject::Connection &observation : m_observations)
+    for (QMetaObject::Connection &observation : d->observations)
         disconnect(observation);
-    m_designatedUpdate.reset();
+    d->designatedUpdate.reset();
 }
 
 void TXUpdatePanel::chooseUpdate(const TXUpdatePtr &chosen) {
-    if (m_designatedUpdate)
+    if (d->designatedUpdate)
         unobserveUpdate();
     // Every check creates new update objects, equal to those of the previous check.
     TXUpdatePtr update = chosen;
-    for (const TXUpdatePtr &listed : m_updates) {
+    for (const TXUpdatePtr &listed : d->updates) {
         if (update && listed->isEqual(*update) && tx::hasState(*listed) && !tx::hasState(*update))
             update = listed;
     }
-    for (TXUpdatePtr &listed : m_updates) {
+    for (TXUpdatePtr &listed : d->updates) {
         if (update && listed->isEqual(*update))
             listed = update;
     }
-    m_designatedUpdate = update;
-    m_rate->reset();
+    d->designatedUpdate = update;
+    d->rate.reset();
     if (update) {
-        m_observations[0] =
+        d->observations[0] =
             connect(update.get(), &TXUpdate::downloadProgressChanged, this, &TXUpdatePanel::observeProgress);
-        m_observations[1] =
+        d->observations[1] =
             connect(update.get(), &TXUpdate::isDownloadingChanged, this, &TXUpdatePanel::observeProgress);
     }
-    m_needsToShowBuilds = update && TXUpdateHost::host()->displayVersion() == update->displayVersion();
+    d->needsToShowBuilds = update && TXUpdateHost::host()->displayVersion() == update->displayVersion();
     willDisplay();
 }
 
 void TXUpdatePanel::willDisplay() {
     const TXUpdateHost *host = TXUpdateHost::host();
-    const TXUpdatePtr update = m_designatedUpdate;
+    const TXUpdatePtr update = d->designatedUpdate;
     // Without a designated update the user can choose one, even if there is only one to choose.
-    const bool single = update ? m_updates.size() == 1 : m_updates.isEmpty();
+    const bool single = update ? d->updates.size() == 1 : d->updates.isEmpty();
 
-    sidebarContainer->setVisible(!single);
+    d->sidebarContainer->setVisible(!single);
     if (update)
-        installVersionLabel->setText(
+        d->installVersionLabel->setText(
             tx::localizedFormat(u"Version %@ will be installed."_s, {update->displayVersion()}));
-    installVersionLabel->setVisible(update && !single);
-    if (m_updates.size() >= 2)
-        secondaryField->setText(tx::localizedPlural(u"You are %d updates behind!"_s, m_updates.size(),
-                                                    {QString::number(m_updates.size())}));
-    secondaryField->setVisible(m_updates.size() >= 2);
-    installButton->setDefault(true);
-    titleField->setText(tx::localizedFormat(u"%@ Update"_s, {host->name()}));
-    infoField->setToolTip({});
+    d->installVersionLabel->setVisible(update && !single);
+    if (d->updates.size() >= 2)
+        d->secondaryField->setText(tx::localizedPlural(u"You are %d updates behind!"_s, d->updates.size(),
+                                                       {QString::number(d->updates.size())}));
+    d->secondaryField->setVisible(d->updates.size() >= 2);
+    d->installButton->setDefault(true);
+    d->titleField->setText(tx::localizedFormat(u"%@ Update"_s, {host->name()}));
+    d->infoField->setToolTip({});
     if (update) {
         const auto sentence = [host](const QString &running, const QString &available) {
             return tx::localizedFormat(u"You are running %@ %@. Version %@ is now available."_s,
                                        {host->name(), running, available});
         };
-        const QString running = m_needsToShowBuilds ? host->version() : host->displayVersion();
-        const QString available = m_needsToShowBuilds ? update->version() : update->displayVersion();
-        infoField->setText(sentence(tx::shortened(running), tx::shortened(available)));
-        if (const QString whole = sentence(running, available); whole != infoField->text())
-            infoField->setToolTip(tx::plainToolTip(whole));
-    } else if (m_updates.isEmpty())
-        infoField->setText(
+        const QString running = d->needsToShowBuilds ? host->version() : host->displayVersion();
+        const QString available = d->needsToShowBuilds ? update->version() : update->displayVersion();
+        d->infoField->setText(sentence(tx::shortened(running), tx::shortened(available)));
+        if (const QString whole = sentence(running, available); whole != d->infoField->text())
+            d->infoField->setToolTip(tx::plainToolTip(whole));
+    } else if (d->updates.isEmpty())
+        d->infoField->setText(
             tx::localizedFormat(u"You are running the latest version of %@."_s, {host->name()}));
     else
-        infoField->clear();
+        d->infoField->clear();
     // The title bar names the application; the heading below it names the purpose.
     setWindowTitle(QGuiApplication::applicationDisplayName());
-    setAccessibleName(titleField->text());
-    setAccessibleDescription(infoField->text());
+    setAccessibleName(d->titleField->text());
+    setAccessibleDescription(d->infoField->text());
     updateStatusField();
 
     const auto stateOf = [this](int row) {
-        const bool designated = m_updates[row] == m_designatedUpdate;
-        return tx::VersionRowState{designated, m_needsToShowBuilds,
-                                   !m_didChooseToInstall && !designated &&
-                                       (m_updates.size() >= 2 || !m_designatedUpdate)};
+        const bool designated = d->updates[row] == d->designatedUpdate;
+        return tx::VersionRowState{designated, d->needsToShowBuilds,
+                                   !d->didChooseToInstall && !designated &&
+                                       (d->updates.size() >= 2 || !d->designatedUpdate)};
     };
-    versionsTableView->reloadData(
-        int(m_updates.size()),
-        [this, stateOf](int row) { return tx::versionRowText(*m_updates[row], stateOf(row)); },
+    d->versionsTableView->reloadData(
+        int(d->updates.size()),
+        [this, stateOf](int row) { return tx::versionRowText(*d->updates[row], stateOf(row)); },
         [this, stateOf](TXUpdateVersionRow *view, int row) {
-            tx::fillVersionRow(view, *m_updates[row], stateOf(row));
+            tx::fillVersionRow(view, *d->updates[row], stateOf(row));
             auto *choose = qobject_cast<QPushButton *>(view->viewWithTag(TXUpdateVersionRow::ChooseButton));
             connect(choose, &QPushButton::clicked, this, [this, choose] { chooseUpdateAction(choose); });
         });
-    const auto row = int(m_updates.indexOf(m_designatedUpdate));
+    const auto row = int(d->updates.indexOf(d->designatedUpdate));
     if (row < 0) {
         if (update)
             displaySelectedUpdate(update);
         return;
     }
-    versionsTableView->selectOnly(row);
+    d->versionsTableView->selectOnly(row);
     if (isVisible())
-        versionsTableView->scrollToCenter(row); // otherwise when it is shown, with its real size
+        d->versionsTableView->scrollToCenter(row); // otherwise when it is shown, with its real size
 }
 
 void TXUpdatePanel::setInstallTitle(const QString &key, bool enabled) {
-    tx::setButtonTitle(installButton, tx::localizedString(key));
-    tx::setButtonEnabled(installButton, enabled);
+    tx::setButtonTitle(d->installButton, tx::localizedString(key));
+    tx::setButtonEnabled(d->installButton, enabled);
 }
 
 void TXUpdatePanel::showProgress(bool shows) {
-    progressIndicator->setVisible(shows);
+    d->progressIndicator->setVisible(shows);
     if (!shows)
-        progressIndicator->setRange(0, steps); // an indeterminate bar keeps moving
+        d->progressIndicator->setRange(0, steps); // an indeterminate bar keeps moving
 }
 
 void TXUpdatePanel::showNothingDesignated() {
-    statusField->setVisible(true);
-    statusField->clear();
-    statusField->setAccessibleName({});
+    d->statusField->setVisible(true);
+    d->statusField->clear();
+    d->statusField->setAccessibleName({});
     setInstallTitle(u"Download Update"_s, false);
-    skipButton->setEnabled(false);
-    tx::setButtonTitle(cancelButton, tx::localizedString(u"Close"_s));
-    cancelButton->setEnabled(true);
+    d->skipButton->setEnabled(false);
+    tx::setButtonTitle(d->cancelButton, tx::localizedString(u"Close"_s));
+    d->cancelButton->setEnabled(true);
     showProgress(false);
 }
 
 void TXUpdatePanel::updateStatusField() {
-    if (!m_designatedUpdate) {
+    if (!d->designatedUpdate) {
         showNothingDesignated();
         return;
     }
-    skipButton->setEnabled(true);
-    const TXUpdate &update = *m_designatedUpdate;
+    d->skipButton->setEnabled(true);
+    const TXUpdate &update = *d->designatedUpdate;
     const auto say = [this](const QString &text, Qt::Alignment alignment) {
-        statusField->setText(text);
-        statusField->setAlignment(alignment | Qt::AlignVCenter);
+        d->statusField->setText(text);
+        d->statusField->setAlignment(alignment | Qt::AlignVCenter);
     };
     const auto setCancelTitle = [this](const QString &key) {
-        tx::setButtonTitle(cancelButton, tx::localizedString(key));
+        tx::setButtonTitle(d->cancelButton, tx::localizedString(key));
     };
-    statusField->setVisible(true);
-    progressIndicator->setToolTip({});
+    d->statusField->setVisible(true);
+    d->progressIndicator->setToolTip({});
     if (!update.canBeDownloaded()) {
         say({}, Qt::AlignLeft);
         setInstallTitle(u"Show Update"_s, true);
         setCancelTitle(u"Not Now"_s);
-        cancelButton->setEnabled(true);
+        d->cancelButton->setEnabled(true);
         showProgress(false);
     } else if (update.isInstalling()) {
         say(tx::localizedString(u"Installing"_s), Qt::AlignLeft);
-        tx::setButtonEnabled(installButton, false);
-        tx::setButtonEnabled(cancelButton, false);
+        tx::setButtonEnabled(d->installButton, false);
+        tx::setButtonEnabled(d->cancelButton, false);
         showProgress(true);
     } else if (update.isInstalled()) {
         say(tx::localizedString(u"Installed"_s), Qt::AlignLeft);
         setInstallTitle(u"Restart"_s, true);
-        tx::setButtonEnabled(cancelButton, false);
+        tx::setButtonEnabled(d->cancelButton, false);
         showProgress(false);
     } else if (update.isDownloaded()) {
         say(tx::localizedString(u"Downloaded"_s), Qt::AlignLeft);
@@ -203,49 +203,49 @@ void TXUpdatePanel::updateStatusField() {
         say(tx::formatText(u"%@%% %@"_s, {QString::number(update.downloadProgress() * 100, 'f', 1),
                                           tx::localizedString(u"downloaded"_s)}),
             Qt::AlignRight);
-        if (m_allowsDownloadingInBackground)
+        if (d->allowsDownloadingInBackground)
             setInstallTitle(u"Install Later"_s, true);
         else
             setInstallTitle(u"Download Update"_s, false);
         setCancelTitle(u"Cancel"_s);
-        progressIndicator->setToolTip(m_rate->text(update.downloadSize()));
+        d->progressIndicator->setToolTip(d->rate.text(update.downloadSize()));
         showProgress(true);
     }
-    statusField->setAccessibleName(statusField->text());
+    d->statusField->setAccessibleName(d->statusField->text());
 }
 
 void TXUpdatePanel::observeProgress() {
-    if (!m_designatedUpdate || sender() != m_designatedUpdate.get())
+    if (!d->designatedUpdate || sender() != d->designatedUpdate.get())
         return;
-    const TXUpdate &update = *m_designatedUpdate;
+    const TXUpdate &update = *d->designatedUpdate;
     if (update.isDownloading()) {
-        m_rate->add(update.downloadProgress(), tx::services().secondsSinceReferenceDate());
-        progressIndicator->setRange(0, steps);
+        d->rate.add(update.downloadProgress(), tx::services().secondsSinceReferenceDate());
+        d->progressIndicator->setRange(0, steps);
     }
     showProgress(update.isDownloading());
-    progressIndicator->setValue(qRound(update.downloadProgress() * steps));
+    d->progressIndicator->setValue(qRound(update.downloadProgress() * steps));
     updateStatusField();
 }
 
 void TXUpdatePanel::chooseUpdateAction(QObject *sender) {
-    const int row = versionsTableView->rowForView(sender);
-    if (row < 0 || row >= m_updates.size())
+    const int row = d->versionsTableView->rowForView(sender);
+    if (row < 0 || row >= d->updates.size())
         return;
     // The button is destroyed with its row.
     QMetaObject::invokeMethod(
-        this, [this, update = m_updates[row]] { chooseUpdate(update); }, Qt::QueuedConnection);
+        this, [this, update = d->updates[row]] { chooseUpdate(update); }, Qt::QueuedConnection);
 }
 
 void TXUpdatePanel::install() {
     const auto alive = shared_from_this();
-    if (!m_designatedUpdate)
+    if (!d->designatedUpdate)
         return;
-    if (!m_didChooseToInstall) {
-        m_didChooseToInstall = true;
-        if (m_updates.size() >= 2)
+    if (!d->didChooseToInstall) {
+        d->didChooseToInstall = true;
+        if (d->updates.size() >= 2)
             willDisplay();
     }
-    const TXUpdatePtr update = m_designatedUpdate;
+    const TXUpdatePtr update = d->designatedUpdate;
     // The panel may be destroyed, or show another update, when the answer comes.
     const std::weak_ptr<TXUpdatePanel> weak = alive;
     if (const TXError refusal = update->downloadRefusal()) {
@@ -267,7 +267,7 @@ void TXUpdatePanel::install() {
             if (error.domain() == TXCocoaErrorDomain && error.code() == TXErrorCancelled) {
                 // The user knows; the panel offers to install later.
                 if (panel)
-                    panel->cancelButton->setEnabled(true);
+                    panel->d->cancelButton->setEnabled(true);
                 return;
             }
             if (error)
@@ -275,28 +275,28 @@ void TXUpdatePanel::install() {
             if (panel)
                 panel->closeWithCode(0);
         });
-        progressIndicator->setRange(0, 0);
+        d->progressIndicator->setRange(0, 0);
         showProgress(true);
-        progressIndicator->setRange(0, 0);
+        d->progressIndicator->setRange(0, 0);
         updateStatusField();
     } else if (!update->isDownloading()) {
         update->downloadWithProgress(nullptr, [update](const TXError &error) {
             if (error)
                 tx::presentError(error);
         });
-    } else if (m_allowsDownloadingInBackground) {
+    } else if (d->allowsDownloadingInBackground) {
         closeWithCode(1);
     }
 }
 
 void TXUpdatePanel::cancel() {
     const auto alive = shared_from_this();
-    if (m_designatedUpdate && m_designatedUpdate->isDownloading()) {
-        m_designatedUpdate->cancelDownload();
+    if (d->designatedUpdate && d->designatedUpdate->isDownloading()) {
+        d->designatedUpdate->cancelDownload();
         closeWithCode(0);
         return;
     }
-    if (m_designatedUpdate && m_designatedUpdate->canBeDownloaded() && m_updates.size() >= 5) {
+    if (d->designatedUpdate && d->designatedUpdate->canBeDownloaded() && d->updates.size() >= 5) {
         (void)tx::services().presentAlert(
             {.message = tx::localizedString(u"Consider updating soon."_s),
              .informative = tx::localizedPlural(
@@ -305,17 +305,17 @@ void TXUpdatePanel::cancel() {
                  "often contains new useful features and important fixes for problems "
                  "you could be experiencing or "
                  "may experience."_s,
-                 m_updates.size(), {TXUpdateHost::host()->name(), QString::number(m_updates.size())}),
+                 d->updates.size(), {TXUpdateHost::host()->name(), QString::number(d->updates.size())}),
              .buttons = {tx::localizedString(u"OK"_s)}});
     }
     closeWithCode(0);
 }
 
 void TXUpdatePanel::skip() {
-    if (!m_designatedUpdate)
+    if (!d->designatedUpdate)
         return;
-    if (m_designatedUpdate->isDownloading())
-        m_designatedUpdate->cancelDownload();
-    m_designatedUpdate->ignore();
+    if (d->designatedUpdate->isDownloading())
+        d->designatedUpdate->cancelDownload();
+    d->designatedUpdate->ignore();
     closeWithCode(0);
 }

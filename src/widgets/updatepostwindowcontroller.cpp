@@ -32,6 +32,21 @@ bool mayKnowTheIdentifier(const QUrl &page, const QUrl &post) {
 
 } // namespace
 
+struct TXUpdatePostWindowController::Private {
+    std::shared_ptr<TXUpdatePostWindowController> selfRetained; ///< while the window is shown
+    int returnCode = 0;
+    QList<TXUpdatePostPtr> posts;
+    std::function<void()> onCloseHandler;
+    // The widgets belong to the window.
+    QWidget *bottomBarCloseView = nullptr;
+    QPushButton *bottomBarCloseButton = nullptr;
+    std::unique_ptr<tx::WebView> webView;
+    QLabel *titleTextField = nullptr;
+    TXSegmentedControl *navigationControl = nullptr;
+    qsizetype currentPostIndex = 0;
+    bool hidesItself = false;
+};
+
 std::shared_ptr<TXUpdatePostWindowController> TXUpdatePostWindowController::sharedInstance() {
     static std::shared_ptr<TXUpdatePostWindowController> instance;
     if (!instance) {
@@ -45,7 +60,8 @@ std::shared_ptr<TXUpdatePostWindowController> TXUpdatePostWindowController::cont
     return std::shared_ptr<TXUpdatePostWindowController>(new TXUpdatePostWindowController);
 }
 
-TXUpdatePostWindowController::TXUpdatePostWindowController() = default;
+TXUpdatePostWindowController::TXUpdatePostWindowController()
+    : d(std::make_unique<Private>()) {}
 TXUpdatePostWindowController::~TXUpdatePostWindowController() = default;
 
 QString TXUpdatePostWindowController::windowNibName() const { return u"TXUpdatePostWindowController"_s; }
@@ -53,10 +69,10 @@ QString TXUpdatePostWindowController::windowNibName() const { return u"TXUpdateP
 void TXUpdatePostWindowController::windowDidLoad() {
     TXWindowController::windowDidLoad();
     QWidget *container = nullptr;
-    tx::connectOutlet(_bottomBarCloseView, contentView(), u"_bottomBarCloseView"_s);
-    tx::connectOutlet(_bottomBarCloseButton, contentView(), u"_bottomBarCloseButton"_s);
-    tx::connectOutlet(_titleTextField, contentView(), u"_titleTextField"_s);
-    tx::connectOutlet(_navigationControl, contentView(), u"_navigationControl"_s);
+    tx::connectOutlet(d->bottomBarCloseView, contentView(), u"_bottomBarCloseView"_s);
+    tx::connectOutlet(d->bottomBarCloseButton, contentView(), u"_bottomBarCloseButton"_s);
+    tx::connectOutlet(d->titleTextField, contentView(), u"_titleTextField"_s);
+    tx::connectOutlet(d->navigationControl, contentView(), u"_navigationControl"_s);
     tx::connectOutlet(container, contentView(), u"_webView"_s);
 
     window()->setWindowFlags(Qt::Dialog | Qt::CustomizeWindowHint | Qt::WindowTitleHint |
@@ -66,15 +82,15 @@ void TXUpdatePostWindowController::windowDidLoad() {
     tx::applyDirection(window());
     tx::makeLinesThin(window());
     didChangeEffectiveAppearance();
-    _webView = tx::makeWebView(
+    d->webView = tx::makeWebView(
         container,
         {.linkActivated = [](const QUrl &url) { (void)tx::openAddress(url, tx::OpenedBy::User); },
          .loadFinished =
              [this](bool) {
-                 if (_currentPostIndex < _posts.size() &&
-                     mayKnowTheIdentifier(_webView->url(), _posts.at(_currentPostIndex)->postURL()))
-                     _webView->evaluateJavaScript(tx::formatText(u"var TarvixUpdateAnonymousUUID = '%@';"_s,
-                                                                 {TXUpdater::anonymousUUID()}));
+                 if (d->currentPostIndex < d->posts.size() &&
+                     mayKnowTheIdentifier(d->webView->url(), d->posts.at(d->currentPostIndex)->postURL()))
+                     d->webView->evaluateJavaScript(tx::formatText(u"var TarvixUpdateAnonymousUUID = '%@';"_s,
+                                                                   {TXUpdater::anonymousUUID()}));
              },
          .messageReceived =
              [this](const QString &name, const QVariant &body) {
@@ -82,55 +98,69 @@ void TXUpdatePostWindowController::windowDidLoad() {
              },
          .messageNames = {u"closeWindow"_s},
          .suppressesIncrementalRendering = true});
-    _webView->widget()->setAccessibleName(tx::localizedString(u"News"_s));
-    _navigationControl->setLabels(tx::localizedString(u"Previous"_s), tx::localizedString(u"Next"_s));
-    connect(_navigationControl, &TXSegmentedControl::action, this,
+    d->webView->widget()->setAccessibleName(tx::localizedString(u"News"_s));
+    d->navigationControl->setLabels(tx::localizedString(u"Previous"_s), tx::localizedString(u"Next"_s));
+    connect(d->navigationControl, &TXSegmentedControl::action, this,
             &TXUpdatePostWindowController::goForwardOrBackward);
-    connect(_bottomBarCloseButton, &QPushButton::clicked, this, &TXUpdatePostWindowController::closeWindow);
+    connect(d->bottomBarCloseButton, &QPushButton::clicked, this, &TXUpdatePostWindowController::closeWindow);
     tx::whenApplicationQuits(window(), [this] { endWithApplication(); });
 }
 
+QList<TXUpdatePostPtr> TXUpdatePostWindowController::posts() const { return d->posts; }
+
+const std::function<void()> &TXUpdatePostWindowController::onCloseHandler() const {
+    return d->onCloseHandler;
+}
+
+void TXUpdatePostWindowController::setOnCloseHandler(const std::function<void()> &handler) {
+    d->onCloseHandler = handler;
+}
+
+qsizetype TXUpdatePostWindowController::currentPostIndex() const { return d->currentPostIndex; }
+int TXUpdatePostWindowController::showWindow() { return showWindowModally(false); }
+void TXUpdatePostWindowController::closeWindow() { closeWindowAndNotify(); }
+
 void TXUpdatePostWindowController::didChangeEffectiveAppearance() {
     tx::applyAppearance(window());
-    if (_webView)
-        _webView->setDark(tx::appearanceIsDark());
+    if (d->webView)
+        d->webView->setDark(tx::appearanceIsDark());
 }
 
 void TXUpdatePostWindowController::setPosts(const QList<TXUpdatePostPtr> &posts) {
-    if (posts.isSharedWith(_posts) && posts == _posts)
+    if (posts.isSharedWith(d->posts) && posts == d->posts)
         return;
-    _posts = posts;
-    if (_currentPostIndex >= _posts.size())
-        _currentPostIndex = 0;
+    d->posts = posts;
+    if (d->currentPostIndex >= d->posts.size())
+        d->currentPostIndex = 0;
     updateForCurrentPost();
 }
 
 int TXUpdatePostWindowController::showWindowModally(bool quitting) {
-    if (!window() || _posts.isEmpty())
+    if (!window() || d->posts.isEmpty())
         return 0;
     if (window()->isVisible())
         return 0;
-    _currentPostIndex = 0;
-    if (!_webView->isFull()) {
+    d->currentPostIndex = 0;
+    if (!d->webView->isFull()) {
         openInBrowser();
         return 0;
     }
     updateForCurrentPost();
-    if (!_selfRetained)
-        _selfRetained = shared_from_this();
-    _bottomBarCloseView->show();
-    tx::setButtonTitle(_bottomBarCloseButton, tx::localizedString(quitting ? u"Quit"_s : u"Close"_s));
-    _bottomBarCloseButton->setDefault(true);
-    tx::focusVisibly(_bottomBarCloseButton);
+    if (!d->selfRetained)
+        d->selfRetained = shared_from_this();
+    d->bottomBarCloseView->show();
+    tx::setButtonTitle(d->bottomBarCloseButton, tx::localizedString(quitting ? u"Quit"_s : u"Close"_s));
+    d->bottomBarCloseButton->setDefault(true);
+    tx::focusVisibly(d->bottomBarCloseButton);
     tx::centerWindow(window());
-    _returnCode = 0;
+    d->returnCode = 0;
     const auto alive = shared_from_this();
     (void)tx::runModalForWindow(window());
-    return _returnCode;
+    return d->returnCode;
 }
 
 void TXUpdatePostWindowController::openInBrowser() {
-    for (const TXUpdatePostPtr &post : _posts)
+    for (const TXUpdatePostPtr &post : d->posts)
         (void)tx::openAddress(post->postURL(), tx::OpenedBy::Feed);
     notifyOfClosing();
 }
@@ -139,42 +169,42 @@ void TXUpdatePostWindowController::notifyOfClosing() {
     const auto alive = shared_from_this(); // a receiver may release this object
     Q_EMIT didClose();
     Q_EMIT TXNotificationCenter::defaultCenter()->posted(TXUpdatePostWindowDidCloseNotificationName);
-    if (_onCloseHandler)
-        _onCloseHandler();
+    if (d->onCloseHandler)
+        d->onCloseHandler();
 }
 
 void TXUpdatePostWindowController::updateForCurrentPost() {
-    if (!window() || _currentPostIndex >= _posts.size())
+    if (!window() || d->currentPostIndex >= d->posts.size())
         return;
-    const TXUpdatePost &post = *_posts.at(_currentPostIndex);
+    const TXUpdatePost &post = *d->posts.at(d->currentPostIndex);
     if (!window()->isVisible() && !post.preferredDisplaySize().isNull()) {
         const QSize size = tx::contentSizeOnScreen(post.preferredDisplaySize().toSize(), window());
         window()->setMinimumSize(size);
         window()->resize(size);
     }
-    if (_webView->isFull())
-        _webView->load(post.postURL());
+    if (d->webView->isFull())
+        d->webView->load(post.postURL());
     window()->setWindowTitle(post.title().isNull() ? tx::localizedString(u"News"_s) : post.title());
-    _titleTextField->setText({});
-    _navigationControl->setPosition(_currentPostIndex, _posts.size());
+    d->titleTextField->setText({});
+    d->navigationControl->setPosition(d->currentPostIndex, d->posts.size());
 }
 
 void TXUpdatePostWindowController::goPrevious() {
-    if (_currentPostIndex == 0)
+    if (d->currentPostIndex == 0)
         return;
-    --_currentPostIndex;
+    --d->currentPostIndex;
     updateForCurrentPost();
 }
 
 void TXUpdatePostWindowController::goNext() {
-    if (_currentPostIndex + 1 >= _posts.size())
+    if (d->currentPostIndex + 1 >= d->posts.size())
         return;
-    ++_currentPostIndex;
+    ++d->currentPostIndex;
     updateForCurrentPost();
 }
 
 void TXUpdatePostWindowController::goForwardOrBackward() {
-    if (_navigationControl->selectedSegment() != 0)
+    if (d->navigationControl->selectedSegment() != 0)
         goNext();
     else
         goPrevious();
@@ -183,24 +213,24 @@ void TXUpdatePostWindowController::goForwardOrBackward() {
 void TXUpdatePostWindowController::userContentControllerDidReceiveScriptMessage(const QString &name,
                                                                                 const QVariant &body) {
     // Messages of a closed page are ignored.
-    if (name != u"closeWindow" || !_selfRetained)
+    if (name != u"closeWindow" || !d->selfRetained)
         return;
-    _returnCode = body.metaType() == QMetaType::fromType<QString>() && body.toString() == u"askLater"
-                      ? TXUpdatePostWindowAskLater
-                      : TXUpdatePostWindowClosed;
+    d->returnCode = body.metaType() == QMetaType::fromType<QString>() && body.toString() == u"askLater"
+                        ? TXUpdatePostWindowAskLater
+                        : TXUpdatePostWindowClosed;
     closeWindow();
 }
 
 void TXUpdatePostWindowController::closeWindowAndNotify() {
     if (!window())
         return;
-    const auto retained = std::move(_selfRetained);
-    _selfRetained.reset();
+    const auto retained = std::move(d->selfRetained);
+    d->selfRetained.reset();
     tx::stopModalOfWindow(window(), 1);
-    _hidesItself = true;
+    d->hidesItself = true;
     window()->hide();
-    _hidesItself = false;
-    _webView->setHtml({});
+    d->hidesItself = false;
+    d->webView->setHtml({});
     notifyOfClosing();
     // The caller may be part of the window.
     tx::releaseLater(retained);
@@ -210,10 +240,10 @@ void TXUpdatePostWindowController::endWithApplication() {
     if (!isWindowLoaded())
         return;
     const auto alive = shared_from_this();
-    if (_selfRetained)
+    if (d->selfRetained)
         closeWindowAndNotify();
     // No page may outlive the application object.
-    _webView.reset();
+    d->webView.reset();
     unloadWindow();
 }
 
@@ -223,7 +253,7 @@ bool TXUpdatePostWindowController::eventFilter(QObject *object, QEvent *event) {
     // The window's own close button, Escape, and the end of the application's modal loops.
     const bool closes =
         event->type() == QEvent::Close || (event->type() == QEvent::Hide && !event->spontaneous());
-    if (closes && !_hidesItself && _selfRetained)
+    if (closes && !d->hidesItself && d->selfRetained)
         closeWindowAndNotify();
     return TXWindowController::eventFilter(object, event);
 }

@@ -10,23 +10,35 @@
 
 using namespace Qt::StringLiterals;
 
-TXWindowController::TXWindowController() = default;
-TXWindowController::~TXWindowController() { tx::deleteWidget(m_window.release()); }
+struct TXWindowController::Private {
+    std::unique_ptr<QDialog> window;
+    QWidget *contentView = nullptr; ///< belongs to the window
+    bool hasFailed = false;
+};
+
+TXWindowController::TXWindowController(QObject *parent)
+    : QObject(parent)
+    , d(std::make_unique<Private>()) {}
+
+TXWindowController::~TXWindowController() { tx::deleteWidget(d->window.release()); }
+
+bool TXWindowController::isWindowLoaded() const { return d->window != nullptr; }
+QWidget *TXWindowController::contentView() const { return d->contentView; }
 
 QDialog *TXWindowController::window() {
-    if (m_window || m_failed)
-        return m_window.get();
+    if (d->window || d->hasFailed)
+        return d->window.get();
     std::unique_ptr<QWidget> content = tx::loadInterface(windowNibName());
     if (!content) {
-        m_failed = true;
+        d->hasFailed = true;
         TXLog(TXLogLevelFailure, u"Could not load the interface file %@"_s, {windowNibName()});
         return nullptr;
     }
-    m_window = std::make_unique<QDialog>();
-    m_window->setWindowTitle(content->windowTitle());
-    m_window->resize(content->size());
-    m_contentView = content.get();
-    auto *layout = new QVBoxLayout(m_window.get());
+    d->window = std::make_unique<QDialog>();
+    d->window->setWindowTitle(content->windowTitle());
+    d->window->resize(content->size());
+    d->contentView = content.get();
+    auto *layout = new QVBoxLayout(d->window.get());
     layout->setContentsMargins(0, 0, 0, 0);
     layout->addWidget(content.release());
     try {
@@ -34,20 +46,21 @@ QDialog *TXWindowController::window() {
     } catch (const std::exception &exception) {
         TXLog(TXLogLevelFailure, u"Could not load the interface file %@: %@"_s,
               {windowNibName(), QString::fromUtf8(exception.what())});
-        m_failed = true;
-        m_contentView = nullptr;
-        m_window.reset();
+        d->hasFailed = true;
+        d->contentView = nullptr;
+        d->window.reset();
     }
-    return m_window.get();
+    return d->window.get();
 }
 
 void TXWindowController::windowDidLoad() {}
 
 void TXWindowController::unloadWindow() {
-    m_contentView = nullptr;
-    m_window.reset();
+    d->contentView = nullptr;
+    d->window.reset();
 }
 
-TXUpdateAppMoverPanel::TXUpdateAppMoverPanel() = default;
+TXUpdateAppMoverPanel::TXUpdateAppMoverPanel(QObject *parent)
+    : TXWindowController(parent) {}
 QString TXUpdateAppMoverPanel::windowNibName() const { return u"TXUpdateAppMoverPanel"_s; }
 void TXUpdateAppMoverPanel::windowDidLoad() { TXWindowController::windowDidLoad(); }

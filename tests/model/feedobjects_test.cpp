@@ -2,6 +2,7 @@
 // What the objects of a feed take is what the budget says of them.
 #include "feed/feedbudget.h"
 #include "feed/jsonreader.h"
+#include "model/post_p.h"
 #include "model/updateentry.h"
 #include "tests/support/environment.h"
 
@@ -97,7 +98,7 @@ TEST_F(FeedObjects, PostsTakeWhatIsCountedForThem) {
                     QList<TXUpdatePostPtr> result;
                     result.reserve(count);
                     entries.forEach([&result](const tx::PackedEntry &packed) {
-                        result.append(std::make_shared<TXUpdatePost>(packed));
+                        result.append(TXUpdatePostPrivate::make(packed));
                     });
                     return result;
                 }),

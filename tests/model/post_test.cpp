@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: MIT
+#include "model/feedentry.h"
 #include "model/feedvalues.h"
 #include "model/handleddate.h"
 #include "model/itemdate.h"
+#include "model/packedentries.h"
+#include "model/post_p.h"
 #include "tests/support/environment.h"
-
-#include <TarvixUpdate/TXUpdatePost.h>
 
 #include <QTimeZone>
 
@@ -94,6 +95,63 @@ TEST(Post, IdentifierIsDateAndTitleAsWritten) {
     EXPECT_FALSE(post.endDate().isValid());
     post.setEndDateString(u"2024-01-15 12:00:00"_s);
     EXPECT_EQ(post.endDate().toUTC().toString(Qt::ISODate), u"2024-01-15T20:00:00Z"_s);
+}
+
+/// A post as a reader makes it.
+TXUpdatePostPtr postOfAFeed() {
+    using Member = tx::FeedEntry::Member;
+    tx::FeedEntry entry;
+    entry.set(Member::Title, "News");
+    entry.set(Member::Date, "2024-01-15 12:00:00");
+    entry.set(Member::PostURL, "https://e.org/news");
+    entry.set(Member::Display, "passive");
+    entry.set(Member::MinBuild, "7");
+    return TXUpdatePostPrivate::make(tx::packed(entry));
+}
+
+TEST(Post, CopiesOutliveThePostOfTheFeed) {
+    TXUpdatePostPtr original = postOfAFeed();
+    const TXUpdatePost unchanged(*original);
+    original->setTitle(u"Changed"_s);
+    TXUpdatePost changed;
+    changed = *original;
+    original.reset();
+    EXPECT_EQ(unchanged.title(), u"News"_s);
+    EXPECT_EQ(changed.title(), u"Changed"_s);
+    for (const TXUpdatePost *post : {&unchanged, &std::as_const(changed)}) {
+        EXPECT_EQ(post->dateString(), u"2024-01-15 12:00:00"_s);
+        EXPECT_EQ(post->postURL(), QUrl(u"https://e.org/news"_s));
+        EXPECT_EQ(post->displayTime(), TXUpdatePostDisplayTimePassive);
+        ASSERT_TRUE(post->conditions());
+        EXPECT_EQ(post->conditions()->minimumAppBuild, u"7"_s);
+    }
+}
+
+TEST(Post, ChangeOfACopyLeavesTheOtherAlone) {
+    for (const bool ofAFeed : {true, false}) {
+        const TXUpdatePostPtr post = ofAFeed ? postOfAFeed() : std::make_shared<TXUpdatePost>();
+        post->setTitle(u"One"_s);
+        TXUpdatePost copy(*post);
+        TXUpdatePost assigned;
+        assigned = copy;
+        copy.setTitle(u"Two"_s);
+        assigned.setTitle(u"Three"_s);
+        EXPECT_EQ(post->title(), u"One"_s);
+        EXPECT_EQ(copy.title(), u"Two"_s);
+        EXPECT_EQ(assigned.title(), u"Three"_s);
+        *post = copy; // what the feed's memory holds stays where it is
+        copy.setTitle(u"Four"_s);
+        EXPECT_EQ(post->title(), u"Two"_s);
+    }
+}
+
+TEST(Post, NewOneHasNothing) {
+    const TXUpdatePost post;
+    EXPECT_TRUE(post.title().isNull());
+    EXPECT_TRUE(post.postURL().isEmpty());
+    EXPECT_FALSE(post.conditions());
+    EXPECT_EQ(post.displayTime(), TXUpdatePostDisplayTimeDefault);
+    EXPECT_EQ(post.preferredDisplaySize(), QSizeF(0, 0));
 }
 
 TEST(FeedValues, AddressesAreEncodedRatherThanRefused) {
