@@ -212,6 +212,13 @@ Q_SIGNALS:
     void isInstallingChanged();
     /// isInstalled() changed.
     void isInstalledChanged();
+    /// A download has ended, also one that was refused before it began: once for each call whose handler is
+    /// called, before the handler. `error` is the handler's: null if the archive is complete or the download
+    /// was cancelled, which isDownloaded() tells apart.
+    void downloadFinished(const TXError &error);
+    /// An installation has ended without ending the process, before the handler is called. `error` is the
+    /// handler's.
+    void installationFinished(const TXError &error);
 
 private:
     friend struct TXUpdatePrivate;

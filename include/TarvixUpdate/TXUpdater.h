@@ -147,6 +147,16 @@ Q_SIGNALS: // on the main thread
     void isCheckingChanged();
     /// One of the stored settings changed.
     void settingsChanged();
+    /// A check has found an update that the user does not ignore: the recommended one of the feed's track
+    /// "release". Emitted at most once for a check, after its handler or the delegate, before
+    /// checkFinished().
+    void updateFound(const TXUpdatePtr &update);
+    /// A check has failed, as its handler is told. Emitted at most once for a check, after its
+    /// handler or the delegate, before checkFinished().
+    void failed(const TXError &error);
+    /// A check has ended, whoever started it. Emitted once for each, as its last signal, with the feed, or
+    /// null after failed(). A feed without an update for the user has come without updateFound().
+    void checkFinished(const TXUpdateFeedPtr &feed);
 
 private:
     friend class TXStandardUpdateController;

@@ -163,9 +163,13 @@ TX_SHARED void UpdateDownload::begin(TXUpdate &update, Choice choice,
     if (d.isDownloading || d.isDownloaded)
         return;
     const QPointer<TXUpdate> guard(&update);
-    const auto endUnbegun = [&completion](const TXError &error) {
-        if (completion)
-            postToMain([completion, error] { completion(error); });
+    const auto endUnbegun = [&completion, guard](const TXError &error) {
+        postToMain([completion, error, guard] {
+            if (guard)
+                Q_EMIT guard->downloadFinished(error);
+            if (completion)
+                completion(error);
+        });
     };
     if (const TXError refusal = update.downloadRefusal()) {
         TXLog(TXLogLevelFailure, u"TXUpdate: The update is not downloaded: %@"_s, {refusal.toString()});
@@ -393,6 +397,8 @@ void UpdateDownload::downloadEndedSuccessfully(bool successful, const TXError &r
         announce(&TXUpdate::downloadPathChanged);
     if (!error && progress)
         progress(reached);
+    if (m_update)
+        Q_EMIT m_update->downloadFinished(error);
     if (completion)
         completion(error);
 }

@@ -252,7 +252,9 @@ void UpdateInstallation::install_failed(TXUpdate &update, const TXError &error) 
     const bool wasInstalling = std::exchange(d.isInstalling, false);
     // An application that has closed its windows for this ends after the handler has told the user.
     const QPointer<TXUpdate> guard(&update);
-    postToMain([handler, error, permission = std::exchange(d.quitPermission, nullptr)] {
+    postToMain([handler, error, guard, permission = std::exchange(d.quitPermission, nullptr)] {
+        if (guard)
+            Q_EMIT guard->installationFinished(error);
         if (handler)
             handler(error);
     });

@@ -12,6 +12,7 @@
 #include "os/userdefaults.h"
 
 #include <QCoreApplication>
+#include <QMetaMethod>
 #include <QMutex>
 #include <QThread>
 
@@ -251,6 +252,14 @@ void TXUpdater::report(const CompletionHandler &handler, const TXUpdateFeedPtr &
     if (sentProfile)
         (void)defaults().setValue(TXUpdatePrefLastSystemProfileDateKey, tx::services().now());
     announce(&TXUpdater::settingsChanged);
+    if (error)
+        Q_EMIT failed(error);
+    // Looking for the update makes all of the feed's, which may be many.
+    else if (feed && isSignalConnected(QMetaMethod::fromSignal(&TXUpdater::updateFound))) {
+        if (const TXUpdatePtr update = feed->recommendedUpdate())
+            Q_EMIT updateFound(update);
+    }
+    Q_EMIT checkFinished(feed);
 }
 
 TXUpdateAppMover::Result TXUpdater::moveToApplicationsFolderIfNecessary() {

@@ -386,6 +386,63 @@ TEST_F(Download, CancelEndsWithoutAnError) {
     EXPECT_EQ(completions, 1);
 }
 
+/// Every way in which a call of the handler comes about.
+struct Ending {
+    const char *name;
+    int status;     ///< of the server's answer; 0: none comes
+    bool isRefused; ///< before it begins
+    bool isDownloaded;
+};
+
+class DownloadSignal : public Download, public testing::WithParamInterface<Ending> {};
+
+TEST_P(DownloadSignal, TellsTheEndOnceBeforeTheHandler) {
+    if (GetParam().isRefused) {
+        tx::setMainBundle(TXBundle(path(u"Bare.app"_s)));
+        tx::resetHost();
+    }
+    FeedServer server;
+    server.always([](const tx::test::HttpRequest &) {
+        return GetParam().status == 0 ? HttpReply{.stalls = true}
+                                      : HttpReply{.status = GetParam().status, .body = "x"};
+    });
+    QList<TXError> told;
+    QObject context;
+    QObject::connect(update.get(), &TXUpdate::downloadFinished, &context, [&](const TXError &e) {
+        told << e;
+        EXPECT_EQ(completions, 0);
+        EXPECT_FALSE(update->isDownloading());
+        EXPECT_EQ(update->isDownloaded(), GetParam().isDownloaded);
+    });
+    start(server.url(u"/x.zip"_s));
+    if (GetParam().status == 0)
+        update->cancelDownload();
+    ASSERT_TRUE(waitUntil([this] { return completions > 0; }));
+    tx::test::drainEvents();
+    ASSERT_EQ(told.size(), 1);
+    EXPECT_EQ(told.first(), error);
+    EXPECT_EQ(bool(error), GetParam().status != 0 && !GetParam().isDownloaded);
+}
+
+INSTANTIATE_TEST_SUITE_P(Ends, DownloadSignal,
+                         testing::Values(Ending{"Complete", 200, false, true},
+                                         Ending{"Failed", 404, false, false},
+                                         Ending{"Cancelled", 0, false, false},
+                                         Ending{"Refused", 200, true, false}),
+                         [](const auto &ending) { return std::string(ending.param.name); });
+
+TEST_F(Download, SignalMayDestroyTheUpdate) {
+    FeedServer server;
+    server.expect("GET", "/x.zip", HttpReply::file("x"));
+    QObject context;
+    QObject::connect(update.get(), &TXUpdate::downloadFinished, &context, [this] { update.reset(); });
+    start(server.url(u"/x.zip"_s));
+    ASSERT_TRUE(waitUntil([this] { return completions > 0; }));
+    tx::test::drainEvents();
+    EXPECT_EQ(completions, 1);
+    EXPECT_FALSE(error);
+}
+
 TEST_F(Download, CancelRightAfterTheStart) {
     FeedServer server;
     server.always([](const tx::test::HttpRequest &) { return HttpReply{.stalls = true}; });

@@ -86,6 +86,34 @@ TEST_F(Installing, UnarchivingErrorIsHandedOn) {
     EXPECT_TRUE(alerts.isEmpty());
 }
 
+TEST_F(Installing, SignalTellsTheErrorOnceBeforeTheHandler) {
+    tx::test::writeFile(cache + u"/broken.zip"_s, "x");
+    downloaded(cache + u"/broken.zip"_s);
+    QList<TXError> told;
+    QObject context;
+    QObject::connect(update.get(), &TXUpdate::installationFinished, &context, [&](const TXError &e) {
+        told << e;
+        EXPECT_EQ(calls, 0);
+        EXPECT_FALSE(update->isInstalling());
+    });
+    installAndWait();
+    ASSERT_EQ(told.size(), 1);
+    EXPECT_TRUE(told.first());
+    EXPECT_EQ(told.first(), error);
+}
+
+TEST_F(Installing, SignalMayDestroyTheUpdate) {
+    tx::test::writeFile(cache + u"/broken.zip"_s, "x");
+    downloaded(cache + u"/broken.zip"_s);
+    QObject context;
+    QObject::connect(update.get(), &TXUpdate::installationFinished, &context, [this] { update.reset(); });
+    install();
+    ASSERT_TRUE(waitUntil([this] { return calls > 0; }));
+    tx::test::drainEvents();
+    EXPECT_EQ(calls, 1);
+    EXPECT_EQ(error.localizedDescription(), u"The update could not be unarchived."_s);
+}
+
 TEST_F(Installing, ApplicationOfAPackageIsNotExchanged) {
     const QString bundle = TXUpdateHost::host()->bundle().bundlePath();
     const tx::PackageDatabases before = tx::packageDatabases();
@@ -189,7 +217,10 @@ TEST_F(Installing, InstalledBuildIsTheOneOnDisk) {
 }
 
 TEST_F(WithoutInstaller, NewVersionGoesIntoDownloadsAndTheUserIsTold) {
+    QSignalSpy finished(update.get(), &TXUpdate::installationFinished);
     installAndWait();
+    ASSERT_EQ(finished.count(), 1);
+    EXPECT_FALSE(finished[0][0].value<TXError>());
     EXPECT_TRUE(error.isNull()) << error.toString().toStdString();
     const QString target = *tx::downloadsDirectory() + u"/MyApp 2.1.app"_s;
     EXPECT_EQ(tx::test::treeOf(target), tx::test::treeOf(path(u"staging/MyApp.app"_s)));

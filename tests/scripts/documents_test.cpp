@@ -97,6 +97,10 @@ const QList<Context> contexts{
      u"&); "
      u"void start() {"_s,
      u"} };"_s},
+    {u"docs/integration.md"_s, u"auto *updater = TXUpdater::sharedUpdater();"_s,
+     u"struct Watcher : QObject { TXUpdatePtr m_update; QAction *m_check; void showError(const TXError &); "
+     u"void start() {"_s,
+     u"} };"_s},
     {u"docs/integration.md"_s,
      u"void MyWindow::closeEvent(QCloseEvent *event) {           // as for any other way of closing the window"_s,
      u"struct Document { bool isSaved() const; }; struct MyWindow : QMainWindow { Document m_document; "

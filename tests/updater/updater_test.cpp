@@ -11,6 +11,7 @@
 #include <QFile>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QSignalSpy>
 #include <QThread>
 
 #include <atomic>
@@ -448,6 +449,95 @@ TEST_F(Updater, AnnouncesThatItIsChecking) {
     EXPECT_EQ(states, (QList<bool>{true, false}));
 }
 
+/// The signals of checks, by name in their order.
+class UpdaterSignals : public Updater {
+protected:
+    FeedServer server;
+    QStringList names;
+    QSignalSpy found{updater, &TXUpdater::updateFound};
+    QSignalSpy failures{updater, &TXUpdater::failed};
+    QSignalSpy finished{updater, &TXUpdater::checkFinished};
+
+    UpdaterSignals() {
+        updater->setFeedURL(QUrl(server.url(u"/feed.json"_s)));
+        QObject::connect(updater, &TXUpdater::updateFound, &m_context, [this] { names << u"found"_s; });
+        QObject::connect(updater, &TXUpdater::failed, &m_context, [this] { names << u"failed"_s; });
+        QObject::connect(updater, &TXUpdater::checkFinished, &m_context, [this] { names << u"finished"_s; });
+    }
+    /// One check of that feed; its handler must be called before the signals.
+    void checkFeed(const HttpReply &reply) {
+        server.expect("GET", "/feed.json", reply);
+        updater->checkForUpdate([this](const TXUpdateFeedPtr &feed, const TXError &error) {
+            outcome(feed, error);
+            names << u"handler"_s;
+        });
+        ASSERT_TRUE(waitUntil([this] { return !finished.isEmpty(); }));
+        tx::test::drainEvents();
+        EXPECT_EQ(finished.count(), 1);
+        EXPECT_EQ(finished.value(0).value(0).value<TXUpdateFeedPtr>(), outcome.feed);
+    }
+
+private:
+    QObject m_context;
+};
+
+TEST_F(UpdaterSignals, FoundUpdateIsCarriedBeforeTheCheckIsFinished) {
+    checkFeed(HttpReply::json(oneUpdate));
+    EXPECT_EQ(names, (QStringList{u"handler"_s, u"found"_s, u"finished"_s}));
+    ASSERT_EQ(found.count(), 1);
+    EXPECT_EQ(found[0][0].value<TXUpdatePtr>(), outcome.feed->recommendedUpdate());
+    EXPECT_TRUE(updater->lastUpdateCheckDate().isValid());
+}
+
+TEST_F(UpdaterSignals, FailureCarriesItsErrorAndNoFeedFollows) {
+    checkFeed(HttpReply{.status = 500});
+    EXPECT_EQ(names, (QStringList{u"handler"_s, u"failed"_s, u"finished"_s}));
+    ASSERT_EQ(failures.count(), 1);
+    EXPECT_EQ(failures[0][0].value<TXError>(), outcome.error);
+    EXPECT_TRUE(outcome.error);
+    EXPECT_FALSE(outcome.feed);
+}
+
+TEST_F(UpdaterSignals, NothingNewIsNotAFoundUpdate) {
+    checkFeed(HttpReply::json("{}"));
+    EXPECT_EQ(names, (QStringList{u"handler"_s, u"finished"_s}));
+    EXPECT_TRUE(outcome.feed);
+}
+
+TEST_F(UpdaterSignals, IgnoredUpdateIsNotAFoundOne) {
+    TXUpdate ignored;
+    ignored.setVersion(u"1043"_s);
+    ignored.ignore();
+    checkFeed(HttpReply::json(oneUpdate));
+    EXPECT_EQ(names, (QStringList{u"handler"_s, u"finished"_s}));
+}
+
+TEST_F(UpdaterSignals, ChecksWithoutAHandlerHaveThemOnceForEach) {
+    server.always([](const tx::test::HttpRequest &) { return HttpReply::json(oneUpdate); });
+    for (int checks = 1; checks <= 2; ++checks) {
+        updater->autocheckForUpdate();
+        updater->autocheckForUpdate(); // dropped
+        ASSERT_TRUE(waitUntil([&] { return finished.count() >= checks; }));
+        tx::test::drainEvents();
+        EXPECT_EQ(finished.count(), checks);
+        EXPECT_EQ(found.count(), checks);
+    }
+    EXPECT_TRUE(failures.isEmpty());
+}
+
+TEST_F(UpdaterSignals, SlotMayStartTheNextCheck) {
+    server.always([](const tx::test::HttpRequest &) { return HttpReply::json("{}"); });
+    QObject context;
+    QObject::connect(updater, &TXUpdater::checkFinished, &context, [this] {
+        if (finished.count() < 3)
+            updater->autocheckForUpdate();
+    });
+    updater->autocheckForUpdate();
+    ASSERT_TRUE(waitUntil([this] { return finished.count() == 3; }));
+    tx::test::drainEvents();
+    EXPECT_FALSE(updater->isChecking());
+}
+
 TEST_F(Updater, SignalsArriveOnTheMainThread) {
     std::atomic<int> onMain{0};
     std::atomic<int> elsewhere{0};
@@ -457,6 +547,8 @@ TEST_F(Updater, SignalsArriveOnTheMainThread) {
     };
     QObject::connect(updater, &TXUpdater::isCheckingChanged, &context, count, Qt::DirectConnection);
     QObject::connect(updater, &TXUpdater::settingsChanged, &context, count, Qt::DirectConnection);
+    QObject::connect(updater, &TXUpdater::failed, &context, count, Qt::DirectConnection);
+    QObject::connect(updater, &TXUpdater::checkFinished, &context, count, Qt::DirectConnection);
     int reports = 0;
     constexpr int rounds = 20;
     for (int i = 0; i < rounds; ++i) {
@@ -469,7 +561,7 @@ TEST_F(Updater, SignalsArriveOnTheMainThread) {
     }
     tx::test::drainEvents();
     EXPECT_EQ(elsewhere, 0);
-    EXPECT_EQ(onMain, 4 * rounds) << "began, ended, a setting, and the dates";
+    EXPECT_EQ(onMain, 6 * rounds) << "began, ended, a setting, the dates, failed without a feed, finished";
 }
 
 } // namespace
