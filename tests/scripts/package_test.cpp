@@ -5,6 +5,8 @@
 #include "tests/support/places.h"
 #include "tests/support/processes.h"
 
+#include <TarvixUpdate/TXBundle.h>
+
 #include <QDir>
 #include <QRegularExpression>
 
@@ -199,6 +201,35 @@ TEST_F(InstalledPackage, EveryHeaderCompilesAlone) {
                                       "add_library(both OBJECT alone/TarvixUpdate.cpp)\n"
                                       "target_link_libraries(both PRIVATE TarvixUpdate::TarvixUpdate)\n",
                                   {}));
+}
+
+/// A copy of the template, as its README.md says: keys, then what its CI runs, twice.
+TEST_F(InstalledPackage, MinimalExampleIsBuiltBundledAndPublishedOutsideTheTree) {
+    const QString project = path(u"minimal"_s);
+    const auto copied =
+        runProcess(u"cp"_s, {u"-r"_s, tx::test::sourcesFolder() + u"/../examples/minimal"_s, project});
+    ASSERT_EQ(copied.status, 0) << copied.errors.constData();
+    EXPECT_LT(tx::test::readFile(project + u"/CMakeLists.txt"_s).count('\n'), 30);
+    const QString txupdate = prefix() + u"/bin/txupdate"_s;
+    const auto keys = runProcess(txupdate, {u"keygen"_s, u"--no-passphrase"_s, project + u"/release"_s});
+    ASSERT_EQ(keys.status, 0) << keys.errors.constData();
+    ASSERT_TRUE(QDir().mkpath(project + u"/site"_s));
+    const QString flags = sanitizerFlag();
+    for (const QString &build : {u"7"_s, u"8"_s}) {
+        const auto ran = runProcess(u"sh"_s, {project + u"/.ci/run"_s, u"--not-served"_s}, {},
+                                    {u"PATH="_s + prefix() + u"/bin:"_s + qEnvironmentVariable("PATH"),
+                                     u"CMAKE_PREFIX_PATH="_s + prefix(), u"CXXFLAGS="_s + flags,
+                                     u"LDFLAGS="_s + flags, u"BUILD="_s + build});
+        ASSERT_EQ(ran.status, 0) << ran.output.constData() << ran.errors.constData();
+        const TXBundle bundle(project + u"/build/dist/Minimal.app"_s);
+        EXPECT_EQ(bundle.infoString(u"CFBundleVersion"_s), build);
+        EXPECT_EQ(bundle.infoString(u"CFBundleIdentifier"_s), u"org.example.Minimal"_s);
+        EXPECT_TRUE(tx::test::readFile(project + u"/site/feed.json"_s).contains("\"" + build.toUtf8() + '"'));
+    }
+    // As an installed application of the first build would see the feed.
+    const auto verified = runProcess(txupdate, {u"feed"_s, u"verify"_s, project + u"/site/feed.json"_s,
+                                                u"--app"_s, project + u"/build/dist/Minimal.app"_s});
+    EXPECT_EQ(verified.status, 0) << verified.errors.constData();
 }
 
 /// As a part of another project it makes no target that could have the name of one of that project's, and
