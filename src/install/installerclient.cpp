@@ -259,7 +259,7 @@ bool TXUpdateInstallerClient::launchToolWithAuthorizationToInstallURL(
     const QList<tx::AuthorizationItem> rights{administrator};
     const QList<tx::AuthorizationItem> environment = promptEnvironment(application);
     QList<tx::AuthorizationItem> question = environment;
-    if (false) {
+    if (!own->keys) {
         TXLog(TXLogLevelStep,
               u"TXUpdate: AuthInstall: The application has no keys; nobody verifies the update."_s);
         tx::AuthorizationItem detail;
