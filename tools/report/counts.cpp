@@ -4,6 +4,7 @@
 #include <sqlite3.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
@@ -43,6 +44,20 @@ void bindBytes(sqlite3_stmt *statement, int index, const std::string &bytes) {
     sqlite3_bind_blob(statement, index, bytes.data(), static_cast<int>(bytes.size()), SQLITE_STATIC);
 }
 
+std::array<uint64_t, 2> numbersOf(const Installation &installation) {
+    std::array<uint64_t, 2> numbers{};
+    for (size_t i = 0; i < installation.size(); ++i)
+        numbers[i / 8] = numbers[i / 8] << 8 | installation[i];
+    return numbers;
+}
+
+Installation bytesOf(const std::array<uint64_t, 2> &numbers) {
+    Installation installation{};
+    for (size_t i = 0; i < installation.size(); ++i)
+        installation[i] = static_cast<uint8_t>(numbers[i / 8] >> (56 - 8 * (i % 8)));
+    return installation;
+}
+
 } // namespace
 
 std::unique_ptr<Counts> Counts::open(const std::string &path, std::string &error) {
@@ -56,8 +71,9 @@ std::unique_ptr<Counts> Counts::open(const std::string &path, std::string &error
         close(file);
     }
     sqlite3 *database = nullptr;
-    const int result = sqlite3_open_v2(path.empty() ? ":memory:" : path.c_str(), &database,
-                                       SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOFOLLOW, nullptr);
+    const int result =
+        sqlite3_open_v2(path.empty() ? ":memory:" : path.c_str(), &database,
+                        SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOFOLLOW | SQLITE_OPEN_NOMUTEX, nullptr);
     std::unique_ptr<Counts> counts(new Counts(database));
     if (result != SQLITE_OK || !counts->setUp()) {
         error = counts->m_error.empty() ? sqlite3_errmsg(database) : counts->m_error;
@@ -159,7 +175,7 @@ bool Counts::idOf(std::string_view text, Id &id) {
 }
 
 bool Counts::add(const Check &check) {
-    Row row{0, check.installation, check.day.value_or(0), 0};
+    Row row{0, numbersOf(check.installation), check.day.value_or(0), 0};
     if (!idOf(check.application, row.application) || !idOf(check.version, row.version))
         return false;
     m_rows.push_back(row);
@@ -187,7 +203,8 @@ bool Counts::flush() {
     m_rows.erase(std::unique(m_rows.begin(), m_rows.end()), m_rows.end());
     for (const Row &row : m_rows) {
         sqlite3_bind_int(insert, 1, row.application);
-        bindBytes(insert, 2, row.installation);
+        const Installation installation = bytesOf(row.installation);
+        bindBytes(insert, 2, installation);
         sqlite3_bind_int(insert, 3, row.day);
         sqlite3_bind_int(insert, 4, row.version);
         if (!finish(insert))

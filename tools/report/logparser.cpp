@@ -4,6 +4,8 @@
 #include <simdjson.h>
 
 #include <algorithm>
+#include <array>
+#include <cstdint>
 #include <initializer_list>
 
 namespace tx::report {
@@ -16,12 +18,24 @@ constexpr size_t maximumVersionSize = 100;
 constexpr size_t maximumNameSize = 200;
 constexpr size_t maximumSystemSize = 64;
 
-int hexDigit(char c) {
-    if (c >= '0' && c <= '9')
-        return c - '0';
-    if (c >= 'a' && c <= 'f')
-        return c - 'a' + 10;
-    return c >= 'A' && c <= 'F' ? c - 'A' + 10 : -1;
+/// Of every byte: its value as a hexadecimal digit, or -1. Half of a check's line is its number.
+constexpr std::array<int8_t, 256> hexDigits = [] {
+    std::array<int8_t, 256> table{};
+    table.fill(-1);
+    for (int i = 0; i < 16; ++i) {
+        table[static_cast<size_t>("0123456789abcdef"[i])] = static_cast<int8_t>(i);
+        table[static_cast<size_t>("0123456789ABCDEF"[i])] = static_cast<int8_t>(i);
+    }
+    return table;
+}();
+
+int hexDigit(char c) { return hexDigits[static_cast<unsigned char>(c)]; }
+
+size_t backslashesBefore(std::string_view text, size_t end) {
+    size_t count = 0;
+    while (count < end && text[end - count - 1] == '\\')
+        ++count;
+    return count;
 }
 
 /// 8-4-4-4-12 hexadecimal digits.
@@ -64,10 +78,11 @@ bool isPlainText(std::string_view text, size_t maximum) {
 bool decode(std::string_view text, std::string &decoded) {
     decoded.clear();
     for (size_t i = 0; i < text.size(); ++i) {
-        if (text[i] != '%') {
-            decoded += text[i];
-            continue;
-        }
+        const size_t escape = std::min(text.find('%', i), text.size());
+        decoded += text.substr(i, escape - i);
+        i = escape;
+        if (i == text.size())
+            break;
         const int high = i + 2 < text.size() ? hexDigit(text[i + 1]) : -1;
         const int low = i + 2 < text.size() ? hexDigit(text[i + 2]) : -1;
         if (high < 0 || low < 0)
@@ -197,10 +212,11 @@ Parsed LogParser::Data::parseLine(std::string_view line) {
     if (!rest.starts_with(" \""))
         return malformed("no request in quotes after the time");
     rest.remove_prefix(2);
-    size_t close = 0;
-    while (close < rest.size() && rest[close] != '"')
-        close += rest[close] == '\\' ? 2 : 1;
-    if (close >= rest.size())
+    size_t close = rest.find('"');
+    // After an odd number of backslashes it is one within the request.
+    while (close != std::string_view::npos && backslashesBefore(rest, close) % 2 == 1)
+        close = rest.find('"', close + 1);
+    if (close == std::string_view::npos)
         return malformed("the request has no closing quote");
     const std::string_view request = rest.substr(0, close);
     rest.remove_prefix(close + 1);
