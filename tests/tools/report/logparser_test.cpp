@@ -59,6 +59,9 @@ TEST(LogLines, AreReadInTheCommonAndTheCombinedFormat) {
          check},
         {"192.0.2.7 - a [b] c [22/Nov/2026:16:54:11 +0000] \"GET " + query + " HTTP/1.1\" 200 1", check},
         {common(query) + R"( "x \" y" "z [1] \"200\"")", check},
+        // A quote, and a backslash, within the request.
+        {common(R"(/a\"b)" + query), check},
+        {"192.0.2.7 - - [22/Nov/2026:16:54:11 +0000] \"GET /\\\\\" 200 1", "other"},
         // An installation whose check fails is active.
         {"192.0.2.7 - - [22/Nov/2026:16:54:11 +0000] \"POST " + query + " HTTP/1.1\" 405 0", check},
         {"192.0.2.7 - - [22/Nov/2026:00:30:00 +0100] \"GET " + query + " HTTP/1.1\" 200 1",
