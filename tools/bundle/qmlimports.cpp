@@ -24,12 +24,15 @@ namespace tx::bundling {
 namespace {
 
 constexpr qsizetype mostOfOneResource = 4 << 20;
+/// Every document that imports QtQml or QtQuick gets it as well: the engine's library says so, and no file
+/// that the scanner could read.
+const QString importedByTheEngine = u"QtQml.WorkerScript"_s;
 
 /// Notes the modules that a text imports.
 void noteImports(const QByteArray &text, QStringList &names) {
     // Before an uncompressed resource is its size: any byte at all.
     static const QRegularExpression form(
-        u"import[ \\t]+([A-Z][A-Za-z0-9_]*(?:\\.[A-Z][A-Za-z0-9_]*)*)(?=[ \\t\\r\\n;])"_s);
+        u"import[ \\t]+([A-Z][A-Za-z0-9_]*(?:\\.[A-Za-z][A-Za-z0-9_]*)*)(?=[ \\t\\r\\n;])"_s);
     for (auto matches = form.globalMatch(QString::fromLatin1(text)); matches.hasNext();) {
         const QString name = matches.next().captured(1);
         if (!names.contains(name))
@@ -95,6 +98,8 @@ Result<QmlImports> qmlImports(const QString &scanner, const QString &qml, const 
         return problem(u"a temporary file cannot be made"_s, work.errorString() + file.errorString());
     for (const QString &name : names)
         file.write("import " + name.toUtf8() + '\n');
+    if (!names.contains(importedByTheEngine))
+        file.write("import " + importedByTheEngine.toUtf8() + '\n');
     file.write("QtObject {}\n");
     file.close();
     QStringList words;

@@ -109,10 +109,11 @@ protected:
                   QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
         return path(u"scanner"_s);
     }
-    static inline const QByteArray text = "import QtQuick 2.15\nimport QtQuick.Controls as C\n"
-                                          "// important Thing\nItem { property string s: \"" +
-                                          QByteArray(2000, 'x') + "\" }\n";
-    static inline const QStringList imports{u"QtQuick"_s, u"QtQuick.Controls"_s};
+    static inline const QByteArray text =
+        "import QtQuick 2.15\nimport QtQuick.Controls as C\nimport Qt.labs.settings 1.1\n"
+        "// important Thing\nItem { property string s: \"" +
+        QByteArray(2000, 'x') + "\" }\n";
+    static inline const QStringList imports{u"Qt.labs.settings"_s, u"QtQuick"_s, u"QtQuick.Controls"_s};
 };
 
 TEST_F(QmlFinder, ImportsAreFoundInEveryFormOfResources) {
@@ -152,7 +153,8 @@ TEST_F(QmlFinder, ModulesOfQtAreFoundAndOthersNamed) {
     EXPECT_EQ(found->modules[0].place, u"QtQuick"_s);
     EXPECT_EQ(found->missing, QStringList{u"Gone"_s});
     EXPECT_EQ(tx::test::readFile(path(u"read"_s)),
-              QByteArray("import QtQuick\nimport QtQuick.Controls\nQtObject {}\n"));
+              QByteArray("import Qt.labs.settings\nimport QtQuick\nimport QtQuick.Controls\n"
+                         "import QtQml.WorkerScript\nQtObject {}\n"));
     EXPECT_TRUE(tx::test::readFile(path(u"words"_s)).contains("-importPath " + path(u"qml"_s).toUtf8()));
 }
 
