@@ -209,8 +209,8 @@ QJsonValue knownTo(const QJsonValue &earlier, const QJsonValue &present) {
     return present;
 }
 
-TEST_F(OldRelease, ReadsTodaysPublishedFeedsTheSameWay) {
-    // The feeds that the documentation tells people to write, and those of the example.
+/// The feeds that the documentation tells people to write, and those of the example, by name.
+QList<QPair<QString, QByteArray>> publishedFeeds() {
     QList<QPair<QString, QByteArray>> feeds;
     static const QRegularExpression block(u"```(json|xml)\\n(.*?)```"_s,
                                           QRegularExpression::DotMatchesEverythingOption);
@@ -223,23 +223,47 @@ TEST_F(OldRelease, ReadsTodaysPublishedFeedsTheSameWay) {
                 feeds.append({u"documented-%1.%2"_s.arg(feeds.size()).arg(match.captured(1)), text.toUtf8()});
         }
     }
-    ASSERT_EQ(feeds.size(), 2) << "the documentation shows a JSON feed and an appcast";
+    EXPECT_EQ(feeds.size(), 2) << "the documentation shows a JSON feed and an appcast";
     feeds.append({u"example.json"_s,
                   tx::test::readFile(tree + u"/examples/notes/site/feed.json"_s).replace("PORT", "8080")});
-    for (const auto &[name, content] : feeds) {
+    return feeds;
+}
+
+/// What a tool shows of a feed.
+QJsonObject shownBy(const QString &tool, const QString &feed) {
+    const ProcessResult shown = runProcess(
+        tool, {u"feed"_s, u"show"_s, feed, u"--build"_s, u"1"_s, u"--system"_s, u"12.0.0"_s, u"--json"_s});
+    EXPECT_EQ(shown.status, 0) << shown.errors.constData();
+    return QJsonDocument::fromJson(shown.output).object();
+}
+
+TEST_F(OldRelease, ReadsTodaysPublishedFeedsTheSameWay) {
+    for (const auto &[name, content] : publishedFeeds()) {
         SCOPED_TRACE(name.toStdString());
         tx::test::writeFile(path(name), content);
-        QJsonObject read[2];
-        for (int i = 0; i < 2; ++i) {
-            const ProcessResult shown = runProcess(i == 0 ? oldTool() : todaysTool(),
-                                                   {u"feed"_s, u"show"_s, path(name), u"--build"_s, u"1"_s,
-                                                    u"--system"_s, u"12.0.0"_s, u"--json"_s});
-            ASSERT_EQ(shown.status, 0) << shown.errors.constData();
-            read[i] = QJsonDocument::fromJson(shown.output).object();
-        }
+        const QJsonObject read[2] = {shownBy(oldTool(), path(name)), shownBy(todaysTool(), path(name))};
         ASSERT_FALSE(read[0].value(u"tracks"_s)[0][u"updates"_s].toArray().isEmpty());
         EXPECT_EQ(QJsonDocument(read[0]).toJson().toStdString(),
                   QJsonDocument(knownTo(read[0], read[1]).toObject()).toJson().toStdString());
+    }
+}
+
+/// The first line of a signed feed is nothing that earlier builds read.
+TEST_F(OldRelease, FindsInASignedFeedWhatIsThereWithoutTheSignature) {
+    const ProcessResult made =
+        runProcess(todaysTool(), {u"keygen"_s, u"--no-passphrase"_s, path(u"release"_s)});
+    ASSERT_EQ(made.status, 0) << made.errors.constData();
+    for (const auto &[name, content] : publishedFeeds()) {
+        SCOPED_TRACE(name.toStdString());
+        tx::test::writeFile(path(name), content);
+        const QJsonValue before = shownBy(oldTool(), path(name))[u"tracks"_s][0];
+        const ProcessResult done =
+            runProcess(todaysTool(), {u"feed"_s, u"sign"_s, path(name), u"--identifier"_s,
+                                      u"org.example.MyApp"_s, u"--key"_s, path(u"release"_s)});
+        ASSERT_EQ(done.status, 0) << done.errors.constData();
+        EXPECT_NE(tx::test::readFile(path(name)), content);
+        EXPECT_FALSE(before[u"updates"_s].toArray().isEmpty());
+        EXPECT_EQ(shownBy(oldTool(), path(name))[u"tracks"_s][0], before);
     }
 }
 
