@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "txupdate/bundlewords.h"
 #include "txupdate/commands.h"
+#include "txupdate/manual.h"
 #include "txupdate/publishwords.h"
 #include "txupdate/reportwords.h"
 #include "txupdate/supervisor.h"
@@ -9,6 +10,8 @@
 #include <CLI/CLI.hpp>
 
 #include <QCoreApplication>
+
+#include <cstdio>
 
 using namespace Qt::StringLiterals;
 
@@ -138,12 +141,24 @@ int main(int argc, char **argv) {
                      "answer under this name too, beside localhost and 127.0.0.1; may be repeated")
         ->allow_extra_args(false);
 
+    auto *manualCommand = application.add_subcommand("manual", "Print the manual page, for man.");
+    auto *completionCommand = application.add_subcommand(
+        "completion", "Print a script that completes commands and options in a shell.");
+    completionCommand->add_option("SHELL", words.a, "bash, zsh or fish")
+        ->required()
+        ->check(CLI::IsMember({"bash", "zsh", "fish"}));
+
     try {
         application.parse(argc, argv);
     } catch (const CLI::ParseError &error) {
         return application.exit(error) == 0 ? int(ExitDone) : int(ExitUsage);
     }
 
+    if (manualCommand->parsed() || completionCommand->parsed()) {
+        const std::string page =
+            manualCommand->parsed() ? manualPage(application) : completionFor(application, words.a);
+        return std::fputs(page.c_str(), stdout) >= 0 && std::fflush(stdout) == 0 ? ExitDone : ExitFailed;
+    }
     if (compareCommand->parsed())
         return a->count() > 0 ? compare(text(words.a), text(words.b)) : compareLines();
     if (versionCommand->parsed())
