@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include <TarvixUpdate/TXLog.h>
+#include "base/log.h"
 
 #include "base/format.h"
 
@@ -14,13 +14,22 @@ const QLoggingCategory &category() {
     return instance;
 }
 
-/// Whether TXUPDATE_LOG_LEVEL or Qt's logging rules ask for a line. A failure is written unless a rule says
-/// no.
-bool isWanted(int level, QtMsgType type) {
-    return category().isEnabled(type) || (type != QtWarningMsg && level <= TXLogGetLevel());
+QtMsgType typeOf(int level) {
+    return level <= TXLogLevelFailure ? QtWarningMsg : level <= TXLogLevelStep ? QtInfoMsg : QtDebugMsg;
 }
 
 } // namespace
+
+namespace tx {
+
+// TXUPDATE_LOG_LEVEL or Qt's logging rules ask for a line. A failure is written unless a rule says no.
+bool isLogged(int level) {
+    const QtMsgType type = typeOf(level);
+    return level <= TXLogLevelDetail &&
+           (category().isEnabled(type) || (type != QtWarningMsg && level <= TXLogGetLevel()));
+}
+
+} // namespace tx
 
 int TXLogGetLevel() {
     static const int level = [] {
@@ -32,14 +41,12 @@ int TXLogGetLevel() {
 }
 
 void TXLog(int level, const QString &format, const QStringList &arguments) {
-    const QtMsgType type = level <= TXLogLevelFailure ? QtWarningMsg
-                           : level <= TXLogLevelStep  ? QtInfoMsg
-                                                      : QtDebugMsg;
-    if (level > TXLogLevelDetail || !isWanted(level, type))
+    if (!tx::isLogged(level))
         return;
     // With the category's name instead of the category, which would ask the rules alone.
     const QMessageLogger logger(nullptr, 0, nullptr, category().categoryName());
     const QString line = tx::formatText(format, arguments);
+    const QtMsgType type = typeOf(level);
     if (type == QtWarningMsg)
         logger.warning().noquote() << line;
     else if (type == QtInfoMsg)

@@ -60,14 +60,9 @@ FeedEntry entryFrom(const AppcastItem &item) {
 }
 
 bool describesUpdate(const FeedEntry &entry, QString *failureReason) {
-    QString reason;
-    if (!entry.has(Member::Build))
-        reason = u"Feed item lacks sparkle:version attribute"_s;
-    else if (!hasAddress(entry))
-        reason = u"Feed item lacks enclosure element with URL or a link element."_s;
-    if (!reason.isNull() && failureReason)
-        *failureReason = reason;
-    return reason.isNull();
+    return hasWhatAnUpdateNeeds(entry, u"Feed item lacks sparkle:version attribute"_s,
+                                u"Feed item lacks enclosure element with URL or a link element."_s,
+                                failureReason);
 }
 
 } // namespace

@@ -138,14 +138,8 @@ struct Outcome {
 
 /// False, with the reason, if the entry lacks something that an update needs.
 bool describesUpdate(const FeedEntry &entry, QString *failureReason) {
-    QString reason;
-    if (!entry.has(Member::Build))
-        reason = u"Update lacks 'build' attribute"_s;
-    else if (!hasAddress(entry))
-        reason = u"Update lacks download URL or a link."_s;
-    if (!reason.isNull() && failureReason)
-        *failureReason = reason;
-    return reason.isNull();
+    return hasWhatAnUpdateNeeds(entry, u"Update lacks 'build' attribute"_s,
+                                u"Update lacks download URL or a link."_s, failureReason);
 }
 
 bool describesPost(const FeedEntry &entry, QString *failureReason) {

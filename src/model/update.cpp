@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "model/update_p.h"
 
+#include "base/log.h"
 #include "base/queues.h"
 #include "model/conditions.h"
 #include "model/feedentry.h"
@@ -179,7 +180,7 @@ void TXUpdate::setInstalled(bool installed) {
 QDateTime TXUpdate::date() const {
     const QString text = dateString();
     QDateTime result = tx::itemDateFromString(text);
-    if (!result.isValid() && TXLogGetLevel() >= TXLogLevelDetail)
+    if (!result.isValid() && tx::isLogged(TXLogLevelDetail))
         TXLog(TXLogLevelDetail, u"Update date getObjectValue error:%@ -- %@ -- %@  ---> %@ %@"_s,
               {text.left(longestInLog), u"yyyy-MM-dd HH:mm:ss"_s, u"America/Los_Angeles"_s,
                u"The text is not of this form."_s, u"{0, %1}"_s.arg(text.size())});

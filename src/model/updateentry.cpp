@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "model/updateentry.h"
 
+#include "base/log.h"
 #include "model/feedvalues.h"
 #include "model/itemdate.h"
 #include "model/updatebuilder.h"
@@ -13,12 +14,19 @@ namespace tx {
 
 using Member = FeedEntry::Member;
 
-bool hasAddress(const FeedEntry &entry) {
-    return isFeedAddress(entry.bytes(Member::DownloadURL)) || isFeedAddress(entry.bytes(Member::WebpageURL));
+bool hasWhatAnUpdateNeeds(const FeedEntry &entry, const QString &noBuild, const QString &noURL,
+                          QString *failureReason) {
+    const bool hasBuild = entry.has(Member::Build);
+    if (hasBuild &&
+        (isFeedAddress(entry.bytes(Member::DownloadURL)) || isFeedAddress(entry.bytes(Member::WebpageURL))))
+        return true;
+    if (failureReason)
+        *failureReason = hasBuild ? noURL : noBuild;
+    return false;
 }
 
 void logMissingDate(const FeedEntry &entry) {
-    if (TXLogGetLevel() < TXLogLevelDetail || itemDateFromUtf8(entry.bytes(Member::Date)).isValid())
+    if (!isLogged(TXLogLevelDetail) || itemDateFromUtf8(entry.bytes(Member::Date)).isValid())
         return;
     FeedEntry date;
     date.set(Member::Date, entry.bytes(Member::Date));

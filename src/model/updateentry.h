@@ -7,8 +7,10 @@
 
 namespace tx {
 
-/// True when the entry names an archive or a page; what both kinds of feed require of an update.
-[[nodiscard]] bool hasAddress(const FeedEntry &entry);
+/// Whether the entry has a build, and the URL of an archive or of a page: both kinds of feed require that of
+/// an update. If not, `failureReason`, which may be null, is set to `noBuild` or `noURL`.
+[[nodiscard]] bool hasWhatAnUpdateNeeds(const FeedEntry &entry, const QString &noBuild, const QString &noURL,
+                                        QString *failureReason);
 
 /// Says in the log, for developers, that the entry's date is missing or unreadable. Costs nothing otherwise.
 void logMissingDate(const FeedEntry &entry);

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "base/format.h"
+#include "base/log.h"
 #include "tests/support/environment.h"
 #include "tests/support/places.h"
 #include "tests/support/processes.h"
@@ -40,12 +41,15 @@ TEST_F(Log, RulesAskForLinesThatTheLevelLeavesOutAndSilenceFailures) {
         QLoggingCategory::setFilterRules(rules);
         const auto before = logLines().size();
         TXLog(level, u"line"_s);
-        return logLines().size() > before;
+        const bool isWritten = logLines().size() > before;
+        EXPECT_EQ(tx::isLogged(level), isWritten) << rules.toStdString() << ' ' << level;
+        return isWritten;
     };
     // The environment of this program asks for every level but those of failures.
     EXPECT_TRUE(heard({}, TXLogLevelFailure));
     EXPECT_FALSE(heard(u"tarvixupdate.warning=false"_s, TXLogLevelFailure));
     EXPECT_TRUE(heard(u"tarvixupdate.warning=false"_s, TXLogLevelStep));
+    EXPECT_FALSE(heard(u"tarvixupdate.debug=true"_s, TXLogLevelDetail + 1));
 }
 
 /// As above in a program whose environment names no level.

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "os/alert.h"
 #include "os/services.h"
-#include "tests/support/environment.h"
+#include "tests/widgets/uitest.h"
 #include "widgets/alert.h"
 #include "widgets/appearance.h"
 
@@ -9,7 +9,6 @@
 #include <QLabel>
 #include <QMessageBox>
 #include <QPushButton>
-#include <QTimer>
 #include <QWindow>
 
 #include <functional>
@@ -31,12 +30,7 @@ protected:
 
     /// Presses a button as soon as the window is there.
     int present(const tx::Alert &alert, int press) {
-        QTimer timer;
-        QObject::connect(&timer, &QTimer::timeout, &timer, [&] {
-            auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
-            if (!box || !box->isVisible())
-                return;
-            timer.stop();
+        const tx::test::AlertWatch watch([&](QMessageBox *box) {
             text = box->text();
             informative = box->informativeText();
             modal = box->isModal();
@@ -47,7 +41,6 @@ protected:
                     button->click();
             }
         });
-        timer.start(5);
         return tx::presentAlertInWindow(alert);
     }
 };
@@ -70,19 +63,14 @@ TEST_F(AlertWindow, ProgramWithoutWindowsLogsTheTexts) {
 TEST_F(AlertWindow, TextsAreNoMarkup) {
     const tx::Alert alert{
         u"A <b>name</b> & \"another\""_s, u"Volume \"My Disk\" & <i>more</i>\nnext"_s, {u"OK"_s}};
-    QTimer timer;
     bool plain = false;
     QString shown;
-    QObject::connect(&timer, &QTimer::timeout, &timer, [&] {
-        auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
-        if (!box)
-            return;
+    const tx::test::AlertWatch watch([&](QMessageBox *box) {
         const auto *label = box->findChild<QLabel *>(u"qt_msgbox_informativelabel"_s);
         plain = box->textFormat() == Qt::PlainText && label && label->textFormat() == Qt::PlainText;
         shown = label ? label->text() : QString();
         box->buttons().first()->click();
     });
-    timer.start(5);
     (void)tx::presentAlertInWindow(alert);
     EXPECT_TRUE(plain);
     EXPECT_EQ(shown, alert.informative);
@@ -134,19 +122,9 @@ TEST_F(AlertWindow, WithoutButtonsHasOneInTheUsersLanguageWithTheLooksOfAllOther
         button->click();
     };
     const tx::Alert alert{u"Mensaje"_s, u"Explicación"_s, {}};
-    bool shown = false;
-    QTimer timer;
-    QObject::connect(&timer, &QTimer::timeout, &timer, [&] {
-        auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
-        if (!box || !box->isVisible())
-            return;
-        timer.stop();
-        shown = true;
-        expectGoodButton(box);
-    });
-    timer.start(5);
+    const tx::test::AlertWatch watch(expectGoodButton);
     EXPECT_EQ(tx::presentAlertInWindow(alert), 0);
-    EXPECT_TRUE(shown);
+    EXPECT_TRUE(watch.seen());
 
     QWidget window;
     window.show();
@@ -164,15 +142,7 @@ TEST_F(AlertWindow, ClosedWithoutAButtonConfirmsNothing) {
                                                        [](QMessageBox *box) { box->close(); },
                                                        [](QMessageBox *box) { box->hide(); }};
     for (const auto &way : ways) {
-        QTimer timer;
-        QObject::connect(&timer, &QTimer::timeout, &timer, [&] {
-            auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
-            if (!box || !box->isVisible())
-                return;
-            timer.stop();
-            way(box);
-        });
-        timer.start(5);
+        const tx::test::AlertWatch watch(way);
         EXPECT_EQ(tx::presentAlertInWindow(alert), 1);
     }
     QWidget window;

@@ -147,14 +147,7 @@ TEST_F(Contrast, BoxOfAQuestionHasAFrameWhereItIsAsDarkAsTheWindow) {
     for (const QPalette &colours : {dark, QPalette(QColor(20, 20, 20), Qt::black)}) {
         QApplication::setPalette(colours);
         tx::test::drainEvents();
-        bool seen = false;
-        QTimer timer;
-        QObject::connect(&timer, &QTimer::timeout, &timer, [&] {
-            auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
-            if (!box || !box->isVisible())
-                return;
-            timer.stop();
-            seen = true;
+        const tx::test::AlertWatch watch([&](QMessageBox *box) {
             QCheckBox *check = box->checkBox();
             QStyleOptionButton option;
             option.initFrom(check);
@@ -170,9 +163,8 @@ TEST_F(Contrast, BoxOfAQuestionHasAFrameWhereItIsAsDarkAsTheWindow) {
             EXPECT_LT(tx::contrast(picture.pixelColor(place.center()), window), 2) << "empty inside";
             box->reject();
         });
-        timer.start(1);
         (void)tx::presentAlertInWindow({.message = u"Message"_s, .suppressionText = u"Never again"_s});
-        EXPECT_TRUE(seen);
+        EXPECT_TRUE(watch.seen());
     }
 }
 

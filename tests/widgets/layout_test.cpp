@@ -246,21 +246,13 @@ TEST_F(Layout, Alerts) {
              .buttons = {localizedString(u"Show New Version"_s), localizedString(u"Quit"_s)},
              .critical = true}};
         for (const tx::Alert &alert : shown) {
-            bool seen = false;
-            QTimer timer;
-            QObject::connect(&timer, &QTimer::timeout, &timer, [&] {
-                auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
-                if (!box || !box->isVisible())
-                    return;
-                timer.stop();
-                seen = true;
+            const tx::test::AlertWatch watch([&](QMessageBox *box) {
                 expectGoodLayout(box, language.toStdString() + ", alert");
                 EXPECT_EQ(box->layoutDirection(), language == u"ar"_s ? Qt::RightToLeft : Qt::LeftToRight);
                 box->reject();
             });
-            timer.start(1);
             (void)tx::presentAlertInWindow(alert);
-            EXPECT_TRUE(seen);
+            EXPECT_TRUE(watch.seen());
         }
     }
 }

@@ -237,9 +237,7 @@ TEST_F(Looks, ButtonsAtTheBottomOfAllWindowsHaveOneHeight) {
         heights[u"arrow %1"_s.arg(i)] =
             outlet<TXSegmentedControl>(posts->window(), "_navigationControl")->segment(i)->height();
     posts->window()->hide();
-    QTimer::singleShot(0, qApp, [&] {
-        auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
-        ASSERT_TRUE(box);
+    const tx::test::AlertWatch watch([&](QMessageBox *box) {
         for (QAbstractButton *button : box->buttons())
             heights[u"alert, "_s + button->text()] = button->height();
         box->buttons().first()->click();
@@ -482,9 +480,7 @@ TEST_F(Looks, FocusIsOnTheDefaultButtonAndIsSeen) {
     });
     (void)checking->runModal();
 
-    QTimer::singleShot(0, qApp, [&] {
-        auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
-        ASSERT_TRUE(box);
+    const tx::test::AlertWatch watch([&](QMessageBox *box) {
         EXPECT_EQ(box->focusWidget(), box->defaultButton());
         EXPECT_TRUE(tx::test::waitUntil([&] { return box->defaultButton()->hasFocus(); }));
         EXPECT_TRUE(box->testAttribute(Qt::WA_KeyboardFocusChange));
@@ -529,9 +525,7 @@ TEST_F(Looks, TitleIsSaidOnce) {
 TEST_F(Looks, ExplanationOfAnAlertIsLighterThanItsMessage) {
     int message = 0;
     int explanation = 0;
-    QTimer::singleShot(0, qApp, [&] {
-        auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
-        ASSERT_TRUE(box);
+    const tx::test::AlertWatch watch([&](QMessageBox *box) {
         message = outlet(box, "qt_msgbox_label")->font().weight();
         explanation = outlet(box, "qt_msgbox_informativelabel")->font().weight();
         box->buttons().first()->click();

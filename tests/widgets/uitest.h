@@ -13,10 +13,33 @@
 #include <QAbstractButton>
 #include <QApplication>
 #include <QLabel>
+#include <QMessageBox>
 #include <QPointer>
 #include <QTimer>
 
 namespace tx::test {
+
+/// Hands the next alert that is shown modally to `act`, once, as soon as it is visible. `act` has to close
+/// it.
+class AlertWatch {
+public:
+    explicit AlertWatch(std::function<void(QMessageBox *)> act) {
+        QObject::connect(&m_timer, &QTimer::timeout, &m_timer, [this, act = std::move(act)] {
+            auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
+            if (!box || !box->isVisible())
+                return;
+            m_timer.stop();
+            m_seen = true;
+            act(box);
+        });
+        m_timer.start(1);
+    }
+    [[nodiscard]] bool seen() const { return m_seen; }
+
+private:
+    QTimer m_timer;
+    bool m_seen = false;
+};
 
 /// Windows of the framework in a host of its own; alerts are recorded and answered.
 class UiTest : public FrameworkTest {

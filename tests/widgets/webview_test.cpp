@@ -84,6 +84,15 @@ protected:
                                       .messageNames = {u"closeWindow"_s}});
         window.show();
     }
+    /// Begins to load a page of which only the beginning arrives.
+    void loadPageThatNeverComes() {
+        HttpReply slow = html("<p>first words</p>");
+        slow.announcedLength = 1000;
+        slow.stalls = true;
+        server.expect("GET", "/slow.html", slow);
+        view->load(QUrl(server.url(u"/slow.html"_s)));
+        EXPECT_TRUE(waitUntil([&] { return !server.requests().isEmpty(); }));
+    }
     /// Loads a page of this body and waits until it is there.
     void show(const QByteArray &body) {
         server.always([body](const HttpRequest &request) {
@@ -402,12 +411,7 @@ TEST_F(WebPage, UntrustedCertificatesAreRefused) {
 }
 
 TEST_F(WebPage, ThatNeverComesCanBeLeft) {
-    HttpReply slow = html("<p>first words</p>");
-    slow.announcedLength = 1000;
-    slow.stalls = true;
-    server.expect("GET", "/slow.html", slow);
-    view->load(QUrl(server.url(u"/slow.html"_s)));
-    EXPECT_TRUE(waitUntil([&] { return !server.requests().isEmpty(); }));
+    loadPageThatNeverComes();
     show("<script>webkit.messageHandlers.closeWindow.postMessage('next')</script>");
     EXPECT_TRUE(gets(u"next"_s));
 }
@@ -455,12 +459,7 @@ TEST_F(WebPage, ThatDoesNotLoadShowsWhatThereIsAndNoPageOfTheEngine) {
 }
 
 TEST_F(WebPage, ThatMakesRoomForAnotherHasNotFailed) {
-    HttpReply slow = html("<p>first words</p>");
-    slow.announcedLength = 1000;
-    slow.stalls = true;
-    server.expect("GET", "/slow.html", slow);
-    view->load(QUrl(server.url(u"/slow.html"_s)));
-    EXPECT_TRUE(waitUntil([&] { return !server.requests().isEmpty(); }));
+    loadPageThatNeverComes();
     show("<title>next</title>");
     EXPECT_EQ(titleOfPage(&window), u"next"_s);
     EXPECT_EQ(failures, 0);

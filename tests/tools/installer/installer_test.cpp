@@ -15,6 +15,7 @@ using tx::test::endedProcess;
 using tx::test::InstallerSteps;
 using tx::test::InstallerTool;
 using tx::test::ProcessResult;
+using tx::test::RunningHost;
 using tx::test::runProcess;
 using tx::test::waitUntil;
 
@@ -73,34 +74,27 @@ TEST_F(InstallerTool, WrongCommandLinesTouchNothing) {
 }
 
 TEST_F(InstallerTool, WaitsForTheHostToEnd) {
-    QProcess host;
-    host.start(u"sleep"_s, {u"1000"_s});
-    ASSERT_TRUE(host.waitForStarted());
+    RunningHost host;
     QProcess installer;
-    installer.start(tool(), arguments(QString::number(host.processId())));
+    installer.start(tool(), arguments(host.identifier()));
     ASSERT_TRUE(installer.waitForStarted());
     EXPECT_FALSE(installer.waitForFinished(200));
     EXPECT_TRUE(isOld());
-    host.kill();
-    host.waitForFinished();
+    host.end();
     ASSERT_TRUE(installer.waitForFinished(20000));
     EXPECT_EQ(installer.exitCode(), 0);
     EXPECT_TRUE(isNew());
 }
 
 TEST_F(InstallerTool, HostThatDoesNotEndIsLeftAlone) {
-    QProcess host;
-    host.start(u"sleep"_s, {u"1000"_s});
-    ASSERT_TRUE(host.waitForStarted());
-    const ProcessResult result =
-        runProcess(tx::test::helpersFolder() + u"/installer_fault_driver"_s,
-                   QStringList{u"none"_s, u"0"_s} + arguments(QString::number(host.processId())));
+    RunningHost host;
+    const ProcessResult result = runProcess(tx::test::helpersFolder() + u"/installer_fault_driver"_s,
+                                            QStringList{u"none"_s, u"0"_s} + arguments(host.identifier()));
     EXPECT_EQ(result.status, tx::installer::StatusTryLater);
     EXPECT_THAT(result.errors.toStdString(), testing::HasSubstr("does not end"));
     EXPECT_TRUE(isOld());
     EXPECT_EQ(tx::test::treeOf(fresh), newTree);
-    host.kill();
-    host.waitForFinished();
+    host.end();
 }
 
 TEST_F(InstallerTool, TwoAtOnceLeaveOneCompleteApplication) {
@@ -242,11 +236,9 @@ TEST_F(InstallerTool, LinkInPlaceOfTheLockIsNotFollowed) {
 }
 
 TEST_F(InstallerTool, SaysThatItIsReadyHoldsItsLockAndWaits) {
-    QProcess host;
-    host.start(u"sleep"_s, {u"1000"_s});
-    ASSERT_TRUE(host.waitForStarted());
+    RunningHost host;
     QProcess installer;
-    installer.start(tool(), arguments(QString::number(host.processId())));
+    installer.start(tool(), arguments(host.identifier()));
     QByteArray said;
     ASSERT_TRUE(waitUntil([&] { return (said += installer.readAllStandardOutput()).endsWith('\n'); }));
     EXPECT_EQ(said, QByteArray("ready\n"));
@@ -255,18 +247,15 @@ TEST_F(InstallerTool, SaysThatItIsReadyHoldsItsLockAndWaits) {
         << "what it says later does not end it";
     EXPECT_EQ(runTool(arguments(endedProcess())).status, 75) << "the lock is held while it waits";
     EXPECT_TRUE(isOld());
-    host.kill();
-    host.waitForFinished();
+    host.end();
     ASSERT_TRUE(installer.waitForFinished(20000));
     EXPECT_EQ(installer.exitCode(), 0);
     EXPECT_TRUE(isNew());
 }
 
 TEST_F(InstallerTool, RefusalIsSaidInsteadOfTheWordWhileTheHostRuns) {
-    QProcess host;
-    host.start(u"sleep"_s, {u"1000"_s});
-    ASSERT_TRUE(host.waitForStarted());
-    const QString pid = QString::number(host.processId());
+    RunningHost host;
+    const QString pid = host.identifier();
     tx::test::makeBundle(path(u"Other.app"_s), {.identifier = u"org.example.Other"_s});
     const QString lock = QString::fromStdString(tx::lockPathFor(app.toStdString()));
     const auto takeLock = [&](const QString &target) { return QFile::link(target, lock); };
@@ -291,8 +280,7 @@ TEST_F(InstallerTool, RefusalIsSaidInsteadOfTheWordWhileTheHostRuns) {
         EXPECT_TRUE(isOld());
     }
     EXPECT_TRUE(ran().isEmpty()) << "the host still runs: nothing is opened";
-    host.kill();
-    host.waitForFinished();
+    host.end();
 }
 
 TEST_F(InstallerTool, ApplicationThatCannotStartDoesNotReplaceOneThatCan) {
@@ -304,16 +292,13 @@ TEST_F(InstallerTool, ApplicationThatCannotStartDoesNotReplaceOneThatCan) {
     EXPECT_TRUE(isOld());
     // And one that loses it while the tool waits.
     ASSERT_EQ(chmod(file.constData(), 0755), 0);
-    QProcess host;
-    host.start(u"sleep"_s, {u"1000"_s});
-    ASSERT_TRUE(host.waitForStarted());
+    RunningHost host;
     QProcess installer;
-    installer.start(tool(), arguments(QString::number(host.processId())));
+    installer.start(tool(), arguments(host.identifier()));
     ASSERT_TRUE(waitUntil([&] { return installer.readAllStandardOutput() == "ready\n"; }));
     ASSERT_EQ(chmod(file.constData(), 0644), 0);
     newTree = tx::test::treeOf(fresh);
-    host.kill();
-    host.waitForFinished();
+    host.end();
     ASSERT_TRUE(installer.waitForFinished(20000));
     EXPECT_EQ(installer.exitCode(), 73);
     EXPECT_THAT(installer.readAllStandardError().toStdString(),
@@ -325,21 +310,18 @@ TEST_F(InstallerTool, ApplicationThatCannotStartDoesNotReplaceOneThatCan) {
 }
 
 TEST_F(InstallerTool, HostThatDoesNotListenAnyMoreIsNotReplaced) {
-    QProcess host;
-    host.start(u"sleep"_s, {u"1000"_s});
-    ASSERT_TRUE(host.waitForStarted());
+    RunningHost host;
     // A pipe whose other end is closed, as after a host that has given up.
     const ProcessResult result = runProcess(
         u"bash"_s, QStringList{u"-c"_s, u"exec 1> >(:); wait $!; exec \"$@\""_s, u"bash"_s, tool()} +
-                       arguments(QString::number(host.processId())));
+                       arguments(host.identifier()));
     EXPECT_EQ(result.status, 75);
     EXPECT_THAT(result.errors.toStdString(), testing::HasSubstr("does not wait for its replacement"));
     EXPECT_TRUE(isOld());
     EXPECT_EQ(tx::test::treeOf(fresh), newTree);
     EXPECT_TRUE(strays().isEmpty());
     EXPECT_TRUE(ran().isEmpty());
-    host.kill();
-    host.waitForFinished();
+    host.end();
 }
 
 /// The tool, and another process that has the reading end of the pipe to the host.
@@ -384,24 +366,20 @@ TEST_F(InstallerTool, HostThatGaveUpWhenTheWordWasSaidIsNotReplaced) {
         SCOPED_TRACE(endsAtOnce);
         prepare();
         QFile::remove(path(u"ran"_s));
-        QProcess host;
-        host.start(u"sleep"_s, {u"1000"_s});
-        ASSERT_TRUE(host.waitForStarted());
+        RunningHost host;
         // The end is held open, but nobody takes the word out of the pipe any more.
-        HeardTool installer(u"sleep 1000"_s, tool(), arguments(QString::number(host.processId())));
+        HeardTool installer(u"sleep 1000"_s, tool(), arguments(host.identifier()));
         EXPECT_EQ(installer.statusWithin(700), -1) << "until it is closed, the word may still be read";
         if (endsAtOnce)
             installer.pause();
         installer.closeEnd();
         if (endsAtOnce) {
-            host.kill();
-            host.waitForFinished();
+            host.end();
             installer.goOn();
         }
         EXPECT_EQ(installer.statusWithin(20000), 75) << "without waiting for the end of the host";
         EXPECT_THAT(installer.errors(), testing::HasSubstr("has not heard that it can be replaced"));
-        host.kill();
-        host.waitForFinished();
+        host.end();
         EXPECT_TRUE(isOld());
         EXPECT_EQ(tx::test::treeOf(fresh), newTree) << "a later try finds it";
         EXPECT_TRUE(strays().isEmpty());
@@ -415,33 +393,26 @@ TEST_F(InstallerTool, HostThatGaveUpWhenTheWordWasSaidIsNotReplaced) {
 }
 
 TEST_F(InstallerTool, HostThatHeardTheWordMayCloseThePipeLongBeforeItEnds) {
-    QProcess host;
-    host.start(u"sleep"_s, {u"1000"_s});
-    ASSERT_TRUE(host.waitForStarted());
-    HeardTool installer(u"head -c 6"_s, tool(), arguments(QString::number(host.processId())));
+    RunningHost host;
+    HeardTool installer(u"head -c 6"_s, tool(), arguments(host.identifier()));
     EXPECT_EQ(installer.statusWithin(1200), -1) << "it looked at the closed pipe more than once";
     EXPECT_TRUE(isOld());
-    host.kill();
-    host.waitForFinished();
+    host.end();
     EXPECT_EQ(installer.statusWithin(20000), 0) << installer.errors();
     EXPECT_TRUE(isNew());
 }
 
 TEST_F(InstallerTool, PlaceThatTakesNothingIsFoundOutBeforeTheHostEnds) {
-    QProcess host;
-    host.start(u"sleep"_s, {u"1000"_s});
-    ASSERT_TRUE(host.waitForStarted());
-    const ProcessResult result =
-        runProcess(tx::test::helpersFolder() + u"/installer_fault_driver"_s,
-                   QStringList{u"fail"_s, u"2"_s} + arguments(QString::number(host.processId())));
+    RunningHost host;
+    const ProcessResult result = runProcess(tx::test::helpersFolder() + u"/installer_fault_driver"_s,
+                                            QStringList{u"fail"_s, u"2"_s} + arguments(host.identifier()));
     EXPECT_EQ(result.status, tx::installer::StatusCannotStage) << "at once, and not after its end";
     EXPECT_THAT(result.output.toStdString(), testing::HasSubstr("2 make "));
     EXPECT_THAT(result.output.toStdString(), testing::Not(testing::HasSubstr("opened")));
     EXPECT_THAT(result.errors.toStdString(), testing::HasSubstr("nothing can be put beside"));
     EXPECT_TRUE(isOld());
     EXPECT_EQ(tx::test::treeOf(fresh), newTree);
-    host.kill();
-    host.waitForFinished();
+    host.end();
 }
 
 TEST_F(InstallerTool, AnotherFileSystemIsCopiedFrom) {
@@ -460,10 +431,8 @@ TEST_F(InstallerTool, ReadOnlyFolderIsRefusedWhileTheHostStillRuns) {
     tx::test::writeFile(app + u"/more"_s, "x");
     oldTree = tx::test::treeOf(app);
     ASSERT_EQ(chmod(folder.toUtf8().constData(), 0500), 0);
-    QProcess host;
-    host.start(u"sleep"_s, {u"1000"_s});
-    ASSERT_TRUE(host.waitForStarted());
-    const QString pid = QString::number(host.processId());
+    RunningHost host;
+    const QString pid = host.identifier();
     ProcessResult result;
     if (geteuid() == 0) {
         // As an ordinary user: root may write everywhere.
@@ -476,9 +445,8 @@ TEST_F(InstallerTool, ReadOnlyFolderIsRefusedWhileTheHostStillRuns) {
     }
     EXPECT_EQ(result.status, tx::installer::StatusTryLater) << result.errors.constData();
     EXPECT_THAT(result.errors.toStdString(), testing::HasSubstr("cannot lock"));
-    EXPECT_EQ(host.state(), QProcess::Running);
-    host.kill();
-    host.waitForFinished();
+    EXPECT_TRUE(host.isRunning());
+    host.end();
     ASSERT_EQ(chmod(folder.toUtf8().constData(), 0700), 0);
     EXPECT_TRUE(isOld());
     EXPECT_EQ(tx::test::treeOf(fresh), newTree) << "a later try finds it";

@@ -31,6 +31,27 @@ inline QString endedProcess() {
     return QString::number(pid);
 }
 
+/// A process that an installer takes for its host, until end() or the end of the test.
+class RunningHost {
+public:
+    RunningHost() {
+        m_process.start(u"sleep"_s, {u"1000"_s});
+        EXPECT_TRUE(m_process.waitForStarted());
+    }
+    ~RunningHost() { end(); }
+    Q_DISABLE_COPY_MOVE(RunningHost)
+
+    [[nodiscard]] QString identifier() const { return QString::number(m_process.processId()); }
+    [[nodiscard]] bool isRunning() const { return m_process.state() == QProcess::Running; }
+    void end() {
+        m_process.kill();
+        m_process.waitForFinished();
+    }
+
+private:
+    QProcess m_process;
+};
+
 class InstallerTool : public FrameworkTest {
 protected:
     const QString folder = path(u"Applications"_s);

@@ -28,6 +28,14 @@ protected:
                               tx::test::entriesOf(path(u"staging/Host.app"_s)));
         return tx::test::readFile(path(u"new.tgz"_s));
     }
+    /// A feed with one build, and the answer to the request for its archive.
+    static void offer(FeedServer &server, const QByteArray &build, const HttpReply &archive) {
+        server.expect("GET", "/f",
+                      HttpReply::json("{\"release\":[{\"type\":\"build\",\"build\":\"" + build +
+                                      "\",\"downloadURL\":\"" + server.url(u"/new.tgz"_s).toUtf8() +
+                                      "\"}]}"));
+        server.expect("GET", "/new.tgz", archive);
+    }
     QStringList words(const FeedServer &server) const {
         return {u"update"_s, u"--app"_s, app, u"--feed"_s, server.url(u"/f"_s)};
     }
@@ -35,10 +43,7 @@ protected:
 
 TEST_F(TxUpdateInstall, UpdateReplacesTheApplicationAndWaitsForIt) {
     FeedServer server;
-    server.expect("GET", "/f",
-                  HttpReply::json("{\"release\":[{\"type\":\"build\",\"build\":\"1043\",\"downloadURL\":\"" +
-                                  server.url(u"/new.tgz"_s).toUtf8() + "\"}]}"));
-    server.expect("GET", "/new.tgz", HttpReply::file(newArchive()));
+    offer(server, "1043", HttpReply::file(newArchive()));
     const ProcessResult result = runWhileServing(words(server));
     EXPECT_EQ(result.status, 0) << result.errors.constData();
     EXPECT_TRUE(result.output.endsWith("Installed.\n")) << result.output.constData();
@@ -50,10 +55,7 @@ TEST_F(TxUpdateInstall, UpdateReplacesTheApplicationAndWaitsForIt) {
 
 TEST_F(TxUpdateInstall, ArchiveWithAnotherBuildIsNotInstalled) {
     FeedServer server;
-    server.expect("GET", "/f",
-                  HttpReply::json("{\"release\":[{\"type\":\"build\",\"build\":\"1044\",\"downloadURL\":\"" +
-                                  server.url(u"/new.tgz"_s).toUtf8() + "\"}]}"));
-    server.expect("GET", "/new.tgz", HttpReply::file(newArchive()));
+    offer(server, "1044", HttpReply::file(newArchive()));
     const QString build = TXBundle(app).infoString(u"CFBundleVersion"_s);
     const ProcessResult result = runWhileServing(words(server));
     EXPECT_EQ(result.status, 1);
@@ -67,10 +69,7 @@ TEST_F(TxUpdateInstall, ArchiveWithAnotherBuildIsNotInstalled) {
 
 TEST_F(TxUpdateInstall, TerminalGetsAProgressBar) {
     FeedServer server;
-    server.expect("GET", "/f",
-                  HttpReply::json("{\"release\":[{\"type\":\"build\",\"build\":\"1043\",\"downloadURL\":\"" +
-                                  server.url(u"/new.tgz"_s).toUtf8() + "\"}]}"));
-    server.expect("GET", "/new.tgz", HttpReply::file(newArchive()));
+    offer(server, "1043", HttpReply::file(newArchive()));
     // `script` gives the command a terminal.
     QProcess process;
     process.start(
@@ -145,10 +144,7 @@ TEST_F(TxUpdateInstall, InstalledButNotStartedIsNotCalledUnchanged) {
     tx::test::makeArchive(path(u"new.tgz"_s), tx::test::ArchiveKind::Tgz,
                           tx::test::entriesOf(path(u"staging/Host.app"_s)));
     FeedServer server;
-    server.expect("GET", "/f",
-                  HttpReply::json("{\"release\":[{\"type\":\"build\",\"build\":\"1043\",\"downloadURL\":\"" +
-                                  server.url(u"/new.tgz"_s).toUtf8() + "\"}]}"));
-    server.expect("GET", "/new.tgz", HttpReply::file(tx::test::readFile(path(u"new.tgz"_s))));
+    offer(server, "1043", HttpReply::file(tx::test::readFile(path(u"new.tgz"_s))));
     const ProcessResult result = runWhileServing(words(server));
     EXPECT_EQ(result.status, 1);
     EXPECT_THAT(result.errors.toStdString(),
@@ -164,10 +160,7 @@ TEST_F(TxUpdateInstall, BuildWithoutItsExecuteBitIsNotInstalled) {
     tx::test::makeArchive(path(u"new.tgz"_s), tx::test::ArchiveKind::Tgz,
                           tx::test::entriesOf(path(u"staging/Host.app"_s)));
     FeedServer server;
-    server.expect("GET", "/f",
-                  HttpReply::json("{\"release\":[{\"type\":\"build\",\"build\":\"1043\",\"downloadURL\":\"" +
-                                  server.url(u"/new.tgz"_s).toUtf8() + "\"}]}"));
-    server.expect("GET", "/new.tgz", HttpReply::file(tx::test::readFile(path(u"new.tgz"_s))));
+    offer(server, "1043", HttpReply::file(tx::test::readFile(path(u"new.tgz"_s))));
     const QStringList before = tx::test::treeOf(app);
     const ProcessResult result = runWhileServing(words(server));
     EXPECT_EQ(result.status, 1);
@@ -178,10 +171,7 @@ TEST_F(TxUpdateInstall, BuildWithoutItsExecuteBitIsNotInstalled) {
 
 TEST_F(TxUpdateInstall, DownloadErrorLeavesTheApplication) {
     FeedServer server;
-    server.expect("GET", "/f",
-                  HttpReply::json("{\"release\":[{\"type\":\"build\",\"build\":\"1043\",\"downloadURL\":\"" +
-                                  server.url(u"/new.tgz"_s).toUtf8() + "\"}]}"));
-    server.expect("GET", "/new.tgz", HttpReply{.status = 404});
+    offer(server, "1043", HttpReply{.status = 404});
     const ProcessResult result = runWhileServing(words(server));
     EXPECT_EQ(result.status, 1);
     EXPECT_THAT(result.errors.toStdString(), testing::HasSubstr("The update could not be downloaded."));
