@@ -91,4 +91,19 @@ TEST_F(Requirements, ConfigurationNamesMissingLibrariesTogetherTheStaticOnesToo)
     EXPECT_THAT(said, testing::Not(testing::HasSubstr("libnettle.a")));
 }
 
+TEST_F(Requirements, LibraryAloneNeedsNothingThatOnlyTheCommandLineToolUses) {
+    const auto configured = [this](const QString &tool) {
+        return runProcess(u"cmake"_s,
+                          {u"-S"_s, tree, u"-B"_s, path(u"build-"_s + tool), u"-G"_s, u"Ninja"_s,
+                           u"-DTARVIXUPDATE_BUILD_TESTS=OFF"_s, u"-DTARVIXUPDATE_BUILD_TXUPDATE="_s + tool,
+                           u"-DCMAKE_DISABLE_FIND_PACKAGE_CLI11=ON"_s,
+                           u"-DCMAKE_DISABLE_FIND_PACKAGE_OpenSSL=ON"_s, u"-DTARVIXUPDATE_TOML="_s});
+    };
+    EXPECT_EQ(configured(u"OFF"_s).status, 0) << configured(u"OFF"_s).errors.constData();
+    const ProcessResult whole = configured(u"ON"_s);
+    EXPECT_NE(whole.status, 0);
+    for (const char *name : {"- CLI11, for txupdate", "- OpenSSL, for txupdate", "- toml++"})
+        EXPECT_THAT(whole.errors.toStdString(), testing::HasSubstr(name));
+}
+
 } // namespace
