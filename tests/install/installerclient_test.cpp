@@ -9,7 +9,7 @@
 #include "tests/support/environment.h"
 #include "tests/support/fakes.h"
 #include "tests/support/processes.h"
-#include "tests/tools/installer/signedrelease.h"
+#include "tests/trust/signedreleases.h"
 #include "trust/verifiedarchive.h"
 
 #include <TarvixUpdate/TXUpdateHost.h>

@@ -10,7 +10,6 @@
 #include "tests/privileged/privileged.h"
 #include "tests/support/feedserver.h"
 #include "tests/support/places.h"
-#include "tests/tools/installer/signedrelease.h"
 #include "tests/trust/signedreleases.h"
 #include "trust/verifiedarchive.h"
 

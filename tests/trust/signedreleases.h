@@ -1,20 +1,29 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "base/propertylist.h"
 #include "model/host_p.h"
 #include "os/mainbundle.h"
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
 #include "tests/trust/trusttest.h"
+#include "trust/archives.h"
 #include "trust/feedsigning.h"
 
 #include <TarvixUpdate/TXBundle.h>
 #include <TarvixUpdate/TXUpdateSettings.h>
 
 #include <QDateTime>
+#include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QStringList>
+#include <QVariantMap>
+
+#include <optional>
+#include <string>
+#include <vector>
 
 namespace tx::test {
 
@@ -26,18 +35,45 @@ using Signers = std::vector<size_t>; ///< numbers of key()
 /// 2026-11-22 12:00:00, when all of these tests happen unless they say otherwise.
 inline constexpr int64_t noon = 1795348800;
 
+/// Puts a value into the Info.plist of a bundle; an invalid one removes it.
+inline void setInfo(const QString &bundle, const QString &name, const QVariant &value) {
+    const QString file = bundle + u"/Contents/Info.plist"_s;
+    const auto list = readPropertyList(readFile(file));
+    ASSERT_TRUE(bool(list)) << file.toStdString();
+    QVariantMap info = list->toMap();
+    if (value.isValid())
+        info.insert(name, value);
+    else
+        info.remove(name);
+    writeFile(file, writePropertyList(info));
+}
+
+/// The values of TXUpdatePublicKeys.
+inline QVariant listOf(const Keys &keys) {
+    QVariantList texts;
+    for (const std::string &text : keys)
+        texts << QString::fromStdString(text);
+    return texts;
+}
+/// The same for keys of key().
+inline QVariant keyTexts(const Signers &numbers) {
+    Keys keys;
+    for (const size_t number : numbers)
+        keys.push_back(keyText(key(number)));
+    return listOf(keys);
+}
+
 /// Adds keys, and other members of a property list, to a bundle's Info.plist.
 inline void addKeys(const QString &bundle, const Keys &keys, const QByteArray &more = {}) {
+    if (!keys.empty())
+        setInfo(bundle, u"TXUpdatePublicKeys"_s, listOf(keys));
+    if (more.isEmpty())
+        return;
     const QString file = bundle + u"/Contents/Info.plist"_s;
-    QByteArray list;
-    for (const std::string &one : keys)
-        list += "<string>" + QByteArray::fromStdString(one) + "</string>";
-    if (!list.isEmpty())
-        list = "<key>TXUpdatePublicKeys</key><array>" + list + "</array>";
     QByteArray info = readFile(file);
     const qsizetype end = info.lastIndexOf("</dict>");
     ASSERT_GE(end, 0) << info.constData();
-    writeFile(file, info.insert(end, list + more));
+    writeFile(file, info.insert(end, more));
 }
 
 /// `body` signed by these keys, for the host of the tests unless `signing` says otherwise.
@@ -52,17 +88,66 @@ inline QByteArray signedFeed(const QByteArray &body, const Signers &signers = {0
     return result ? QByteArray::fromStdString(result->document) : QByteArray();
 }
 
+/// The texts by which these keys say this of an archive.
+inline std::vector<std::string> textsOf(const trust::ArchiveClaim &claim, const std::string &archive,
+                                        const Signers &signers) {
+    std::vector<std::string> texts;
+    for (const size_t number : signers)
+        texts.push_back(signText(key(number), archive, trust::archiveComment(claim)));
+    return texts;
+}
+
 /// The texts that sign an archive as a build of the host of the tests.
 inline std::vector<std::string> archiveTexts(const QByteArray &archive, const std::string &build,
                                              const Signers &signers = {0},
                                              const std::optional<std::string> &onlyIn = {}) {
-    std::vector<std::string> texts;
-    for (const size_t number : signers)
-        texts.push_back(
-            signText(key(number), archive.toStdString(),
-                     trust::archiveComment({"org.example.Host", build, uint64_t(archive.size()), onlyIn})));
-    return texts;
+    return textsOf({"org.example.Host", build, uint64_t(archive.size()), onlyIn}, archive.toStdString(),
+                   signers);
 }
+
+/// Packs a bundle under its own name, and returns the archive's bytes.
+inline std::string packBundle(const QString &bundle, const QString &archive,
+                              ArchiveKind kind = ArchiveKind::Zip) {
+    makeArchive(archive, kind, entriesOf(bundle));
+    return readFile(archive).toStdString();
+}
+
+/// A release of an application as a publisher makes it.
+struct SignedRelease {
+    QString bundle;  ///< what is packed
+    QString archive; ///< where
+    ArchiveKind kind = ArchiveKind::Zip;
+    BundleDescription description{.build = u"2"_s};
+    QVariant keys = keyTexts({0, 1}); ///< the release's own; invalid: none
+    Signers signers{0};
+    std::string bytes;              ///< of the archive
+    trust::ArchiveClaim claim;      ///< what the signatures say
+    std::vector<std::string> texts; ///< the signatures
+
+    /// Makes the bundle and the archive.
+    void pack() {
+        makeBundle(bundle, description);
+        setInfo(bundle, u"TXUpdatePublicKeys"_s, keys);
+        packAgain();
+    }
+    /// After a change of the bundle.
+    void packAgain() {
+        bytes = packBundle(bundle, archive, kind);
+        claim = {description.identifier.toStdString(), description.build.toStdString(), bytes.size(), {}};
+    }
+    void sign() { texts = textsOf(claim, bytes, signers); }
+    void make() {
+        pack();
+        sign();
+    }
+    /// The words that the job ends with: no plain signature, and the texts.
+    [[nodiscard]] QStringList lastWords() const {
+        QStringList words{QString(), QString()};
+        for (const std::string &text : texts)
+            words << QString::fromStdString(text);
+        return words;
+    }
+};
 
 /// An entry of a JSON feed: texts as a list, or one alone as a text.
 inline QJsonObject entryFor(const QString &build, const QString &url, const std::vector<std::string> &texts) {

@@ -6,8 +6,8 @@
 #include "tests/support/environment.h"
 #include "tests/support/places.h"
 #include "tests/support/processes.h"
-#include "tests/tools/installer/signedrelease.h"
 #include "tests/tools/installer/stepfiles.h"
+#include "tests/trust/signedreleases.h"
 
 #include <cerrno>
 #include <fcntl.h>
