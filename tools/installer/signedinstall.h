@@ -22,8 +22,9 @@ namespace tx::installer {
                                                      const JobContext &context);
 
 /// The job "install-signed": verifies `archive` with the keys of `application`, unpacks its own copy of it
-/// beside the application, and becomes the installer tool for what came out. Whatever else the words say
-/// about the update does not count.
+/// beside the application, and becomes the installer tool for what came out, if that is newer than the
+/// application. Whatever else the words say about the update does not count. The previous application is no
+/// update: the installer puts it back where an interrupted installation has kept it, whatever its build is.
 [[nodiscard]] int installSigned(const std::vector<std::string> &words, const std::string &application,
                                 const posix::Descriptor &archive, const JobContext &context);
 

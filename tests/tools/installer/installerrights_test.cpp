@@ -399,6 +399,39 @@ TEST_F(InstallerSteps, VerifiedApplicationIsRootsAndTheUsersGoesWithIt) {
     EXPECT_EQ(tx::test::treeOf(verified), newTree);
 }
 
+TEST_F(InstallerSteps, PreviousApplicationThatWasKeptComesBackAlthoughItIsOlder) {
+    // Root takes no older build from an archive, but puts back what an interrupted installation has kept.
+    const std::string place = tx::verifiedPathFor(app.toStdString());
+    verified = QString::fromStdString(place) + u"/New.app"_s;
+    int number = 0;
+    files.decide = [&](const std::string &name, const std::string &changed) {
+        const bool stages = name == "rename" || name == "copy";
+        return stages && changed == tx::stagedPathFor(app.toStdString()) ? number : 0;
+    };
+    for (const bool isPathEmpty : {false, true}) {
+        for (const int failure : {EIO, 0}) {
+            prepare();
+            const std::string kept =
+                isPathEmpty ? tx::backupPathFor(app.toStdString()) : tx::wholePathFor(app.toStdString());
+            ASSERT_TRUE(QDir().rename(app, QString::fromStdString(kept)));
+            if (!isPathEmpty)
+                tx::test::makeBundle(app, {.build = u"2"_s});
+            tx::test::makeBundle(verified, {.build = u"3"_s, .program = program("verified")});
+            newTree = tx::test::treeOf(verified);
+            if (geteuid() == 0) { // for whom root takes nothing that is not that user's
+                session.user = 65534;
+                ASSERT_FALSE(tx::posix::changeOwner(path(u"cache"_s).toStdString(), 65534, 65534));
+            }
+            number = failure;
+            EXPECT_EQ(install(), failure == 0 ? tx::installer::StatusDone : tx::installer::StatusCannotStage)
+                << log;
+            EXPECT_THAT(log, testing::HasSubstr("an interrupted installation was undone"));
+            EXPECT_TRUE(failure == 0 ? isNew() : isOld()) << isPathEmpty;
+            EXPECT_TRUE(strays().isEmpty()) << strays().join(u' ').toStdString();
+        }
+    }
+}
+
 TEST_F(InstallerTool, RecordedSessionIsTheUsersOwn) {
     const QString record = path(u"record"_s);
     const auto sessionFrom = [&](int mode) {
