@@ -4,7 +4,6 @@
 #include "model/feedmemory.h"
 #include "os/localization.h"
 #include "os/services.h"
-#include "trust/freshness.h"
 
 #include <TarvixUpdate/TXLog.h>
 #include <TarvixUpdate/TXUpdateSettings.h>
@@ -84,17 +83,15 @@ Result<std::optional<trust::FeedClaim>> admitFeed(QByteArray &document, trust::F
                                "the feed is served with another type than its signed format has: JSON must "
                                "be served as application/json, an appcast as anything else"});
     const int64_t now = trust::trustedNow(services().now().toSecsSinceEpoch(), host.buildDate);
-    const std::optional<uint64_t> stored =
-        memory == FeedMemory::Kept ? storedSerial(host.feedName) : std::nullopt;
-    const trust::FreshnessVerdict verdict = trust::judgeFreshness(feed->claim(), stored, now);
+    const trust::FreshnessVerdict verdict = memory == FeedMemory::Kept
+                                                ? rememberFeed(feed->claim(), now)
+                                                : trust::judgeFreshness(feed->claim(), std::nullopt, now);
     if (verdict.ignoredStored)
         TXLog(TXLogLevelFailure,
               u"TXUpdate: The newest feed that was received before is dated more than a day after now, and "
               "does not count."_s);
     if (const TXError error = errorFor(verdict.freshness, feed->claim()))
         return error;
-    if (memory == FeedMemory::Kept)
-        rememberFeed(host.feedName, feed->claim().serial, verdict.ignoredStored);
     document.remove(0, qsizetype(feed->documentAt()));
     return std::optional(feed->claim());
 }

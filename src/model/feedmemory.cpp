@@ -5,7 +5,6 @@
 #include "os/services.h"
 #include "os/userdefaults.h"
 #include "trust/encoding.h"
-#include "trust/freshness.h"
 
 #include <TarvixUpdate/TXLog.h>
 #include <TarvixUpdate/TXUpdateSettings.h>
@@ -25,6 +24,10 @@ QString serialKey(const std::string &feedName) {
     return u"TXUpdateFeedSerial-"_s + QString::fromStdString(trust::encodeValue(feedName));
 }
 
+std::optional<uint64_t> serialOf(const QVariant &value) {
+    return trust::parseNumber(value.toString().toStdString());
+}
+
 std::optional<int64_t> secondsOf(const QVariant &value) {
     const QDateTime date = value.toDateTime();
     return date.isValid() ? std::optional<int64_t>(date.toSecsSinceEpoch()) : std::nullopt;
@@ -41,21 +44,30 @@ std::optional<uint64_t> storedSerial(const std::string &feedName) {
     const QVariant value = UserDefaults::standard().value(serialKey(feedName));
     if (!value.isValid())
         return std::nullopt;
-    const std::optional<uint64_t> serial = trust::parseNumber(value.toString().toStdString());
+    const std::optional<uint64_t> serial = serialOf(value);
     if (!serial)
         TXLog(TXLogLevelFailure, u"TXUpdate: The setting %@ is not a serial and does not count."_s,
               {serialKey(feedName)});
     return serial;
 }
 
-void rememberFeed(const std::string &feedName, uint64_t serial, bool replaces) {
+trust::FreshnessVerdict rememberFeed(const trust::FeedClaim &claim, int64_t now) {
     UserDefaults &defaults = UserDefaults::standard();
-    // Looked at anew: another process may have received a newer feed meanwhile.
-    const std::optional<uint64_t> stored = storedSerial(feedName);
-    if (!stored || replaces || serial > *stored)
-        (void)defaults.setValue(serialKey(feedName), QString::number(serial)); // logs a failure
-    if (defaults.value(troubleKey).isValid())
+    const std::optional<uint64_t> known = storedSerial(claim.feed);
+    trust::FreshnessVerdict verdict = trust::judgeFreshness(claim, known, now);
+    if (verdict.freshness == trust::Freshness::Fresh && known != claim.serial) {
+        const auto replace = [&](const QVariant &stored) -> std::optional<QVariant> {
+            // Judged anew: another process may have received a newer feed meanwhile.
+            verdict = trust::judgeFreshness(claim, serialOf(stored), now);
+            if (verdict.freshness != trust::Freshness::Fresh)
+                return std::nullopt;
+            return QString::number(claim.serial);
+        };
+        (void)defaults.changeValue(serialKey(claim.feed), replace); // logs a failure
+    }
+    if (verdict.freshness == trust::Freshness::Fresh && defaults.value(troubleKey).isValid())
         (void)defaults.remove(troubleKey);
+    return verdict;
 }
 
 TX_SHARED bool tellsOfFeedTrouble(const TXError &error) {

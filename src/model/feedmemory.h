@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "trust/freshness.h"
+
 #include <TarvixUpdate/TXError.h>
 
 #include <cstdint>
@@ -14,9 +16,10 @@ namespace tx {
 /// what is stored is not a serial, which is logged.
 [[nodiscard]] std::optional<uint64_t> storedSerial(const std::string &feedName);
 
-/// Remembers a feed that was verified and fresh: its serial, unless a newer one is stored. `replaces`: the
-/// stored one does not count. Ends what tellsOfFeedTrouble() counts.
-void rememberFeed(const std::string &feedName, uint64_t serial, bool replaces);
+/// Judges a feed that was verified by the newest one of its name, and remembers its serial when it is fresh.
+/// Of feeds that several processes receive in the same instant an older one neither counts behind a newer one
+/// nor takes its place. A fresh one ends what tellsOfFeedTrouble() counts.
+[[nodiscard]] trust::FreshnessVerdict rememberFeed(const trust::FeedClaim &claim, int64_t now);
 
 /// To be called with the error of a check that nobody asked for. True when its user is to be told all the
 /// same: for 14 days only feeds have come that the host could not use, and the user was not told in the last

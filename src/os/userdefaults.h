@@ -7,6 +7,9 @@
 #include <QMutex>
 #include <QVariant>
 
+#include <functional>
+#include <optional>
+
 namespace tx {
 
 /// An application's settings: typed values under keys, in one property-list file that a person can read.
@@ -38,6 +41,12 @@ public:
     TXError remove(const QString &key) { return setValue(key, {}); }
     /// Stores `value` unless the key has a text already; the text that stands afterwards.
     QString textOrSet(const QString &key, const QString &value);
+    /// Makes a value of the stored one, which is invalid when there is none; none leaves it as it is.
+    using Change = std::function<std::optional<QVariant>(const QVariant &stored)>;
+    /// Stores what `change` makes of the value. Nobody else writes in between, no other process either. A
+    /// failure is logged and returned; `change` is not called if the settings cannot be locked. It must not
+    /// use these settings.
+    TXError changeValue(const QString &key, const Change &change);
 
 private:
     struct Stamp {
@@ -48,7 +57,8 @@ private:
     };
     static Stamp stampOf(const QString &path);
     void refresh() const;
-    TXError change(const QString &key, const QVariant &value, bool onlyIfAbsent);
+    TXError store(const QString &key, const Change &change);
+    TXError storeOrLog(const QString &key, const Change &change);
 
     const QString m_path;
     mutable QMutex m_mutex;

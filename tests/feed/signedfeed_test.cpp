@@ -9,9 +9,15 @@
 #include "os/userdefaults.h"
 #include "tests/support/fakes.h"
 #include "tests/support/feedserver.h"
+#include "tests/support/places.h"
 #include "tests/trust/signedreleases.h"
 
 #include <TarvixUpdate/TXUpdateHost.h>
+
+#include <QProcess>
+
+#include <cerrno>
+#include <utility>
 
 using namespace Qt::StringLiterals;
 using namespace tx::test;
@@ -181,6 +187,37 @@ TEST_F(HostWithKeys, SerialNeverGoesBack) {
     // A feed that was refused for another reason counts for nothing.
     expectRefused(feedAt(noon + 2 * day), TXUpdateErrorFeedAheadOfClock, ahead);
     EXPECT_EQ(tx::storedSerial("release"), uint64_t(noon - 99));
+}
+
+TEST_F(HostWithKeys, OfFeedsThatTwoProcessesReceiveAtOnceNoneGoesBack) {
+    QProcess receivers[2];
+    for (int i = 0; i < 2; ++i) // serials for which this machine's clock is no matter
+        receivers[i].start(helpersFolder() + u"/feed_receiver"_s, {QString::number(i + 1), u"300"_s});
+    for (QProcess &receiver : receivers) {
+        ASSERT_TRUE(receiver.waitForFinished(100000));
+        EXPECT_EQ(receiver.exitCode(), 0) << receiver.readAllStandardError().constData();
+    }
+}
+
+TEST_F(HostWithKeys, FeedIsOlderThanOneThatAnotherProcessReceivesMeanwhile) {
+    expectTaken(feedAt(noon - 2)); // the first request stores the installation's identifier as well
+    FaultFileSystem files;
+    const QString settings = tx::UserDefaults::standard().filePath();
+    bool isReceived = false;
+    files.observer = [&](const QString &operation, const QString &) {
+        if (operation != u"lock"_s || std::exchange(isReceived, true))
+            return;
+        EXPECT_FALSE(
+            tx::UserDefaults(settings).setValue(u"TXUpdateFeedSerial-release"_s, QString::number(noon)));
+    };
+    expectRefused(feedAt(noon - 1), TXUpdateErrorFeedOlder, older);
+    EXPECT_TRUE(isReceived);
+    EXPECT_EQ(tx::storedSerial("release"), uint64_t(noon));
+    // Without the lock, what is known decides.
+    files.failOn(u"lock"_s, EACCES);
+    expectRefused(feedAt(noon - 1), TXUpdateErrorFeedOlder, older);
+    expectTaken(feedAt(noon + 1));
+    EXPECT_EQ(tx::storedSerial("release"), uint64_t(noon));
 }
 
 TEST_F(HostWithKeys, EachNameHasASerialOfItsOwn) {

@@ -102,7 +102,7 @@ QVariantMap UserDefaults::mapValue(const QString &key) const {
     return stored.typeId() == QMetaType::QVariantMap ? stored.toMap() : QVariantMap();
 }
 
-TXError UserDefaults::change(const QString &key, const QVariant &value, bool onlyIfAbsent) {
+TXError UserDefaults::store(const QString &key, const Change &change) {
     FileSystem &files = *services().fileSystem;
     const QFileInfo location(m_path);
     if (TXError error = files.createDirectory(location.path(), true))
@@ -124,11 +124,12 @@ TXError UserDefaults::change(const QString &key, const QVariant &value, bool onl
         TXLog(TXLogLevelFailure, u"TXUpdate: the unreadable settings file was set aside as %@"_s, {aside});
         m_readable = true;
     }
-    if (onlyIfAbsent && m_values.value(key).typeId() == QMetaType::QString)
+    const std::optional<QVariant> value = change(m_values.value(key));
+    if (!value)
         return {};
     QVariantMap changed = m_values;
-    if (value.isValid())
-        changed.insert(key, value);
+    if (value->isValid())
+        changed.insert(key, *value);
     else if (changed.remove(key) == 0)
         return {};
     // A link in place of the file is kept: people keep their settings in version control that way.
@@ -141,24 +142,33 @@ TXError UserDefaults::change(const QString &key, const QVariant &value, bool onl
     return {};
 }
 
-TXError UserDefaults::setValue(const QString &key, const QVariant &value) {
-    const QMutexLocker locker(&m_mutex);
-    TXError error = change(key, value, false);
+TXError UserDefaults::storeOrLog(const QString &key, const Change &change) {
+    TXError error = store(key, change);
     if (error)
         TXLog(TXLogLevelFailure, u"TXUpdate: the setting %@ could not be stored. %@"_s,
               {key, error.toString()});
     return error;
 }
 
+TXError UserDefaults::setValue(const QString &key, const QVariant &value) {
+    return changeValue(key, [&value](const QVariant &) { return value; });
+}
+
+TXError UserDefaults::changeValue(const QString &key, const Change &change) {
+    const QMutexLocker locker(&m_mutex);
+    return storeOrLog(key, change);
+}
+
 QString UserDefaults::textOrSet(const QString &key, const QString &value) {
     const QMutexLocker locker(&m_mutex);
     refresh();
-    if (m_values.value(key).typeId() != QMetaType::QString) {
-        if (const TXError error = change(key, value, true)) {
-            TXLog(TXLogLevelFailure, u"TXUpdate: the setting %@ could not be stored. %@"_s,
-                  {key, error.toString()});
+    const auto isText = [](const QVariant &stored) { return stored.typeId() == QMetaType::QString; };
+    if (!isText(m_values.value(key))) {
+        const TXError error = storeOrLog(key, [&](const QVariant &stored) {
+            return isText(stored) ? std::nullopt : std::optional<QVariant>(value);
+        });
+        if (error)
             m_values.insert(key, value);
-        }
     }
     return m_values.value(key).toString();
 }
