@@ -57,6 +57,12 @@ public:
         return digestOfFile(pathOf(name), progress);
     }
 
+    Verdict get(const QString &name, const QString &localPath, Progress & /*progress*/) override {
+        if (const TXError error = files().copy(pathOf(name), localPath))
+            return faultOf(error);
+        return std::nullopt;
+    }
+
     Outcome<StoredFeed> readFeed(const QString &name) override {
         if (!files().exists(pathOf(name)))
             return StoredFeed();

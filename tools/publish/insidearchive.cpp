@@ -2,7 +2,6 @@
 #include "publish/insidearchive.h"
 
 #include "posix/plainpropertylist.h"
-#include "publish/fetching.h"
 
 #include <QFile>
 
@@ -20,7 +19,6 @@ namespace {
 using trust::Fault;
 using trust::FaultKind;
 using trust::Outcome;
-using trust::Verdict;
 
 using Reader = std::unique_ptr<archive, int (*)(archive *)>;
 
@@ -33,7 +31,9 @@ bool isInfoOfApplication(std::string name) {
            (depth == 1 && name.ends_with("/Info.plist"));
 }
 
-Outcome<QString> identifierInFile(const QString &path) {
+} // namespace
+
+Outcome<QString> identifierInArchive(const QString &path) {
     const Reader reader(archive_read_new(), &archive_read_free);
     archive_read_support_filter_all(reader.get());
     archive_read_support_format_tar(reader.get());
@@ -60,20 +60,6 @@ Outcome<QString> identifierInFile(const QString &path) {
         entry = nullptr;
     }
     return Fault{FaultKind::Input, "the published archive has no application at its top"};
-}
-
-} // namespace
-
-Outcome<QString> identifierInArchive(const QUrl &url, const QString &scratch, qint64 most,
-                                     Progress &progress) {
-    progress.begin(u"Looking at "_s + url.fileName(), 0);
-    Verdict failed = fetchFile(url, scratch, most, progress);
-    progress.end();
-    if (failed)
-        return *std::move(failed);
-    Outcome<QString> identifier = identifierInFile(scratch);
-    QFile::remove(scratch);
-    return identifier;
 }
 
 } // namespace tx::publishing

@@ -67,8 +67,11 @@ public:
 
     Outcome<PublishReport> run() {
         using Step = Verdict (Publication::*)();
-        for (const Step step : {&Publication::checkRequest, &Publication::pack, &Publication::readFeed,
-                                &Publication::checkIdentity, &Publication::checkNotes}) {
+        // What needs no time comes first. Nothing before pack() may start a thread: see packBundle().
+        for (const Step step :
+             {&Publication::checkRequest, &Publication::checkNotesFile, &Publication::readFeed,
+              &Publication::checkIdentity, &Publication::checkNotOlder, &Publication::pack,
+              &Publication::checkPublishedArchive, &Publication::checkNotes}) {
             if (Verdict refused = (this->*step)())
                 return *std::move(refused);
         }
@@ -76,7 +79,7 @@ public:
             return isThere.fault();
         else if (*isThere)
             return unchanged();
-        for (const Step step : {&Publication::checkOrder, &Publication::edit}) {
+        for (const Step step : {&Publication::checkGreater, &Publication::edit}) {
             if (Verdict refused = (this->*step)())
                 return *std::move(refused);
         }
@@ -126,6 +129,9 @@ private:
         if (!m_request.bounds.minSystem.isNull() && !m_request.bounds.maxSystem.isNull() &&
             compareVersions(m_request.bounds.minSystem, m_request.bounds.maxSystem) > 0)
             return input(u"--min-system is after --max-system: nobody would see the build"_s);
+        if (!m_request.notesSize.isNull() && sizeFromFeedText(m_request.notesSize).isEmpty())
+            return input(u"\"%1\" is not a size of the notes: width and height were expected, such as "
+                         "{640, 480}"_s.arg(m_request.notesSize));
         if (m_request.types.contains(ArchiveType::Tzst)) {
             if (m_request.tzstFrom.isNull())
                 return input(
@@ -160,7 +166,6 @@ private:
         return m_request.keys ? *m_request.keys : none;
     }
 
-    /// Before anything else happens in this process: see packBundle().
     Verdict pack() {
         const Outcome<std::vector<BundleEntry>> entries = listBundle(m_application.path);
         if (!entries)
@@ -218,48 +223,77 @@ private:
         return result;
     }
 
+    [[nodiscard]] Fault isFor(const QString &where, const QString &identifier) const {
+        return {FaultKind::Mismatch,
+                u"%1 is for %2, and this application is %3. Applications refuse a build of another "
+                "identifier"_s.arg(where, identifier, m_report.identifier)
+                    .toStdString()};
+    }
+
+    /// By what is signed in the feed.
     Verdict checkIdentity() {
-        const auto other = [this](const QString &where, const QString &identifier) {
-            return Fault{FaultKind::Mismatch,
-                         u"%1 is for %2, and this application is %3. Applications refuse a build of another "
-                         "identifier"_s.arg(where, identifier, m_report.identifier)
-                             .toStdString()};
-        };
         if (!m_request.identifier.isNull() && m_request.identifier != m_report.identifier)
-            return other(u"the configuration"_s, m_request.identifier);
+            return isFor(u"the configuration"_s, m_request.identifier);
         const auto &claim = m_feed->document().claim();
         if (claim && claim->bundle != m_application.info.bundle)
-            return other(u"the feed"_s, toText(claim->bundle));
+            return isFor(u"the feed"_s, toText(claim->bundle));
         if (claim && claim->feed != m_place.feedName.toStdString())
             return input(u"the feed has the name \"%1\" in its signature, and this application looks for "
                          "\"%2\""_s.arg(toText(claim->feed), m_place.feedName));
-        bool isKnown = claim.has_value() || !m_request.identifier.isNull();
-        const FeedDocument::Entry *newest = nullptr;
+        m_isIdentityKnown = claim.has_value() || !m_request.identifier.isNull();
         for (const FeedDocument::Entry *entry : builds()) {
             const QString identifier = signatureOf(entry->members).identifier;
             if (!identifier.isNull() && identifier != m_report.identifier)
-                return other(describe(entry->members), identifier);
-            isKnown = isKnown || !identifier.isNull();
+                return isFor(describe(entry->members), identifier);
+            m_isIdentityKnown = m_isIdentityKnown || !identifier.isNull();
+        }
+        return std::nullopt;
+    }
+
+    /// When nothing that is signed tells the identifier, the newest archive does.
+    Verdict checkPublishedArchive() {
+        const FeedDocument::Entry *newest = nullptr;
+        for (const FeedDocument::Entry *entry : builds()) {
             if (!textOf(entry->members, u"downloadURL"_s).isEmpty() &&
                 (!newest || compareVersions(textOf(entry->members, u"build"_s),
                                             textOf(newest->members, u"build"_s)) > 0))
                 newest = entry;
         }
-        if (isKnown || !newest)
+        if (m_isIdentityKnown || !newest)
             return std::nullopt;
-        // Nothing that is signed tells it: the archive itself does.
         const QUrl url = urlFromFeedText(textOf(newest->members, u"downloadURL"_s));
-        const Outcome<QString> identifier = identifierInArchive(url, m_scratch.filePath(u"published"_s),
-                                                                m_request.limits.archive, m_progress);
+        const QString name = url.fileName();
+        const QString copy = m_scratch.filePath(u"published"_s);
+        const bool isElsewhere = url != urlOf(m_place, name);
+        m_progress.begin(u"Looking at "_s + name, 0);
+        const Verdict failed = m_place.isServed || isElsewhere
+                                   ? fetchFile(url, copy, m_request.limits.archive, m_progress)
+                                   : m_target.get(name, copy, m_progress);
+        m_progress.end();
+        const Outcome<QString> identifier = failed ? Outcome<QString>(*failed) : identifierInArchive(copy);
         if (!identifier)
             return Fault{identifier.fault().kind,
                          "it cannot be found out whether the feed is for this application: " +
                              identifier.fault().what + ". Name the application with --identifier"};
         if (*identifier != m_report.identifier)
-            return other(describe(newest->members), *identifier);
+            return isFor(describe(newest->members), *identifier);
         return std::nullopt;
     }
 
+    Verdict checkNotesFile() {
+        if (m_request.notes.isNull() || hasNotesUrl())
+            return std::nullopt;
+        QFile file(m_request.notes);
+        if (!file.open(QIODevice::ReadOnly))
+            return Fault{FaultKind::File,
+                         u"the notes cannot be loaded: %1: %2"_s.arg(m_request.notes, file.errorString())
+                             .toStdString()};
+        if (file.readAll().trimmed().isEmpty())
+            return input(u"the notes in %1 are empty"_s.arg(m_request.notes));
+        return std::nullopt;
+    }
+
+    /// Where the notes will be; a URL must have them already.
     Verdict checkNotes() {
         if (m_request.notes.isNull())
             return std::nullopt;
@@ -272,13 +306,6 @@ private:
                 return input(u"the notes at %1 are empty"_s.arg(m_notesUrl.toString()));
             return std::nullopt;
         }
-        QFile file(m_request.notes);
-        if (!file.open(QIODevice::ReadOnly))
-            return Fault{FaultKind::File,
-                         u"the notes cannot be loaded: %1: %2"_s.arg(m_request.notes, file.errorString())
-                             .toStdString()};
-        if (file.readAll().trimmed().isEmpty())
-            return input(u"the notes in %1 are empty"_s.arg(m_request.notes));
         QString suffix = QFileInfo(m_request.notes).suffix();
         suffix = suffix.isEmpty() ? u"html"_s : suffix;
         m_notesName = QFileInfo(m_parcels.first().archive.name).completeBaseName() + u'.' + suffix;
@@ -320,20 +347,29 @@ private:
         return std::nullopt;
     }
 
+    /// The entry of this build for an archive; null when there is none.
+    [[nodiscard]] const FeedDocument::Entry *entryOf(const Parcel &parcel) const {
+        const auto all = builds();
+        const auto found = std::ranges::find_if(all, [&](const FeedDocument::Entry *entry) {
+            return textOf(entry->members, u"build"_s) == m_report.build &&
+                   urlFromFeedText(textOf(entry->members, u"downloadURL"_s)) == parcel.url;
+        });
+        return found == all.end() ? nullptr : *found;
+    }
+
     /// The same archive under the same URL, in an entry of this build: an earlier run came to its end.
     Outcome<bool> isPublishedAlready() {
         for (const Parcel &parcel : std::as_const(m_parcels)) {
-            const auto all = builds();
-            const bool isNamed = std::ranges::any_of(all, [&](const FeedDocument::Entry *entry) {
-                return textOf(entry->members, u"build"_s) == m_report.build &&
-                       urlFromFeedText(textOf(entry->members, u"downloadURL"_s)) == parcel.url;
-            });
-            if (!isNamed)
+            if (!entryOf(parcel))
                 return false;
             const Outcome<std::optional<quint64>> size = m_target.sizeOf(parcel.archive.name);
             if (!size)
                 return size.fault();
-            if (*size != parcel.archive.size || check(parcel))
+            const Verdict wrong = *size == parcel.archive.size ? check(parcel) : std::nullopt;
+            // A server that does not answer says nothing about the archive.
+            if (wrong && wrong->kind == FaultKind::File)
+                return *wrong;
+            if (*size != parcel.archive.size || wrong)
                 return input(
                     u"build %1 is published already, with another archive. Applications that have it "
                     "would never get this one: increase CFBundleVersion"_s.arg(m_report.build));
@@ -346,16 +382,49 @@ private:
             if (Verdict failed = m_feed->finishInterrupted())
                 return *std::move(failed);
         }
-        say(u"build %1 is published already: nothing to do"_s.arg(m_report.build));
         m_report.state = PublishReport::State::Unchanged;
+        const bool areNotesNamed = std::ranges::all_of(m_parcels, [this](const Parcel &parcel) {
+            return urlFromFeedText(textOf(entryOf(parcel)->members, u"releaseNotesURL"_s)) == m_report.notes;
+        });
+        if (!m_request.notes.isNull() && !areNotesNamed)
+            m_report.warnings << u"build %1 is published with other notes or without any, and its entry stays. "
+                                 "To change it, withdraw the build and publish it again"_s.arg(
+                                     m_report.build);
+        else if (!m_notesName.isNull() && !areNotesThere())
+            return replaceNotes();
+        say(u"build %1 is published already: nothing to do"_s.arg(m_report.build));
         return m_report;
     }
 
+    [[nodiscard]] bool areNotesThere() {
+        Progress silent(-1);
+        const Outcome<FetchedFile> local = digestOfFile(m_request.notes, silent);
+        const Outcome<FetchedFile> published = m_target.digestOf(m_notesName, silent);
+        return local && published && local->digest == published->digest;
+    }
+
+    /// Publishers correct notes: what they point to is not signed, and may change.
+    Outcome<PublishReport> replaceNotes() {
+        say(u"build %1 is published already, with other notes"_s.arg(m_report.build));
+        say(u"upload %1"_s.arg(m_notesName));
+        if (m_place.isDryRun)
+            return m_report;
+        if (Verdict failed = uploadNotes())
+            return *std::move(failed);
+        return m_report;
+    }
+
+    /// Before an archive is packed: the feed has a newer one.
+    Verdict checkNotOlder() { return checkOrder(-1); }
+
     /// No application may see this build beside one that is as new.
-    Verdict checkOrder() {
+    Verdict checkGreater() { return checkOrder(0); }
+
+    /// `most`: how the build may at most compare with one that is refused beside it.
+    Verdict checkOrder(int most) {
         for (const FeedDocument::Entry *entry : builds()) {
             const QString build = textOf(entry->members, u"build"_s);
-            if (compareVersions(m_report.build, build) > 0 ||
+            if (compareVersions(m_report.build, build) > most ||
                 !overlap(boundsOf(entry->members), m_request.bounds))
                 continue;
             return input(u"build %1 is not greater than build %2, which the feed has in the track \"%3\": "
@@ -510,6 +579,7 @@ private:
     QUrl m_notesUrl;
     QString m_notesName; ///< of an uploaded file
     QList<Parcel> m_parcels;
+    bool m_isIdentityKnown = false; ///< without a look into an archive
     std::optional<FeedReplacement> m_feed;
     PublishReport m_report;
 };

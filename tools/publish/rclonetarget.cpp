@@ -29,6 +29,8 @@ constexpr int doneStatus = 0;
 constexpr int noFolderStatus = 3;
 constexpr int noFileStatus = 4;
 
+const QString uploading = u"upload to"_s;
+
 struct Ended {
     int status = 0;
     QByteArray output;
@@ -90,6 +92,10 @@ public:
         return FetchedFile{stream.size(), stream.digest()};
     }
 
+    Verdict get(const QString &name, const QString &localPath, Progress &progress) override {
+        return copy(u"download from"_s, m_remote + name, localPath, &progress);
+    }
+
     Outcome<StoredFeed> readFeed(const QString &name) override {
         Outcome<std::optional<QByteArray>> feed = read(name);
         if (!feed)
@@ -107,7 +113,7 @@ public:
     }
 
     Verdict put(const QString &localPath, const QString &name, Progress &progress) override {
-        return copy(localPath, name, &progress);
+        return copy(uploading, localPath, m_remote + name, &progress);
     }
 
     Verdict replaceFeed(const QString &name, const QByteArray &content) override {
@@ -119,8 +125,8 @@ public:
                          "a temporary file cannot be written: " + file.errorString().toStdString() +
                              ". Set TMPDIR to a folder that you can write to"};
         if (m_replacesAtOnce)
-            return copy(file.fileName(), name, nullptr);
-        if (const Verdict failed = copy(file.fileName(), temporaryName(name), nullptr))
+            return copy(uploading, file.fileName(), m_remote + name, nullptr);
+        if (const Verdict failed = copy(uploading, file.fileName(), m_remote + temporaryName(name), nullptr))
             return failed;
         const Outcome<Ended> ended = run({u"moveto"_s, m_remote + temporaryName(name), m_remote + name});
         if (!ended)
@@ -191,9 +197,10 @@ private:
         return std::optional(ended->output);
     }
 
-    Verdict copy(const QString &localPath, const QString &name, Progress *progress) {
+    /// `action`: in words, for a fault.
+    Verdict copy(const QString &action, const QString &from, const QString &to, Progress *progress) {
         // What is there may have the same size and time and yet be something else.
-        QStringList words{u"copyto"_s, u"--ignore-times"_s, localPath, m_remote + name};
+        QStringList words{u"copyto"_s, u"--ignore-times"_s, from, to};
         if (progress)
             words << u"--use-json-log"_s << u"--log-level"_s << u"INFO"_s << u"--stats"_s << u"500ms"_s
                   << u"--log-file"_s << u"/dev/stdout"_s;
@@ -219,7 +226,7 @@ private:
             return std::nullopt;
         if (ended.errors.isEmpty())
             ended.errors = lastError.isEmpty() ? QString::fromUtf8(rest.trimmed().right(500)) : lastError;
-        return faultOf(u"upload to"_s, ended);
+        return faultOf(action, ended);
     }
 
     const QString m_remote;

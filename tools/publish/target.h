@@ -35,6 +35,9 @@ public:
     virtual trust::Outcome<std::optional<quint64>> sizeOf(const QString &name) = 0;
     /// What is in a file that is there: read from the target itself, not by GET.
     virtual trust::Outcome<FetchedFile> digestOf(const QString &name, Progress &progress) = 0;
+    /// Copies a file that is there to a new local one.
+    [[nodiscard]] virtual trust::Verdict get(const QString &name, const QString &localPath,
+                                             Progress &progress) = 0;
     virtual trust::Outcome<StoredFeed> readFeed(const QString &name) = 0;
     /// Puts a copy of a local file there, in place of one of that name.
     [[nodiscard]] virtual trust::Verdict put(const QString &localPath, const QString &name,

@@ -292,6 +292,7 @@ QList<Refusal> refusals() {
          {u"--archive"_s, u"tgz"_s, u"--archive"_s, u"tzst"_s},
          "name it with --tzst-from"},
         {"TzstAlone", {u"--archive"_s, u"tzst"_s, u"--tzst-from"_s, u"9"_s}, "add --archive tgz for them"},
+        {"NotesSizeThatIsNone", {u"--notes-size"_s, u"640x480"_s}, "\"640x480\" is not a size of the notes"},
         {"UnknownType", {u"--archive"_s, u"rar"_s}, "\"rar\" is not an archive's type"},
     };
 }
@@ -326,6 +327,54 @@ INSTANTIATE_TEST_SUITE_P(What, RefusedPublication, testing::Range(0, int(refusal
                          [](const testing::TestParamInfo<int> &one) {
                              return std::string(refusals()[one.param].name);
                          });
+
+TEST_F(Publish, WhatTheFeedOrTheNotesSayIsRefusedBeforeAnythingIsPacked) {
+    publishEarlier();
+    writeFile(path(u"empty.html"_s), " ");
+    const std::tuple<QString, QByteArray, QStringList, const char *> cases[] = {
+        {u"1041"_s, {}, {}, "build 1041 is not greater"},
+        {u"1043"_s, "org.example.Other", {}, "the feed is for org.example.Host"},
+        {u"1043"_s, {}, {u"--notes"_s, path(u"none.html"_s)}, "the notes cannot be loaded"},
+        {u"1043"_s, {}, {u"--notes"_s, path(u"empty.html"_s)}, "are empty"}};
+    for (const auto &[build, identifier, words, reason] : cases) {
+        makeNext(build);
+        const QString info = path(u"next/My.app/Contents/Info.plist"_s);
+        if (!identifier.isEmpty())
+            writeFile(info, readFile(info).replace("org.example.Host", identifier));
+        // Packing would be refused for another reason.
+        expectRefused(publish(QStringList{u"--largest-archive"_s, u"1"_s} + words), reason);
+    }
+}
+
+TEST_F(Publish, ServerThatDoesNotAnswerIsNotAnotherArchive) {
+    publishEarlier();
+    makeNext(u"1042"_s);
+    overriding = [](const HttpRequest &request) -> std::optional<HttpReply> {
+        return request.path().endsWith(".tgz") ? std::optional(HttpReply{.status = 503}) : std::nullopt;
+    };
+    const ProcessResult result = publish();
+    expectRefused(result, "the server does not give ");
+    EXPECT_THAT(result.errors.toStdString(), testing::Not(testing::HasSubstr("another archive")));
+}
+
+TEST_F(Publish, NotesOfAPublishedBuildAreCorrectedOrTheirPublisherIsTold) {
+    const QStringList notes{u"--notes"_s, path(u"n.html"_s)};
+    writeFile(path(u"n.html"_s), "<p>teh</p>");
+    ASSERT_EQ(publish(notes).status, 0);
+    const QByteArray feed = readFile(site(u"feed.json"_s));
+    expectSaid(publish(notes), 0, "build 1043 is published already: nothing to do");
+    writeFile(path(u"n.html"_s), "<p>the</p>");
+    expectSaid(publish(notes + QStringList{u"--dry-run"_s}), 0, "upload My-1043.html");
+    EXPECT_EQ(readFile(site(u"My-1043.html"_s)), "<p>teh</p>");
+    expectSaid(publish(notes), 0, "build 1043 is published already, with other notes");
+    EXPECT_EQ(readFile(site(u"My-1043.html"_s)), "<p>the</p>");
+    EXPECT_EQ(readFile(site(u"feed.json"_s)), feed);
+    // The entry would have to name them.
+    writeFile(path(u"n.txt"_s), "the");
+    expectSaid(publish({u"--notes"_s, path(u"n.txt"_s)}), 0, "withdraw the build and publish it again");
+    EXPECT_FALSE(QFileInfo::exists(site(u"My-1043.txt"_s)));
+    EXPECT_EQ(readFile(site(u"feed.json"_s)), feed);
+}
 
 TEST_F(Publish, NotesThatTheServerDoesNotGiveAreRefused) {
     expectRefused(publish({u"--notes"_s, server.url(u"/none.html"_s)}),
@@ -468,6 +517,12 @@ TEST_F(Publish, FeedThatIsNotSignedTellsItsApplicationByItsArchive) {
     expectRefused(publish({}, {}),
                   "build 1042 (1042), My-1042.tgz is for org.example.Host, and this application is "
                   "org.example.Other");
+    // A target that nobody serves tells it itself.
+    const qsizetype asked = server.requests().size();
+    expectRefused(publish({u"--not-served"_s}, {}), "is for org.example.Host, and this application is ");
+    makeUnsigned(u"1042"_s);
+    expectSaid(publish({u"--not-served"_s}, {}), 0, "build 1042 is published already: nothing to do");
+    EXPECT_EQ(server.requests().size(), asked);
     makeUnsigned(u"1043"_s);
     ASSERT_TRUE(QFile::rename(site(u"My-1042.tgz"_s), path(u"away.tgz"_s)));
     expectRefused(publish({}, {}), "it cannot be found out whether the feed is for this application");
