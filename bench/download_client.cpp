@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// download_client URL [MINISIG]: downloads an update's archive as a host does, with progress; prints the peak
-// memory. With a signature of build 2, as the feed of a host with keys has it.
+// download_client URL [MINISIG]: downloads an update's archive as a host does, with progress, and prints the
+// peak memory. MINISIG is a signature of build 2, as in the feed of a host with keys.
 #include "bench/benchhost.h"
 #include "bench/peakmemory.h"
 #include "model/updateentry.h"

@@ -46,7 +46,7 @@ public:
     [[nodiscard]] QString localizedFailureReason() const;
     /// What the user can do.
     [[nodiscard]] QString localizedRecoverySuggestion() const;
-    /// The error that caused this one; null when there is none.
+    /// The error that caused this one; null if there is none.
     TXError underlyingError() const;
     /// Further facts, such as "path".
     [[nodiscard]] QVariantMap userInfo() const;

@@ -6,8 +6,8 @@
 #include <QObject>
 #include <QStringList>
 
-/// Makes Qt know the names of the enumerators, for logs and scripts. Its members belong to the global
-/// namespace, too.
+/// Registers the enumerators with Qt's meta-object system, so that logs and scripts can print their names.
+/// The members are also visible in the global namespace.
 inline namespace TXLogEnumerations {
 Q_NAMESPACE_EXPORT(TX_EXPORT)
 
@@ -15,7 +15,7 @@ Q_NAMESPACE_EXPORT(TX_EXPORT)
 enum TXLogLevel : int {
     TXLogLevelAlways = 0,  ///< logged at every level
     TXLogLevelFailure = 1, ///< something that the user asked for did not work
-    TXLogLevelNotice = 4,  ///< something unusual that the framework handled by itself
+    TXLogLevelNotice = 4,  ///< something unusual that the framework could handle
     TXLogLevelStep = 5,    ///< a step of download, unarchiving, installation or relaunch
     TXLogLevelDetail = 6,  ///< detail for people who debug a feed
 };
@@ -23,10 +23,11 @@ Q_ENUM_NS(TXLogLevel)
 
 } // namespace TXLogEnumerations
 
-/// Writes one line to Qt's message handler, category "tarvixupdate", when `level` is at most TXLogGetLevel()
-/// or a rule of QT_LOGGING_RULES asks for it: "tarvixupdate.info=true" for the levels up to 5,
-/// "tarvixupdate.debug=true" for 6. "tarvixupdate.warning=false" silences failures, too. `format` holds the
-/// conversions %@, %s, %d, %ld and %lu, filled in order with `arguments`. Thread: any.
+/// Writes one line to Qt's message handler in the category "tarvixupdate". The line is written if `level` is
+/// at most TXLogGetLevel(), or if a rule in QT_LOGGING_RULES enables it: "tarvixupdate.info=true" enables the
+/// levels up to 5, "tarvixupdate.debug=true" enables 6. "tarvixupdate.warning=false" also disables failures.
+/// `format` may contain the conversions %@, %s, %d, %ld and %lu; `arguments` replace them in order. Thread:
+/// any.
 TX_EXPORT void TXLog(int level, const QString &format, const QStringList &arguments = {});
 
 /// The level from the environment variable TXUPDATE_LOG_LEVEL, read once; 1 if it is absent or not a number.

@@ -10,8 +10,8 @@
 class QWidget;
 class TXStandardUpdateController;
 
-/// Makes Qt know the names of the enumerators, for logs and scripts. Its members belong to the global
-/// namespace, too.
+/// Registers the enumerators with Qt's meta-object system, so that logs and scripts can print their names.
+/// The members are also visible in the global namespace.
 inline namespace TXStandardUpdateControllerEnumerations {
 Q_NAMESPACE_EXPORT(TX_EXPORT)
 
@@ -25,8 +25,8 @@ Q_ENUM_NS(TXStandardUpdateControllerStatus)
 
 } // namespace TXStandardUpdateControllerEnumerations
 
-/// What the standard controller asks its host and reports to it. Thread: all calls arrive on the main thread.
-/// Ownership: the host's.
+/// The host's side of the standard controller: answers its questions and receives its notifications. Thread:
+/// all calls arrive on the main thread. Ownership: the host's.
 class TX_EXPORT TXStandardUpdateControllerDelegate {
 public:
     virtual ~TXStandardUpdateControllerDelegate();
@@ -59,8 +59,8 @@ public:
 ///     connect(checkAction, &QAction::triggered, &updates,
 ///             [&] { updates.checkForUpdateAndShowChecking(true, true); });
 ///
-/// Thread: main. Ownership: the parent's if there is one, else the host's; it lives as long as the
-/// application. It becomes the shared updater's delegate.
+/// Thread: main. Ownership: the parent's, or the host's if there is no parent. Keep the controller as long as
+/// the application runs. The controller becomes the shared updater's delegate.
 class TX_EXPORT TXStandardUpdateController final : public QObject, public TXUpdaterDelegate {
     Q_OBJECT
     Q_DISABLE_COPY_MOVE(TXStandardUpdateController)
@@ -68,9 +68,10 @@ class TX_EXPORT TXStandardUpdateController final : public QObject, public TXUpda
     Q_PROPERTY(bool hasPostsToShowAtQuit READ hasPostsToShowAtQuit NOTIFY interfaceChanged FINAL)
     Q_PROPERTY(bool hasPostsToShowPassively READ hasPostsToShowPassively NOTIFY interfaceChanged FINAL)
 public:
-    /// Finds out whether the application can be updated where it is. setup() does the rest.
+    /// The constructor checks whether the application can be updated at its current path. setup() does
+    /// everything else.
     TXStandardUpdateController();
-    /// The same, owned by `parent`.
+    /// Creates a controller that `parent` owns.
     explicit TXStandardUpdateController(QObject *parent);
     ~TXStandardUpdateController() override;
 
@@ -101,9 +102,9 @@ public:
     void setup();
     /// The name of the application in alerts: QCoreApplication::applicationName().
     [[nodiscard]] static QString applicationName();
-    /// One check, quiet or with the checking panel; `showUpdate`: offer what was found. With the panel this
-    /// returns when the panel is closed. While another check runs, whoever started it, the panel joins that
-    /// one and shows its result; a quiet check does nothing then.
+    /// Runs one check, either quietly or with the checking panel. If `showUpdate` is true, a found update is
+    /// offered to the user. With the panel, the call returns when the panel is closed. If another check is
+    /// already running, the panel shows that check's result, and a quiet check does nothing.
     void checkForUpdateAndShowChecking(bool showChecking, bool showUpdate);
     /// What a check does with a feed: see setFeed(). Then it shows the update panel (`showUpdate`), or the
     /// message that there is nothing newer (`showChecking`).
@@ -112,7 +113,7 @@ public:
     void checkingDidReceiveError(const TXError &error, bool showChecking);
     /// Shows the update panel, or raises it if it is open. Does nothing without a best update.
     void showBestUpdateInPanel();
-    /// Tells the user if the application cannot be updated where it is, and returns whether it did.
+    /// If the application cannot be updated at its current path, tells the user so and returns true.
     bool complainIfInReadOnlyVolume();
     /// Tells the delegate and emits interfaceChanged().
     void updateInterfaceForStatus();

@@ -13,8 +13,8 @@
 
 struct TXUpdatePrivate;
 
-/// The code, in TXCocoaErrorDomain, of an operation that did not fail but was cancelled: the application
-/// refused to quit for an installation, or the update was destroyed meanwhile.
+/// The code, in TXCocoaErrorDomain, of an operation that was cancelled: the application refused to quit for
+/// an installation, or the update was destroyed during the operation.
 inline constexpr int TXErrorCancelled = 3072;
 
 /// One available build of the host application, as the feed describes it, with its download and installation.
@@ -69,7 +69,7 @@ public:
 
     /// An empty update, for hosts that fill it themselves.
     TXUpdate();
-    /// The same, owned by `parent`.
+    /// Creates an update that `parent` owns.
     explicit TXUpdate(QObject *parent);
     ~TXUpdate() override; ///< Cancels; see above.
 
@@ -89,7 +89,8 @@ public:
     [[nodiscard]] QString dateString() const override;
     /// See setTitle().
     void setDateString(const QString &text);
-    /// What is new, as text or HTML, shown if there is no `releaseNotesURL` or it does not load.
+    /// What is new in this version, as plain text or HTML. Shown if there is no `releaseNotesURL` or that
+    /// page cannot be loaded.
     [[nodiscard]] QString itemDescription() const;
     /// See setTitle().
     void setItemDescription(const QString &text);
@@ -124,22 +125,23 @@ public:
 
     /// `dateString` ("yyyy-MM-dd HH:mm:ss", US Pacific time) as a date; invalid for any other form.
     [[nodiscard]] QDateTime date() const override;
-    /// Minor and patch number of `displayVersion` are 0 or absent. Exactly one of this and the next two
-    /// holds.
+    /// True if the minor and patch numbers of `displayVersion` are 0 or absent. Exactly one of this function
+    /// and the next two returns true.
     [[nodiscard]] bool isMajorVersion() const;
     /// `displayVersion` has a minor number other than 0, and the patch number 0 or none.
     [[nodiscard]] bool isMinorVersion() const;
     /// `displayVersion` has a patch number other than 0.
     [[nodiscard]] bool isBugfixVersion() const;
-    /// One of the application's keys (TXUpdatePublicKeys in its Info.plist) has signed what the archive must
-    /// be. The archive itself is verified while it is downloaded and before it is unpacked. False for an
-    /// application without keys.
+    /// True if the feed carries a signature of this update's archive by one of the application's keys
+    /// (TXUpdatePublicKeys in its Info.plist). The archive itself is verified during the download and again
+    /// before it is unpacked. Always false for an application without keys.
     [[nodiscard]] bool isSigned() const;
-    /// There is an archive, and no downloadRefusal().
+    /// True if the update has an archive and downloadRefusal() is null.
     [[nodiscard]] bool canBeDownloaded() const;
-    /// Why the archive must not be downloaded, for the user: a feed with an https URL may name only https
-    /// archives, and an application with keys takes only archives that one of them has signed
-    /// (TXUpdateErrorDomain). Null if the download is allowed or there is no archive.
+    /// Returns an error for the user that says why the archive must not be downloaded. Null if the download
+    /// is allowed, and if the update has no archive. If the feed has an https URL and the archive does not,
+    /// the domain is "TXUpdater". If none of the application's keys has signed the archive, or the keys are
+    /// malformed, the domain is TXUpdateErrorDomain.
     [[nodiscard]] TXError downloadRefusal() const;
 
     /// Equal in all that the feed says: title, version, date, strings, URLs and conditions.
@@ -150,28 +152,29 @@ public:
 
     /// The archive is complete, at `downloadPath`.
     [[nodiscard]] bool isDownloaded() const;
-    /// For a host that downloads by itself: says that `downloadPath` is complete.
+    /// For a host that downloads updates itself: states that the file at `downloadPath` is complete.
     void setDownloaded(bool downloaded);
     /// True from downloadWithProgress() until just before its handler is called.
     [[nodiscard]] bool isDownloading() const;
     /// Full path of the archive while it is downloading and once it is downloaded, else null.
     [[nodiscard]] QString downloadPath() const;
-    /// For a host that downloads by itself: where the archive is.
+    /// For a host that downloads updates itself: the archive's path.
     void setDownloadPath(const QString &path);
     /// 0.0 to 1.0.
     [[nodiscard]] double downloadProgress() const;
     /// In bytes; the largest number while the size is unknown.
     [[nodiscard]] quint64 downloadSize() const;
 
-    /// Downloads the archive into the update cache directory. Does nothing, and never calls the handlers,
-    /// while downloading and once downloaded. `progress` may be null. Ends a download that the framework
-    /// began by itself. Errors: TXURLErrorDomain; TXUpdateErrorDomain for an archive that is not what the
-    /// application's keys have signed; or "TXUpdater" for a file that went missing, a folder that is in use,
-    /// `downloadRefusal`, and a host whose Info.plist does not say which application it is.
+    /// Downloads the archive into the update cache directory. Does nothing and calls neither handler if a
+    /// download is running or the archive has already been downloaded. `progress` may be null. If the
+    /// framework is downloading another update automatically, that download is cancelled. Errors:
+    /// TXURLErrorDomain for network errors; TXUpdateErrorDomain if the archive does not match its signature;
+    /// "TXUpdater" if a file is missing, a folder is in use, `downloadRefusal` refuses the download, or the
+    /// host's Info.plist has no identifier.
     void downloadWithProgress(const ProgressHandler &progress, const CompletionHandler &completion);
     /// Ends a running download; its completion handler gets a null error. The partial file is deleted.
     void cancelDownload();
-    /// Removes the folder that holds the download, with everything in it.
+    /// Removes the folder of the download with everything in it.
     void cleanup();
 
     /// True from installWithErrorHandler() until its handler is called or the process ends.
@@ -179,15 +182,15 @@ public:
     /// What setInstalled() stored; a failed installation clears it. The framework does not set it: a
     /// successful installation ends the process.
     [[nodiscard]] bool isInstalled() const;
-    /// For a host that installs by itself. The framework does not call it.
+    /// For a host that installs updates itself. The framework does not call this function.
     void setInstalled(bool installed);
 
-    /// Verifies the archive if the application has keys, unpacks what was verified, asks the application to
-    /// quit (TXUpdaterDelegate::updaterShouldQuitToInstall) and hands the new application to the installer
-    /// tool, which ends this process. The handler is called with an error when that fails, with
-    /// TXErrorCancelled when the application refuses to quit, and with a null error when the new application
-    /// was put into the Downloads folder instead. While installing and before the download this does nothing,
-    /// and the handler is never called.
+    /// Installs the downloaded update: verifies the archive if the application has keys, unpacks it, and asks
+    /// the application to quit (TXUpdaterDelegate::updaterShouldQuitToInstall). It then starts the installer
+    /// tool with the new application and ends this process. The handler is called with an error if one of
+    /// these steps fails, with TXErrorCancelled if the application refuses to quit, and with a null error if
+    /// the new application was moved to the Downloads folder instead of being installed. Does nothing and
+    /// does not call the handler if an installation is running or the archive has not been downloaded.
     void installWithErrorHandler(const CompletionHandler &handler);
     /// Does nothing: an installation that has begun cannot be stopped.
     void cancelInstalling();
@@ -196,7 +199,7 @@ public:
     void launch();
 
 Q_SIGNALS:
-    /// A value from the feed changed, and with it what is derived from it.
+    /// A value from the feed changed, and thus also the values that are derived from it.
     void itemChanged();
     /// isDownloaded() changed. All these signals are emitted after the change.
     void isDownloadedChanged();
@@ -212,12 +215,12 @@ Q_SIGNALS:
     void isInstallingChanged();
     /// isInstalled() changed.
     void isInstalledChanged();
-    /// A download has ended, also one that was refused before it began: once for each call whose handler is
-    /// called, before the handler. `error` is the handler's: null if the archive is complete or the download
-    /// was cancelled, which isDownloaded() tells apart.
+    /// A download has ended, or was refused before it began. Emitted once for each call whose handler is
+    /// called, before the handler. `error` is the error that the handler gets. It is null if the archive is
+    /// complete, and also if the download was cancelled; isDownloaded() distinguishes the two.
     void downloadFinished(const TXError &error);
-    /// An installation has ended without ending the process, before the handler is called. `error` is the
-    /// handler's.
+    /// An installation has ended and the process continues. Emitted before the handler is called. `error` is
+    /// the error that the handler gets.
     void installationFinished(const TXError &error);
 
 private:

@@ -5,14 +5,14 @@
 
 #include <QObject>
 
-/// Offers to move the application into an Applications folder when it starts. Where it is now, it may be
-/// impossible to update, or in the user's way. Thread: main; its questions are modal.
+/// Offers to move the application into an Applications folder when it starts. At its current path it might be
+/// impossible to update, or clutter a folder of the user. Thread: main; its questions are modal.
 class TX_EXPORT TXUpdateAppMover {
     Q_GADGET
 public:
     /// What became of the offer.
     enum Result : int {
-        Failed = -1,    ///< the user was told why; the application continues to run from its old path
+        Failed = -1,    ///< the user was told the reason; the application continues to run from its old path
         Declined = 0,   ///< the user does not want it
         NothingToDo = 1 ///< it is in an Applications folder, or the user was asked before
     };

@@ -3,8 +3,8 @@
 
 #include <TarvixUpdate/TXWindowController.h>
 
-/// A window for hosts that want to explain a move in their own words; the mover itself uses an alert.
-/// Thread: main. Ownership: the parent's if there is one, else the caller's.
+/// A window for hosts that explain the move in their own words. The mover itself shows an alert instead.
+/// Thread: main. Ownership: the parent's, or the caller's if there is no parent.
 class TX_EXPORT TXUpdateAppMoverPanel : public TXWindowController {
     Q_OBJECT
 public:

@@ -7,7 +7,8 @@
 
 #include <memory>
 
-/// The content of the checking panel. It tells its panel when the desktop's appearance changes. Thread: main.
+/// The content of the checking panel. It notifies its panel when the desktop's appearance changes. Thread:
+/// main.
 class TX_EXPORT TXUpdateCheckingPanelContentView final : public QWidget {
     Q_OBJECT
 public:

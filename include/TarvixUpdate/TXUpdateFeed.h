@@ -18,9 +18,9 @@ using TXUpdateFeedPtr = std::shared_ptr<TXUpdateFeed>;
 [[nodiscard]] TX_EXPORT QString EscapeForURL(const QString &text);
 
 /// One fetch of the update feed and its result.
-/// Thread: create it on any thread; it is parsed on the network thread and used on the main thread after
-/// that. Ownership: shared. Errors: passed to the handler, with messages for users: domain "TXUpdater" for a
-/// feed that cannot be fetched or read, TXUpdateErrorDomain for one that cannot be verified.
+/// Thread: create it on any thread. The network thread parses the feed; use the result on the main thread.
+/// Ownership: shared. Errors: passed to the handler, with messages for users. The domain is "TXUpdater" if
+/// the feed cannot be fetched or read, and TXUpdateErrorDomain if it cannot be verified.
 class TX_EXPORT TXUpdateFeed final : public std::enable_shared_from_this<TXUpdateFeed> {
 public:
     /// The feed, and an error that is null on success. Called exactly once after fetch(), on the network
@@ -45,14 +45,14 @@ public:
     [[nodiscard]] QUrl URL() const;
     /// The updates of the track "release"; absent if the feed has no such track.
     [[nodiscard]] std::optional<QList<TXUpdatePtr>> updates() const;
-    /// The recommended update of the track "release"; null when there is none.
+    /// The recommended update of the track "release"; null if there is none.
     [[nodiscard]] TXUpdatePtr recommendedUpdate() const;
     /// All tracks by name; empty until a fetch has succeeded.
     [[nodiscard]] TrackMap releaseTracks() const;
 
     /// Fetches and parses the feed. A second call does nothing. The handler is called even if this object is
-    /// destroyed meanwhile. It gets this object if a shared pointer owns it, otherwise one with the same
-    /// content. Thread: any.
+    /// destroyed before that. The handler gets this object if a shared pointer owns it, otherwise another one
+    /// with the same content. Thread: any.
     void fetch();
     /// URL() with the application's name, build and anonymous identifier in the query; empty if the result is
     /// not a valid URL.
@@ -62,13 +62,14 @@ public:
     /// See TXUpdater::anonymousUUID().
     [[nodiscard]] static QString anonymousUUID();
 
-    // fetch() takes these steps by itself. They are part of the interface for a host that gets the body of
-    // the response in another way, such as from a file.
+    // fetch() calls the following functions itself. They are public for hosts that get the body of the
+    // response in another way, for example from a file.
 
-    /// Reads the body of a JSON feed and calls the handler. A body moved here has been freed by then. Where
-    /// the application has keys that sign feeds, the body is verified before it is read.
+    /// Parses the body of a JSON feed and calls the handler. If the caller moves `data` in, its memory is
+    /// freed before the handler runs. If the application has keys and requires a signed feed, the body is
+    /// verified before it is parsed.
     void parseJSONData(QByteArray data);
-    /// The same for an appcast.
+    /// Parses the body of an appcast and calls the handler, like parseJSONData().
     void parseXMLData(QByteArray data);
     /// Calls the handler, once, with this feed and `error`.
     void completedWithError(const TXError &error);

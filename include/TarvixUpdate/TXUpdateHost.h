@@ -14,7 +14,7 @@ class TX_EXPORT TXUpdateHost {
 public:
     /// The one instance for this application; never deleted.
     static TXUpdateHost *host();
-    /// The same instance.
+    /// Returns the same instance as host().
     static TXUpdateHost *currentHost();
 
     virtual ~TXUpdateHost(); ///< Only for derived classes.
@@ -35,7 +35,8 @@ public:
     /// Makes the framework treat the application as this build.
     void setVersion(const QString &version);
 
-    /// Whether the application cannot be replaced where it is. Asks the system on each call.
+    /// Returns whether the application is at a path where it cannot be replaced. Queries the system on each
+    /// call.
     [[nodiscard]] bool isRunningOnReadOnlyVolume() const;
     /// Whether the system runs the application from a hidden copy; always false on Linux.
     [[nodiscard]] bool isRunningTranslocated() const;
@@ -48,7 +49,7 @@ protected:
     /// Fills every member that is still null.
     void init();
 
-    // What init() fills, for derived classes to fill before it. The values themselves are behind d.
+    // A derived class fills these members before it calls init(). They refer to values in the private data.
     TXBundle &m_bundle;             ///< see bundle()
     QString &m_systemVersionString; ///< see systemVersionString()
     QString &m_name;                ///< see name()

@@ -11,8 +11,8 @@
 #include <memory>
 #include <optional>
 
-/// Makes Qt know the names of the enumerators, for logs and scripts. Its members belong to the global
-/// namespace, too.
+/// Registers the enumerators with Qt's meta-object system, so that logs and scripts can print their names.
+/// The members are also visible in the global namespace.
 inline namespace TXUpdateItemEnumerations {
 Q_NAMESPACE_EXPORT(TX_EXPORT)
 
@@ -34,8 +34,9 @@ Q_ENUM_NS(TXUpdateConditionLaunch)
 [[nodiscard]] TX_EXPORT bool TXUpdateConditionLaunchSatisfied(TXUpdateConditionLaunch required,
                                                               TXUpdateConditionLaunch current);
 
-/// Bounds on the application's build and the system's version, and the launch requirement. A bound that is
-/// absent is a null string. A value; thread: any. Its members are the interface, as those of a record.
+/// The range of the application's builds, the range of system versions and the launch requirement for which
+/// an item is meant. A null string means "no bound". Members may be read and written directly. Thread: a
+/// value, usable on any thread.
 class TX_EXPORT TXUpdateItemConditions {
 public:
     /// The lowest build of the application, inclusive.
@@ -62,7 +63,7 @@ public:
     }
 };
 
-/// The running application's state, provided by the host. A record, as TXUpdateItemConditions.
+/// The running application's state, which the host provides. Members may be read and written directly.
 struct TXUpdateCurrentConditions {
     /// TXUpdateConditionLaunchFirst on the first launch, else TXUpdateConditionLaunchNotFirst.
     TXUpdateConditionLaunch launch = TXUpdateConditionLaunchAny;

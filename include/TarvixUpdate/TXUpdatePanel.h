@@ -45,7 +45,7 @@ public:
     [[nodiscard]] bool needsToShowBuilds() const;
     /// The user has pressed the button that downloads and installs.
     [[nodiscard]] bool didChooseToInstall() const;
-    /// Whether the panel may be closed while a download goes on.
+    /// Whether the panel may be closed during a download.
     [[nodiscard]] bool allowsDownloadingInBackground() const;
     /// Off by default.
     void setAllowsDownloadingInBackground(bool allows);

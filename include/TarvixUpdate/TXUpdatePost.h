@@ -12,8 +12,8 @@
 
 struct TXUpdatePostPrivate;
 
-/// Makes Qt know the names of the enumerators, for logs and scripts. Its members belong to the global
-/// namespace, too.
+/// Registers the enumerators with Qt's meta-object system, so that logs and scripts can print their names.
+/// The members are also visible in the global namespace.
 inline namespace TXUpdatePostEnumerations {
 Q_NAMESPACE_EXPORT(TX_EXPORT)
 

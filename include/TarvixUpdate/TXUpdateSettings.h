@@ -19,38 +19,42 @@ TX_EXPORT extern const QString TXUpdatePrefAnonymousUUIDKey;                 ///
 TX_EXPORT extern const QString TXUpdatePrefIgnoreVersionKey;  ///< dictionary: "version", "date"
 TX_EXPORT extern const QString TXUpdatePrefPostsCheckInfoKey; ///< dictionary: track name to handled posts
 
-/// Domain of the errors of verification (TXUpdateErrorCode), and of those that stand in for network errors in
-/// the standard user interface, whose codes are those of TXURLErrorDomain and negative.
+/// Domain of verification errors, whose codes are TXUpdateErrorCode. The standard user interface also uses it
+/// for errors that it shows in place of network errors; their codes are those of TXURLErrorDomain, which are
+/// negative.
 TX_EXPORT extern const QString TXUpdateErrorDomain;
 
-/// Makes Qt know the names of the enumerators, for logs and scripts. Its members belong to the global
-/// namespace, too.
+/// Registers the enumerators with Qt's meta-object system, so that logs and scripts can print their names.
+/// The members are also visible in the global namespace.
 inline namespace TXUpdateErrorEnumerations {
 Q_NAMESPACE_EXPORT(TX_EXPORT)
 
 /// Why an application with keys (TXUpdatePublicKeys in its Info.plist) refuses a feed or an archive. The
-/// underlying error says in English what was found, for the publisher.
+/// underlying error describes the problem in English, for the publisher.
 enum TXUpdateErrorCode : int {
-    /// The keys in the application's Info.plist, or what belongs to them, are malformed. Nothing is checked,
-    /// downloaded or installed.
+    /// The keys in the application's Info.plist, or another value about signatures there, are malformed. The
+    /// application checks for, downloads and installs nothing.
     TXUpdateErrorKeysMalformed = 1,
-    /// The feed carries no signature by one of the keys.
+    /// None of the keys has signed the feed.
     TXUpdateErrorFeedNotSigned = 2,
-    /// The feed is not what a key has signed: it was changed, or is for another application or name.
+    /// The feed differs from what was signed, or was signed for another application or another feed name.
     TXUpdateErrorFeedNotGenuine = 3,
-    /// The feed was signed more than a day after now: this machine's clock is wrong, or the signer's was.
+    /// The feed's signature is dated more than one day in the future: the clock of this machine is wrong, or
+    /// the signer's was.
     TXUpdateErrorFeedAheadOfClock = 4,
-    /// The feed is older than one that this application has received: a server lags, or repeats an old feed.
+    /// The feed is older than one that this application has already received. The server lags behind, or
+    /// somebody serves an old feed again.
     TXUpdateErrorFeedOlder = 5,
     /// The signature of the feed has expired.
     TXUpdateErrorFeedExpired = 6,
-    /// The archive carries no signature by one of the keys.
+    /// None of the keys has signed the archive.
     TXUpdateErrorArchiveNotSigned = 7,
-    /// The archive, or the application in it, is not what a key has signed.
+    /// The archive, or the application in it, differs from what was signed.
     TXUpdateErrorArchiveNotGenuine = 8,
-    /// The application in the archive has no keys that verify the archive, so it could never be updated.
+    /// None of the keys in the new application verifies the archive, so the new application could never be
+    /// updated.
     TXUpdateErrorReleaseNotContinued = 9,
-    /// The archive could not be read or copied for its verification.
+    /// The archive could not be read or copied to be verified.
     TXUpdateErrorArchiveNotRead = 10
 };
 Q_ENUM_NS(TXUpdateErrorCode)

@@ -100,7 +100,7 @@ public:
     /// The value under one of JSONKeys() as a string: numbers in decimal, `is64bit` as "1" or "0". Null for
     /// an absent value and for any other key.
     [[nodiscard]] QString valueForKey(const QString &key) const;
-    /// What is sent: each key's value as a string; keys without a value are left out.
+    /// The data that is sent: each key with its value as a string. Keys without a value are omitted.
     [[nodiscard]] QVariantMap JSONDictionary() const;
     /// A line "key = value" for each key, in order; "(null)" for no value.
     [[nodiscard]] QString stringValue() const;

@@ -35,9 +35,11 @@ public:
     /// The posts in feed order.
     [[nodiscard]] QList<TXUpdatePostPtr> posts() const;
 
-    /// The newest update that the user does not ignore, the first of equal ones; null if there is none.
+    /// The newest update that the user does not ignore. Of several equal ones the first; null if there is
+    /// none.
     [[nodiscard]] TXUpdatePtr recommendedUpdate() const;
-    /// The same among the updates dated before `limit`; among all if `limit` is invalid.
+    /// Like recommendedUpdate(), but only among updates dated before `limit`. An invalid `limit` sets no
+    /// bound.
     [[nodiscard]] TXUpdatePtr recommendedUpdateBefore(const QDateTime &limit) const;
 
     /// Posts dated at or after `date`; a post without a date always counts.
@@ -46,7 +48,7 @@ public:
     [[nodiscard]] QList<TXUpdatePostPtr> recentPosts() const;
     /// The latest date among the handled posts; invalid if none can be read.
     [[nodiscard]] QDateTime dateOfMostRecentlyHandledPost() const;
-    /// postsSinceDate(dateOfMostRecentlyHandledPost()); recentPosts() if that date is invalid.
+    /// Returns postsSinceDate(dateOfMostRecentlyHandledPost()), or recentPosts() if that date is invalid.
     [[nodiscard]] QList<TXUpdatePostPtr> recentUnhandledPosts() const;
     /// Recent posts of that display time that are not recorded as handled.
     [[nodiscard]] QList<TXUpdatePostPtr> unhandledPostsWithDisplayTime(TXUpdatePostDisplayTime time) const;
@@ -63,7 +65,7 @@ public:
 
 private:
     friend struct TXUpdateTrackPrivate;
-    std::shared_ptr<TXUpdateTrackPrivate> d; ///< copies share it
+    std::shared_ptr<TXUpdateTrackPrivate> d; ///< shared by all copies
 };
 
 /// A feed and its host share a track.

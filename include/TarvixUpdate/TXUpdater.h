@@ -12,8 +12,8 @@
 class TXStandardUpdateController;
 class TXUpdater;
 
-/// What the updater asks its host and reports to it. Thread: all calls arrive on the main thread. Ownership:
-/// the host's.
+/// The host's side of the updater: answers its questions and receives its notifications. Thread: all calls
+/// arrive on the main thread. Ownership: the host's.
 class TX_EXPORT TXUpdaterDelegate {
 public:
     virtual ~TXUpdaterDelegate();
@@ -64,8 +64,8 @@ public:
     /// True from the start of a check until just before its result is reported, so that a check may be
     /// started from the handler. Thread: any.
     [[nodiscard]] bool isChecking() const;
-    /// The property can be written, for classes that stand in for a check. checkForUpdate() does it by
-    /// itself; a host that sets it to true gets no checks until it sets it to false. Thread: any.
+    /// Sets the property. checkForUpdate() does this itself; call it only from a class that replaces the
+    /// check. While the property is true, no check starts. Thread: any.
     void setChecking(bool checking);
     /// Not owned; null for none. It must exist until another delegate is set.
     [[nodiscard]] TXUpdaterDelegate *delegate() const;
@@ -73,13 +73,15 @@ public:
     void setDelegate(TXUpdaterDelegate *delegate);
     /// The URL of the feed; empty if none is set.
     [[nodiscard]] QUrl feedURL() const;
-    /// An empty URL removes the setting. The feed's name is the one in the Info.plist from then on.
+    /// Stores the URL in the settings. An empty URL removes the setting. The feed name from the Info.plist
+    /// applies again.
     void setFeedURL(const QUrl &url);
-    /// For a URL at which another feed is, such as one with preliminary versions: `feedName` is the name that
-    /// its signature must carry. An empty name is the one in the Info.plist.
+    /// Stores the URL of another feed, for example one with preliminary versions. `feedName` is the name that
+    /// the feed's signature must carry. An empty name means the one in the Info.plist.
     void setFeedURL(const QUrl &url, const QString &feedName);
-    /// The name that the feed's signature must carry if the application has keys: the one that was set with
-    /// the URL, else TXUpdateFeedName in the Info.plist, else "release". Empty when the keys are malformed.
+    /// The name that the feed's signature must carry if the application has keys. It is the name that was set
+    /// with the URL, otherwise TXUpdateFeedName from the Info.plist, otherwise "release". Empty if the keys
+    /// are malformed.
     [[nodiscard]] QString feedName() const;
     /// Decides which version is newer; the two or-equal tests keep to the built-in comparison.
     [[nodiscard]] VersionComparator versionComparator() const;
@@ -110,11 +112,11 @@ public:
     /// The installation's random identifier: 36 characters, made once and kept.
     [[nodiscard]] static QString anonymousUUID();
 
-    /// Starts one check. While another runs this does nothing, and the handler is never called. With a null
-    /// handler the delegate is told. The handler of a check that was started is called exactly once, unless
-    /// the application ends first. Thread: any.
+    /// Starts a check. If another check is running, this does nothing and the handler is never called. If
+    /// `handler` is null, the delegate is notified instead. The handler of a check that was started is called
+    /// exactly once, unless the application ends first. Thread: any.
     void checkForUpdate(const CompletionHandler &handler);
-    /// What the timer does: a check without a handler.
+    /// Runs the automatic check of the timer: a check without a handler.
     void autocheckForUpdate();
 
     /// Offers to move the application into an Applications folder; see TXUpdateAppMover. Thread: main.
@@ -147,15 +149,16 @@ Q_SIGNALS: // on the main thread
     void isCheckingChanged();
     /// One of the stored settings changed.
     void settingsChanged();
-    /// A check has found an update that the user does not ignore: the recommended one of the feed's track
-    /// "release". Emitted at most once for a check, after its handler or the delegate, before
-    /// checkFinished().
+    /// A check has found an update that the user has not chosen to ignore: the recommended update of the
+    /// feed's track "release". Emitted at most once for each check, after the handler or delegate is called
+    /// and before checkFinished().
     void updateFound(const TXUpdatePtr &update);
-    /// A check has failed, as its handler is told. Emitted at most once for a check, after its
-    /// handler or the delegate, before checkFinished().
+    /// A check has failed with the error that its handler gets. Emitted at most once for each check, after
+    /// the handler or delegate is called and before checkFinished().
     void failed(const TXError &error);
-    /// A check has ended, whoever started it. Emitted once for each, as its last signal, with the feed, or
-    /// null after failed(). A feed without an update for the user has come without updateFound().
+    /// A check has ended, whoever started it. This is the last signal of each check and is emitted once.
+    /// `feed` is null if failed() was emitted. If it is not null and updateFound() was not emitted, there is
+    /// no update for the user.
     void checkFinished(const TXUpdateFeedPtr &feed);
 
 private:

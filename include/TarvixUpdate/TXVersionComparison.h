@@ -7,8 +7,8 @@
 #include <QString>
 #include <QStringList>
 
-/// Makes Qt know the names of the enumerators, for logs and scripts. Its members belong to the global
-/// namespace, too.
+/// Registers the enumerators with Qt's meta-object system, so that logs and scripts can print their names.
+/// The members are also visible in the global namespace.
 inline namespace TXVersionComparisonEnumerations {
 Q_NAMESPACE_EXPORT(TX_EXPORT)
 
@@ -25,6 +25,6 @@ Q_ENUM_NS(TXUpdateVersionCharacterType)
 /// The type of the first UTF-16 unit of a non-empty string. Thread: any.
 [[nodiscard]] TX_EXPORT TXUpdateVersionCharacterType TXUpdateTypeOfVersionCharacter(QStringView text);
 
-/// The parts of a version: runs of digits, runs of other characters, and each separator by itself. Thread:
+/// Splits a version into its parts: runs of digits, runs of other characters, and single separators. Thread:
 /// any.
 [[nodiscard]] TX_EXPORT QStringList TXUpdateSplitVersionString(const QString &version);

@@ -7,9 +7,9 @@
 
 #include <memory>
 
-/// Owns a window whose content comes from an interface file of the framework. The window is loaded when it is
-/// first requested. Thread: main. Ownership: the parent's if there is one, else the
-/// caller's. Errors: see window().
+/// Owns a window whose content is loaded from an interface file of the framework. The window is loaded on
+/// first use. Thread: main. Ownership: the parent's, or the caller's if there is no parent. Errors: see
+/// window().
 class TX_EXPORT TXWindowController : public QObject {
     Q_OBJECT
 public:

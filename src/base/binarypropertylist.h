@@ -5,8 +5,8 @@
 
 namespace tx {
 
-/// True when a text of a binary property list holds a NUL character: the library that reads them ends the
-/// process over one. False for anything that is no binary property list. Thread: any.
+/// Returns true if a string in a binary property list contains a NUL character, because the library that
+/// parses such lists aborts the process in that case. False for data of any other format. Thread: any.
 [[nodiscard]] bool holdsNulCharacter(QByteArrayView binaryPropertyList);
 
 } // namespace tx

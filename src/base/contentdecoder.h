@@ -12,7 +12,7 @@ namespace tx {
 /// Undoes a gzip or deflate content coding while the body streams by.
 class ContentDecoder {
 public:
-    /// Null for a coding that is none of the two.
+    /// Returns null for any other coding.
     static std::unique_ptr<ContentDecoder> forCoding(const QByteArray &contentEncoding);
     ~ContentDecoder();
 

@@ -6,13 +6,13 @@
 
 namespace tx {
 
-/// Fills the conversions of `format` (%@, %s, %d, %i, %u, %ld, %lu, and the positional %1$@) with the texts
-/// of `arguments`; %% is a percent sign. A conversion without an argument reads "(null)", like a null
-/// argument. Positional conversions let a translation change the order.
+/// Replaces the conversions in `format` (%@, %s, %d, %i, %u, %ld, %lu, and positional ones such as %1$@) with
+/// `arguments`. %% is a percent sign. A conversion without an argument, or with a null argument, becomes
+/// "(null)". Positional conversions let a translation change the order.
 [[nodiscard]] QString formatText(const QString &format, const QStringList &arguments);
 
-/// `text` for a place between single quotes of a shell's command: a quote in it ends the quoted text, stands
-/// for itself and begins the next one.
+/// Escapes `text` for use between single quotes in a shell command: each quote closes the quoted string, is
+/// added escaped, and opens the next one.
 [[nodiscard]] QString insideSingleQuotes(const QString &text);
 
 } // namespace tx

@@ -8,8 +8,8 @@
 namespace {
 
 const QLoggingCategory &category() {
-    // Never destroyed: a thread may outlast static objects. What is not a failure is for those who ask for
-    // it.
+    // Never destroyed, because a thread may run longer than static objects exist. Lines that are not failures
+    // are off by default.
     static const auto &instance = *new QLoggingCategory("tarvixupdate", QtWarningMsg);
     return instance;
 }
@@ -43,7 +43,7 @@ int TXLogGetLevel() {
 void TXLog(int level, const QString &format, const QStringList &arguments) {
     if (!tx::isLogged(level))
         return;
-    // With the category's name instead of the category, which would ask the rules alone.
+    // Passes the category's name. With the category itself, Qt would consult only the logging rules.
     const QMessageLogger logger(nullptr, 0, nullptr, category().categoryName());
     const QString line = tx::formatText(format, arguments);
     const QtMsgType type = typeOf(level);

@@ -6,8 +6,8 @@
 
 namespace tx {
 
-/// True for a host name that always means this machine: "localhost" and the names below it, and the loopback
-/// addresses. An IPv6 address is written without its brackets. Thread: any.
+/// Returns true for a host name that always means this machine: "localhost", names below it, and loopback
+/// addresses. IPv6 addresses have no brackets. Thread: any.
 [[nodiscard]] inline bool isLoopbackName(const QString &host) {
     using namespace Qt::StringLiterals;
     const QString name = host.endsWith(u'.') ? host.chopped(1) : host;

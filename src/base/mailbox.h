@@ -9,9 +9,10 @@
 
 namespace tx {
 
-/// Takes work for the thread that it lives on, which must run an event loop. All that passes between threads
-/// passes through a mutex of its own, not through Qt's own, of which ThreadSanitizer knows nothing.
-/// Destroyed on its thread, or when that has ended; work that is left is dropped with its captures.
+/// Runs functions on the thread that it belongs to, which must run an event loop. All data that passes
+/// between threads is protected by a mutex of this class, because ThreadSanitizer does not understand Qt's
+/// own. Destroy it on its thread, or after that thread has ended. Functions that have not run by then are
+/// destroyed with their captures.
 class Mailbox final : public QObject {
 public:
     /// Lives on `thread`. Thread: any.
@@ -23,8 +24,8 @@ public:
     void post(std::function<void()> work);
     /// As post, and waits until it has run. Thread: any but the mailbox's own.
     void postAndWait(const std::function<void()> &work);
-    /// The same; false when it has not run within `limit`. It may run later then, so it must own what it
-    /// writes to.
+    /// As above, but returns false if the work has not run within `limit`. It may still run later, so it must
+    /// own what it writes to.
     [[nodiscard]] bool postAndWaitFor(std::chrono::milliseconds limit, std::function<void()> work);
 
 protected:

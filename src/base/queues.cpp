@@ -195,9 +195,9 @@ public:
             first = !std::exchange(m_watching, true);
         }
         if (first) {
-            // Static objects go in the reverse order of their making. Qt makes its registry of types for the
-            // first type, which is usually the network thread's; it must not go before that thread has been
-            // stopped here.
+            // Static objects are destroyed in the reverse order of their construction. Qt constructs its
+            // registry of types when the first type is registered, usually on the network thread. The
+            // registry must be destroyed after that thread has been stopped here.
             struct FirstType {};
             (void)QMetaType::fromType<FirstType>().id();
             qAddPostRoutine([] { instance().end(false); });

@@ -10,9 +10,9 @@ namespace tx {
 /// Thread: any.
 void postToMain(std::function<void()> work);
 
-/// Runs `work` on the main thread and waits for it; at once when called there. False when the application is
-/// ending, so that a background job never blocks its end; `work` may still run then, so it must own what it
-/// writes to.
+/// Runs `work` on the main thread and waits for it. Runs it directly if called on the main thread. Returns
+/// false while the application is ending, so that a background job never delays the end. `work` may still run
+/// in that case, so it must own what it writes to.
 [[nodiscard]] bool runOnMainAndWait(std::function<void()> work);
 
 /// Runs `work` on a thread of the framework's own; the host's thread pool is neither used nor waited for.

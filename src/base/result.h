@@ -8,7 +8,7 @@
 
 namespace tx {
 
-/// A value, or the error that stood in its way.
+/// A value, or the error that prevented it.
 template <typename T>
 class [[nodiscard]] Result {
 public:

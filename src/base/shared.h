@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-/// Marks a definition that the library of the user interface takes from the library below it. It is no part
-/// of the interface for hosts: both libraries come from one build.
+/// Exports a function or class of the core library for the user-interface library. It does not belong to the
+/// public interface: both libraries come from the same build.
 #define TX_SHARED __attribute__((visibility("default")))

@@ -8,9 +8,8 @@
 
 namespace tx {
 
-/// A repeating timer whose interval may be longer than the 24 days that QTimer holds. Between firings it
-/// wakes the process once in 24 days at most.
-/// Thread: the one that made it, which needs an event loop.
+/// A repeating timer whose interval may exceed QTimer's maximum of 24 days. Between two timeouts it wakes the
+/// process at most once in 24 days. Thread: the thread that created it, which needs an event loop.
 class LongTimer {
 public:
     /// `longestStep`: what one underlying timer is trusted with; tests make it short.

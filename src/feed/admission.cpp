@@ -27,7 +27,7 @@ QString tryLater() {
     return localizedString(u"Try again later, or download the latest version from the website."_s);
 }
 
-/// Absent when it is fresh.
+/// Returns a null error if the feed is fresh.
 TXError errorFor(trust::Freshness freshness, const trust::FeedClaim &claim) {
     const std::string what = trust::feedComment(claim);
     switch (freshness) {

@@ -9,21 +9,20 @@
 
 namespace tx {
 
-/// Whether what the host remembers of earlier feeds counts, and is changed. Publishers look at a feed
-/// without.
+/// Whether admitFeed() compares the feed with what the host remembers of earlier feeds, and then remembers
+/// this one. Publishers' tools ignore the memory.
 enum class FeedMemory : bool { Ignored, Kept };
 
-/// Decides whether a reader may see a document that came from a server, and makes of it what the reader is
-/// given: without the first line that carries signatures. Where the host has keys and requires a signed feed,
-/// the document is verified, must be for this host and fresh, and is remembered; otherwise that line is
-/// dropped unread.
-///
-/// The result is what the signature says; absent for a feed that was not verified. Errors:
-/// TXUpdateErrorDomain, the codes about feeds. Thread: any.
+/// Decides whether a document from a server may be parsed. Removes the first line if it carries signatures,
+/// so that the parser never gets it. If the host has keys and requires a signed feed, the document must be
+/// verified, meant for this host and fresh; the feed is then remembered. Otherwise the signature line is
+/// dropped without being read.
+/// Returns what the signature says, or an empty optional if the feed was not verified. Errors: the codes of
+/// TXUpdateErrorDomain about feeds. Thread: any.
 Result<std::optional<trust::FeedClaim>> admitFeed(QByteArray &document, trust::FeedFormat servedAs,
                                                   const trust::AppInfo &host, FeedMemory memory);
 
-/// The error for a feed that was refused. Thread: any.
+/// Converts a fault into the error for a refused feed. Thread: any.
 TXError feedTrustError(const trust::Fault &fault);
 
 } // namespace tx

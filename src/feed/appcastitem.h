@@ -13,9 +13,9 @@ namespace tx {
 class NamedTexts {
 public:
     void clear() { m_size = 0; }
-    /// The text of that name, now empty; the reference holds until the next call.
+    /// Clears the string of this name and returns a reference to it, which is valid until the next call.
     std::string &replace(std::string_view name);
-    /// Null when there is none.
+    /// Returns null if there is none.
     [[nodiscard]] const std::string *find(std::string_view name) const;
     [[nodiscard]] size_t size() const { return m_size; }
     [[nodiscard]] const std::string &nameAt(size_t i) const { return m_texts[i].first; }
@@ -27,7 +27,7 @@ private:
 
 /// One item of an appcast, by qualified names as they are written.
 struct AppcastItem {
-    NamedTexts elements;  ///< trimmed texts of the children
+    NamedTexts elements;  ///< trimmed strings of the child elements
     NamedTexts enclosure; ///< attributes, as they are
     bool hasEnclosure = false;
 

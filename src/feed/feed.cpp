@@ -119,10 +119,10 @@ struct TXUpdateFeed::Private {
     std::optional<TXUpdatePtr> recommendedUpdate; ///< absent until requested
     std::atomic<bool> isFetched{false};           ///< or will be
 
-    /// Verifies and reads a document, and ends the feed.
+    /// Verifies and parses a document, and then completes the feed.
     template <typename Reader>
     static void parse(TXUpdateFeed &feed, QByteArray data, tx::trust::FeedFormat format, Reader read);
-    /// Ends the feed with what a reader found.
+    /// Completes the feed with the result of a parser.
     static void complete(TXUpdateFeed &feed, const tx::Result<TrackMap> &tracks);
 };
 

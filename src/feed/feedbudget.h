@@ -9,16 +9,17 @@
 
 namespace tx {
 
-/// What the objects that a feed describes may take, so that no feed takes more than six times its size.
+/// Limits the memory of the objects that a feed describes, so that no feed takes more than six times its
+/// size.
 ///
-/// While it is read there are the document, four bytes for each of its tokens in JSON, and the packed texts
-/// of what applies; afterwards the document has gone, and there are the packed texts and the objects. Small
-/// feeds may take `least` all the same. Thread: a value.
+/// During parsing, memory holds the document, four bytes for each JSON token, and the packed strings of the
+/// applicable entries. After parsing it holds the packed strings and the objects. Small feeds may always use
+/// `least` bytes. Thread: a value.
 class FeedBudget {
 public:
     // What the C library's allocator hands out for one of each, measured on 64-bit Linux with Qt 6.4; the
     // test FeedObjects measures again.
-    /// The update, what Qt keeps for it, its pointer and place in a list.
+    /// The update with Qt's data for it, its pointer and its place in a list.
     static constexpr qint64 costOfUpdate = 240;
     /// The post, its pointer and place in a list.
     static constexpr qint64 costOfPost = 80;

@@ -61,7 +61,8 @@ error_code store(FeedEntry &entry, Member member, ondemand::value value) {
     }
 }
 
-/// Signature texts: one, or a list of them. Anything else stays as it is written, which is no signature.
+/// Stores a signature or a list of signatures. Any other value is stored unchanged; it is not a valid
+/// signature.
 error_code storeSignature(FeedEntry &entry, ondemand::value value) {
     ondemand::json_type type{};
     if (const error_code error = value.type().get(type))
@@ -84,7 +85,7 @@ error_code storeSignature(FeedEntry &entry, ondemand::value value) {
                                          ? readText(child, text)
                                          : walk(child, depthOfMember + 1, nullptr))
             return error;
-        // What is beyond the limit is not kept, but one byte more than may be tells that there was.
+        // Strings beyond the limit are not kept. One byte over the limit shows that the limit was exceeded.
         if (texts.size() <= trust::mostTextBytes)
             (texts += std::string_view("\0", isFirst ? 0 : 1)) += text.substr(0, trust::mostTextBytes + 1);
         isFirst = false;
@@ -93,7 +94,7 @@ error_code storeSignature(FeedEntry &entry, ondemand::value value) {
     return simdjson::SUCCESS;
 }
 
-/// `wantsSignature`: otherwise it is a member like any other that is not known.
+/// If `wantsSignature` is false, the member with the signature is ignored like an unknown member.
 error_code readMembers(ondemand::object object, FeedEntry &entry, bool wantsSignature) {
     for (auto field : object) {
         std::string_view key;

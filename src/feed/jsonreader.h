@@ -7,9 +7,9 @@
 
 namespace tx {
 
-/// Reads a JSON feed: an object with one list of entries a track. The error says what is wrong and where; the
-/// whole feed fails with it. Thread: any; the items are moved to the main thread. A document that is moved
-/// here has gone afterwards.
+/// Reads a JSON feed: an object with one list of entries for each track. An error fails the whole feed and
+/// says what is wrong and where. Thread: any; the items are moved to the main thread. If the caller moves the
+/// document in, its memory is freed before the function returns.
 Result<TXUpdateFeed::TrackMap> readJsonFeed(QByteArray data, const ReaderContext &context);
 
 /// An entry of type "build"; null, with the reason, when it lacks what an update needs.

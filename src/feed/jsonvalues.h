@@ -25,7 +25,8 @@ inline QString fromUtf8(std::string_view text) {
     return QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size()));
 }
 
-/// The same document in UTF-8 without a byte order mark, which UTF-16 and UTF-32 documents must begin with.
+/// Converts the document to UTF-8 without a byte order mark. UTF-16 and UTF-32 documents must begin with a
+/// byte order mark.
 [[nodiscard]] QByteArray asUtf8(const QByteArray &data);
 
 /// A number as it is written. The parser would refuse integers of more than 64 bits and numbers that no
@@ -66,8 +67,8 @@ error_code readName(Field &field, std::string_view &name) {
 /// when that is wanted. `depth`: of the value.
 [[nodiscard]] error_code walk(ondemand::value value, int depth, std::string *json);
 
-/// The document's bytes in UTF-8 with the room behind them that the parser needs, which is usually there: a
-/// copy of the whole document is made only where it is not.
+/// The document's bytes in UTF-8, followed by the padding that the parser needs. Usually the buffer has room
+/// for the padding; otherwise the whole document is copied.
 class PaddedDocument {
 public:
     explicit PaddedDocument(QByteArray data)
@@ -78,7 +79,7 @@ public:
         else if (encoding)
             m_bytes = asUtf8(m_bytes);
         const qsizetype needed = m_bytes.size() + static_cast<qsizetype>(simdjson::SIMDJSON_PADDING);
-        // What was dropped from the front of a document still counts in its capacity.
+        // The capacity also counts bytes that were removed from the front of a document.
         if (m_bytes.data_ptr().freeSpaceAtEnd() >= needed - m_bytes.size())
             return;
         QByteArray copy;

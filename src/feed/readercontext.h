@@ -32,23 +32,24 @@ struct ReaderContext {
     /// The feed has an https URL, so it may name only https archives; others cannot be downloaded.
     bool isSecure = false;
 
-    /// The host whose keys decide: an entry is left out if none of them can verify its archive. Null: a host
-    /// without keys. Read while the feed is.
+    /// The host whose keys decide: the parser leaves out an entry if none of these keys can verify its
+    /// archive. Null for a host without keys. Must exist while the feed is parsed.
     const trust::AppInfo *trust = nullptr;
-    /// Keeps what entries say about signatures, for a publisher who looks at it. So does `trust`.
+    /// Keeps the signature members of entries so that a publisher's tool can show them. The parser also keeps
+    /// them if `trust` is set.
     bool keepsSignatures = false;
-    /// The feed is signed itself: entries that name only a web page are kept, too.
+    /// The feed itself is signed. The parser then also keeps entries that name only a web page.
     bool isSigned = false;
 
     /// The running host, now, and a feed from this URL.
     static ReaderContext forHost(const QUrl &feedURL);
 };
 
-/// Why the entry, of this build, is left out for want of a signature; null when it is not. Signatures are not
-/// verified here, which is done for the one that is chosen.
+/// Returns why an entry of this build is left out because of missing or unusable signatures; null if it is
+/// kept. Does not verify signatures: that is done later, and only for the update that is chosen.
 [[nodiscard]] QString reasonAgainstSignatures(const FeedEntry &entry, const ReaderContext &context);
 
-/// The error of a reader: what is wrong with the document, and where.
+/// Makes a parser's error: what is wrong with the document, and where.
 [[nodiscard]] TXError unreadableFeed(const QString &what);
 
 } // namespace tx

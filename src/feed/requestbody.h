@@ -12,7 +12,7 @@ namespace tx {
 /// The members as a JSON object, a member a line. Integers of every type are numbers, with all their digits.
 [[nodiscard]] QByteArray jsonFromMembers(const QVariantMap &members);
 
-/// A value in words: dates as "2024-01-31 12:00:00 +0000", data as "<00ff>", collections with their elements.
+/// Formats a value: dates as "2024-01-31 12:00:00 +0000", data as "<00ff>", collections with their elements.
 [[nodiscard]] QString descriptionOf(const QVariant &value);
 
 } // namespace tx

@@ -6,9 +6,9 @@
 
 namespace tx {
 
-/// What is wrong when a document that looks like JSON is not served as such, and what to do: it is read as an
-/// appcast, as everything is whose type is not exactly "application/json". Null when it does not look like
-/// JSON, or has that type. Thread: any.
+/// Returns a message if a document that looks like JSON was not served as "application/json": what is wrong,
+/// and what to do. Any other type makes the framework read it as an appcast. Null if the type is right or the
+/// document does not look like JSON. Thread: any.
 [[nodiscard]] QString mistakeInType(const QByteArray &contentType, const QByteArray &document);
 
 } // namespace tx

@@ -41,7 +41,7 @@ trust::Fault cannotOpen(const QString &path) {
 } // namespace
 
 Result<VerifiedArchivePtr> verifyArchive(const ArchiveTrust &trusted, const QString &path) {
-    // A pipe of that name must not hold up anything.
+    // O_NONBLOCK, because open() would block if the path is a named pipe.
     const Opened source(path, O_NONBLOCK);
     if (source.get() < 0)
         return archiveTrustError(cannotOpen(path));

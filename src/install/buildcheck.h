@@ -7,9 +7,9 @@
 
 namespace tx {
 
-/// The build of the application that an update would replace: that of the bundle on disk, which another
-/// process may have updated since this one started, or what the host pretends to be
-/// (TXUpdateHost::setVersion).
+/// The build of the application that an update would replace. It is read from the bundle on disk, because
+/// another process may have updated the bundle since this one started. A build set with
+/// TXUpdateHost::setVersion() takes precedence.
 [[nodiscard]] QString installedBuild();
 
 /// An error unless the unpacked application is the build that was announced, by the framework's comparison,

@@ -82,12 +82,12 @@ QList<tx::AuthorizationItem> promptEnvironment(const QString &application) {
 
 QString ownProcess() { return QString::number(QCoreApplication::applicationPid()); }
 
-/// How long the program that runs as root may take beside the usual time, at 5 MB a second.
+/// Additional time that the program running as root gets to verify the archive, at 5 MB a second.
 std::chrono::milliseconds timeToVerify(const tx::trust::VerifiedArchive *archive) {
     return std::chrono::milliseconds(archive ? archive->size() / 5000 : 0);
 }
 
-/// Without `verified`, for an application without keys. The paths go through no links.
+/// Without `verified`: for an application without keys. The paths contain no symbolic links.
 tx::AuthorizedJob jobFor(const QString &application, const QString &archive,
                          const tx::trust::VerifiedArchive *verified) {
     if (!verified)
@@ -297,7 +297,7 @@ bool TXUpdateInstallerClient::launchToolWithAuthorizationToInstallURL(
 
     const QString tool = executableOfInstalledTool();
     TXLog(TXLogLevelStep, u"TXUpdate: AuthInstall: Will execute with privileges.\nPath: %s"_s, {tool});
-    // It knows by itself which application it replaces.
+    // The installer determines the application that it replaces itself.
     const tx::AuthorizedJob job = jobFor(application, archive, own->keys ? verified : nullptr);
     const std::chrono::milliseconds limit = services().installerReadyTime + timeToVerify(verified);
     std::unique_ptr<tx::Task> task;

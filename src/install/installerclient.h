@@ -14,27 +14,27 @@ class VerifiedArchive;
 } // namespace trust
 } // namespace tx
 
-/// Hands an unpacked application over to the installer tool and ends this process.
+/// Passes an unpacked application to the installer tool and ends this process.
 ///
-/// The tool is copied into the update cache directory, started with this process's identifier and the paths
-/// of the new application, the host bundle and the archive, and says when it is ready; without that word
-/// this process stays. It takes over when this process has gone.
-/// Thread: main. Errors: domain "TXUpdater", or NSCocoaErrorDomain when the tool could not be started.
+/// The tool is copied into the update cache directory. It is started with the identifier of this process and
+/// the paths of the new application, the host bundle and the archive, and reports when it is ready. If it
+/// does not report that, this process continues. The tool installs after this process has ended. Thread:
+/// main. Errors: domain "TXUpdater", or NSCocoaErrorDomain if the tool could not be started.
 class TXUpdateInstallerClient {
 public:
     static TXUpdateInstallerClient *sharedInstance();
 
-    /// Never returns true outside of tests: on success the process ends with status 0.
-    /// `verified`: the archive, of a host with keys. The program that runs as root verifies it once more and
-    /// installs what it has unpacked itself; without it, such a host installs nothing with an administrator's
-    /// rights.
+    /// Starts the installation. On success the process ends with exit status 0, so the function returns true
+    /// only in tests. `verified` is the archive of a host with keys: the program that runs as root verifies
+    /// it again and installs what it has unpacked itself. Without `verified`, a host with keys never installs
+    /// as root.
     bool installUnarchivedApp(const QString &application, const QString &archive, TXError *error,
                               const tx::trust::VerifiedArchive *verified = nullptr);
 
-    /// True unless this user may replace the bundle at `destination` by the one at `source`: by writing to
-    /// both the bundle and the folder that holds it, or, when only the bundle is this user's, by exchanging
-    /// what the two bundles hold (each nothing but a folder "Contents"). Without `source` it is taken for
-    /// such a bundle.
+    /// Returns false if this user may replace the bundle at `destination` with the one at `source`. Either
+    /// both the bundle and its parent folder are writable. Or only the bundle is the user's, and both bundles
+    /// contain nothing but "Contents" (see contentsProblem()), so that their contents can be exchanged. An
+    /// empty `source` is assumed to be such a bundle.
     [[nodiscard]] bool needsAuthorizationToInstallToURL(const QString &destination,
                                                         const QString &source = {}) const;
 
@@ -49,9 +49,9 @@ public:
     [[nodiscard]] static QString sourceOfTool();
     [[nodiscard]] static QString copyOfTool();
     [[nodiscard]] static QString executableOfTool();
-    /// The executable in the framework's resources, which runs when an administrator's rights are needed.
+    /// The executable in the framework's resources that runs as root if necessary.
     [[nodiscard]] static QString executableOfInstalledTool();
-    /// This session's environment, recorded for the tool: "NAME=value" texts, each ended by NUL.
+    /// The environment of this session for the tool: "NAME=value" strings, each terminated by NUL.
     [[nodiscard]] static QString environmentRecord();
 
 private:

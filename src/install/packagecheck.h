@@ -7,9 +7,10 @@
 
 namespace tx {
 
-/// Finds out whether a package of the system owns the running application, which only the package manager may
-/// change then. `done` gets null when none does; else an error with the description `failure`, also when that
-/// cannot be told. Thread: main, on which `done` is called later; not when the application ends first.
+/// Checks whether a package of the system owns the running application. If so, only the package manager may
+/// change it. `done` gets a null error if no package owns it. Otherwise, and if that cannot be determined, it
+/// gets an error with the description `failure`. Thread: main; `done` is called there later, unless the
+/// application ends first.
 void checkPackageOwner(const QString &failure, std::function<void(const TXError &refusal)> done);
 
 } // namespace tx

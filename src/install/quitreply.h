@@ -6,16 +6,16 @@
 
 #include <atomic>
 
-/// The answer that the copies of a reply share.
+/// The state that all copies of a TXQuitReply share.
 struct TXQuitReplyPrivate {
-    /// What the answer is handed to: a permission to hold while the application may be ended, or null for a
-    /// refusal. Null once it has been called.
+    /// Receives the answer: a permission, which must be held as long as the application may be ended, or null
+    /// for a refusal. Null after it has been called.
     std::function<void(const std::shared_ptr<void> &permission)> done;
 
     explicit TXQuitReplyPrivate(std::function<void(const std::shared_ptr<void> &permission)> whenAnswered);
     ~TXQuitReplyPrivate();
     Q_DISABLE_COPY_MOVE(TXQuitReplyPrivate)
-    /// A reply whose answer is handed to `whenAnswered`.
+    /// Makes a reply that passes its answer to `whenAnswered`.
     static TXQuitReply make(std::function<void(const std::shared_ptr<void> &permission)> whenAnswered);
     void give(const std::shared_ptr<void> &permission);
 };

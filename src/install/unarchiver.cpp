@@ -130,7 +130,7 @@ void TXUpdateUnarchiver::begin(const std::shared_ptr<TXUpdateUnarchiver> &unarch
 std::FILE *TXUpdateUnarchiver::openArchive() const {
     if (!m_verified)
         return std::fopen(QFile::encodeName(m_archivePath).constData(), "rbe");
-    // The copy has one position for all descriptors.
+    // The duplicated descriptor shares the read position with the original.
     const int fd = fcntl(m_verified->descriptor(), F_DUPFD_CLOEXEC, 0);
     if (fd < 0)
         return nullptr;
@@ -207,7 +207,7 @@ QString TXUpdateUnarchiver::pipeArchive(std::FILE *archive, const QString &comma
     if (!task)
         return tx::localizedFormat(u"Opening the pipe for the archive failed %d."_s,
                                    {QString::number(task.error().code())});
-    // At the end of the process nobody needs the unpacked application any more, and the command may hang.
+    // When the process ends, nobody needs the unpacked application, and the command might hang.
     const tx::InterruptAtEnd interrupt([&task] { (*task)->kill(); });
     std::optional<int> failedWrite;
     constexpr size_t chunkSize = 32768;

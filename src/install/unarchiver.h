@@ -12,12 +12,12 @@
 #include <functional>
 #include <memory>
 
-/// Unpacks a downloaded archive beside itself by streaming it into a command, and finds the application in
-/// it. For a host with keys, only what was verified.
+/// Unpacks a downloaded archive into the archive's own folder by streaming it to a command, and then looks
+/// for the application among the unpacked files. For a host with keys, it unpacks only verified archives.
 ///
-/// Thread: `unarchive` on any; the work runs on the background queue, handlers on the main thread.
-/// Errors: domain "TXUpdater", code 0; or TXUpdateErrorDomain for an application that the host's keys do not
-/// admit, which is removed. Other files that were written stay where they are.
+/// Thread: call `unarchive` on any thread. The work runs on the background queue, the handlers on the main
+/// thread. Errors: domain "TXUpdater" with code 0, or TXUpdateErrorDomain if the host's keys do not admit the
+/// application. That application is removed; other unpacked files stay.
 class TXUpdateUnarchiver final : public std::enable_shared_from_this<TXUpdateUnarchiver> {
 public:
     using ProgressHandler = std::function<void()>;
@@ -33,9 +33,8 @@ public:
     static void unarchive(const QString &archivePath, const ProgressHandler &progress,
                           const CompletionHandler &completion,
                           const tx::WantedApplication &wanted = forHost({}));
-    /// The same for an archive that was verified, and the application in it, which is checked, too. Of the
-    /// file at `archivePath` nothing is read: its name tells the type, and its folder is the one to unpack
-    /// into.
+    /// Unpacks a verified archive and checks the application in it. The file at `archivePath` is not read:
+    /// its name only gives the type of the archive, and its folder is the destination.
     static void unarchive(const tx::VerifiedArchivePtr &archive, const QString &archivePath,
                           const ProgressHandler &progress, const CompletionHandler &completion,
                           const tx::WantedApplication &wanted);
@@ -43,8 +42,8 @@ public:
     /// Removes the quarantine mark from an entry and from everything below it.
     static void releaseFromQuarantine(const QString &path);
 
-    /// The bundle directly in `directory` whose identifier is the host's; null when there is none, or when it
-    /// holds devices, pipes or sockets.
+    /// Returns the bundle directly in `directory` that has the host's identifier. Null if there is none, or
+    /// if it contains devices, pipes or sockets.
     [[nodiscard]] static QString findUnarchivedApplicationInDirectory(const QString &directory);
 
     /// The shell command that unpacks an archive of that name; null for an unknown type.
@@ -60,7 +59,7 @@ public:
 
 private:
     static void begin(const std::shared_ptr<TXUpdateUnarchiver> &unarchiver);
-    /// Null, with errno, when it cannot be opened.
+    /// Returns null and sets errno if the archive cannot be opened.
     [[nodiscard]] std::FILE *openArchive() const;
     void unarchiveWithPipingCommand(const QString &command);
     void stream(const QString &command);

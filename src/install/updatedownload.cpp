@@ -181,7 +181,7 @@ TX_SHARED void UpdateDownload::begin(TXUpdate &update, Choice choice,
         return;
     }
     const Result<std::shared_ptr<const ArchiveTrust>> trusted = archiveTrustOf(update);
-    if (!trusted) { // downloadRefusal() has seen it; kept for an update without an archive
+    if (!trusted) { // downloadRefusal() reports this earlier, except for an update without an archive
         endUnbegun(trusted.error());
         return;
     }
@@ -226,7 +226,7 @@ void UpdateDownload::start() {
     request.sizeLimit = limits.archive;
     request.minimumRate = limits.rate;
     if (m_trusted) {
-        // Zero would be no limit.
+        // Zero would mean "no limit".
         const quint64 signedSize = std::max<quint64>(m_trusted->proof.size(), 1);
         if (signedSize < quint64(request.sizeLimit))
             request.sizeLimit = qint64(signedSize);

@@ -11,11 +11,12 @@
 
 namespace tx {
 
-/// The running download of one update. Thread: main. Owned by the update, and by itself while it reports.
+/// The running download of one update. Thread: main. Ownership: the update's; it also keeps itself alive
+/// while it reports.
 class UpdateDownload final : public UrlDownloadDelegate, public std::enable_shared_from_this<UpdateDownload> {
 public:
-    /// Who wants a download. One that the user chose ends those that the framework began by itself, and those
-    /// begin only when the user has chosen none. At most one runs in a process.
+    /// Who started a download. A download by the user cancels automatic ones. An automatic download starts
+    /// only if no download by the user is running. At most one runs in a process.
     enum class Choice { Users, Automatic };
 
     UpdateDownload(TXUpdate &update, Choice choice, std::shared_ptr<const ArchiveTrust> trusted,
@@ -23,14 +24,14 @@ public:
     ~UpdateDownload() override;
     Q_DISABLE_COPY_MOVE(UpdateDownload)
 
-    /// TXUpdate::downloadWithProgress for either choice. A download that gives way to another one ends as a
-    /// cancelled one does.
+    /// Implements TXUpdate::downloadWithProgress for both choices. A download that another one replaces ends
+    /// like a cancelled one.
     static void begin(TXUpdate &update, Choice choice, const TXUpdate::ProgressHandler &progress,
                       const TXUpdate::CompletionHandler &completion);
 
-    /// Takes the folder that holds the update's file until `folderLock` goes. One that another update of this
-    /// process or of another one uses is an error with the description `failure`. The installer tool takes
-    /// the same lock, "<folder>.lock".
+    /// Locks the folder of the update's file until `folderLock` is destroyed. If another update of this or of
+    /// another process uses the folder, returns an error with the description `failure`. The installer tool
+    /// uses the same lock, "<folder>.lock".
     [[nodiscard]] static TXError occupyFolder(TXUpdate &update, const QString &folder,
                                               const QString &failure);
 
@@ -48,7 +49,7 @@ public:
 private:
     void downloadEndedSuccessfully(bool successful, const TXError &error);
     void refuse(const TXError &error);
-    /// Null unless the archive that has come is not the signed one.
+    /// Returns an error if the downloaded archive differs from the signed one, else null.
     [[nodiscard]] TXError checkSignature() const;
     void reportProgress();
 
@@ -57,17 +58,18 @@ private:
     std::shared_ptr<const ArchiveTrust> m_trusted; ///< null for a host without keys
     TXUpdate::ProgressHandler m_progress;
     TXUpdate::CompletionHandler m_completion;
-    /// Of the file. The network thread feeds it until it reports the end.
+    /// The digest of the file. Only the network thread uses it until the transfer has ended.
     std::shared_ptr<trust::DigestStream> m_digest;
     std::unique_ptr<UrlDownload> m_transfer;
     quint64 m_received = 0;
 };
 
-/// The name under which an archive is stored: "<suggested name> - <version>.<extension>", a "txt" extension
-/// dropped first. Never leads out of its folder and fits every file system.
+/// The file name of a stored archive: "<suggested name> - <version>.<extension>", without a "txt" extension
+/// of the suggested name. It never contains a path, and is valid on every file system.
 ///
-/// A complete file of that name is used again, so a name never means two builds: where the name or the
-/// version does not fit in as it is, "=" and a digest of both and of the URL follow the version.
+/// A complete file of that name is used again, so a name must never stand for two builds. If the suggested
+/// name or the version must be changed to be valid, "=" and a digest of both and of the URL follow the
+/// version.
 [[nodiscard]] QString downloadFileName(const QString &suggestedName, const QString &version, const QUrl &url);
 
 } // namespace tx

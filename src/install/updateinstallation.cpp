@@ -72,7 +72,8 @@ void UpdateInstallation::install_doUnarchive(TXUpdate &update) {
 
 void UpdateInstallation::verify(TXUpdate &update, const std::shared_ptr<const ArchiveTrust> &trusted) {
     TXLog(TXLogLevelStep, u"TXUpdate: Beginning verification"_s);
-    // It goes on if the update is destroyed, and nobody else may write to the folder until it ends.
+    // Verification continues if the update is destroyed. The lock keeps others from writing to the folder
+    // until then.
     runInBackground([guard = QPointer<TXUpdate>(&update), lock = stateOf(update).folderLock, trusted,
                      path = update.downloadPath()] {
         const Result<VerifiedArchivePtr> archive = verifyArchive(*trusted, path);
@@ -92,7 +93,8 @@ void UpdateInstallation::verify(TXUpdate &update, const std::shared_ptr<const Ar
 void UpdateInstallation::unarchive(TXUpdate &update) {
     TXLog(TXLogLevelStep, u"TXUpdate: Beginning unarchive"_s);
     const QPointer<TXUpdate> guard(&update);
-    // Unpacking continues if the update is destroyed, and nobody else may write to the folder until it ends.
+    // Unpacking continues if the update is destroyed. The lock keeps others from writing to the folder until
+    // then.
     const auto done = [guard, lock = stateOf(update).folderLock](const QString &application,
                                                                  const TXError &error) {
         if (!guard)

@@ -12,7 +12,7 @@ class UpdateInstallation {
 public:
     /// Goes on unless the application is part of a package.
     static void install_checkOwner(TXUpdate &update);
-    /// Verifies the archive first for a host with keys.
+    /// Unpacks the archive. For a host with keys, verifies it first.
     static void install_doUnarchive(TXUpdate &update);
     /// `application`: the unpacked application's path; null for an archive of unknown type.
     static void install_doInstall(TXUpdate &update, const QString &application);
@@ -20,13 +20,13 @@ public:
 
 private:
     static void unarchive(TXUpdate &update);
-    /// Fails; what the host's keys do not admit is removed.
+    /// Ends the installation with `error`, and removes the files that the host's keys do not admit.
     static void endUnverified(TXUpdate &update, const TXError &error);
     static void verify(TXUpdate &update, const std::shared_ptr<const ArchiveTrust> &trusted);
     /// Fails, and removes the archive and the application that came out of it: the update is to be downloaded
     /// again.
     static void discardDownload(TXUpdate &update, const QString &application, const TXError &why);
-    /// Asks whether the application may end, and hands over if so.
+    /// Asks whether the application may quit, and starts the installer if so.
     static void askToQuit(TXUpdate &update, const QString &application);
     static void handOver(TXUpdate &update, const QString &application);
     static void moveIntoDownloads(TXUpdate &update, const QString &application);

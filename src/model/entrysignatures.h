@@ -9,17 +9,17 @@ namespace tx {
 
 class FeedEntry;
 
-/// What an entry of a feed says about the signatures of its archive, as it is written there. Thread: a value.
+/// The signatures of an archive as an entry of a feed states them, not yet parsed. Thread: a value.
 struct EntrySignatures {
-    std::string texts;   ///< of a JSON entry: texts with a NUL between them
-    std::string escaped; ///< of an appcast: texts one after the other, line feeds written as "\n"
-    std::string plain;   ///< of an appcast: the signature over the archive's bytes
-    std::string length;  ///< of the enclosure, which belongs to that one
+    std::string texts;   ///< from a JSON entry: the signatures, separated by NUL
+    std::string escaped; ///< from an appcast: the signatures, concatenated; line feeds are written as "\n"
+    std::string plain;   ///< from an appcast: the plain signature of the archive's bytes
+    std::string length;  ///< from an appcast: the enclosure's length, which the plain signature needs
 
     [[nodiscard]] static EntrySignatures of(const FeedEntry &entry);
 
-    /// Taken apart. A plain signature that is malformed counts only where there is nothing else: appcasts
-    /// have it for other programs. Fault: Signature.
+    /// Parses the members. A malformed plain signature is a fault only if there is no other signature,
+    /// because appcasts may carry plain signatures for other programs. Fault: Signature.
     [[nodiscard]] trust::Outcome<trust::ArchiveSignatures> parse() const;
 };
 

@@ -33,7 +33,7 @@ constexpr std::array<std::string_view, FeedEntry::memberCount> names{
     "postURL",
     "url",
     "signature",
-    // Not members of JSON feeds.
+    // The following are not members of JSON feeds.
     "",
     "",
     "",

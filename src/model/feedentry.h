@@ -11,9 +11,9 @@
 
 namespace tx {
 
-/// The members of one feed entry that the readers know, as texts. It refers to the document's own bytes and
-/// turns a text into a QString only when it is asked for: most entries of a long feed are dropped after a
-/// look at three of them. Thread: a value; the document must outlive it.
+/// The members of one feed entry that the parsers know, as strings. It refers to the document's bytes and
+/// makes a QString only on request, because most entries of a long feed are dropped after three of their
+/// members have been read. Thread: a value; the document must outlive it.
 class FeedEntry {
 public:
     enum class Member : size_t {
@@ -37,12 +37,12 @@ public:
         Display,
         PostURL,
         Url,
-        Signature, ///< its texts, with a NUL between them
-        // In appcasts only.
+        Signature, ///< the signatures, separated by NUL
+        // Only in appcasts:
         Extra,
         EscapedSignature,
         PlainSignature,
-        Length, ///< of the enclosure
+        Length, ///< the enclosure's length
     };
     FeedEntry() = default;
     FeedEntry(FeedEntry &&) = default;

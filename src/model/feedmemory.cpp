@@ -19,7 +19,8 @@ const QString troubleKey = u"TXUpdateFeedTrouble"_s;
 const QString sinceKey = u"since"_s;
 const QString toldKey = u"told"_s;
 
-/// One setting a name, so that a write never touches what another process stores for another name.
+/// Each feed name has a setting of its own, so that a write never changes what another process stores for
+/// another name.
 QString serialKey(const std::string &feedName) {
     return u"TXUpdateFeedSerial-"_s + QString::fromStdString(trust::encodeValue(feedName));
 }
@@ -57,7 +58,7 @@ trust::FreshnessVerdict rememberFeed(const trust::FeedClaim &claim, int64_t now)
     trust::FreshnessVerdict verdict = trust::judgeFreshness(claim, known, now);
     if (verdict.freshness == trust::Freshness::Fresh && known != claim.serial) {
         const auto replace = [&](const QVariant &stored) -> std::optional<QVariant> {
-            // Judged anew: another process may have received a newer feed meanwhile.
+            // Judged again, because another process may have accepted a newer feed in the meantime.
             verdict = trust::judgeFreshness(claim, serialOf(stored), now);
             if (verdict.freshness != trust::Freshness::Fresh)
                 return std::nullopt;

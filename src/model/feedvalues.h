@@ -9,14 +9,14 @@
 
 namespace tx {
 
-/// An address as feeds write it: blanks at the ends are dropped, others and non-ASCII characters are
-/// percent-encoded. An empty URL for a null text, one that is no URL and one longer than 64 KiB, which no
-/// server would take and which would be there many times while it is taken apart. Thread: any.
+/// Parses a URL as feeds contain it: blanks at the ends are removed, other blanks and non-ASCII characters
+/// are percent-encoded. Returns an empty URL for a null string, an invalid URL, and one longer than 64 KiB.
+/// No server accepts such a long URL, and parsing it would take many times its memory. Thread: any.
 [[nodiscard]] QUrl urlFromFeedText(const QString &text);
 [[nodiscard]] QUrl urlFromFeedText(std::string_view text);
 
-/// The same in percent-encoded form, from UTF-8; empty for none. Plain http addresses, as nearly all are, are
-/// taken as they stand without being taken apart.
+/// As above, from UTF-8 to percent-encoded form; empty for an invalid URL. Plain http URLs, which are the
+/// usual case, are returned unchanged and without parsing.
 [[nodiscard]] QByteArray encodedUrlFromFeedText(std::string_view text);
 
 /// True when `encodedUrlFromFeedText` has an answer for the text.

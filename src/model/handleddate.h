@@ -9,7 +9,7 @@ namespace tx {
 /// any other form, the one of feeds among them. Thread: any.
 [[nodiscard]] QDateTime handledPostDate(const QString &text);
 
-/// The same form in the user's time zone; null for an invalid date. Thread: any.
+/// Formats a date in this form in the user's time zone; null for an invalid date. Thread: any.
 [[nodiscard]] QString handledPostDateText(const QDateTime &date);
 
 } // namespace tx

@@ -5,14 +5,14 @@
 
 namespace tx {
 
-/// A text as the record of handled posts holds it. The settings are an XML file: a text with characters that
-/// XML cannot hold (control characters, halves of surrogate pairs, U+FFFE, U+FFFF) or would read as another
-/// one (carriage return) begins with "escaped:" there, with "%HHHH" for each such character and for "%". A
-/// text that begins with that word itself is escaped as well, so different texts stay different. Every other
-/// text is stored as it is. Thread: any.
+/// Encodes a string for the record of handled posts. The settings are an XML file, so some characters must be
+/// escaped: those that XML cannot contain (control characters, unpaired surrogates, U+FFFE, U+FFFF) and those
+/// that XML changes (carriage return). An escaped string begins with "escaped:", and "%HHHH" replaces each
+/// such character and each "%". A string that itself begins with "escaped:" is escaped as well, so that
+/// different strings stay different. Every other string is stored unchanged. Thread: any.
 [[nodiscard]] QString recordForm(const QString &text);
 
-/// The same for the texts of a post's identifier.
+/// Encodes all strings of a post's identifier.
 [[nodiscard]] QVariantMap recordForm(const QVariantMap &identifier);
 
 } // namespace tx

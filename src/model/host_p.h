@@ -10,12 +10,12 @@ namespace tx {
 /// application, before it uses the framework.
 void resetHost();
 
-/// An error when the host does not say which application it is, so that no update of it could be installed:
-/// its bundle has no readable Info.plist, or that has no CFBundleIdentifier. It names the file and what to
-/// add. Thread: any.
+/// Returns an error if the host has no identifier, because its update could not be recognized: its bundle has
+/// no readable Info.plist, or that has no CFBundleIdentifier. The error names the file and what to add.
+/// Thread: any.
 [[nodiscard]] TXError hostIdentityError();
 
-/// The same, which is written to the log the first time in a process.
+/// As above. Also logs the error the first time in a process.
 [[nodiscard]] TXError checkHostIdentity();
 
 /// Three components packed as by TXUpdateOSVersion.

@@ -11,17 +11,18 @@ class TXUpdate;
 
 namespace tx {
 
-/// What the host's Info.plist says about trust, with the feed's name that was set at run time, if one was.
-/// Error: TXUpdateErrorKeysMalformed, when the keys or what belongs to them are malformed. Nothing may be
-/// checked, downloaded or installed then. Thread: any.
+/// The host's keys, identifier and feed name from its Info.plist; a feed name that was set at run time
+/// replaces the one there. Error: TXUpdateErrorKeysMalformed if the keys or related values are malformed. In
+/// that case the host must not check, download or install anything. Thread: any.
 Result<trust::AppInfo> hostTrust();
 
-/// The error for an archive that was refused. Thread: any.
+/// Converts a fault into the error for a refused archive. Thread: any.
 TXError archiveTrustError(const trust::Fault &fault);
-/// The same for the application that came out of a verified archive.
+/// Converts a fault into the error for a refused application that was unpacked from a verified archive.
+/// Thread: any.
 TXError releaseTrustError(const trust::Fault &fault);
 
-/// What must hold of the archive of one update. Thread: a value.
+/// The conditions that the archive of one update must meet. Thread: a value.
 struct ArchiveTrust {
     trust::PublicKeys keys;
     trust::ArchiveSignatures signatures;
@@ -29,8 +30,8 @@ struct ArchiveTrust {
     trust::ArchiveProof proof;
 };
 
-/// Null for a host without keys, which verifies nothing. Errors: hostTrust()'s, and those of an archive that
-/// none of the host's keys has signed for this build. Thread: the update's.
+/// Returns null for a host without keys, because such a host verifies nothing. Errors: those of hostTrust();
+/// an archive that none of the host's keys has signed for this build. Thread: the update's.
 Result<std::shared_ptr<const ArchiveTrust>> archiveTrustOf(const TXUpdate &update);
 
 } // namespace tx

@@ -7,9 +7,10 @@
 
 namespace tx {
 
-/// What is behind an item of a feed: its entry in the feed's block, until something is stored in the item,
-/// and fields of its own from then on. It is as large as the entry alone, because a feed may hold a hundred
-/// thousand items of which one is used. A value: copies share the block or the fields.
+/// The data of a feed's item. At first it refers to the item's entry in the memory block of the feed. The
+/// first change of the item replaces this with fields of its own. It is as small as a PackedEntry because a
+/// feed may hold a hundred thousand items, of which the host uses one. A value: copies share the block or the
+/// fields.
 template <typename Fields>
 class ItemContent {
 public:
@@ -20,7 +21,7 @@ public:
         , m_hasConditions(entry.hasConditions)
         , m_isFromSecureFeed(entry.isFromSecureFeed) {}
 
-    /// The item's own fields; null while it has none.
+    /// The item's own fields; null as long as it has none.
     [[nodiscard]] Fields *fields() const { return m_isOwn ? static_cast<Fields *>(m_data.get()) : nullptr; }
     [[nodiscard]] bool areFieldsShared() const { return m_data.use_count() > 1; }
     void setFields(std::shared_ptr<Fields> fields) {
@@ -28,7 +29,7 @@ public:
         m_isOwn = true;
     }
 
-    /// While there are no fields: the entry, an empty one if there is none either.
+    /// The entry, as long as the item has no fields of its own. An empty entry if there is no block.
     [[nodiscard]] FeedEntry entry() const {
         return readEntry(static_cast<const std::string *>(m_data.get()), m_position);
     }
@@ -36,12 +37,12 @@ public:
     [[nodiscard]] bool hasConditions() const { return m_hasConditions; }
     [[nodiscard]] bool isFromSecureFeed() const { return m_isFromSecureFeed; }
 
-    /// Whether one piece of memory holds this and the item. Otherwise the item owns it.
+    /// True if the item and this object were allocated together. If false, the item deletes this object.
     [[nodiscard]] bool isBesideItem() const { return m_isBesideItem; }
     void setBesideItem(bool isBesideItem) { m_isBesideItem = isBesideItem; }
 
 private:
-    std::shared_ptr<void> m_data; ///< the block, which is never written, or the fields
+    std::shared_ptr<void> m_data; ///< the block, which is never changed, or the item's own fields
     quint32 m_position = 0;
     bool m_isOwn = false;
     bool m_hasConditions = false;

@@ -11,15 +11,15 @@ namespace tx {
 /// Reads "yyyy-MM-dd HH:mm:ss" as US Pacific time; invalid for any other form or a day that does not exist.
 /// Thread: any.
 [[nodiscard]] QDateTime itemDateFromString(QStringView text);
-/// The same from UTF-8, without a copy of a long text.
+/// As above from UTF-8, without copying a long string.
 [[nodiscard]] QDateTime itemDateFromUtf8(std::string_view text);
 
-/// The same form in US Pacific time.
+/// Formats a date in this form in US Pacific time.
 [[nodiscard]] QString itemDateToString(const QDateTime &date);
 
-/// What is used where the system has no zone database: US Pacific time by its rules since 2007, from the
-/// second Sunday of March to the first of November. Older dates come out an hour wrong in the weeks that were
-/// different. Invalid for the hour that is left out; the hour that comes twice is the second one.
+/// Converts without a zone database: US Pacific time by the rules since 2007, with daylight saving time from
+/// the second Sunday of March to the first of November. Older dates are wrong by one hour in weeks with
+/// different rules. Invalid for the skipped hour; the repeated hour is the second one.
 [[nodiscard]] QDateTime pacificTimeByRule(QDate day, QTime time);
 /// Seconds east of UTC by the same rules.
 [[nodiscard]] int pacificOffsetByRule(const QDateTime &date);

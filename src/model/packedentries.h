@@ -10,16 +10,15 @@
 
 namespace tx {
 
-/// Where an item's texts are, in a block that the item shares with its neighbours. A text is read from there
-/// when it is asked for, because an object for each text of a long feed would take many times its size. A
-/// value.
+/// The position of an item's strings in a memory block that many items share. A string is read from the block
+/// when it is requested. One object for each string of a long feed would take many times the memory. A value.
 struct PackedEntry {
     std::shared_ptr<const std::string> block; ///< null: none
     quint32 position = 0;
     bool hasConditions = false;
     bool isFromSecureFeed = false;
 
-    /// The texts; valid as long as the block.
+    /// Reads the strings. They are valid as long as the block exists.
     [[nodiscard]] FeedEntry read() const;
 };
 
@@ -27,7 +26,7 @@ struct PackedEntry {
 /// reading the document, and most are never asked for. Thread: a value.
 class PackedEntries {
 public:
-    /// Copies the entry's texts, but not its type.
+    /// Copies the entry's strings, but not its type.
     void append(const FeedEntry &entry);
     [[nodiscard]] bool isEmpty() const { return m_count == 0; }
     [[nodiscard]] qsizetype size() const { return m_count; }
@@ -44,10 +43,10 @@ private:
     qsizetype m_count = 0;
 };
 
-/// The entry at that place of a block; an empty one without a block.
+/// Reads the entry at `position` of `block`. Returns an empty entry if `block` is null.
 [[nodiscard]] FeedEntry readEntry(const std::string *block, quint32 position);
 
-/// One entry in a block of its own.
+/// Makes a block that contains one entry.
 [[nodiscard]] PackedEntry packed(const FeedEntry &entry);
 
 } // namespace tx

@@ -7,7 +7,7 @@
 
 namespace tx {
 
-/// What a post has once something is stored in it.
+/// A post's own fields, which it gets with its first change.
 struct PostFields {
     QString title;
     QUrl postURL;
@@ -23,10 +23,10 @@ struct PostFields {
 struct TXUpdatePostPrivate : tx::ItemContent<tx::PostFields> {
     using ItemContent::ItemContent;
 
-    /// The fields of `post`, for a change: copied out of the feed's block, or from another post that shares
-    /// them.
+    /// Returns the fields of `post` for writing. Copies them first if they are still in the feed's block or
+    /// shared with another post.
     static tx::PostFields &fieldsToChange(TXUpdatePost &post);
-    /// A post that reads what it says from a feed's entry when it is asked.
+    /// Makes a post that reads its values from a feed's entry on request.
     static TXUpdatePostPtr make(tx::PackedEntry entry);
 
 private:

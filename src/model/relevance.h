@@ -15,7 +15,7 @@ enum class Objection { None, MinimumBuild, MaximumBuild, MinimumSystem, MaximumS
 [[nodiscard]] Objection objectionTo(const TXUpdateItemConditions &conditions, const QString &build,
                                     const QString &systemVersion);
 
-/// The objection in words; null for none. `version` is the item's own build.
+/// Describes the objection; null if there is none. `version` is the item's own build.
 [[nodiscard]] QString describe(Objection objection, const TXUpdateItemConditions &conditions,
                                const QString &version, const QString &build, const QString &systemVersion);
 
@@ -35,7 +35,7 @@ template <typename Item>
     return result;
 }
 
-/// What the user ignores, read once for questions about many updates. Thread: main.
+/// The versions that the user ignores, read once for questions about many updates. Thread: main.
 class IgnoredVersions {
 public:
     IgnoredVersions();
@@ -47,7 +47,7 @@ private:
     QDateTime m_expiry;
 };
 
-/// The same for one update.
+/// Returns whether the user ignores this update.
 [[nodiscard]] bool isUpdateIgnored(const TXUpdate &update);
 
 } // namespace tx

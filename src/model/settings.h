@@ -9,8 +9,8 @@ namespace tx {
 /// Thread: any.
 [[nodiscard]] QString anonymousUUID();
 
-/// Where the host's downloads and unpacked archives stand: "<bundle identifier>.TXUpdater" in the private
-/// temporary folder. Not made here. Thread: any.
+/// The folder for the host's downloads and unpacked archives: "<bundle identifier>.TXUpdater" in the private
+/// temporary folder. Not created here. Thread: any.
 [[nodiscard]] QString updateCacheDirectoryFilePath();
 
 /// A limit that the host application may set by a number greater than 0 in its Info.plist; `usual` without

@@ -28,8 +28,8 @@ struct TXUpdateTrackPrivate {
     List<TXUpdatePtr> updates;
     List<TXUpdatePostPtr> posts;
 
-    /// For readers: each function is called once, when its items are first requested, on the requesting
-    /// thread.
+    /// For parsers. Each function is called once, when its items are first requested, on the thread that
+    /// requests them.
     static TXUpdateTrackPtr trackWithItems(const QString &name,
                                            std::function<QList<TXUpdatePtr>()> makeUpdates,
                                            std::function<QList<TXUpdatePostPtr>()> makePosts);

@@ -53,7 +53,7 @@ TXUpdate::~TXUpdate() {
                             u"Keep the update until its handler has been called."_s));
         });
     if (d->isBesideItem())
-        *d = TXUpdatePrivate(); // a download ends before this object does
+        *d = TXUpdatePrivate(); // ends a download before the rest of this object is destroyed
     else
         delete d;
 }

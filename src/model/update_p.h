@@ -21,7 +21,7 @@ struct UpdateState : UpdateFields {
     quint64 downloadSize = 0;
     QString downloadPath;
     std::shared_ptr<UpdateDownload> download;
-    /// While it installs, for a host with keys: what was unpacked.
+    /// During the installation of a host with keys: the archive that was unpacked.
     std::shared_ptr<const trust::VerifiedArchive> verified;
     TXUpdate::CompletionHandler installErrorHandler;
     std::shared_ptr<void>
@@ -29,7 +29,7 @@ struct UpdateState : UpdateFields {
     std::shared_ptr<FileLock> folderLock; ///< while it downloads or installs; unpacking holds it as well
 };
 
-/// The state of an update, made now if need be.
+/// The state of an update. Created on first use.
 [[nodiscard]] UpdateState &stateOf(const TXUpdate &update);
 
 /// Stores a value and announces the change when it is one.

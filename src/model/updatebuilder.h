@@ -37,12 +37,12 @@ struct UpdateFields {
 /// All that an entry of a feed says, as an update has it.
 [[nodiscard]] UpdateFields fieldsFrom(const ItemContent<UpdateState> &content);
 
-/// Makes updates that read what they say from a feed's entry when they are asked. Thread: any; the update
-/// belongs to the main thread, where it is also deleted, whoever lets go of it last.
+/// Makes updates that read their values from a feed's entry on request. Thread: any. An update belongs to the
+/// main thread and is deleted there, whichever thread releases the last reference.
 class UpdateBuilder {
 public:
     static TXUpdatePtr make(PackedEntry entry);
-    /// What the feed says about the signatures of the update's archive. Thread: the update's.
+    /// The signatures that the feed states for the update's archive. Thread: the update's.
     [[nodiscard]] static EntrySignatures signaturesOf(const TXUpdate &update);
 };
 

@@ -36,7 +36,7 @@ Type classify(char16_t unit) {
 
 constexpr size_t tableSize = 128;
 
-/// What the characters of a version are. Nearly all versions are ASCII, so those come from a table.
+/// Classifies the characters of a version. Uses a table for ASCII, because nearly all versions are ASCII.
 struct UnicodeClasses {
     using Kind = tx::versions::Kind;
 

@@ -7,7 +7,8 @@
 
 namespace tx {
 
-/// Where an application stands, and where it should. Thread: main; folders are chosen once.
+/// The application's current folder and the folder where it should be. Thread: main; folders are determined
+/// once.
 class ApplicationPlaces {
 public:
     /// `bundlePath`: the application's own.
@@ -16,12 +17,13 @@ public:
     [[nodiscard]] QString bundlePath() const { return m_bundlePath; }
     [[nodiscard]] QString parentDirectory() const;
 
-    /// The user's Applications folder when it holds an application, or when it is there and the one of this
-    /// machine takes rights that this application cannot get; else that one, or null when it is not there.
+    /// Returns the user's Applications folder if it contains an application. Also returns it if it exists and
+    /// the machine's Applications folder needs root's rights that this application cannot get. Otherwise
+    /// returns the machine's folder, or null if that does not exist.
     [[nodiscard]] QString preferredInstallLocation(bool *isUserFolder = nullptr) const;
     /// The preferred folder and the bundle's name; null without a folder.
     [[nodiscard]] QString destinationPath() const;
-    /// Whether the preferred folder takes an administrator's rights.
+    /// Whether writing to the preferred folder needs root's rights.
     [[nodiscard]] bool needsAuthorization() const;
     /// Whether the user can be asked for these rights.
     [[nodiscard]] bool canGetAuthorization() const;
@@ -30,7 +32,7 @@ public:
     [[nodiscard]] bool isInDownloadsFolder() const;
     [[nodiscard]] bool isInDesktopFolder() const;
     [[nodiscard]] bool isInDiskImage() const { return !diskImageVolumePath().isNull(); }
-    /// Where the image is mounted that holds the application: a removable volume that cannot be written.
+    /// The mount point of the disk image that contains the application: a removable, read-only volume.
     [[nodiscard]] QString diskImageVolumePath() const;
     /// The image file behind a mounted volume; null when it is not known. Blocks while `hdiutil` runs.
     [[nodiscard]] static QString diskImageFileForVolumePath(const QString &volumePath);

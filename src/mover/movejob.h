@@ -23,13 +23,12 @@ public:
         OtherCopyRuns ///< a copy at the destination was opened; this process is to end
     };
     [[nodiscard]] Outcome performMove();
-    /// Why it failed and what the user can do, in the user's language; empty unless it failed.
+    /// Why the move failed and what the user can do, in the user's language; empty unless it failed.
     [[nodiscard]] QString failureText() const { return m_failureText; }
 
     /// Opens the moved application once this process has ended.
     void setupRelaunchAfterExit() const;
-    /// Disposes of what the application was moved from: into the Trash, or the disk image is detached and
-    /// deleted.
+    /// Removes the original after the move: moves it to the Trash, or detaches and deletes its disk image.
     void moveOldCopyToTrash() const;
 
 private:
@@ -44,14 +43,16 @@ private:
     /// Takes what was replaced to the Trash, as what was at the destination. False, with a failure text that
     /// shows the path `shown`, when it is not there.
     bool trashOld(const Replacement &replacement, const QString &destination, const QString &shown);
-    /// Whether what the move would replace belongs to a package of the system, or that cannot be told.
+    /// Returns whether a package of the system owns the application that the move would replace, or that
+    /// cannot be determined.
     bool replacesPackage();
     bool isRunningAt(const QString &path) const;
     void openOtherCopy() const;
     bool runPrivileged();
-    /// Reads what the privileged program says until its end, which has no limit of time: it copies.
+    /// Reads the output of the privileged program until its end. There is no time limit, because the program
+    /// copies.
     bool isMoved(Task &task);
-    /// The framework's resources as they stand after the move.
+    /// The path of the framework's resources after the move.
     QString movedResources() const;
 
     const ApplicationPlaces &m_places;

@@ -6,8 +6,8 @@
 
 namespace tx {
 
-/// The question whether the application is to be moved: its texts, buttons and box. `name`: the
-/// application's.
+/// The question whether to move the application, with its strings, buttons and check box. `name` is the
+/// application's name.
 [[nodiscard]] Alert moveQuestion(const ApplicationPlaces &places, const QString &name, bool isTranslocated);
 
 /// The user's language for a text of the mover.

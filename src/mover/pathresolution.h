@@ -8,22 +8,22 @@ namespace tx {
 // A path free of symbolic links and alias files, component by component. Nothing changes the file system; a
 // null text says that it cannot be done. Thread: any.
 
-/// The absolute path with every component resolved. Null for a relative path, and for one that runs through
-/// something that is not there. A leading "~" is the home folder; "." and ".." are taken out first.
+/// Returns the absolute path with every component resolved. Null for a relative path, and if a component
+/// before the last one does not exist. A leading "~" is the home folder; "." and ".." are removed first.
 [[nodiscard]] QString stringByResolvingSymlinksAndAliases(const QString &path);
 
-/// The final target of links and aliases. Null when one leads nowhere, and after 64 steps: they lead in a
-/// circle.
+/// Follows links and aliases to their final target. Null if a target does not exist, and after 64 steps,
+/// which indicates a cycle.
 [[nodiscard]] QString stringByIterativelyResolvingSymlinkOrAlias(const QString &path);
 
-/// The link's target, or the path itself when it is no link.
+/// Returns the link's target, or the path itself if it is not a link.
 [[nodiscard]] QString stringByResolvingSymlink(const QString &path);
-/// The alias's target, or the path itself when it is no alias.
+/// Returns the alias's target, or the path itself if it is not an alias.
 [[nodiscard]] QString stringByResolvingAlias(const QString &path);
-/// The link's target, null when the path is no link: an absolute target as it stands, a relative one below
-/// the link's own folder.
+/// Returns the link's target, or null if the path is not a link. An absolute target is returned unchanged, a
+/// relative one relative to the link's folder.
 [[nodiscard]] QString stringByConditionallyResolvingSymlink(const QString &path);
-/// The alias's target, null when the path is no alias.
+/// Returns the alias's target, or null if the path is not an alias.
 [[nodiscard]] QString stringByConditionallyResolvingAlias(const QString &path);
 
 } // namespace tx

@@ -7,9 +7,9 @@
 
 namespace tx {
 
-/// Puts a finished copy into the place of what is at a destination, in the order that loses nothing: at every
-/// instant the destination holds a complete application, or the next opening of it puts one there. The caller
-/// holds the application's lock. Thread: any. Errors: those of FileSystem.
+/// Replaces the application at a destination with a finished copy. The destination always contains a complete
+/// application, or the next start repairs it. The caller must hold the application's lock. Thread: any.
+/// Errors: those of FileSystem.
 class Replacement {
 public:
     explicit Replacement(const QString &destination);
@@ -21,11 +21,12 @@ public:
     /// Whether takeName() has replaced something, which is at oldPath() then.
     [[nodiscard]] bool hasReplaced() const { return m_hasReplaced; }
 
-    /// Gives the copy at stagedPath() the destination's name. On an error what was at the destination is
-    /// there still, and the copy is removed; if it could not be put back, the log says where it is.
+    /// Renames the copy at stagedPath() to the destination. On an error the old application is still at the
+    /// destination and the copy is removed; if the old application could not be restored, the log says where
+    /// it is.
     [[nodiscard]] TXError takeName();
-    /// Undoes takeName(): what was at the destination comes back, and the copy is removed. On an error both
-    /// stay where they are.
+    /// Undoes takeName(): restores the old application and removes the copy. On an error both stay where they
+    /// are.
     [[nodiscard]] TXError putBack();
 
 private:

@@ -14,8 +14,8 @@
 
 namespace tx {
 
-/// The thread that holds the framework's network access manager. It starts on first use, sleeps between
-/// transfers and ends with the application.
+/// The thread with the framework's network access manager. It starts on first use, sleeps between transfers
+/// and ends with the application.
 class NetworkThread {
 public:
     static NetworkThread &instance();
@@ -24,8 +24,8 @@ public:
     void post(std::function<void(QNetworkAccessManager &)> work);
     /// Runs `work` on the thread and waits; does nothing when the thread has ended. Thread: any but itself.
     void runAndWait(const std::function<void()> &work);
-    /// Ends the thread; what runs there ends without a word. A thread that does not come back within a few
-    /// seconds is left behind. Thread: any but itself, where it does nothing.
+    /// Ends the thread. Running transfers end without a notification. A thread that does not end within a few
+    /// seconds is abandoned. Thread: any; does nothing on the network thread itself.
     void stop();
 
 private:

@@ -23,7 +23,7 @@ class TransferWatch final : public QObject {
 public:
     static constexpr std::chrono::seconds rateSpan{60};
 
-    /// `broken` is called once, with what is wrong. The watch may be deleted in it.
+    /// `broken` is called once, with the limit that was exceeded. It may delete the watch.
     TransferWatch(const TransferLimits &limits, std::function<void(const QString &what)> broken);
 
     /// Something came, or was sent. `bytes`: what counts towards the rate.

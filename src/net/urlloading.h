@@ -51,7 +51,8 @@ struct UrlRequest {
     std::chrono::milliseconds timeout = std::chrono::seconds(60); ///< longest time without any progress
     qint64 sizeLimit = 0;                   ///< bytes of the body that are accepted; 0: no limit
     std::chrono::milliseconds timeLimit{0}; ///< longest time for all of a load; 0: no limit
-    /// Called on the network thread with each piece of a download's file, in order, as it is written.
+    /// Called on the network thread with each piece of a downloaded file, in order, when the piece is
+    /// written.
     std::function<void(QByteArrayView piece)> written;
     qint64 minimumRate = 0; ///< bytes a second of a download, on average over any 60 s; 0: no limit
 };
@@ -91,7 +92,8 @@ public:
 class UrlDownload {
 public:
     virtual ~UrlDownload() = default;
-    /// Where the file goes; one of that name is replaced. It appears there when all of it is on disk.
+    /// Sets the path of the file. An existing file is replaced. The new file appears there when it is
+    /// completely written.
     virtual void setDestination(const QString &path) = 0;
     /// Stops the transfer, deletes the partial file and calls nobody any more. Returns when that is done.
     virtual void cancel() = 0;
@@ -102,7 +104,7 @@ class UrlLoader {
 public:
     virtual ~UrlLoader() = default;
     virtual void load(const UrlRequest &request, UrlLoadHandler handler) = 0;
-    /// The delegate must outlive the download. `request.sizeLimit` holds for the received and for the
+    /// The delegate must outlive the download. `request.sizeLimit` applies to both the received and the
     /// decoded bytes.
     virtual std::unique_ptr<UrlDownload> startDownload(const UrlRequest &request,
                                                        UrlDownloadDelegate &delegate) = 0;

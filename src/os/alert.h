@@ -9,7 +9,7 @@ class QWidget;
 
 namespace tx {
 
-/// A question or message in a window of its own.
+/// A question or message in a separate window.
 struct Alert {
     QString message;             ///< first line
     QString informative;         ///< the explanation below it
@@ -18,18 +18,18 @@ struct Alert {
     bool critical = false;       ///< something is wrong
     bool bringsToFront = false;  ///< above the windows of other applications
     int answerWithoutWindow = 0; ///< the button that counts in a program without windows
-    bool *suppressed = nullptr;  ///< told whether the box was ticked
+    bool *suppressed = nullptr;  ///< receives whether the check box was ticked
 };
 
 /// Shows an alert modally and answers the index of the chosen button. Thread: main.
 using AlertPresenter = std::function<int(const Alert &)>;
 
-/// Shows an alert as a sheet of a window and returns at once; the handler is told the index of the button,
-/// unless the window goes away first. Thread: main.
+/// Shows an alert as a sheet of a window and returns immediately. The handler gets the index of the button,
+/// unless the window is destroyed first. Thread: main.
 using SheetPresenter =
     std::function<void(const Alert &alert, QWidget *parent, const std::function<void(int)> &handler)>;
 
-/// The presenter for a program without windows: writes the texts to the log and answers the alert's own
+/// Presents an alert in a program without windows: writes its strings to the log and returns its default
 /// answer.
 int presentAlertInLog(const Alert &alert);
 

@@ -5,8 +5,8 @@
 
 namespace tx {
 
-/// Why the application in a bundle could not be started on this machine once it is at `placeOfBundle`; null
-/// when nothing speaks against it. Its executable is looked at, not run. Thread: any.
+/// Returns why the application in a bundle could not be started on this machine once it is at
+/// `placeOfBundle`; null if no reason is found. Examines the executable without running it. Thread: any.
 [[nodiscard]] QString whyApplicationCannotStart(const QString &bundlePath, const QString &placeOfBundle);
 
 } // namespace tx

@@ -36,14 +36,14 @@ struct AuthorizationItem {
     quint32 flags = 0;
 };
 
-/// What is done with an administrator's rights.
+/// A job that runs as root.
 struct AuthorizedJob {
     QStringList words;
-    int archive = -1; ///< open for reading; goes with "install-signed" only
+    int archive = -1; ///< a descriptor open for reading; only for "install-signed"
 };
 
-/// The name of an item of the environment of AuthorizationCopyRights whose value is shown among the details
-/// of the question for the password.
+/// The key of an item in the environment of AuthorizationCopyRights. Its value is shown among the details of
+/// the password dialog.
 inline constexpr const char *authorizationDetail = "detail";
 
 class AuthorizationReference {
@@ -51,28 +51,35 @@ public:
     virtual ~AuthorizationReference() = default;
 };
 
-/// Does three jobs with an administrator's rights after asking the user for them. Calls block while the
+/// Runs one of three jobs as root after asking the user for permission. Calls block while the system shows
+/// its dialog. Thread: any.
 /// system shows its dialog. Thread: any.
 class Authorization {
 public:
     virtual ~Authorization() = default;
     virtual int create(const QList<AuthorizationItem> &environment, unsigned flags,
                        std::unique_ptr<AuthorizationReference> &reference) = 0;
-    /// Asks the user for `rights`; the granted ones go to `authorized`. Of `environment` only
-    /// authorizationDetail is used on Linux, which has its own text for the question.
+    /// Asks the user for `rights` and stores the granted ones in `authorized`. On Linux only the item
+    /// authorizationDetail of `environment` is used, because the dialog's text comes from the system.
     virtual int copyRights(AuthorizationReference &reference, const QList<AuthorizationItem> &rights,
                            const QList<AuthorizationItem> &environment, unsigned flags,
                            QList<AuthorizationItem> *authorized) = 0;
-    /// Begins one of the three jobs that exist: {"install", process, new application, archive} installs an
-    /// update of the application that the framework's resources are a part of and that has no keys;
-    /// {"install-signed", process, application, new application, archive, plain signature, its length,
-    /// signature texts...} verifies, unpacks and installs one of an application with keys; {"move", folder}
-    /// copies that application into an Applications folder. The job uses up the rights. Its words come out
-    /// of `task`: "ready\n" from the installer, "moved\n" from the move.
+    /// Starts one of the three jobs:
+    ///
+    ///   {"install", process, new application, archive}
+    ///       Updates the application that contains the framework's resources. The application has no keys.
+    ///   {"install-signed", process, application, new application, archive, plain signature, its length,
+    ///    signature texts...}
+    ///       Verifies, unpacks and installs an update of an application with keys.
+    ///   {"move", folder}
+    ///       Copies the application into an Applications folder.
+    ///
+    /// A job can be started once for each call of copyRights(). `task` delivers its output: "ready\n" from
+    /// the installer, "moved\n" from the move.
     virtual int executeWithPrivileges(AuthorizationReference &reference, const AuthorizedJob &job,
                                       unsigned flags, std::unique_ptr<Task> &task) = 0;
-    /// Whether this application has a way to an administrator's rights: its own program for that must be a
-    /// part of it that only root can change. If not, a line in the log says why.
+    /// Returns whether this application can get root's rights: its helper program must be part of it, and
+    /// only root may be able to change that program. If not, logs the reason.
     [[nodiscard]] virtual bool canExecute() const = 0;
     virtual void free(std::unique_ptr<AuthorizationReference> reference, unsigned flags) = 0;
 };

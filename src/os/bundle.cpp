@@ -36,7 +36,7 @@ QString TXBundle::bundlePath() const { return d ? d->path : QString(); }
 QString TXBundle::contentsPath() const { return d ? d->contents : QString(); }
 QString TXBundle::resourcesPath() const {
     const QString name = infoString(u"CFBundleExecutable"_s);
-    // A bundle that is divided as /usr is has its data where programs below /usr have theirs.
+    // A bundle with the layout of /usr has its data in share/NAME, as programs in /usr have.
     if (d && d->contents != d->path && !name.isEmpty() && executablePath() == d->contents + u"/bin/"_s + name)
         return d->contents + u"/share/"_s + name;
     return d ? d->contents + u"/Resources"_s : QString();

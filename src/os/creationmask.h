@@ -5,8 +5,8 @@
 
 namespace tx {
 
-/// The bits that this process takes from the modes of new files (umask), without changing them for a moment
-/// as the system's own call does. Absent where the system does not tell. Thread: any.
+/// Returns the permission bits that this process removes from new files (umask). Unlike umask(), does not
+/// change them temporarily. Absent if the system does not provide them. Thread: any.
 [[nodiscard]] std::optional<unsigned> fileCreationMask();
 
 } // namespace tx

@@ -13,11 +13,11 @@ namespace tx {
 [[nodiscard]] QString configurationDirectory();
 /// The user's Downloads folder, made when it is missing.
 Result<QString> downloadsDirectory();
-/// Where the user's Downloads and Desktop folders stand, or would; nothing is made.
+/// The path of the user's Downloads or Desktop folder, even if it does not exist. Nothing is created.
 [[nodiscard]] QString downloadsDirectoryPath();
 [[nodiscard]] QString desktopDirectoryPath();
-/// A folder private to this user (mode 0700), made on demand. When it cannot be had (another user's folder or
-/// a link stands there) the path is returned all the same and using it fails.
+/// A folder that only this user can access (mode 0700), created on demand. If it cannot be created or is not
+/// private (another user's folder or a link is there), the path is returned anyway and using it fails.
 [[nodiscard]] QString temporaryDirectory();
 /// The user's and the machine's Applications folders.
 [[nodiscard]] QString userApplicationsDirectory();
@@ -27,8 +27,8 @@ Result<QString> downloadsDirectory();
 /// The language code of the current locale, such as "en".
 [[nodiscard]] QString localeLanguageCode();
 
-/// The BCP 47 tag of the locale in which the user reads dates: what the application has set, else the user's
-/// choice for dates.
+/// The BCP 47 tag of the locale for dates: the application's locale if it has set one, otherwise the user's
+/// setting for dates.
 [[nodiscard]] QString dateLocaleTag();
 
 } // namespace tx

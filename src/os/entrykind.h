@@ -7,20 +7,21 @@
 
 namespace tx {
 
-/// What stands at a path; a link itself, not what it leads to.
+/// The kind of entry at a path. Links are not followed.
 enum class EntryKind { None, Directory, SymbolicLink, Other };
 
 /// Thread: any. None as well for what cannot be examined.
 [[nodiscard]] EntryKind entryKind(const QString &path);
 
-/// The text of a symbolic link; absent when the path is none.
+/// The target string of a symbolic link; absent if the path is not a link.
 [[nodiscard]] std::optional<QString> symbolicLinkTarget(const QString &path);
 
-/// What an alias file leads to; absent when the path is none. Linux has no alias files: a .desktop file that
-/// names a link is an ordinary file.
+/// The target of an alias file; absent if the path is not an alias file. Linux has no alias files: a .desktop
+/// file of type Link is an ordinary file.
 [[nodiscard]] std::optional<QString> aliasFileTarget(const QString &path);
 
-/// The path without ".", "..", doubled and trailing slashes, a leading "~" or "~user" replaced by that home.
+/// The path without ".", "..", and redundant slashes. A leading "~" or "~user" is replaced with that home
+/// folder.
 [[nodiscard]] QString standardizedPath(const QString &path);
 
 } // namespace tx

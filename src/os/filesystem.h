@@ -33,12 +33,12 @@ class FileSystem {
 public:
     virtual ~FileSystem() = default;
 
-    /// True when an entry stands at `path`; a link counts whether or not its target exists.
+    /// Returns whether there is an entry at `path`. A link counts even if its target does not exist.
     [[nodiscard]] virtual bool exists(const QString &path) const = 0;
     /// True when this process may write to `path`, links followed.
     [[nodiscard]] virtual bool isWritable(const QString &path) const = 0;
-    /// True when this user may put the contents of `newBundle` into the place of those of `bundle`, although
-    /// the folder above `bundle` cannot be written to. Without `newBundle`: as far as `bundle` goes.
+    /// Returns whether this user may replace the contents of `bundle` with those of `newBundle` although the
+    /// folder above `bundle` is not writable. If `newBundle` is empty, only `bundle` is checked.
     [[nodiscard]] virtual bool contentsCanBeExchanged(const QString &bundle,
                                                       const QString &newBundle) const = 0;
     /// Bytes of a regular file; an error for anything else, links included.
@@ -47,7 +47,7 @@ public:
     virtual Result<QStringList> list(const QString &path) const = 0;
     virtual Result<QByteArray> readFile(const QString &path) const = 0;
 
-    /// Makes a folder with mode 0700; an existing folder is no error.
+    /// Makes a folder with mode 0700. An existing folder is not an error.
     virtual TXError createDirectory(const QString &path, bool withIntermediates) = 0;
     /// Null when `path` is this user's folder, no link, and nobody else but root can write or replace it.
     virtual TXError checkPrivateDirectory(const QString &path) const = 0;
@@ -56,7 +56,7 @@ public:
     virtual TXError checkOwnFile(const QString &path) const = 0;
     /// Removes a file, link or tree without following links.
     virtual TXError remove(const QString &path) = 0;
-    /// Removes a folder that holds nothing; an error for any other.
+    /// Removes an empty folder. It is an error if the folder is not empty.
     virtual TXError removeEmptyDirectory(const QString &path) = 0;
     /// Copies a file or tree; `to` must not exist.
     virtual TXError copy(const QString &from, const QString &to) = 0;
@@ -72,28 +72,28 @@ public:
     /// Swaps two entries of any kind in one step. EINVAL, ENOSYS or EOPNOTSUPP: this file system cannot do
     /// that; EXDEV: a folder of a lower layer, which cannot be renamed either. Nothing has changed then.
     virtual TXError exchange(const QString &a, const QString &b) = 0;
-    /// Forces an entry, all that it holds and its name to disk.
+    /// Syncs an entry, everything in it and its name to disk.
     virtual TXError sync(const QString &path) = 0;
     /// Forces the names in a folder to disk.
     virtual TXError syncFolder(const QString &path) = 0;
     /// Opens for writing, replacing a file of that name; a link of that name is refused. Mode 0600.
     virtual Result<std::unique_ptr<OutputFile>> create(const QString &path) = 0;
-    /// Makes a file with this content, mode 0600; EEXIST when an entry of that name stands there.
+    /// Makes a file with this content and mode 0600. Fails with EEXIST if an entry of that name exists.
     virtual TXError writeNewFile(const QString &path, QByteArrayView content) = 0;
     /// Replaces the file's whole content in one step, synced to disk.
     virtual TXError replaceFile(const QString &path, QByteArrayView content, int mode) = 0;
-    /// Removes an extended attribute from the entry itself; an absent attribute is no error.
+    /// Removes an extended attribute from the entry itself. A missing attribute is not an error.
     virtual TXError removeExtendedAttribute(const QString &path, const QByteArray &name) = 0;
     /// Waits for the lock at `path` (a file made for it) and takes it.
     virtual Result<std::unique_ptr<FileLock>> lock(const QString &path) = 0;
-    /// As lock(), but EWOULDBLOCK at once when another holds it, be it in this process.
+    /// Like lock(), but fails with EWOULDBLOCK if the lock is held elsewhere, even in this process.
     virtual Result<std::unique_ptr<FileLock>> tryLock(const QString &path) = 0;
-    /// Takes the lock that everybody holds who changes the application at `bundlePath`, without waiting:
-    /// EWOULDBLOCK when another process holds it. Without the lock, for whatever reason, the application must
-    /// not be touched. The lock file is removed when the lock is let go.
+    /// Takes the lock that protects changes of the application at `bundlePath`, without waiting. Fails with
+    /// EWOULDBLOCK if another process holds it. Whoever does not get the lock, for any reason, must not
+    /// change the application. The lock file is removed when the lock is released.
     virtual Result<std::unique_ptr<FileLock>> lockApplication(const QString &bundlePath) = 0;
-    /// Puts back the old application when an interrupted installation left it beside its place; no error
-    /// when there is none. The caller holds the application's lock.
+    /// Restores the old application if an interrupted installation left it next to the bundle's path. It is
+    /// not an error if there is none. The caller must hold the application's lock.
     virtual TXError undoInterruption(const QString &bundlePath) = 0;
 };
 

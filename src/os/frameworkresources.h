@@ -5,9 +5,9 @@
 
 namespace tx {
 
-/// The framework's resources: `TarvixUpdate/Resources` beside the shared library (or beside the executable,
-/// or in `../lib`, for a program that holds the framework itself). TXUPDATE_RESOURCES overrides it in a
-/// program that has no such folder, such as a test.
+/// The framework's resources: `TarvixUpdate/Resources` beside the shared library. For a program that is
+/// statically linked with the framework, it is beside the executable or in `../lib`. TXUPDATE_RESOURCES names
+/// the folder for programs without one, such as tests.
 [[nodiscard]] QString frameworkResourcesPath();
 
 } // namespace tx

@@ -15,20 +15,20 @@ namespace tx {
 [[nodiscard]] QString localizedString(const QString &key,
                                       const QString &table = QStringLiteral("Localizable"));
 
-/// The same with everything given. English needs no table: a user who prefers it gets the key.
+/// As above with explicit arguments. English needs no table: users who prefer English get the key.
 [[nodiscard]] QString localizedString(const QString &key, const QString &table, const TXBundle &bundle,
                                       const QStringList &languages);
 
 /// The localized format filled with `arguments`.
 [[nodiscard]] QString localizedFormat(const QString &key, const QStringList &arguments);
 
-/// The same for a text about `count` things, which is one of the arguments, in the form that the language has
-/// for that number. Tables hold a form under the key and the name of CLDR's category, "You are %d updates
-/// behind! [few]"; the key alone is for all other numbers.
+/// Localizes a string about `count` things in the plural form that the language uses for that number; the
+/// number is one of the arguments. A table has a form under the key and CLDR's category name, such as "You
+/// are %d updates behind! [few]". The key alone is the form for all other numbers.
 [[nodiscard]] QString localizedPlural(const QString &key, qint64 count, const QStringList &arguments);
 
-/// A localized sentence and words that are put into it. Words are declined for the sentence that they go
-/// into, so all come from the same table or translator; what that does not have stays English. Thread: any.
+/// A localized sentence and the words that are inserted into it. Words are inflected for their sentence, so
+/// all of them come from the same table or translator. What it lacks stays in English. Thread: any.
 class LocalizedSentence {
 public:
     explicit LocalizedSentence(const QString &key, const QString &table = QStringLiteral("Localizable"));

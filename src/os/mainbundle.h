@@ -9,8 +9,8 @@ namespace tx {
 /// process replaces the bundle.
 [[nodiscard]] QString executablePathAtStart();
 
-/// The bundle that holds `executable`: the `.app` directory around Contents/MacOS, Contents/Linux or
-/// Contents/bin, the nearest folder with an Info.plist at its top, or the executable's own folder.
+/// Returns the bundle that contains `executable`: the `.app` directory around Contents/MacOS, Contents/Linux
+/// or Contents/bin. Otherwise the nearest folder with an Info.plist, otherwise the executable's own folder.
 [[nodiscard]] QString bundlePathForExecutable(const QString &executable);
 
 /// Makes TXBundle::mainBundle() answer `bundle`: for a program that acts for another application. A null

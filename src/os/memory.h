@@ -3,8 +3,7 @@
 
 namespace tx {
 
-/// Gives memory that has been freed back to the system: after a window or a long
-/// document has gone that took much of it. Takes a
+/// Returns freed memory to the system. Call this after a large window or document has been destroyed. Takes a
 /// few milliseconds. Thread: any.
 void returnFreedMemory();
 

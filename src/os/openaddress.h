@@ -5,17 +5,17 @@
 
 namespace tx {
 
-/// Who wants an address to be opened.
+/// Who wants to open a URL.
 enum class OpenedBy {
-    User, ///< who clicked on the link or button that leads there
+    User, ///< who clicked on a link or button
     Feed, ///< a feed or a page, on its own
 };
 
-/// Opens an address that came from a feed or a page in the program that the user prefers for it. All of the
-/// framework opens such addresses here and nowhere else. Web addresses (http and https with a host) are
-/// opened for both, mail addresses (mailto) only for the user, and with nothing but recipients, subject and
-/// text: attachments could name files of this machine. Everything else, as files, shares and other programs'
-/// schemes, is refused and logged. False when it is refused or cannot be opened. Thread: main.
+/// Opens a URL from a feed or a page in the user's preferred program. The framework opens such URLs only
+/// through this function. Web URLs (http and https with a host) are always opened. Mail URLs (mailto) are
+/// opened only for the user, and only with recipients, subject and text, because attachments could name files
+/// on this machine. All others, such as files, shares and other programs' schemes, are refused and logged.
+/// Returns false if the URL is refused or cannot be opened. Thread: main.
 bool openAddress(const QUrl &url, OpenedBy openedBy);
 
 } // namespace tx

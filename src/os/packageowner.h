@@ -15,7 +15,7 @@ struct PackageOwner {
     QString package;
 };
 
-/// Where the package managers keep what they know. Tests name others; set before other threads use them.
+/// The folders of the package managers' databases. Tests use others; set before other threads use them.
 struct PackageDatabases {
     QString dpkg = QStringLiteral("/var/lib/dpkg");
     QStringList rpm{QStringLiteral("/var/lib/rpm"), QStringLiteral("/usr/lib/sysimage/rpm")};
@@ -23,12 +23,12 @@ struct PackageDatabases {
 };
 PackageDatabases &packageDatabases();
 
-/// The package to which the bundle, or anything in it, belongs; absent when there is none. An error when a
-/// package manager is there whose database cannot be read: the bundle may belong to it then. Thread: any but
-/// the main one: it reads many files, and may start a program.
+/// Returns the package that owns the bundle or anything in it; absent if there is none. Returns an error if
+/// the database of an installed package manager cannot be read, because the bundle may belong to a package
+/// then. Thread: any but the main one: it reads many files, and may start a program.
 [[nodiscard]] Result<std::optional<PackageOwner>> packageOwnerOf(const QString &bundlePath);
-/// The same for what is at `path` itself, such as what a move would replace: of a link, that of its own name,
-/// whatever it leads to.
+/// Returns the package that owns the entry at `path` itself, such as one that a move would replace. Links are
+/// not followed.
 [[nodiscard]] Result<std::optional<PackageOwner>> packageOwnerOfEntry(const QString &path);
 
 } // namespace tx

@@ -5,7 +5,7 @@
 
 namespace tx {
 
-/// The command by which the shell opens the bundle once the process has gone. Thread: any.
+/// The shell command that opens the bundle after the process has ended. Thread: any.
 [[nodiscard]] QString relaunchCommand(qint64 processIdentifier, const QString &bundlePath);
 
 } // namespace tx

@@ -39,10 +39,10 @@ struct Services {
     UrlLoader *urlLoader;
     AlertPresenter presentAlert;
     SheetPresenter presentSheet;
-    /// Facts about the volume that holds a path, and the mount flags' read-only bit for when there are none.
+    /// Facts about the volume that contains a path. If there are none, mountFlagsAreReadOnly() is used.
     std::function<std::optional<VolumeInfo>(const QString &path)> volumeInfo;
     std::function<bool(const QString &path)> mountFlagsAreReadOnly;
-    /// What an alias file leads to.
+    /// The target of an alias file.
     std::function<std::optional<QString>(const QString &path)> aliasTarget;
     Folders folders;
     /// The languages that the user prefers, best first, as language tags.
@@ -64,16 +64,16 @@ struct Services {
     std::chrono::milliseconds installerReadyTime;
     /// How long it may take until all of a feed has come.
     std::chrono::milliseconds feedTimeLimit;
-    /// The time since any fixed moment, on a clock that never goes back, by which transfers keep their
-    /// limits, and how often they look at it. Thread: any.
+    /// A monotonic clock with an arbitrary start, with which transfers measure their limits, and the interval
+    /// in which they check them. Thread: any.
     std::function<std::chrono::milliseconds()> transferClock;
     std::chrono::milliseconds transferTick;
     /// How long a visible check shows that it runs, and how long after its start an application checks first.
     std::chrono::milliseconds checkingPause;
     std::chrono::milliseconds firstCheckDelay;
-    /// Asks the application whether it may end, as the desktop's Quit does, without ending it. Null when it
-    /// refuses; what it returns is held until the process ends or the reason to end it is gone. Without a
-    /// user interface there is nobody to ask.
+    /// Asks the application whether it may quit, as the desktop's Quit does, without ending it. Returns null
+    /// if it refuses. The returned object must be held until the process ends, or until it need not end any
+    /// more. Without a user interface nobody is asked.
     std::function<std::shared_ptr<void>()> requestQuit;
     /// Ends the process.
     std::function<void(int status)> exitProcess;

@@ -7,8 +7,8 @@
 
 namespace tx {
 
-/// Null when the tree at `path` holds nothing but files, folders and links. Else the error names a device,
-/// pipe or socket, or an entry that cannot be looked at. Thread: any.
+/// Returns null if the tree at `path` contains only files, folders and links. Otherwise the error names a
+/// device, pipe or socket, or an entry that cannot be examined. Thread: any.
 [[nodiscard]] TXError checkForSpecialFiles(const QString &path);
 
 } // namespace tx

@@ -24,7 +24,7 @@ struct ScreenInfo {
 [[nodiscard]] std::optional<int> systemControlNumber(const QString &name);
 [[nodiscard]] std::optional<QString> systemControlText(const QString &name);
 
-/// The texts of the processor's brand in a /proc/cpuinfo; absent when it names none.
+/// Returns the processor's brand strings from /proc/cpuinfo; absent if there are none.
 [[nodiscard]] std::optional<QString> brandFromCpuInfo(const QByteArray &cpuInfo);
 
 /// The command that describes hardware and displays as a property list.

@@ -12,8 +12,9 @@ struct TaskOutputLimits {
     qsizetype size = 1 << 20; ///< bytes
 };
 
-/// What a program writes to its standard output. Absent when it cannot be started, fails, takes longer or
-/// writes more than it may; it is ended then, with what it started. Thread: any but the main one: it blocks.
+/// Runs a program and returns its standard output. Absent if the program cannot be started, fails, or exceeds
+/// the limits of time or size. In the latter cases the program and its child processes are ended. Thread: any
+/// but the main one, because it blocks.
 [[nodiscard]] std::optional<QByteArray> outputOf(TaskRequest request, const TaskOutputLimits &limits = {});
 
 } // namespace tx

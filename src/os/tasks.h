@@ -12,15 +12,15 @@
 
 namespace tx {
 
-/// What to run and how.
+/// A program to run, with its options.
 struct TaskRequest {
     QString program; ///< a path, or a name that is looked up in PATH
     QStringList arguments;
     std::optional<QStringList> environment; ///< "NAME=value"; absent: this process's own
     bool writesInput = false;               ///< Task::write feeds its standard input
-    bool receivesPackets = false; ///< Task::send feeds its standard input, a local socket of packets
+    bool receivesPackets = false; ///< standard input is a local packet socket, and Task::send writes to it
     bool readsOutput = false;     ///< Task::read takes its standard output
-    bool keepsErrors = false;     ///< Task::errorText tells its standard error
+    bool keepsErrors = false;     ///< Task::errorText returns the end of its standard error
     bool ownSession = false;      ///< the program outlives this process and its terminal
 };
 
@@ -33,22 +33,22 @@ public:
     /// Writes to the standard input; returns how many bytes were taken, fewer than given after an error, with
     /// errno in `errorNumber`.
     virtual qsizetype write(const char *data, qsizetype size, int *errorNumber) = 0;
-    /// Sends one packet, with an open file of this process if `descriptor` is one; 0, or an errno.
+    /// Sends one packet, together with an open file if `descriptor` is valid. Returns 0 or an errno value.
     virtual int send(const QByteArray &packet, int descriptor);
     virtual void closeInput() = 0;
-    /// Reads what there is of the standard output; empty at its end.
+    /// Reads the available standard output; empty at its end.
     virtual QByteArray read() = 0;
-    /// The same; absent when there is nothing for so long.
+    /// As above; absent if nothing arrives within `limit`.
     virtual std::optional<QByteArray> readWithin(std::chrono::milliseconds limit) = 0;
     /// Waits for the end; the exit status, or 128 plus the signal that ended it.
     virtual int wait() = 0;
-    /// The same; absent when it runs for longer.
+    /// As above; absent if it runs for longer than `limit`.
     virtual std::optional<int> waitWithin(std::chrono::milliseconds limit) = 0;
-    /// The end of what it wrote to its standard error, when it has ended: at most 1,000 bytes of it, without
-    /// white space around them. Empty unless the request kept it, and when it could not be kept.
+    /// The last 1,000 bytes of its standard error, trimmed, after it has ended. Empty unless the request
+    /// asked to keep it, and if it could not be kept.
     [[nodiscard]] virtual QString errorText() { return {}; }
-    /// Ends the process at once, and with one that has a session of its own everything in that. Thread: any,
-    /// also while another one writes, reads or waits.
+    /// Kills the process immediately. If it has a session of its own, kills all processes in that session.
+    /// Thread: any, even while another thread writes, reads or waits.
     virtual void kill() = 0;
 };
 

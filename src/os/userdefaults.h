@@ -39,7 +39,7 @@ public:
     /// Stores a value; an invalid one removes the key. A failure is logged and returned.
     TXError setValue(const QString &key, const QVariant &value);
     TXError remove(const QString &key) { return setValue(key, {}); }
-    /// Stores `value` unless the key has a text already; the text that stands afterwards.
+    /// Stores `value` unless the key already has a string. Returns the string that is stored afterwards.
     QString textOrSet(const QString &key, const QString &value);
     /// Makes a value of the stored one, which is invalid when there is none; none leaves it as it is.
     using Change = std::function<std::optional<QVariant>(const QVariant &stored)>;

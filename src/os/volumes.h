@@ -7,9 +7,9 @@
 
 namespace tx {
 
-/// The mounted volume that holds a path.
+/// The mounted volume that contains a path.
 struct VolumeInfo {
-    QString rootPath; ///< where it is mounted
+    QString rootPath; ///< its mount point
     QString device;   ///< such as /dev/sda1
     bool isReadOnly = false;
     bool isRemovable = false; ///< its device says so, or it is a loop device
@@ -18,8 +18,8 @@ struct VolumeInfo {
 
 /// Absent when the volume cannot be asked, such as for a missing path. Thread: any.
 [[nodiscard]] std::optional<VolumeInfo> volumeInfo(const QString &path);
-/// The same as the file system itself tells it, for a chroot or a container whose mount table has no entry
-/// for the path.
+/// As above, but from the file system itself: for a chroot or container whose mount table has no entry for
+/// the path.
 [[nodiscard]] std::optional<VolumeInfo> volumeByFileSystem(const QString &path);
 
 /// What a device node says of itself below `sysRoot` ("/sys"): partitions ask their disk.

@@ -12,8 +12,8 @@ namespace tx {
 class Workspace {
 public:
     virtual ~Workspace() = default;
-    /// Opens an address in the program that the user prefers for it. An address from a feed or a page goes
-    /// through openAddress (src/os/openaddress.h), which knows what may be opened.
+    /// Opens a URL in the user's preferred program. For a URL from a feed or a page call openAddress()
+    /// (src/os/openaddress.h) instead, which checks that the URL may be opened.
     virtual TXError openUrl(const QUrl &url) = 0;
     /// Opens a file or folder; an application bundle is started, unless it runs already.
     virtual TXError openFile(const QString &path) = 0;
@@ -27,9 +27,9 @@ public:
     [[nodiscard]] virtual QList<qint64> runningApplications(const QString &executablePath) const = 0;
     /// The executables of all processes of this user that can be examined.
     [[nodiscard]] virtual QStringList runningExecutables() const = 0;
-    /// Asks this application to end in the ordinary way, which it may refuse. Thread: main.
+    /// Asks this application to quit in the usual way; it may refuse. Thread: main.
     virtual void terminate() = 0;
-    /// Whether this application shows no ordinary windows: it has no graphical session of its own.
+    /// Returns whether this application cannot show windows because it has no graphical session.
     [[nodiscard]] virtual bool isBackgroundApplication() const = 0;
 };
 

@@ -14,12 +14,12 @@ class BinaryObjects {
 public:
     explicit BinaryObjects(std::string_view document);
 
-    /// No more than the table has room for; 0 for anything that is no binary property list.
+    /// At most as many as the table has room for; 0 if the data is not a binary property list.
     [[nodiscard]] uint64_t count() const;
     /// True when the table ends where the trailer begins or before, has room for all objects and the root is
     /// one of them.
     [[nodiscard]] bool isSound() const;
-    /// The number of the object that holds all others.
+    /// The number of the root object.
     [[nodiscard]] uint64_t root() const { return m_root; }
     /// The bytes that each reference to another object takes.
     [[nodiscard]] unsigned referenceSize() const { return m_referenceSize; }

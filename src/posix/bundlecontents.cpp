@@ -34,8 +34,8 @@ std::string notOwnFolder(const std::string &path) {
     return {};
 }
 
-/// A bundle that is divided as /usr is shows these at its top. Links to what has the same name in "Contents"
-/// stay as they are when that is exchanged.
+/// Returns whether the entry is one of the top-level links of a bundle with the layout of /usr. These links
+/// lead to the entry of the same name in "Contents", and stay unchanged when "Contents" is exchanged.
 bool isLinkIntoContents(const std::string &folder, const std::string &name) {
     if (name != "bin" && name != "lib" && name != "share" && name != "Info.plist")
         return false;
@@ -45,7 +45,7 @@ bool isLinkIntoContents(const std::string &folder, const std::string &name) {
     return length > 0 && std::string_view(target.data(), static_cast<size_t>(length)) == wanted;
 }
 
-/// Why the folder does not contain only "Contents" and links into it.
+/// Returns why the folder contains more than "Contents" and links into it; empty if it does not.
 std::string holdsMore(const std::string &path) {
     std::vector<std::string> names;
     const int number = namesIn(path, names);

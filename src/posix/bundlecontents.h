@@ -3,17 +3,18 @@
 
 #include <string>
 
-/// Bundles that belong to a user in a folder that does not, such as an application of the user's in /opt: the
-/// bundle cannot be exchanged there, but what it holds can. Thread: any.
+/// Support for bundles that a user owns in a folder that the user does not own, such as an application in
+/// /opt. Such a bundle cannot be replaced there, but its contents can. Thread: any.
 namespace tx::posix {
 
-/// The folder that holds all of a bundle.
+/// The folder with all contents of a bundle.
 [[nodiscard]] std::string contentsOf(const std::string &bundle);
 
-/// Empty when this user may exchange the contents of `bundle` for those of `newBundle`; else what prevents
-/// it: both must be folders that hold a folder "Contents" and nothing else but links named bin, lib,
-/// share and Info.plist to what has that name in it (what an interrupted installation
-/// left does not count), and those of `bundle` must be this user's. An empty `newBundle` is not looked at.
+/// Checks whether this user may exchange the contents of `bundle` and `newBundle`. Returns an empty string if
+/// so, else the reason. Each must be a folder that contains only a folder "Contents" and links named bin,
+/// lib, share and Info.plist to the entry of that name in it. Files of an interrupted installation are
+/// ignored. This user must own `bundle` and its "Contents". If `newBundle` is empty, only `bundle` is
+/// checked.
 [[nodiscard]] std::string contentsProblem(const std::string &bundle, const std::string &newBundle);
 
 } // namespace tx::posix

@@ -8,14 +8,15 @@ namespace tx {
 
 struct DpkgAnswer {
     std::string package; ///< that owns the bundle or something in it; empty: none
-    std::string failure; ///< why that cannot be told; empty when it can
+    std::string failure; ///< why the owner cannot be determined; empty if it can
 };
 
-/// `folder`: dpkg's own, /var/lib/dpkg. A list may name the bundle by another path than the caller, as where
-/// /lib is a link to /usr/lib: paths are compared by the folder that they lead to. Thread: any.
+/// `folder` is dpkg's database folder, usually /var/lib/dpkg. dpkg may list the bundle under another path
+/// than the caller's, for example if /lib is a link to /usr/lib; paths are therefore compared by the folders
+/// that they resolve to. Thread: any.
 [[nodiscard]] DpkgAnswer dpkgOwnerOf(const std::string &folder, const std::string &bundle);
-/// The same for the entry at `path` alone, such as a link: it need not be there, and what it leads to does
-/// not count. Its folder may have other names.
+/// As above for the entry at `path` alone, such as a link. The entry need not exist, and links are not
+/// followed. Its folder may have other names.
 [[nodiscard]] DpkgAnswer dpkgOwnerOfEntry(const std::string &folder, const std::string &path);
 
 } // namespace tx

@@ -10,9 +10,9 @@ enum Status : int {
     StatusCannotStage = 73, ///< the new application could not be put beside the old one
     StatusCannotSwap = 74,  ///< the two could not be exchanged
     StatusTryLater = 75,    ///< the host does not end, or another installation of it is or may be running
-    StatusForbidden = 78,   ///< runs with an administrator's rights, and others could have changed it
+    StatusForbidden = 78,   ///< runs as root although others could have changed it
     StatusCannotOpen = 76,  ///< installed, but the new application could not be started
-    StatusNoRights = 77,    ///< an administrator's rights could not be given up or regained; it ended there
+    StatusNoRights = 77,    ///< root's rights could not be dropped or regained; the tool ended at that point
 };
 
 } // namespace tx::installer

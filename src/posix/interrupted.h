@@ -13,16 +13,16 @@ namespace tx {
 /// after it, and the old one between two renames on a file system without an atomic exchange.
 [[nodiscard]] std::string stagedPathFor(const std::string &bundlePath);
 [[nodiscard]] std::string backupPathFor(const std::string &bundlePath);
-/// A whole copy of the old application, on a file system whose folders cannot be renamed. While it is there,
-/// what stands at the bundle's path may have lost some of its files.
+/// A whole copy of the old application, on a file system that cannot rename folders. As long as it exists,
+/// the application at the bundle's path may be incomplete.
 [[nodiscard]] std::string wholePathFor(const std::string &bundlePath);
-/// What stood at the bundle's path when a whole copy was put there; it is only removed, never put back.
+/// The entry that was at the bundle's path before a whole copy was put there. It is only ever removed.
 [[nodiscard]] std::string gonePathFor(const std::string &bundlePath);
 /// The copy of an application that is moved here, until it takes its name.
 [[nodiscard]] std::string movedPathFor(const std::string &bundlePath);
-/// The folder in which an installation as root unpacks an archive that it has verified.
+/// The folder in which an installation as root unpacks its verified archive.
 [[nodiscard]] std::string verifiedPathFor(const std::string &bundlePath);
-/// The file that whoever changes a bundle, one at a time, holds a lock on.
+/// The lock file that protects changes of a bundle.
 [[nodiscard]] std::string lockPathFor(const std::string &bundlePath);
 
 /// True for a folder that this user, root or the owner of the folder around it made or put there, and to
@@ -39,17 +39,18 @@ public:
     virtual posix::FileError syncDirectory(const std::string &path);
 };
 
-/// Puts the whole copy, which is there, into the place of what is left of the application, or of the new one.
+/// Moves the existing whole copy to the bundle's path, and replaces what is left of the old or new
+/// application there.
 posix::FileError putWholeBack(const std::string &bundlePath, RepairFiles &files);
 
-/// Puts the old application back when nothing stands at the bundle's path and a backup does, or a whole copy
-/// is there. What stands there is removed only when the whole copy has its place, or, where folders cannot be
-/// renamed, when it is known that it may have it. The caller holds the lock. `putBack` says whether anything
-/// was done.
+/// Restores the old application if nothing is at the bundle's path and a backup exists, or if a whole copy
+/// exists. An existing entry at the path is removed only after the whole copy has been moved there; on a file
+/// system that cannot rename folders, only after it is known that the copy can be moved. The caller must hold
+/// the lock. `putBack` receives whether anything was changed.
 posix::FileError undoInterruption(const std::string &bundlePath, RepairFiles &files, bool &putBack);
 
-/// The same under the bundle's lock. Without the lock, whatever the reason, nothing is touched. True when the
-/// old application was put back.
+/// Takes the bundle's lock and does the same. Without the lock, for any reason, nothing is changed. Returns
+/// true if the old application was restored.
 bool restoreBackup(const std::string &bundlePath);
 
 } // namespace tx

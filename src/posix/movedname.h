@@ -3,10 +3,10 @@
 
 namespace tx {
 
-/// What follows "." and the name of an application in the names of entries beside it that are there while it
-/// is moved or updated. The host, the installer and the program that runs with an administrator's rights use
-/// the same names, so that each knows what a killed run of another left. What each holds is said at the
-/// functions in src/posix/interrupted.h that make these names.
+/// Suffixes of the temporary entries next to an application while it is moved or updated: the name of an
+/// entry is ".", the application's name and a suffix. The host, the installer and the program that runs as
+/// root use the same names. Each can therefore clean up after an interrupted run of another.
+/// src/posix/interrupted.h documents what each entry contains.
 inline constexpr char movedSuffix[] = ".txupdate-move";
 inline constexpr char backupSuffix[] = ".txupdate-old";
 inline constexpr char wholeSuffix[] = ".txupdate-whole";

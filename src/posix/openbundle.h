@@ -38,9 +38,10 @@ struct OpenResult {
     bool wasRunning = false;
 };
 
-/// Starts the bundle's executable detached, in a session of its own with the usual signals, unless an
-/// instance of the same bundle path runs already. Two openers at once start one instance: without a lock that
-/// keeps them apart nothing is started. Returns once the new program is being executed.
+/// Starts the bundle's executable detached, in a new session and with default signal handlers, unless an
+/// instance of the same bundle path is running. If two processes open the bundle at once, only one instance
+/// is started; without the lock that ensures this, nothing is started. Returns when the new program is being
+/// executed.
 [[nodiscard]] OpenResult openBundle(const std::string &bundlePath, const OpenOptions &options = {});
 
 } // namespace tx

@@ -5,11 +5,11 @@
 #include <string>
 #include <vector>
 
-/// What the system's package managers know of a bundle, without Qt: for the host and for the program that
-/// runs with an administrator's rights.
+/// Looks up bundles in the databases of the system's package managers, without Qt: for the host and for the
+/// program that runs as root.
 namespace tx {
 
-/// Where the package managers keep what they know.
+/// The folders of the package managers' databases.
 struct PackageFolders {
     std::string dpkg = "/var/lib/dpkg";
     std::vector<std::string> rpm{"/var/lib/rpm", "/usr/lib/sysimage/rpm"};
@@ -18,7 +18,7 @@ struct PackageFolders {
 struct BundleOwner {
     std::string manager; ///< "dpkg" or "rpm": which package owns it, or whose database cannot be read
     std::string package; ///< that owns the bundle or something in it; empty: none
-    std::string failure; ///< why that cannot be told; empty when it can
+    std::string failure; ///< why the owner cannot be determined; empty if it can
 };
 
 /// Runs rpm with these arguments in the "C" locale and gives all that it writes to either output. Empty on
@@ -30,8 +30,8 @@ using RpmRunner = std::function<std::string(const std::vector<std::string> &argu
 /// Thread: any but the main one: it reads many files, and may start a program.
 [[nodiscard]] BundleOwner ownerOfBundle(const PackageFolders &folders, const std::string &bundle,
                                         const RpmRunner &runRpm);
-/// The package to which belongs what is at `path` itself: for a folder as above; of a file or a link, that of
-/// its own name, whatever the link leads to.
+/// The package that owns the entry at `path` itself. For a folder as above; for a file or link the owner of
+/// its name. Links are not followed.
 [[nodiscard]] BundleOwner ownerOfEntry(const PackageFolders &folders, const std::string &path,
                                        const RpmRunner &runRpm);
 

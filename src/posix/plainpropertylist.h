@@ -9,10 +9,10 @@
 #include <variant>
 #include <vector>
 
-/// Property lists for the tools that stand alone: no Qt, no other library. Thread: any.
+/// Property lists for statically linked tools: no Qt, no other library. Thread: any.
 ///
-/// The reader is strict, so that the tools and the framework never see two different things in one file: what
-/// both it and the framework's `readPropertyList` accept, they read as the same values.
+/// The parser is strict, so that the tools and the framework never interpret a file differently: if both it
+/// and the framework's `readPropertyList` accept a file, they read the same values.
 namespace tx::plain {
 
 struct Value;
@@ -30,18 +30,19 @@ struct Data {
 struct Value {
     std::variant<bool, int64_t, double, std::string, Date, Data, Array, Dictionary> content;
 
-    /// The member of a dictionary; null when this is none or it has no such member.
+    /// Returns a member of the dictionary; null if this is not a dictionary or has no such member.
     [[nodiscard]] const Value *member(std::string_view key) const;
-    /// The text; null when this is none.
+    /// Returns the string; null if this is not a string.
     [[nodiscard]] const std::string *text() const { return std::get_if<std::string>(&content); }
 };
 
 /// Larger documents are refused. Bytes.
 inline constexpr size_t maximumDocument = 4 << 20;
 
-/// Reads an XML (UTF-8) or binary property list. Absent for anything else, for one that is damaged, nested
-/// more than 128 deep, holds a key twice, a text that is not UTF-8 or a NUL character, declares entities, or
-/// refers to so many values, by repetition, that it is larger than it looks.
+/// Parses an XML (UTF-8) or binary property list. Absent for any other format, and for a list that is
+/// damaged, is nested more than 128 levels deep, repeats a key, contains a string that is not UTF-8 or has a
+/// NUL character, declares entities, or refers so often to the same values that it would become much larger
+/// than the file.
 [[nodiscard]] std::optional<Value> readPropertyList(std::string_view document);
 
 /// The list as an XML document. Characters that XML cannot hold are replaced by U+FFFD.

@@ -6,8 +6,8 @@
 #include <sys/types.h>
 #include <utility>
 
-/// File-tree operations without Qt, shared by the framework's file system and by the stand-alone tools.
-/// Thread: any. Links are never followed, except where a caller's path runs through one.
+/// File-tree operations without Qt, for the framework's file system and for the statically linked tools.
+/// Thread: any. Links are never followed, except in the path that a caller passes.
 namespace tx::posix {
 
 /// An errno value (0 = no error) and the path at which it happened.
@@ -39,33 +39,34 @@ private:
     int m_fd;
 };
 
-/// True when an entry of any kind, a dangling link included, stands at `path`.
+/// Returns whether there is an entry of any kind at `path`, including a dangling link.
 [[nodiscard]] bool entryExists(const std::string &path);
 [[nodiscard]] bool isDirectory(const std::string &path);
 
-/// Where an entry is: a whole path, or a name in an open folder, which nobody can lead elsewhere. Does not
-/// own the folder.
+/// The location of an entry: a whole path, or a name in an open folder. With an open folder nobody can
+/// redirect the access. Does not own the folder's descriptor.
 struct Place {
     Place(const std::string &wholePath);                           // NOLINT: a path is a place
     Place(const char *wholePath);                                  // NOLINT
     Place(const Descriptor &openFolder, const std::string &whole); ///< the last component of `whole`
     int folder;
     std::string name; ///< below `folder`; the whole path when that is AT_FDCWD
-    std::string path; ///< for words only, when there is a folder
+    std::string path; ///< only for messages if there is a folder
 };
 
-/// Opens the folder at the absolute `path` for use in a Place. No link is followed on the way: ELOOP or
-/// ENOTDIR. Not open and errno set on failure.
+/// Opens the folder at the absolute `path` for use in a Place. If a component is a link, fails with ELOOP or
+/// ENOTDIR. On failure the descriptor is not open and errno is set.
 [[nodiscard]] Descriptor openFolderWithoutLinks(const std::string &path);
 
 /// How a tree is copied. By default everything is this process's own.
 struct CopyRules {
-    /// Files of this user become second names of the same files where the file system has such; what is
-    /// written into one of the trees later shows in both. Only files to which nobody else may write, and that
-    /// have no special bits, access list or capabilities: those belong to the file, whatever its name.
+    /// Makes hard links to this user's files if the file system supports them. A later write to a file in one
+    /// of the trees then changes it in both. Only files that nobody else may write to and that have no
+    /// special bits, access list or capabilities are linked, because these belong to the file and not to its
+    /// name.
     bool linksFiles = false;
-    /// Files and folders of others are refused (EPERM), as for a tree that this user may change meanwhile:
-    /// they could be second names of what only this process may read.
+    /// Refuses files and folders of other users with EPERM. Meant for a tree that this user may change during
+    /// the copy: it could contain hard links to files that only this process may read.
     std::optional<uid_t> onlyFrom;
     /// As root: each entry keeps its owner and group.
     bool keepsOwners = false;
@@ -76,29 +77,30 @@ struct CopyRules {
     std::optional<Place> bitsAsIn;
 };
 
-/// Copies a file, link or tree to `to`, which must not exist: modes, times, links and extended attributes of
-/// the user stay, data is shared with the original where the file system can. Access lists, also those that
-/// the folder around would hand down, and attributes of the system are not copied. Special files are refused
-/// (EINVAL), as is what cannot be looked at. EIO: a file gave fewer bytes than its size. A copy that fails
-/// leaves what it made; the caller removes it.
+/// Copies a file, link or tree to `to`, which must not exist. Keeps modes, times, links and the user's
+/// extended attributes; shares data with the original if the file system can. Does not copy access lists,
+/// including those that the parent folder would pass on, nor attributes of the system. Fails with EINVAL for
+/// special files and for entries that cannot be examined, and with EIO if a file is shorter than its size
+/// says. After a failure the caller must remove the incomplete copy.
 FileError copyTree(const Place &from, const Place &to, const CopyRules &rules = {});
 
-/// Removes a file, link or tree, however deep, read-only folders included. An absent one is no error.
+/// Removes a file, link or tree of any depth, including read-only folders. A missing entry is not an error.
 FileError removeTree(const Place &tree);
 
 /// Gives every entry of the tree to `owner` and `group` and drops nothing else.
 FileError changeOwner(const Place &tree, uid_t owner, gid_t group);
 
-/// Takes the set-user-ID and set-group-ID bits from the files of the tree. Such a bit stays only on a file of
-/// root's, when `installed` holds at the same path a regular file of root's that has it too; for a group's,
-/// one of the same group. Nobody but root may write to the folders that lead there, and no link does.
+/// Removes the set-user-ID and set-group-ID bits from the files of the tree. A file of root's keeps such a
+/// bit if `installed` has a regular file of root's with the same bit at the same path; a set-group-ID bit
+/// also needs the same group. Only root may be able to write to the folders on the way, and none of them may
+/// be a link.
 FileError limitSpecialBits(const Place &tree, const Place &installed);
 
-/// The same for a tree that replaces nothing: no file of it keeps such a bit.
+/// Removes these bits from all files of a tree that replaces nothing.
 FileError dropSpecialBits(const Place &tree);
 
-/// Null when the tree holds nothing but files, folders and links. EINVAL names a device, pipe or socket;
-/// another number an entry that could not be looked at.
+/// Returns no error if the tree contains only files, folders and links. EINVAL names a device, pipe or
+/// socket; any other number names an entry that could not be examined.
 FileError findSpecialFile(const Place &tree);
 
 /// Takes the lock file for this process, made when it is not there, without waiting. EWOULDBLOCK: another
@@ -106,7 +108,7 @@ FileError findSpecialFile(const Place &tree);
 /// that user finds out whether it is held.
 FileError takeLock(const Place &file, Descriptor &lock);
 
-/// Forces the file system that holds `path` to disk.
+/// Syncs the file system that contains the entry to disk.
 FileError syncFileSystem(const Place &entry);
 /// Forces a directory's entries to disk.
 FileError syncDirectory(const Place &folder);

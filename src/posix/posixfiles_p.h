@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-/// What the operations on file trees have in common. Thread: any.
+/// Functions that the operations on file trees share. Thread: any.
 namespace tx::posix {
 
 /// errno at `path`; EIO when it is not set.
@@ -16,7 +16,7 @@ namespace tx::posix {
 /// Opens a folder for reading, and no link.
 [[nodiscard]] Descriptor openFolder(int folder, const char *name);
 
-/// Changes the mode of what a descriptor opened with O_PATH holds, which fchmod does not.
+/// Changes the mode of an entry whose descriptor was opened with O_PATH, for which fchmod fails.
 [[nodiscard]] bool changeModeOf(const Descriptor &entry, mode_t mode);
 
 } // namespace tx::posix

@@ -6,9 +6,9 @@
 
 namespace tx {
 
-/// Files that no other process can open by a name, for a copy that must not change while it is used. No Qt:
-/// the tools that stand alone use it, too. Tests replace it to make a step fail. Thread: any. Errors: -1 with
-/// errno.
+/// Files that have no name, so that no other process can open them: for a copy that must not change while it
+/// is used. Uses no Qt, because the statically linked tools need it. Tests replace this class to make a step
+/// fail. Thread: any. Errors: -1 and errno.
 class PrivateFiles {
 public:
     virtual ~PrivateFiles() = default;

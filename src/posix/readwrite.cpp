@@ -10,7 +10,7 @@ namespace tx::posix {
 
 namespace {
 
-/// Takes the descriptor.
+/// Takes ownership of the descriptor.
 int read(int folder, std::vector<std::string> &names) {
     DIR *stream = folder >= 0 ? fdopendir(folder) : nullptr;
     if (!stream) {
@@ -41,7 +41,7 @@ size_t writeAll(int fd, const void *data, size_t size) {
         if (n < 0 && errno == EINTR)
             continue;
         if (n == 0)
-            errno = EIO; // a call that writes nothing names no reason
+            errno = EIO; // a write of 0 bytes does not set errno
         if (n <= 0)
             break;
         written += static_cast<size_t>(n);
@@ -49,7 +49,7 @@ size_t writeAll(int fd, const void *data, size_t size) {
     return written;
 }
 
-// Opened anew, so that the position of the caller's descriptor stays.
+// Opens the folder again, so that the position of the caller's descriptor does not change.
 int namesIn(int folder, std::vector<std::string> &names) { return read(openat(folder, ".", reading), names); }
 
 int namesIn(const std::string &path, std::vector<std::string> &names) {

@@ -5,15 +5,15 @@
 #include <string>
 #include <vector>
 
-/// Writing a whole buffer and reading a whole folder. Thread: any.
+/// Functions that write a whole buffer or list a whole folder. Thread: any.
 namespace tx::posix {
 
-/// Writes all bytes, with as many calls as that takes, also when signals interrupt them. Answers how many
-/// were written; if fewer than `size`, errno says why.
+/// Writes all bytes; repeats the call after partial writes and signals. Returns the number of bytes written.
+/// If it is less than `size`, errno gives the reason.
 [[nodiscard]] size_t writeAll(int fd, const void *data, size_t size);
 
-/// The names in a folder but "." and "..", in the order of the file system. Answers 0 or an errno value;
-/// `names` then has those that were read before.
+/// Lists the names in a folder, without "." and "..", in the order of the file system. Returns 0 or an errno
+/// value; on an error `names` contains the names that were read before it.
 [[nodiscard]] int namesIn(int folder, std::vector<std::string> &names);
 [[nodiscard]] int namesIn(const std::string &path, std::vector<std::string> &names);
 

@@ -53,7 +53,7 @@ std::string notRootsOwn(const Step *above, const Step &step) {
     return {};
 }
 
-/// Walks on from `step` to the end of `path`, from the component that begins at `start`.
+/// Continues from `step` to the end of `path`. `start` is the offset of the next component.
 std::string walkOn(Step step, const std::string &path, size_t start, bool rootsOwn, Descriptor &entry) {
     std::string problem;
     while (problem.empty() && start < path.size()) {

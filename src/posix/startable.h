@@ -6,12 +6,13 @@
 /// Thread: any. No Qt.
 namespace tx {
 
-/// Why the application in the bundle cannot be started on this machine, in words; empty when nothing speaks
-/// against it. Its executable must be inside the bundle without a link out of it, a regular file with its
-/// execute bits, and an ELF file of this machine or a script whose interpreter exists.
+/// Returns why the application in the bundle cannot be started on this machine; empty if no reason is found.
+/// The executable must be inside the bundle and must not be reached through a link out of it. It must be a
+/// regular file with execute permission, and an ELF file for this machine or a script whose interpreter
+/// exists.
 ///
-/// An interpreter at a place inside `placeOfBundle`, where the bundle is going to be, is looked for in the
-/// bundle itself. Nothing is executed. What cannot be looked at counts as something that cannot be started.
+/// `placeOfBundle` is the bundle's future path. An interpreter below that path is looked up in the bundle
+/// itself. Nothing is executed. An entry that cannot be examined counts as one that cannot be started.
 [[nodiscard]] std::string whyItCannotStart(const std::string &bundlePath, const std::string &placeOfBundle);
 
 } // namespace tx

@@ -3,7 +3,7 @@
 
 #include <string>
 
-/// Where this user's files stand, without Qt. Thread: any. Paths have no trailing slash.
+/// Paths of this user's folders, without Qt. Thread: any. Paths have no trailing slash.
 namespace tx::posix {
 
 /// $HOME when it is an absolute path, else the home folder of the user database.
@@ -13,9 +13,9 @@ namespace tx::posix {
 /// $XDG_CONFIG_HOME or ~/.config.
 [[nodiscard]] std::string configFolder();
 
-/// The framework's own folder for passing files, below the cache folder: made on demand with mode 0700.
-/// It is never the shared /tmp, where another user could take a predictable name first. Empty when it cannot
-/// be had: the path is a link, is no folder or belongs to another user; `why` then says which.
+/// The framework's folder for passing files between processes, below the cache folder. Created on demand with
+/// mode 0700. Never in the shared /tmp, where another user could create an entry of a predictable name first.
+/// Empty if the path is a link, is not a folder or belongs to another user; `why` receives the reason.
 [[nodiscard]] std::string privateTemporaryFolder(std::string *why = nullptr);
 
 } // namespace tx::posix

@@ -7,13 +7,13 @@
 #include <optional>
 #include <string_view>
 
-/// The order of versions, without Qt: the host and the program that installs as root must agree on it.
+/// Compares versions without Qt. The host and the program that installs as root must get the same result.
 /// Thread: any.
 namespace tx::versions {
 
 enum class Kind : unsigned char { Number, String, Separator };
 
-/// The kind of an ASCII character: digits are numbers, punctuation and white space separate.
+/// Classifies an ASCII character: digits are numbers, punctuation and white space are separators.
 [[nodiscard]] constexpr Kind kindOfAscii(unsigned char c) {
     if (c >= '0' && c <= '9')
         return Kind::Number;
@@ -21,8 +21,8 @@ enum class Kind : unsigned char { Number, String, Separator };
     return separators.find(static_cast<char>(c)) != std::string_view::npos ? Kind::Separator : Kind::String;
 }
 
-/// Walks over the parts of a version without copying them. `Classes` has `Kind kind(Unit) const` and `int
-/// digit(Unit) const`, the value of a unit that is a number.
+/// Iterates over the parts of a version without copying them. `Classes` provides `Kind kind(Unit) const`, and
+/// `int digit(Unit) const` for the numeric value of a digit.
 template <typename Unit, typename Classes>
 class Parts {
 public:
@@ -86,7 +86,7 @@ int compareParts(const Parts<Unit, Classes> &a, const Parts<Unit, Classes> &b) {
     return 0;
 }
 
-/// -1 when `a` is older than `b`, 0 when they are the same, 1 when it is newer. Allocates nothing.
+/// Returns -1 if `a` is older than `b`, 0 if they are equal, and 1 if `a` is newer. Allocates no memory.
 template <typename Unit, typename Classes>
 int compare(std::basic_string_view<Unit> a, std::basic_string_view<Unit> b, const Classes &classes) {
     Parts<Unit, Classes> partsA(a, classes);
@@ -107,8 +107,8 @@ int compare(std::basic_string_view<Unit> a, std::basic_string_view<Unit> b, cons
     }
 }
 
-/// The same for versions in ASCII. Absent for others: what their characters are is known to Unicode libraries
-/// only, and those do not all know the same.
+/// Compares two ASCII versions. Returns an empty optional if either contains other characters: their
+/// classification depends on the Unicode library and its version.
 [[nodiscard]] std::optional<int> compareAscii(std::string_view a, std::string_view b);
 
 } // namespace tx::versions

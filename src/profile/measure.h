@@ -22,7 +22,7 @@ void readSystemVersion(TXUpdateSystemProfile &profile, const QString &versionTex
 void readLanguage(TXUpdateSystemProfile &profile, const QVariant &preferredLanguages);
 void readWordSize(TXUpdateSystemProfile &profile);
 void readScreens(TXUpdateSystemProfile &profile);
-/// `propertyList`: what the profile tool writes.
+/// `propertyList` is the output of the profile tool.
 void readHardwareAndDisplays(TXUpdateSystemProfile &profile, Processor processor,
                              const QByteArray &propertyList);
 

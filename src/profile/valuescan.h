@@ -7,8 +7,8 @@
 
 namespace tx {
 
-/// The whole number at the beginning of a text after white space, within the bounds of 64 bits; 0 without
-/// one. A number's own value, cut to a whole one; 0 for what is no number. Thread: any.
+/// Parses the integer at the start of a string, after white space and within the range of 64 bits; 0 if there
+/// is none. A number is truncated to an integer. 0 for all other types. Thread: any.
 [[nodiscard]] qint64 integerValue(const QVariant &value);
 
 /// A number with its unit, such as "16 GB": the whole number, times 1024 when the rest of the line begins

@@ -53,31 +53,31 @@ struct WantedArchive {
 ///     if (const Verdict refused = proof->check(stream)) ...
 class ArchiveProof {
 public:
-    /// Signature texts come first; the plain signature counts when there is no usable text. Faults: Unsigned,
-    /// Signature, Forged, Mismatch.
+    /// Finds a valid signature. The plain signature is used only if there is no other usable one. Faults:
+    /// Unsigned, Signature, Forged, Mismatch.
     static Outcome<ArchiveProof> find(const PublicKeys &keys, const ArchiveSignatures &signatures,
                                       const WantedArchive &wanted);
 
-    /// What find() would refuse, as far as that can be told without verifying a signature, which takes a
-    /// hundred times as long: for the entries of a feed, of which only the chosen one is verified.
+    /// Does those checks of find() that need no verification. Verifying a signature takes a hundred times as
+    /// long, so only the chosen entry of a feed is verified.
     [[nodiscard]] static Verdict examine(const PublicKeys &keys, const ArchiveSignatures &signatures,
                                          const WantedArchive &wanted);
 
     /// Absent with a plain signature, which says nothing of identifier and build.
     [[nodiscard]] const std::optional<ArchiveClaim> &claim() const { return m_claim; }
-    /// Bytes of the archive. With a claim a key has signed it; with a plain signature it is what the feed
-    /// says.
+    /// Size of the archive in bytes. With a claim, a key has signed this size; with a plain signature, it is
+    /// the feed's statement.
     [[nodiscard]] uint64_t size() const { return m_size; }
-    /// Whether what has come is what was signed; absent also when only the bytes in memory could tell, as
-    /// with a plain signature. To tell a bad download early: what is unpacked is verified again. Faults:
-    /// Mismatch, Forged.
+    /// Compares a download with the signed archive. Also succeeds if only the bytes themselves could show a
+    /// difference, as with a plain signature. This is meant to detect a bad download early; everything is
+    /// verified again before it is unpacked. Faults: Mismatch, Forged.
     [[nodiscard]] Verdict check(const DigestStream &archive) const;
 
 private:
     friend class VerifiedArchive;
     static Outcome<ArchiveProof> find(const PublicKeys &keys, const ArchiveSignatures &signatures,
                                       const WantedArchive &wanted, Comments comments);
-    /// The same for the bytes themselves, which only a plain signature looks at.
+    /// Compares the bytes themselves, which only a plain signature needs.
     [[nodiscard]] Verdict checkBytes(const unsigned char *bytes, size_t size) const;
     [[nodiscard]] bool needsBytes() const { return !m_claim; }
 

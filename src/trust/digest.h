@@ -10,7 +10,7 @@
 
 namespace tx::trust {
 
-/// BLAKE2b-512, which is what signatures are made of.
+/// BLAKE2b-512, the digest that signatures sign.
 using Digest = std::array<unsigned char, 64>;
 
 /// The digest and the size of bytes that come in pieces, such as a download. Copies go on by themselves.

@@ -13,9 +13,9 @@ namespace tx::trust {
 enum class FaultKind {
     Keys,       ///< the keys of the application, or a key file, are malformed
     Signature,  ///< a signature is malformed, or of a form that is not accepted
-    Unsigned,   ///< there is no signature by any of the keys
+    Unsigned,   ///< none of the keys has signed
     Forged,     ///< a signature by one of the keys does not verify
-    Mismatch,   ///< what is signed is something else than what is wanted
+    Mismatch,   ///< the signed thing is not the wanted one
     FeedLine,   ///< the first line of a feed is not what a signature must look like, or the feed is not UTF-8
     Input,      ///< what was to be signed, or an option, is not possible
     Passphrase, ///< a secret key's passphrase is missing or wrong
@@ -25,10 +25,10 @@ enum class FaultKind {
 /// Why something is refused.
 struct Fault {
     FaultKind kind;
-    std::string what; ///< for people, in English: what was expected, what was found, where, what to do
+    std::string what; ///< for people, in English: what was expected, what was found, where, and what to do
 };
 
-/// A value, or why there is none.
+/// A value, or the reason why there is none.
 template <typename T>
 class [[nodiscard]] Outcome {
 public:
@@ -43,7 +43,7 @@ public:
     T &&operator*() && { return std::move(*m_value); }
     const T *operator->() const { return &*m_value; }
     T *operator->() { return &*m_value; }
-    /// Only when there is no value.
+    /// Call this only if there is no value.
     [[nodiscard]] const Fault &fault() const { return m_fault; }
 
 private:

@@ -36,19 +36,19 @@ struct WantedFeed {
     std::string feed;
 };
 
-/// A feed that one of the application's keys has signed. Only verify() makes one. Whether it is old or
-/// expired is for judgeFreshness() (src/trust/freshness.h).
+/// A feed that one of the application's keys has signed. Only verify() creates one. It may still be old or
+/// expired: see judgeFreshness() (src/trust/freshness.h).
 class VerifiedFeed {
 public:
-    /// `document`: what came from the server, content codings undone. What the reader is given is made in it,
-    /// over the end of the first line; a document that is refused stays as it was. Faults: Unsigned,
+    /// `document` is the server's response after content decoding. The part for the parser is prepared in
+    /// place, and overwrites the end of the first line. A refused document is not changed. Faults: Unsigned,
     /// FeedLine, Signature, Forged, Mismatch.
     static Outcome<VerifiedFeed> verify(const PublicKeys &keys, std::span<char> document,
                                         const WantedFeed &wanted);
 
     [[nodiscard]] const FeedClaim &claim() const { return m_claim; }
     [[nodiscard]] FeedFormat format() const { return m_format; }
-    /// Offset of what the reader is given: all bytes from here to the end of the document.
+    /// Offset of the part for the parser, which reaches to the end of the document.
     [[nodiscard]] size_t documentAt() const { return m_documentAt; }
 
 private:

@@ -20,20 +20,20 @@ inline constexpr size_t mostLineBytes = 64 << 10;
 
 struct FirstLine {
     FeedFormat format = FeedFormat::Json;
-    std::vector<std::string> texts; ///< the signature texts, with real line feeds
+    std::vector<std::string> texts; ///< the signatures, with real line feeds
     size_t bodyAt = 0;              ///< where the signed bytes begin, in the document
 };
 
-/// Takes a document apart. Absent: it does not begin as a signed feed does, so it has no signature. Fault:
-/// FeedLine or Signature, when it begins so but is not exactly what it must be.
+/// Parses the first line of a document. Absent if the document does not begin like a signed feed, and thus
+/// has no signature. Faults: FeedLine or Signature, if it begins like one but is malformed.
 Outcome<std::optional<FirstLine>> parseFirstLine(std::string_view document);
 
-/// The first line for these texts, with its line feed. Faults: Input, when it would be too long or a text
-/// holds a character that must not be there.
+/// Makes the first line with these signatures, including its line feed. Fault: Input, if the line would be
+/// too long or a signature contains a forbidden character.
 Outcome<std::string> makeFirstLine(FeedFormat format, const std::vector<std::string> &texts);
 
-/// For hosts that do not verify feeds: the format and where the feed's own bytes begin. Of the texts nothing
-/// is looked at. Absent when the document has no such line, and then all of it is the feed.
+/// For hosts that do not verify feeds: the format, and the offset of the feed after the signature line. The
+/// signatures are not parsed. Absent if the document has no such line; then the whole document is the feed.
 struct UnreadLine {
     FeedFormat format;
     size_t bodyAt;

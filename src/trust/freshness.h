@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <optional>
 
-/// Whether a verified feed is the newest that there is, as far as a host can tell. Times are seconds since
+/// Decides whether a verified feed is the newest one, as far as a host can know. Times are seconds since
 /// 1970.
 namespace tx::trust {
 
@@ -35,7 +35,7 @@ struct FreshnessVerdict {
 [[nodiscard]] FreshnessVerdict judgeFreshness(const FeedClaim &claim, std::optional<uint64_t> stored,
                                               int64_t now);
 
-/// Since when a host has only had feeds that it could not use, and when it last told its user.
+/// The time since which a host has received only unusable feeds, and the time when it last told its user.
 struct FeedTrouble {
     std::optional<int64_t> since;
     std::optional<int64_t> told;
@@ -44,7 +44,7 @@ struct FeedTrouble {
 };
 struct TroubleVerdict {
     FeedTrouble stored; ///< to be stored
-    bool tells = false; ///< this automatic check tells the user
+    bool tells = false; ///< the user should be told about this automatic check
 };
 /// After an automatic check for which a feed has come; when none comes, nothing changes. `isUsable`: it could
 /// be verified and was fresh. True for telling after a fortnight without a usable feed, and once a fortnight

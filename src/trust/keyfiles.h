@@ -47,8 +47,8 @@ class SecretKeyFile {
 public:
     static constexpr size_t mostBytes = 4096;
 
-    /// Fault: Keys, when `content` is no such file. The content is copied to memory that is overwritten
-    /// later.
+    /// Fault: Keys, if `content` is not such a file. The content is copied to memory that is overwritten
+    /// after use.
     static Outcome<SecretKeyFile> parse(std::string_view content);
 
     [[nodiscard]] bool isEncrypted() const { return m_isEncrypted; }

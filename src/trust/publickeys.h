@@ -40,7 +40,7 @@ class PublicKeys {
 public:
     static constexpr size_t most = 16;
 
-    /// The values of TXUpdatePublicKeys. Fault: Keys, with the place (from 1) and what to do.
+    /// Parses the values of TXUpdatePublicKeys. Fault: Keys, with the index (from 1) and advice.
     static Outcome<PublicKeys> parse(const std::vector<std::string> &texts);
 
     [[nodiscard]] const std::vector<PublicKey> &all() const { return m_keys; }

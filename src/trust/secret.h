@@ -11,11 +11,11 @@ namespace tx::trust {
 /// True when libsodium can be used; sets it up at the first call.
 [[nodiscard]] bool sodiumIsReady();
 
-/// Bytes that nobody else should see: kept out of swap and core files where the system permits it,
-/// overwritten when they go. There is no copy and no way to print it.
+/// Secret bytes. They are kept out of swap and core files if the system permits it, and are overwritten on
+/// destruction. They cannot be copied or printed.
 class Secret {
 public:
-    /// `size` bytes of zeroes. Ends the process when there is no memory left, as `new` does.
+    /// Allocates `size` zero bytes. Ends the process if there is no memory, as `new` does.
     explicit Secret(size_t size);
     Secret(Secret &&other) noexcept;
     Secret &operator=(Secret &&other) noexcept;

@@ -6,17 +6,17 @@
 
 namespace tx::trust {
 
-/// An archive of which the application's keys have signed every byte, in a copy that nobody else can write:
-/// the only thing that an unpacker should take. Only make() makes one.
+/// An archive whose every byte the application's keys have signed, in a copy that nobody else can write to.
+/// Unpackers should accept only this type. Only make() creates one.
 ///
-/// Ownership: it owns the descriptor of the copy, which has no name and goes with the object.
+/// Ownership: it owns the descriptor of the copy. The copy has no name and is deleted with the object.
 class VerifiedArchive {
 public:
-    /// Copies what the descriptor `source` reads, from its beginning (or from where it is, if it cannot be
-    /// set back), and verifies the copy: whoever changes, exchanges or cuts the source meanwhile changes
-    /// nothing or is caught. `folder`: an open folder whose file system has room for the copy. Takes one pass
-    /// over the archive, and with a plain signature another one over the copy in memory. Faults: File;
-    /// Mismatch for another size; Forged.
+    /// Copies the file of the descriptor `source` from its start, or from its position if it cannot be
+    /// rewound, and verifies the copy. Changes to the source during the copy have no effect or are detected.
+    /// `folder` is an open folder on a file system with room for the copy. Reads the archive once; with a
+    /// plain signature, also reads the copy in memory once. Faults: File; Mismatch for a different size;
+    /// Forged.
     static Outcome<VerifiedArchive> make(const PublicKeys &keys, const ArchiveSignatures &signatures,
                                          const WantedArchive &wanted, int source, int folder,
                                          PrivateFiles &files);
@@ -33,14 +33,13 @@ public:
     [[nodiscard]] uint64_t size() const { return m_proof.size(); }
     /// Absent with a plain signature.
     [[nodiscard]] const std::optional<ArchiveClaim> &claim() const { return m_proof.claim(); }
-    /// What it was verified by, for the program that verifies it again as root.
+    /// The signatures that verified it. The program that runs as root verifies the archive with them again.
     [[nodiscard]] const ArchiveSignatures &signatures() const { return m_signatures; }
 
-    /// Whether the application that came out of the archive may take the place of the installed one: its
-    /// identifier and build are the signed (with a plain signature: the wanted) ones, and one of its own keys
-    /// has signed this archive as well. `own`: its keys, null when it has none or they are malformed. Without
-    /// that rule a release with mistyped keys would leave its hosts without any further update. Faults:
-    /// Mismatch, Keys, Unsigned, Forged.
+    /// Checks that the unpacked application may replace the installed one: its identifier and build are those
+    /// of the signature (with a plain signature: the wanted ones), and one of its own keys has also signed
+    /// this archive. `own` are its keys, null if it has none or they are malformed. Without this rule, a
+    /// release with mistyped keys could never be updated again. Faults: Mismatch, Keys, Unsigned, Forged.
     [[nodiscard]] Verdict checkUnpacked(const std::string &bundle, const std::string &build,
                                         const PublicKeys *own) const;
 

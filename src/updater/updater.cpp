@@ -199,7 +199,7 @@ void TXUpdater::performCheck(const CompletionHandler &handler) {
         });
         scheduleCheckForUpdate();
     };
-    // Before anything is measured or asked for.
+    // Checked first, before the profile is collected and before the request.
     if (const auto info = tx::hostTrust(); !info) {
         end({}, info.error(), false);
         return;
@@ -254,7 +254,7 @@ void TXUpdater::report(const CompletionHandler &handler, const TXUpdateFeedPtr &
     announce(&TXUpdater::settingsChanged);
     if (error)
         Q_EMIT failed(error);
-    // Looking for the update makes all of the feed's, which may be many.
+    // recommendedUpdate() creates all updates of the feed, which may be many.
     else if (feed && isSignalConnected(QMetaMethod::fromSignal(&TXUpdater::updateFound))) {
         if (const TXUpdatePtr update = feed->recommendedUpdate())
             Q_EMIT updateFound(update);

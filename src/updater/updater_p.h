@@ -18,7 +18,7 @@ namespace tx {
 struct TXUpdater::Private {
     /// Set on the thread that starts a check and cleared on the main thread.
     std::atomic<bool> isChecking{false};
-    std::atomic<TXUpdaterDelegate *> delegate{nullptr}; ///< set on the main thread, looked at by a check
+    std::atomic<TXUpdaterDelegate *> delegate{nullptr}; ///< set on the main thread, read by a check
     /// Who else waits for the result of the running check. Main thread.
     QList<TXUpdater::CompletionHandler> joined;
     tx::LongTimer timer{[] { TXUpdater::sharedUpdater()->autocheckForUpdate(); }};

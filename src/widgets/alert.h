@@ -7,8 +7,7 @@
 
 namespace tx {
 
-/// Shows an alert in a window of its own when the application has windows at all, else in the log. Thread:
-/// main.
+/// Shows an alert in a separate window if the application can show windows, otherwise logs it. Thread: main.
 int presentAlertInWindow(const Alert &alert);
 /// Shows it as a sheet of `parent`.
 void presentAlertAsSheet(const Alert &alert, QWidget *parent, const std::function<void(int)> &handler);

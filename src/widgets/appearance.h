@@ -16,13 +16,13 @@ namespace tx {
 
 /// Whether the application's palette is a dark one.
 [[nodiscard]] bool appearanceIsDark();
-/// The window's background: the desktop's own when it is dark, else white. It is painted, and no palette
-/// changed: styles keep what they draw for every palette that they see.
+/// Sets the window's background: the desktop's own in a dark appearance, otherwise white. Paints it instead
+/// of changing the palette, because styles cache data for every palette that they see.
 void applyAppearance(QWidget *window);
 /// What applyAppearance() chose.
 [[nodiscard]] QColor backgroundColor(const QWidget *window);
-/// How well two colours can be told apart: from 1 (equal) to 21 (black and white), by the measure of WCAG 2.
-/// What carries a meaning needs 3.
+/// The contrast ratio of two colours by WCAG 2, from 1 (equal) to 21 (black and white). Parts that carry
+/// information need at least 3.
 [[nodiscard]] double contrast(const QColor &one, const QColor &other);
 /// `share` (0 to 1) of a colour on another one.
 [[nodiscard]] QColor mixed(const QColor &base, const QColor &colour, double share);
@@ -34,9 +34,9 @@ void frameBox(QCheckBox *checkBox);
 /// Makes the lines of an interface file one pixel thick. Those of the styles have a bright edge, and a gap
 /// where they meet.
 void makeLinesThin(QWidget *window);
-/// Lays the window out in the direction in which the framework's texts are written here.
+/// Lays the window out in the writing direction of the framework's current language.
 void applyDirection(QWidget *window);
-/// Whether this event tells of another appearance.
+/// Returns whether this event reports a change of the appearance.
 [[nodiscard]] bool isAppearanceChange(const QEvent *event);
 
 /// Leaves the title bar without buttons; the window can be moved by its background.

@@ -6,10 +6,10 @@
 
 namespace tx {
 
-/// How fast a download goes, from what it has reported in the last seconds. Thread: main.
+/// Computes the rate of a download from its progress in the last seconds. Thread: main.
 class DownloadRate {
 public:
-    /// `progress`: 0 to 1; `seconds`: any clock that only goes forward.
+    /// `progress` is 0 to 1; `seconds` is the time of any monotonic clock.
     void add(double progress, double seconds);
     void reset() { m_samples.clear(); }
     /// "12 MB of 150 MB, 3.1 MB/s, 0:45 left" for a size in bytes; null while nothing can be said.

@@ -16,15 +16,15 @@ public:
         : std::runtime_error(what.toStdString()) {}
 };
 
-/// A function of the module TXUpdateInterface, as src/widgets/interfaceloader.h has them; null, with a line
-/// in the log, where the module is not there. Thread: main.
+/// Looks up a function of the plug-in TXUpdateInterface (see src/widgets/interfaceloader.h). If the plug-in
+/// is missing, logs that and returns null. Thread: main.
 [[nodiscard]] QFunctionPointer interfaceFunction(const char *name);
 
 /// Makes the widgets of the interface file `name` of the framework's resources. Null when it is missing or
 /// broken. Thread: main.
 [[nodiscard]] std::unique_ptr<QWidget> loadInterface(const QString &name);
 
-/// Sets an outlet to the object of that name. Throws InterfaceMismatch when there is none of that kind.
+/// Sets an outlet to the object of that name. Throws InterfaceMismatch if there is none of that type.
 template <typename T>
 void connectOutlet(T *&outlet, const QWidget *root, const QString &name) {
     outlet = root->objectName() == name ? qobject_cast<T *>(const_cast<QWidget *>(root))
@@ -33,7 +33,7 @@ void connectOutlet(T *&outlet, const QWidget *root, const QString &name) {
         throw InterfaceMismatch(QStringLiteral("The interface file has no %1").arg(name));
 }
 
-/// The same, but an interface file without an object of that name leaves the outlet empty.
+/// As above, but leaves the outlet empty if the interface file has no object of that name.
 template <typename T>
 void connectOutletIfThere(T *&outlet, const QWidget *root, const QString &name) {
     const bool isThere = root->objectName() == name || root->findChild<QObject *>(name);

@@ -9,14 +9,14 @@ class QWidget;
 
 namespace tx {
 
-/// Runs `work` once when the application quits (QCoreApplication::aboutToQuit, or after all slots of that
-/// when one of them makes a window), at the latest when the application object is destroyed, and not at all
-/// if `context` is destroyed first. Windows and web pages do not survive the application object: whatever
-/// holds one lets go of it here. Thread: main.
+/// Runs `work` once when the application quits: on QCoreApplication::aboutToQuit, or after all slots of that
+/// signal if one of them creates a window, and at the latest when the application object is destroyed. Does
+/// not run it if `context` is destroyed first. Windows and web pages must not outlive the application object,
+/// so `work` must release them. Thread: main.
 void whenApplicationQuits(QObject *context, std::function<void()> work);
 
-/// Deletes a widget. When the application object has gone, the widget stays where it is: its destructor would
-/// use what went with the application, and the process is about to end. For hosts that keep a window too
+/// Deletes a widget. If the application object has already been destroyed, the widget is leaked: its
+/// destructor would use destroyed objects, and the process is about to end. For hosts that keep a window too
 /// long. Thread: main.
 void deleteWidget(QWidget *widget);
 

@@ -5,9 +5,9 @@ class QWidget;
 
 namespace tx {
 
-/// Shows a window as the application's modal window and serves events until its session is stopped, the
-/// window goes away or the application quits. The code it was stopped with, else 0. The main queue is served
-/// meanwhile. Thread: main.
+/// Shows a window as application-modal and processes events until its session is stopped, the window is
+/// destroyed or the application quits. Returns the code that stopped the session, otherwise 0. The main queue
+/// is processed meanwhile. Thread: main.
 int runModalForWindow(QWidget *window);
 
 /// Ends the session of this window; nothing when it has none.

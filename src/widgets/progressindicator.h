@@ -5,10 +5,9 @@
 #include <QElapsedTimer>
 #include <QProgressBar>
 
-/// A progress bar that does not look full while there is no end to measure (minimum and maximum are equal): a
-/// short piece moves from one end to the other and back. Desktop styles fill the whole bar then. In a dark
-/// appearance, where styles draw the empty part in almost the window's colour, a frame shows how long the bar
-/// is. Thread: main.
+/// A progress bar for work of unknown length (minimum and maximum are equal): a short bar moves from one end
+/// to the other and back, whereas desktop styles would fill the whole bar. In a dark appearance a frame shows
+/// the length of the bar, because styles draw its empty part almost in the window's colour. Thread: main.
 class TXProgressIndicator final : public QProgressBar {
     Q_OBJECT
 public:

@@ -8,8 +8,8 @@ class QWidget;
 
 namespace tx {
 
-/// Knows whether the user has just pressed a key or a mouse button in a widget: what a page does by itself is
-/// told from what the user wants. Thread: main.
+/// Knows whether the user has just pressed a key or a mouse button in a widget. This distinguishes actions of
+/// a page's scripts from actions of the user. Thread: main.
 class RecentInput final : public QObject {
 public:
     /// In this widget, and in those within it. Watching ends with this object.

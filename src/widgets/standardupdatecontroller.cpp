@@ -218,7 +218,7 @@ void TXStandardUpdateController::checkingDidReceiveFeed(const TXUpdateFeedPtr &f
 }
 
 void TXStandardUpdateController::checkingDidReceiveError(const TXError &error, bool showChecking) {
-    // A quiet check tells of nothing but feeds that have been refused for long.
+    // An automatic check shows errors only if feeds have been refused for a long time.
     if (!showChecking && !tx::tellsOfFeedTrouble(error))
         return;
     TXError shown = error;

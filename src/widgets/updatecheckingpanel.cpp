@@ -20,7 +20,7 @@
 
 using namespace Qt::StringLiterals;
 
-/// The widgets belong to the panel.
+/// The panel owns the widgets.
 struct TXUpdateCheckingPanel::Private {
     std::unique_ptr<QWidget> topLevelObjectsInNib; ///< what is not shown in the panel
     QWidget *theContentView = nullptr;

@@ -6,8 +6,9 @@
 
 namespace tx {
 
-/// Why the application cannot be updated where it stands; its first button offers to move it.
-/// `isTranslocated` wins when both hold. `volume`: the one that holds it, if that can be told.
+/// Says why the application cannot be updated at its current path; the first button offers to move it. If
+/// both reasons apply, `isTranslocated` takes precedence. `volume` is the volume that contains the
+/// application, if known.
 [[nodiscard]] Alert cannotUpdateInPlaceAlert(const QString &applicationName, bool isTranslocated,
                                              const std::optional<VolumeInfo> &volume);
 

@@ -13,7 +13,7 @@ class QPushButton;
 class QSplitter;
 class TXUpdateVersionsTableView;
 
-/// What an update panel has. The widgets belong to the panel.
+/// The data of an update panel. The panel owns the widgets.
 struct TXUpdatePanelPrivate {
     QSplitter *mainSplitView = nullptr;
     QWidget *mainView = nullptr;
@@ -45,10 +45,10 @@ struct TXUpdatePanelPrivate {
     QMetaObject::Connection observations[2];
     TXUpdatePanel::CodeHandler sheetHandler;
     tx::DownloadRate rate;
-    std::unique_ptr<tx::Floating> floating; ///< while it is a window of its own
+    std::unique_ptr<tx::Floating> floating; ///< set while it is a separate window
     TXUpdatePtr shownUpdate;                ///< whose notes are shown
     QSize interfaceSize;
 
-    /// Shows a panel again that was hidden, unless it was closed meanwhile.
+    /// Shows a hidden panel again, unless it was closed in the meantime.
     static void comeBack(TXUpdatePanel &panel);
 };

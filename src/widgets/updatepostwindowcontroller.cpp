@@ -33,11 +33,11 @@ bool mayKnowTheIdentifier(const QUrl &page, const QUrl &post) {
 } // namespace
 
 struct TXUpdatePostWindowController::Private {
-    std::shared_ptr<TXUpdatePostWindowController> selfRetained; ///< while the window is shown
+    std::shared_ptr<TXUpdatePostWindowController> selfRetained; ///< set while the window is shown
     int returnCode = 0;
     QList<TXUpdatePostPtr> posts;
     std::function<void()> onCloseHandler;
-    // The widgets belong to the window.
+    // The window owns the widgets.
     QWidget *bottomBarCloseView = nullptr;
     QPushButton *bottomBarCloseButton = nullptr;
     std::unique_ptr<tx::WebView> webView;

@@ -16,7 +16,7 @@ struct VersionRowState {
 
 /// Fills a row's parts; the button is left to the caller. Thread: main.
 void fillVersionRow(TXUpdateVersionRow *row, const TXUpdate &update, const VersionRowState &state);
-/// The same in one line, for a screen reader.
+/// Formats a row in one line for a screen reader.
 [[nodiscard]] QString versionRowText(const TXUpdate &update, const VersionRowState &state);
 
 } // namespace tx

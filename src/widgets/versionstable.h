@@ -37,14 +37,14 @@ public:
     explicit TXUpdateVersionsTableView(QWidget *parent = nullptr);
     ~TXUpdateVersionsTableView() override;
 
-    /// `textForRow`: what a screen reader says. Forgets what stood in the list.
+    /// `textForRow` returns the string for a screen reader. Removes all earlier rows.
     void reloadData(int rows, const std::function<QString(int)> &textForRow, const RowFiller &fill);
     [[nodiscard]] int numberOfRows() const;
-    /// Selects one row and no other, and tells so even when it is selected already.
+    /// Selects exactly one row, and emits the signal even if it is already selected.
     void selectOnly(int row);
     /// -1 without a selection.
     [[nodiscard]] int selectedRow() const;
-    /// The row in which this widget stands, -1 for none.
+    /// The row that contains this widget; -1 if there is none.
     [[nodiscard]] int rowForView(const QObject *view) const;
     /// The row's view, made when it is not there yet.
     TXUpdateVersionRow *viewForRow(int row);

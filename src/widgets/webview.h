@@ -29,11 +29,11 @@ struct WebViewClient {
     QStringList messageNames;
     /// Pages appear only when they are complete, or after some seconds.
     bool suppressesIncrementalRendering = false;
-    /// Around pages that ask for no margins of their own; null: what the view has.
+    /// margins for pages that request none; if absent, the view's default
     std::optional<QMargins> margins = {};
 };
 
-/// Shows a page. Thread: main. The widget belongs to its parent widget, and goes with this object.
+/// Shows a page. Thread: main. The parent widget owns the widget, which is deleted with this object.
 class WebView {
 public:
     virtual ~WebView() = default;
@@ -41,7 +41,7 @@ public:
     /// Whether pages are real: scripts run.
     [[nodiscard]] virtual bool isFull() const = 0;
     virtual void load(const QUrl &url) = 0;
-    /// The address of the page that is shown, where redirects have led; empty when there is none.
+    /// The URL of the current page after redirects; empty if there is none.
     [[nodiscard]] virtual QUrl url() const = 0;
     /// Empty text ends the page and its process.
     virtual void setHtml(const QString &html) = 0;
@@ -49,7 +49,7 @@ public:
     virtual void setDark(bool dark) = 0;
 };
 
-/// What the module TXUpdateWebView exports under the name "txMakeWebView".
+/// The plug-in TXUpdateWebView exports this as "txMakeWebView".
 using WebViewMaker = WebView *(*)(QWidget *parent, const WebViewClient &client, bool dark);
 
 /// The module's view, or a plain one where the module is not there or cannot run.

@@ -34,7 +34,7 @@ TEST_F(Log, WritesLinesUpToItsLevel) {
     EXPECT_EQ(logLines(), QStringList{u"detail 7"_s});
 }
 
-/// Rules of Qt's logging, as QT_LOGGING_RULES gives them.
+/// Sets Qt's logging rules in the syntax of QT_LOGGING_RULES.
 TEST_F(Log, RulesAskForLinesThatTheLevelLeavesOutAndSilenceFailures) {
     const auto restore = qScopeGuard([] { QLoggingCategory::setFilterRules({}); });
     const auto heard = [this](const QString &rules, int level) {
@@ -45,14 +45,15 @@ TEST_F(Log, RulesAskForLinesThatTheLevelLeavesOutAndSilenceFailures) {
         EXPECT_EQ(tx::isLogged(level), isWritten) << rules.toStdString() << ' ' << level;
         return isWritten;
     };
-    // The environment of this program asks for every level but those of failures.
+    // TXUPDATE_LOG_LEVEL of this program enables all levels. It does not affect failures, which only rules
+    // can disable.
     EXPECT_TRUE(heard({}, TXLogLevelFailure));
     EXPECT_FALSE(heard(u"tarvixupdate.warning=false"_s, TXLogLevelFailure));
     EXPECT_TRUE(heard(u"tarvixupdate.warning=false"_s, TXLogLevelStep));
     EXPECT_FALSE(heard(u"tarvixupdate.debug=true"_s, TXLogLevelDetail + 1));
 }
 
-/// As above in a program whose environment names no level.
+/// The same in a program whose environment sets no level.
 TEST(LogRules, AskForLinesWithoutAnyLevel) {
     const QString program = tx::test::helpersFolder() + u"/log_writer"_s;
     const auto written = [&](const QString &rules) {

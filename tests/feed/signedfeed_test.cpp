@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What a host with keys takes of what servers say.
+// Which feeds a host with keys accepts.
 #include "base/queues.h"
 #include "feed/appcastreader.h"
 #include "feed/jsonreader.h"
@@ -49,7 +49,7 @@ class HostWithKeys : public WithKeys<FrameworkTest> {
 protected:
     FeedServer server;
 
-    /// What the host makes of this answer.
+    /// Fetches a feed from a server that sends this response.
     FetchedFeed get(const HttpReply &reply) {
         server.expect("GET", "/feed", reply);
         return fetchFeed(QUrl(server.url(u"/feed"_s)));
@@ -118,7 +118,7 @@ TEST_F(HostWithKeys, FeedThatIsNotSignedForThisHostIsRefusedInWords) {
         TXUpdateErrorCode code;
         QString reason;
     };
-    // The texts of an archive's signature in the place of a feed's.
+    // The signatures of an archive, used as those of a feed.
     QByteArray replayed = good;
     const qsizetype begin = replayed.indexOf("untrusted"), end = replayed.indexOf("\"}],");
     replayed.replace(begin, end - begin, escaped(archiveTexts(good.mid(good.indexOf('\n') + 1), "1043")));
@@ -184,7 +184,7 @@ TEST_F(HostWithKeys, SerialNeverGoesBack) {
     expectTaken(signedFeed(goodBody(), {1}, {"org.example.Host", "release", noon - 99, 60}), "another key");
     expectRefused(feedAt(noon - 100), TXUpdateErrorFeedOlder, older, "whichever key signed");
     EXPECT_EQ(tx::storedSerial("release"), uint64_t(noon - 99));
-    // A feed that was refused for another reason counts for nothing.
+    // A feed that was refused for another reason is not remembered.
     expectRefused(feedAt(noon + 2 * day), TXUpdateErrorFeedAheadOfClock, ahead);
     EXPECT_EQ(tx::storedSerial("release"), uint64_t(noon - 99));
 }
@@ -261,7 +261,7 @@ TEST_F(HostWithKeys, FeedsFromTheFutureLockNobodyOut) {
     EXPECT_EQ(taken, 2) << "now, and one day ahead, which clocks may be wrong by";
     at(noon + day + 1);
     expectTaken(feedAt(noon + day + 1), "a day later all is well");
-    // Nor does one that was stored while the clock was wrong.
+    // Nor is one that was stored while the clock was wrong.
     at(noon + 4000 * day);
     expectTaken(feedAt(noon + 4000 * day));
     at(noon + 2 * day);
@@ -314,7 +314,7 @@ TEST_F(HostWithKeys, MalformedKeysAskNobodyForAnything) {
         EXPECT_EQ(fetched.error.localizedDescription(), feedNotVerified);
         EXPECT_THAT(fetched.error.localizedFailureReason().toStdString(),
                     testing::StartsWith("The keys of this application are malformed: "));
-        // Nor is a document read that comes in another way.
+        // A document that arrives in another way is not parsed either.
         TXError error;
         TXUpdateFeed feed(QUrl(u"https://e.org/f"_s), {}, nullptr,
                           [&](const TXUpdateFeedPtr &, const TXError &e) { error = e; });

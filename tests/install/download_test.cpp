@@ -386,11 +386,11 @@ TEST_F(Download, CancelEndsWithoutAnError) {
     EXPECT_EQ(completions, 1);
 }
 
-/// Every way in which a call of the handler comes about.
+/// Every way in which the handler can be called.
 struct Ending {
     const char *name;
-    int status;     ///< of the server's answer; 0: none comes
-    bool isRefused; ///< before it begins
+    int status;     ///< of the server's response; 0: there is none
+    bool isRefused; ///< before the download begins
     bool isDownloaded;
 };
 

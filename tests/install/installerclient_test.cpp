@@ -322,7 +322,7 @@ TEST_F(InstallerClient, AuthorizedRoadAsksForTheRightAndNamesWhatToInstall) {
                                      u"TXUpdate: installer task launched successfully. Exiting now..."_s));
 }
 
-/// A host with keys, and an archive that they have signed.
+/// A host with keys, and an archive that these keys have signed.
 class SignedInstallerClient : public InstallerClient {
 protected:
     tx::test::SignedRelease release;
@@ -360,7 +360,7 @@ TEST_F(SignedInstallerClient, HandsTheVerifiedArchiveAndItsSignaturesToTheProgra
                                  {release.texts, std::nullopt});
     tx::test::FaultFileSystem faults;
     faults.failOn(u"isWritable"_s, EACCES);
-    // The file in the folder of the download is no longer what was verified.
+    // The file in the download folder differs from the verified one.
     tx::test::writeFile(archive, "another");
     EXPECT_TRUE(client->installUnarchivedApp(application, archive, &error, &verified));
     EXPECT_EQ(exits, QList<int>{0});

@@ -17,7 +17,7 @@ namespace trust = tx::trust;
 
 namespace {
 
-/// Private copies of which a test can make a step fail, or do something in the middle of one.
+/// Private copies in which a test can make a step fail or run code between two steps.
 class WatchedFiles : public tx::PrivateFiles {
 public:
     WatchedFiles()
@@ -53,7 +53,7 @@ private:
     tx::PrivateFiles *m_before;
 };
 
-/// An update to build 1043 whose entry carries these texts.
+/// An update to build 1043 whose entry carries these signatures.
 TXUpdatePtr updateWith(const std::vector<std::string> &texts, const QString &url = u"https://e.org/a.tgz"_s) {
     std::string joined;
     for (const std::string &text : texts)
@@ -89,7 +89,7 @@ protected:
         update.reset();
         drainEvents();
     }
-    /// Downloads what this server sends, wanted with these texts.
+    /// Downloads what the server sends, for an entry with these signatures.
     void download(const QByteArray &sent, const std::vector<std::string> &texts) {
         server.expect("GET", "/a.tgz", HttpReply::file(sent));
         run(updateWith(texts, server.url(u"/a.tgz"_s)));
@@ -201,7 +201,7 @@ TEST_F(SignedDownload, UpdateThatNoKeySignedAsksTheServerForNothing) {
         EXPECT_FALSE(update->canBeDownloaded()) << c.what;
         expectNothingKept(c.what);
     }
-    // An update that the host made itself, and one that it changed.
+    // An update that the host created, and one that it changed.
     auto own = std::make_shared<TXUpdate>();
     own->setVersion(u"1043"_s);
     own->setFileURL(QUrl(server.url(u"/a.tgz"_s)));
@@ -224,7 +224,7 @@ TEST_F(SignedDownload, CompleteFileOfAnotherSizeThanTheSignedOneIsNotUsedAgain) 
     download(archive, archiveTexts(archive, "1043"));
     const QByteArray part = archive.chopped(1);
     writeFile(update->downloadPath(), part);
-    server.expect("GET", "/a.tgz", HttpReply::file(part)); // as many bytes as that file has
+    server.expect("GET", "/a.tgz", HttpReply::file(part)); // as long as that file
     run(updateWith(archiveTexts(archive, "1043"), server.url(u"/a.tgz"_s)));
     expectTrustError(error, TXUpdateErrorArchiveNotGenuine, updateNotVerified, notGenuine);
     expectNothingKept("fetched anew, and refused");
@@ -247,7 +247,7 @@ protected:
     RecordingTasks tasks;
     QByteArray archive;
     QString archivePath = cache + u"/MyApp - 1043.tgz"_s;
-    QStringList installed; ///< the content of what was handed to the installer
+    QStringList installed; ///< content of the application that the installer received
 
     SignedInstalling() {
         tasks.runsForReal = true;
@@ -257,7 +257,7 @@ protected:
         becomeHostWith({keyText(key(0)), keyText(key(1))});
         offer({keyText(key(0)), keyText(key(1))});
     }
-    /// Packs a release with these keys of its own.
+    /// Packs a release whose application has these keys.
     void pack(const Keys &own, const QByteArray &more = {}, const QString &build = u"1043"_s,
               const QString &identifier = u"org.example.Host"_s) {
         QDir(cache).removeRecursively();
@@ -280,7 +280,7 @@ protected:
         alerts.clear();
         QDir(*tx::downloadsDirectory()).removeRecursively();
     }
-    /// Without an installer it goes to the Downloads folder, where it can be looked at.
+    /// Without an installer the application is moved to the Downloads folder, where the test can read it.
     void installToTheEnd() {
         install();
         ASSERT_TRUE(waitUntil([this] { return calls > 0; }));
@@ -324,7 +324,7 @@ TEST_F(SignedInstalling, FileThatIsNotTheSignedOneIsNotUnpacked) {
     for (const QByteArray &content :
          {changed, archive.chopped(1), archive + 'x', QByteArray("x"), QByteArray()}) {
         exchanged(content);
-        // What would have been unpacked is of the same release, of another size.
+        // The archive to be unpacked is of the same release but has another size.
         expectRefused(TXUpdateErrorArchiveNotGenuine, notGenuine, std::to_string(content.size()));
     }
     EXPECT_FALSE(logLines().contains(u"TXUpdate: Beginning unarchive"_s));
@@ -359,7 +359,7 @@ TEST_F(SignedInstalling, ArchiveThatIsExchangedAfterItsVerificationIsNotTheOneTh
         offer({keyText(key(0))});
         int exchanges = 0;
         files.before = [&, change = exchange](const QString &step) {
-            if (step == u"reopen") { // all of it has been copied
+            if (step == u"reopen") { // everything has been copied
                 change();
                 ++exchanges;
             }
@@ -520,7 +520,7 @@ TEST_F(SignedInstalling, WithAnAdministratorsRightsWhatWasVerifiedGoesToTheProgr
     system.failOn(u"isWritable"_s, EACCES);
     ScriptedAuthorization authorization;
     files.before = [this](const QString &step) {
-        if (step == u"reopen") // from here on the file in the folder is another one
+        if (step == u"reopen") // from now on the file in the folder is a different one
             writeFile(archivePath, "another");
         return 0;
     };

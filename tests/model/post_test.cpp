@@ -97,7 +97,7 @@ TEST(Post, IdentifierIsDateAndTitleAsWritten) {
     EXPECT_EQ(post.endDate().toUTC().toString(Qt::ISODate), u"2024-01-15T20:00:00Z"_s);
 }
 
-/// A post as a reader makes it.
+/// Makes a post as a feed parser does.
 TXUpdatePostPtr postOfAFeed() {
     using Member = tx::FeedEntry::Member;
     tx::FeedEntry entry;
@@ -139,7 +139,7 @@ TEST(Post, ChangeOfACopyLeavesTheOtherAlone) {
         EXPECT_EQ(post->title(), u"One"_s);
         EXPECT_EQ(copy.title(), u"Two"_s);
         EXPECT_EQ(assigned.title(), u"Three"_s);
-        *post = copy; // what the feed's memory holds stays where it is
+        *post = copy; // the memory of the feed is not changed
         copy.setTitle(u"Four"_s);
         EXPECT_EQ(post->title(), u"Two"_s);
     }

@@ -59,8 +59,8 @@ TEST_F(Bundle, DividedAsUsrHasItsExecutableInBinAndItsDataInShare) {
     EXPECT_EQ(bundle.executablePath(), path(u"a/Contents/bin/Program"_s));
     EXPECT_EQ(bundle.resourcesPath(), path(u"a/Contents/share/Program"_s));
     EXPECT_EQ(tx::bundlePathForExecutable(path(u"a/Contents/bin/Program"_s)), path(u"a"_s));
-    // The program itself is in the folder that an update exchanges; started through the link, it is found
-    // there.
+    // The program is in the folder that an update exchanges. When it is started through the link, its
+    // resources are found there.
     EXPECT_TRUE(tx::whyItCannotStart(path(u"a"_s).toStdString(), path(u"a"_s).toStdString()).empty());
 }
 

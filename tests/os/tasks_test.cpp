@@ -45,8 +45,7 @@ TEST(Tasks, InputGoesThroughAPipeAndEndsWithIt) {
 }
 
 TEST(Tasks, PacketsGoThroughASocketWithAnOpenFile) {
-    // A program of the shell's: it reads a packet, and has the file only if it receives it, which "cat"
-    // cannot.
+    // A shell program. It reads a packet, and can read the file only if it receives the descriptor.
     auto task = tx::nativeTasks().start({.program = u"cat"_s, .receivesPackets = true, .readsOutput = true});
     ASSERT_TRUE(bool(task));
     const int file = open("/dev/null", O_RDONLY | O_CLOEXEC);
@@ -61,7 +60,7 @@ TEST(Tasks, PacketsGoThroughASocketWithAnOpenFile) {
     EXPECT_EQ(all, QByteArray("one packetanother"));
     EXPECT_EQ((*task)->wait(), 0);
     EXPECT_EQ((*task)->send("x", -1), EBADF) << "its input was closed";
-    // To a program that has ended, without a signal.
+    // Sending to a program that has ended raises no signal.
     auto ended = tx::nativeTasks().start({.program = u"true"_s, .receivesPackets = true});
     ASSERT_TRUE(bool(ended));
     (*ended)->wait();

@@ -34,7 +34,8 @@ struct Pipe {
     Descriptor writing;
 };
 
-/// Larger than a pipe, so that a write blocks in its middle, where signals arrive.
+/// The data is larger than a pipe's buffer, so that the write blocks in the middle, where signals interrupt
+/// it.
 TEST(WriteAll, WritesEverythingThoughSignalsInterruptIt) {
     struct sigaction action {};
     action.sa_handler = [](int) {};
@@ -83,7 +84,7 @@ TEST(NamesIn, AreAllButTheFolderAndItsParent) {
     EXPECT_EQ(namesIn(path, names), 0);
     EXPECT_EQ(std::set<std::string>(names.begin(), names.end()), expected);
     const Descriptor opened(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    for (int time = 0; time < 2; ++time) { // the caller's position stays at the beginning
+    for (int time = 0; time < 2; ++time) { // the caller's position stays at the start
         names.clear();
         EXPECT_EQ(namesIn(opened.get(), names), 0);
         EXPECT_EQ(std::set<std::string>(names.begin(), names.end()), expected);

@@ -24,10 +24,10 @@ protected:
     void playPkexec(const QByteArray &before = {}, const QByteArray &user = "0");
     /// Whether pkexec was started since the last question.
     [[nodiscard]] bool wasAsked() const;
-    /// Runs TXUpdateAuthorize as pkexec does, with a job and these open files in the packet.
+    /// Runs TXUpdateAuthorize as pkexec does. The packet contains a job and these open files.
     [[nodiscard]] ProcessResult runHelper(const QString &resources, const QByteArray &input,
                                           const QByteArray &user = "0", const QList<int> &files = {}) const;
-    /// Asks for the rights as for an update that nobody verifies, unless told otherwise.
+    /// Asks for the rights, by default those for an update that nobody verifies.
     int copyRights(unsigned flags = AuthorizationFlagInteractionAllowed, bool saysUnverified = true);
     /// Asserts what holds where nobody can be root: there is no way, and nobody is asked.
     void expectNoWay();

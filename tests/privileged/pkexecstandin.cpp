@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Plays pkexec without a question: becomes root and runs its arguments as pkexec does, with next to no
-// environment, the number of who asked, and no descriptor but the standard ones.
+// Stands in for pkexec without asking: becomes root and runs its arguments as pkexec does, with almost no
+// environment, the asking user's number and only the standard descriptors.
 
 #include <cstdio>
 #include <string>

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Updates of an application with keys, by the very programs that pkexec starts: they verify for themselves.
+// Updates of an application with keys, by the programs that pkexec starts. They verify the archive
+// themselves.
 #include "install/installerclient.h"
 #include "model/host_p.h"
 #include "os/mainbundle.h"
@@ -29,7 +30,7 @@ namespace {
 
 constexpr uid_t user = 65534;
 
-/// The system's way to an administrator's rights, for a host that can end while the test goes on.
+/// Asks for root's rights as the system does, for a host that can end while the test continues.
 class OfAnotherHost final : public tx::Authorization {
 public:
     explicit OfAnotherHost(qint64 host)
@@ -75,8 +76,8 @@ protected:
         host.kill();
         host.waitForFinished();
     }
-    /// An application with keys, a release that they have signed, and what the user has unpacked of it, which
-    /// is not what was signed. False where root cannot be the user.
+    /// Makes an application with keys, a release that these keys have signed, and an application unpacked by
+    /// the user that differs from the signed one. Returns false where root cannot act as the user.
     bool prepare(const QVariant &keys = keyTexts({0, 1})) {
         resources = makeApplication(application);
         setInfo(application, u"TXUpdatePublicKeys"_s, keys);
@@ -111,7 +112,7 @@ protected:
     Descriptor openArchive() const {
         return Descriptor(open(QFile::encodeName(archive).constData(), O_RDONLY | O_CLOEXEC));
     }
-    /// Runs the program with a job that it must refuse, and leave everything as it is.
+    /// Runs the program with a job that it must refuse without changing anything.
     void expectRefused(int status, const std::string &reason, const QStringList &words,
                        const QList<int> &files) {
         const QStringList before = treeOf(application);
@@ -230,7 +231,7 @@ TEST_F(SignedUpdate, IsInstalledOnlyFromOneRegularFile) {
         SCOPED_TRACE(each.what);
         expectRefused(64, each.reason, job(), each.files);
     }
-    // Without an end, and through something that has none.
+    // A job that is too long, and one that arrives through a pipe.
     QStringList endless = job();
     endless << QString(70000, u'x');
     expectRefused(64, "the job is longer than 65536 bytes", endless, {file.get()});
@@ -298,7 +299,7 @@ TEST_F(SignedUpdate, IsInstalledOnlyIfTheKeysHaveSignedIt) {
     QStringList words = job();
     words[2] = u"/opt"_s;
     expectRefused(64, "is not the application that this program is a part of", words, {openArchive().get()});
-    // Its own Info.plist and the programs that it runs are root's, or nothing is read and run.
+    // The program reads and runs its own Info.plist and programs only if root owns them.
     const QString info = application + u"/Contents/Info.plist"_s;
     setMode(info, 0666);
     expectRefused(73, "Info.plist can be written to by other users", job(), {openArchive().get()});
@@ -306,7 +307,7 @@ TEST_F(SignedUpdate, IsInstalledOnlyIfTheKeysHaveSignedIt) {
     setMode(resources + u"/ditto"_s, 0777);
     expectRefused(73, "ditto can be written to by other users", job(), {openArchive().get()});
     setMode(resources + u"/ditto"_s, 0755);
-    // Malformed keys are never "no keys".
+    // Malformed keys never count as "no keys".
     (void)prepare(QVariantList{u"minisign:x"_s});
     expectRefused(65, "TXUpdatePublicKeys", job(), {openArchive().get()});
     expectRefused(65, "TXUpdatePublicKeys", installJob(host.processId()), {});
@@ -327,7 +328,7 @@ TEST_F(SignedUpdate, InstallerIsToldWhatItMayRemoveAndInheritsNothingElse) {
     QList<QByteArray> lines = result.output.split('\n');
     for (QByteArray &line : lines) {
         if (line.startsWith("descriptor 1 ") || line.startsWith("descriptor 2 "))
-            line = line.first(12); // pipes of this test
+            line = line.first(12); // the numbers of this test's pipes vary
     }
     EXPECT_EQ(lines,
               (QList<QByteArray>{
@@ -344,7 +345,7 @@ TEST_F(SignedUpdate, GoesFromTheSignedFeedToTheReopeningWithARealHost) {
     if (!isReal())
         return expectNoWay();
     if (!prepare())
-        return; // root is nobody else here, so there is no host that is not root
+        return; // root is the only user here, so no host can run as another user
     ASSERT_TRUE(QFile::remove(archive));
     ASSERT_TRUE(QDir(fresh).removeRecursively());
     QDir().mkpath(u"/way"_s);
@@ -368,7 +369,7 @@ TEST_F(SignedUpdate, GoesFromTheSignedFeedToTheReopeningWithARealHost) {
                            helpersFolder() + u"/survival/fault_host"_s, application, u"update"_s,
                            server.url(u"/feed.json"_s)});
     };
-    // One bit on the way.
+    // One bit is changed in transit.
     served[served.size() / 2] = char(served[served.size() / 2] ^ 1);
     ProcessResult result = runHost();
     EXPECT_EQ(result.status, 1) << result.output.constData() << result.errors.constData();
@@ -395,7 +396,7 @@ TEST_F(SignedUpdate, WithoutKeysWhoeverIsAskedIsToldThatNobodyVerifies) {
     expectRefused(64, "has no keys (TXUpdatePublicKeys) to verify an update with", job(),
                   {openArchive().get()});
     EXPECT_EQ(runProcess(resources + u"/TXUpdateAuthorize"_s, {u"the-update-is-verified"_s}).status, 64);
-    // What a killed program left of another update goes with this one.
+    // Files that a killed run of another update left are removed as well.
     makeBundle(u"/opt/.Host.app.txupdate-verified/New.app"_s, {});
     const QStringList newTree = treeOf(fresh);
     OfAnotherHost other(host.processId());
@@ -433,7 +434,7 @@ TEST_F(SignedUpdate, InstallerTakesForVerifiedOnlyWhatRootHasPutBesideTheApplica
     ProcessResult result = run(fresh, "0");
     EXPECT_EQ(result.status, tx::installer::StatusForbidden) << result.errors.constData();
     EXPECT_THAT(result.output.toStdString(), HasSubstr("is not in /opt/.Host.app.txupdate-verified"));
-    // Beside the application, but written by somebody else.
+    // Next to the application, but written by another user.
     const QString verified = u"/opt/.Host.app.txupdate-verified"_s;
     makeBundle(verified + u"/New.app"_s, {.identifier = hostIdentifier, .build = u"3"_s});
     setMode(verified, 0777);
@@ -441,7 +442,7 @@ TEST_F(SignedUpdate, InstallerTakesForVerifiedOnlyWhatRootHasPutBesideTheApplica
     EXPECT_EQ(result.status, tx::installer::StatusForbidden) << result.errors.constData();
     EXPECT_THAT(result.output.toStdString(), HasSubstr(verified.toStdString() + " can be written to"));
     setMode(verified, 0755);
-    // An installation that cannot begin leaves none of it.
+    // An installation that cannot begin removes all of it.
     result = run(verified + u"/New.app"_s, "4242");
     EXPECT_EQ(result.status, tx::installer::StatusUsage) << result.errors.constData();
     EXPECT_EQ(namesIn(u"/opt"_s), QStringList{u"Host.app"_s});

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Stands in for the installer tool and says what it was started with: its arguments, its environment and its
-// open descriptors, one in a line, and the seconds after which it would have been ended.
+// Stands in for the installer tool. Prints its arguments, environment and open descriptors, one in each line,
+// and the number of seconds until the alarm would have ended it.
 
 #include <climits>
 #include <cstdio>

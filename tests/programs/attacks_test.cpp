@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The attacks on updates that docs/security.md goes through, with a real server, host and installer.
+// The attacks on updates that docs/security.md lists, with a real server, host and installer.
 #include "tests/support/feedserver.h"
 #include "tests/tools/txupdate/txupdatetest.h"
 #include "tests/trust/signedreleases.h"
@@ -14,7 +14,7 @@ namespace {
 
 constexpr int64_t day = 24 * 3600;
 
-/// Build 1042 is installed, with two keys. The server is the attacker's.
+/// Build 1042 is installed with two keys. The attacker controls the server.
 class AttackOnUpdates : public TxUpdate {
 protected:
     const QString app = path(u"Applications/Host.app"_s);
@@ -37,7 +37,7 @@ protected:
         makeBundle(app, {});
         addKeys(app, keys);
     }
-    /// A release of this build, packed under that name.
+    /// Packs a release of this build under this name.
     QByteArray release(const QString &build, const Keys &keys, const QByteArray &name,
                        const QString &identifier = u"org.example.Host"_s) {
         const QString bundle = path(u"staging/Host.app"_s);
@@ -63,7 +63,7 @@ protected:
         return runWhileServing({u"update"_s, u"--app"_s, app, u"--feed"_s, server.url(u"/feed"_s)});
     }
     [[nodiscard]] QString installedBuild() const { return TXBundle(app).infoString(u"CFBundleVersion"_s); }
-    /// `words`: of the reason.
+    /// `words` are part of the expected reason.
     void expectRefused(const char *what, const char *words) {
         const QStringList before = treeOf(app);
         const ProcessResult result = update();
@@ -151,7 +151,7 @@ TEST_F(AttackOnUpdates, PartsThatDoNotBelongTogetherAreRefused) {
     expectNothingOffered("a signature for another build than the entry's");
     publish({entry(two, u"1044"_s, {0}, u"/1044.tgz"_s)}, now + 3, 60, {0}, "org.example.Host", "beta");
     expectRefused("the feed of another channel", feedRefused);
-    // The signature of an archive as one of a feed, and the other way round.
+    // The signature of an archive used as that of a feed, and the reverse.
     publish({entry(one)}, now + 4);
     const QByteArray body = feed.mid(feed.indexOf('\n') + 1);
     const qsizetype begin = feed.indexOf("untrusted"), end = feed.indexOf("\"}],");
@@ -179,7 +179,7 @@ TEST_F(AttackOnUpdates, EndlessDataEndsAtTheSignedSize) {
 }
 
 TEST_F(AttackOnUpdates, NothingElseIsInstalledWithIt) {
-    // Two applications in one signed archive: only the host's is looked at, the other one goes.
+    // Two applications in one signed archive: only the host's is checked, and the other one is removed.
     makeBundle(path(u"two/Other.app"_s), {.identifier = u"org.example.Other"_s, .build = u"1043"_s});
     makeBundle(path(u"two/Host.app"_s), {.build = u"1043"_s});
     addKeys(path(u"two/Host.app"_s), {keyText(key(0))});
@@ -232,7 +232,7 @@ TEST_F(AttackOnUpdates, StolenFeedKeySignsNoArchiveAndStolenKeyEndsWithABuildWit
     const QByteArray evil = release(u"1050"_s, {keyText(key(0))}, "/new.tgz");
     publish({entry(evil, u"1050"_s, {1})}, now, 60, {1});
     expectNothingOffered("an archive by a key for feeds");
-    // The first key is stolen. A build with the second one instead ends its use.
+    // The first key is stolen. A build that is signed with only the second key ends its use.
     install({keyText(key(0)), keyText(key(1))});
     const QByteArray next = release(u"1043"_s, {keyText(key(1))}, "/1043.tgz");
     publish({entry(next, u"1043"_s, {1}, u"/1043.tgz"_s)}, now + 1, 60, {1});

@@ -209,7 +209,7 @@ QJsonValue knownTo(const QJsonValue &earlier, const QJsonValue &present) {
     return present;
 }
 
-/// The feeds that the documentation tells people to write, and those of the example, by name.
+/// The feeds in the documentation and in the example, by name.
 QList<QPair<QString, QByteArray>> publishedFeeds() {
     QList<QPair<QString, QByteArray>> feeds;
     static const QRegularExpression block(u"```(json|xml)\\n(.*?)```"_s,
@@ -229,7 +229,7 @@ QList<QPair<QString, QByteArray>> publishedFeeds() {
     return feeds;
 }
 
-/// What a tool shows of a feed.
+/// The output of a tool for a feed.
 QJsonObject shownBy(const QString &tool, const QString &feed) {
     const ProcessResult shown = runProcess(
         tool, {u"feed"_s, u"show"_s, feed, u"--build"_s, u"1"_s, u"--system"_s, u"12.0.0"_s, u"--json"_s});
@@ -248,7 +248,7 @@ TEST_F(OldRelease, ReadsTodaysPublishedFeedsTheSameWay) {
     }
 }
 
-/// The first line of a signed feed is nothing that earlier builds read.
+/// Earlier builds ignore the first line of a signed feed.
 TEST_F(OldRelease, FindsInASignedFeedWhatIsThereWithoutTheSignature) {
     const ProcessResult made =
         runProcess(todaysTool(), {u"keygen"_s, u"--no-passphrase"_s, path(u"release"_s)});

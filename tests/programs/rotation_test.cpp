@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The example application changes its keys from release to release, with everything real.
+// The example application changes its keys from release to release, with real programs and a real server.
 #include "tests/support/feedserver.h"
 #include "tests/support/places.h"
 #include "tests/support/processes.h"
@@ -14,7 +14,7 @@ using namespace tx::test;
 
 namespace {
 
-/// Keys: 0 is the first one, 1 the spare one, 2 the one that replaces the first.
+/// Key 0 is the first key, 1 the spare, 2 the replacement of the first.
 class KeyRotation : public FrameworkTest {
 protected:
     const QString app = path(u"Applications/Notes.app"_s);
@@ -44,7 +44,7 @@ protected:
             keys.push_back(keyText(key(number)));
         addKeys(bundle, keys);
     }
-    /// Puts a release with keys of its own into the feed.
+    /// Adds a release whose application has these keys to the feed.
     void release(const QString &build, const std::vector<size_t> &own, const Signers &signers,
                  const QString &maxBuild = {}) {
         make(path(u"staging/Notes.app"_s), build, own);
@@ -66,7 +66,7 @@ protected:
     void publish(const Signers &signers) {
         feed = signedFeed(feedOf(entries), signers, {"org.example.TarvixNotes", "release", ++serial, 60});
     }
-    /// The application updates itself; what it says.
+    /// Lets the application update itself, and returns its output.
     ProcessResult update() const {
         QProcess process;
         process.start(app + u"/Contents/Linux/TarvixNotes"_s, {u"update"_s, server.url(u"/feed"_s)});
@@ -114,7 +114,7 @@ TEST_F(KeyRotation, OldKeyThenBothThenTheNewOne) {
 
 TEST_F(KeyRotation, HostThatSkippedTheMiddleReleaseGetsThereByTheBridge) {
     make(app, u"1"_s, {0, 1});
-    release(u"2"_s, {0, 2}, {0, 2}, u"1"_s); // the bridge stays for those who skipped it
+    release(u"2"_s, {0, 2}, {0, 2}, u"1"_s); // the intermediate release stays for users who skipped it
     release(u"4"_s, {2}, {2});
     publish({0, 2});
     expectBecomes(u"2"_s);

@@ -19,7 +19,7 @@ TEST(House, IncludesGoDownTheFloorsOnly) {
     EXPECT_EQ(result.status, 0) << result.errors.constData();
 }
 
-/// What a shared library shows, without what it takes from others.
+/// The symbols that a shared library defines and exports.
 QByteArray definedSymbols(const QString &library) {
     const auto symbols =
         runProcess(u"nm"_s, {u"-DC"_s, u"--defined-only"_s, tx::test::librariesFolder() + u'/' + library});
@@ -27,8 +27,7 @@ QByteArray definedSymbols(const QString &library) {
     return symbols.output;
 }
 
-/// Only what the public headers mark may be seen from outside, and what the upper library needs of the lower
-/// one.
+/// A library exports only what the public headers mark, and what the upper library needs from the lower one.
 TEST(House, LibrariesShowTheirInterfaceOnly) {
     const QByteArray core = definedSymbols(u"libTarvixUpdateCore.so"_s);
     EXPECT_TRUE(core.contains("TXUpdater::sharedUpdater()"));
@@ -42,7 +41,7 @@ TEST(House, LibrariesShowTheirInterfaceOnly) {
         EXPECT_FALSE(library.contains("crypto_generichash"));
         EXPECT_FALSE(library.contains("sodium_init"));
     }
-    // Each is named in base/shared.h's way where it is defined, for the user interface alone.
+    // Each of these is marked with TX_SHARED where it is defined, for the user-interface library only.
     std::set<std::string> shared;
     for (const QByteArray &line : core.split('\n')) {
         if (const auto at = line.indexOf(" T tx::"); at >= 0)

@@ -15,7 +15,7 @@ using tx::test::runProcess;
 
 namespace {
 
-/// An installation of this build in a folder of the test.
+/// An installation of this build in the test's folder.
 class InstalledPackage : public tx::test::FrameworkTest {
 protected:
     void SetUp() override {
@@ -27,13 +27,13 @@ protected:
     QString prefix() const { return path(u"prefix"_s); }
     QString host() const { return path(u"host/build/host"_s); }
 
-    /// What a consumer has to be compiled with, too, where the framework was compiled with a sanitizer.
+    /// The flag that a consumer needs if the framework was compiled with a sanitizer.
     static QString sanitizerFlag() {
         const QString names = QStringLiteral(TEST_SANITIZERS);
         return names.isEmpty() ? QString() : u"-fsanitize="_s + names;
     }
 
-    /// Configures and builds the project `host` in the folder of the test.
+    /// Configures and builds the project `host` in the test's folder.
     void build(const QByteArray &lists, const QByteArray &source) {
         tx::test::writeFile(path(u"host/CMakeLists.txt"_s),
                             "cmake_minimum_required(VERSION 3.25)\nproject(host LANGUAGES CXX)\n" + lists);
@@ -47,8 +47,7 @@ protected:
     }
 };
 
-/// A host that needs no windows; its status is 0 when the programs of the framework are where it looks for
-/// them.
+/// A host without windows. Its exit status is 0 if the framework's programs are where it looks for them.
 const QByteArray checkingHost = R"(#include <TarvixUpdate/TXUpdater.h>
 #include <QCoreApplication>
 int main(int argc, char **argv) {
@@ -124,8 +123,8 @@ TEST_F(InstalledPackage, HostWithoutWindowsLoadsNoneOfTheirLibraries) {
         EXPECT_FALSE(loaded.output.contains(other)) << other;
 }
 
-/// The user interface registers itself when it is loaded, so a linker that leaves out what nobody calls must
-/// not.
+/// The user interface registers itself when it is loaded. The linker must not drop it although nobody calls a
+/// function of it.
 TEST_F(InstalledPackage, WindowsAreThereForAHostThatCallsNothingOfThem) {
     ASSERT_NO_FATAL_FAILURE(build("find_package(TarvixUpdate REQUIRED)\n"
                                   "add_executable(host main.cpp)\n"
@@ -138,7 +137,7 @@ TEST_F(InstalledPackage, WindowsAreThereForAHostThatCallsNothingOfThem) {
 TEST_F(InstalledPackage, ProgramsAreBelowLibexecAndAreFoundThere) {
     EXPECT_TRUE(QFileInfo(prefix() + u"/libexec/TarvixUpdate/Resources/TXUpdateLauncher"_s).isExecutable());
     EXPECT_FALSE(QFileInfo::exists(prefix() + u"/lib/TarvixUpdate"_s));
-    // The profile takes the displays and the processor from a program of the framework.
+    // The profile gets displays and processor from a program of the framework.
     const auto profile = runProcess(prefix() + u"/bin/txupdate"_s, {u"profile"_s, u"--json"_s}, {},
                                     {u"TXUPDATE_RESOURCES=/nonexistent"_s});
     EXPECT_EQ(profile.status, 0) << profile.errors.constData();
@@ -173,9 +172,9 @@ TEST_P(PackageConfig, ServesAHost) {
     EXPECT_EQ(version.output.trimmed(), QByteArray(TARVIXUPDATE_VERSION));
 }
 
-/// Each target with the headers that are its own.
+/// Compiles the headers of each target alone.
 TEST_F(InstalledPackage, EveryHeaderCompilesAlone) {
-    // The list of the user interface's room.
+    // The list of the folder with the user interface.
     const QByteArray lists =
         tx::test::readFile(tx::test::sourcesFolder() + u"/../src/widgets/CMakeLists.txt"_s);
     const QByteArray words = lists.mid(lists.indexOf("HEADERS")).left(lists.indexOf("SOURCES"));
@@ -203,7 +202,7 @@ TEST_F(InstalledPackage, EveryHeaderCompilesAlone) {
                                   {}));
 }
 
-/// A copy of the template, as its README.md says: keys, then what its CI runs, twice.
+/// Uses a copy of the template as its README.md says: makes keys, then runs twice what its CI runs.
 TEST_F(InstalledPackage, MinimalExampleIsBuiltBundledAndPublishedOutsideTheTree) {
     const QString project = path(u"minimal"_s);
     const auto copied =
@@ -214,8 +213,8 @@ TEST_F(InstalledPackage, MinimalExampleIsBuiltBundledAndPublishedOutsideTheTree)
     const auto keys = runProcess(txupdate, {u"keygen"_s, u"--no-passphrase"_s, project + u"/release"_s});
     ASSERT_EQ(keys.status, 0) << keys.errors.constData();
     ASSERT_TRUE(QDir().mkpath(project + u"/site"_s));
-    // For the linker alone: compiled with it, the program would hold the path of its source, which a bundle
-    // must not.
+    // Only for the linker: compiled with the flag, the program would contain the path of its source file,
+    // which a bundle must not.
     const QString flags = sanitizerFlag();
     for (const QString &build : {u"7"_s, u"8"_s}) {
         const auto ran =
@@ -228,14 +227,14 @@ TEST_F(InstalledPackage, MinimalExampleIsBuiltBundledAndPublishedOutsideTheTree)
         EXPECT_EQ(bundle.infoString(u"CFBundleIdentifier"_s), u"org.example.Minimal"_s);
         EXPECT_TRUE(tx::test::readFile(project + u"/site/feed.json"_s).contains("\"" + build.toUtf8() + '"'));
     }
-    // As an installed application of the first build would see the feed.
+    // Reads the feed as an installed application of the first build does.
     const auto verified = runProcess(txupdate, {u"feed"_s, u"verify"_s, project + u"/site/feed.json"_s,
                                                 u"--app"_s, project + u"/build/dist/Minimal.app"_s});
     EXPECT_EQ(verified.status, 0) << verified.errors.constData();
 }
 
-/// As a part of another project it makes no target that could have the name of one of that project's, and
-/// nothing but what the project asks for.
+/// As part of another project, the framework defines no target whose name may clash with one of that project,
+/// and builds only what the project requests.
 TEST(SubProject, EveryTargetHasANameOfItsOwn) {
     const QTemporaryDir folder;
     tx::test::writeFile(folder.path() + u"/CMakeLists.txt"_s,

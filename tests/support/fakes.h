@@ -136,11 +136,11 @@ public:
     bool executes = true;           ///< whether privileged execution is there at all
     QByteArray jobSays = "ready\n"; ///< what the job writes before it ends
     int jobStatus = 0;              ///< with which it ends
-    QStringList job;                ///< the last one's words
-    QByteArray jobArchive;          ///< what its archive reads; null without one
+    QStringList job;                ///< the words of the last job
+    QByteArray jobArchive;          ///< content of the archive's descriptor; null if there is none
     QStringList calls;
     QList<AuthorizationItem> lastEnvironment;
-    QList<AuthorizationItem> rightsEnvironment; ///< of the question for the rights
+    QList<AuthorizationItem> rightsEnvironment; ///< the environment of the request for rights
     QList<AuthorizationItem> lastRights;
     QList<AuthorizationItem> grants;
     unsigned rightsFlags = 0;

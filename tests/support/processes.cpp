@@ -43,7 +43,8 @@ bool isAlive(qint64 processIdentifier) { return kill(static_cast<pid_t>(processI
 ProcessReaper::~ProcessReaper() {
     for (const pid_t process : processesRunning(m_executable.toStdString()))
         kill(process, SIGKILL);
-    // One that was replaced meanwhile has the path of nothing any more, but still the name it was started by.
+    // If a program's file has been replaced, its path is no longer known, but the name by which it was
+    // started is.
     for (const QString &number : QDir(u"/proc"_s).entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
         QFile words(u"/proc/"_s + number + u"/cmdline"_s);
         if (const pid_t process = number.toInt();

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The installer tool, as tools/installer/main.cpp has it, on a file system that follows a fault plan: the
-// file beside its Info.plist, as there is next to no environment.
+// The installer tool (tools/installer/main.cpp) on a file system that follows a fault plan. The plan is a
+// file beside its Info.plist, because the environment is almost empty.
 
 #include "installer/hostanswer.h"
 #include "installer/installer.h"

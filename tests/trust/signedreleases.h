@@ -30,12 +30,12 @@ namespace tx::test {
 using namespace Qt::StringLiterals;
 
 using Keys = std::vector<std::string>;
-using Signers = std::vector<size_t>; ///< numbers of key()
+using Signers = std::vector<size_t>; ///< indices for key()
 
-/// 2026-11-22 12:00:00, when all of these tests happen unless they say otherwise.
+/// 2026-11-22 12:00:00, the current time of these tests unless they set another one.
 inline constexpr int64_t noon = 1795348800;
 
-/// Puts a value into the Info.plist of a bundle; an invalid one removes it.
+/// Sets a value in the Info.plist of a bundle; an invalid value removes it.
 inline void setInfo(const QString &bundle, const QString &name, const QVariant &value) {
     const QString file = bundle + u"/Contents/Info.plist"_s;
     const auto list = readPropertyList(readFile(file));
@@ -63,7 +63,7 @@ inline QVariant keyTexts(const Signers &numbers) {
     return listOf(keys);
 }
 
-/// Adds keys, and other members of a property list, to a bundle's Info.plist.
+/// Adds keys and other members of a property list to a bundle's Info.plist.
 inline void addKeys(const QString &bundle, const Keys &keys, const QByteArray &more = {}) {
     if (!keys.empty())
         setInfo(bundle, u"TXUpdatePublicKeys"_s, listOf(keys));
@@ -76,7 +76,7 @@ inline void addKeys(const QString &bundle, const Keys &keys, const QByteArray &m
     writeFile(file, info.insert(end, more));
 }
 
-/// `body` signed by these keys, for the host of the tests unless `signing` says otherwise.
+/// Signs `body` with these keys, for the tests' host unless `signing` names another.
 inline QByteArray signedFeed(const QByteArray &body, const Signers &signers = {0},
                              trust::FeedSigning signing = {"org.example.Host", "release", noon, 60},
                              trust::FeedFormat format = trust::FeedFormat::Json) {
@@ -88,7 +88,7 @@ inline QByteArray signedFeed(const QByteArray &body, const Signers &signers = {0
     return result ? QByteArray::fromStdString(result->document) : QByteArray();
 }
 
-/// The texts by which these keys say this of an archive.
+/// The signatures of this claim about an archive by these keys.
 inline std::vector<std::string> textsOf(const trust::ArchiveClaim &claim, const std::string &archive,
                                         const Signers &signers) {
     std::vector<std::string> texts;
@@ -97,7 +97,7 @@ inline std::vector<std::string> textsOf(const trust::ArchiveClaim &claim, const 
     return texts;
 }
 
-/// The texts that sign an archive as a build of the host of the tests.
+/// The signatures of an archive as a build of the tests' host.
 inline std::vector<std::string> archiveTexts(const QByteArray &archive, const std::string &build,
                                              const Signers &signers = {0},
                                              const std::optional<std::string> &onlyIn = {}) {
@@ -140,7 +140,7 @@ struct SignedRelease {
         pack();
         sign();
     }
-    /// The words that the job ends with: no plain signature, and the texts.
+    /// The last arguments of the job: no plain signature, and the signatures.
     [[nodiscard]] QStringList lastWords() const {
         QStringList words{QString(), QString()};
         for (const std::string &text : texts)
@@ -149,7 +149,7 @@ struct SignedRelease {
     }
 };
 
-/// An entry of a JSON feed: texts as a list, or one alone as a text.
+/// An entry of a JSON feed. Several signatures are a list, a single one is a string.
 inline QJsonObject entryFor(const QString &build, const QString &url, const std::vector<std::string> &texts) {
     QJsonObject entry{{u"type"_s, u"build"_s},
                       {u"build"_s, build},
@@ -169,7 +169,7 @@ inline QByteArray feedOf(const QJsonArray &entries) {
     return QJsonDocument(QJsonObject{{u"release"_s, entries}}).toJson();
 }
 
-/// Acts for a host with keys, at noon.
+/// Acts as a host with keys, at noon.
 template <typename Base>
 class WithKeys : public Base {
 protected:

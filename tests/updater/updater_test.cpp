@@ -180,7 +180,7 @@ using UpdaterWithKeys = tx::test::WithKeys<UpdaterProfile>;
 TEST_F(UpdaterWithKeys, MalformedKeysStopChecksBeforeAnythingIsMeasuredOrAskedFor) {
     updater->setSendsSystemProfile(true);
     becomeHostWith({"minisign:nonsense"});
-    for (int i = 0; i < 2; ++i) { // the second shows that the first one has ended
+    for (int i = 0; i < 2; ++i) { // the second check shows that the first one has ended
         check();
         EXPECT_EQ(outcome.calls, 1);
         EXPECT_TRUE(outcome.onMain);
@@ -449,7 +449,7 @@ TEST_F(Updater, AnnouncesThatItIsChecking) {
     EXPECT_EQ(states, (QList<bool>{true, false}));
 }
 
-/// The signals of checks, by name in their order.
+/// Records the signals of checks by name, in order.
 class UpdaterSignals : public Updater {
 protected:
     FeedServer server;
@@ -464,7 +464,7 @@ protected:
         QObject::connect(updater, &TXUpdater::failed, &m_context, [this] { names << u"failed"_s; });
         QObject::connect(updater, &TXUpdater::checkFinished, &m_context, [this] { names << u"finished"_s; });
     }
-    /// One check of that feed; its handler must be called before the signals.
+    /// Checks for updates in a feed. The handler must be called before the signals.
     void checkFeed(const HttpReply &reply) {
         server.expect("GET", "/feed.json", reply);
         updater->checkForUpdate([this](const TXUpdateFeedPtr &feed, const TXError &error) {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What a user hears of feeds that a host with keys refuses.
+// What users are told about feeds that a host with keys refuses.
 #include "tests/trust/signedreleases.h"
 #include "tests/widgets/standardcontrollertest.h"
 
@@ -12,7 +12,7 @@ constexpr int64_t day = 24 * 3600;
 
 class FeedTroubleShown : public WithKeys<StandardController> {
 protected:
-    QByteArray document = "{}"; ///< what the server answers; nothing signed
+    QByteArray document = "{}"; ///< the server's response; not signed
     int status = 200;
 
     FeedTroubleShown() {
@@ -22,7 +22,7 @@ protected:
             return reply;
         });
     }
-    /// Alerts that quiet checks of these days show.
+    /// Returns the days on which automatic checks show an alert.
     QList<int> daysWithAlerts(const QList<int> &days) {
         QList<int> result;
         for (const int number : days) {
@@ -52,12 +52,12 @@ TEST_F(FeedTroubleShown, EveryKindOfRefusedFeedCountsAndNothingElse) {
     };
     document = signedAt(noon);
     EXPECT_EQ(daysWithAlerts({0}), QList<int>());
-    document = signedAt(noon - day); // older
+    document = signedAt(noon - day); // older than the remembered one
     EXPECT_EQ(daysWithAlerts({1}), QList<int>());
-    status = 500; // says nothing of any feed
+    status = 500; // a failure that is not about a feed
     EXPECT_EQ(daysWithAlerts({16}), QList<int>());
     status = 200;
-    document = signedAt(noon); // has expired by now
+    document = signedAt(noon); // expired by now
     EXPECT_EQ(daysWithAlerts({17}), QList<int>{17});
     EXPECT_EQ(errors.last().code(), TXUpdateErrorFeedExpired);
     becomeHostWith({"minisign:nonsense"});

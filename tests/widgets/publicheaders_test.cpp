@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What the public headers promise as a whole.
+// Rules that all public headers follow.
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
 #include "tests/support/places.h"
@@ -30,7 +30,7 @@ QMap<QString, QStringList> publicHeaders() {
     return result;
 }
 
-/// The names of what a line declares as a member of a class; empty if it declares something else.
+/// Returns the name of the class member that a line declares; empty for any other line.
 QString memberOf(QString line) {
     static const QRegularExpression arguments(u"<[^<>]*>"_s);
     while (line.contains(arguments))
@@ -54,7 +54,7 @@ TEST(PublicHeaders, ScannerSeesMembers) {
     EXPECT_TRUE(memberOf(u"    struct Private;"_s).isNull());
 }
 
-/// A record is what its members are.
+/// Returns whether the line begins a plain struct, whose members are public by design.
 bool isRecord(const QString &line) {
     return line.contains(u"class TX_EXPORT TXUpdateItemConditions {") ||
            line.contains(u"struct TXUpdateCurrentConditions {");
@@ -70,7 +70,7 @@ TEST(PublicHeaders, ShowNoDataButThePointerToIt) {
                 record = isRecord(line);
             classes += line.startsWith(u"class TX_EXPORT");
             const QString member = memberOf(line);
-            // References of a base class to what is behind d.
+            // References in a base class to private data.
             const bool isReference = line.contains(QRegularExpression(u"^    \\w+ &m_\\w+;"_s));
             if (!record && !isReference && !member.isNull()) {
                 EXPECT_EQ(member.toStdString(), "d")

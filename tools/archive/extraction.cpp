@@ -282,7 +282,8 @@ int extract(archive *reader, const std::string &destination, const char *tool,
     const posix::Descriptor alone(lockFolder(destination));
     if (!alone.isOpen())
         return fail(tool, destination, std::strerror(errno));
-    // An absolute path, because the working folder changes and may be one that this user cannot open again.
+    // Absolute, because the working directory changes, and this user might not be able to open the original
+    // one again.
     const std::unique_ptr<char, decltype(&std::free)> absolute(realpath(destination.c_str(), nullptr),
                                                                &std::free);
     if (!absolute)

@@ -7,8 +7,8 @@
 #include <memory>
 #include <string>
 
-/// Unpacking that either puts everything of an archive into a folder, or nothing: what the installation finds
-/// there is complete.
+/// Unpacks either all entries of an archive into a folder, or none, so that an installation finds only
+/// complete files there.
 namespace tx::tools {
 
 using Reader = std::unique_ptr<archive, decltype(&archive_read_free)>;
@@ -20,13 +20,13 @@ int fail(const char *tool, const std::string &what, const char *why);
 /// copy of it in the folder, where there must be room for the content anyway. -1 with errno on failure.
 [[nodiscard]] int seekableInput(const std::string &folder);
 
-/// Reads standard input to its end, so that whoever writes to it is not interrupted.
+/// Reads standard input to its end, so that the writing program is not interrupted.
 void drainInput();
 
-/// Unpacks `reader` into `folder`, where entries replace those of their names. An archive that is damaged,
-/// leaves the folder, holds anything but files, folders and links, or takes more than the bytes in
-/// TXUPDATE_UNARCHIVER_LIMIT leaves nothing there, as when `endsWell`, asked
-/// after the last entry, says no. Returns the exit status of `tool`.
+/// Unpacks `reader` into `folder`; entries replace existing ones of the same name. Nothing is left in the
+/// folder if the archive is damaged, leads out of the folder, contains anything but files, folders and links,
+/// or exceeds the limit in TXUPDATE_UNARCHIVER_LIMIT (bytes), or if `endsWell`, which is called after the
+/// last entry, returns false. Returns the exit status of `tool`.
 [[nodiscard]] int extract(archive *reader, const std::string &folder, const char *tool,
                           const std::function<bool()> &endsWell = nullptr);
 

@@ -6,18 +6,18 @@
 /// The links of an archive, as they are in the folder that it is unpacked into: the current folder.
 namespace tx::tools {
 
-/// Why a symbolic link of this name and target must not be in the folder; empty when it may be. A link is
-/// refused when its target is absolute, or when the way to it leaves the folder that the link is in at the
-/// top: an application keeps its links when it gets another name or another place. The way is followed
-/// through the links that are there so far, so that every link is asked about once more when all of them are
-/// there. What is not there is followed by its name alone.
+/// Returns why a symbolic link of this name and target must not be in the folder; empty if it may. A link is
+/// refused if its target is absolute, or if the path to the target leaves the top-level folder of the link,
+/// because an application may be renamed or moved. The path is resolved through the links that exist so far,
+/// so every link must be checked again when all links exist. Components that do not exist are resolved by
+/// name.
 [[nodiscard]] std::string reasonAgainstLink(const std::string &name, const std::string &target);
 
 /// As above, for a link that has been made.
 [[nodiscard]] std::string reasonAgainstLink(const std::string &name);
 
-/// Why the file `target` must not get a second name; empty when it may. It is a regular file, and no link is
-/// on the way to it.
+/// Returns why a hard link to the file `target` must not be made; empty if it may. The target must be a
+/// regular file, and no component of its path may be a link.
 [[nodiscard]] std::string reasonAgainstHardLink(const std::string &target);
 
 } // namespace tx::tools

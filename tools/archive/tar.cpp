@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // tar -xC DIR, -zxC DIR, -jxC DIR, --zstd -xC DIR: unpacks a tar archive from standard input into DIR.
-// Supports only the arguments that the framework uses. The system's tar would leave a part of a damaged
-// archive behind.
+// Supports only the arguments that the framework uses. Removes everything that it has unpacked if the archive
+// is damaged, which the system's tar does not do.
 
 #include "archive/extraction.h"
 

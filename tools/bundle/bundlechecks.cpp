@@ -19,7 +19,8 @@ namespace tx::bundling {
 
 namespace {
 
-/// Files of the system's packages were built on machines of the distribution.
+/// Returns whether a file comes from a package of the system. Such files contain paths of the distribution's
+/// build machines, which are harmless.
 bool isOfTheSystem(const QString &source) {
     return (source.startsWith(u"/usr/") && !source.startsWith(u"/usr/local/")) || source.startsWith(u"/lib");
 }

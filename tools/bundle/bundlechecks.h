@@ -5,12 +5,12 @@
 
 namespace tx::bundling {
 
-/// Looks at a finished bundle as it is on disk, and lists everything for which it must not reach users:
-/// libraries that the loader would not find in it, files for another machine, paths of the build machine, a
-/// missing execute bit, links out of it, an Info.plist that says something else. Empty: nothing.
+/// Checks a finished bundle on disk and lists every reason not to ship it: libraries that the loader would
+/// not find inside it, files for another architecture, paths of the build machine, missing execute
+/// permissions, links that lead out of it, an Info.plist that contradicts it. Empty if the bundle is good.
 [[nodiscard]] QStringList problemsOf(const QString &bundle, const Plan &plan, const QString &identifier);
 
-/// The identifier of a bundle that users have; null when there is no bundle.
+/// Returns CFBundleIdentifier of a published bundle, or a null string if there is no bundle.
 [[nodiscard]] QString identifierOf(const QString &bundle);
 
 } // namespace tx::bundling

@@ -35,7 +35,7 @@ public:
             std::error_code error;
             if (fs::is_directory(made, error))
                 continue;
-            // The publisher's umask is not that of those who read it.
+            // The umask of the publisher must not restrict the mode.
             if (mkdir(made.c_str(), 0755) != 0 || chmod(made.c_str(), 0755) != 0)
                 return failed(u"%1 cannot be made"_s, path, errno);
         }

@@ -8,21 +8,22 @@
 
 namespace tx::bundling {
 
-/// Every change that the bundle command makes to the file system, so that a test can make any of them fail.
-/// What it makes can be read by everybody. Errors say which path and why.
+/// All changes that the bundle command makes to the file system. Tests replace this class to make any of them
+/// fail. Everybody can read the files that it creates. Errors name the path and the reason.
 class BundleFiles {
 public:
     virtual ~BundleFiles() = default;
-    /// Makes a folder and those above it, mode 0755; an existing one is no error.
+    /// Makes a folder and its parent folders with mode 0755. An existing folder is not an error.
     virtual TXError makeFolder(const QString &path) = 0;
-    /// Copies the content of a file to a new one, mode 0755 when its owner may execute it, else 0644.
+    /// Copies a file's content to a new file. Its mode is 0755 if the owner may execute the original, else
+    /// 0644.
     virtual TXError copyFile(const QString &from, const QString &to) = 0;
-    /// Writes a new file, mode 0644.
+    /// Writes a new file with mode 0644.
     virtual TXError writeFile(const QString &path, const QByteArray &content) = 0;
     virtual TXError makeLink(const QString &path, const QString &target) = 0;
-    /// Gives an entry another name; nothing may have that name.
+    /// Renames an entry. It is an error if the new name exists.
     virtual TXError rename(const QString &from, const QString &to) = 0;
-    /// Removes a file, link or tree; one that is not there is no error.
+    /// Removes a file, link or tree. A missing one is not an error.
     virtual TXError remove(const QString &path) = 0;
 };
 

@@ -24,7 +24,7 @@ Result<QByteArray> contentOf(const QString &path) {
     return file.readAll();
 }
 
-/// The keys in NAME.pub and, when it is there, NAME-spare.pub.
+/// Reads the keys in NAME.pub and, if it exists, NAME-spare.pub.
 Result<QVariantList> publicKeysOf(const QStringList &names) {
     QVariantList keys;
     for (const QString &name : names) {
@@ -45,7 +45,7 @@ Result<QVariantList> publicKeysOf(const QStringList &names) {
     return keys;
 }
 
-/// Why applications could not use it; null when they can.
+/// Checks the list as applications do. Returns a null error if they can use it.
 TXError checkedByApplications(const QVariantMap &info) {
     const std::optional<plain::Value> plain = plain::readPropertyList(writePropertyList(info).toStdString());
     if (!plain)

@@ -7,8 +7,8 @@
 
 namespace tx::bundling {
 
-/// The content of the bundle's Info.plist, made at `now`. Errors: a value that no application could use, keys
-/// that cannot be read, a file with more keys that sets one of those that the command sets itself.
+/// Makes the content of the bundle's Info.plist, dated `now`. Errors: a value that applications could not
+/// use, keys that cannot be read, an additional property list that sets a key which the command sets itself.
 [[nodiscard]] Result<QVariantMap> infoListOf(const Wishes &wishes, const QDateTime &now);
 
 } // namespace tx::bundling

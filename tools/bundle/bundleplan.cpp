@@ -24,7 +24,8 @@ namespace {
 
 QByteArray loaderCache() {
     for (const QString &program : {u"/sbin/ldconfig"_s, u"/usr/sbin/ldconfig"_s, u"ldconfig"_s}) {
-        // Systems without a cache have the loader's usual folders; what is missing there is reported by name.
+        // If the system has no loader cache, only the loader's default folders are searched. A missing
+        // library is reported by name later.
         if (const Result<QByteArray> output = outputOfProgram(program, {u"-p"_s}, u"libc-bin"_s))
             return *output;
     }
@@ -46,8 +47,8 @@ public:
             return error;
         if (TXError error = addResources())
             return error;
-        // What is added may need more: modules of Qt have plug-ins, which need libraries, which are modules
-        // of Qt.
+        // Added files may need further files: Qt modules have plug-ins, plug-ins need libraries, and
+        // libraries may be Qt modules.
         for (qsizetype done = -1; done != m_plan.items.size();) {
             done = m_plan.items.size();
             if (TXError error = follow())
@@ -72,7 +73,7 @@ public:
     [[nodiscard]] Plan plan() { return std::move(m_plan); }
 
 private:
-    /// Adds a file once; who asks for it again is noted.
+    /// Adds a file once. Notes each file that needs it.
     TXError add(const QString &source, const QString &place, Kind kind, const QString &asker) {
         const auto known = m_byPlace.constFind(place);
         if (known != m_byPlace.constEnd()) {
@@ -100,7 +101,7 @@ private:
             m_plan.warnings << warning;
     }
 
-    /// Adds what new files need.
+    /// Adds the files that newly added files need.
     TXError follow() {
         for (; m_followed < m_plan.items.size(); ++m_followed) {
             const std::optional<ElfFile> elf = m_plan.items[m_followed].elf;
@@ -195,7 +196,7 @@ private:
             return problem(u"there is no plug-in %1/%2 in %3"_s.arg(folder, name.isEmpty() ? u"*.so"_s : name,
                                                                     m_qt.plugins));
         for (const QString &file : files) {
-            // PDF as a format of pictures brings a whole engine along.
+            // The picture format PDF would add a large PDF engine.
             if (file == u"libqpdf.so" && !m_modules.contains(u"Pdf"_s) && name != file)
                 continue;
             if (TXError error = add(dir.filePath(file), m_plan.places.plugins + u'/' + folder + u'/' + file,
@@ -236,7 +237,7 @@ private:
             }
         }
         for (const QString &name : imports->missing) {
-            // The styles of other systems are imported by Qt's controls, and not missed.
+            // Qt's controls import the styles of other systems. Those styles are not needed here.
             if (name.startsWith(u"QtQuick.Controls."))
                 continue;
             const QString package = u"qml6-module-"_s + QString(name).replace(u'.', u'-').toLower();
@@ -270,7 +271,7 @@ private:
         return {};
     }
 
-    /// The framework's tools and modules, when its library is among those that are copied.
+    /// Adds the framework's tools and plug-ins if its library is among the copied files.
     TXError addFramework() {
         static const QRegularExpression library(u"^libTarvixUpdate(Core)?\\.so\\."_s);
         const auto core = std::find_if(m_libraryFolders.keyBegin(), m_libraryFolders.keyEnd(),
@@ -292,7 +293,7 @@ private:
         QStringList without;
         if (!m_wishes.withWebEngine)
             without << u"TXUpdateWebView.so"_s;
-        // A host without windows has no use for the module with their libraries.
+        // A host that links only the core library does not need the plug-in for windows and its libraries.
         if (core->startsWith(u"libTarvixUpdateCore.") &&
             std::none_of(m_libraryFolders.keyBegin(), m_libraryFolders.keyEnd(),
                          [](const QString &name) { return name.startsWith(u"libTarvixUpdateWidgets."); }))
@@ -406,8 +407,8 @@ private:
         }
     }
 
-    /// Where the program was built: the folders that CMake names, the user's home, and what the publisher
-    /// names.
+    /// Notes the folders in which the program was built: those from CMake's cache, the user's home folder,
+    /// and those that the publisher names.
     void noteBuildPaths() {
         QStringList folders = m_wishes.buildFolders;
         if (const QString home = QDir::homePath(); home != u"/")
@@ -433,8 +434,8 @@ private:
     LibraryFinder m_finder;
     Plan m_plan;
     QHash<QString, qsizetype> m_byPlace;
-    QMap<QString, QString> m_libraryFolders; ///< of copied libraries by name
-    QSet<QString> m_modules;                 ///< of Qt
+    QMap<QString, QString> m_libraryFolders; ///< folders of copied libraries, by name
+    QSet<QString> m_modules;                 ///< names of Qt modules
     QSet<const PluginRule *> m_rulesDone;
     QStringList m_unresolved;
     QtInstallation m_qt;

@@ -11,22 +11,22 @@
 
 namespace tx::bundling {
 
-/// What a publisher asks for.
+/// The publisher's options.
 struct Wishes {
     QString executable;
     QString identifier;
     QString name;
     QString build;
-    QString version;        ///< for people; empty: the build
-    QString icon;           ///< a picture; empty: none
-    QString desktop;        ///< a desktop entry; empty: none
-    QString info;           ///< a property list with more keys for Info.plist; empty: none
-    QStringList keys;       ///< public keys for the Info.plist, as txupdate keygen names them: without ".pub"
-    QStringList additions;  ///< files and folders for the resources; SOURCE or SOURCE:PLACE
-    QStringList plugins;    ///< of Qt, that no rule names: FOLDER or FOLDER/FILE
-    QStringList qmlFolders; ///< with the QML of the application, when it is not compiled in
-    QString published;      ///< the bundle of the last published build; empty: the one at the output's place
-    QStringList buildFolders; ///< that users must not find in the bundle; those of CMake are found
+    QString version;          ///< for people; if empty, the build is used
+    QString icon;             ///< a picture; empty for none
+    QString desktop;          ///< a desktop entry; empty for none
+    QString info;             ///< a property list with additional keys for Info.plist; empty for none
+    QStringList keys;         ///< public keys for Info.plist, named as in txupdate keygen: without ".pub"
+    QStringList additions;    ///< more files and folders for the resources: SOURCE or SOURCE:PLACE
+    QStringList plugins;      ///< Qt plug-ins that no rule names: FOLDER or FOLDER/FILE
+    QStringList qmlFolders;   ///< folders with QML of the application that is not compiled in
+    QString published;        ///< bundle of the last published build; if empty, the one at the destination
+    QStringList buildFolders; ///< additional build folders whose paths the bundle must not contain
     QString output;           ///< folder in which the bundle is made
     Layout layout = Layout::App;
     bool withWebEngine = false;
@@ -34,17 +34,17 @@ struct Wishes {
 
 enum class Kind { Program, Library, Plugin, QmlModule, Framework, Translation, Resource };
 
-/// A file that is going to be copied.
+/// A file to copy.
 struct Item {
     QString source;
-    QString place; ///< in the bundle
+    QString place; ///< its path in the bundle
     Kind kind = Kind::Resource;
-    QStringList askers; ///< what needs it, as people would say it
+    QStringList askers; ///< the files and options that need it, for messages
     qint64 size = 0;
     std::optional<ElfFile> elf;
 };
 
-/// A library that is left to the system.
+/// A library that is not copied because it belongs to the system.
 struct LeftOut {
     QString name;
     const SystemLibrary *line = nullptr;
@@ -55,14 +55,15 @@ struct Plan {
     Places places;
     QList<Item> items;
     QList<LeftOut> leftOut;
-    QList<const SystemLibrary *> companions; ///< packages that copied libraries expect
+    QList<const SystemLibrary *> companions; ///< packages that the copied libraries expect on the system
     QStringList warnings;
-    QString program; ///< place of the executable
+    QString program; ///< path of the executable in the bundle
     ElfFile executable;
-    QByteArrayList buildPaths; ///< beginnings of paths that may not be found in it
+    QByteArrayList buildPaths; ///< path prefixes that no file of the bundle may contain
 };
 
-/// Finds out all that belongs in the bundle; changes nothing. Errors: what is missing, and who asked for it.
+/// Determines everything that belongs into the bundle. Changes nothing on disk. Errors: what is missing and
+/// which file needs it.
 [[nodiscard]] Result<Plan> makePlan(const Wishes &wishes);
 
 } // namespace tx::bundling

@@ -37,7 +37,7 @@ QString nameOf(Kind kind) {
     return u"resource"_s;
 }
 
-/// The first few; everything needs the C library.
+/// Names only the first few, because every file needs the C library.
 QString shownAskers(const QStringList &askers) {
     constexpr qsizetype most = 5;
     const QString names = askers.mid(0, most).join(u", "_s);

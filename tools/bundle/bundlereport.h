@@ -7,23 +7,24 @@
 
 namespace tx::bundling {
 
-/// What a publisher wants to know of a bundle.
+/// Facts about a bundle for its publisher.
 struct Summary {
     qint64 size = 0;
     qsizetype files = 0;
     QString machine;
-    QString oldestGlibc;                   ///< on which it can run; null when it needs none
-    QString oldestLibstdcxx;               ///< by the symbols of GLIBCXX
-    QList<const SystemLibrary *> packages; ///< that it expects, one line for each
+    QString oldestGlibc;     ///< the oldest glibc that it runs with; null if it does not need glibc
+    QString oldestLibstdcxx; ///< the oldest libstdc++, as its symbol version GLIBCXX
+    QList<const SystemLibrary *> packages; ///< packages that it expects on the user's system, one line each
 };
 
 [[nodiscard]] Summary summaryOf(const Plan &plan);
 
-/// Every file with its size and who asked for it, and what is left to the system and why.
+/// Lists every file with its size and the files that need it, and the libraries that are left to the system,
+/// with reasons.
 [[nodiscard]] QString listOf(const Plan &plan);
 /// The summary in a few lines.
 [[nodiscard]] QString textOf(const Summary &summary);
-/// All of it for programs.
+/// The list and the summary as JSON.
 [[nodiscard]] QJsonObject jsonOf(const Plan &plan);
 
 } // namespace tx::bundling

@@ -64,7 +64,8 @@ public:
     }
 
 private:
-    /// Users who have the published build would never be offered one with another identifier.
+    /// Refuses another identifier than the published bundle has: users of that bundle would never be offered
+    /// the update.
     TXError checkPublished() {
         const QString published = m_wishes.published.isEmpty() ? m_place : m_wishes.published;
         const QString identifier = identifierOf(published);
@@ -88,7 +89,8 @@ private:
                 return error;
             if (TXError error = m_files.copyFile(item.source, to))
                 return error;
-            // One for another machine is reported in the end; the programs below would only stumble over it.
+            // The checks at the end report a file for another architecture. The programs below would fail on
+            // it with a less useful message.
             if (!item.elf || !item.elf->isForSameMachineAs(m_plan.executable))
                 continue;
             if (item.elf->hasDebugSections) {
@@ -101,7 +103,7 @@ private:
         return {};
     }
 
-    /// Before the RUNPATH is set: strip does not know the sections that patchelf moves.
+    /// Must run before the RUNPATH is set, because strip cannot handle the sections that patchelf moves.
     TXError splitDebugSymbols(const QString &file, const QString &place) {
         const QString symbols = m_debugStage + u'/' + place + u".debug"_s;
         if (TXError error = m_files.makeFolder(QFileInfo(symbols).path()))
@@ -117,7 +119,7 @@ private:
         return {};
     }
 
-    /// The program of binutils for the bundle's machine, which need not be this one.
+    /// Returns the binutils program for the bundle's architecture, which may differ from this machine's.
     [[nodiscard]] QString binutil(const QString &name) const {
         const QString machine = m_plan.executable.machineName().replace(u'-', u'_');
         const QString own = machine + u"-linux-gnu-"_s + name;
@@ -198,7 +200,7 @@ private:
         return {};
     }
 
-    /// In two renames: when the second one fails, the first is taken back.
+    /// Uses two renames. If the second one fails, the first is undone.
     TXError putIntoPlace(const QString &made, const QString &place) {
         if (!QFileInfo::exists(place))
             return m_files.rename(made, place);

@@ -9,13 +9,14 @@ namespace tx::bundling {
 
 struct WrittenBundle {
     QString path;
-    QString debugSymbols; ///< folder with NAME.debug for each stripped file; null when there were none
-    QStringList problems; ///< for which it was not put into its place; what was there before stays
+    QString debugSymbols; ///< folder with NAME.debug for each stripped file; null if none was stripped
+    QStringList problems; ///< if not empty, the bundle was not moved into place; the earlier one stays
     QStringList warnings;
 };
 
-/// Makes the bundle in a folder beside its place, checks it, and gives it its place when nothing is wrong. A
-/// bundle that was there is replaced. Errors: nothing has changed then, and the unfinished folder is removed.
+/// Makes the bundle in a temporary folder next to its destination, checks it, and moves it into place if the
+/// checks find no problem. Replaces an existing bundle. After an error nothing has changed, and the temporary
+/// folder is removed.
 [[nodiscard]] Result<WrittenBundle> writeBundle(const Plan &plan, const Wishes &wishes,
                                                 const QVariantMap &info, BundleFiles &files);
 

@@ -23,7 +23,7 @@ struct CloseElf {
     void operator()(Elf *elf) const { elf_end(elf); }
 };
 
-/// An open file with its reader. The reader ends first.
+/// An open file and its libelf handle. The handle is closed first.
 class OpenElf {
 public:
     explicit OpenElf(const QString &path)
@@ -61,7 +61,7 @@ QString textAt(Elf *elf, size_t section, size_t offset) {
 
 QStringList foldersIn(const QString &list) { return list.split(u':', Qt::SkipEmptyParts); }
 
-/// One dynamic entry after the other; false when one cannot be read.
+/// Reads the entries of the dynamic section; false if one cannot be read.
 bool readDynamic(Elf *elf, Elf_Scn *section, const GElf_Shdr &header, ElfFile &file) {
     Elf_Data *data = elf_getdata(section, nullptr);
     if (!data || header.sh_entsize == 0)
@@ -92,14 +92,14 @@ bool readDynamic(Elf *elf, Elf_Scn *section, const GElf_Shdr &header, ElfFile &f
     return true;
 }
 
-/// "GLIBC_2.34" counts, "GLIBC_PRIVATE" does not.
+/// Notes a version such as "GLIBC_2.34". Ignores names without a number, such as "GLIBC_PRIVATE".
 void noteVersion(const QString &version, ElfFile &file) {
     const qsizetype line = version.indexOf(u'_');
     const QString name = version.left(line);
     if (line < 0 || (name != u"GLIBC" && name != u"GLIBCXX"))
         return;
     QString number = version.mid(line + 1);
-    if (number == u"ABI_DT_RELR") // what a loader says that knows this kind of relocations
+    if (number == u"ABI_DT_RELR") // a marker for loaders that support this kind of relocation
         number = u"2.36"_s;
     const QVersionNumber parsed = QVersionNumber::fromString(number);
     if (!parsed.isNull() && parsed > QVersionNumber::fromString(file.newestVersions.value(name)))
@@ -154,7 +154,7 @@ bool readInterpreter(Elf *elf, ElfFile &file) {
     return true;
 }
 
-/// Calls `use` for each section; false when it does so, or a header cannot be read.
+/// Calls `use` for each section. Returns false if `use` returns false or a section header cannot be read.
 template <typename Use>
 bool forEachSection(Elf *elf, Use use) {
     for (Elf_Scn *section = nullptr; (section = elf_nextscn(elf, section));) {
@@ -204,7 +204,7 @@ Result<std::optional<ElfFile>> readElf(const QString &path) {
     if (!gelf_getehdr(open.elf(), &header))
         return damaged(path);
     if (header.e_type != ET_EXEC && header.e_type != ET_DYN)
-        return std::optional<ElfFile>(); // an object file is data
+        return std::optional<ElfFile>(); // object files are treated as data
     ElfFile file;
     file.path = path;
     file.machine = header.e_machine;
@@ -226,7 +226,7 @@ Result<std::optional<ElfFile>> readElf(const QString &path) {
                                  return readNeededVersions(open.elf(), section, sectionHeader, file);
                              return true;
                          });
-    // A file whose sections were taken away tells nothing about what it needs.
+    // A file without section headers does not tell what it needs.
     if (!isWhole || file.isDynamic != hasDynamicSection)
         return damaged(path);
     return std::optional(file);

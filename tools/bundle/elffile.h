@@ -11,33 +11,34 @@
 
 namespace tx::bundling {
 
-/// What the dynamic loader, and those who check a bundle, read of a program or library. Nothing is executed,
-/// and the file may be one of another machine.
+/// The properties of a program or library that the dynamic loader uses, or that the checks of a bundle need.
+/// Reading executes nothing. The file may be for another architecture.
 struct ElfFile {
     QString path;
     int machine = 0; ///< e_machine
     int fileClass = 0;
     int byteOrder = 0;
     bool isDynamic = false;
-    QString interpreter; ///< of a program that asks for one
+    QString interpreter; ///< PT_INTERP of a program; null if there is none
     QString soname;
-    QStringList needed;           ///< names of libraries, in order
-    QStringList runPath;          ///< DT_RUNPATH, as written
-    QStringList inheritedRunPath; ///< DT_RPATH, as written; empty when there is a DT_RUNPATH
+    QStringList needed;           ///< DT_NEEDED: names of libraries, in order
+    QStringList runPath;          ///< DT_RUNPATH, not expanded
+    QStringList inheritedRunPath; ///< DT_RPATH, not expanded; empty if there is a DT_RUNPATH
     QMap<QString, QString>
-        newestVersions;            ///< of "GLIBC" and "GLIBCXX", the newest that it needs, such as 2.34
-    bool hasDebugSections = false; ///< something that strip would take away
+        newestVersions; ///< the newest version that it needs of "GLIBC" and "GLIBCXX", such as 2.34
+    bool hasDebugSections = false; ///< it has sections that strip would remove
 
     [[nodiscard]] bool isForSameMachineAs(const ElfFile &other) const;
-    /// Such as "x86-64", or the number when it has no name here.
+    /// A name such as "x86-64", or the number of an unknown architecture.
     [[nodiscard]] QString machineName() const;
 };
 
-/// Reads the file; absent when it is none of this format. Errors: it cannot be read, or is damaged.
+/// Reads an ELF file. Returns an empty optional for a file of another format. Errors: the file cannot be
+/// read, or is damaged.
 [[nodiscard]] Result<std::optional<ElfFile>> readElf(const QString &path);
 
-/// The strings of what is loaded into memory that contain one of these, each shown at most once. Debug
-/// sections do not count. Errors as above.
+/// Returns the strings in loadable segments that contain one of `parts`, each at most once. Debug sections
+/// are not searched. Errors: as readElf().
 [[nodiscard]] Result<QStringList> loadedStringsWith(const QString &path, const QByteArrayList &parts);
 
 } // namespace tx::bundling

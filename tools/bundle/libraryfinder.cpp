@@ -13,7 +13,7 @@ namespace tx::bundling {
 LibraryFinder::LibraryFinder(ElfFile program, const QByteArray &cache)
     : m_program(std::move(program))
     , m_environment(qEnvironmentVariable("LD_LIBRARY_PATH").split(u':', Qt::SkipEmptyParts)) {
-    // "	libz.so.1 (libc6,x86-64) => /lib/x86_64-linux-gnu/libz.so.1"
+    // Example: "      libz.so.1 (libc6,x86-64) => /lib/x86_64-linux-gnu/libz.so.1"
     for (const QByteArray &line : cache.split('\n')) {
         const qsizetype arrow = line.indexOf(" => ");
         const QByteArray left = line.left(arrow).trimmed();

@@ -7,15 +7,16 @@
 
 namespace tx::bundling {
 
-/// Finds libraries as the dynamic loader of this machine does for one program: by the folders that the asking
-/// file, and those that loaded it, name; LD_LIBRARY_PATH; the loader's cache; its usual folders. Files of
-/// another machine are passed over, as the loader does.
+/// Finds libraries in the same order as the dynamic loader of this machine does for one program: in the
+/// folders named by the requesting file and the files that loaded it, in LD_LIBRARY_PATH, in the loader's
+/// cache and in its default folders. Like the loader, it ignores files for another architecture.
 class LibraryFinder {
 public:
-    /// `cache`: what `ldconfig -p` prints; may be empty.
+    /// `cache` is the output of `ldconfig -p` and may be empty.
     LibraryFinder(ElfFile program, const QByteArray &cache);
 
-    /// The path of the library, links followed; null when there is none. `asker` is the file that needs it.
+    /// Returns the library's path with links resolved, or a null string if it is not found. `asker` is the
+    /// file that needs the library.
     [[nodiscard]] QString find(const QString &name, const ElfFile &asker) const;
 
 private:
@@ -27,7 +28,7 @@ private:
     QStringList m_usual;
 };
 
-/// The folders of a DT_RUNPATH for a file in `folder`.
+/// Expands a DT_RUNPATH for a file in `folder`.
 [[nodiscard]] QStringList expandedRunPath(const QStringList &runPath, const QString &folder);
 
 } // namespace tx::bundling

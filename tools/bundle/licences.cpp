@@ -16,7 +16,8 @@ namespace tx::bundling {
 
 namespace {
 
-/// A file in /usr/lib may be listed as one in /lib, from the time before these were one folder.
+/// The package database may list a file in /usr/lib under /lib, where it was before these folders were
+/// merged.
 QString otherNameOf(const QString &file) { return file.startsWith(u"/usr/lib") ? file.mid(4) : QString(); }
 
 } // namespace
@@ -24,8 +25,8 @@ QString otherNameOf(const QString &file) { return file.startsWith(u"/usr/lib") ?
 QMap<QString, QString> packagesIn(const QByteArray &output) {
     QMap<QString, QString> result;
     for (const QByteArray &line : output.split('\n')) {
-        // "libz1:amd64: /lib/x86_64-linux-gnu/libz.so.1.2.13"; a file of several packages has them all, with
-        // commas
+        // Example: "libz1:amd64: /lib/x86_64-linux-gnu/libz.so.1.2.13". If several packages own a file, their
+        // names are separated by commas.
         const qsizetype colon = line.indexOf(": ");
         if (colon <= 0 || line.startsWith("diversion "))
             continue;
@@ -46,7 +47,7 @@ Result<Licences> licencesOf(const QStringList &files) {
     }
     QMap<QString, QString> packages;
     if (!names.isEmpty() && QFileInfo(u"/var/lib/dpkg/info"_s).isDir()) {
-        // It answers with status 1 when it knows none of one file, and tells the others.
+        // dpkg exits with status 1 if a file has no package, but still prints the packages of the others.
         const Result<QByteArray> output = outputOfProgram(
             u"sh"_s,
             QStringList{u"-c"_s, u"LC_ALL=C dpkg -S -- \"$@\" 2>/dev/null; [ $? -le 1 ]"_s, u"sh"_s} + names,

@@ -8,22 +8,23 @@
 
 namespace tx::bundling {
 
-/// A text that must go along with copied files.
+/// A licence text that must accompany copied files.
 struct Licence {
     QString package;
-    QString text; ///< path of the package's own licence file
+    QString text; ///< path of the package's licence file
 };
 
 struct Licences {
     QList<Licence> found;
-    QStringList unknown; ///< files of no package, or of one without a licence file
+    QStringList unknown; ///< files without a package, or whose package has no licence file
 };
 
-/// The licences of files of this machine, by its package manager (dpkg). Thread: any; runs a program. Errors:
-/// the package manager cannot be asked. Without one, all files are unknown.
+/// Finds the licences of files on this machine through its package manager (dpkg). Thread: any; runs a
+/// program and waits for it. Error: the package manager fails. On a system without one, all files are
+/// unknown.
 [[nodiscard]] Result<Licences> licencesOf(const QStringList &files);
 
-/// What `dpkg -S` prints, as file -> package without its architecture.
+/// Parses the output of `dpkg -S`. Maps each file to its package, without the architecture.
 [[nodiscard]] QMap<QString, QString> packagesIn(const QByteArray &output);
 
 } // namespace tx::bundling

@@ -7,13 +7,13 @@
 
 namespace tx::bundling {
 
-/// An error of the publisher's tool: what happened, why, and what to do.
+/// Makes an error of the publisher's tool: what happened, why, and what to do.
 [[nodiscard]] inline TXError problem(const QString &what, const QString &why = {},
                                      const QString &remedy = {}) {
     return TXError(QStringLiteral("TXUpdateBundle"), 1, what, why, remedy);
 }
 
-/// All of an error in one line.
+/// Formats an error with all its parts in one line.
 [[nodiscard]] inline QString lineOf(const TXError &error) {
     QString line = error.localizedDescription();
     for (const QString &more : {error.localizedFailureReason(), error.localizedRecoverySuggestion()}) {

@@ -8,9 +8,9 @@
 
 namespace tx::bundling {
 
-/// Runs a program of the publisher's machine through Services::tasks and returns what it writes to its
-/// standard output. `package`: who does not have it is told to install this. Errors: it is missing, fails, or
-/// takes longer than two minutes. Thread: any; blocks.
+/// Runs a program on the publisher's machine through Services::tasks and returns its standard output. If the
+/// program is missing, the error tells the publisher to install `package`. Errors: the program is missing,
+/// fails, or takes longer than two minutes. Thread: any; blocks.
 [[nodiscard]] Result<QByteArray> outputOfProgram(const QString &program, const QStringList &arguments,
                                                  const QString &package);
 

@@ -24,13 +24,13 @@ namespace tx::bundling {
 namespace {
 
 constexpr qsizetype mostOfOneResource = 4 << 20;
-/// Every document that imports QtQml or QtQuick gets it as well: the engine's library says so, and no file
-/// that the scanner could read.
+/// Every document that imports QtQml or QtQuick also gets this module. Only the library of the QML engine
+/// says so; no file that the scanner could read does.
 const QString importedByTheEngine = u"QtQml.WorkerScript"_s;
 
-/// Notes the modules that a text imports.
+/// Adds the modules that `text` imports to `names`.
 void noteImports(const QByteArray &text, QStringList &names) {
-    // Before an uncompressed resource is its size: any byte at all.
+    // The size before an uncompressed resource may contain any byte.
     static const QRegularExpression form(
         u"import[ \\t]+([A-Z][A-Za-z0-9_]*(?:\\.[A-Za-z][A-Za-z0-9_]*)*)(?=[ \\t\\r\\n;])"_s);
     for (auto matches = form.globalMatch(QString::fromLatin1(text)); matches.hasNext();) {
@@ -40,7 +40,8 @@ void noteImports(const QByteArray &text, QStringList &names) {
     }
 }
 
-/// What Qt's resource compiler packed with zstd: frames with their size.
+/// Adds the imports in resources that Qt's resource compiler compressed with zstd: frames that state their
+/// size.
 void noteImportsInZstd(const QByteArray &program, QStringList &names) {
     const QByteArray magic("\x28\xb5\x2f\xfd", 4);
     for (qsizetype at = 0; (at = program.indexOf(magic, at)) >= 0; at += magic.size()) {
@@ -57,7 +58,7 @@ void noteImportsInZstd(const QByteArray &program, QStringList &names) {
     }
 }
 
-/// What it packed with zlib: four bytes with the size come first.
+/// Adds the imports in resources that it compressed with zlib: four bytes with the size come first.
 void noteImportsInZlib(const QByteArray &program, QStringList &names) {
     for (qsizetype at = 4; (at = program.indexOf('\x78', at)) >= 0 && at + 2 < program.size(); ++at) {
         const uchar second = uchar(program[at + 1]);
@@ -123,7 +124,8 @@ Result<QmlImports> qmlImports(const QString &scanner, const QString &qml, const 
         const QString folder = QDir(entry[u"path"_s].toString()).canonicalPath();
         if (entry[u"path"_s].toString().isEmpty())
             result.missing << name;
-        else if (folder.startsWith(top)) // else it is the application's own and comes with its files
+        else if (folder.startsWith(
+                     top)) // otherwise the module belongs to the application and is copied with its files
             result.modules.append({name, folder, folder.mid(top.size())});
     }
     result.missing.removeDuplicates();
@@ -141,7 +143,7 @@ QStringList filesOf(const QmlModule &module) {
              folder.entryInfoList(QDir::AllEntries | QDir::NoDotAndDotDot, QDir::Name)) {
             const QString way = below.isEmpty() ? entry.fileName() : below + u'/' + entry.fileName();
             if (entry.isDir()) {
-                // A folder with a qmldir is a module of its own, and comes when it is imported.
+                // A folder with a qmldir is another module, which is added if something imports it.
                 if (entry.fileName() != u"designer" && !QFileInfo::exists(entry.filePath() + u"/qmldir"_s))
                     folders << way;
             } else if (!way.endsWith(u".qmltypes")) {

@@ -8,29 +8,30 @@
 
 namespace tx::bundling {
 
-/// A QML module that is imported, directly or by another one.
+/// A QML module that is imported directly or by another module.
 struct QmlModule {
-    QString name;   ///< such as QtQuick.Controls
-    QString folder; ///< where it is
-    QString place;  ///< its way below the folder of QML modules
+    QString name;   ///< for example QtQuick.Controls
+    QString folder; ///< its folder
+    QString place;  ///< its path relative to the folder of QML modules
 };
 
 struct QmlImports {
     QList<QmlModule> modules;
-    QStringList missing; ///< names of modules that are in none of the folders
+    QStringList missing; ///< names of modules that were not found in any folder
 };
 
-/// The names of modules that the QML in a program imports: QML that is compiled in as a resource, as it is or
-/// compressed. Errors: the file cannot be read.
+/// Lists the QML modules that a program's compiled-in QML imports. Resources may be uncompressed or
+/// compressed. Error: the file cannot be read.
 [[nodiscard]] Result<QStringList> importsInside(const QString &program);
 
-/// Asks Qt's qmlimportscanner for the modules that these names, and the QML files below `folders`, import.
-/// `scanner`: its path; `qml`: where Qt's modules are. Errors: it cannot be run, or its answer cannot be
-/// read.
+/// Runs Qt's qmlimportscanner to find the modules that `names`, and the QML files below `folders`, import.
+/// `scanner` is its path; `qml` is the folder of Qt's modules. Errors: it cannot be run, or its output cannot
+/// be parsed.
 [[nodiscard]] Result<QmlImports> qmlImports(const QString &scanner, const QString &qml,
                                             const QStringList &names, const QStringList &folders);
 
-/// The files of a module, below its folder: all but those of other modules and what only tools read.
+/// Lists the files of a module below its folder. Leaves out nested modules and files that only development
+/// tools use.
 [[nodiscard]] QStringList filesOf(const QmlModule &module);
 
 } // namespace tx::bundling

@@ -14,7 +14,7 @@ namespace tx::bundling {
 
 namespace {
 
-/// The first of these below `folder` that has an entry of this name.
+/// Returns the first of the folders `ways` below `folder` that contains `entry`.
 QString folderWith(const QString &folder, const QStringList &ways, const QString &entry) {
     for (const QString &way : ways) {
         const QString candidate = QDir::cleanPath(folder + u'/' + way);
@@ -27,7 +27,7 @@ QString folderWith(const QString &folder, const QStringList &ways, const QString
 } // namespace
 
 Result<QtInstallation> qtInstallationOf(const QString &folder) {
-    // Debian has lib/TRIPLET/qt6, Fedora lib64/qt6, Qt's own installer has all folders side by side.
+    // Debian uses lib/TRIPLET/qt6 and Fedora lib64/qt6. Qt's own installer puts all folders side by side.
     const auto ways = [](const QString &name) {
         return QStringList{u"qt6/"_s + name,        u"../"_s + name,           u"../qt6/"_s + name,
                            u"../lib/qt6/"_s + name, u"../share/qt6/"_s + name, u"../../share/qt6/"_s + name};
@@ -90,7 +90,7 @@ const QList<PluginRule> &pluginRules() {
          false,
          u"prints to files only"_s,
          u"libqt6printsupport6"_s},
-        // The drivers of database servers are for applications that name them: --plugin
+        // Applications that use a database server name its driver themselves: --plugin
         // sqldrivers/libqsqlpsql.so
         {u"Sql"_s, u"sqldrivers"_s, u"libqsqlite.so"_s, false, u"no SQLite"_s, u"libqt6sql6-sqlite"_s},
         {u"Multimedia"_s, u"multimedia"_s, {}, false, u"no sound and no video"_s, u"libqt6multimedia6"_s},
@@ -114,7 +114,7 @@ QList<QStringList> loadedBy(const QString &fileName) {
     static const QMap<QString, QList<QStringList>> table{
         {u"libqopensslbackend.so"_s,
          {{u"libssl.so.3"_s, u"libssl.so.1.1"_s}, {u"libcrypto.so.3"_s, u"libcrypto.so.1.1"_s}}},
-        // The web engine's certificates and keys.
+        // The web engine loads these for certificates and keys.
         {u"libnss3.so"_s,
          {{u"libsoftokn3.so"_s}, {u"libfreebl3.so"_s}, {u"libfreeblpriv3.so"_s}, {u"libnssckbi.so"_s}}},
     };

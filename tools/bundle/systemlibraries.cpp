@@ -9,7 +9,7 @@ using namespace Qt::StringLiterals;
 
 namespace tx::bundling {
 
-extern const char *const systemLibrariesText; // system-libraries.txt
+extern const char *const systemLibrariesText; // content of system-libraries.txt
 
 namespace {
 
@@ -46,7 +46,7 @@ Result<SystemLibraries> SystemLibraries::parse(const QString &text) {
 const SystemLibraries &SystemLibraries::known() {
     static const Result<SystemLibraries> list = parse(QString::fromUtf8(systemLibrariesText));
     if (!list)
-        qFatal("%s", qPrintable(lineOf(list.error()))); // the build's own file; a test reads it
+        qFatal("%s", qPrintable(lineOf(list.error()))); // the file belongs to the build, and a test parses it
     return *list;
 }
 

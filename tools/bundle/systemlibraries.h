@@ -10,23 +10,23 @@ namespace tx::bundling {
 
 /// A line of system-libraries.txt.
 struct SystemLibrary {
-    QString pattern; ///< of the library's name, with * for anything
-    QString package; ///< that brings it, as Debian calls it
+    QString pattern; ///< name of the library with the wildcard *
+    QString package; ///< name of the Debian package that contains it
     QString reason;
 };
 
-/// What is not copied into bundles because it belongs to the user's system, and what copied libraries expect
-/// there.
+/// Libraries that are not copied into bundles because they belong to the user's system, and packages that
+/// copied libraries expect there.
 class SystemLibraries {
 public:
     /// The list that is compiled into this program.
     static const SystemLibraries &known();
-    /// Errors name the line.
+    /// Parses a list. Errors name the line.
     [[nodiscard]] static Result<SystemLibraries> parse(const QString &text);
 
-    /// The line for this library; null when a bundle brings it along.
+    /// Returns the line for this library, or null if bundles contain a copy of it.
     [[nodiscard]] const SystemLibrary *find(const QString &name) const;
-    /// What a bundle with this library expects of the system; null: nothing.
+    /// Returns the package that a bundle with this library expects on the system, or null.
     [[nodiscard]] const SystemLibrary *companionOf(const QString &name) const;
     [[nodiscard]] const QList<SystemLibrary> &all() const { return m_left; }
 

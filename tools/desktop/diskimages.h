@@ -7,13 +7,13 @@
 
 namespace tx::images {
 
-/// A device of an image, whole or a partition, and where it is mounted.
+/// A device of an image (the whole image or a partition), and its mount point.
 struct Entity {
     std::string device;                   ///< such as /dev/loop0
     std::vector<std::string> mountPoints; ///< in the order of the mount table
 };
 
-/// A file that stands behind a loop device.
+/// The file of a loop device.
 struct Image {
     std::string file;
     std::vector<Entity> entities; ///< the whole device first

@@ -27,9 +27,9 @@ struct Section {
     std::vector<Item> items;
 };
 
-/// Where the facts come from. `root` stands before every path, "" for the running system's own;
-/// `architecture` is the machine's as uname names it. Nothing that identifies one machine or person is read:
-/// no serial numbers, no identifiers, no names.
+/// The source of the facts. `root` is put before every path; it is empty for the running system.
+/// `architecture` is the machine's as in uname. Nothing that identifies a machine or person is read: no
+/// serial numbers, no identifiers, no names.
 struct Source {
     std::string root;
     std::string architecture;

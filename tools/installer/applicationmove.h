@@ -7,10 +7,10 @@
 
 namespace tx::installer {
 
-/// Copies the bundle `application` into `folder` under its own name. The copy is made beside its destination
-/// and written to disk before it takes its name; what was there stays until then. Only files of `owner` are
-/// copied. Empty on success, else what is wrong: then what was at the destination is still there, and a copy
-/// that is complete but could not take its name stays beside it.
+/// Copies the bundle `application` into `folder` under the same name. The copy is made next to its
+/// destination and synced to disk before it is renamed; the existing entry stays until then. Only files of
+/// `owner` are copied. Returns an empty string on success, else the problem. In that case the existing entry
+/// is still at the destination, and a complete copy that could not be renamed stays next to it.
 [[nodiscard]] std::string moveApplication(const std::string &application, const std::string &folder,
                                           uid_t owner, Files &files);
 

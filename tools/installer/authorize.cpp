@@ -1,16 +1,18 @@
 // SPDX-License-Identifier: MIT
-// TXUpdateAuthorize: started by pkexec, so that the password dialog names this program. Says "authorized" and
-// receives one job over the local socket that its standard input is, in one packet, as words that each end in
-// NUL:
-//   install PID NEW-APPLICATION ARCHIVE   installs an update of the application that this program is a part
-//                                         of: becomes TXUpdateInstaller, which is beside it. Only for an
-//                                         application without keys, and only if the argument
-//                                         "the-update-is-not-verified" told whoever was asked
+// TXUpdateAuthorize: pkexec starts it, so that the password dialog names this program. It prints "authorized"
+// and then receives one job in one packet over its standard input, which is a local socket. The packet
+// consists of words, each terminated by NUL:
+//   install PID NEW-APPLICATION ARCHIVE   updates the application that contains this program: becomes
+//                                         TXUpdateInstaller, which is in the same folder. Only for an
+//                                         application without keys, and only if this program was started with
+//                                         "the-update-is-not-verified", which the password dialog shows
 //   install-signed PID APPLICATION NEW-APPLICATION ARCHIVE PLAIN-SIGNATURE LENGTH TEXT...
 //                                         the same for an application with keys: verifies and unpacks the
-//                                         archive that came with the packet, and installs what came out
+//                                         archive whose descriptor came with the packet, and installs the
+//                                         result
 //   move FOLDER                           copies that application into an Applications folder, says "moved"
 // It refuses everything else with a line on standard error, which the host reads on standard output. As root
+// it does nothing if anyone but root could have changed it. Each start does at most one job.
 // it does nothing if anyone but root could have changed it. Each start does at most one job.
 
 #include "installer/hostanswer.h"
@@ -50,12 +52,12 @@ bool say(const std::string &word) {
     return write(STDOUT_FILENO, word.data(), word.size()) == static_cast<ssize_t>(word.size());
 }
 
-/// The host sends the job at once.
+/// The host sends the job immediately, so a longer wait is an error.
 constexpr std::chrono::seconds jobLimit(60);
 constexpr OutputLimits unpackingLimits{std::chrono::minutes(10), 64 << 10};
 
-/// Ends this process by a signal, whatever it is waiting for then: a file can be on a file system that never
-/// answers.
+/// Ends this process with SIGALRM after `limit`, even if it is blocked: a file may be on a file system that
+/// never responds.
 void endAfter(std::chrono::seconds limit) {
     sigset_t alarms;
     sigemptyset(&alarms);
@@ -65,8 +67,8 @@ void endAfter(std::chrono::seconds limit) {
     alarm(static_cast<unsigned>(limit.count()));
 }
 
-/// Replaces this process with the open program, which gets only standard output and error, and of the
-/// environment only who asked and `variables`.
+/// Replaces this process with the open program. The program keeps only standard output and standard error.
+/// Its environment contains only the user who asked, and `variables`.
 int become(int file, const std::vector<std::string> &words, const std::vector<std::string> &variables) {
     std::vector<std::string> texts = words;
     std::vector<char *> argv;

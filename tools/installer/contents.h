@@ -14,11 +14,11 @@ namespace tx::installer {
 /// left of them, or the bundle itself.
 [[nodiscard]] std::string standingContents(const std::string &bundle);
 
-/// The same installation with the two "Contents" in the place of the bundles.
+/// The same installation for the two "Contents" folders instead of the bundles.
 [[nodiscard]] Arguments contentsArguments(const Arguments &arguments);
 
-/// The same outside world for it: what is opened at the end is the bundle, and what is left of the new
-/// application is removed before.
+/// The context for this installation: at the end it opens the bundle, after removing the rest of the new
+/// application.
 [[nodiscard]] Context contentsContext(const Arguments &arguments, const Context &context);
 
 } // namespace tx::installer

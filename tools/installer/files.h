@@ -9,8 +9,9 @@
 
 namespace tx::installer {
 
-/// Every change that the installer makes to the file system, so that a test can make any of them fail, or end
-/// the process there. As root no link is followed, neither at the end of a path nor on the way to it.
+/// All changes that the installer makes to the file system. Tests replace this class to make any of them
+/// fail, or to end the process there. As root, links are never followed, neither at the end of a path nor
+/// before.
 class Files : public RepairFiles {
 public:
     posix::FileError rename(const std::string &from, const std::string &to) override;
@@ -23,7 +24,7 @@ public:
     virtual posix::FileError changeOwner(const std::string &path, uid_t owner, gid_t group);
     /// Takes special bits from the files of `tree`, as posix::limitSpecialBits does.
     virtual posix::FileError limitSpecialBits(const std::string &tree, const std::string &installed);
-    /// Lets everybody read the folder, and root write to it.
+    /// Makes the folder readable for everybody and writable only for root.
     virtual posix::FileError openToReaders(const std::string &folder);
     /// Takes the lock file at `path` for this process, made when it is not there; EWOULDBLOCK when another
     /// process has it.
@@ -31,7 +32,7 @@ public:
     virtual posix::FileError syncFileSystem(const std::string &path);
     posix::FileError syncDirectory(const std::string &path) override;
 
-    /// What is at `path`, of which the last component is not followed; changes nothing.
+    /// Examines the entry at `path` without following a link in the last component. Changes nothing.
     posix::FileError examine(const std::string &path, struct stat &info) const;
 };
 

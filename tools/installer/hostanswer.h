@@ -7,17 +7,18 @@
 
 namespace tx::installer {
 
-/// What the host that starts this tool reads on the tool's standard output before it ends: the line "ready",
-/// or why the tool cannot do its work. Whoever started it by hand reads the reason on the error output only.
+/// The answer to the host on the tool's standard output, which the host reads before it ends: the line
+/// "ready", or why the tool cannot work. A user who starts the tool by hand gets the reason on standard error
+/// only.
 class HostAnswer {
 public:
     /// A line that was reported; it becomes part of the reason unless "ready" is said.
     void note(const std::string &line);
-    /// Says "ready" and points the standard output at /dev/null. False when nobody reads it any more: the
-    /// host has gone, or it has given up and stays.
+    /// Writes "ready" and redirects standard output to /dev/null. Returns false if nobody reads it any more:
+    /// the host has ended, or has given up and continues.
     [[nodiscard]] bool ready();
-    /// True when "ready" was said into a pipe whose other end is closed, and was never read: the host gave up
-    /// at that moment, has told the user so, and must not be replaced when it ends one day.
+    /// Returns true if "ready" was written to a pipe whose other end was closed before anybody read it: the
+    /// host had just given up and told its user. It must not be replaced when it ends later.
     [[nodiscard]] bool unheard() const;
     /// Says what was noted.
     void refuse();

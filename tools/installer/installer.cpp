@@ -198,8 +198,8 @@ private:
         }
         if (putBack)
             m_context.log("an interrupted installation was undone");
-        // What is left is an unfinished copy, or the old application after the swap. Both can go once the
-        // application at the path is on disk.
+        // The staging folder and the backup contain an unfinished copy, or the old application after the
+        // swap. Both may be removed once the application at the path is synced to disk.
         std::vector<std::string> leftovers{m_staged, m_backup, m_gone};
         if (!isVerified())
             leftovers.push_back(verifiedPathFor(m_arguments.hostBundle));
@@ -272,7 +272,7 @@ private:
                                   posix::untrustedPart(m_arguments.newApplication, resolved, 0).empty());
     }
 
-    /// What root has verified and unpacked; the user's own copy of it is not installed.
+    /// True if root has verified and unpacked the update; the user's own copy is not installed then.
     bool isVerified() const { return !m_context.unpackedByUser.empty(); }
 
     /// Restores the new application to its old path, so that a later attempt finds it.

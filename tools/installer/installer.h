@@ -29,8 +29,8 @@ struct Session {
     std::optional<mode_t> mask; ///< with which the host made files (umask), where that was recorded
 };
 
-/// The rights of this process, so that a test can make a change of them fail. What is the user's own is
-/// touched with no more rights than the user has.
+/// The rights of this process, so that a test can make a change of them fail. Files of the user are accessed
+/// only with the user's rights.
 class Rights {
 public:
     virtual ~Rights() = default;
@@ -47,10 +47,11 @@ struct Context {
     Rights *rights = &processRights();
     std::chrono::milliseconds hostLimit = std::chrono::minutes(2); ///< how long the host may take to end
     std::string toolBundle; ///< this tool's copy, removed at the end; empty when it runs from elsewhere
-    /// What the user has unpacked of an update that was verified: removed at the end instead of installed.
-    /// Empty unless the new application is what root has unpacked, in verifiedPathFor() of the host bundle.
+    /// The user's own unpacked copy of a verified update. It is removed at the end and not installed. Empty
+    /// unless the new application is the one that root has unpacked into verifiedPathFor() of the host
+    /// bundle.
     std::string unpackedByUser;
-    std::string environmentRecord; ///< the recorded session, removed at the end; empty when there is none
+    std::string environmentRecord; ///< the recorded session, removed at the end; empty if there is none
     Session session;
     /// Opens an application; the reason when it cannot.
     std::function<std::string(const std::string &bundle, const Session &session)> open;
@@ -58,15 +59,16 @@ struct Context {
     /// Tells the host that it may end: called once the arguments are checked, the lock is held and the place
     /// is known to take the new application. False when no host listens; nothing is changed then.
     std::function<bool()> ready;
-    /// Whether the host has gone on without having heard that: asked while it runs and when it has ended.
+    /// Returns whether the host continued without having received the answer. Called while it runs and when
+    /// it has ended.
     std::function<bool()> unheard;
 };
 
-/// Takes the command line apart, without a look at any file; `why` says what is wrong with it.
+/// Parses the command line without accessing any file. `why` receives what is wrong with it.
 [[nodiscard]] bool parseArguments(const std::vector<std::string> &words, Arguments &arguments,
                                   std::string &why);
-/// Finds out whether the one bundle may replace the other. Reads their property lists, which a process with
-/// an administrator's rights must not. Folders that lead to the paths are replaced by where they lead.
+/// Checks whether one bundle may replace the other. Reads their property lists, which a process with root's
+/// rights must not do. Links to folders in the paths are resolved.
 [[nodiscard]] bool checkBundles(Arguments &arguments, std::string &why);
 /// Both, one after the other.
 [[nodiscard]] bool readArguments(const std::vector<std::string> &words, Arguments &arguments,
@@ -77,21 +79,21 @@ struct Context {
 [[nodiscard]] int prepare(const std::vector<std::string> &words, const std::string &environmentRecord,
                           Rights &rights, Arguments &arguments, Session &session, std::string &why);
 
-/// Why `arguments` are not those of a verified update: empty when the new application is in
-/// verifiedPathFor() of the host bundle and nobody but root can change it.
+/// Checks that the new application in `arguments` is in verifiedPathFor() of the host bundle and that only
+/// root can change it. Returns an empty string if so, else the reason.
 [[nodiscard]] std::string notVerified(const Arguments &arguments);
-/// Removes what was verified and is not installed, unless another installation has the lock by now.
+/// Removes a verified update that was not installed, unless another installation holds the lock.
 void discardVerified(const std::string &hostBundle, Files &files);
 
-/// Replaces the host bundle by the new application when the host has ended, and opens what stands there.
-/// At every instant a complete application stands at the host's path, or the next run puts one back.
+/// Waits for the host to end, replaces its bundle with the new application, and opens the application. The
+/// host's path always contains a complete application, or the next run restores one.
 [[nodiscard]] int install(const Arguments &arguments, Context &context);
 
 /// True when the process has ended, or ends within `limit`.
 [[nodiscard]] bool waitForEnd(pid_t process, std::chrono::milliseconds limit);
 
-/// Whose installation this is: the user whom pkexec names (PKEXEC_UID), else, as root, the owner of the new
-/// application. False, and `why`, when that is no user.
+/// Determines the user of this installation: the one in PKEXEC_UID; otherwise, when running as root, the
+/// owner of the new application. Returns false and sets `why` if there is no such user.
 [[nodiscard]] bool identifyUser(const Arguments &arguments, Session &session, std::string &why);
 
 /// The recorded environment beside the tool, when it is `user`'s own, complete, and nobody else may read or

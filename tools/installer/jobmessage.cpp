@@ -18,14 +18,14 @@ namespace tx::installer {
 
 namespace {
 
-/// The most that the kernel passes in one message.
+/// The kernel's limit for one message (SCM_MAX_FD).
 constexpr size_t mostDescriptors = 253;
 
-/// What `linux/magic.h` of some systems lacks.
+/// Missing in `linux/magic.h` of some systems.
 constexpr long bpfMagic = 0xcafe4a11;
 constexpr long configMagic = 0x62656570;
 
-/// Whether the file system holds what the kernel makes up when it is read.
+/// Returns whether the kernel generates the content of this file system's files.
 bool isMadeUp(const struct statfs &volume) {
     constexpr std::array<long, 10> kinds{
         PROC_SUPER_MAGIC,   SYSFS_MAGIC,    DEBUGFS_MAGIC,       TRACEFS_MAGIC, SECURITYFS_MAGIC,
@@ -33,7 +33,7 @@ bool isMadeUp(const struct statfs &volume) {
     return std::find(kinds.begin(), kinds.end(), static_cast<long>(volume.f_type)) != kinds.end();
 }
 
-/// Why packets cannot be received from it; empty for a local socket of packets.
+/// Returns why packets cannot be received from the descriptor; empty for a local packet socket.
 std::string problemOfSocket(int socket) {
     int kind = 0;
     int domain = 0;
@@ -45,7 +45,7 @@ std::string problemOfSocket(int socket) {
     return {};
 }
 
-/// Waits until there is something to receive; false when there is nothing within the limit.
+/// Waits for a message. Returns false if none arrives within the limit.
 bool awaitMessage(int socket, std::chrono::milliseconds limit) {
     using std::chrono::milliseconds;
     const auto deadline = std::chrono::steady_clock::now() + limit;
@@ -61,7 +61,7 @@ bool awaitMessage(int socket, std::chrono::milliseconds limit) {
     }
 }
 
-/// The descriptors that came with a message: this process must close each of them.
+/// Returns the descriptors that came with a message. This process owns them and must close each of them.
 std::vector<posix::Descriptor> descriptorsOf(struct msghdr &header) {
     std::vector<posix::Descriptor> result;
     for (struct cmsghdr *part = CMSG_FIRSTHDR(&header); part; part = CMSG_NXTHDR(&header, part)) {

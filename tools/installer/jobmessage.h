@@ -9,23 +9,24 @@
 
 namespace tx::installer {
 
-/// The most that a job takes in bytes: its words, each with the NUL behind it.
+/// The largest size of a job in bytes: its words, each terminated by NUL.
 constexpr size_t longestJob = 64 << 10;
 
-/// A job as it came from the host.
+/// A job that was received from the host.
 struct JobMessage {
     std::string words;
-    posix::Descriptor archive; ///< not open when none was sent
+    posix::Descriptor archive; ///< not open if the host sent none
 };
 
-/// Receives the one message that a job is, over the socket of packets `socket`, which keeps the limits of a
-/// message by itself. At most one descriptor may come with it, and only one that problemOfArchive() accepts.
-/// Every other one is closed. Empty on success; else why the message is refused, also when it does not come
-/// within `limit`.
+/// Receives a job, which is exactly one message, from the packet socket `socket`. One descriptor may come
+/// with it, and problemOfArchive() must accept that descriptor. All other descriptors are closed. Returns an
+/// empty string on success, else why the message is refused. A message that does not arrive within `limit` is
+/// refused, too.
 [[nodiscard]] std::string receiveJob(int socket, std::chrono::milliseconds limit, JobMessage &message);
 
-/// Empty when the descriptor reads a regular file on a disk or in memory; else what it is. What is read of
-/// pipes, devices and files that the kernel makes up (/proc) has no size, no end, or is not the sender's.
+/// Checks that the descriptor reads a regular file on a disk or in memory. Returns an empty string if so,
+/// else what the descriptor is. Pipes, devices and files that the kernel generates (/proc) may have no size
+/// or no end, or their content may not come from the sender.
 [[nodiscard]] std::string problemOfArchive(int descriptor);
 
 } // namespace tx::installer

@@ -7,7 +7,7 @@
 #include <string>
 #include <sys/types.h>
 
-/// What the jobs have in common.
+/// Functions that all jobs use.
 namespace tx::installer {
 
 /// Opens a program of this framework, or a folder that it works in. As root, only if only root can change it.
@@ -19,15 +19,15 @@ namespace tx::installer {
 
 [[nodiscard]] bool isProcess(const std::string &word);
 
-/// Logs why, with "refused" in front. JobRefused.
+/// Logs "refused" and the reason. Returns JobRefused.
 [[nodiscard]] int refuse(const JobContext &context, const std::string &why);
 
-/// Why the application, or a link in its place, must not be replaced: only the package manager may change
-/// what it installed. Empty if no package owns it or anything in it.
+/// Returns why the application, or a link at its path, must not be replaced: only the package manager may
+/// change what it has installed. Empty if no package owns it or anything in it.
 [[nodiscard]] std::string packageProblem(const std::string &application, const JobContext &context);
 
-/// Becomes the installer tool with these words behind its name. JobForbidden when others could have changed
-/// it, JobFailed when it cannot be started; both are logged.
+/// Replaces this process with the installer tool and passes these arguments. Returns JobForbidden if anyone
+/// but root could have changed the tool, and JobFailed if it cannot be started. Logs both.
 [[nodiscard]] int becomeInstaller(const JobContext &context, const std::vector<std::string> &words,
                                   const std::vector<std::string> &variables);
 

@@ -71,12 +71,12 @@ int main(int argc, char **argv) {
     if (prepared != StatusDone) {
         report(why);
         answer.refuse();
-        // What was verified for this installation has its place beside the host bundle.
+        // A verified update is always next to the host bundle.
         if (geteuid() == 0 && std::getenv(verifiedVariable) && !arguments.hostBundle.empty())
             discardVerified(arguments.hostBundle, files);
         return prepared;
     }
-    // Only TXUpdateAuthorize says so, to an installer that pkexec has started.
+    // Only TXUpdateAuthorize sets the variable, for an installer that pkexec has started.
     const char *unpacked = geteuid() == 0 ? std::getenv(verifiedVariable) : nullptr;
     if (unpacked) {
         context.unpackedByUser = unpacked;

@@ -6,15 +6,15 @@
 
 namespace tx::installer {
 
-/// The path of the running program; empty when it cannot be told.
+/// The path of the running program; empty if it cannot be determined.
 [[nodiscard]] std::string ownExecutable();
 
-/// Empty when nobody but root can change `executable`, which is the running program, or a folder above it;
-/// else what is wrong. What runs as root and fails this must do nothing.
+/// Returns an empty string if only root can change `executable`, which is the running program, and the
+/// folders above it; otherwise the problem. A program that runs as root must do nothing in that case.
 [[nodiscard]] std::string notRootsOwnProgram(const std::string &executable);
 
-/// Reads a user's number: decimal digits and nothing else, no sign, no leading zero, and not -1, which stands
-/// for nobody. False when it is none.
+/// Parses a user identifier: only decimal digits, no sign, no leading zero, and not -1, which means "no
+/// user". Returns false for anything else.
 [[nodiscard]] bool readUser(const char *text, uid_t &user);
 
 } // namespace tx::installer

@@ -13,19 +13,21 @@ struct OutputLimits {
     size_t size = 1 << 20; ///< bytes
 };
 
-/// Runs the program at `program`, with "/" as its folder and next to no environment, and gives all that it
-/// writes to either output. Empty on success, whatever its exit status; else why: it cannot be started, takes
-/// longer or writes more than it may. It is ended in any case, with what it started.
+/// Runs the program at `program` in the folder "/" with an almost empty environment, and returns its output
+/// from both streams. Returns an empty string on success, whatever the exit status. Otherwise returns the
+/// reason: it cannot be started, or exceeds the limits of time or size. The program and its child processes
+/// have ended in any case.
 [[nodiscard]] std::string outputOf(const std::string &program, const std::vector<std::string> &arguments,
                                    std::string &output, const OutputLimits &limits = {});
 
-/// What a program gets beside its arguments.
+/// What a program receives besides its arguments.
 struct ProgramInput {
-    int descriptor = -1;                ///< its standard input; by default nothing comes from there
-    std::vector<std::string> variables; ///< "NAME=value", beside PATH and LC_ALL
+    int descriptor = -1;                ///< used as standard input; by default standard input is empty
+    std::vector<std::string> variables; ///< "NAME=value", in addition to PATH and LC_ALL
 };
 
-/// The same with an input. `status`: its exit status, or 128 plus the signal that ended it.
+/// As above, with an input. `status` receives the exit status, or 128 plus the number of the signal that
+/// ended the program.
 [[nodiscard]] std::string runProgram(const std::string &program, const std::vector<std::string> &arguments,
                                      const ProgramInput &input, std::string &output, int &status,
                                      const OutputLimits &limits = {});

@@ -30,7 +30,7 @@ using trust::Fault;
 using trust::FaultKind;
 using trust::Outcome;
 
-/// The words of the job: "install-signed PID APPLICATION NEW-APPLICATION ARCHIVE PLAIN-SIGNATURE LENGTH
+/// Indices of the job's words: "install-signed PID APPLICATION NEW-APPLICATION ARCHIVE PLAIN-SIGNATURE LENGTH
 /// TEXT...".
 enum Word : size_t { Process = 1, Application, Unpacked, Archive, Plain, Length, FirstText };
 
@@ -43,7 +43,7 @@ std::string describe(const posix::FileError &error) {
     return error.path + ": " + std::strerror(error.number);
 }
 
-/// A limit that the application sets by a number in its Info.plist, as the host reads it.
+/// Reads a limit, a number in the application's Info.plist, in the same way as the host.
 uint64_t limitOf(const plain::Value &info, const char *key, uint64_t usual) {
     const plain::Value *value = info.member(key);
     const int64_t *number = value ? std::get_if<int64_t>(&value->content) : nullptr;
@@ -75,7 +75,7 @@ Outcome<trust::ArchiveSignatures> signaturesIn(const std::vector<std::string> &w
     return signatures;
 }
 
-/// The folders directly in `folder`, sorted. The links among them are none.
+/// Lists the folders directly in `folder`, sorted. Links are left out.
 Outcome<std::vector<std::string>> foldersIn(const posix::Descriptor &folder) {
     std::vector<std::string> names;
     if (const int number = posix::namesIn(folder.get(), names))
@@ -90,8 +90,8 @@ Outcome<std::vector<std::string>> foldersIn(const posix::Descriptor &folder) {
     return result;
 }
 
-/// How the framework's own program is called that unpacks an archive. The first bytes decide, not a name that
-/// anybody could give it; what is no zip, gzip, bzip2 or zstd archive is left to tar.
+/// The framework's program that unpacks an archive, with its arguments. The first bytes of the archive select
+/// it, because anybody can choose the file name. Everything but zip, gzip, bzip2 and zstd is passed to tar.
 struct Unpacking {
     std::string program; ///< relative to the framework's resources
     std::vector<std::string> arguments;
@@ -112,7 +112,7 @@ Unpacking unpackingOf(int archive, const std::string &folder) {
     return {"/Archives/tar", {"-xC", folder}};
 }
 
-/// One job, once all of its words are known to be in order.
+/// One job whose words have been checked.
 class SignedInstallation {
 public:
     SignedInstallation(const std::string &application, trust::AppInfo installed, const plain::Value &info,
@@ -130,7 +130,8 @@ public:
         if (const trust::Verdict refused = checkSize(archive))
             return report(*refused);
         const std::string lock = lockPathFor(m_application);
-        // It ends with this process, also when this one becomes the installer, which takes it again.
+        // This process or its successor, the installer, holds the lock until it ends. The installer locks
+        // again.
         posix::Descriptor held;
         if (const posix::FileError error = m_files.lock(lock, held)) {
             m_context.log(error.number == EWOULDBLOCK
@@ -163,11 +164,11 @@ private:
     }
 
     [[nodiscard]] trust::WantedArchive wanted() const {
-        // Its build is compared with the installed one's later; its feed is the user's choice.
+        // The build is compared with the installed one later. The user may choose the feed.
         return {m_installed.bundle, std::nullopt, std::nullopt};
     }
 
-    /// Before anything is copied: what the signatures promise, and whether the file can be that.
+    /// Checks before copying that the signatures are valid and that the file has the signed size.
     trust::Verdict checkSize(const posix::Descriptor &archive) const {
         const auto proof = trust::ArchiveProof::find(*m_installed.keys, m_signatures, wanted());
         if (!proof)
@@ -186,9 +187,10 @@ private:
         return std::nullopt;
     }
 
-    /// The path of the new application: root's, verified, in a folder that others can only read.
+    /// Returns the path of the verified new application. Root owns it, and other users can only read its
+    /// folder.
     Outcome<std::string> unpackVerified(const posix::Descriptor &archive) {
-        // What a run left that was ended.
+        // The folder may contain files of an interrupted run.
         posix::FileError error = m_files.removeTree(m_folder);
         if (!error)
             error = m_files.makeDirectory(m_folder);
@@ -206,7 +208,7 @@ private:
         const Outcome<std::string> fresh = findFresh(folder, *verified);
         if (!fresh)
             return fresh;
-        // Nobody else has seen the files with more than the installed ones have.
+        // Users must get no more permissions on the new files than on the installed ones.
         error = m_files.limitSpecialBits(*fresh, m_application);
         if (!error)
             error = m_files.openToReaders(m_folder);
@@ -234,8 +236,7 @@ private:
         return problem;
     }
 
-    /// The one application with the right identifier among what was unpacked, if it may take the place of the
-    /// installed one.
+    /// Returns the only unpacked application with the right identifier, if it may replace the installed one.
     Outcome<std::string> findFresh(const posix::Descriptor &folder, const trust::VerifiedArchive &archive) {
         const Outcome<std::vector<std::string>> names = foldersIn(folder);
         if (!names)
@@ -260,7 +261,7 @@ private:
             return Fault{FaultKind::Mismatch,
                          "the archive holds no application with the identifier " + m_installed.bundle};
         const std::string build = textOf(info, "CFBundleVersion");
-        // Malformed keys are as good as none: nobody could update the application with them.
+        // Malformed keys count as none: nobody could update the application with them.
         const Outcome<trust::AppInfo> own = trust::AppInfo::read(info);
         const trust::PublicKeys *keys = own && own->keys ? &*own->keys : nullptr;
         if (const trust::Verdict refused = archive.checkUnpacked(m_installed.bundle, build, keys))
@@ -340,7 +341,7 @@ int installSigned(const std::vector<std::string> &words, const std::string &appl
         return refuse(context, problem);
     if (!isSameEntry(bundle, named))
         return refuse(context, words[Application] + " is not the application that this program is a part of");
-    // Only to be removed later, with the user's own rights.
+    // The installer only removes these, with the user's own permissions.
     for (const auto &[path, type] :
          {std::pair(words[Unpacked], mode_t(S_IFDIR)), {words[Archive], mode_t(S_IFREG)}}) {
         if (const std::string problem = problemOf(path, type, context); !problem.empty())

@@ -11,20 +11,20 @@
 
 namespace tx::installer {
 
-/// The Info.plist of the bundle at `path`, whose open folder is `bundle`: nobody can put another bundle into
-/// its place meanwhile. No link is followed, and as root nobody but root may be able to write to it. Fault:
-/// File.
+/// Reads the Info.plist of the bundle at `path` through its open folder `bundle`, so that nobody can exchange
+/// the bundle during the call. Does not follow links. When running as root, only root may be able to write to
+/// the file. Fault: File.
 [[nodiscard]] trust::Outcome<plain::Value> readInfo(const posix::Descriptor &bundle, const std::string &path,
                                                     const JobContext &context);
 
-/// What the application that this program is a part of says about trust. Faults: File, Keys.
+/// Reads the keys and related values of the application that contains this program. Faults: File, Keys.
 [[nodiscard]] trust::Outcome<trust::AppInfo> trustOf(const std::string &application,
                                                      const JobContext &context);
 
-/// The job "install-signed": verifies `archive` with the keys of `application`, unpacks its own copy of it
-/// beside the application, and becomes the installer tool for what came out, if that is newer than the
-/// application. Whatever else the words say about the update does not count. The previous application is no
-/// update: the installer puts it back where an interrupted installation has kept it, whatever its build is.
+/// Does the job "install-signed": copies `archive`, verifies the copy with the keys of `application`, unpacks
+/// it next to the application, and becomes the installer tool for the unpacked application, if that is newer.
+/// Other statements in `words` about the update have no effect. Builds are not compared when the installer
+/// restores the previous application that an interrupted installation has kept.
 [[nodiscard]] int installSigned(const std::vector<std::string> &words, const std::string &application,
                                 const posix::Descriptor &archive, const JobContext &context);
 

@@ -8,7 +8,7 @@
 
 namespace tx::launcher {
 
-/// What the relaunch tool touches of the world. All must be set.
+/// The functions through which the relaunch tool acts. All must be set.
 struct Context {
     std::function<pid_t()> parent;
     /// Waits a second.
@@ -18,9 +18,9 @@ struct Context {
     std::function<void(const std::string &line)> log;
 };
 
-/// Waits until the parent, the process that the first argument names, has gone, and opens the bundle that the
-/// second names. The third, "debug", asks for lines in the log; any other asks for none. Returns the exit
-/// status: 1 for a wrong number of arguments, else 0.
+/// Waits until the parent process, whose identifier is the first argument, has ended, and opens the bundle at
+/// the second argument. If the third argument is "debug", it logs its steps. Returns the exit status: 1 for a
+/// wrong number of arguments, otherwise 0.
 int relaunch(const std::vector<std::string> &arguments, const Context &context);
 
 } // namespace tx::launcher

@@ -37,7 +37,7 @@ Fault cannot(const std::string &what, const std::string &path, int number) {
     return {FaultKind::File, path + " cannot be " + what + ": " + std::strerror(number)};
 }
 
-/// Whether a relative link of this name stays in the bundle wherever that is, by the names alone.
+/// Returns whether a relative link stays inside the bundle, wherever the bundle is. Looks only at the names.
 bool staysInside(const std::string &name, const std::string &target) {
     if (target.empty() || target.front() == '/')
         return false;
@@ -56,7 +56,7 @@ bool staysInside(const std::string &name, const std::string &target) {
     return true;
 }
 
-/// Collects everything below a folder.
+/// Lists everything below a folder.
 class Walk {
 public:
     explicit Walk(std::string bundle)
@@ -122,8 +122,8 @@ private:
     const std::string m_bundle;
 };
 
-/// Whether a file is a program that the kernel loads, and not a library: it names its loader, or has a fixed
-/// place in memory. Libraries that can be run as programs, too, have ".so" in their names.
+/// Returns whether a file is a program and not a library. A program names its loader or has a fixed load
+/// address. A library that can also be run as a program has ".so" in its name.
 Outcome<bool> isProgram(const std::string &path) {
     const posix::Descriptor file(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
     if (!file.isOpen())

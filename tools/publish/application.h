@@ -8,40 +8,41 @@
 #include <string>
 #include <vector>
 
-/// What publishers do with a built application: pack it, write its entry into the feed, and upload both. A
-/// publisher's tool only: no host loads any of it. Thread: main, unless a header says otherwise.
+/// Publishing of a built application: packing it, writing its entry into the feed, and uploading both. Only
+/// the publishers' tool contains this code. Thread: main, unless a header says otherwise.
 namespace tx::publishing {
 
-/// A bundle that is going to be published.
+/// A bundle to publish.
 struct Application {
     QString path;           ///< absolute
-    QString fileName;       ///< of the bundle, such as "MyApp.app"
-    QString name;           ///< for people: CFBundleName, else the file name without ".app"
-    QString displayVersion; ///< CFBundleShortVersionString, else the build
-    trust::AppInfo info;    ///< identifier, build, keys, and the feed's name
+    QString fileName;       ///< the bundle's name, such as "MyApp.app"
+    QString name;           ///< for people: CFBundleName, otherwise the file name without ".app"
+    QString displayVersion; ///< CFBundleShortVersionString, otherwise the build
+    trust::AppInfo info;    ///< identifier, build, keys and the feed's name
 };
 
-/// Fault: Keys, when the bundle has no identifier or no build, or its keys are malformed.
+/// Reads a bundle's Info.plist. Fault: Keys, if the bundle has no identifier or no build, or its keys are
+/// malformed.
 trust::Outcome<Application> readApplication(const QString &bundle);
 
-/// An entry of a bundle.
+/// A file, folder or link in a bundle.
 struct BundleEntry {
     enum class Kind { File, Folder, Link };
-    std::string name; ///< relative to the bundle; empty for the bundle itself
+    std::string name; ///< path relative to the bundle; empty for the bundle itself
     Kind kind = Kind::File;
     bool isExecutable = false;
-    qint64 size = 0;     ///< bytes of a file
+    qint64 size = 0;     ///< of a file, in bytes
     qint64 modified = 0; ///< seconds since 1970
-    std::string target;  ///< of a link
+    std::string target;  ///< the target of a link
 };
 
-/// All that a bundle holds, itself included, in the order of the names' bytes: the same for every machine.
-/// Fault: File, for what an installation refuses or an archive cannot keep: devices, pipes and sockets, links
-/// that are absolute or lead out of the bundle, what cannot be read.
+/// Lists a bundle and everything in it, sorted by the bytes of the names, so that the order is the same on
+/// every machine. Fault: File, for entries that an installation refuses or an archive cannot store (devices,
+/// pipes, sockets, absolute links and links that lead out of the bundle) and for entries that cannot be read.
 trust::Outcome<std::vector<BundleEntry>> listBundle(const QString &bundle);
 
-/// What would keep the application from being started after an update: an executable that is missing or that
-/// not everybody may execute, and the same for every other program in the bundle.
+/// Checks that the application can be started after an update: the executable must exist, and everybody must
+/// be allowed to execute it. The same applies to every other program in the bundle.
 [[nodiscard]] trust::Verdict checkPrograms(const Application &application,
                                            const std::vector<BundleEntry> &entries);
 

@@ -11,7 +11,7 @@
 #include <map>
 #include <string>
 
-// The library compiles its own reader where it is included, so it is included here alone.
+// Each file that includes the library compiles its parser, so only this file includes it.
 #define TOML_EXCEPTIONS 0
 #include <toml++/toml.h>
 
@@ -27,7 +27,7 @@ using trust::Outcome;
 
 QString toText(const std::string &text) { return QString::fromStdString(text); }
 
-/// What is read, and where relative paths begin.
+/// The configuration that is being read, and the folder for relative paths.
 struct Reading {
     Configuration configuration;
     QDir folder;
@@ -35,7 +35,7 @@ struct Reading {
     [[nodiscard]] QString path(const QString &text) const { return QDir::cleanPath(folder.filePath(text)); }
 };
 
-/// False for a value of another type than the member has.
+/// Reads one member. Returns false if the value has the wrong type.
 using Member = std::function<bool(const toml::node &, Reading &)>;
 
 Member text(QString Configuration::*member) {
@@ -66,7 +66,7 @@ Member number(std::optional<qint64> Configuration::*member) {
     };
 }
 
-/// One string, or a list of them.
+/// Reads one string or a list of strings.
 Member list(QStringList Configuration::*member, bool arePaths) {
     return [member, arePaths](const toml::node &node, Reading &reading) {
         const auto add = [&](const toml::node &element) {
@@ -96,7 +96,7 @@ bool readExpiry(const toml::node &node, Reading &reading) {
 }
 
 struct Row {
-    const char *type; ///< in words
+    const char *type; ///< name of the expected type for messages
     Member read;
 };
 

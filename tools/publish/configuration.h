@@ -10,31 +10,31 @@
 
 namespace tx::publishing {
 
-/// txupdate.toml: what the publishing commands need to know every time. Null and absent: not said. Paths are
-/// absolute, or relative to the current folder.
+/// The settings in txupdate.toml, which the publishing commands need each time. A null or absent member is
+/// not set. Paths are absolute, or relative to the current folder.
 struct Configuration {
     QString bundle;
-    QString to;         ///< a folder or a remote of rclone
-    QString url;        ///< under which the files of `to` are served
-    QString feed;       ///< name of the feed's file
-    QString feedName;   ///< in its signature
-    QString identifier; ///< of the application
+    QString to;         ///< a folder or an rclone remote
+    QString url;        ///< the URL at which the files of `to` are served
+    QString feed;       ///< file name of the feed
+    QString feedName;   ///< the name that the feed's signature carries
+    QString identifier; ///< the application's identifier
     QString track;
     QString tzstFrom;
     QString autodownload;
     QString minSystem;
     QStringList keys;
     QStringList archives;           ///< "tgz", "zip", "tzst"
-    std::optional<QString> expires; ///< days, or "never"
+    std::optional<QString> expires; ///< a number of days, or "never"
     std::optional<qint64> largestArchive;
     std::optional<qint64> largestUnpacked;
 };
 
-/// The configuration in a file. Relative paths in it are those of its folder. Faults: File; Input with the
-/// line, also for a name that is not known and a value of another type.
+/// Reads a configuration file. Relative paths in the file are relative to its folder. Faults: File; Input,
+/// which names the line, for a syntax error, an unknown name or a value of the wrong type.
 trust::Outcome<Configuration> readConfiguration(const QString &path);
 
-/// A TOML string with its quotes.
+/// Returns a TOML string with quotes.
 [[nodiscard]] QByteArray tomlString(const QString &text);
 
 } // namespace tx::publishing

@@ -19,7 +19,7 @@ QString memberOf(const JsonEntry &members, const QString &name) {
     return found == members.end() ? QString() : found->text;
 }
 
-/// Whether a lower bound of `later` lets through everything that one of `earlier` does.
+/// Returns whether the lower bound `later` admits everything that the lower bound `earlier` admits.
 bool coversFrom(const QString &later, const QString &earlier) {
     return later.isNull() || (!earlier.isNull() && compareVersions(later, earlier) <= 0);
 }
@@ -91,7 +91,7 @@ QString whyStillNeeded(const JsonEntry &earlier, const QString &build, const Bou
     if (compareVersions(build, version) <= 0)
         return u"is not older"_s;
     Bounds its = boundsOf(earlier);
-    // Whoever sees it has an older build than its own.
+    // Every application that sees the entry has an older build than the entry's.
     if (its.maxBuild.isNull() || compareVersions(version, its.maxBuild) < 0)
         its.maxBuild = version;
     if (!coversFrom(bounds.minBuild, its.minBuild) || !coversTo(bounds.maxBuild, its.maxBuild))

@@ -42,7 +42,7 @@ std::optional<trust::FeedClaim> claimOf(const trust::FirstLine &line) {
     return std::nullopt;
 }
 
-/// Where lists and their elements are in a document.
+/// The offsets of lists and their elements in a document.
 class Places {
 public:
     explicit Places(const PaddedDocument &document)
@@ -59,7 +59,7 @@ private:
     const char *m_begin;
 };
 
-/// `raw`: the text of a list. Adds the place of each of its elements, which are objects.
+/// Adds the position of each element of the list `raw`. All elements must be objects.
 bool addElements(std::string_view raw, qsizetype offset, QList<std::pair<qsizetype, qsizetype>> &elements) {
     const PaddedDocument copy(QByteArray(raw.data(), qsizetype(raw.size())));
     const Places places(copy);
@@ -151,8 +151,8 @@ Outcome<FeedDocument> FeedDocument::parse(const QByteArray &bytes) {
 QByteArray FeedDocument::listWith(const Track &track, const QList<QByteArray> &added,
                                   const QList<qsizetype> &kept) const {
     const auto between = [this](qsizetype begin, qsizetype end) { return m_body.mid(begin, end - begin); };
-    QByteArray lead = "\n    "; // between "[" and the first element
-    QByteArray tail = "\n  ";   // and between the last one and "]"
+    QByteArray lead = "\n    "; // text between "[" and the first element
+    QByteArray tail = "\n  ";   // text between the last element and "]"
     if (!track.elements.isEmpty()) {
         lead = between(track.begin + 1, track.elements.first().first);
         tail = between(track.elements.last().second, track.end - 1);
@@ -180,7 +180,7 @@ QByteArray FeedDocument::listWith(const Track &track, const QList<QByteArray> &a
 Outcome<QByteArray> FeedDocument::edited(const QString &name, const QList<QByteArray> &added,
                                          const QList<qsizetype> &dropped) const {
     QByteArray body = m_body;
-    QList<QByteArray> expected; // the entries' texts in the end
+    QList<QByteArray> expected; // the entries' texts after the edit
     bool isThere = false;
     QMap<QString, QList<qsizetype>> kept;
     for (qsizetype i = 0; i < m_entries.size(); ++i) {
@@ -206,7 +206,7 @@ Outcome<QByteArray> FeedDocument::edited(const QString &name, const QList<QByteA
         body.insert(end, (m_tracks.isEmpty() ? "\n  " : ",\n  ") + member);
     }
 
-    // The result has been put together from texts: what is in it must be what was meant.
+    // The result was assembled as text. Parse it to make sure that it contains the intended entries.
     for (const Track &track : m_tracks) {
         if (track.name == name)
             expected += added;

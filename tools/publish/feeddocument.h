@@ -13,37 +13,38 @@
 
 namespace tx::publishing {
 
-/// A JSON feed whose entries are added and removed in its text: members that nobody knows, their order, and
-/// the way in which it is written stay. Thread: a value.
+/// A JSON feed that is edited as text. Members that this program does not know, the order of members and the
+/// formatting are kept. Thread: a value.
 class FeedDocument {
 public:
     struct Entry {
         QString track;
-        qsizetype index = 0; ///< in its track
+        qsizetype index = 0; ///< position in its track
         JsonEntry members;
-        QByteArray text; ///< as it is written
+        QByteArray text; ///< its JSON text, unchanged
     };
 
-    /// `bytes`: of a feed, signed or not; empty for a new feed. A signature is kept, unverified, for the
-    /// serial that the next one must exceed. Fault: Input, when it is not a JSON feed, or has a track twice.
+    /// Parses a feed, signed or not. Empty `bytes` make a new feed. An existing signature is kept without
+    /// being verified, because the next signature must have a larger serial. Fault: Input, if the feed is not
+    /// JSON or has two tracks of the same name.
     static trust::Outcome<FeedDocument> parse(const QByteArray &bytes);
 
-    /// Of all tracks, in their order.
+    /// The entries of all tracks, in their order.
     [[nodiscard]] const QList<Entry> &entries() const { return m_entries; }
-    /// What its signature says, which is not verified; absent without one.
+    /// The content of the feed's signature, not verified. Absent if there is no signature.
     [[nodiscard]] const std::optional<trust::FeedClaim> &claim() const { return m_claim; }
 
-    /// The feed with these texts first in a track, which is made when it is missing, and without the entries
-    /// (indices of entries()) that are dropped. An earlier signature, which does not fit any more, is still
-    /// the first line. Fault: Input, when the result is not what was asked for.
+    /// Returns the feed with `added` inserted at the beginning of `track`, and without the entries in
+    /// `dropped` (indices of entries()). Creates the track if it is missing. The old signature line stays as
+    /// the first line although it no longer matches. Fault: Input, if the result does not parse as expected.
     [[nodiscard]] trust::Outcome<QByteArray> edited(const QString &track, const QList<QByteArray> &added,
                                                     const QList<qsizetype> &dropped) const;
 
 private:
     struct Track {
         QString name;
-        qsizetype begin = 0; ///< of its list in the body, from "[" ...
-        qsizetype end = 0;   ///< ... to behind "]"
+        qsizetype begin = 0; ///< offset of the "[" of its list in the body
+        qsizetype end = 0;   ///< offset after the "]" of its list
         QList<std::pair<qsizetype, qsizetype>> elements;
     };
     [[nodiscard]] QByteArray listWith(const Track &track, const QList<QByteArray> &added,

@@ -18,7 +18,7 @@ using trust::Verdict;
 
 Fault input(const QString &what) { return {FaultKind::Input, what.toStdString()}; }
 
-/// Whether applications can read the feed, and what they would drop of it.
+/// Parses the feed as applications do. `dropped` receives the entries that they would drop.
 Verdict readAsApplications(QByteArray document, bool isSecure, QStringList &dropped) {
     if (const auto line = trust::findUnreadLine({document.constData(), size_t(document.size())}))
         document.remove(
@@ -85,7 +85,7 @@ Verdict FeedReplacement::edit(const QString &track, const QList<QByteArray> &add
         (void)readAsApplications(*m_before.content, isSecure, before);
     if (Verdict refused = readAsApplications(*document, isSecure, after))
         return refused;
-    // What was dropped before is not this command's.
+    // Entries that were dropped before this edit are not its fault.
     for (const QString &reason : after) {
         if (!before.removeOne(reason))
             return input(u"applications would drop the new entry: "_s + reason);

@@ -6,27 +6,27 @@
 
 namespace tx::publishing {
 
-/// The feed that is at a target, and its replacement by an edited one, as long as nobody else replaces it
-/// meanwhile.
+/// Reads the feed at a target, and replaces it with an edited one unless somebody else has replaced it in the
+/// meantime.
 class FeedReplacement {
 public:
-    /// Occupies the target and reads the feed. Faults: File; Input, also when a feed is signed and the place
-    /// has nobody to sign it again.
+    /// Locks the target and reads the feed. Faults: File; Input, also if the feed is signed and `place` has
+    /// no signer.
     static trust::Outcome<FeedReplacement> begin(const FeedPlace &place, Target &target);
 
     [[nodiscard]] const FeedDocument &document() const { return m_document; }
     [[nodiscard]] bool exists() const { return m_before.content.has_value(); }
 
-    /// Edits and signs. The result has been read as applications read it. See FeedDocument::edited().
+    /// Edits and signs the feed, and parses the result as applications do. See FeedDocument::edited().
     [[nodiscard]] trust::Verdict edit(const QString &track, const QList<QByteArray> &added,
                                       const QList<qsizetype> &dropped);
 
-    /// Puts the edited feed in place of the one that was read, unless it was changed since.
+    /// Replaces the feed at the target with the edited one, unless it has changed since it was read.
     [[nodiscard]] trust::Verdict replace(Trace &trace);
-    /// Ends a replacement that an earlier run began. Nothing happens when there is none.
+    /// Completes a replacement that an earlier run began. Does nothing if there is none.
     [[nodiscard]] trust::Verdict finishInterrupted();
 
-    /// What is wrong with the way in which the feed is served now; empty when nothing is.
+    /// Problems with the way the server delivers the feed; empty if there are none.
     [[nodiscard]] QStringList doubtsAboutServer() const;
 
 private:

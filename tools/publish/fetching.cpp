@@ -88,7 +88,7 @@ Verdict fetchFile(const QUrl &url, const QString &path, qint64 most, Progress &p
     request.url = url;
     request.timeout = patience;
     request.sizeLimit = most;
-    // Bytes that a cache kept from before the upload are of no use.
+    // A cache may still hold the bytes from before the upload.
     request.headers = {{"Cache-Control", "no-cache"}};
     Download download(path, progress);
     if (const TXError error = download.run(request))

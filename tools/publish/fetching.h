@@ -10,28 +10,28 @@
 
 namespace tx::publishing {
 
-/// What a server answers to a GET, as applications ask it: over https, or from this machine. Runs an event
-/// loop. Faults: File, with the URL and the reason, also for any status but 200.
+/// The response of a server to a GET request as applications send it: over https, or from this machine. Runs
+/// an event loop. Faults: File, with the URL and the reason, also for any status other than 200.
 struct FetchedFile {
     quint64 size = 0;
     trust::Digest digest{};
 };
-/// The file at `url`, to a path. `most`: bytes; a longer one is a fault.
+/// Downloads the file at `url` to a path. `most` is the largest size in bytes; a longer file is a fault.
 [[nodiscard]] trust::Verdict fetchFile(const QUrl &url, const QString &path, qint64 most, Progress &progress);
-/// What it is, by way of a file at `scratch`, which is removed.
+/// Returns the size and digest of the file at `url`. Downloads it to `scratch`, which is removed.
 trust::Outcome<FetchedFile> fetchDigest(const QUrl &url, const QString &scratch, qint64 most,
                                         Progress &progress);
 
-/// The same of a local file.
+/// Returns the same for a local file.
 trust::Outcome<FetchedFile> digestOfFile(const QString &path, Progress &progress);
 
 struct FetchedPage {
     QByteArray content;
-    QByteArray type; ///< its Content-Type
+    QByteArray type; ///< Content-Type of the response
 };
 trust::Outcome<FetchedPage> fetchPage(const QUrl &url);
 
-/// A URL under which files can be published: https, or http on this machine alone. Fault: Input.
+/// Checks that files can be published under a URL: it must be https, or http on this machine. Fault: Input.
 [[nodiscard]] trust::Verdict checkPublicUrl(const QUrl &url, const QString &what);
 
 } // namespace tx::publishing

@@ -122,7 +122,7 @@ std::unique_ptr<Target> makeFolderTarget(const QString &folder) {
 QString temporaryName(const QString &name) { return u'.' + name + u".txupdate-new"_s; }
 
 bool isRemote(const QString &place) {
-    // As rclone decides it: a colon before the first slash.
+    // As in rclone: a colon before the first slash makes it a remote.
     const qsizetype colon = place.startsWith(u':') ? 0 : place.indexOf(u':');
     const qsizetype slash = place.indexOf(u'/');
     return colon >= 0 && (slash < 0 || colon < slash);

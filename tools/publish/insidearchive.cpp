@@ -22,7 +22,7 @@ using trust::Outcome;
 
 using Reader = std::unique_ptr<archive, int (*)(archive *)>;
 
-/// "My.app/Contents/Info.plist" or "My.app/Info.plist".
+/// Matches "My.app/Contents/Info.plist" and "My.app/Info.plist".
 bool isInfoOfApplication(std::string name) {
     if (name.starts_with("./"))
         name.erase(0, 2);

@@ -7,7 +7,8 @@
 
 namespace tx::publishing {
 
-/// The identifier of the application in an archive. Fault: Input, when it has no application at its top.
+/// Returns the identifier of the application in an archive. Fault: Input, if there is no application at the
+/// top of the archive.
 trust::Outcome<QString> identifierInArchive(const QString &path);
 
 } // namespace tx::publishing

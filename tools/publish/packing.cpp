@@ -32,7 +32,7 @@ using trust::FaultKind;
 using trust::Outcome;
 using trust::Verdict;
 
-/// Names in UTF-8 and times in UTC, as long as it lives.
+/// Sets a locale with UTF-8 and the time zone UTC as long as it exists.
 class FixedSurroundings {
 public:
     FixedSurroundings()
@@ -63,13 +63,13 @@ private:
     const locale_t m_before;
 };
 
-/// Where the archive's bytes go.
+/// Writes the archive's bytes to the file.
 struct Sink {
     std::unique_ptr<OutputFile> file;
     trust::DigestStream stream;
     TXError error;
-    /// Compresses what comes; null when that is done already. The archive library's own compressor leaves out
-    /// the checksum, without which a changed byte could pass.
+    /// Compresses the bytes; null if the archive library has done that already. The archive library's own
+    /// zstd compressor writes no checksum, so a changed byte might go unnoticed.
     std::unique_ptr<ZSTD_CCtx, size_t (*)(ZSTD_CCtx *)> zstd{nullptr, &ZSTD_freeCCtx};
 
     bool store(const void *bytes, size_t size) {
@@ -126,14 +126,14 @@ bool setUp(archive *writer, ArchiveType type) {
             archive_write_set_format_zip(writer) == ARCHIVE_OK &&
             archive_write_set_options(writer, "zip:compression=deflate,zip:hdrcharset=UTF-8") == ARCHIVE_OK;
     } else {
-        // This form of tar takes names as bytes, whatever the locale.
+        // The format stores names as bytes, independent of the locale.
         isGood = archive_write_set_format_gnutar(writer) == ARCHIVE_OK;
         if (type == ArchiveType::Tgz)
             isGood =
                 isGood && archive_write_add_filter_gzip(writer) == ARCHIVE_OK &&
                 archive_write_set_options(writer, "gzip:compression-level=9,gzip:!timestamp") == ARCHIVE_OK;
     }
-    // Archives end where their content does.
+    // No padding after the last block.
     return isGood && archive_write_set_bytes_in_last_block(writer, 1) == ARCHIVE_OK;
 }
 
@@ -291,7 +291,7 @@ Outcome<PackedArchive> packBundle(const Application &application, const std::vec
     if (sink.zstd && !sink.compress(nullptr, 0, ZSTD_e_end))
         return failed(writerFault(writer.get()));
     progress.end();
-    // What is uploaded keeps its mode, and servers read with rights of their own.
+    // The upload keeps the file's mode, and the web server's user must be able to read it.
     QFile::setPermissions(result.path,
                           QFile::ReadOwner | QFile::WriteOwner | QFile::ReadGroup | QFile::ReadOther);
     result.size = sink.stream.size();

@@ -21,7 +21,7 @@ QString amount(qint64 bytes) { return QLocale::c().formattedDataSize(bytes, 1, Q
 
 void write(int terminal, const QString &text) {
     const QByteArray bytes = text.toUtf8();
-    // A terminal that takes nothing shows nothing.
+    // If the terminal cannot be written to, nothing is shown.
     [[maybe_unused]] const ssize_t count = ::write(terminal, bytes.constData(), size_t(bytes.size()));
 }
 

@@ -7,20 +7,20 @@
 
 namespace tx::publishing {
 
-/// A bar on a terminal's last line for what takes longer than a second. Nothing is shown for shorter steps,
-/// or when standard error is not a terminal. Thread: one.
+/// Shows a progress bar in the last line of a terminal for steps that take longer than a second. Shows
+/// nothing for shorter steps, or if standard error is not a terminal. Thread: use on one thread.
 class Progress {
 public:
-    /// `terminal`: a descriptor; -1 shows nothing.
+    /// `terminal` is a file descriptor; -1 shows nothing.
     explicit Progress(int terminal);
     ~Progress();
     Progress(const Progress &) = delete;
     Progress &operator=(const Progress &) = delete;
 
-    /// A new step. `total`: bytes; 0 when that is not known.
+    /// Starts a step. `total` is in bytes; 0 if unknown.
     void begin(const QString &what, qint64 total);
     void add(qint64 bytes) { show(m_done + bytes); }
-    /// `done`: bytes of this step so far.
+    /// `done` is the number of bytes of this step so far.
     void show(qint64 done);
     /// Ends the step and clears its line.
     void end();

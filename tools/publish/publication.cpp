@@ -38,7 +38,7 @@ QString textOf(const JsonEntry &members, const QString &name) {
     return found == members.end() ? QString() : found->text;
 }
 
-/// An entry in a few words.
+/// Describes an entry in a few words.
 QString describe(const JsonEntry &members) {
     QString result = u"build "_s + textOf(members, u"build"_s);
     if (const QString version = textOf(members, u"version"_s); !version.isEmpty())
@@ -47,7 +47,7 @@ QString describe(const JsonEntry &members) {
     return address.isEmpty() ? result : result + u", "_s + urlFromFeedText(address).fileName();
 }
 
-/// One of the archives of a build, with its entry.
+/// One archive of a build, with its entry.
 struct Parcel {
     PackedArchive archive;
     QUrl url;
@@ -67,7 +67,7 @@ public:
 
     Outcome<PublishReport> run() {
         using Step = Verdict (Publication::*)();
-        // What needs no time comes first. Nothing before pack() may start a thread: see packBundle().
+        // Checks that are quick come first. No step before pack() may start a thread: see packBundle().
         for (const Step step :
              {&Publication::checkRequest, &Publication::checkNotesFile, &Publication::readFeed,
               &Publication::checkIdentity, &Publication::checkNotOlder, &Publication::pack,
@@ -101,7 +101,7 @@ public:
 
 private:
     static QString scratchPattern() {
-        // Not /tmp, which may be small.
+        // Not in /tmp, which may be small.
         const QString cache = QStandardPaths::writableLocation(QStandardPaths::GenericCacheLocation);
         QDir().mkpath(cache);
         return cache + u"/txupdate-publish-XXXXXX"_s;
@@ -213,7 +213,7 @@ private:
         return std::nullopt;
     }
 
-    /// The builds of the track.
+    /// Returns the track's entries that are builds.
     [[nodiscard]] QList<const FeedDocument::Entry *> builds() const {
         QList<const FeedDocument::Entry *> result;
         for (const FeedDocument::Entry &entry : m_feed->document().entries()) {
@@ -230,7 +230,7 @@ private:
                     .toStdString()};
     }
 
-    /// By what is signed in the feed.
+    /// Compares the identifier with the one in the configuration and in signatures.
     Verdict checkIdentity() {
         if (!m_request.identifier.isNull() && m_request.identifier != m_report.identifier)
             return isFor(u"the configuration"_s, m_request.identifier);
@@ -250,7 +250,7 @@ private:
         return std::nullopt;
     }
 
-    /// When nothing that is signed tells the identifier, the newest archive does.
+    /// Compares the identifier with that in the newest archive, if no signature says it.
     Verdict checkPublishedArchive() {
         const FeedDocument::Entry *newest = nullptr;
         for (const FeedDocument::Entry *entry : builds()) {
@@ -261,6 +261,7 @@ private:
         }
         if (m_isIdentityKnown || !newest)
             return std::nullopt;
+        // No signature in the feed names the application, so look into the archive.
         const QUrl url = urlFromFeedText(textOf(newest->members, u"downloadURL"_s));
         const QString name = url.fileName();
         const QString copy = m_scratch.filePath(u"published"_s);
@@ -313,7 +314,7 @@ private:
         return std::nullopt;
     }
 
-    /// What a server, or the target, has of a file.
+    /// Returns size and digest of a file, as the server or the target has it.
     Outcome<FetchedFile> fetch(const QString &name, const QUrl &url, quint64 size) {
         m_progress.begin(u"Checking "_s + name, qint64(size));
         Outcome<FetchedFile> found = m_place.isServed ? fetchDigest(url, m_scratch.filePath(u"fetched"_s),
@@ -323,7 +324,7 @@ private:
         return found;
     }
 
-    /// Null when exactly these bytes are there, signed as the entry says.
+    /// Returns no fault if the target has exactly these bytes and the entry's signatures verify them.
     Verdict check(const Parcel &parcel) {
         const PackedArchive &archive = parcel.archive;
         const Outcome<FetchedFile> found = fetch(archive.name, parcel.url, archive.size);
@@ -347,7 +348,7 @@ private:
         return std::nullopt;
     }
 
-    /// The entry of this build for an archive; null when there is none.
+    /// Returns the entry of this build that names the archive, or null.
     [[nodiscard]] const FeedDocument::Entry *entryOf(const Parcel &parcel) const {
         const auto all = builds();
         const auto found = std::ranges::find_if(all, [&](const FeedDocument::Entry *entry) {
@@ -357,7 +358,8 @@ private:
         return found == all.end() ? nullptr : *found;
     }
 
-    /// The same archive under the same URL, in an entry of this build: an earlier run came to its end.
+    /// Returns whether the feed already names the same archive at the same URL for this build: an earlier run
+    /// was complete.
     Outcome<bool> isPublishedAlready() {
         for (const Parcel &parcel : std::as_const(m_parcels)) {
             if (!entryOf(parcel))
@@ -403,7 +405,7 @@ private:
         return local && published && local->digest == published->digest;
     }
 
-    /// Publishers correct notes: what they point to is not signed, and may change.
+    /// Release notes are not signed, so a publisher may correct them after the build is published.
     Outcome<PublishReport> replaceNotes() {
         say(u"build %1 is published already, with other notes"_s.arg(m_report.build));
         say(u"upload %1"_s.arg(m_notesName));
@@ -414,13 +416,13 @@ private:
         return m_report;
     }
 
-    /// Before an archive is packed: the feed has a newer one.
+    /// Refuses a build that is older than one in the feed. Comes before packing, which takes long.
     Verdict checkNotOlder() { return checkOrder(-1); }
 
-    /// No application may see this build beside one that is as new.
+    /// No application may see this build together with one that is equally new or newer.
     Verdict checkGreater() { return checkOrder(0); }
 
-    /// `most`: how the build may at most compare with one that is refused beside it.
+    /// `most`: refuse the build if comparing it with another build gives at most this.
     Verdict checkOrder(int most) {
         for (const FeedDocument::Entry *entry : builds()) {
             const QString build = textOf(entry->members, u"build"_s);
@@ -459,7 +461,7 @@ private:
             else if (m_request.types.contains(ArchiveType::Tzst))
                 words.bounds.maxBuild = earlier(m_request.tzstFrom, words.bounds.maxBuild);
             parcel.entry = buildEntry(words, parcel.url, parcel.signatures);
-            // The first one of two that an application sees is the one that it takes.
+            // An application takes the first of two entries that it sees.
             if (parcel.archive.type == ArchiveType::Tzst)
                 added.prepend(parcel.entry);
             else
@@ -521,7 +523,7 @@ private:
         const Outcome<FetchedFile> local = digestOfFile(m_request.notes, silent);
         if (!local)
             return local.fault();
-        // A copy with a mode that servers can read.
+        // Copied to set a mode that web servers can read.
         const QString copy = m_scratch.filePath(m_notesName);
         if (const TXError error = services().fileSystem->copy(m_request.notes, copy))
             return Fault{FaultKind::File, error.localizedDescription().toStdString()};
@@ -547,7 +549,7 @@ private:
             const Outcome<std::optional<quint64>> size = m_target.sizeOf(archive.name);
             if (!size)
                 return size.fault();
-            // An earlier run was interrupted after it had uploaded this one.
+            // An earlier run uploaded this file and was then interrupted.
             if (*size == archive.size && !check(parcel))
                 continue;
             const auto &entries = m_feed->document().entries();
@@ -577,9 +579,9 @@ private:
     const QTemporaryDir m_scratch;
     Application m_application;
     QUrl m_notesUrl;
-    QString m_notesName; ///< of an uploaded file
+    QString m_notesName; ///< name at the target of a file that is uploaded
     QList<Parcel> m_parcels;
-    bool m_isIdentityKnown = false; ///< without a look into an archive
+    bool m_isIdentityKnown = false; ///< from the request or from signatures
     std::optional<FeedReplacement> m_feed;
     PublishReport m_report;
 };

@@ -12,41 +12,43 @@
 
 namespace tx::publishing {
 
-/// Signs a feed: the bytes of one with or without an earlier signature, to those that are published.
+/// Signs a feed. Takes the bytes of a feed, with or without an earlier signature, and returns the bytes to
+/// publish.
 using FeedSigner = std::function<trust::Outcome<QByteArray>(const QByteArray &document)>;
 
-/// Where a feed is, and who signs it.
+/// Where a feed is published, and how it is signed.
 struct FeedPlace {
-    QString feed = QStringLiteral("feed.json");   ///< its name at the target
-    QUrl base;                                    ///< under which the target's files are served
-    QString feedName = QStringLiteral("release"); ///< that a signature carries
-    FeedSigner sign;                              ///< null: the feed has no signature
-    std::function<void(const QString &line)> say; ///< what a person reads while it goes on
-    bool isDryRun = false;                        ///< ends before anything is changed
-    bool isServed = true; ///< false: files are read back from the target instead of by GET
+    QString feed = QStringLiteral("feed.json");   ///< file name at the target
+    QUrl base;                                    ///< the URL at which the target's files are served
+    QString feedName = QStringLiteral("release"); ///< the name that the signature carries
+    FeedSigner sign;                              ///< null if the feed is not signed
+    std::function<void(const QString &line)> say; ///< shows a message to the user during the work
+    bool isDryRun = false;                        ///< stops before anything is changed
+    bool isServed = true;                         ///< false: files are read back from the target, not by GET
 };
 
 struct PublishRequest {
     FeedPlace place;
     QString bundle;
     QList<ArchiveType> types{ArchiveType::Tgz};
-    QString tzstFrom; ///< the first build that can unpack .tzst; others get the archive of the other type
+    QString
+        tzstFrom; ///< the first build that can unpack .tzst; older builds get the archive of the other type
     QString track = QStringLiteral("release");
-    QString title;   ///< null: name and version
-    QString version; ///< null: the bundle's
-    QDateTime date;  ///< invalid: now
+    QString title;   ///< if null, the application's name and version
+    QString version; ///< if null, the bundle's
+    QDateTime date;  ///< if invalid, the current time
     QString description;
     QString notes; ///< null, a local file, or a URL
     QString notesSize;
     QString autodownload;
     Bounds bounds;
-    QString identifier; ///< that the bundle must have; null: that of what the feed has already
+    QString identifier; ///< the identifier that the bundle must have; if null, that of the published entries
     PublishedLimits limits;
-    std::optional<qint64> newest; ///< for packing; seconds since 1970
+    std::optional<qint64> newest; ///< newest time in the archive, in seconds since 1970
     const std::vector<trust::SecretKey> *keys = nullptr;
 };
 
-/// What was done, or would be.
+/// The changes that were made, or that a dry run would make.
 struct PublishReport {
     enum class State { Published, Unchanged, DryRun };
     struct File {
@@ -61,31 +63,32 @@ struct PublishReport {
     QUrl feed;
     QList<File> archives;
     QUrl notes;
-    QStringList dropped; ///< entries that the new one replaces, in words
-    QStringList kept;    ///< and those that somebody still needs, with the reason
+    QStringList dropped; ///< descriptions of the entries that the new one replaces
+    QStringList kept;    ///< descriptions of the entries that some applications still need, with the reason
     QStringList warnings;
 };
 
-/// How far it came, for the advice that goes with a fault.
+/// The steps that were completed, so that a fault can advise the user.
 struct Trace {
-    bool hasUploaded = false;     ///< repeat the same command
-    bool hasReplacedFeed = false; ///< the new feed is out
+    bool hasUploaded = false;     ///< the user should repeat the same command
+    bool hasReplacedFeed = false; ///< the new feed is published
 };
 
-/// Packs, signs and uploads a build, and then replaces the feed. Before the feed is replaced it names nothing
-/// that is not there, whole and signed; what is interrupted at any point and repeated ends in the same
-/// state. Nothing is changed when it refuses. Faults: any kind.
+/// Packs, signs and uploads a build, and then replaces the feed. The feed names an archive only when the
+/// archive is complete at the target and signed. After an interruption at any point, repeating the command
+/// leads to the same result. Changes nothing if it refuses. Faults: any kind.
 trust::Outcome<PublishReport> publish(const PublishRequest &request, Target &target, Progress &progress,
                                       Trace &trace);
 
-/// Takes a build out of a track of the feed, and with `removesArchives` its archives from the target.
+/// Removes a build from a track of the feed. With `removesArchives` also removes the build's archives from
+/// the target.
 trust::Outcome<PublishReport> withdraw(const FeedPlace &place, const QString &track, const QString &build,
                                        bool removesArchives, Target &target, Trace &trace);
 
-/// Signs the feed again. A feed that is not there is begun with an empty track when `begins` is set.
+/// Signs the feed again. If there is no feed and `begins` is set, publishes a feed with an empty track.
 trust::Outcome<PublishReport> resign(const FeedPlace &place, bool begins, Target &target, Trace &trace);
 
-/// The URL of a file at the target.
+/// Returns the URL of a file at the target.
 [[nodiscard]] QUrl urlOf(const FeedPlace &place, const QString &name);
 
 } // namespace tx::publishing

@@ -45,7 +45,7 @@ public:
     QString description() const override { return m_remote; }
 
     Verdict occupy() override {
-        // The first call: it says whether the program and the remote are there, and what the remote can do.
+        // The first call shows whether the program and the remote exist, and returns the remote's features.
         const Outcome<Ended> ended = run({u"backend"_s, u"features"_s, m_remote});
         if (!ended)
             return ended.fault();
@@ -53,8 +53,8 @@ public:
             return faultOf(u"reach"_s, *ended);
         const QJsonObject all = QJsonDocument::fromJson(ended->output).object();
         const QJsonObject features = all.value(u"Features"_s).toObject();
-        // Buckets and servers of HTTP take a new content when all of it has come. Newer rclones do that
-        // wherever a file can be renamed.
+        // Object stores and HTTP servers replace a file atomically at the end of the upload. Newer versions
+        // of rclone do so for all remotes that can rename files.
         m_replacesAtOnce = features.value(u"BucketBased"_s).toBool() ||
                            features.value(u"PartialUploads"_s).toBool() ||
                            all.value(u"String"_s).toString().startsWith(u"webdav"_s);
@@ -70,7 +70,7 @@ public:
         const QJsonObject file = QJsonDocument::fromJson(ended->output).object();
         if (ended->status != doneStatus)
             return faultOf(u"look at"_s, *ended);
-        // Old versions answer null for a file that is not there; an object store has no folders.
+        // Old versions print null for a missing file. An object store has no folders.
         if (file.isEmpty() || file.value(u"IsDir"_s).toBool())
             return std::optional<quint64>();
         return std::optional(quint64(file.value(u"Size"_s).toInteger()));
@@ -102,7 +102,8 @@ public:
             return feed.fault();
         if (*feed || m_replacesAtOnce)
             return StoredFeed{*feed};
-        // Killed between the removal of the earlier feed and the new one's renaming?
+        // An earlier run may have been killed after it removed the old feed and before it renamed the new
+        // one.
         Outcome<std::optional<QByteArray>> other = read(temporaryName(name));
         if (!other)
             return other.fault();
@@ -187,7 +188,7 @@ private:
         if (ended->status != doneStatus)
             return faultOf(u"read"_s, *ended);
         if (ended->output.isEmpty()) {
-            // Some remotes call a file that is not there empty.
+            // Some remotes return an empty file for a missing one.
             const Outcome<std::optional<quint64>> size = sizeOf(name);
             if (!size)
                 return size.fault();
@@ -197,9 +198,9 @@ private:
         return std::optional(ended->output);
     }
 
-    /// `action`: in words, for a fault.
+    /// `action` describes the operation in an error message.
     Verdict copy(const QString &action, const QString &from, const QString &to, Progress *progress) {
-        // What is there may have the same size and time and yet be something else.
+        // The existing file may have the same size and time and yet different content.
         QStringList words{u"copyto"_s, u"--ignore-times"_s, from, to};
         if (progress)
             words << u"--use-json-log"_s << u"--log-level"_s << u"INFO"_s << u"--stats"_s << u"500ms"_s

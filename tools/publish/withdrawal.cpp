@@ -18,7 +18,7 @@ void say(const FeedPlace &place, const QString &line) {
         place.say(line);
 }
 
-/// Replaces the feed, and says how it is served.
+/// Replaces the feed and reports problems with the way it is served.
 Verdict finish(const FeedPlace &place, FeedReplacement &feed, PublishReport &report, Trace &trace) {
     report.state = PublishReport::State::DryRun;
     if (place.isDryRun)
@@ -58,7 +58,7 @@ Outcome<PublishReport> withdraw(const FeedPlace &place, const QString &track, co
             continue;
         }
         dropped << i;
-        // Only what is at this target, and not elsewhere under the same name.
+        // Only archives at this target, not files of the same name elsewhere.
         if (url == urlOf(place, url.fileName()))
             names << url.fileName();
         report.dropped << u"build %1, %2"_s.arg(build, url.fileName());

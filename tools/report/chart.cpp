@@ -9,7 +9,7 @@ namespace tx::report {
 
 namespace {
 
-// In pixels.
+// All sizes are in pixels.
 constexpr int width = 960;
 constexpr int heightOfChart = 400;
 constexpr int left = 80;
@@ -17,9 +17,10 @@ constexpr int top = 60;
 constexpr int plotWidth = 700;
 constexpr int plotHeight = 280;
 constexpr int legendLeft = left + plotWidth + 24;
-constexpr int maximumLabels = 8; ///< of days
+constexpr int maximumLabels = 8; ///< labels of days
 
-/// Colours that people who confuse red and green can tell apart; the last one is for all other versions.
+/// Colours that people with red-green colour blindness can distinguish. The last one is for all other
+/// versions.
 constexpr std::array<const char *, 8> colors{"#0072b2", "#e69f00", "#009e73", "#cc79a7",
                                              "#56b4e9", "#d55e00", "#b8a100", "#999999"};
 constexpr size_t namedVersions = colors.size() - 1;
@@ -50,7 +51,8 @@ std::string rounded(double number) {
     return text.data();
 }
 
-/// The distance of the lines: 1, 2 or 5 times a power of ten, at most five of them.
+/// Returns the distance of the grid lines: 1, 2 or 5 times a power of ten, so that there are at most five
+/// lines.
 int64_t stepFor(int64_t most) {
     for (int64_t power = 1;; power *= 10) {
         for (const int64_t factor : {1, 2, 5}) {
@@ -79,7 +81,7 @@ public:
         std::stable_sort(byNumber.begin(), byNumber.end(),
                          [](const Share &a, const Share &b) { return a.installations > b.installations; });
         byNumber.resize(std::min(byNumber.size(), namedVersions));
-        // In the order of the summary: newest first.
+        // The summary lists the newest version first.
         for (const Share &share : summary.versions) {
             if (std::any_of(byNumber.begin(), byNumber.end(),
                             [&](const Share &other) { return other.name == share.name; }))
@@ -129,7 +131,7 @@ private:
         m_hasOthers |= parts[namedVersions] > 0;
         std::string result;
         int64_t below = 0;
-        // The newest version is on top, as in the legend.
+        // The newest version is at the top, as in the legend.
         for (size_t i = parts.size(); i-- > 0;) {
             if (parts[i] == 0)
                 continue;

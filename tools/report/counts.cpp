@@ -14,12 +14,13 @@ namespace tx::report {
 
 namespace {
 
-/// "TXrp" in the file's header, and the version of the tables.
+/// "TXrp" in the file header, and the schema version.
 constexpr int applicationId = 0x54587270;
 constexpr int formatVersion = 1;
-/// So long waits a process for another one that reads logs into the same file.
+/// How long a process waits, in milliseconds, for another one that writes to the same file.
 constexpr int patience = 60'000;
-/// Rows are sorted before they are stored: in the order of the tree, a page is written once.
+/// Rows are collected and sorted before they are stored. In the order of the B-tree, each page is written
+/// only once.
 constexpr size_t rowsAtOnce = 1'000'000;
 constexpr size_t textsAtOnce = 100'000;
 
@@ -62,7 +63,7 @@ Installation bytesOf(const std::array<uint64_t, 2> &numbers) {
 
 std::unique_ptr<Counts> Counts::open(const std::string &path, std::string &error) {
     if (!path.empty()) {
-        // SQLite would let everybody read a file that it makes.
+        // Created here, because SQLite would create the file readable for everybody.
         const int file = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
         if (file < 0) {
             error = errno == ELOOP ? "it is a link; name the file itself" : std::strerror(errno);
@@ -142,10 +143,10 @@ bool Counts::commit() { return flush() && run("COMMIT"); }
 
 void Counts::rollBack() {
     m_rows.clear();
-    // The identifiers of texts that were new are taken back, too.
+    // The rollback also removes the identifiers of new strings.
     m_ids.clear();
     m_texts.clear();
-    // Fails when SQLite has already rolled back.
+    // Fails if SQLite has already rolled back.
     sqlite3_exec(m_database, "ROLLBACK", nullptr, nullptr, nullptr);
 }
 
@@ -267,7 +268,7 @@ bool Counts::store(LogState &log, const std::string &headDigest, size_t headSize
 }
 
 bool Counts::applications(std::vector<std::pair<Id, std::string>> &names) {
-    // Each step skips all rows of an application.
+    // Each step of the query skips all rows of one application.
     sqlite3_stmt *select =
         statement("WITH RECURSIVE seen (id) AS (SELECT min(application) FROM activity UNION ALL "
                   "SELECT (SELECT min(application) FROM activity WHERE application > seen.id) "

@@ -20,7 +20,7 @@ struct sqlite3_stmt;
 
 namespace tx::report {
 
-/// How far a log was read, and what was found in it up to there.
+/// How far a log has been read, and the counts up to there.
 struct LogState {
     int64_t id = 0; ///< 0: not stored yet
     int64_t position = 0;
@@ -31,14 +31,14 @@ struct LogState {
     int64_t malformed = 0;
 };
 
-/// Which installation was active on which day with which version, and which system it has; and how far each
-/// log was read. An SQLite database that only its owner can read. The same row twice is one row, so nothing
-/// is counted twice when a log is read again. Thread: any, one at a time; several processes take turns.
-/// Errors: a failed call changes nothing; error() says what happened.
+/// The activity of installations (installation, day, version), their systems, and how far each log has been
+/// read. The data is in an SQLite database that only its owner can read. Equal rows are stored once, so
+/// reading a log again counts nothing twice. Thread: any, one at a time; several processes may use the same
+/// file and wait for each other. Errors: a failed call changes nothing; see error().
 class Counts {
 public:
-    /// Creates the file if there is none. Empty path: in memory. Null when it cannot be opened or holds
-    /// something else; `error` says why.
+    /// Opens the file, or creates it if it does not exist. An empty path means a database in memory. Returns
+    /// null and sets `error` if the file cannot be opened or is something else.
     [[nodiscard]] static std::unique_ptr<Counts> open(const std::string &path, std::string &error);
     ~Counts();
     Counts(const Counts &) = delete;
@@ -46,17 +46,18 @@ public:
 
     [[nodiscard]] const std::string &error() const { return m_error; }
 
-    /// Everything between the two becomes visible, and is on disk, at once or not at all.
+    /// Changes between begin() and commit() are written to disk atomically.
     [[nodiscard]] bool begin();
     [[nodiscard]] bool commit();
     void rollBack();
 
-    /// A check with its day.
+    /// Adds a check that has a day.
     [[nodiscard]] bool add(const Check &check);
-    /// The system of an installation without a day, which holds until it is known for a day.
+    /// Adds the system of an installation from a profile without a day. It applies until a profile with a day
+    /// is known.
     [[nodiscard]] bool addSystem(const Check &check);
 
-    /// The sizes of beginnings by which logs are known.
+    /// Lists the lengths of log beginnings whose digests are stored.
     [[nodiscard]] bool headSizes(std::vector<size_t> &sizes);
     [[nodiscard]] bool logsWithHead(const std::string &digest, size_t size, std::vector<LogState> &logs);
     [[nodiscard]] bool store(LogState &log, const std::string &headDigest, size_t headSize);
@@ -71,16 +72,16 @@ public:
         Day day;
         Id system;
     };
-    /// The applications in order of their names.
+    /// Lists the applications, sorted by name.
     [[nodiscard]] bool applications(std::vector<std::pair<Id, std::string>> &names);
-    /// Absent when it was never active.
+    /// Returns the last day of activity; absent if there was none.
     [[nodiscard]] bool lastDay(Id application, std::optional<Day> &day);
     /// Calls `use` for each day of activity in the period, ordered by installation and day.
     [[nodiscard]] bool forEach(Id application, Day first, Day last,
                                const std::function<void(const Activity &)> &use);
-    /// What an installation's profiles said, ordered by day.
+    /// Lists the systems in an installation's profiles, ordered by day.
     [[nodiscard]] bool systemsOf(const Installation &installation, std::vector<SystemSince> &systems);
-    /// A name, version or system.
+    /// Returns a stored name, version or system.
     [[nodiscard]] const std::string &text(Id id);
 
 private:
@@ -88,9 +89,9 @@ private:
         : m_database(database) {}
     bool setUp();
     bool run(const char *sql);
-    /// A statement, compiled once; null with an error.
+    /// Returns a statement that is compiled on first use; null after an error.
     sqlite3_stmt *statement(const char *sql);
-    /// Runs a statement that gives no rows.
+    /// Runs a statement that returns no rows.
     bool finish(sqlite3_stmt *statement);
     bool fail();
     bool idOf(std::string_view text, Id &id);
@@ -99,7 +100,7 @@ private:
     struct Row {
         Id application;
         std::array<uint64_t, 2>
-            installation; ///< the bytes as numbers, which compare faster in the same order
+            installation; ///< the bytes as two numbers, which compare faster and in the same order
         Day day;
         Id version;
         auto operator<=>(const Row &) const = default;

@@ -11,16 +11,16 @@ namespace tx::report {
 namespace {
 
 constexpr int64_t secondsOfDay = 86400;
-/// 1970 to 9999: what the written forms can hold.
+/// The textual forms can express the years 1970 to 9999.
 constexpr int64_t lastSecond = 253402300799;
 
-/// Reads a text from its start to its end.
+/// Parses a string from start to end.
 class Scanner {
 public:
     explicit Scanner(std::string_view text)
         : m_rest(text) {}
 
-    /// Exactly so many digits.
+    /// Reads a number of exactly `digits` digits.
     bool number(size_t digits, int &value) {
         if (m_rest.size() < digits)
             return false;
@@ -57,7 +57,7 @@ public:
         while (one("0123456789")) {
         }
     }
-    /// "Z", "+0100" or "+01:00".
+    /// Reads "Z", "+0100" or "+01:00".
     bool zone(int &seconds) {
         seconds = 0;
         if (one("Zz"))

@@ -6,7 +6,7 @@
 
 namespace tx::report {
 
-/// A JSON string with its quotes.
+/// Returns a JSON string with quotes.
 [[nodiscard]] std::string jsonText(std::string_view text);
 
 } // namespace tx::report

@@ -64,7 +64,7 @@ std::optional<LogFile> LogFile::open(const std::string &path, std::string &error
 bool LogFile::fill() {
     if (m_isAtEnd)
         return false;
-    // What was compared before the mark stays, and so does what has not been dealt with.
+    // Keep the compared bytes before the mark, and everything that has not been processed.
     const size_t keepFrom = m_mark - std::min(m_mark, comparedSize);
     if (keepFrom > 0 && m_buffer.size() - m_end < blockSize) {
         std::memmove(m_buffer.data(), m_buffer.data() + keepFrom, m_end - keepFrom);
@@ -93,7 +93,7 @@ bool LogFile::fill() {
 }
 
 std::optional<LogFile::Line> LogFile::next(size_t limit) {
-    size_t searched = 0; // bytes after m_next without an end of line
+    size_t searched = 0; // number of bytes after m_next that are known to contain no line end
     for (;;) {
         const char *start = m_buffer.data() + m_next;
         const size_t available = m_end - m_next;
@@ -111,7 +111,7 @@ std::optional<LogFile::Line> LogFile::next(size_t limit) {
             return Line{{start, std::min(size, limit + 1)}, true};
         }
         if (m_isSkipping) {
-            // The line was refused: where it ends no longer matters, and it may be as long as the disk is
+            // The line was refused. Its content is no longer needed, and it may be as long as the disk is
             // large.
             m_next = m_end;
             mark();

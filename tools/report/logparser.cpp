@@ -18,7 +18,8 @@ constexpr size_t maximumVersionSize = 100;
 constexpr size_t maximumNameSize = 200;
 constexpr size_t maximumSystemSize = 64;
 
-/// Of every byte: its value as a hexadecimal digit, or -1. Half of a check's line is its number.
+/// The value of each byte as a hexadecimal digit, or -1. A table, because half of a check's line is its
+/// identifier.
 constexpr std::array<int8_t, 256> hexDigits = [] {
     std::array<int8_t, 256> table{};
     table.fill(-1);
@@ -38,7 +39,7 @@ size_t backslashesBefore(std::string_view text, size_t end) {
     return count;
 }
 
-/// 8-4-4-4-12 hexadecimal digits.
+/// Parses 8-4-4-4-12 hexadecimal digits.
 bool readInstallation(std::string_view text, Installation &installation) {
     constexpr size_t sizeOfText = 36;
     if (text.size() != sizeOfText)
@@ -60,7 +61,8 @@ bool readInstallation(std::string_view text, Installation &installation) {
     return true;
 }
 
-/// Text for people: UTF-8 without control characters, which a terminal would obey.
+/// Returns whether a string can be shown to people: UTF-8 without control characters, which a terminal would
+/// interpret.
 bool isPlainText(std::string_view text, size_t maximum) {
     if (text.size() > maximum || !simdjson::validate_utf8(text.data(), text.size()))
         return false;
@@ -74,7 +76,8 @@ bool isPlainText(std::string_view text, size_t maximum) {
     return true;
 }
 
-/// Resolves %xx; false when an escape is incomplete. A plus is a plus: checks write a space as %20.
+/// Decodes %xx. Returns false for an incomplete escape. A plus sign is not decoded, because checks encode a
+/// space as %20.
 bool decode(std::string_view text, std::string &decoded) {
     decoded.clear();
     for (size_t i = 0; i < text.size(); ++i) {
@@ -93,7 +96,7 @@ bool decode(std::string_view text, std::string &decoded) {
     return true;
 }
 
-/// The first of these members that is there.
+/// Returns the first of these members that exists.
 dom::element firstOf(const dom::object &object, std::initializer_list<const char *> names, bool &found) {
     for (const char *name : names) {
         dom::element element;
@@ -113,7 +116,8 @@ std::string_view textOf(const dom::object &object, std::initializer_list<const c
     return found && element.get(text) == simdjson::SUCCESS ? text : std::string_view();
 }
 
-/// The target in "GET /feed.json?a=b HTTP/1.1"; the text itself when it is not a request's first line.
+/// Returns the request target of "GET /feed.json?a=b HTTP/1.1". Returns the whole string if it is not a
+/// request line.
 std::string_view targetOf(std::string_view request) {
     const size_t start = request.find(' ');
     if (start == std::string_view::npos)
@@ -134,7 +138,7 @@ struct LogParser::Data {
     Parsed parseLine(std::string_view line);
     Parsed parseJson(std::string_view text);
     Parsed parseBody(const dom::object &body, std::optional<Day> day);
-    /// Reads the parameters of a check's URL; `Other` when it has none.
+    /// Parses the parameters of a check's URL. Returns `Other` if it has none.
     Parsed parseTarget(std::string_view target);
     static Parsed checked(Check check, std::string_view installation);
     static Parsed malformed(const char *reason) { return {Record::Malformed, {}, reason}; }
@@ -171,7 +175,8 @@ Parsed LogParser::Data::parseTarget(std::string_view target) {
     bool isDecoded = true;
     application.clear();
     std::string_view rest = target.substr(question + 1);
-    // The framework appends its parameters to the feed's own query: the last one of a name is its.
+    // The framework appends its parameters to the feed's query, so the last one of each name is the
+    // framework's.
     while (!rest.empty()) {
         const size_t end = std::min(rest.find('&'), rest.size());
         const std::string_view item = rest.substr(0, end);
@@ -197,7 +202,7 @@ Parsed LogParser::Data::parseTarget(std::string_view target) {
 }
 
 Parsed LogParser::Data::parseLine(std::string_view line) {
-    // A user name may contain spaces and brackets: the first bracket that holds a time is the right one.
+    // A user name may contain spaces and brackets. Use the first bracket that contains a time.
     std::optional<Day> day;
     size_t end = 0;
     for (size_t start = line.find('['); start != std::string_view::npos && !day;
@@ -213,7 +218,7 @@ Parsed LogParser::Data::parseLine(std::string_view line) {
         return malformed("no request in quotes after the time");
     rest.remove_prefix(2);
     size_t close = rest.find('"');
-    // After an odd number of backslashes it is one within the request.
+    // A quote after an odd number of backslashes belongs to the request.
     while (close != std::string_view::npos && backslashesBefore(rest, close) % 2 == 1)
         close = rest.find('"', close + 1);
     if (close == std::string_view::npos)
@@ -249,7 +254,7 @@ Parsed LogParser::Data::parseJson(std::string_view text) {
     if (line["anonymousUUID"].get(element) == simdjson::SUCCESS)
         return parseBody(line, std::nullopt);
 
-    // A line of a server's log. The names are those of common servers and of docs/hosting.md.
+    // A line of a server's log. The member names are those of common servers and of docs/hosting.md.
     std::optional<Day> day;
     const dom::element time = firstOf(
         line, {"time", "time_iso8601", "time_local", "timestamp", "@timestamp", "ts", "EdgeStartTimestamp"},

@@ -11,22 +11,22 @@
 
 namespace tx::report {
 
-/// The random number of an installation (docs/privacy.md).
+/// The random identifier of an installation (docs/privacy.md).
 using Installation = std::array<uint8_t, 16>;
 
-/// What one check of an application tells. Nothing else of a log's line is kept.
+/// What is kept of one check of an application. Nothing else in the log's line is stored.
 struct Check {
     std::string_view application;
     std::string_view version;
     Installation installation{};
-    std::optional<Day> day;  ///< absent in a profile body without a time
-    std::string_view system; ///< empty: it sent no profile
+    std::optional<Day> day;  ///< absent for a profile in a request body without a time
+    std::string_view system; ///< empty if no profile was sent
 };
 
 enum class Record {
     Check,
-    Other,     ///< a request that is no check
-    Malformed, ///< `reason` says why
+    Other,     ///< a request that is not a check
+    Malformed, ///< `reason` gives the reason
 };
 
 struct Parsed {
@@ -35,9 +35,8 @@ struct Parsed {
     const char *reason = nullptr; ///< of a malformed record, for people
 };
 
-/// Reads one record of a log: a line in the common or the combined format, a line of JSON, or a request's
-/// body. Thread: any, one at a time. No errors: whatever the bytes are, the answer is one of the three
-/// records.
+/// Parses one record of a log: a line in the common or the combined format, a line of JSON, or a request
+/// body. Thread: any, one at a time. It has no errors: any bytes give one of the three kinds of records.
 class LogParser {
 public:
     LogParser();
@@ -45,7 +44,7 @@ public:
     LogParser(const LogParser &) = delete;
     LogParser &operator=(const LogParser &) = delete;
 
-    /// The strings of the result are valid until the next call.
+    /// The strings in the result are valid until the next call.
     [[nodiscard]] Parsed parse(std::string_view record);
 
     /// Longer records are malformed.
@@ -56,11 +55,11 @@ private:
     std::unique_ptr<Data> d;
 };
 
-/// Follows the braces of a JSON object through lines; strings may contain any. Thread: any.
+/// Counts the braces of a JSON object over several lines, and ignores braces in strings. Thread: any.
 class BraceCounter {
 public:
     void add(std::string_view text);
-    /// As many braces closed as opened, and at least one.
+    /// True if at least one brace was opened and all are closed.
     [[nodiscard]] bool isComplete() const { return m_depth <= 0; }
 
 private:

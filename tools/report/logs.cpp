@@ -13,7 +13,7 @@ namespace {
 constexpr size_t namedLines = 10;
 constexpr const char *withoutEnd = "a JSON object without its end";
 
-/// One log's records on their way into the counts.
+/// Reads one log and adds its records to the counts.
 class Reader {
 public:
     Reader(LogFile &log, Counts &counts, LogResult &result, std::optional<Day> dayOfBodies)
@@ -22,7 +22,7 @@ public:
         , m_result(result)
         , m_dayOfBodies(dayOfBodies) {}
 
-    /// False when the counts cannot be stored.
+    /// Returns false if the counts cannot be stored.
     bool readAll() {
         while (const std::optional<LogFile::Line> line = m_log.next(LogParser::maximumSize)) {
             if (!read(*line))
@@ -31,8 +31,8 @@ public:
         return true;
     }
 
-    /// After the place has been stored: an object at the end of the log is read again next time, when the
-    /// rest of it may be there.
+    /// Call this after the position was stored. An incomplete object at the end of the log is read again in
+    /// the next run, when the rest of it may have been written.
     void noteObjectAtEnd() {
         if (m_object.empty())
             return;
@@ -46,7 +46,7 @@ private:
         const bool beginsObject = line.text.starts_with('{');
         const bool continues = line.text.empty() || line.text.find_first_of(" \t}") == 0;
         if (!m_object.empty() && !continues) {
-            // Lines within an object are indented: the one before has no end.
+            // Lines inside an object are indented, so the previous object has no end.
             malformed(m_objectLine, withoutEnd);
             m_object.clear();
             m_result.state.lines += m_pendingLines;
@@ -80,7 +80,7 @@ private:
         return take(line.text, number, 1, line.isFinished);
     }
 
-    /// Counts a record of so many lines that begins at line `number`.
+    /// Counts a record of `lines` lines that begins at line `number`.
     bool take(std::string_view record, int64_t number, int64_t lines, bool isFinished) {
         const Parsed parsed = m_parser.parse(record);
         if (!isFinished && parsed.record == Record::Malformed) {
@@ -104,7 +104,8 @@ private:
         return true;
     }
 
-    /// Goes on behind these lines; an unfinished one is read again next time, which changes nothing.
+    /// Marks these lines as processed. An unfinished line is read again in the next run, which counts nothing
+    /// twice.
     void settle(int64_t lines, bool isFinished) {
         if (!isFinished)
             return;
@@ -123,20 +124,21 @@ private:
     LogResult &m_result;
     const std::optional<Day> m_dayOfBodies;
     LogParser m_parser;
-    std::string m_object; ///< the lines of an object that goes on
+    std::string m_object; ///< the lines of an object whose end has not been read yet
     BraceCounter m_braces;
     int64_t m_objectLine = 0;
     int64_t m_pendingLines = 0;
 };
 
-/// Finds the log among those that were read before, and goes on where that ended. False: the counts fail.
+/// Finds the log among those that were read before, and resumes where its last run ended. Returns false if
+/// the counts fail.
 bool recognize(LogFile &log, Counts &counts, LogState &state) {
     std::vector<size_t> sizes;
     if (!log.isRegular())
         return true;
     if (!counts.headSizes(sizes))
         return false;
-    // The longest beginning that fits is the surest one.
+    // The longest matching beginning identifies the log best.
     std::sort(sizes.rbegin(), sizes.rend());
     for (const size_t size : sizes) {
         std::vector<LogState> candidates;

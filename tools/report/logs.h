@@ -11,23 +11,23 @@
 namespace tx::report {
 
 struct MalformedLine {
-    int64_t line = 0; ///< from 1
+    int64_t line = 0; ///< counted from 1
     std::string reason;
 };
 
-/// What was found in one log.
+/// The result of reading one log.
 struct LogResult {
-    std::string log;   ///< as it was named
-    std::string error; ///< why it could not be read, or not to its end; empty when it was
-    LogState state;    ///< counts of this run and of those before
+    std::string log;   ///< its name as given
+    std::string error; ///< why it could not be read completely; empty after success
+    LogState state;    ///< counts of this run and of earlier ones
     int64_t newLines = 0;
     std::vector<MalformedLine> malformed; ///< the first ones of this run
-    bool hasUnfinishedLine = false;       ///< at the end; it is read again next time
+    bool hasUnfinishedLine = false;       ///< the last line is incomplete; the next run reads it again
 };
 
-/// Reads what is new in a log. A log is known again by its content, whatever its name is now, also after it
-/// was compressed. `dayOfBodies`: of bodies that have no time; absent: they only tell the systems. Null when
-/// the counts cannot be stored; counts.error() says why. Nothing of the log is stored then.
+/// Reads the new part of a log. A log is recognized by its content, even if it was renamed or compressed.
+/// `dayOfBodies` is the day of request bodies without a time; if absent, these only tell the systems. Returns
+/// null if the counts cannot be stored (see counts.error()); nothing of the log is stored in that case.
 [[nodiscard]] std::optional<LogResult> readLog(const std::string &path, Counts &counts,
                                                std::optional<Day> dayOfBodies);
 

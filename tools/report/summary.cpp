@@ -34,13 +34,14 @@ bool scopesOf(Counts &counts, const std::string &application, const Period &peri
     return true;
 }
 
-/// The systems of one installation after the other.
+/// Looks up the systems of installations, one installation after the other.
 class Systems {
 public:
     explicit Systems(Counts &counts)
         : m_counts(counts) {}
 
-    /// 0: not known. What the last profile up to that day said, or the first one after it.
+    /// Returns the system in the last profile up to `day`, otherwise the one in the first profile after it. 0
+    /// if unknown.
     Id on(const Installation &installation, Day day) {
         if (m_of != installation) {
             m_of = installation;
@@ -122,7 +123,7 @@ private:
         ++day.versions[m_last->version];
         ++day.systems[m_lastSystem];
     }
-    /// After its last day.
+    /// Called after the last day of an installation.
     void finishInstallation() {
         if (!m_last)
             return;
@@ -140,7 +141,7 @@ private:
         std::sort(shares.begin(), shares.end(), [this](const Share &a, const Share &b) {
             if (m_isOlder(b.name, a.name) != m_isOlder(a.name, b.name))
                 return m_isOlder(b.name, a.name);
-            return a.name < b.name; // two ways to write one version
+            return a.name < b.name; // two spellings of the same version
         });
         return shares;
     }

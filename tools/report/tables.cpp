@@ -12,7 +12,7 @@ namespace tx::report {
 
 namespace {
 
-/// Rows of a table; the rest is one row.
+/// The largest number of rows of a table. All others are combined in one row.
 constexpr size_t maximumRows = 20;
 constexpr size_t minimumNameWidth = 10;
 
@@ -23,7 +23,7 @@ std::string percentOf(int64_t part, int64_t whole) {
     return text.data();
 }
 
-/// Characters, not bytes.
+/// Counts characters, not bytes.
 size_t widthOf(const std::string &text) {
     return static_cast<size_t>(std::count_if(
         text.begin(), text.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; }));

@@ -6,18 +6,18 @@
 
 namespace tx::report {
 
-/// Tables for people.
+/// Formats tables for people.
 [[nodiscard]] std::string tableOf(const std::vector<Summary> &summaries);
-/// One JSON object in one line, with what was found in each log.
+/// Returns one JSON object on one line, including the result for each log.
 [[nodiscard]] std::string jsonOf(const std::vector<Summary> &summaries, const std::vector<LogResult> &logs);
-/// A bar for each day, divided by version; one chart for each application, one below the other. SVG 1.1.
+/// Draws an SVG 1.1 chart for each application, one below the other. Each day is a bar, divided by version.
 [[nodiscard]] std::string chartOf(const std::vector<Summary> &summaries);
 
-/// The first line of CSV, and one line for each row, as RFC 4180 has them, with "\n" at the end.
+/// The header line of the CSV, and one line for each row, as in RFC 4180 but with "\n" as line end.
 [[nodiscard]] std::string csvHeader();
 [[nodiscard]] std::string csvOf(const Row &row);
 
-/// Digits in groups of three.
+/// Formats a number with its digits in groups of three.
 [[nodiscard]] std::string textOfNumber(int64_t number);
 
 } // namespace tx::report

@@ -39,8 +39,8 @@ QUrl feedAddress(const AppOptions &options) {
     return QUrl(text);
 }
 
-/// Fetches the feed and passes it on on the main thread. Of the application's settings only the memory of
-/// signed feeds is changed.
+/// Fetches the feed and calls `handler` on the main thread. Changes nothing in the application's settings but
+/// the memory of signed feeds.
 void fetchFeed(const QUrl &url, const TXUpdateFeed::CompletionHandler &handler) {
     TXUpdateFeed::fetchFeedAtURL(url, {}, {}, [handler](const TXUpdateFeedPtr &feed, const TXError &error) {
         postToMain([=] { handler(feed, error); });

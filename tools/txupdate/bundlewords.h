@@ -8,16 +8,16 @@
 
 namespace tx::cli {
 
-/// The words of the command that makes bundles.
+/// The command-line options of "bundle".
 class BundleWords {
 public:
-    /// Adds it to the program's commands.
+    /// Adds the command to the program.
     explicit BundleWords(CLI::App &program);
     ~BundleWords();
     BundleWords(const BundleWords &) = delete;
     BundleWords &operator=(const BundleWords &) = delete;
 
-    /// Runs the command if it was given, and returns its exit status.
+    /// Runs the command if it was given, and returns its exit status; otherwise returns an empty optional.
     [[nodiscard]] std::optional<int> run() const;
 
 private:

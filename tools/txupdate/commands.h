@@ -11,18 +11,18 @@ enum ExitStatus : int {
     ExitFailed = 1,    ///< the feed fails, an entry would be dropped, or the update did not work
     ExitUsage = 64,    ///< the command line is wrong
     ExitBadInput = 65, ///< a line of the input cannot be read
-    ExitRepeat = 75    ///< it failed after something was uploaded: run the same command again
+    ExitRepeat = 75    ///< it failed after something was uploaded; the user should run the same command again
 };
 
 struct FeedOptions {
-    QString source; ///< a file or an address
+    QString source; ///< a file or a URL
     QString build;
     QString system;
-    QString contentType; ///< null: the response's, or for a file what its content looks like
+    QString contentType; ///< if null, that of the response, or for a file the type of its content
     QString url;         ///< null: the source itself, and none for a file
     bool json = false;
     bool archives = false; ///< fetch and examine every archive
-    QString app;           ///< as which application's updates, and whose keys; null: any application's
+    QString app;           ///< the application whose keys and updates are checked; null for any application
 };
 
 struct AppOptions {
@@ -42,11 +42,12 @@ int feedValidate(const FeedOptions &options);
 int check(const AppOptions &options);
 int update(const AppOptions &options);
 int profile(bool asJson);
-/// `rate`: bytes a second for each answer; 0: as fast as it goes. `hosts`: the names under which it answers,
-/// beside those of this machine.
+/// Serves a folder. `rate` limits each response, in bytes a second; 0 means no limit. `hosts` are additional
+/// host names to which the server responds.
 int serve(const QString &directory, int port, qint64 rate, const QStringList &hosts);
 
-/// Acts for the application in this bundle from now on; false, with a complaint, when it is none.
+/// Makes this process act as the application in this bundle. Returns false and prints an error if it is not
+/// an application.
 [[nodiscard]] bool adopt(const QString &bundle);
 
 /// "txupdate: <line>" on standard error.

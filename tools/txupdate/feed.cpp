@@ -43,11 +43,11 @@ int failed(const TXError &error, const FeedOptions &options) {
     return ExitFailed;
 }
 
-/// The application whose keys decide. Absent: none was named.
+/// Returns the application whose keys verify the feed. Absent if the user named none.
 Result<std::optional<trust::AppInfo>> applicationFor(const FeedOptions &options) {
     if (options.app.isNull())
         return std::optional<trust::AppInfo>();
-    if (!adopt(options.app)) // which has complained
+    if (!adopt(options.app)) // adopt() has reported the error
         return TXError(updaterErrorDomain, 0, u"There is no application to look at the feed for."_s);
     const Result<trust::AppInfo> info = hostTrust();
     return info ? Result<std::optional<trust::AppInfo>>(*info) : info.error();

@@ -150,7 +150,7 @@ void printError(const TXError &error, bool json) {
         return;
     }
     complain(error.localizedDescription());
-    // What exactly is wrong with a signature is of use to publishers, and too much for users.
+    // Publishers need the exact reason why a signature was refused; users do not.
     const bool isAboutTrust = error.domain() == TXUpdateErrorDomain;
     for (const QString &more : {error.localizedFailureReason(),
                                 isAboutTrust ? error.underlyingError().localizedDescription() : QString(),

@@ -16,8 +16,8 @@ struct FeedSource {
     QUrl url;        ///< from which applications get it; empty when that is not known
 };
 
-/// The document at a file's path or an address, which is fetched without added parameters. Errors: those that
-/// an application would get.
+/// Reads a document from a file, or from a URL without adding parameters. Errors: those that an application
+/// would get.
 Result<FeedSource> readSource(const FeedOptions &options);
 
 } // namespace tx::cli

@@ -32,8 +32,8 @@ const QString configurationName = u"txupdate.toml"_s;
 
 Fault input(const QString &what) { return {FaultKind::Input, what.toStdString()}; }
 
-/// The answer on the terminal to a question; `usual` for an empty line. Fault without a terminal: `option`
-/// says how to answer there.
+/// Asks a question on the terminal and returns the answer, or `usual` for an empty line. Fault: there is no
+/// terminal; the message names `option`, which answers the question.
 Outcome<QString> ask(const QString &given, const QString &question, const char *option,
                      const QString &usual = {}) {
     if (!given.isNull())
@@ -66,7 +66,7 @@ bool isIdentifier(const QString &text) {
     });
 }
 
-/// What a CI system runs, and where it looks for it.
+/// The file that a CI system runs, and its location in the project.
 struct CiFile {
     QString path;
     QByteArray content;
@@ -125,7 +125,7 @@ Verdict writeText(const QString &path, const QByteArray &content) {
     return std::nullopt;
 }
 
-/// The key in NAME.key, which is made when it is not there.
+/// Opens the key in NAME.key. Creates it if it does not exist.
 Outcome<SecretKey> keyFor(const InitOptions &options, const QString &name) {
     if (!QFileInfo::exists(name + u".key"_s))
         return makeKeys({name, options.withoutPassphrase, options.passphrase});
@@ -204,7 +204,7 @@ Verdict prepare(const InitOptions &options) {
             made << file->path;
         }
     }
-    // Last: what it is there for can be begun again until then.
+    // Written last, so that after an interruption "init" can simply be run again.
     using publishing::tomlString;
     if (Verdict failed =
             writeText(configurationName, "# What txupdate publish, withdraw and feed resign take from here. "

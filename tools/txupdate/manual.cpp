@@ -9,7 +9,7 @@ namespace tx::cli {
 
 namespace {
 
-/// A text as man(7) takes it: nothing in it is a macro.
+/// Escapes a string for man(7), so that it contains no macros.
 std::string escaped(const std::string &text) {
     std::string result;
     for (const char c : text) {
@@ -26,7 +26,7 @@ std::string escaped(const std::string &text) {
     return result;
 }
 
-/// A text whose lines stay apart.
+/// Formats a string whose line breaks must be kept.
 std::string paragraph(const std::string &text) {
     std::string result;
     for (const char c : escaped(text)) {
@@ -47,7 +47,7 @@ std::vector<const CLI::Option *> optionsOf(const CLI::App &application) {
 
 bool takesValue(const CLI::Option &option) { return option.get_items_expected_max() > 0; }
 
-/// Calls `visit` with each command and the words by which it is called, "feed show" for one of two words.
+/// Calls `visit` for each command with its full name, such as "feed show".
 void forEachCommand(const CLI::App &application, const std::string &words,
                     const std::function<void(const CLI::App &, const std::string &)> &visit) {
     for (const CLI::App *command : commandsOf(application)) {
@@ -67,7 +67,7 @@ void writeOptions(const CLI::App &command, std::string &page) {
     }
 }
 
-/// The words that may come next after those of a command.
+/// Lists the words that may follow a command.
 std::string nextWords(const CLI::App &command) {
     std::string result;
     for (const CLI::App *each : commandsOf(command))
@@ -103,7 +103,7 @@ std::string bashCompletion(const CLI::App &application) {
            "complete -o default -F _txupdate txupdate\n";
 }
 
-/// A text between single quotes of fish.
+/// Escapes a string for single quotes in fish.
 std::string quoted(const std::string &text) {
     std::string result;
     for (const char c : text.substr(0, text.find('\n')))

@@ -7,11 +7,11 @@
 
 namespace tx::cli {
 
-/// The manual page of the tool, in the macros of man(7): every command with its options.
+/// Returns the tool's manual page in the macros of man(7): every command with its options.
 [[nodiscard]] std::string manualPage(const CLI::App &application);
 
-/// A script that completes commands and options in a shell: "bash", "zsh" or "fish". Files are completed
-/// where nothing else fits.
+/// Returns a script that completes commands and options in `shell`: "bash", "zsh" or "fish". It completes
+/// file names where nothing else matches.
 [[nodiscard]] std::string completionFor(const CLI::App &application, const std::string &shell);
 
 } // namespace tx::cli

@@ -6,8 +6,8 @@
 
 namespace tx::cli {
 
-/// The passphrase of one key. `what`: of which, for the terminal's question. `isNew`: asks twice there.
-/// Faults: Passphrase when there is none or the two differ, File.
+/// Reads the passphrase of one key. `what` names the key in the question on the terminal. `isNew` asks twice
+/// there. Faults: Passphrase, if there is none or the two differ; File.
 trust::Outcome<trust::Secret> readPassphrase(const PassphraseOptions &options, const QString &what,
                                              bool isNew);
 

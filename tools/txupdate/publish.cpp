@@ -37,7 +37,7 @@ const QString usualConfiguration = u"txupdate.toml"_s;
 
 Fault input(const QString &what) { return {FaultKind::Input, what.toStdString()}; }
 
-/// The first that says something.
+/// Returns the first string that is not null.
 QString firstOf(const QString &given, const QString &configured, const QString &usual = {}) {
     if (!given.isNull())
         return given;
@@ -50,11 +50,12 @@ Outcome<Configuration> configurationOf(const PlaceOptions &place) {
     return publishing::readConfiguration(firstOf(place.configuration, usualConfiguration));
 }
 
-/// What a command works on. It is built in place: the feed's signer refers to it.
+/// The objects that a command works on. It must be constructed in place, because the feed's signer refers to
+/// it.
 struct Work {
     Configuration configuration;
     std::vector<trust::SecretKey> keys;
-    trust::AppInfo application; ///< for which the feed is signed
+    trust::AppInfo application; ///< the application for which the feed is signed
     FeedPlace place;
     std::unique_ptr<publishing::Target> target;
     publishing::Trace trace;
@@ -190,7 +191,7 @@ Verdict readTypes(const QStringList &names, publishing::PublishRequest &request)
     return std::nullopt;
 }
 
-/// The request of the options and the configuration, without its place.
+/// Combines options and configuration into a request; the place is not filled in.
 Outcome<publishing::PublishRequest> requestOf(const PublishOptions &options,
                                               const Configuration &configuration) {
     publishing::PublishRequest request;
@@ -230,7 +231,7 @@ Outcome<publishing::PublishRequest> requestOf(const PublishOptions &options,
     return request;
 }
 
-/// Reads the configuration, and for which application the feed is signed.
+/// Reads the configuration, and determines the application for which the feed is signed.
 Verdict setUpEdit(Work &work, const FeedEditOptions &options) {
     Outcome<Configuration> configuration = configurationOf(options.place);
     if (!configuration)

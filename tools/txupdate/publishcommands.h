@@ -7,12 +7,12 @@
 
 #include <optional>
 
-/// The commands that change what is published. Each returns an exit status. What is null or empty is taken
-/// from the configuration, else from the usual values.
+/// The commands that change what is published. Each returns an exit status. An option that is null or empty
+/// is taken from the configuration file, otherwise a default is used.
 namespace tx::cli {
 
 struct PlaceOptions {
-    QString configuration; ///< a file; null: txupdate.toml, when there is one in the current folder
+    QString configuration; ///< a file; if null, txupdate.toml if it exists in the current folder
     QString to;
     QString url;
     QString feed;
@@ -21,7 +21,7 @@ struct PlaceOptions {
     QString expires;
     PassphraseOptions passphrase;
     bool isDryRun = false;
-    bool isServed = true; ///< checks are made by GET
+    bool isServed = true; ///< the target's files can be read by GET
     bool json = false;
 };
 
@@ -51,11 +51,11 @@ struct FeedEditOptions {
     PlaceOptions place;
     SignedFor application;
     QString track;
-    QString build; ///< to withdraw
+    QString build; ///< the build to withdraw
     bool removesArchives = false;
 };
 
-/// What is null is asked for on the terminal, or has a usual value.
+/// The user is asked on the terminal for values that are null, unless they have a default.
 struct InitOptions {
     QString identifier;
     QString to;

@@ -81,7 +81,7 @@ private:
                 doubt(u"unknown member \"%1\""_s.arg(it.key()));
                 continue;
             }
-            if (!it->isText && it.key() != u"signature") // of which there may be a list
+            if (!it->isText && it.key() != u"signature") // which may be a list
                 doubt(u"\"%1\" is no text"_s.arg(it.key()));
             if (!it.key().endsWith(u"URL"_s) && it.key() != u"url")
                 continue;

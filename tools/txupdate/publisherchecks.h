@@ -5,11 +5,12 @@
 
 namespace tx::cli {
 
-/// Entries of a JSON feed that a publisher may not have meant so: no date, an address that is none, a member
-/// that no reader knows, a build that stands twice in a track, an archive that cannot be unpacked.
+/// Lists entries of a JSON feed that are probably mistakes: without a date, with an invalid URL, with a
+/// member that no application knows, with a build that occurs twice in a track, or with an archive that
+/// cannot be unpacked.
 [[nodiscard]] QList<SkippedEntry> doubtsAbout(const QByteArray &jsonFeed);
 
-/// The same for the items of an appcast, and what stands in it without effect.
+/// Lists such items of an appcast, and elements that have no effect.
 [[nodiscard]] QList<SkippedEntry> doubtsAboutAppcast(const QByteArray &appcast);
 
 /// Builds whose archive has no https URL: applications that have the feed from an https URL do not download

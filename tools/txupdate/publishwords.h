@@ -8,7 +8,7 @@
 
 namespace tx::cli {
 
-/// The words of the commands that publish.
+/// The command-line options of the publishing commands.
 class PublishWords {
 public:
     /// Adds them to the program's commands and to those of "feed".

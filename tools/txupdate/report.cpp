@@ -67,9 +67,9 @@ struct ReportWords::Data {
     CLI::App *command = nullptr;
 
     [[nodiscard]] int run() const;
-    /// Absent when the counts cannot be stored or read.
+    /// Absent if the counts cannot be stored or read.
     std::optional<bool> readLogs(report::Counts &counts, std::vector<report::LogResult> &results) const;
-    /// The result in the form that was asked for; absent when the counts cannot be read.
+    /// Formats the result as requested. Absent if the counts cannot be read.
     std::optional<std::string> compose(report::Counts &counts,
                                        const std::vector<report::LogResult> &logs) const;
 };

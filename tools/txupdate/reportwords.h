@@ -8,16 +8,16 @@
 
 namespace tx::cli {
 
-/// The words of "report".
+/// The command-line options of "report".
 class ReportWords {
 public:
-    /// Adds them to the program's commands.
+    /// Adds the command to the program.
     explicit ReportWords(CLI::App &program);
     ~ReportWords();
     ReportWords(const ReportWords &) = delete;
     ReportWords &operator=(const ReportWords &) = delete;
 
-    /// Runs the command if it was given, and returns its exit status.
+    /// Runs the command if it was given, and returns its exit status; otherwise returns an empty optional.
     [[nodiscard]] std::optional<int> run() const;
 
 private:

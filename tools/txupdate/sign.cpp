@@ -65,7 +65,7 @@ QByteArray jsonOf(const std::vector<std::string> &texts) {
     return texts.size() == 1 ? all.mid(1, all.size() - 2) : all;
 }
 
-/// Unpacks the archive, which checks the application in it.
+/// Unpacks the archive, which also checks the application in it.
 std::optional<Fault> unpack(const VerifiedArchivePtr &archive, const QString &path,
                             const QString &identifier) {
     TXError error;

@@ -28,7 +28,7 @@ int64_t now(const trust::AppInfo *application) {
                              application ? application->buildDate : std::nullopt);
 }
 
-/// What the first line says, without a key to verify it by.
+/// Parses the signature line without verifying it.
 Outcome<std::optional<trust::FeedClaim>> readClaim(const QByteArray &document) {
     const Outcome<std::optional<trust::FirstLine>> line = trust::parseFirstLine(bytesOf(document));
     if (!line)
@@ -53,7 +53,7 @@ Outcome<std::optional<trust::FeedClaim>> readClaim(const QByteArray &document) {
     return result;
 }
 
-/// The detail for the publisher; an application only tells its user that something is wrong.
+/// Returns the detail for the publisher. An application tells its user only that something is wrong.
 QString detailOf(const TXError &error) {
     const QString detail = error.underlyingError().localizedDescription();
     return detail.isEmpty() ? error.localizedFailureReason() : error.localizedFailureReason() + u' ' + detail;
@@ -76,7 +76,7 @@ QString nameOf(const TXUpdateTrackPtr &track, const TXUpdate &update) {
     return u"%1: build %2: "_s.arg(track->name(), update.version());
 }
 
-/// Whether signatures can be read and are for this build. No key is needed for that.
+/// Returns whether signatures can be parsed and are for this build. Needs no key.
 Verdict checkForm(const trust::ArchiveSignatures &signatures, const TXUpdate &update) {
     for (const std::string &text : signatures.texts) {
         const Outcome<trust::SignatureText> parsed = trust::SignatureText::parse(text);

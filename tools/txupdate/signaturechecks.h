@@ -9,22 +9,22 @@
 
 namespace tx::cli {
 
-/// What is wrong with the signatures of a feed, for its publisher.
+/// Problems with a feed's signatures, for its publisher.
 struct SignatureFindings {
     QStringList errors;
     QStringList warnings;
-    bool isSigned = false; ///< the feed itself
+    bool isSigned = false; ///< the feed itself is signed
 };
 
-/// Takes the first line of a signed feed off `document`, and looks at it. With an application that has keys
-/// and wants a signed feed, the feed is verified as it would do; without, its signature is only read. Warns
-/// when less than 14 days of its validity are left.
+/// Checks the signature line of a signed feed and removes it from `document`. With an application that has
+/// keys and requires a signed feed, the feed is verified as that application would do it. Without one, the
+/// signature is only parsed. Warns if the signature expires in less than 14 days.
 [[nodiscard]] SignatureFindings takeSignature(QByteArray &document, trust::FeedFormat servedAs,
                                               const trust::AppInfo *application);
 
-/// Looks at the signatures of the entries, which were read with `keepsSignatures`. With the keys of an
-/// application, each is verified as far as that can be done without its archive. An entry without one is
-/// named where `expectsAll`, or where another entry has one.
+/// Checks the signatures of the entries; `tracks` must have been parsed with `keepsSignatures`. With an
+/// application's keys, each signature is verified as far as possible without the archive. Reports an entry
+/// without a signature if `expectsAll` is set or another entry has one.
 void checkSignatures(const TXUpdateFeed::TrackMap &tracks, const trust::AppInfo *application, bool expectsAll,
                      SignatureFindings &findings);
 

@@ -13,14 +13,14 @@ namespace tx::cli {
 trust::Outcome<std::vector<trust::SecretKey>> openKeys(const QStringList &names,
                                                        const PassphraseOptions &passphrase);
 
-/// Makes the two pairs of `keygen`, and prints what to do with them. The key that is not put away. Faults:
-/// Passphrase, File.
+/// Makes the two key pairs of `keygen` and prints instructions for them. Returns the key for daily use; the
+/// other one is the spare. Faults: Passphrase, File.
 trust::Outcome<trust::SecretKey> makeKeys(const KeygenOptions &options);
 
-/// For which application `signedFor` is: what its Info.plist says, or its identifier and build alone. Fault:
-/// Keys, when the bundle is none, or has no keys.
+/// Returns the application that `signedFor` describes: from its Info.plist, or only its identifier and build.
+/// Fault: Keys, if the bundle is not an application or has no keys.
 trust::Outcome<trust::AppInfo> applicationOf(const SignedFor &signedFor);
-/// The same for the installed application that verifies.
+/// Returns the installed application that verifies signatures. Fault: as above.
 trust::Outcome<trust::AppInfo> verifierOf(const QString &bundle);
 
 /// Complains; the exit status of a command that did not work.

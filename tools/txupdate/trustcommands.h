@@ -46,7 +46,7 @@ struct FeedSignOptions {
 };
 
 struct VerifyOptions {
-    QString source;    ///< an archive, or a feed's file or address
+    QString source;    ///< an archive, or the file or URL of a feed
     QString bundle;    ///< the installed application, whose keys count
     QString signature; ///< the archive's; null: the file beside it
 };

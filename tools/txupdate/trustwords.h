@@ -8,7 +8,7 @@
 
 namespace tx::cli {
 
-/// The words of the commands that sign and verify.
+/// The command-line options of the commands that sign and verify.
 class TrustWords {
 public:
     /// Adds them to the program's commands and to those of "feed".

@@ -53,9 +53,10 @@ QString trustedHelper() {
     return {};
 }
 
-/// polkit asks for the password only when pkexec starts a program. To keep asking and executing separate,
-/// pkexec starts a small helper, which reports "authorized" once it runs and receives its one job over a
-/// socket: pkexec leaves the standard streams open, and no other descriptor.
+/// polkit asks for the password only when pkexec starts a program. To separate asking from executing, pkexec
+/// starts a small helper program. The helper reports "authorized" once it runs, and then receives one job
+/// over a socket. The socket is its standard input, because pkexec closes all descriptors except the standard
+/// streams.
 class PolkitAuthorization final : public Authorization {
 public:
     int create(const QList<AuthorizationItem> &, unsigned,
@@ -72,7 +73,7 @@ public:
         const QString helper = trustedHelper();
         if (helper.isNull())
             return AuthorizationDenied;
-        // The dialog shows the whole command line among its details.
+        // The password dialog shows the complete command line among its details.
         QStringList command{helper};
         for (const AuthorizationItem &item : environment) {
             if (item.name == authorizationDetail && item.value)

@@ -21,8 +21,9 @@ QString findResources() {
     QString folder;
     if (dladdr(reinterpret_cast<const void *>(&frameworkResourcesPath), &info) != 0 && info.dli_fname)
         folder = QFileInfo(QFile::decodeName(info.dli_fname)).canonicalPath();
-    // Beside the library in a bundle and a build tree; below libexec where the package is installed, as seen
-    // from the library or from a program; below lib as seen from a program of a build tree.
+    // In a bundle and in a build tree the resources are beside the library. An installed package has them
+    // below libexec, reached from the library or from a program. A program of a build tree finds them below
+    // lib.
     for (const QString &relative :
          {u"/TarvixUpdate/Resources"_s, u"/" TARVIXUPDATE_LIBEXEC_FROM_LIB "/TarvixUpdate/Resources"_s,
           u"/" TARVIXUPDATE_LIBEXEC_FROM_BIN "/TarvixUpdate/Resources"_s,

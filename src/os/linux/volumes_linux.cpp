@@ -26,8 +26,8 @@ VolumeInfo described(const QString &rootPath, const QString &device, bool isRead
 
 std::optional<VolumeInfo> volumeInfo(const QString &path) {
     const QStorageInfo volume(path);
-    // For a path that is not in the mount table Qt names no device, and since 6.8 the path itself as its
-    // root.
+    // If a path is not in the mount table, Qt returns no device. Since version 6.8 it returns the path itself
+    // as root path.
     if (!volume.isValid() || volume.device().isEmpty())
         return volumeByFileSystem(path);
     return described(volume.rootPath(), QFile::decodeName(volume.device()), volume.isReadOnly());

@@ -13,9 +13,9 @@ class WebEnginePage final : public QWebEnginePage {
     Q_OBJECT
 public:
     WebEnginePage(QWebEngineProfile *profile, const WebViewClient &client, QObject *parent);
-    /// The script that gives pages their way to send messages, and follows the appearance.
+    /// Installs the script through which pages send messages and follow the appearance.
     void installScripts(bool dark);
-    /// Whether a page may be shown from this address at all.
+    /// Returns whether a page may be loaded from this URL at all.
     [[nodiscard]] static bool isPageAddress(const QUrl &url);
 
 protected:

@@ -454,7 +454,7 @@ TEST(TarTool, WorkingFolderThatTheUserMayNotReadDoesNoHarm) {
     QStringList words{u"-c"_s,
                       u"cd '%1/closed' && chmod 0 . && exec '%1/tar' -xC '%1/out' < '%1/a'"_s.arg(place)};
     if (geteuid() == 0) {
-        // Root may read every folder.
+        // Root may read every folder, so the test runs the program as another user.
         ASSERT_EQ(runProcess(u"chown"_s, {u"-R"_s, u"65534:65534"_s, place}).status, 0);
         words.prepend(program);
         words = QStringList{u"--reuid=65534"_s, u"--regid=65534"_s, u"--clear-groups"_s} + words;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The command, run on a program that was really built.
+// The command "bundle", run on a program that was really built.
 #include "bundle/elffile.h"
 #include "tests/tools/bundle/bundletest.h"
 
@@ -21,7 +21,7 @@ namespace {
 
 class BundleCommand : public tx::test::BundleTest {
 protected:
-    /// The sample in a folder of the test's own, with its library beside it; both can be changed there.
+    /// Copies the sample and its library into the test's folder, so that a test can change them.
     QString ownSample(const QString &name = u"sample"_s) const {
         QDir().mkpath(path(u"built"_s));
         QFile::copy(sampleFolder() + u'/' + name, path(u"built/sample"_s));
@@ -47,7 +47,7 @@ TEST_F(BundleCommand, BundleRunsWithItsOwnLibrariesAndPlugins) {
     EXPECT_EQ(made.infoString(u"CFBundleVersion"_s), u"7"_s);
     EXPECT_EQ(made.infoString(u"CFBundleShortVersionString"_s), u"2.1"_s);
     EXPECT_EQ(made.infoString(u"CFBundleName"_s), u"My Sample"_s);
-    // At another place, and without what it was built with.
+    // Runs the bundle in another folder and without the files that it was built from.
     QDir().mkpath(path(u"user"_s));
     ASSERT_TRUE(QDir().rename(path(u"dist/MySample.app"_s), path(u"user/My.app"_s)));
     const QByteArray home = path(u"user/My.app/Contents/"_s).toUtf8();
@@ -85,7 +85,7 @@ TEST_F(BundleCommand, PluginsOfBothDisplaysAndNoneOfBareScreens) {
         EXPECT_FALSE(tx::test::namesIn(made(u"PlugIns/"_s + folder)).isEmpty()) << folder.toStdString();
     EXPECT_FALSE(QFileInfo::exists(made(u"PlugIns/tls"_s))) << "the sample does not use the network";
     EXPECT_TRUE(readFile(made(u"Linux/qt.conf"_s)).contains("Prefix = ..\nPlugins = PlugIns\n"));
-    // What plug-ins need is there, too.
+    // The libraries that plug-ins need are copied, too.
     EXPECT_TRUE(QFileInfo::exists(made(u"Frameworks/libQt6XcbQpa.so.6"_s)));
     EXPECT_FALSE(QFileInfo::exists(made(u"Frameworks/libxcb.so.1"_s)));
 }
@@ -232,7 +232,7 @@ TEST_F(BundleCommand, PathsOfTheBuildMachineFailIt) {
                                "built: /.*/sample.cpp.*-ffile-prefix-map"));
     EXPECT_FALSE(QFileInfo::exists(path(u"dist/MySample.app"_s)));
     EXPECT_TRUE(tx::test::namesIn(path(u"dist"_s)).isEmpty());
-    // A folder that nobody could know.
+    // A folder that the command cannot find by itself.
     const ProcessResult named =
         bundle(ownSample(u"sample_with_paths"_s), {u"--build-path"_s, tx::test::sourcesFolder()});
     EXPECT_THAT(named.errors.toStdString(), testing::HasSubstr("holds paths of the machine"));
@@ -295,7 +295,7 @@ TEST_F(BundleCommand, EarlierBundleIsReplacedAndOtherThingsAreNot) {
 }
 
 TEST_F(BundleCommand, MissingProgramsAreNamedWithTheirPackage) {
-    // A folder with everything but one program.
+    // A PATH that lacks exactly one program.
     for (const auto &[program, package] :
          {std::pair(u"patchelf"_s, "patchelf"), std::pair(u"objcopy"_s, "binutils")}) {
         const QString bin = path(u"bin-"_s + program);
@@ -315,7 +315,7 @@ TEST_F(BundleCommand, MissingProgramsAreNamedWithTheirPackage) {
 
 class BundleFunction : public tx::test::BundleTest {
 protected:
-    /// A project whose program was built elsewhere.
+    /// Configures a project whose program was built elsewhere.
     ProcessResult configure(const QString &call) {
         QDir().mkpath(path(u"project"_s));
         writeFile(path(u"project/my.svg"_s), "<svg xmlns=\"http://www.w3.org/2000/svg\"/>");

@@ -100,7 +100,7 @@ protected:
         const auto names = importsInside(path(u"program"_s));
         return names ? *names : QStringList{lineOf(names.error())};
     }
-    /// A scanner that answers this.
+    /// A scanner that prints `answer`.
     QString scanner(const QByteArray &answer) {
         writeFile(path(u"answer"_s), answer);
         writeFile(path(u"scanner"_s),
@@ -123,7 +123,7 @@ TEST_F(QmlFinder, ImportsAreFoundInEveryFormOfResources) {
                      text),
               imports)
         << "as it is";
-    // qCompress writes what the resource compiler writes: the size, then zlib's format.
+    // qCompress uses the same format as the resource compiler: the size, then zlib's format.
     EXPECT_EQ(inside("head" + qCompress(text) + "tail"), imports) << "zlib";
     QByteArray packed(qsizetype(ZSTD_compressBound(size_t(text.size()))), Qt::Uninitialized);
     packed.resize(qsizetype(
@@ -135,7 +135,8 @@ TEST_F(QmlFinder, ImportsAreFoundInEveryFormOfResources) {
 TEST_F(QmlFinder, DamagedResourcesAreReadOver) {
     QByteArray damaged = qCompress(text);
     damaged[damaged.size() / 2] = char(damaged[damaged.size() / 2] ^ 0x55);
-    QByteArray endless("\x28\xb5\x2f\xfd\xe0\xff\xff\xff\xff\xff\xff\xff\x7f", 13); // says it has 2^63 bytes
+    QByteArray endless("\x28\xb5\x2f\xfd\xe0\xff\xff\xff\xff\xff\xff\xff\x7f",
+                       13); // claims a size of 2^63 bytes
     EXPECT_EQ(inside(damaged.left(damaged.size() / 2) + endless + "\nimport Left\n"), QStringList{u"Left"_s});
 }
 
@@ -265,7 +266,7 @@ TEST_F(BundleInfoList, MoreKeysComeFromAFileThatContradictsNothing) {
     EXPECT_EQ(info->value(u"TXUpdateMaximumArchiveSize"_s), 5000000000LL);
     EXPECT_THAT(refusal(withFile({{u"CFBundleVersion"_s, u"9"_s}})).toStdString(),
                 testing::HasSubstr("sets CFBundleVersion to another value"));
-    // What no application with keys could use.
+    // Values that no application with keys could use.
     EXPECT_THAT(refusal(withFile({{u"TXUpdatePublicKeys"_s, u"none"_s}})).toStdString(),
                 testing::HasSubstr("an array of strings was expected"));
     writeFile(path(u"more.plist"_s), "no list");

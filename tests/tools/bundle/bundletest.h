@@ -15,15 +15,15 @@
 
 namespace tx::test {
 
-/// Makes bundles of the sample, in this process and with the command.
+/// Makes bundles of the sample, both in this process and with the command.
 class BundleTest : public FrameworkTest {
 protected:
-    /// The folder in which the sample was built; its library is found there by an absolute RUNPATH.
+    /// The folder in which the sample was built. An absolute RUNPATH finds its library there.
     static QString sampleFolder() { return helpersFolder() + QStringLiteral("/bundle"); }
     static QString sample() { return sampleFolder() + QStringLiteral("/sample"); }
     static QString samplePart() { return sampleFolder() + QStringLiteral("/libsamplepart.so"); }
 
-    /// Runs `txupdate bundle` into dist/ of the test's folder.
+    /// Runs `txupdate bundle` with dist/ of the test's folder as output.
     [[nodiscard]] ProcessResult bundle(const QString &program, const QStringList &more = {},
                                        const QStringList &environment = {}) const {
         const QStringList words{QStringLiteral("bundle"),       program,

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What becomes of a bundle when the disk or a program fails at any step.
+// The state of a bundle after the disk or a program has failed at any step.
 #include "bundle/bundleinfolist.h"
 #include "bundle/bundlewriter.h"
 #include "bundle/problem.h"
@@ -15,7 +15,7 @@ using tx::Result;
 
 namespace {
 
-/// Fails at one of its calls, in order; later calls work.
+/// Fails at the call with this number. Later calls work.
 class FailingFiles final : public BundleFiles {
 public:
     int failing = -1;
@@ -53,9 +53,9 @@ protected:
         wishes.name = u"Sample"_s;
         wishes.build = u"1"_s;
         wishes.output = path(u"dist"_s);
-        wishes.layout = Layout::Prefix; // with links
+        wishes.layout = Layout::Prefix; // has links
     }
-    /// A plan with few files, so that every step can be tried.
+    /// A plan with few files, so that a test can let every step fail.
     Plan smallPlan() const {
         Plan plan = *makePlan(wishes);
         plan.items.removeIf([](const Item &item) {
@@ -70,7 +70,7 @@ protected:
 };
 
 TEST_F(BundleWriter, AtEveryFailingStepTheEarlierBundleStaysAndNothingIsLeft) {
-    // Without its libraries the sample is not whole; that is found only at the end.
+    // The sample is incomplete without its libraries. Only the checks at the end find that.
     Plan plan = smallPlan();
     FailingFiles counting;
     const auto whole = write(plan, counting);
@@ -84,14 +84,14 @@ TEST_F(BundleWriter, AtEveryFailingStepTheEarlierBundleStaysAndNothingIsLeft) {
     ASSERT_TRUE(first && first->problems.isEmpty())
         << (first ? first->problems.join(u'\n') : lineOf(first.error())).toStdString();
     const QStringList before = tx::test::treeOf(path(u"dist"_s));
-    // Of the many copies a few; all of the other steps, which are at the beginning and at the end.
+    // Tries a few of the many copies, and all other steps, which come first and last.
     FailingFiles again;
     ASSERT_TRUE(write(plan, again));
     for (int step = 0; step < again.calls; step += step < 6 || step > again.calls - 12 ? 1 : 97) {
         FailingFiles failing;
         failing.failing = step;
         const auto result = write(plan, failing);
-        if (result) // the last step of all removes what was replaced
+        if (result) // the last step removes the replaced bundle
             EXPECT_GE(step, again.calls - 2);
         else
             EXPECT_THAT(lineOf(result.error()).toStdString(), testing::HasSubstr("the disk is full")) << step;

@@ -38,7 +38,7 @@ TEST_F(ElfReader, SampleNamesWhatTheLoaderWouldRead) {
 TEST_F(ElfReader, NewestNeededVersionCountsByNumberAndNotByText) {
     const auto file = readElf(sample());
     ASSERT_TRUE(file && *file);
-    // The compiler's start-up code needs 2.34; as a text, "2.4" would be newer.
+    // The compiler's start-up code needs 2.34. A comparison as strings would take "2.4" for newer.
     const QString glibc = (*file)->newestVersions.value(u"GLIBC"_s);
     EXPECT_TRUE(glibc.startsWith(u"2.")) << glibc.toStdString();
     EXPECT_GE(glibc.mid(2).toInt(), 34);
@@ -68,7 +68,7 @@ TEST_F(ElfReader, CutOffFileIsAnErrorOrNoneButNeverAnswered) {
 }
 
 TEST_F(ElfReader, StringsOfMemoryAreFoundAndThoseOfDebugSectionsAreNot) {
-    // The sample's RUNPATH is among what is loaded; the compiler's working folder only in its debug sections.
+    // The sample's RUNPATH is loaded. The compiler's working directory is only in debug sections.
     const auto found = tx::bundling::loadedStringsWith(sample(), {"ATTRIBUTE platform"});
     ASSERT_TRUE(found);
     EXPECT_TRUE(found->isEmpty());

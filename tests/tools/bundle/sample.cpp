@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// An application to make bundles of. Prints where it found what it uses.
+// A sample application for bundles. Prints where it found the files that it uses.
 #include "tests/tools/bundle/samplepart.h"
 
 #include <QApplication>

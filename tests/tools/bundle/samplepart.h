@@ -3,5 +3,5 @@
 
 #include <QString>
 
-/// From a library of the sample's own, which is found by the sample's RUNPATH alone.
+/// A function in the sample's own library, which only the sample's RUNPATH finds.
 [[gnu::visibility("default")]] QString samplePart();

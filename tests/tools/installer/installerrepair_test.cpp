@@ -200,7 +200,7 @@ TEST_F(InstallerTool, ContentsAreReplacedWhereTheFolderBelongsToOthers) {
 TEST_F(InstallerTool, LinksIntoTheContentsStayWhenTheseAreReplaced) {
     inPlace = true;
     prepare();
-    // Divided as /usr is: the executable in bin, and links to everything at the top.
+    // The layout of /usr: the executable in bin, and links to all parts at the top.
     for (const QString &bundle : {app, fresh}) {
         ASSERT_TRUE(QDir().rename(bundle + u"/Contents/Linux"_s, bundle + u"/Contents/bin"_s));
         for (const QString &name : {u"bin"_s, u"lib"_s, u"share"_s, u"Info.plist"_s})

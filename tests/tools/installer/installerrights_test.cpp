@@ -380,7 +380,7 @@ TEST_F(InstallerSteps, VerifiedApplicationIsRootsAndTheUsersGoesWithIt) {
         EXPECT_FALSE(QFileInfo::exists(fresh));
         EXPECT_FALSE(QFileInfo::exists(archive));
     }
-    // What is not installed goes, too. The user's own is still there for another try.
+    // An update that is not installed is removed, too. The user's copy stays for another attempt.
     for (const char *each : {"make", "bits", "sync", "exchange"}) {
         prepareVerified();
         failing = each;
@@ -391,7 +391,7 @@ TEST_F(InstallerSteps, VerifiedApplicationIsRootsAndTheUsersGoesWithIt) {
         EXPECT_TRUE(QFileInfo::exists(fresh));
         EXPECT_TRUE(QFileInfo::exists(archive));
     }
-    // Under somebody else's lock it is somebody else's.
+    // If another installation holds the lock, the files may belong to it.
     prepareVerified();
     failing = "lock";
     number = EWOULDBLOCK;

@@ -147,7 +147,8 @@ protected:
     int opened = 0;
     HookedFiles files;
     tx::installer::Session session;
-    QString verified; ///< what root has verified and unpacked, to be installed instead of the user's
+    QString
+        verified; ///< the update that root has verified and unpacked, installed in place of the user's copy
 
     InstallerSteps() {
         session.user = getuid();

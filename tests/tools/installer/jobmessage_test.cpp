@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What the program that runs as root receives from a host that may send anything.
+// What the program that runs as root accepts from a host, which may send anything.
 #include "installer/jobmessage.h"
 
 #include "tests/support/builders.h"
@@ -42,7 +42,7 @@ protected:
         host = Descriptor(ends[0]);
         root = Descriptor(ends[1]);
     }
-    /// What sendmsg() does; the errno of a failure.
+    /// Calls sendmsg(). Returns errno on failure.
     int send(const std::string &words, const std::vector<int> &descriptors) {
         iovec content{const_cast<char *>(words.data()), words.size()};
         std::vector<char> control(CMSG_SPACE(descriptors.size() * sizeof(int)));
@@ -91,12 +91,12 @@ TEST_F(JobMessages, WordsAndTheArchiveArriveTogether) {
     EXPECT_EQ(pread(message.archive.get(), content, sizeof content, 0), 7);
     EXPECT_STREQ(content, "archive");
     EXPECT_NE(fcntl(message.archive.get(), F_GETFD) & FD_CLOEXEC, 0) << "no program that is started gets it";
-    // The longest one, without an archive.
+    // The longest job, without an archive.
     ASSERT_EQ(send(std::string(longestJob, 'x'), {}), 0);
     EXPECT_EQ(receiveJob(root.get(), ample, message), "");
     EXPECT_EQ(message.words, std::string(longestJob, 'x'));
     EXPECT_FALSE(message.archive.isOpen());
-    // The host has gone: there is no job.
+    // The host has closed its end, so there is no job.
     host.reset();
     EXPECT_EQ(receiveJob(root.get(), ample, message), "");
     EXPECT_EQ(message.words, "");
@@ -161,7 +161,7 @@ TEST_F(JobMessages, MessageThatIsTooLongIsRefused) {
 TEST_F(JobMessages, MessageThatDoesNotComeOrHasNoEndIsNotWaitedFor) {
     JobMessage message;
     EXPECT_EQ(receiveJob(root.get(), std::chrono::milliseconds(20), message), "no job came in time");
-    // A stream could go on without an end; so could a pipe, a file and a device.
+    // A stream could be endless, and so could a pipe, a file or a device.
     connect(SOCK_STREAM);
     ASSERT_EQ(send("install", {}), 0);
     expectRefused("is not a local socket of packets");

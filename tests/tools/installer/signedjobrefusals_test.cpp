@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What decides whether the job "install-signed" is taken at all.
+// The conditions under which the job "install-signed" is accepted.
 #include "tests/tools/installer/signedjobtest.h"
 
 using namespace Qt::StringLiterals;
@@ -18,7 +18,7 @@ TEST_F(SignedJob, KeysOfTheInstalledApplicationDecideWhichJobItTakes) {
     EXPECT_EQ(run(unsignedJob, none), JobRefused);
     EXPECT_THAT(log, HasSubstr("has keys, so it is updated only by archives that they have signed"));
     EXPECT_TRUE(became.empty());
-    // Malformed keys are never "no keys".
+    // Malformed keys never count as "no keys".
     for (const QVariant &keys : {QVariant(QVariantList{}), QVariant(QVariantList{u"minisign:x"_s}),
                                  QVariant(u"minisign:x"_s), QVariant(true)}) {
         setInfo(bundle, u"TXUpdatePublicKeys"_s, keys);
@@ -29,7 +29,7 @@ TEST_F(SignedJob, KeysOfTheInstalledApplicationDecideWhichJobItTakes) {
     }
     setInfo(bundle, u"TXUpdatePublicKeys"_s, {});
     expectRefused(JobRefused, "has no keys (TXUpdatePublicKeys) to verify an update with", job());
-    // Without keys, whoever was asked must have been told.
+    // Without keys, the password dialog must have said so.
     context.saidUnverified = false;
     EXPECT_EQ(run(unsignedJob, none), JobRefused);
     EXPECT_THAT(log, HasSubstr("did not say that the update is not verified"));
@@ -41,7 +41,7 @@ TEST_F(SignedJob, KeysOfTheInstalledApplicationDecideWhichJobItTakes) {
                                              bundle.toStdString(), release.archive.toStdString()));
     EXPECT_TRUE(variables.empty());
     EXPECT_THAT(remarks, HasSubstr(bundle.toStdString() + " has no keys"));
-    // What cannot be read has no keys that could be told.
+    // It is unknown whether an unreadable Info.plist has keys.
     writeFile(bundle + u"/Contents/Info.plist"_s, "<plist>");
     became.clear();
     EXPECT_EQ(run(unsignedJob, none), JobFailed);
@@ -87,7 +87,7 @@ TEST_F(SignedJob, WordsThatDoNotFitAreRefused) {
     }
     EXPECT_EQ(run(right, u""_s), JobRefused);
     EXPECT_THAT(log, HasSubstr("the archive did not come with the job"));
-    // The other jobs take none.
+    // The other jobs accept none.
     setInfo(bundle, u"TXUpdatePublicKeys"_s, {});
     context.saidUnverified = true;
     EXPECT_EQ(run({u"install"_s, u"4711"_s, unpacked, release.archive}), JobRefused);
@@ -108,7 +108,7 @@ TEST_F(SignedJob, ApplicationOfAPackageIsNotExchanged) {
 
 TEST_F(SignedJob, AsRootUsesOnlyWhatNobodyElseCanChange) {
     release.make();
-    // This place belongs to the user, or is below a folder that everybody can write to.
+    // The folder belongs to the user, or is below a folder that everybody can write to.
     ASSERT_EQ(chmod(QFile::encodeName(path(u"Place"_s)).constData(), 0777), 0);
     context.asRoot = true;
     EXPECT_EQ(run(job()), JobForbidden);

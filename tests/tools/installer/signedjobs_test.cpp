@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The job "install-signed" in this process, with the rights of this user: what it verifies, what it unpacks,
-// and what it leaves when anything fails.
+// The job "install-signed" in this process, run as this user: what it verifies, what it unpacks, and which
+// files remain after a failure.
 #include "tests/tools/installer/signedjobtest.h"
 
 using namespace Qt::StringLiterals;
@@ -16,7 +16,7 @@ TEST_F(SignedJob, InstallsWhatItHasVerifiedAndUnpackedItself) {
          {ArchiveKind::Zip, ArchiveKind::Tgz, ArchiveKind::Tbz, ArchiveKind::Tzst, ArchiveKind::Tar}) {
         SCOPED_TRACE(suffixOf(kind));
         release.kind = kind;
-        // What it is called is the user's choice.
+        // The user may choose any file name.
         release.archive = path(u"cache/update"_s);
         release.make();
         limits.clear();
@@ -41,7 +41,7 @@ TEST_F(SignedJob, StepsAreTakenUnderTheLockAndNothingIsLeft) {
                            u"make .Host.app.txupdate-verified"_s, u"bits New.app"_s,
                            u"open .Host.app.txupdate-verified"_s, u"remove .Host.app.txupdate-verified"_s,
                            u"removeFile .Host.app.txupdate-lock"_s}));
-    // What a run left that was killed is no part of the next.
+    // Files that a killed run left do not become part of the next run.
     makeBundle(verified + u"/New.app"_s, {.build = u"9"_s});
     makeBundle(verified + u"/Other.app"_s, {.build = u"9"_s});
     expectInstalled();
@@ -67,7 +67,7 @@ TEST_F(SignedJob, FailingStepInstallsNothing) {
         expectRefused(JobFailed, "No space left on device", job());
     }
     privateFiles.failing.clear();
-    // The program that unpacks cannot be run, fails, or is not one of the framework's own.
+    // The unpacking program cannot be run, fails, or is not one of the framework's own.
     const auto runs = context.run;
     context.run = [](const auto &, const auto &, const auto &, std::string &, int &) { return "too slow"; };
     expectRefused(JobFailed, "the archive cannot be unpacked: too slow", job());
@@ -294,7 +294,7 @@ TEST_F(SignedJob, WhatCannotBeUnpackedOrStartedIsNotInstalled) {
     release.description.program = "";
     release.make();
     expectRefused(JobFailed, "New.app", job());
-    // Its Info.plist is a link to another one in the archive.
+    // The application's Info.plist is a link to another one in the archive.
     release.description.program = "#!/bin/sh\nexit 0\n";
     release.pack();
     ASSERT_TRUE(
@@ -365,7 +365,7 @@ TEST_F(SignedJob, ArchiveThatIsExchangedAfterwardsChangesNothing) {
 }
 
 TEST_F(SignedJob, ArchiveThatIsChangedWhileItIsCopiedIsRefused) {
-    // More than is read at once, and more than a compression would leave of zeros.
+    // Random bytes: the archive must be larger than one read, and zeros would compress to almost nothing.
     release.pack();
     QByteArray noise(3 << 20, Qt::Uninitialized);
     quint32 state = 1;
@@ -397,7 +397,7 @@ TEST_F(SignedJob, ArchiveThatIsChangedWhileItIsCopiedIsRefused) {
         EXPECT_TRUE(ran.empty()) << "nothing is unpacked";
     }
     writeFile(release.archive, QByteArray::fromStdString(release.bytes));
-    // What was read already is not read again.
+    // Bytes that were read once are not read again.
     privateFiles.afterFirstRead = [&] { writeAt(0); };
     expectInstalled();
 }
@@ -423,7 +423,7 @@ TEST_F(SignedJob, PlainKeyVerifiesTheCopyItself) {
     expectRefused(JobUnverified, "bytes, the signature is for", wordsFor(0, length + "0"));
     expectRefused(JobUnverified, "needs its \"length\"", wordsFor(0, ""));
     expectRefused(JobUnverified, "there is no signature", job());
-    // Its build is in no comment, and still not an older one.
+    // The signature does not name its build, but an older build is refused anyway.
     release.description.build = u"1"_s;
     release.pack();
     expectRefused(JobUnverified, "build 1 is not newer than the installed build 1",

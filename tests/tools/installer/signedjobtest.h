@@ -33,7 +33,7 @@ private:
     }
 };
 
-/// Does something between two steps of the private copy, and makes one fail.
+/// Runs code between two steps of the private copy, and can make one step fail.
 class WatchedCopy final : public tx::PrivateFiles {
 public:
     std::function<void()> afterFirstRead;
@@ -84,10 +84,10 @@ protected:
     JobContext context;
     std::vector<std::string> became;
     std::vector<std::string> variables;
-    QStringList verifiedTree; ///< what was handed to the installer
-    mode_t verifiedMode = 0;  ///< of the folder around it
+    QStringList verifiedTree; ///< content of the application that the installer received
+    mode_t verifiedMode = 0;  ///< mode of the folder that contains it
     std::vector<long> limits;
-    std::vector<std::string> ran; ///< the program that unpacked, its arguments and its variables
+    std::vector<std::string> ran; ///< the unpacking program with its arguments and environment variables
     std::string log;
     std::string remarks;
 

@@ -30,7 +30,7 @@ TEST_F(Withdraw, BuildIsTakenOutAndTheRestStays) {
     EXPECT_EQ(builds(), QStringList{u"1042"_s});
     EXPECT_EQ(verifyFeed(feedUrl()).status, 0);
     EXPECT_TRUE(QFileInfo::exists(site(u"My-1043.tgz"_s)));
-    // The last one leaves a feed without builds.
+    // Withdrawing the last build leaves a feed without builds.
     expectSaid(withdraw(u"1042"_s), 0, "the track has no build left");
     EXPECT_EQ(builds(), QStringList());
     EXPECT_EQ(verifyFeed(feedUrl()).status, 0);
@@ -97,7 +97,7 @@ TEST_F(Resign, WhatItNeedsIsSaid) {
 
 class Init : public PublishTest {
 protected:
-    /// In a folder of its own, without a terminal.
+    /// Runs "init" in a folder of its own, without a terminal.
     ProcessResult init(const QStringList &more) {
         QDir().mkpath(path(u"project"_s));
         return runProcess(u"/bin/sh"_s,
@@ -126,7 +126,7 @@ TEST_F(Init, AfterItPublishNeedsNoOptions) {
               (QStringList{u"release-spare.key"_s, u"release-spare.pub"_s, u"release.key"_s, u"release.pub"_s,
                            u"txupdate.toml"_s}));
     EXPECT_THAT(result.output.toStdString(), testing::HasSubstr("<key>TXUpdatePublicKeys</key>"));
-    // The application gets the keys; its first feed is empty, signed and readable.
+    // The application has the keys. Its first feed is empty, signed and readable.
     std::vector<std::string> keys;
     for (const QByteArray &line : result.output.split('\n')) {
         if (line.contains("<string>minisign:"))
@@ -152,7 +152,7 @@ TEST_F(Init, NothingThatIsThereIsReplaced) {
     const QStringList before = treeOf(path(u"project"_s)) + treeOf(site());
     expectRefused(init(usual()), "txupdate.toml is there already");
     EXPECT_EQ(treeOf(path(u"project"_s)) + treeOf(site()), before);
-    // Begun again: the keys are used, and the feed keeps what it has.
+    // Run again: uses the existing keys, and the feed keeps its entries.
     ASSERT_TRUE(QFile::remove(path(u"project/txupdate.toml"_s)));
     const QByteArray keyBefore = readFile(path(u"project/release.key"_s));
     expectSaid(init(usual()), 0, "release.key is there already, and is used");

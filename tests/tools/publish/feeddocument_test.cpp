@@ -105,7 +105,7 @@ TEST(FeedDocument, SignatureOfAnEditedFeedIsStillItsFirstLine) {
     ASSERT_TRUE(after) << after.fault().what;
     const qsizetype line = bytes.indexOf('\n') + 1;
     EXPECT_EQ(*after, bytes.left(line) + R"("release":[{"n":1}]})");
-    // So the next signature knows the serial that it must exceed.
+    // The next signature thus knows the serial that it must exceed.
     const auto again = tx::trust::signFeed(after->toStdString(), tx::trust::FeedFormat::Json, {&key(0)},
                                            {"org.example.Host", "release", 1699999000, 60});
     ASSERT_TRUE(again) << again.fault().what;
@@ -184,7 +184,7 @@ INSTANTIATE_TEST_SUITE_P(
             "EarlierLastSystem", {ten, {u"maxSystemVersion"_s, u"13"_s}}, {{}, {}, {}, u"12.9"_s}, true},
         Replacement{"NewOneFromABuildOn", {ten}, {u"5"_s, {}, {}, {}}, true},
         Replacement{"SameFirstBuild", {ten, {u"minBuild"_s, u"5"_s}}, {u"5"_s, {}, {}, {}}, false},
-        // Nobody with a build of 10 or more sees the earlier one.
+        // No application with build 10 or newer sees the earlier entry.
         Replacement{"NewOneUpToALaterBuild", {ten}, {{}, u"15"_s, {}, {}}, false},
         Replacement{"NewOneUpToAnEarlierBuild", {ten}, {{}, u"9"_s, {}, {}}, true},
         Replacement{"BothUpToABuild", {ten, {u"maxBuild"_s, u"7"_s}}, {{}, u"7"_s, {}, {}}, false},

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Publishing that is killed, or fails, at each step: the published feed is never wrong, and repeated it ends
-// as if nothing had happened.
+// Publishing that is killed or fails at each step. The published feed is always valid, and repeating the
+// command leads to the same result as an uninterrupted run.
 #include "tests/tools/publish/publishtest.h"
 #include "trust/archives.h"
 #include "trust/feeds.h"
@@ -29,8 +29,8 @@ protected:
                 writeFile(path(entry.name), entry.content);
         }
     }
-    /// All that applications see: the feed verifies, and each archive that it names is there as it was
-    /// signed.
+    /// Checks the feed as applications see it: it verifies, and each archive that it names exists and matches
+    /// its signature.
     void expectGoodFeed(const QStringList &buildsThatMayBe) {
         if (!QFileInfo::exists(site(u"feed.json"_s))) {
             EXPECT_TRUE(buildsThatMayBe.contains(QString()));
@@ -84,7 +84,7 @@ TEST_P(PublishMatrix, FeedIsNeverWrongAndTheNextRunEndsTheSame) {
             EXPECT_EQ(treeOf(site()).join(u'\n').toStdString(), after);
             ASSERT_FALSE(HasFailure());
         }
-        // Lock, archive made, copied, synced, named, its folder synced, feed replaced.
+        // The steps: lock, make the archive, copy, sync, rename, sync the folder, replace the feed.
         EXPECT_GE(point, 8);
     }
 }

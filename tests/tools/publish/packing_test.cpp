@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Archives: the same bundle gives the same bytes, and what comes out is the bundle.
+// Archives: the same bundle gives the same bytes, and unpacking gives the same bundle.
 #include "publish/packing.h"
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
@@ -20,7 +20,8 @@ constexpr PublishedLimits noLimits{qint64(1) << 40, qint64(1) << 40};
 
 class Packing : public FrameworkTest {
 protected:
-    /// A bundle with what is hard to keep, in this order of its making.
+    /// Makes a bundle with entries that are hard to pack. `isBackwards` reverses the order in which they are
+    /// made.
     QString makeApplication(const QString &place, bool isBackwards = false) {
         const QString bundle = path(place + u"/My App.app"_s);
         makeBundle(bundle, {});
@@ -129,7 +130,7 @@ TEST_F(Packing, ToolsOfInstallationsUnpackTheSameBundle) {
 
 TEST_F(Packing, ChangedByteOfAnyTypeIsNoticed) {
     const QString bundle = makeApplication(u"one"_s);
-    // So that the middle of the archive is content and not a header.
+    // Random bytes, so that the middle of the archive is content and not a header.
     QByteArray noise(200000, 0);
     for (qsizetype i = 0; i < noise.size(); ++i)
         noise[i] = char((i * i * 7919) >> 3);

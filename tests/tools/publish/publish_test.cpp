@@ -33,7 +33,7 @@ TEST_F(Publish, FirstBuildMakesASignedFeedThatInstalledApplicationsAccept) {
         command({u"feed"_s, u"validate"_s, feedUrl(), u"--archives"_s, u"--app"_s, path(u"My.app"_s)});
     EXPECT_THAT(installed.output.toStdString(),
                 testing::HasSubstr("1 archives fetched, 0 cannot be installed"));
-    // Servers read with rights of their own.
+    // The web server's user must be able to read it.
     for (const QString &name : {u"My-1043.tgz"_s, u"feed.json"_s}) {
         struct stat info {};
         ASSERT_EQ(stat(site(name).toUtf8().constData(), &info), 0);

@@ -17,7 +17,8 @@ namespace {
 const std::string uuid = "0B5E1C9A-6D3F-4A21-9C77-1F2E3D4C5B6A";
 const std::string query = "/feed.json?appName=My%20App&appVersion=1042&anonymousUUID=" + uuid;
 
-/// "application|version|first bytes of the number|day|system", "other", or "malformed: why".
+/// Formats a check as "application|version|first bytes of the identifier|day|system". Others are "other", or
+/// "malformed: " with the reason.
 std::string readingOf(const std::string &record) {
     LogParser parser;
     const Parsed parsed = parser.parse(record);
@@ -59,10 +60,10 @@ TEST(LogLines, AreReadInTheCommonAndTheCombinedFormat) {
          check},
         {"192.0.2.7 - a [b] c [22/Nov/2026:16:54:11 +0000] \"GET " + query + " HTTP/1.1\" 200 1", check},
         {common(query) + R"( "x \" y" "z [1] \"200\"")", check},
-        // A quote, and a backslash, within the request.
+        // A quote and a backslash within the request.
         {common(R"(/a\"b)" + query), check},
         {"192.0.2.7 - - [22/Nov/2026:16:54:11 +0000] \"GET /\\\\\" 200 1", "other"},
-        // An installation whose check fails is active.
+        // An installation is active even if its check fails.
         {"192.0.2.7 - - [22/Nov/2026:16:54:11 +0000] \"POST " + query + " HTTP/1.1\" 405 0", check},
         {"192.0.2.7 - - [22/Nov/2026:00:30:00 +0100] \"GET " + query + " HTTP/1.1\" 200 1",
          "My App|1042|0b6a|2026-11-21|"},
@@ -113,7 +114,7 @@ TEST(LogLines, BodyOfARequestTellsTheSystem) {
         {jsonLine(R"("request_body":"{\"source\":\"menu\"}")"), check},
         {jsonLine(R"("request_body":"{\"systemProfile\":\"none\"}")"), check},
         {jsonLine(R"("request_body":"{\"systemProfile\":{\"OSVersion\":12}}")"), check},
-        // A cache may cut the query off.
+        // A cache may truncate the query.
         {R"({"time":1795366451,"uri":"/feed.json","request_body":"{)" + names + "}\"}", check},
         {R"({"time":1795366451,"uri":"/login","request_body":"{\"password\":\"x\"}"})", "other"},
         {R"({"time":1795366451,"uri":"/login","request_body":"a=b"})", "other"},

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What `txupdate report` says of checks.
+// What `txupdate report` prints about checks.
 #include "tests/tools/report/reporttest.h"
 
 #include <QDir>
@@ -14,8 +14,8 @@ using namespace tx::test;
 
 namespace {
 
-/// Three installations: the first updates on the second day, the second is seen on the first day only, the
-/// third has a profile.
+/// Three installations. The first one updates on the second day, the second one is active only on the first
+/// day, and the third one has a profile.
 const QByteArray threeInstallations = checkLine("20", "1042", 1) + checkLine("20", "1042", 2) +
                                       checkLine("20", "1042", 1) + profileLine("20", "12.0.0", "1041", 3) +
                                       checkLine("21", "1042", 1) + checkLine("21", "1043", 1) +
@@ -34,7 +34,7 @@ TEST_F(Report, CountsInstallationsByVersionSystemAndDay) {
     EXPECT_EQ(onDay(application, u"2026-11-19"_s)[u"installations"_s], 0);
     EXPECT_EQ(versions(onDay(application, u"2026-11-20"_s)), u"1042: 2, 1041: 1"_s);
     EXPECT_EQ(systems(onDay(application, u"2026-11-20"_s)), u"?: 2, 12.0.0: 1"_s);
-    // Once, with the newer of two versions.
+    // Counted once, with the newer of two versions.
     EXPECT_EQ(versions(onDay(application, u"2026-11-21"_s)), u"1043: 1"_s);
     EXPECT_EQ(systems(onDay(application, u"2026-11-22"_s)), u"12.0.0: 1"_s);
 }
@@ -99,7 +99,7 @@ TEST_F(Report, ChartHasABarForEachDayDividedByVersion) {
     EXPECT_EQ(titles, (QStringList{u"2026-11-20, 1041: 1"_s, u"2026-11-20, 1042: 2"_s,
                                    u"2026-11-21, 1043: 1"_s, u"2026-11-22, 1<2&: 1"_s,
                                    u"2026-11-22, 1041: 1"_s, u"1043"_s, u"1042"_s, u"1041"_s, u"1<2&"_s}));
-    // Three installations, of the three that the scale ends at.
+    // Three installations, and the scale ends at three.
     EXPECT_NEAR(heights, 280, 0.1);
     EXPECT_GT(width, 0);
 }
@@ -194,7 +194,7 @@ TEST_F(Report, BrokenBodyLosesOnlyItself) {
     EXPECT_TRUE(result.errors.contains("2 of 32 lines are malformed")) << result.errors.constData();
     EXPECT_TRUE(result.errors.contains("  line 26: a JSON object without its end\n"))
         << result.errors.constData();
-    // The last one may go on: it is not counted for good.
+    // The last record may be incomplete, so it is not counted permanently.
     EXPECT_EQ(firstLog(reported({bodies}))[u"malformed"_s], 2);
 }
 

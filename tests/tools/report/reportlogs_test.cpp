@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Logs that grow, are rotated, compressed, cut or damaged, and what happens to the counts meanwhile.
+// Logs that grow, are rotated, compressed, truncated or damaged, and the effect on the counts.
 #include "report/logs.h"
 #include "report/summary.h"
 #include "report/tables.h"
@@ -33,7 +33,7 @@ QByteArray compressed(const QByteArray &content) {
     return result;
 }
 
-/// So many lines with installations from `first` on, so that the log is longer than what is compared.
+/// Makes `count` lines with installations from `first` on. Together they are longer than the compared part.
 QByteArray lines(int first, int count) {
     QByteArray result;
     for (int i = first; i < first + count; ++i)
@@ -57,7 +57,7 @@ protected:
 };
 
 TEST_F(ReportLogs, GrowingLogIsReadOnce) {
-    for (const int before : {1, 100}) { // shorter and longer than what is compared
+    for (const int before : {1, 100}) { // shorter and longer than the compared part
         QFile::remove(database());
         writeFile(access, lines(0, before));
         EXPECT_EQ(read(access), u"%1/%1/%1"_s.arg(before));
@@ -73,7 +73,7 @@ TEST_F(ReportLogs, GrowingLogIsReadOnce) {
 TEST_F(ReportLogs, RotatedLogIsKnownByItsContent) {
     writeFile(access, lines(0, 100));
     EXPECT_EQ(read(access), u"100/100/100"_s);
-    // Renamed after more lines, then compressed; a new one begins under its name.
+    // The log is renamed after more lines, then compressed. A new log has its old name.
     writeFile(rotated, lines(0, 120));
     writeFile(access, lines(500, 3));
     EXPECT_EQ(read(rotated), u"20/120/120"_s);
@@ -85,7 +85,7 @@ TEST_F(ReportLogs, RotatedLogIsKnownByItsContent) {
 }
 
 TEST_F(ReportLogs, CompressedLogIsReadFromWhereThePlainOneEnded) {
-    writeFile(access, lines(0, 1500)); // several blocks
+    writeFile(access, lines(0, 1500)); // several read buffers
     EXPECT_EQ(read(access), u"1500/1500/1500"_s);
     writeFile(rotated + u".gz"_s, compressed(lines(0, 4000)));
     EXPECT_EQ(read(rotated + u".gz"_s), u"2500/4000/4000"_s);
@@ -104,10 +104,10 @@ TEST_F(ReportLogs, LogThatWasEmptiedInPlaceBeginsAnew) {
 TEST_F(ReportLogs, LogThatChangedBeforeItsPlaceIsReadWhole) {
     writeFile(access, lines(0, 100));
     EXPECT_EQ(read(access), u"100/100/100"_s);
-    // The same beginning, another end before the place.
+    // The same beginning, but different bytes before the position.
     writeFile(access, lines(0, 50) + lines(700, 60));
     EXPECT_EQ(read(access), u"110/110/160"_s);
-    // The same beginning, and shorter.
+    // The same beginning, but shorter than the position.
     writeFile(access, lines(0, 50));
     EXPECT_EQ(read(access), u"50/50/160"_s);
 }
@@ -131,7 +131,8 @@ TEST_F(ReportLogs, UnfinishedLineCountsAndIsReadAgain) {
     EXPECT_EQ(firstApplication(all)[u"installations"_s], 4);
 }
 
-/// In this process, with the counts in memory: read up to any byte, then to the end, the result is the same.
+/// Runs in this process, with the counts in memory. Reading up to any byte and then to the end gives the same
+/// result as one run.
 TEST_F(ReportLogs, PlaceWhereALogWasCutNeverMatters) {
     const QByteArray log = checkLine("20", "1042", 1) + "garbage\n" + profileLine("21", "12.0.0", "1042", 2) +
                            profileBody("13.0.0", "1042", 1) + "{ \"a\":\n" + checkLine("22", "1043", 1) +
@@ -161,7 +162,7 @@ TEST_F(ReportLogs, PlaceWhereALogWasCutNeverMatters) {
 }
 
 TEST_F(ReportLogs, DamagedCompressedLogCountsUpToTheDamageAndFails) {
-    // Lines that do not compress to nothing.
+    // Random lines, which do not compress well.
     const QByteArray whole = compressed(lines(0, 20000));
     writeFile(rotated, whole.left(whole.size() / 2));
     const ProcessResult cut = report({rotated, u"--json"_s});
@@ -172,7 +173,7 @@ TEST_F(ReportLogs, DamagedCompressedLogCountsUpToTheDamageAndFails) {
     const int found = firstApplication(json(cut))[u"installations"_s].toInt();
     EXPECT_GT(found, 1000);
     EXPECT_LT(found, 20000);
-    // Repaired, it goes on from there.
+    // After the repair, reading resumes at the position.
     writeFile(rotated, whole);
     const QJsonObject repaired = reported({rotated});
     EXPECT_LT(firstLog(repaired)[u"newLines"_s].toInt(), 20000);
@@ -231,10 +232,10 @@ protected:
         process.start(programsFolder() + u"/txupdate"_s,
                       {u"report"_s, u"--json"_s, u"--database"_s, database(), pipe()});
         ASSERT_TRUE(process.waitForStarted());
-        // Returns when the process has opened the other end.
+        // open() returns when the process has opened the other end.
         writer = ::open(QFile::encodeName(pipe()).constData(), O_WRONLY | O_CLOEXEC);
         ASSERT_GE(writer, 0);
-        // More than the pipe holds: when all of it is written, the process has read some of it.
+        // More than the pipe can buffer: once everything is written, the process has read a part of it.
         const QByteArray half = lines(0, 2000);
         ASSERT_EQ(::write(writer, half.constData(), static_cast<size_t>(half.size())), half.size());
     }
@@ -276,7 +277,7 @@ TEST_F(ReportFromPipe, TwoProcessesTakeTurns) {
 TEST_F(ReportLogs, FullDiskStoresNothingAndTheNextRunIsWhole) {
     ASSERT_EQ(report({file(lines(0, 1), u"first.log"_s)}).status, 0);
     writeFile(access, lines(10, 20000));
-    // No file may grow beyond 64 KiB.
+    // Limits files to 64 KiB.
     const ProcessResult full = runProcess(
         u"sh"_s,
         {u"-c"_s, u"trap '' XFSZ; ulimit -f 64; exec \"$0\" report --json --database \"$1\" \"$2\""_s,

@@ -9,7 +9,7 @@
 
 namespace tx::test {
 
-/// A line of a check in the combined format.
+/// A line for a check in the combined format.
 inline QByteArray checkLine(const QByteArray &day, const QByteArray &build, int installation,
                             const QByteArray &application = "My%20App") {
     return "192.0.2.7 - jane [" + day + "/Nov/2026:16:54:11 +0000] \"GET /feed.json?appName=" + application +
@@ -18,7 +18,7 @@ inline QByteArray checkLine(const QByteArray &day, const QByteArray &build, int 
            " HTTP/1.1\" 200 1234 \"-\" \"TarvixUpdate/0.1.0\"\n";
 }
 
-/// The body of a request with a profile, as the framework writes it.
+/// A request body with a profile, as the framework writes it.
 inline QByteArray profileBody(const QByteArray &system, const QByteArray &build, int installation) {
     return "{\n    \"anonymousUUID\": \"00000000-0000-0000-0000-" +
            QByteArray::number(installation).rightJustified(12, '0') +
@@ -27,7 +27,7 @@ inline QByteArray profileBody(const QByteArray &system, const QByteArray &build,
            "\",\n        \"machineModel\": \"20XW0026GE\"\n    }\n}\n";
 }
 
-/// The same as a server's log in JSON lines has it.
+/// The same body in a server's log in JSON lines.
 inline QByteArray profileLine(const QByteArray &day, const QByteArray &system, const QByteArray &build,
                               int installation) {
     const QJsonObject line{

@@ -57,7 +57,7 @@ TEST_F(SignFeed, EveryReaderSeesTheSameEntriesAsBefore) {
         EXPECT_TRUE(result.output.contains(
             "is signed: txupdate-feed:1 bundle:org.example.Host feed:release serial:"));
         EXPECT_EQ(entriesOf(run(show(source)).output), entriesOf(before)) << what;
-        // That entries are not signed is said only where the feed is.
+        // Unsigned entries are reported only if the feed is signed.
         QByteArrayList lines = run(validate).output.split('\n');
         lines.removeIf([](const QByteArray &line) { return line.contains("no signature"); });
         EXPECT_EQ(lines.mid(0, lines.size() - 2), judged.split('\n').mid(0, lines.size() - 2)) << what;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What txupdate tells about itself: the manual page, and the completions of shells.
+// The manual page and the shell completions of txupdate.
 #include "tests/support/places.h"
 #include "tests/support/processes.h"
 
@@ -34,7 +34,7 @@ QStringList commands(const QStringList &of = {}) {
     return at < 0 ? QStringList() : namesIn(help.mid(at), u"^  ([a-z]+) "_s);
 }
 
-/// What bash would offer after these words, of which the last is not complete.
+/// The completions that bash offers after these words; the last word is incomplete.
 QString completed(const QStringList &words) {
     const QString script =
         u"source <(\"$1\" completion bash); shift; COMP_WORDS=(\"$@\"); COMP_CWORD=$(($# - 1)); "
@@ -62,7 +62,7 @@ TEST(Manual, NamesEveryCommandAndOption) {
     EXPECT_GT(seen, 60);
 }
 
-/// A line that begins with a dot is a macro, so no text of ours may.
+/// A line that begins with a dot is a macro, so no line of the text may begin with one.
 TEST(Manual, HasNoMacrosButItsOwn) {
     for (const QByteArray &line : outputOf({u"manual"_s}).split('\n')) {
         if (line.startsWith('.') || line.startsWith('\'')) {
@@ -81,9 +81,9 @@ TEST(Completion, OffersCommandsThenOptionsThenFiles) {
     EXPECT_EQ(completed({u"feed"_s, u"va"_s}), u"validate"_s);
     EXPECT_EQ(completed({u"feed"_s, u"validate"_s, u"--ar"_s}), u"--archives"_s);
     EXPECT_EQ(completed({u"bundle"_s, u"--lay"_s}), u"--layout"_s);
-    // Nothing, so that the shell completes files.
+    // No completion, so that the shell completes file names.
     EXPECT_EQ(completed({u"publish"_s, u"dist/"_s}), QString());
-    // A value that is spelt as a command is none.
+    // A value that looks like a command is not a command.
     EXPECT_EQ(completed({u"publish"_s, u"--title"_s, u"feed"_s, u"--not-s"_s}), u"--not-served"_s);
 }
 
@@ -95,7 +95,7 @@ TEST(Completion, IsWrittenForThreeShellsAndNoOther) {
     EXPECT_TRUE(fish.contains("complete -c txupdate -n '__fish_seen_subcommand_from publish' -r -l to -d "));
     EXPECT_TRUE(
         fish.contains("complete -c txupdate -n '__fish_seen_subcommand_from publish' -l dry-run -d "));
-    // Every quotation ends on its line.
+    // Each quotation ends on its line.
     for (const QByteArray &line : fish.split('\n'))
         EXPECT_EQ((line.count('\'') - line.count("\\'")) % 2, 0) << line.constData();
     const auto other = runProcess(tx::test::programsFolder() + u"/txupdate"_s, {u"completion"_s, u"csh"_s});

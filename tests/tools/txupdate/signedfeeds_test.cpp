@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// How `feed show` and `feed validate` judge signatures, and `update` where something is wrong with them.
+// How `feed show` and `feed validate` judge signatures, and how `update` reacts to bad ones.
 #include "tests/support/feedserver.h"
 #include "tests/tools/txupdate/trustcommandstest.h"
 #include "tests/trust/signedreleases.h"
@@ -55,7 +55,7 @@ TEST_F(SignedFeeds, ShowTellsWhatTheApplicationsKeysDoNotAdmit) {
         skipped[0][u"reason"_s].toString().toStdString(),
         testing::HasSubstr("no usable signature: no signature with \"txupdate-archive:1\" is by one"));
     EXPECT_EQ(skipped[1][u"reason"_s], u"no usable signature: there is no signature"_s);
-    // An application without keys sees all of it, and so does who names none.
+    // An application without keys sees the whole feed, and so does a user who names no application.
     makeApp(u"Unkeyed.app"_s, u"1042"_s, {});
     for (const ProcessResult &open : {showFor(document, u"Unkeyed.app"_s), run(show(file(document)))}) {
         EXPECT_EQ(json(open)[u"tracks"_s].toArray().size(), 1) << "the first line is no track";
@@ -84,7 +84,7 @@ TEST_F(SignedFeeds, ShowRefusesAFeedAsTheApplicationWould) {
     EXPECT_THAT(json(showFor(good, u"Wrong.app"_s))[u"error"_s][u"failureReason"_s].toString().toStdString(),
                 testing::StartsWith("The keys of this application are malformed: "));
     EXPECT_EQ(showFor(good, u"none.app"_s).status, 1);
-    // Looking at a feed is not receiving it.
+    // Showing a feed does not count as receiving it.
     EXPECT_EQ(showFor(feedWith({}, now - 100)).status, 0);
     EXPECT_EQ(showFor(feedWith({}, now - 200)).status, 0);
 }

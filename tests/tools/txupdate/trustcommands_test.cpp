@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The commands of txupdate that make keys, and sign and verify archives.
+// The commands of txupdate that make keys, and that sign and verify archives.
 #include "tests/tools/txupdate/trustcommandstest.h"
 
 #include <QFileInfo>
