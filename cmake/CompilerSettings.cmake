@@ -1,4 +1,4 @@
-# One place for the language level, the warnings and the strict Qt definitions of every target.
+# The language level, the warnings and the strict Qt definitions of every target.
 set(CMAKE_CXX_STANDARD 20)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
 set(CMAKE_CXX_EXTENSIONS OFF)
@@ -9,8 +9,8 @@ set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 
 find_program(CCACHE_PROGRAM ccache)
 if(CCACHE_PROGRAM AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
-  # Without the first two it would compile everything anew that uses a precompiled header, and without the others the
-  # precompiled header itself, which is made right after the file that it is made from.
+  # Without the first two settings, ccache would miss every file that uses a precompiled header. Without the others, it would miss
+  # the precompiled header itself, because CMake generates the file from which it is compiled just before.
   set(CMAKE_CXX_COMPILER_LAUNCHER ${CMAKE_COMMAND} -E env CCACHE_SLOPPINESS=pch_defines,time_macros,include_file_mtime,include_file_ctime ${CCACHE_PROGRAM})
 endif()
 
@@ -19,7 +19,7 @@ target_compile_features(tarvix_settings INTERFACE cxx_std_20)
 target_compile_options(tarvix_settings INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-align
   -Wconversion -Wno-sign-conversion -Wno-missing-field-initializers -Wformat=2 -Wimplicit-fallthrough)
-# Only in the presets that we run: a newer compiler's new warning must not stop somebody who builds a release.
+# Only in our own presets: a new warning of a newer compiler must not stop somebody who builds a release.
 option(TARVIXUPDATE_WARNINGS_AS_ERRORS "Stop at compiler warnings" OFF)
 if(TARVIXUPDATE_WARNINGS_AS_ERRORS)
   target_compile_options(tarvix_settings INTERFACE -Werror)
@@ -28,10 +28,10 @@ target_compile_definitions(tarvix_settings INTERFACE
   QT_NO_KEYWORDS QT_NO_FOREACH QT_NO_CAST_FROM_ASCII QT_NO_CAST_TO_ASCII QT_NO_CAST_FROM_BYTEARRAY
   QT_NO_URL_CAST_FROM_STRING QT_NO_NARROWING_CONVERSIONS_IN_CONNECT QT_NO_CONTEXTLESS_CONNECT
   QT_DISABLE_DEPRECATED_BEFORE=0x060400
-  # Qt 6.4 is the oldest supported: what later versions deprecate has no replacement there.
+  # Qt 6.4 is the oldest supported version. It has no replacement for functions that later versions deprecate.
   QT_WARN_DEPRECATED_UP_TO=0x060400)
 if(CMAKE_SIZEOF_VOID_P EQUAL 4)
-  # Files of more than 2 GiB, also where an off_t has 32 bits without these words.
+  # Makes off_t 64 bits wide, for files larger than 2 GiB.
   target_compile_definitions(tarvix_settings INTERFACE _FILE_OFFSET_BITS=64)
 endif()
 

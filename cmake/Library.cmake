@@ -1,5 +1,6 @@
-# The libraries that are made of the rooms' objects: for hosts one of everything below the user interface and one of the
-# user interface, and one of all rooms for tests, benchmarks and the command-line tool.
+# The libraries that are built from the modules' objects. For hosts there are two: one contains everything below the user
+# interface, the other one contains the user interface. A third one contains all modules, for tests, benchmarks and the
+# command-line tool.
 get_property(rooms GLOBAL PROPERTY TARVIX_ROOMS)
 set(objects)
 foreach(room IN LISTS rooms)
@@ -9,7 +10,7 @@ foreach(room IN LISTS rooms)
 endforeach()
 set(dependencies
   Qt6::Network simdjson::simdjson PkgConfig::xml2 PkgConfig::plist ZLIB::ZLIB tarvix_static_sodium Threads::Threads)
-# While the major version is 0, each minor version may have another interface.
+# While the major version is 0, each minor version may change the binary interface.
 if(PROJECT_VERSION_MAJOR EQUAL 0)
   set(interface_version ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR})
 else()
@@ -27,7 +28,7 @@ function(tarvix_library NAME)
   set_target_properties(${library} PROPERTIES
     VERSION ${PROJECT_VERSION} SOVERSION ${interface_version} EXPORT_NAME ${NAME} AUTOMOC OFF LINKER_LANGUAGE CXX
     INSTALL_RPATH "$ORIGIN")
-  # What libsodium defines stays inside: a host may use another version of it.
+  # The symbols of libsodium are not exported, because a host may use another version of it.
   target_link_options(${library} PRIVATE -Wl,--as-needed -Wl,--exclude-libs,libsodium.a)
   if(NOT TARVIXUPDATE_SANITIZE)
     target_link_options(${library} PRIVATE -Wl,--no-undefined)
@@ -37,17 +38,18 @@ tarvix_library(Core ${objects})
 target_link_libraries(TarvixUpdateCore PUBLIC Qt6::Core PRIVATE ${dependencies})
 tarvix_library(Widgets $<TARGET_OBJECTS:tarvix_widgets>)
 target_link_libraries(TarvixUpdateWidgets PUBLIC TarvixUpdateCore Qt6::Widgets)
-# Both. The user interface registers itself when it is loaded, so it is loaded also where a host calls nothing of it.
+# Both libraries. The user interface registers itself when it is loaded, so it is linked even if a host calls none of its
+# functions.
 add_library(TarvixUpdate INTERFACE)
 add_library(TarvixUpdate::TarvixUpdate ALIAS TarvixUpdate)
 target_link_libraries(TarvixUpdate INTERFACE
   TarvixUpdateCore -Wl,--push-state,--no-as-needed TarvixUpdateWidgets -Wl,--pop-state)
 
-# Everything but the user interface comes out of this archive only when it is used, so a program without
-# windows does not load the widget libraries.
+# The linker takes only the objects that a program uses from this archive, so a program without windows does not load the
+# widget libraries.
 add_library(TarvixUpdateInternals STATIC ${objects} $<TARGET_OBJECTS:tarvix_widgets>)
 target_link_libraries(TarvixUpdateInternals PUBLIC tarvix_settings Qt6::Core ${dependencies} Qt6::Widgets)
-# Programs stand above all floors.
+# The programs that link it may include the headers of all modules.
 target_include_directories(TarvixUpdateInternals PUBLIC ${PROJECT_SOURCE_DIR}/include ${PROJECT_SOURCE_DIR}/src)
 set_target_properties(TarvixUpdateInternals PROPERTIES AUTOMOC OFF LINKER_LANGUAGE CXX)
 target_link_options(TarvixUpdateInternals INTERFACE -Wl,--as-needed)
@@ -56,7 +58,7 @@ include(CMakePackageConfigHelpers)
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/TarvixUpdate)
 install(TARGETS TarvixUpdateCore TarvixUpdateWidgets TarvixUpdate EXPORT TarvixUpdateTargets)
 install(DIRECTORY include/TarvixUpdate DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
-# Programs, and what belongs to them. In a bundle they are beside the library instead.
+# The tools and their resources. In a bundle they are beside the library instead.
 install(DIRECTORY ${CMAKE_LIBRARY_OUTPUT_DIRECTORY}/TarvixUpdate DESTINATION ${CMAKE_INSTALL_LIBEXECDIR}
         USE_SOURCE_PERMISSIONS)
 install(EXPORT TarvixUpdateTargets NAMESPACE TarvixUpdate:: DESTINATION ${package_dir})
@@ -68,7 +70,7 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/TarvixUpdateConfig.cmake
               cmake/TarvixUpdateBundle.cmake cmake/TarvixUpdatePolicy.cmake cmake/TarvixUpdatePolicy.policy.in
         DESTINATION ${package_dir})
 
-# For build systems that ask pkg-config.
+# For build systems that use pkg-config.
 file(RELATIVE_PATH PREFIX_FROM_PC ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
 function(tarvix_pkg_config NAME DESCRIPTION LIBS REQUIRES)
   configure_file(cmake/TarvixUpdate.pc.in ${NAME}.pc @ONLY)

@@ -1,4 +1,4 @@
-# Targets that keep the tree in shape: format, check-format, check-layers, tidy, and, with doxygen, reference.
+# Targets that format and check the sources (format, check-format, check-layers, tidy) and, with doxygen, make the API reference.
 add_custom_target(format COMMAND ${PROJECT_SOURCE_DIR}/scripts/format WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
 add_custom_target(check-format COMMAND ${PROJECT_SOURCE_DIR}/scripts/format --check
                   WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})

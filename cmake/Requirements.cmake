@@ -1,5 +1,5 @@
-# Looks for everything that the build needs, then names all that is missing at once, by the libraries' own names: not
-# every system calls its packages as Debian does.
+# Looks for everything that the build needs, then reports all missing items at once. The message contains the names of the
+# libraries, because package names differ between systems.
 set(TARVIX_MISSING "")
 
 # tarvix_need(FOUND DESCRIPTION): notes that something is missing unless the variable FOUND is true.
@@ -46,8 +46,8 @@ if(TARVIXUPDATE_BUILD_TXUPDATE)
   find_path(TARVIXUPDATE_TOML toml++/toml.h)
   tarvix_need(TARVIXUPDATE_TOML "toml++ (the header toml++/toml.h), for txupdate")
 endif()
-# For the tools that stand alone. A tool that was linked to a shared library in place of a static one would fail only on
-# a machine without it.
+# For the stand-alone tools. If a tool were linked with a shared library instead of a static one, it would fail only on a
+# machine without that library.
 set(TARVIX_STATIC_LIBRARIES z acl bz2 lzma nettle zstd archive sodium)
 foreach(name IN LISTS TARVIX_STATIC_LIBRARIES)
   find_library(TARVIXUPDATE_STATIC_${name} lib${name}.a)
@@ -68,7 +68,7 @@ if(TARVIX_MISSING)
                       "On Debian and what is alike, scripts/setup installs them.")
 endif()
 
-# The whole of Qt once more, which gives the targets' properties; and what the build can do without.
+# Finds all required components of Qt in one call, which sets the properties of their targets; then the optional components.
 find_package(Qt6 6.4 REQUIRED COMPONENTS Core Network DBus Gui Widgets UiTools)
 if(TARVIXUPDATE_BUILD_PAGES)
   find_package(Qt6 6.4 QUIET OPTIONAL_COMPONENTS WebEngineWidgets Quick)

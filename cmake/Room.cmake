@@ -1,13 +1,14 @@
-# The rooms of the framework. Each sees the headers of its own folder and of those that it names as lower, and no others:
-# their folders are reached through links of one folder for each room, so that a forbidden include does not compile.
+# The modules ("rooms") of the framework: each folder of src/ is one. A module can include its own headers and those of the
+# modules below it, which it names, and no others. The build makes one folder of links to headers for each module and puts only
+# the permitted ones on the include path, so a forbidden include does not compile.
 set(TARVIX_ROOMS ${PROJECT_BINARY_DIR}/rooms)
 file(REMOVE_RECURSE ${TARVIX_ROOMS})
 file(MAKE_DIRECTORY ${TARVIX_ROOMS})
 
-# tarvix_room(NAME [WITHOUT_QT] BELOW ... HEADERS ... SOURCES ... OBJECTS ... LIBRARIES ...): one folder of src/ as an object
-# library. BELOW are the rooms that it may include from, with what these include from; HEADERS are its public headers,
-# and OBJECTS those of them with signals or properties. The objects go into the shared library for hosts and into the static
-# one for tests, benchmarks and the command-line tool.
+# tarvix_room(NAME [WITHOUT_QT] BELOW ... HEADERS ... SOURCES ... OBJECTS ... LIBRARIES ...): defines a module as an object
+# library. BELOW names the modules from which it may include; it may also include from the modules below these. HEADERS are its
+# public headers. OBJECTS are those of them that moc must read. The objects go into a shared library for hosts and into the
+# static library for tests, benchmarks and the command-line tool.
 function(tarvix_room NAME)
   cmake_parse_arguments(ARG "WITHOUT_QT" "" "BELOW;HEADERS;SOURCES;OBJECTS;LIBRARIES" ${ARGN})
   set(public ${PROJECT_SOURCE_DIR}/include/TarvixUpdate)
@@ -29,20 +30,21 @@ function(tarvix_room NAME)
   set_property(GLOBAL APPEND PROPERTY TARVIX_ROOMS tarvix_${NAME})
 endfunction()
 
-# tarvix_see(TARGET ROOM): lets a target that is no room include from a room, and from those below it, without its objects.
+# tarvix_see(TARGET ROOM): lets a target that is not a module include from a module and from those below it, without linking their
+# objects.
 function(tarvix_see TARGET ROOM)
   target_include_directories(${TARGET} PRIVATE $<TARGET_PROPERTY:tarvix_${ROOM},INTERFACE_INCLUDE_DIRECTORIES>)
 endfunction()
 
-# tarvix_see_tool(TARGET FOLDER): lets it include from a folder of tools/.
+# tarvix_see_tool(TARGET FOLDER): lets a target include from a folder of tools/.
 function(tarvix_see_tool TARGET FOLDER)
   file(MAKE_DIRECTORY ${TARVIX_ROOMS}/tools/${FOLDER})
   file(CREATE_LINK ${PROJECT_SOURCE_DIR}/tools/${FOLDER} ${TARVIX_ROOMS}/tools/${FOLDER}/${FOLDER} SYMBOLIC)
   target_include_directories(${TARGET} PUBLIC ${TARVIX_ROOMS}/tools/${FOLDER})
 endfunction()
 
-# tarvix_tool(NAME FOLDER [WITH_QT] [IN DIRECTORY] SOURCES ... LIBRARIES ...): a program of the framework's resources, from a
-# folder of tools/. It stands alone, that is, needs nothing but the C library at run time, unless it uses the Qt of the bundle.
+# tarvix_tool(NAME FOLDER [WITH_QT] [IN DIRECTORY] SOURCES ... LIBRARIES ...): a program in the framework's resources, built from a
+# folder of tools/. It is stand-alone: it needs only the C library at run time. With WITH_QT it uses the Qt of the bundle as well.
 function(tarvix_tool NAME FOLDER)
   cmake_parse_arguments(ARG "WITH_QT" "IN" "SOURCES;LIBRARIES" ${ARGN})
   add_executable(tarvix_tool_${NAME} ${ARG_SOURCES})

@@ -1,13 +1,13 @@
-# From a target to a bundle that users can start and update, by `txupdate bundle`.
+# Makes a bundle, which users can start and update, from a CMake target. Uses `txupdate bundle`.
 #
 # tarvixupdate_add_bundle(TARGET myapp IDENTIFIER org.example.MyApp NAME "My App" BUILD 1042 [VERSION 2.1] [ICON FILE]
 #                         [DESKTOP FILE] [INFO FILE] [KEYS NAME...] [ADD FILE[:PLACE]...] [PLUGINS FOLDER[/FILE]...]
 #                         [QML FOLDER...] [BUILD_PATHS FOLDER...] [PUBLISHED BUNDLE] [OUTPUT FOLDER] [LAYOUT app|prefix]
 #                         [WITH_WEB_ENGINE] [ALL])
-#   adds the target myapp_bundle, which makes the bundle in OUTPUT, by default the current binary folder, and fails if
-#   something in it would not work for users. Files are relative to the current source folder. ALL makes it a part of the
-#   default target. What is not given is taken from the target's property of that name after TARVIXUPDATE_BUNDLE_, such as
-#   TARVIXUPDATE_BUNDLE_IDENTIFIER.
+#   adds the target myapp_bundle, which makes the bundle in the folder OUTPUT, by default the current binary folder. The target
+#   fails if the bundle would not run on users' machines. Relative paths are relative to the current source folder. With ALL, the
+#   target is built by default. If an argument is missing, the target property with the prefix TARVIXUPDATE_BUNDLE_ is used, such
+#   as TARVIXUPDATE_BUNDLE_IDENTIFIER.
 function(tarvixupdate_add_bundle)
   set(one IDENTIFIER NAME BUILD VERSION ICON DESKTOP INFO PUBLISHED OUTPUT LAYOUT)
   set(many KEYS ADD PLUGINS QML BUILD_PATHS)

@@ -1,14 +1,14 @@
-# The system's words for an application that is installed for all users. Without a policy of its own polkit asks
-# "Authentication is needed to run <path> as the super user"; with it the question names the application.
+# A polkit policy for an application that is installed for all users. Without it, the password dialog says "Authentication is
+# needed to run <path> as the super user". With it, the dialog names the application.
 #
 # tarvixupdate_install_policy(NAME "My App" IDENTIFIER org.example.MyApp BUNDLE /opt/MyApp.app [DESTINATION DIR])
-#   installs <identifier>.update.policy into DIR, by default share/polkit-1/actions below the prefix. polkit looks into
-#   /usr/share/polkit-1/actions: install with the prefix /usr, or name that folder.
+#   installs <identifier>.update.policy into DIR, by default share/polkit-1/actions below the prefix. polkit reads
+#   /usr/share/polkit-1/actions: install with the prefix /usr, or pass that folder.
 # tarvixupdate_write_policy(FILE PATH NAME ... IDENTIFIER ... BUNDLE ...)
-#   writes it only. Without a project: cmake -DFILE=... -DNAME=... -DIDENTIFIER=... -DBUNDLE=... -P TarvixUpdatePolicy.cmake
+#   only writes the policy. Without a CMake project: cmake -DFILE=... -DNAME=... -DIDENTIFIER=... -DBUNDLE=... -P TarvixUpdatePolicy.cmake
 #
-# BUNDLE is where the application is on the users' machines: an absolute path without symbolic links. It need not exist
-# here. polkit finds the policy by the path of the program that it is asked to start there.
+# BUNDLE is the path of the application on the users' machines: an absolute path without symbolic links. It need not exist on
+# this machine. polkit finds the policy by the path of the program that it is asked to start.
 set(TARVIXUPDATE_POLICY_TEMPLATE "${CMAKE_CURRENT_LIST_DIR}/TarvixUpdatePolicy.policy.in")
 
 function(tarvixupdate_write_policy)
@@ -22,7 +22,7 @@ function(tarvixupdate_write_policy)
     message(FATAL_ERROR "BUNDLE must be the absolute path of an application, such as /opt/MyApp.app; "
                         "found \"${ARG_BUNDLE}\".")
   endif()
-  # polkit replaces $(...) in messages, and both texts stand in CDATA sections.
+  # polkit replaces $(...) in messages, and both strings are in CDATA sections.
   if(ARG_NAME MATCHES "\\$\\(|[\n\r\t]" OR "${ARG_NAME}${ARG_BUNDLE}" MATCHES "]]>")
     message(FATAL_ERROR "NAME is shown to users and must hold neither \"$(\" nor \"]]>\" nor control characters, and "
                         "BUNDLE no \"]]>\"; found \"${ARG_NAME}\" and \"${ARG_BUNDLE}\".")
