@@ -29,7 +29,9 @@ target_compile_definitions(tarvix_settings INTERFACE
   QT_NO_URL_CAST_FROM_STRING QT_NO_NARROWING_CONVERSIONS_IN_CONNECT QT_NO_CONTEXTLESS_CONNECT
   QT_DISABLE_DEPRECATED_BEFORE=0x060400
   # Qt 6.4 is the oldest supported version. It has no replacement for functions that later versions deprecate.
-  QT_WARN_DEPRECATED_UP_TO=0x060400)
+  QT_WARN_DEPRECATED_UP_TO=0x060400
+  # Otherwise messages of a debug build contain the paths of source files, and a bundle must not.
+  QT_NO_MESSAGELOGCONTEXT)
 if(CMAKE_SIZEOF_VOID_P EQUAL 4)
   # Makes off_t 64 bits wide, for files larger than 2 GiB.
   target_compile_definitions(tarvix_settings INTERFACE _FILE_OFFSET_BITS=64)

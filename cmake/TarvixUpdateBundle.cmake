@@ -3,7 +3,7 @@
 # tarvixupdate_add_bundle(TARGET myapp IDENTIFIER org.example.MyApp NAME "My App" BUILD 1042 [VERSION 2.1] [ICON FILE]
 #                         [DESKTOP FILE] [INFO FILE] [KEYS NAME...] [ADD FILE[:PLACE]...] [PLUGINS FOLDER[/FILE]...]
 #                         [QML FOLDER...] [BUILD_PATHS FOLDER...] [PUBLISHED BUNDLE] [OUTPUT FOLDER] [LAYOUT app|prefix]
-#                         [WITH_WEB_ENGINE] [ALL])
+#                         [WITH_WEB_ENGINE] [ALLOW_BUILD_PATHS] [ALL])
 #   adds the target myapp_bundle, which makes the bundle in the folder OUTPUT, by default the current binary folder. The target
 #   fails if the bundle would not run on users' machines. Relative paths are relative to the current source folder. With ALL, the
 #   target is built by default. If an argument is missing, the target property with the prefix TARVIXUPDATE_BUNDLE_ is used, such
@@ -11,14 +11,14 @@
 function(tarvixupdate_add_bundle)
   set(one IDENTIFIER NAME BUILD VERSION ICON DESKTOP INFO PUBLISHED OUTPUT LAYOUT)
   set(many KEYS ADD PLUGINS QML BUILD_PATHS)
-  cmake_parse_arguments(PARSE_ARGV 0 ARG "WITH_WEB_ENGINE;ALL" "TARGET;${one}" "${many}")
+  cmake_parse_arguments(PARSE_ARGV 0 ARG "WITH_WEB_ENGINE;ALLOW_BUILD_PATHS;ALL" "TARGET;${one}" "${many}")
   if(ARG_UNPARSED_ARGUMENTS)
     message(FATAL_ERROR "tarvixupdate_add_bundle: unknown arguments \"${ARG_UNPARSED_ARGUMENTS}\".")
   endif()
   if(NOT TARGET "${ARG_TARGET}")
     message(FATAL_ERROR "tarvixupdate_add_bundle: TARGET must name an executable of this project; found \"${ARG_TARGET}\".")
   endif()
-  foreach(argument IN LISTS one many ITEMS WITH_WEB_ENGINE)
+  foreach(argument IN LISTS one many ITEMS WITH_WEB_ENGINE ALLOW_BUILD_PATHS)
     if(NOT ARG_${argument})
       get_target_property(value ${ARG_TARGET} TARVIXUPDATE_BUNDLE_${argument})
       if(value)
@@ -45,6 +45,9 @@ function(tarvixupdate_add_bundle)
   endif()
   if(ARG_WITH_WEB_ENGINE)
     list(APPEND words --with-web-engine)
+  endif()
+  if(ARG_ALLOW_BUILD_PATHS)
+    list(APPEND words --allow-build-paths)
   endif()
   foreach(argument ICON DESKTOP INFO PUBLISHED KEYS ADD QML BUILD_PATHS PLUGINS)
     string(TOLOWER "--${argument}" word)

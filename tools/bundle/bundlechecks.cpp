@@ -109,7 +109,7 @@ private:
         }
         if (!found->isEmpty())
             m_problems << u"%1 holds paths of the machine on which it was built: %2. Compile it with "
-                          "-ffile-prefix-map=FOLDER=."_s.arg(
+                          "-ffile-prefix-map=FOLDER=., or allow them with --allow-build-paths"_s.arg(
                               place, found->first(std::min<qsizetype>(3, found->size())).join(u", "_s));
     }
 

@@ -410,6 +410,8 @@ private:
     /// Notes the folders in which the program was built: those from CMake's cache, the user's home folder,
     /// and those that the publisher names.
     void noteBuildPaths() {
+        if (m_wishes.allowsBuildPaths)
+            return;
         QStringList folders = m_wishes.buildFolders;
         if (const QString home = QDir::homePath(); home != u"/")
             folders << home;

@@ -30,6 +30,7 @@ struct Wishes {
     QString output;           ///< folder in which the bundle is made
     Layout layout = Layout::App;
     bool withWebEngine = false;
+    bool allowsBuildPaths = false; ///< paths of the build machine do not fail the checks
 };
 
 enum class Kind { Program, Library, Plugin, QmlModule, Framework, Translation, Resource };

@@ -389,9 +389,9 @@ private:
             return urlFromFeedText(textOf(entryOf(parcel)->members, u"releaseNotesURL"_s)) == m_report.notes;
         });
         if (!m_request.notes.isNull() && !areNotesNamed)
-            m_report.warnings << u"build %1 is published with other notes or without any, and its entry stays. "
-                                 "To change it, withdraw the build and publish it again"_s.arg(
-                                     m_report.build);
+            m_report.warnings
+                << u"build %1 is published with other notes or without any, and its entry stays. "
+                   "To change it, withdraw the build and publish it again"_s.arg(m_report.build);
         else if (!m_notesName.isNull() && !areNotesThere())
             return replaceNotes();
         say(u"build %1 is published already: nothing to do"_s.arg(m_report.build));

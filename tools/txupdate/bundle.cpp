@@ -105,6 +105,7 @@ struct BundleWords::Data {
     std::vector<std::string> qmlFolders;
     std::vector<std::string> buildFolders;
     bool withWebEngine = false;
+    bool allowsBuildPaths = false;
     bool isDryRun = false;
     bool asJson = false;
     CLI::App *command = nullptr;
@@ -149,6 +150,9 @@ BundleWords::BundleWords(CLI::App &program)
         ->capture_default_str();
     d->command->add_flag("--with-web-engine", d->withWebEngine,
                          "with the framework's module for pages and the web engine");
+    d->command->add_flag("--allow-build-paths", d->allowsBuildPaths,
+                         "do not fail when a file names a folder of this machine, such as in a build with a "
+                         "sanitizer");
     d->command->add_flag("--dry-run", d->isDryRun,
                          "list all files with their sizes and who asked for them; make nothing");
     d->command->add_flag("--json", d->asJson, "print JSON");
@@ -177,6 +181,7 @@ std::optional<int> BundleWords::run() const {
     wishes.output = QDir(text(d->output)).absolutePath();
     wishes.layout = bundling::layoutNamed(text(d->layout)).value_or(bundling::Layout::App);
     wishes.withWebEngine = d->withWebEngine;
+    wishes.allowsBuildPaths = d->allowsBuildPaths;
     return bundle(wishes, d->isDryRun, d->asJson);
 }
 

@@ -236,6 +236,9 @@ TEST_F(BundleCommand, PathsOfTheBuildMachineFailIt) {
     const ProcessResult named =
         bundle(ownSample(u"sample_with_paths"_s), {u"--build-path"_s, tx::test::sourcesFolder()});
     EXPECT_THAT(named.errors.toStdString(), testing::HasSubstr("holds paths of the machine"));
+    const ProcessResult allowed =
+        bundle(sampleFolder() + u"/sample_with_paths"_s, {u"--allow-build-paths"_s});
+    EXPECT_EQ(allowed.status, 0) << allowed.errors.constData();
 }
 
 TEST_F(BundleCommand, MissingExecuteBitFailsIt) {

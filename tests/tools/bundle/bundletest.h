@@ -15,6 +15,13 @@
 
 namespace tx::test {
 
+/// Returns the options that a bundle of our own programs needs. A sanitizer stores the paths of source files
+/// in them.
+inline QStringList sanitizerWords() {
+    return QLatin1String(TEST_SANITIZERS).isEmpty() ? QStringList()
+                                                    : QStringList{QStringLiteral("--allow-build-paths")};
+}
+
 /// Makes bundles of the sample, both in this process and with the command.
 class BundleTest : public FrameworkTest {
 protected:

@@ -32,7 +32,7 @@ protected:
                                                 u"--identifier"_s, u"org.example.TarvixNotes"_s, u"--name"_s,
                                                 u"Tarvix Notes"_s, u"--build"_s, build, u"--version"_s,
                                                 build + u".0"_s, u"-o"_s, output} +
-                                        more);
+                                        tx::test::sanitizerWords() + more);
     }
     void updateFrom(const QString &layout, const QString &bundle, const QString &executable) {
         const ProcessResult old = bundleNotes(u"1"_s, path(u"apps"_s), {u"--layout"_s, layout});
