@@ -23,6 +23,8 @@ constexpr int patience = 60'000;
 /// only once.
 constexpr size_t rowsAtOnce = 1'000'000;
 constexpr size_t textsAtOnce = 100'000;
+/// A statement that inserts several rows takes two thirds of the time of one statement for each row.
+constexpr size_t rowsInStatement = 32;
 
 const char *tables = R"(
 CREATE TABLE text (id INTEGER PRIMARY KEY, text TEXT NOT NULL UNIQUE);
@@ -196,20 +198,38 @@ bool Counts::addSystem(const Check &check) {
     return finish(insert);
 }
 
-bool Counts::flush() {
-    sqlite3_stmt *insert = statement("INSERT OR IGNORE INTO activity VALUES (?, ?, ?, ?)");
+bool Counts::insert(const Row *rows, size_t count) {
+    static const auto sqlFor = [](size_t number) {
+        std::string sql = "INSERT OR IGNORE INTO activity VALUES (?, ?, ?, ?)";
+        for (size_t i = 1; i < number; ++i)
+            sql += ", (?, ?, ?, ?)";
+        return sql;
+    };
+    static const std::string one = sqlFor(1);
+    static const std::string several = sqlFor(rowsInStatement);
+    sqlite3_stmt *insert = statement((count == 1 ? one : several).c_str());
     if (!insert)
         return false;
+    std::array<Installation, rowsInStatement> installations{}; // must exist until the statement has run
+    int column = 1;
+    for (size_t i = 0; i < count; ++i) {
+        installations[i] = bytesOf(rows[i].installation);
+        sqlite3_bind_int(insert, column++, rows[i].application);
+        bindBytes(insert, column++, installations[i]);
+        sqlite3_bind_int(insert, column++, rows[i].day);
+        sqlite3_bind_int(insert, column++, rows[i].version);
+    }
+    return finish(insert);
+}
+
+bool Counts::flush() {
     std::sort(m_rows.begin(), m_rows.end());
     m_rows.erase(std::unique(m_rows.begin(), m_rows.end()), m_rows.end());
-    for (const Row &row : m_rows) {
-        sqlite3_bind_int(insert, 1, row.application);
-        const Installation installation = bytesOf(row.installation);
-        bindBytes(insert, 2, installation);
-        sqlite3_bind_int(insert, 3, row.day);
-        sqlite3_bind_int(insert, 4, row.version);
-        if (!finish(insert))
+    for (size_t i = 0; i < m_rows.size();) {
+        const size_t count = m_rows.size() - i < rowsInStatement ? 1 : rowsInStatement;
+        if (!insert(&m_rows[i], count))
             return false;
+        i += count;
     }
     m_rows.clear();
     return true;

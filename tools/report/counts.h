@@ -105,6 +105,8 @@ private:
         Id version;
         auto operator<=>(const Row &) const = default;
     };
+    /// Inserts one row, or as many as one statement inserts.
+    bool insert(const Row *rows, size_t count);
     struct TextHash {
         using is_transparent = void;
         size_t operator()(std::string_view text) const { return std::hash<std::string_view>()(text); }

@@ -131,6 +131,25 @@ TEST_F(Report, ManyVersionsAreOneLineOfTheTableAndAllInJson) {
     EXPECT_EQ(firstApplication(reported({}))[u"versions"_s].toArray().size(), 25);
 }
 
+/// Rows are stored in groups. The last ones do not fill a group.
+TEST_F(Report, EveryRowIsStoredWhateverTheirNumber) {
+    for (const int count : {1, 31, 32, 33, 64, 75}) {
+        QFile::remove(database());
+        QByteArray log;
+        for (int i = count; i > 0; --i)
+            log += checkLine("22", "1042", i) + checkLine("21", "1041", i) + checkLine("22", "1042", i);
+        const ProcessResult result = report({file(log), u"--csv"_s});
+        EXPECT_EQ(result.status, 0) << result.errors.constData();
+        QByteArray expected = "day,application,version,system,installation\n";
+        for (int i = 1; i <= count; ++i) {
+            const QByteArray installation =
+                ",,00000000-0000-0000-0000-" + QByteArray::number(i).rightJustified(12, '0') + '\n';
+            expected += "2026-11-21,My App,1041" + installation + "2026-11-22,My App,1042" + installation;
+        }
+        EXPECT_EQ(result.output, expected) << count;
+    }
+}
+
 TEST_F(Report, EachApplicationHasAPartOfItsOwn) {
     const QString log =
         file(checkLine("20", "1", 1) + checkLine("22", "7", 1, "Other") + checkLine("22", "8", 2, "Other"));
