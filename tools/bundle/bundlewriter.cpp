@@ -12,6 +12,7 @@
 #include <QStandardPaths>
 
 #include <algorithm>
+#include <functional>
 
 using namespace Qt::StringLiterals;
 
@@ -31,7 +32,8 @@ public:
               wishes.output, QFileInfo(plan.places.bundle).completeBaseName(), wishes.build)))
         , m_debugStage(m_stage + u".debug"_s) {}
 
-    Result<WrittenBundle> write(const QVariantMap &info) {
+    Result<WrittenBundle> write(const QVariantMap &info,
+                                const std::function<void(qint64, qint64)> &onProgress) {
         WrittenBundle result;
         result.path = m_place;
         const QScopeGuard cleanUp([this] {
@@ -44,7 +46,7 @@ public:
             if (TXError error = m_files.remove(folder))
                 return error;
         }
-        if (TXError error = copyAll())
+        if (TXError error = copyAll(onProgress))
             return error;
         if (TXError error = writeOwn(info))
             return error;
@@ -82,25 +84,36 @@ private:
         return {};
     }
 
-    TXError copyAll() {
+    TXError copyAll(const std::function<void(qint64, qint64)> &onProgress) {
+        qint64 total = 0;
+        for (const Item &item : m_plan.items)
+            total += item.size;
+        qint64 done = 0;
         for (const Item &item : m_plan.items) {
-            const QString to = m_stage + u'/' + item.place;
-            if (TXError error = m_files.makeFolder(QFileInfo(to).path()))
+            if (TXError error = copy(item))
                 return error;
-            if (TXError error = m_files.copyFile(item.source, to))
-                return error;
-            // The checks at the end report a file for another architecture. The programs below would fail on
-            // it with a less useful message.
-            if (!item.elf || !item.elf->isForSameMachineAs(m_plan.executable))
-                continue;
-            if (item.elf->hasDebugSections) {
-                if (TXError error = splitDebugSymbols(to, item.place))
-                    return error;
-            }
-            if (TXError error = setRunPath(*item.elf, to, item.place))
-                return error;
+            done += item.size;
+            if (onProgress)
+                onProgress(done, total);
         }
         return {};
+    }
+
+    TXError copy(const Item &item) {
+        const QString to = m_stage + u'/' + item.place;
+        if (TXError error = m_files.makeFolder(QFileInfo(to).path()))
+            return error;
+        if (TXError error = m_files.copyFile(item.source, to))
+            return error;
+        // The checks at the end report a file for another architecture. The programs below would fail on it
+        // with a less useful message.
+        if (!item.elf || !item.elf->isForSameMachineAs(m_plan.executable))
+            return {};
+        if (item.elf->hasDebugSections) {
+            if (TXError error = splitDebugSymbols(to, item.place))
+                return error;
+        }
+        return setRunPath(*item.elf, to, item.place);
     }
 
     /// Must run before the RUNPATH is set, because strip cannot handle the sections that patchelf moves.
@@ -229,8 +242,9 @@ private:
 } // namespace
 
 Result<WrittenBundle> writeBundle(const Plan &plan, const Wishes &wishes, const QVariantMap &info,
-                                  BundleFiles &files) {
-    return Writer(plan, wishes, files).write(info);
+                                  BundleFiles &files,
+                                  const std::function<void(qint64 done, qint64 total)> &onProgress) {
+    return Writer(plan, wishes, files).write(info, onProgress);
 }
 
 } // namespace tx::bundling

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "publish/progress.h"
 
+#include "os/services.h"
+
 #include <QByteArray>
 #include <QLocale>
 
@@ -37,14 +39,14 @@ void Progress::begin(const QString &what, qint64 total) {
     m_what = what;
     m_total = total;
     m_done = 0;
-    m_since = m_drawn = std::chrono::steady_clock::now();
+    m_since = m_drawn = services().transferClock();
 }
 
 void Progress::show(qint64 done) {
     m_done = done;
     if (m_terminal < 0)
         return;
-    const auto now = std::chrono::steady_clock::now();
+    const std::chrono::milliseconds now = services().transferClock();
     if (now - m_since < quietTime || now - m_drawn < drawingTime)
         return;
     m_drawn = now;
@@ -59,6 +61,11 @@ void Progress::show(qint64 done) {
         line += amount(m_done);
     }
     write(m_terminal, line);
+}
+
+void Progress::show(qint64 done, qint64 total) {
+    m_total = total;
+    show(done);
 }
 
 void Progress::end() {

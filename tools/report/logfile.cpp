@@ -55,10 +55,15 @@ std::optional<LogFile> LogFile::open(const std::string &path, std::string &error
     gzbuffer(file, blockSize);
     LogFile log(file);
     log.m_isRegular = S_ISREG(info.st_mode);
+    log.m_size = log.m_isRegular ? info.st_size : 0;
     while (log.m_end < comparedSize && log.fill()) {
     }
     log.m_head.assign(log.m_buffer.data(), std::min(comparedSize, log.m_end));
     return log;
+}
+
+int64_t LogFile::bytesRead() const {
+    return m_isRegular ? gzoffset(m_file.get()) : m_start + static_cast<int64_t>(m_end);
 }
 
 bool LogFile::fill() {

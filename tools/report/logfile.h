@@ -34,6 +34,11 @@ public:
     /// False for a pipe, which cannot be read again or from another position.
     [[nodiscard]] bool isRegular() const { return m_isRegular; }
 
+    /// The number of bytes read from the file so far, compressed ones if it is compressed, and its size; 0
+    /// for a pipe.
+    [[nodiscard]] int64_t bytesRead() const;
+    [[nodiscard]] int64_t size() const { return m_size; }
+
     /// Marks everything up to here as processed. The caller may have read further lines without marking them.
     void mark() { m_mark = m_next; }
     /// Marks everything before the line that next() returned last as processed.
@@ -64,6 +69,7 @@ private:
     std::vector<char> m_buffer;
     std::string m_head;
     std::string m_error;
+    int64_t m_size = 0;
     int64_t m_start = 0; ///< position of the buffer's first byte in the log
     size_t m_mark = 0;   ///< position in the buffer; the compared bytes before it are kept
     size_t m_line = 0;   ///< start of the line that next() returned

@@ -4,6 +4,7 @@
 #include "report/logfile.h"
 
 #include <algorithm>
+#include <functional>
 #include <utility>
 
 namespace tx::report {
@@ -23,10 +24,14 @@ public:
         , m_dayOfBodies(dayOfBodies) {}
 
     /// Returns false if the counts cannot be stored.
-    bool readAll() {
+    bool readAll(const std::function<void(int64_t, int64_t)> &onProgress) {
+        constexpr int linesBetween = 256;
+        int lines = 0;
         while (const std::optional<LogFile::Line> line = m_log.next(LogParser::maximumSize)) {
             if (!read(*line))
                 return false;
+            if (onProgress && ++lines % linesBetween == 0)
+                onProgress(m_log.bytesRead(), m_log.size());
         }
         return true;
     }
@@ -164,11 +169,12 @@ bool recognize(LogFile &log, Counts &counts, LogState &state) {
     return true;
 }
 
-bool readInto(LogFile &log, Counts &counts, LogResult &result, std::optional<Day> dayOfBodies) {
+bool readInto(LogFile &log, Counts &counts, LogResult &result, std::optional<Day> dayOfBodies,
+              const std::function<void(int64_t, int64_t)> &onProgress) {
     if (!recognize(log, counts, result.state))
         return false;
     Reader reader(log, counts, result, dayOfBodies);
-    if (!reader.readAll())
+    if (!reader.readAll(onProgress))
         return false;
     result.error = log.error();
     result.state.position = log.position();
@@ -185,7 +191,8 @@ bool readInto(LogFile &log, Counts &counts, LogResult &result, std::optional<Day
 
 } // namespace
 
-std::optional<LogResult> readLog(const std::string &path, Counts &counts, std::optional<Day> dayOfBodies) {
+std::optional<LogResult> readLog(const std::string &path, Counts &counts, std::optional<Day> dayOfBodies,
+                                 const std::function<void(int64_t done, int64_t total)> &onProgress) {
     LogResult result;
     result.log = path;
     std::optional<LogFile> log = LogFile::open(path, result.error);
@@ -193,7 +200,7 @@ std::optional<LogResult> readLog(const std::string &path, Counts &counts, std::o
         return result;
     if (!counts.begin())
         return std::nullopt;
-    if (!readInto(*log, counts, result, dayOfBodies) || !counts.commit()) {
+    if (!readInto(*log, counts, result, dayOfBodies, onProgress) || !counts.commit()) {
         counts.rollBack();
         return std::nullopt;
     }

@@ -4,6 +4,7 @@
 #include "report/counts.h"
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -28,7 +29,10 @@ struct LogResult {
 /// Reads the new part of a log. A log is recognized by its content, even if it was renamed or compressed.
 /// `dayOfBodies` is the day of request bodies without a time; if absent, these only tell the systems. Returns
 /// null if the counts cannot be stored (see counts.error()); nothing of the log is stored in that case.
-[[nodiscard]] std::optional<LogResult> readLog(const std::string &path, Counts &counts,
-                                               std::optional<Day> dayOfBodies);
+/// `onProgress` is called while the log is read, on the same thread, with the number of bytes read from the
+/// file and its size, which is 0 if unknown.
+[[nodiscard]] std::optional<LogResult>
+readLog(const std::string &path, Counts &counts, std::optional<Day> dayOfBodies,
+        const std::function<void(int64_t done, int64_t total)> &onProgress = {});
 
 } // namespace tx::report

@@ -6,6 +6,7 @@
 #include "bundle/bundlewriter.h"
 #include "bundle/problem.h"
 #include "os/services.h"
+#include "publish/progress.h"
 #include "txupdate/bundlewords.h"
 #include "txupdate/commands.h"
 
@@ -15,6 +16,7 @@
 
 #include <cstdio>
 #include <string>
+#include <unistd.h>
 #include <vector>
 
 using namespace Qt::StringLiterals;
@@ -54,8 +56,12 @@ int bundle(const bundling::Wishes &wishes, bool isDryRun, bool asJson) {
     QStringList problems;
     QString result;
     if (!isDryRun) {
+        publishing::Progress progress(asJson ? -1 : STDERR_FILENO);
+        progress.begin(u"Copying"_s, 0);
         const Result<bundling::WrittenBundle> written =
-            bundling::writeBundle(*plan, wishes, *info, bundling::nativeBundleFiles());
+            bundling::writeBundle(*plan, wishes, *info, bundling::nativeBundleFiles(),
+                                  [&](qint64 done, qint64 total) { progress.show(done, total); });
+        progress.end();
         if (!written)
             return fail(written.error(), asJson);
         warnings += written->warnings;

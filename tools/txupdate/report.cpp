@@ -2,6 +2,7 @@
 #include "model/versioncomparison.h"
 #include "os/filesystem.h"
 #include "os/services.h"
+#include "publish/progress.h"
 #include "report/logs.h"
 #include "report/summary.h"
 #include "report/tables.h"
@@ -17,6 +18,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <unistd.h>
 #include <vector>
 
 using namespace Qt::StringLiterals;
@@ -111,9 +113,13 @@ std::optional<int> ReportWords::run() const {
 std::optional<bool> ReportWords::Data::readLogs(report::Counts &counts,
                                                 std::vector<report::LogResult> &results) const {
     bool isWhole = true;
+    publishing::Progress progress(json ? -1 : STDERR_FILENO);
     for (const std::string &log : logs) {
+        progress.begin(u"Reading "_s + text(log), 0);
         std::optional<report::LogResult> result =
-            report::readLog(log, counts, report::dayOfText(dayOfBodies));
+            report::readLog(log, counts, report::dayOfText(dayOfBodies),
+                            [&](int64_t done, int64_t total) { progress.show(done, total); });
+        progress.end();
         if (!result)
             return std::nullopt;
         tellAbout(*result);

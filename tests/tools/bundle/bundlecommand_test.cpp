@@ -2,6 +2,7 @@
 // The command "bundle", run on a program that was really built.
 #include "bundle/elffile.h"
 #include "tests/tools/bundle/bundletest.h"
+#include "tests/tools/txupdate/terminal.h"
 
 #include <TarvixUpdate/TXBundle.h>
 
@@ -10,6 +11,9 @@
 
 #include <cstddef>
 #include <elf.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 using tx::test::ProcessResult;
@@ -361,6 +365,33 @@ TEST_F(BundleFunction, WrongCallsAreRefusedWhenTheProjectIsConfigured) {
         EXPECT_NE(configured.status, 0) << says;
         EXPECT_THAT(configured.errors.toStdString(), testing::HasSubstr(says));
     }
+}
+
+class BundleAtTerminal : public BundleCommand, protected tx::test::Terminal {};
+
+/// patchelf waits in its first call, so that the bundle takes longer than a second.
+TEST_F(BundleAtTerminal, BundleThatTakesLongerThanASecondShowsProgress) {
+    const QString pipe = path(u"pipe"_s);
+    ASSERT_EQ(mkfifo(QFile::encodeName(pipe).constData(), 0600), 0);
+    const QString real = QStandardPaths::findExecutable(u"patchelf"_s);
+    ASSERT_FALSE(real.isEmpty());
+    writeFile(path(u"bin/patchelf"_s), "#!/bin/sh\nif mkdir '" + path(u"first"_s).toUtf8() +
+                                           "' 2>/dev/null; then read line < '" + pipe.toUtf8() +
+                                           "'; fi\nexec " + real.toUtf8() + " \"$@\"\n");
+    ASSERT_TRUE(QFile::setPermissions(path(u"bin/patchelf"_s), QFile::ReadOwner | QFile::ExeOwner));
+    qputenv("PATH", path(u"bin"_s).toUtf8() + ':' + qgetenv("PATH"));
+    start({u"bundle"_s, sample(), u"--identifier"_s, u"org.example.Sample"_s, u"--name"_s, u"My Sample"_s,
+           u"--build"_s, u"7"_s, u"-o"_s, path(u"dist"_s)});
+    // open() returns when patchelf has opened the other end.
+    const int writer = ::open(QFile::encodeName(pipe).constData(), O_WRONLY | O_CLOEXEC);
+    ASSERT_GE(writer, 0);
+    EXPECT_FALSE(waitFor("Copying", 1100)) << "nothing is shown in the first second";
+    ASSERT_EQ(::write(writer, "\n", 1), 1);
+    ::close(writer);
+    EXPECT_EQ(status(), 0) << shown.constData();
+    EXPECT_TRUE(shown.contains("\r\033[KCopying [")) << shown.constData();
+    const QByteArray last = shown.mid(shown.lastIndexOf("\r\033[K") + 4);
+    EXPECT_TRUE(last.startsWith(path(u"dist/MySample.app"_s).toUtf8())) << shown.constData();
 }
 
 } // namespace

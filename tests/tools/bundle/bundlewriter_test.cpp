@@ -103,6 +103,20 @@ TEST_F(BundleWriter, AtEveryFailingStepTheEarlierBundleStaysAndNothingIsLeft) {
     EXPECT_EQ(tx::test::treeOf(path(u"dist"_s)).size(), before.size());
 }
 
+TEST_F(BundleWriter, ProgressIsToldAfterEachFileAndEndsWithTheSizeOfAll) {
+    const Plan plan = smallPlan();
+    QList<qint64> steps;
+    const auto result = writeBundle(plan, wishes, *infoListOf(wishes, QDateTime::currentDateTime()),
+                                    nativeBundleFiles(), [&](qint64 done, qint64 total) {
+                                        EXPECT_EQ(total, plan.items[0].size + plan.items[1].size);
+                                        steps << done;
+                                    });
+    ASSERT_TRUE(result);
+    ASSERT_EQ(plan.items.size(), 2);
+    EXPECT_EQ(steps, (QList<qint64>{plan.items[0].size, plan.items[0].size + plan.items[1].size}));
+    EXPECT_GT(steps.first(), 0);
+}
+
 TEST_F(BundleWriter, FailingProgramsAreReportedWithWhatTheySay) {
     tx::test::RecordingTasks tasks;
     tasks.runsForReal = true;

@@ -4,9 +4,12 @@
 #include "report/summary.h"
 #include "report/tables.h"
 #include "tests/tools/report/reporttest.h"
+#include "tests/tools/txupdate/terminal.h"
 
+#include <algorithm>
 #include <functional>
 #include <string>
+#include <vector>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -287,6 +290,58 @@ TEST_F(ReportLogs, FullDiskStoresNothingAndTheNextRunIsWhole) {
     EXPECT_TRUE(full.errors.contains("the counts cannot be kept in ")) << full.errors.constData();
     EXPECT_EQ(firstApplication(reported({}))[u"installations"_s], 1);
     EXPECT_EQ(read(access), u"20000/20000/20001"_s);
+}
+
+/// The bar counts what is stored in the file, because the size of the content of a compressed log is not
+/// known.
+TEST_F(ReportLogs, ProgressCountsBytesOfTheFile) {
+    const QByteArray content = lines(0, 20000);
+    struct {
+        const char *name;
+        QByteArray content;
+    } const table[] = {{"plain.log", content}, {"compressed.log.gz", compressed(content)}};
+    for (const auto &row : table) {
+        const QString log = file(row.content, QString::fromLatin1(row.name));
+        std::string error;
+        const auto counts = tx::report::Counts::open({}, error);
+        ASSERT_TRUE(counts) << error;
+        std::vector<int64_t> steps;
+        const auto result = tx::report::readLog(QFile::encodeName(log).toStdString(), *counts, {},
+                                                [&](int64_t done, int64_t total) {
+                                                    EXPECT_EQ(total, row.content.size()) << row.name;
+                                                    steps.push_back(done);
+                                                });
+        ASSERT_TRUE(result && result->error.empty()) << row.name;
+        EXPECT_EQ(result->newLines, 20000) << row.name;
+        EXPECT_EQ(steps.size(), 20000U / 256) << row.name;
+        EXPECT_TRUE(std::is_sorted(steps.begin(), steps.end())) << row.name;
+        EXPECT_GT(steps.front(), 0) << row.name;
+        EXPECT_LE(steps.front(), row.content.size()) << row.name;
+        EXPECT_EQ(steps.back(), row.content.size()) << row.name << ": the last block has been read";
+    }
+}
+
+class ReportAtTerminal : public ReportLogs, protected Terminal {};
+
+TEST_F(ReportAtTerminal, LogThatTakesLongerThanASecondShowsProgressAndThenTheTable) {
+    const QString pipe = path(u"log"_s);
+    ASSERT_EQ(mkfifo(QFile::encodeName(pipe).constData(), 0600), 0);
+    start({u"report"_s, u"--database"_s, database(), pipe});
+    // open() returns when the process has opened the other end.
+    const int writer = ::open(QFile::encodeName(pipe).constData(), O_WRONLY | O_CLOEXEC);
+    ASSERT_GE(writer, 0);
+    const QByteArray block = lines(0, 500);
+    constexpr int mostBlocks = 1500;
+    bool isShown = false;
+    for (int i = 0; i < mostBlocks && !isShown; ++i) {
+        ASSERT_EQ(::write(writer, block.constData(), static_cast<size_t>(block.size())), block.size());
+        isShown = waitFor("\r\033[KReading " + pipe.toUtf8() + ' ', 20);
+    }
+    EXPECT_TRUE(isShown) << shown.constData();
+    ::close(writer);
+    EXPECT_EQ(status(), 0) << shown.constData();
+    const QByteArray last = shown.mid(shown.lastIndexOf("\r\033[K") + 4);
+    EXPECT_TRUE(last.startsWith("My App: 500 active installations")) << shown.constData();
 }
 
 } // namespace

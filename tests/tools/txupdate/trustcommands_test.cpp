@@ -1,15 +1,11 @@
 // SPDX-License-Identifier: MIT
 // The commands of txupdate that make keys, and that sign and verify archives.
+#include "tests/tools/txupdate/terminal.h"
 #include "tests/tools/txupdate/trustcommandstest.h"
 
 #include <QFileInfo>
 #include <QJsonArray>
 
-#include <cerrno>
-#include <poll.h>
-#include <pty.h>
-#include <sys/wait.h>
-#include <termios.h>
 #include <tuple>
 #include <unistd.h>
 
@@ -129,61 +125,7 @@ TEST_F(Keygen, WithoutAPassphraseNothingIsMade) {
     EXPECT_EQ(namesIn(path(u"k"_s)), QStringList());
 }
 
-/// txupdate at a terminal of its own.
-class AtTerminal : public TrustCommands {
-protected:
-    ~AtTerminal() override {
-        if (m_terminal >= 0)
-            close(m_terminal);
-        if (m_process > 0)
-            waitpid(m_process, nullptr, 0);
-    }
-    void start(const QStringList &words) {
-        QList<QByteArray> all{(programsFolder() + u"/txupdate"_s).toUtf8()};
-        for (const QString &word : words)
-            all << word.toUtf8();
-        std::vector<char *> arguments;
-        for (QByteArray &word : all)
-            arguments.push_back(word.data());
-        arguments.push_back(nullptr);
-        m_process = forkpty(&m_terminal, nullptr, nullptr, nullptr);
-        ASSERT_GE(m_process, 0);
-        if (m_process == 0) {
-            unsetenv("TXUPDATE_PASSPHRASE");
-            execv(arguments[0], arguments.data());
-            _exit(127);
-        }
-    }
-    /// Reads what is shown until it holds `text`, or to the end.
-    bool waitFor(const QByteArray &text) {
-        while (!shown.contains(text)) {
-            pollfd descriptor{m_terminal, POLLIN, 0};
-            char buffer[256];
-            if (poll(&descriptor, 1, 30000) <= 0)
-                return false;
-            const ssize_t count = read(m_terminal, buffer, sizeof buffer);
-            if (count <= 0)
-                return false;
-            shown.append(buffer, count);
-        }
-        return true;
-    }
-    void type(const QByteArray &text) {
-        ASSERT_EQ(write(m_terminal, text.constData(), size_t(text.size())), text.size());
-    }
-    int status() {
-        (void)waitFor("\xFF never shown");
-        int result = 0;
-        EXPECT_EQ(waitpid(m_process, &result, 0), m_process);
-        m_process = -1;
-        return WIFEXITED(result) ? WEXITSTATUS(result) : 128 + WTERMSIG(result);
-    }
-    QByteArray shown;
-
-private:
-    int m_terminal = -1;
-    pid_t m_process = -1;
-};
+class AtTerminal : public TrustCommands, protected Terminal {};
 
 TEST_F(AtTerminal, NewPassphraseIsAskedForTwiceWithoutEcho) {
     start({u"keygen"_s, path(u"my"_s)});
