@@ -10,6 +10,8 @@
 #include <QStandardPaths>
 #include <QXmlStreamReader>
 
+#include <tuple>
+
 using namespace Qt::StringLiterals;
 using tx::test::ProcessResult;
 
@@ -20,11 +22,11 @@ protected:
     const QString file = path(u"org.example.app.update.policy"_s);
 
     ProcessResult write(const QString &name, const QString &bundle = u"/opt/App.app"_s,
-                        const QString &identifier = u"org.example.App"_s) const {
+                        const QString &identifier = u"org.example.App"_s, const QString &layout = {}) const {
         QFile::remove(file);
         return tx::test::runProcess(u"cmake"_s,
                                     {u"-DFILE="_s + file, u"-DNAME="_s + name, u"-DBUNDLE="_s + bundle,
-                                     u"-DIDENTIFIER="_s + identifier, u"-P"_s,
+                                     u"-DIDENTIFIER="_s + identifier, u"-DLAYOUT="_s + layout, u"-P"_s,
                                      tx::test::sourcesFolder() + u"/../cmake/TarvixUpdatePolicy.cmake"_s});
     }
 };
@@ -111,6 +113,31 @@ TEST_F(Policy, HasTheShapeThatPolkitReads) {
         const ProcessResult valid =
             tx::test::runProcess(xmllint, {u"--noout"_s, u"--nonet"_s, u"--dtdvalid"_s, definition, file});
         EXPECT_EQ(valid.status, 0) << valid.errors.constData();
+    }
+}
+
+TEST_F(Policy, ProgramIsWhereTheLayoutOfTheBundleHasIt) {
+    const QString tool = u"/TarvixUpdate/Resources/TXUpdateAuthorize"_s;
+    for (const auto &[bundle, layout, libraries] :
+         {std::tuple(u"/opt/App.app"_s, u""_s, u"/Contents/Frameworks"_s),
+          std::tuple(u"/opt/App.app"_s, u"app"_s, u"/Contents/Frameworks"_s),
+          std::tuple(u"/opt/my app"_s, u"prefix"_s, u"/Contents/lib"_s),
+          std::tuple(u"/opt/App.app"_s, u"prefix"_s, u"/Contents/lib"_s)}) {
+        const ProcessResult written = write(u"A"_s, bundle, u"org.example.App"_s, layout);
+        ASSERT_EQ(written.status, 0) << written.errors.constData();
+        EXPECT_TRUE(tx::test::readFile(file).contains("[" + (bundle + libraries + tool).toUtf8() + "]"))
+            << tx::test::readFile(file).constData();
+    }
+    for (const auto &[bundle, layout, reason] :
+         {std::tuple(u"/opt/app"_s, u"app"_s, "such as /opt/MyApp.app for the layout app"),
+          std::tuple(u"/opt/app/"_s, u"prefix"_s, "such as /opt/myapp for the layout prefix"),
+          std::tuple(u"/opt/.."_s, u"prefix"_s, "absolute path"),
+          std::tuple(u"/"_s, u"prefix"_s, "absolute path"),
+          std::tuple(u"/opt/App.app"_s, u"flat"_s, "LAYOUT must be app or prefix; found \"flat\"")}) {
+        const ProcessResult written = write(u"A"_s, bundle, u"org.example.App"_s, layout);
+        EXPECT_NE(written.status, 0) << reason;
+        EXPECT_THAT(written.errors.simplified().toStdString(), testing::HasSubstr(reason));
+        EXPECT_FALSE(QFileInfo::exists(file)) << reason;
     }
 }
 

@@ -6,6 +6,7 @@
 #include <TarvixUpdate/TXBundle.h>
 
 #include <QProcess>
+#include <QRegularExpression>
 
 using namespace Qt::StringLiterals;
 using tx::test::ArchiveKind;
@@ -64,6 +65,21 @@ protected:
         EXPECT_EQ(TXBundle(path(u"apps/"_s + bundle)).infoString(u"CFBundleVersion"_s), u"2"_s);
         EXPECT_EQ(tx::test::treeOf(path(u"apps/"_s + bundle)),
                   tx::test::treeOf(path(u"staging/"_s + bundle)));
+        expectPolicyNamesItsProgram(path(u"apps/"_s + bundle), layout);
+    }
+    /// polkit finds the policy by the path of the program, which depends on the layout.
+    void expectPolicyNamesItsProgram(const QString &bundle, const QString &layout) {
+        const QString policy = path(u"policy"_s);
+        const ProcessResult written = tx::test::runProcess(
+            u"cmake"_s, {u"-DFILE="_s + policy, u"-DNAME=Notes"_s, u"-DBUNDLE="_s + bundle,
+                         u"-DLAYOUT="_s + layout, u"-DIDENTIFIER=org.example.TarvixNotes"_s, u"-P"_s,
+                         tx::test::sourcesFolder() + u"/../cmake/TarvixUpdatePolicy.cmake"_s});
+        ASSERT_EQ(written.status, 0) << written.errors.constData();
+        static const QRegularExpression program(u"policykit\\.exec\\.path\"><!\\[CDATA\\[(.*)\\]\\]>"_s);
+        const QString named = program.match(QString::fromUtf8(tx::test::readFile(policy))).captured(1);
+        EXPECT_TRUE(named.endsWith(u"/TXUpdateAuthorize")) << named.toStdString();
+        EXPECT_TRUE(QFileInfo(named).isExecutable()) << named.toStdString();
+        EXPECT_EQ(named, QFileInfo(named).canonicalFilePath()) << "the host names the real path";
     }
     static QStringList placesIn(const QJsonObject &list) {
         QStringList places;
@@ -109,6 +125,41 @@ TEST_F(BundledHost, ToolsOfTheFrameworkGoAlongAndItsPageModuleWhenItIsAskedFor) 
     EXPECT_TRUE(all.contains(u"Contents/Linux/QtWebEngineProcess"_s));
     EXPECT_TRUE(all.contains(u"Contents/Resources/qtwebengine/resources/icudtl.dat"_s) ||
                 all.contains(u"Contents/Resources/qtwebengine/resources/qtwebengine_resources.pak"_s));
+}
+
+TEST_F(BundledHost, HostWithoutWindowsGetsNothingForWindowsAndRuns) {
+    const ProcessResult made =
+        tx::test::runProcess(tx::test::programsFolder() + u"/txupdate"_s,
+                             QStringList{u"bundle"_s, sampleFolder() + u"/windowless_sample"_s,
+                                         u"--identifier"_s, u"org.example.Daemon"_s, u"--name"_s, u"Daemon"_s,
+                                         u"--build"_s, u"1"_s, u"-o"_s, path(u"dist"_s), u"--json"_s} +
+                                 tx::test::sanitizerWords());
+    ASSERT_EQ(made.status, 0) << made.errors.constData();
+    const QStringList places = placesIn(json(made));
+    EXPECT_TRUE(places.contains(
+        u"Contents/Frameworks/TarvixUpdate/Resources/TXUpdateInstaller.app/Contents/MacOS/TXUpdateInstaller"_s));
+    EXPECT_TRUE(places.contains(u"Contents/Frameworks/libQt6Network.so.6"_s));
+    for (const QString &place : places) {
+        EXPECT_FALSE(place.contains(u"PlugIns/platforms") || place.contains(u"libQt6Gui") ||
+                     place.contains(u"libQt6Widgets") || place.endsWith(u"TXUpdateInterface.so"))
+            << place.toStdString();
+    }
+    // Without a display, in another folder, and without the files that it was built from.
+    QDir().mkpath(path(u"user"_s));
+    ASSERT_TRUE(QDir().rename(path(u"dist/Daemon.app"_s), path(u"user/Daemon.app"_s)));
+    const QString home = path(u"user/Daemon.app/"_s);
+    const ProcessResult ran = tx::test::runProcess(
+        u"env"_s, {u"-u"_s, u"DISPLAY"_s, u"-u"_s, u"WAYLAND_DISPLAY"_s, u"-u"_s, u"QT_QPA_PLATFORM"_s,
+                   u"-u"_s, u"TXUPDATE_RESOURCES"_s, home + u"Contents/Linux/windowless_sample"_s});
+    EXPECT_EQ(ran.status, 0) << ran.errors.constData();
+    int own = 0;
+    for (const QByteArray &line : ran.output.split('\n')) {
+        if (!line.contains("libQt6") && !line.contains("libTarvixUpdate"))
+            continue;
+        ++own;
+        EXPECT_TRUE(line.startsWith("library " + home.toUtf8())) << line.constData();
+    }
+    EXPECT_GE(own, 3) << ran.output.constData();
 }
 
 } // namespace
