@@ -56,25 +56,35 @@ target_link_options(TarvixUpdateInternals INTERFACE -Wl,--as-needed)
 
 include(CMakePackageConfigHelpers)
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/TarvixUpdate)
-install(TARGETS TarvixUpdateCore TarvixUpdateWidgets TarvixUpdate EXPORT TarvixUpdateTargets)
-install(DIRECTORY include/TarvixUpdate DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
-# The tools and their resources. In a bundle they are beside the library instead.
-install(DIRECTORY ${CMAKE_LIBRARY_OUTPUT_DIRECTORY}/TarvixUpdate DESTINATION ${CMAKE_INSTALL_LIBEXECDIR}
-        USE_SOURCE_PERMISSIONS)
-install(EXPORT TarvixUpdateTargets NAMESPACE TarvixUpdate:: DESTINATION ${package_dir})
+# Each COMPONENT is one of the packages in Packages.cmake. `cmake --install` installs all of them.
+install(TARGETS TarvixUpdateCore EXPORT TarvixUpdateTargets
+        LIBRARY COMPONENT TarvixUpdateCore NAMELINK_COMPONENT TarvixUpdateDevelopment)
+install(TARGETS TarvixUpdateWidgets EXPORT TarvixUpdateTargets
+        LIBRARY COMPONENT TarvixUpdateWidgets NAMELINK_COMPONENT TarvixUpdateDevelopment)
+install(TARGETS TarvixUpdate EXPORT TarvixUpdateTargets)
+install(DIRECTORY include/TarvixUpdate DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT TarvixUpdateDevelopment)
+# The tools and their resources. In a bundle they are beside the library instead. Only hosts with windows use the interface files
+# and the plug-ins.
+set(resources ${CMAKE_LIBRARY_OUTPUT_DIRECTORY}/TarvixUpdate)
+install(DIRECTORY ${resources} DESTINATION ${CMAKE_INSTALL_LIBEXECDIR} USE_SOURCE_PERMISSIONS COMPONENT TarvixUpdateCore
+        REGEX "/Resources/[^/]+\\.(so|ui|svg)$" EXCLUDE)
+install(DIRECTORY ${resources} DESTINATION ${CMAKE_INSTALL_LIBEXECDIR} USE_SOURCE_PERMISSIONS COMPONENT TarvixUpdateWidgets
+        FILES_MATCHING REGEX "/Resources/[^/]+\\.(so|ui|svg)$" REGEX "/Resources/(Archives|[^/]+\\.(app|lproj))$" EXCLUDE)
+install(EXPORT TarvixUpdateTargets NAMESPACE TarvixUpdate:: DESTINATION ${package_dir} COMPONENT TarvixUpdateDevelopment)
 configure_package_config_file(cmake/TarvixUpdateConfig.cmake.in TarvixUpdateConfig.cmake
   INSTALL_DESTINATION ${package_dir} PATH_VARS CMAKE_INSTALL_BINDIR CMAKE_INSTALL_LIBEXECDIR)
 write_basic_package_version_file(TarvixUpdateConfigVersion.cmake COMPATIBILITY SameMinorVersion)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/TarvixUpdateConfig.cmake
               ${CMAKE_CURRENT_BINARY_DIR}/TarvixUpdateConfigVersion.cmake
               cmake/TarvixUpdateBundle.cmake cmake/TarvixUpdatePolicy.cmake cmake/TarvixUpdatePolicy.policy.in
-        DESTINATION ${package_dir})
+        DESTINATION ${package_dir} COMPONENT TarvixUpdateDevelopment)
 
 # For build systems that use pkg-config.
 file(RELATIVE_PATH PREFIX_FROM_PC ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
 function(tarvix_pkg_config NAME DESCRIPTION LIBS REQUIRES)
   configure_file(cmake/TarvixUpdate.pc.in ${NAME}.pc @ONLY)
-  install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${NAME}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+  install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${NAME}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig
+          COMPONENT TarvixUpdateDevelopment)
 endfunction()
 tarvix_pkg_config(TarvixUpdateCore "Software updates for Qt applications" "-lTarvixUpdateCore" "Qt6Core >= 6.4")
 tarvix_pkg_config(TarvixUpdateWidgets "The windows of TarvixUpdate" "-lTarvixUpdateWidgets"
