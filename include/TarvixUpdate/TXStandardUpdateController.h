@@ -49,6 +49,12 @@ public:
     /// closed.
     virtual void shouldQuitToInstall(TXStandardUpdateController *controller, TXUpdate &update,
                                      const TXQuitReply &reply);
+    /// The command-line arguments with which the application is opened after an update; see
+    /// TXUpdaterDelegate::relaunchArgumentsForUpdater() for when it is asked and for the limits.
+    virtual QStringList relaunchArgumentsForUpdating(TXStandardUpdateController *controller);
+    /// The folder in which the application is opened then; see
+    /// TXUpdaterDelegate::relaunchDirectoryForUpdater().
+    virtual QString relaunchDirectoryForUpdating(TXStandardUpdateController *controller);
 };
 
 /// The ready-made user interface: checks once a day, offers updates, shows posts.
@@ -144,6 +150,8 @@ public:
     void updaterDidCheckForUpdate(TXUpdater *updater, const TXUpdateFeedPtr &feed,
                                   const TXError &error) override;
     void updaterShouldQuitToInstall(TXUpdater *updater, TXUpdate &update, const TXQuitReply &reply) override;
+    QStringList relaunchArgumentsForUpdater(TXUpdater *updater) override;
+    QString relaunchDirectoryForUpdater(TXUpdater *updater) override;
 
 Q_SIGNALS:
     /// The status, the best update or the posts may have changed.

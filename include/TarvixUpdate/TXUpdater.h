@@ -8,6 +8,7 @@
 #include <TarvixUpdate/TXVersionComparison.h>
 
 #include <QObject>
+#include <QStringList>
 
 class TXStandardUpdateController;
 class TXUpdater;
@@ -26,6 +27,15 @@ public:
     /// in this call or later: until then the installation waits, and the installer tool is not started. The
     /// default is reply.askApplication().
     virtual void updaterShouldQuitToInstall(TXUpdater *updater, TXUpdate &update, const TXQuitReply &reply);
+    /// The command-line arguments with which the application is opened after an installation or after
+    /// TXUpdate::launch(), without the name of the program. Asked just before the application ends, after
+    /// updaterShouldQuitToInstall() was answered; the windows may be closed by then. At most 4,096 arguments
+    /// and 128 KiB, no NUL characters; more is not passed on, and the log says so. The arguments reach the
+    /// application unchanged: no shell reads them, and no log contains them. The default is none.
+    virtual QStringList relaunchArgumentsForUpdater(TXUpdater *updater);
+    /// The folder in which the application is opened then, as an absolute path. If it is null or cannot be
+    /// entered, the application is opened in "/". Asked like the arguments. The default is null.
+    virtual QString relaunchDirectoryForUpdater(TXUpdater *updater);
 };
 
 /// The one updater of this application: its settings, the timer of automatic checks, and the check.

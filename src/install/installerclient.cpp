@@ -2,6 +2,7 @@
 #include "install/installerclient.h"
 
 #include "base/format.h"
+#include "install/handoverquestion.h"
 #include "model/bundletrust.h"
 #include "model/names.h"
 #include "model/settings.h"
@@ -193,6 +194,8 @@ bool TXUpdateInstallerClient::recordSession(TXError *error) {
     // The tool may be started with another umask.
     if (const std::optional<unsigned> mask = tx::fileCreationMask())
         record += "umask " + QByteArray::number(*mask, 8) + '\0';
+    // An empty string ends the variables.
+    record += '\0' + QByteArray::fromStdString(tx::packed(tx::askForHandover()));
     const TXError cause = services().fileSystem->replaceFile(environmentRecord(), record, 0600);
     return !cause ||
            failStep(error, u"The installer tool could not be copied into its temporary location."_s, cause);

@@ -51,7 +51,8 @@ public:
     [[nodiscard]] static QString executableOfTool();
     /// The executable in the framework's resources that runs as root if necessary.
     [[nodiscard]] static QString executableOfInstalledTool();
-    /// The environment of this session for the tool: "NAME=value" strings, each terminated by NUL.
+    /// The environment of this session for the tool: "NAME=value" strings, each terminated by NUL. After an
+    /// empty string it has what the host passes on to the new version (packed() in src/posix/handover.h).
     [[nodiscard]] static QString environmentRecord();
 
 private:

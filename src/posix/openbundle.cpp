@@ -113,13 +113,14 @@ void takeUsualSettings(const std::optional<mode_t> &mask) {
 
 /// Runs in the grandchild: only what is safe after a fork of a threaded process.
 [[noreturn]] void becomeApplication(const char *executable, char *const *arguments, char *const *environment,
-                                    const std::optional<mode_t> &mask, int statusPipe) {
-    takeUsualSettings(mask);
+                                    const OpenOptions &options, int statusPipe) {
+    takeUsualSettings(options.mask);
     const int null = open("/dev/null", O_RDWR);
     dup2(null, 0);
     dup2(null, 1);
     dup2(null, 2);
-    if (chdir("/") == 0)
+    const char *folder = options.handover.folder.c_str();
+    if ((*folder != '\0' && chdir(folder) == 0) || chdir("/") == 0)
         execve(executable, arguments, environment);
     const int number = errno;
     (void)!write(statusPipe, &number, sizeof number);
@@ -247,8 +248,12 @@ OpenResult openBundle(const std::string &bundlePath, const OpenOptions &options)
     for (std::string &variable : environment)
         variables.push_back(variable.data());
     variables.push_back(nullptr);
-    std::string argument = info.executable;
-    char *arguments[] = {argument.data(), nullptr};
+    std::vector<std::string> words = options.handover.arguments;
+    words.insert(words.begin(), info.executable);
+    std::vector<char *> arguments;
+    for (std::string &word : words)
+        arguments.push_back(word.data());
+    arguments.push_back(nullptr);
 
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0)
@@ -262,7 +267,7 @@ OpenResult openBundle(const std::string &bundlePath, const OpenOptions &options)
         setsid();
         const pid_t grandchild = fork();
         if (grandchild == 0)
-            becomeApplication(info.executable.c_str(), arguments, variables.data(), options.mask,
+            becomeApplication(info.executable.c_str(), arguments.data(), variables.data(), options,
                               writing.get());
         _exit(grandchild < 0 ? 1 : 0);
     }

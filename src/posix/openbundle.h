@@ -2,6 +2,7 @@
 #pragma once
 
 #include "posix/bundleinfo.h"
+#include "posix/handover.h"
 #include "posix/interrupted.h"
 
 #include <chrono>
@@ -29,6 +30,9 @@ struct OpenOptions {
     gid_t group = 0;
     std::optional<mode_t>
         mask; ///< for the modes of files that it makes (umask); this process's own without it
+    /// The application's arguments and working folder. Without a folder, or if it cannot be entered, the
+    /// application starts in "/".
+    Handover handover;
     /// How long to wait for another opener of the same bundle.
     std::chrono::milliseconds patience = std::chrono::seconds(30);
 };

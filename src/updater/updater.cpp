@@ -2,6 +2,7 @@
 #include "updater/updater_p.h"
 
 #include "base/queues.h"
+#include "install/handoverquestion.h"
 #include "install/quitreply.h"
 #include "model/host_p.h"
 #include "model/hosttrust.h"
@@ -35,6 +36,9 @@ void TXUpdaterDelegate::updaterShouldQuitToInstall(TXUpdater *, TXUpdate &, cons
     reply.askApplication();
 }
 
+QStringList TXUpdaterDelegate::relaunchArgumentsForUpdater(TXUpdater *) { return {}; }
+QString TXUpdaterDelegate::relaunchDirectoryForUpdater(TXUpdater *) { return {}; }
+
 TXUpdater *TXUpdater::sharedUpdater() {
     if (TXUpdater *updater = sharedInstance.load(std::memory_order_acquire))
         return updater;
@@ -60,6 +64,13 @@ TXUpdater::TXUpdater()
             delegate->updaterShouldQuitToInstall(updater, update, reply);
         else
             reply.askApplication();
+    };
+    tx::handoverQuestion() = [] {
+        TXUpdater *updater = sharedUpdater();
+        TXUpdaterDelegate *delegate = updater->delegate();
+        return delegate ? tx::HandoverAnswer{delegate->relaunchArgumentsForUpdater(updater),
+                                             delegate->relaunchDirectoryForUpdater(updater)}
+                        : tx::HandoverAnswer();
     };
 }
 

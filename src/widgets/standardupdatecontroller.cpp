@@ -40,6 +40,12 @@ bool TXStandardUpdateControllerDelegate::implementsFeedParametersForUpdater() co
 QVariantMap TXStandardUpdateControllerDelegate::feedParametersForUpdating(TXStandardUpdateController *) {
     return {};
 }
+QStringList TXStandardUpdateControllerDelegate::relaunchArgumentsForUpdating(TXStandardUpdateController *) {
+    return {};
+}
+QString TXStandardUpdateControllerDelegate::relaunchDirectoryForUpdating(TXStandardUpdateController *) {
+    return {};
+}
 void TXStandardUpdateControllerDelegate::updaterDidCheckForUpdates(TXStandardUpdateController *) {}
 void TXStandardUpdateControllerDelegate::shouldQuitToInstall(TXStandardUpdateController *, TXUpdate &,
                                                              const TXQuitReply &reply) {
@@ -344,6 +350,14 @@ void TXStandardUpdateController::updaterShouldQuitToInstall(TXUpdater *, TXUpdat
         d->delegate->shouldQuitToInstall(this, update, reply);
     else
         reply.askApplication();
+}
+
+QStringList TXStandardUpdateController::relaunchArgumentsForUpdater(TXUpdater *) {
+    return d->delegate ? d->delegate->relaunchArgumentsForUpdating(this) : QStringList();
+}
+
+QString TXStandardUpdateController::relaunchDirectoryForUpdater(TXUpdater *) {
+    return d->delegate ? d->delegate->relaunchDirectoryForUpdating(this) : QString();
 }
 
 QList<TXUpdatePostPtr> TXStandardUpdateController::postsWithDisplayTime(TXUpdatePostDisplayTime time) const {

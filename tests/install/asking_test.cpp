@@ -18,6 +18,16 @@ protected:
     /// What the delegate does with the question; without it the application is asked.
     std::function<void(const TXQuitReply &reply)> answer;
     int questions = 0;
+    QStringList handedOn;
+
+    QStringList relaunchArgumentsForUpdater(TXUpdater *) override {
+        if (!handedOn.isEmpty())
+            events << u"arguments asked"_s;
+        return handedOn;
+    }
+    QString relaunchDirectoryForUpdater(TXUpdater *) override {
+        return handedOn.isEmpty() ? QString() : u"/tmp"_s;
+    }
 
     Asking() {
         tasks.runsForReal = true;
@@ -104,6 +114,17 @@ TEST_F(Asking, ApplicationIsAskedBeforeTheToolStartsAndEndsAfterIt) {
         EXPECT_EQ(questions, withDelegate ? 1 : 0);
         EXPECT_EQ(calls, 0);
     }
+}
+
+TEST_F(Asking, DelegatePassesOnArgumentsOnceItHasAgreed) {
+    handedOn = QStringList{u"-n"_s, u"secret=$(x)"_s};
+    TXUpdater::sharedUpdater()->setDelegate(this);
+    install();
+    ASSERT_TRUE(waitUntil([this] { return !exits.isEmpty(); }));
+    EXPECT_EQ(events, (QStringList{u"application asked"_s, u"arguments asked"_s, u"tool"_s, u"exit 0"_s}));
+    const QByteArray record = tx::test::readFile(TXUpdateInstallerClient::environmentRecord());
+    EXPECT_TRUE(record.endsWith(QByteArray("\0\0/tmp\0-n\0secret=$(x)\0", 22))) << "after the variables";
+    EXPECT_FALSE(logLines().join(u'\n').contains(u"secret"));
 }
 
 TEST_F(Asking, RefusalInstallsNothingAndTheUpdateCanBeInstalledLater) {

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "install/handoverquestion.h"
 #include "os/frameworkresources.h"
 #include "os/relaunchcommand.h"
 #include "tests/support/builders.h"
@@ -8,6 +9,7 @@
 #include "tests/support/processes.h"
 
 #include <TarvixUpdate/TXUpdate.h>
+#include <TarvixUpdate/TXUpdater.h>
 
 #include <QCoreApplication>
 #include <QFileInfo>
@@ -52,6 +54,71 @@ TEST_F(Relaunch, OneRoadThatFailsLeavesTheOther) {
     EXPECT_THAT(log,
                 testing::HasSubstr("TXUpdate failed to launch with TXUpdateLauncher due to an exception. "));
     EXPECT_THAT(log, testing::HasSubstr("TXUpdate failed to launch with script due to an exception. "));
+}
+
+/// A delegate that passes on what a test says.
+class HandingDelegate final : public TXUpdaterDelegate {
+public:
+    HandingDelegate(QStringList arguments, QString folder)
+        : m_arguments(std::move(arguments))
+        , m_folder(std::move(folder)) {
+        TXUpdater::sharedUpdater()->setDelegate(this);
+    }
+    ~HandingDelegate() override { TXUpdater::sharedUpdater()->setDelegate(nullptr); }
+    QStringList relaunchArgumentsForUpdater(TXUpdater *updater) override {
+        EXPECT_EQ(updater, TXUpdater::sharedUpdater());
+        return m_arguments;
+    }
+    QString relaunchDirectoryForUpdater(TXUpdater *) override { return m_folder; }
+
+private:
+    const QStringList m_arguments;
+    const QString m_folder;
+};
+
+TEST_F(Relaunch, BothRoadsGetTheHandoverInTheEnvironmentOnly) {
+    const HandingDelegate delegate({u"-n"_s, u"secret $(x)"_s, u"\u00FC"_s}, u"/tmp"_s);
+    update.launch();
+    ASSERT_EQ(tasks.started.size(), 2);
+    for (const tx::TaskRequest &task : tasks.started) {
+        ASSERT_TRUE(task.environment);
+        for (const QString &variable :
+             {u"TXUPDATE_RELAUNCH_FOLDER=/tmp"_s, u"TXUPDATE_RELAUNCH_ARGUMENTS=3"_s,
+              u"TXUPDATE_RELAUNCH_ARGUMENT_0=-n"_s, u"TXUPDATE_RELAUNCH_ARGUMENT_1=secret $(x)"_s,
+              u"TXUPDATE_RELAUNCH_ARGUMENT_2=\u00FC"_s, u"HOME="_s + qEnvironmentVariable("HOME")})
+            EXPECT_TRUE(task.environment->contains(variable)) << variable.toStdString();
+        EXPECT_FALSE(task.arguments.join(u' ').contains(u"secret"));
+    }
+    EXPECT_FALSE(logLines().join(u'\n').contains(u"secret"));
+}
+
+TEST_F(Relaunch, HandoverOverALimitIsNotPassedOnAndTheLogSaysSo) {
+    {
+        const HandingDelegate delegate({u"secret"_s, QString(131072, u'x')}, u"/tmp"_s);
+        const tx::Handover handover = tx::askForHandover();
+        EXPECT_TRUE(handover.arguments.empty());
+        EXPECT_EQ(handover.folder, "/tmp") << "the folder is in order";
+    }
+    {
+        const HandingDelegate delegate({u"good"_s}, u"secret/folder"_s);
+        const tx::Handover handover = tx::askForHandover();
+        EXPECT_EQ(handover.arguments, std::vector<std::string>{"good"});
+        EXPECT_EQ(handover.folder, "");
+    }
+    const std::string log = logLines().join(u'\n').toStdString();
+    EXPECT_THAT(log, testing::HasSubstr("the arguments have 131080 bytes, 131072 are allowed"));
+    EXPECT_THAT(log, testing::HasSubstr("the working folder is not an absolute path"));
+    EXPECT_THAT(log, testing::Not(testing::HasSubstr("secret")));
+}
+
+TEST_F(Relaunch, NothingIsPassedOnByDefault) {
+    class Default final : public TXUpdaterDelegate {};
+    Default delegate;
+    TXUpdater::sharedUpdater()->setDelegate(&delegate);
+    const tx::Handover handover = tx::askForHandover();
+    TXUpdater::sharedUpdater()->setDelegate(nullptr);
+    EXPECT_TRUE(handover.arguments.empty());
+    EXPECT_EQ(handover.folder, "");
 }
 
 TEST_F(Relaunch, LauncherIsToldToLogFromLevelFiveOn) {

@@ -105,6 +105,28 @@ TEST_F(OpenBundle, ApplicationGetsTheUsualSignalsAndTheGivenMask) {
         std::signal(number, SIG_DFL);
 }
 
+TEST_F(OpenBundle, ArgumentsAndFolderAreThoseHandedOver) {
+    // Prints each argument and the folder on a line of its own.
+    tx::test::makeBundle(app,
+                         {.program = "#!/bin/sh\n{ printf '<%s>\\n' \"$@\"; pwd; } > '" + starts.toUtf8() +
+                                     ".new'\nmv '" + starts.toUtf8() + ".new' '" + starts.toUtf8() + "'\n"});
+    const QString folder = QDir(path(u""_s)).canonicalPath() + u"/with space"_s;
+    QDir().mkpath(folder);
+    const auto opened = [&](const std::string &in, std::vector<std::string> arguments) {
+        QFile::remove(starts);
+        tx::OpenOptions options;
+        options.handover = {std::move(arguments), in};
+        EXPECT_EQ(tx::openBundle(app.toStdString(), options).error, "");
+        EXPECT_TRUE(waitUntil([this] { return QFileInfo::exists(starts); }));
+        EXPECT_TRUE(waitUntil([this] { return running() == 0; }));
+        return tx::test::readFile(starts);
+    };
+    EXPECT_EQ(opened(folder.toStdString(), {"-n", "", "a b", "$(x)", "--help"}),
+              "<-n>\n<>\n<a b>\n<$(x)>\n<--help>\n" + folder.toUtf8() + '\n');
+    EXPECT_EQ(opened("", {"x"}), "<x>\n/\n");
+    EXPECT_EQ(opened((folder + u"/gone"_s).toStdString(), {"x"}), "<x>\n/\n") << "it does not exist";
+}
+
 TEST_F(OpenBundle, NothingIsStartedWithoutALock) {
     makeApp();
     const QString folder = path(u"home/.cache/TarvixUpdate"_s);

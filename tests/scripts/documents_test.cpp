@@ -112,6 +112,7 @@ const QList<Context> contexts{
      u"struct MyApp : TXStandardUpdateControllerDelegate { Document m_document; void shouldQuitToInstall("
      u"TXStandardUpdateController *, TXUpdate &, const TXQuitReply &reply) override; };"_s,
      {}},
+    {u"docs/integration.md"_s, u"class Session : public TXStandardUpdateControllerDelegate {"_s, {}, {}},
     {u"docs/integration.md"_s,
      u"TXUpdater::moveToApplicationsFolderIfNecessary();         // asks; if it moves, the copy is opened and this process ends"_s,
      u"void start() {"_s, u"}"_s},

@@ -399,6 +399,8 @@ class Answering : public TXStandardUpdateControllerDelegate {
 public:
     std::function<void(const TXQuitReply &)> answer;
     const TXUpdate *asked = nullptr;
+    QStringList relaunchArgumentsForUpdating(TXStandardUpdateController *) override { return {u"-n"_s}; }
+    QString relaunchDirectoryForUpdating(TXStandardUpdateController *) override { return u"/tmp"_s; }
     void shouldQuitToInstall(TXStandardUpdateController *controller, TXUpdate &update,
                              const TXQuitReply &reply) override {
         asked = &update;
@@ -408,6 +410,16 @@ public:
             TXStandardUpdateControllerDelegate::shouldQuitToInstall(controller, update, reply);
     }
 };
+
+TEST_F(InstallFromPanel, StandardControllersDelegatePassesOnArguments) {
+    Answering delegate;
+    TXStandardUpdateController controller;
+    EXPECT_TRUE(controller.relaunchArgumentsForUpdater(TXUpdater::sharedUpdater()).isEmpty());
+    EXPECT_TRUE(controller.relaunchDirectoryForUpdater(TXUpdater::sharedUpdater()).isNull());
+    controller.setDelegate(&delegate);
+    EXPECT_EQ(controller.relaunchArgumentsForUpdater(TXUpdater::sharedUpdater()), QStringList{u"-n"_s});
+    EXPECT_EQ(controller.relaunchDirectoryForUpdater(TXUpdater::sharedUpdater()), u"/tmp"_s);
+}
 
 TEST_F(InstallFromPanel, StandardControllersDelegateIsAskedInPlaceOfTheWindows) {
     Answering delegate;

@@ -2,6 +2,7 @@
 // open PATH|URL: starts an application bundle unless it is already running; the desktop opens everything
 // else.
 
+#include "posix/handover.h"
 #include "posix/openbundle.h"
 #include "posix/posixfiles.h"
 
@@ -56,10 +57,13 @@ int main(int argc, char **argv) {
             target = std::string(folder) + '/' + target;
     }
     leaveOwnFolderOutOfPath();
+    // In the environment, because a shell starts this program after the host has ended.
+    tx::OpenOptions options;
+    options.handover = tx::takeHandover();
     tx::restoreBackup(target);
     tx::BundleInfo info;
     if (tx::readBundleInfo(target, info) && !info.executable.empty()) {
-        const tx::OpenResult result = tx::openBundle(target);
+        const tx::OpenResult result = tx::openBundle(target, options);
         if (result.error.empty())
             return 0;
         std::fprintf(stderr, "open: %s\n", result.error.c_str());

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "installer/files.h"
+#include "posix/handover.h"
 #include "posix/installerstatus.h"
 
 #include <chrono>
@@ -26,6 +27,7 @@ struct Session {
     gid_t group = 0;
     bool dropsPrivileges = false;
     std::vector<std::string> environment;
+    Handover handover;          ///< what the host passes on to the application
     std::optional<mode_t> mask; ///< with which the host made files (umask), where that was recorded
 };
 
@@ -98,7 +100,9 @@ void discardVerified(const std::string &hostBundle, Files &files);
 
 /// The recorded environment beside the tool, when it is `user`'s own, complete, and nobody else may read or
 /// change it; else the least that a program needs. `mask` becomes the recorded one, if there is one.
+/// `handover` becomes the recorded one; it is not changed if there is none or if it is over a limit.
 [[nodiscard]] std::vector<std::string> environmentFor(uid_t user, const std::string &environmentRecord,
-                                                      std::optional<mode_t> *mask = nullptr);
+                                                      std::optional<mode_t> *mask = nullptr,
+                                                      Handover *handover = nullptr);
 
 } // namespace tx::installer

@@ -97,6 +97,7 @@ int main(int argc, char **argv) {
         options.user = session.user;
         options.group = session.group;
         options.mask = session.mask;
+        options.handover = session.handover;
         return tx::openBundle(application, options).error;
     };
     context.ready = [] { return answer.ready(); };

@@ -35,7 +35,8 @@ bool readMask(const std::string &text, std::optional<mode_t> *mask) {
 
 /// Reads the record if it is a regular file of `user` that nobody else may write to. A truncated record is
 /// not used: a truncated variable could mean anything.
-std::vector<std::string> readRecord(const std::string &path, uid_t user, std::optional<mode_t> *mask) {
+std::vector<std::string> readRecord(const std::string &path, uid_t user, std::optional<mode_t> *mask,
+                                    Handover *handover) {
     const posix::Descriptor fd(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK));
     struct stat info {};
     if (!fd.isOpen() || fstat(fd.get(), &info) != 0 || !S_ISREG(info.st_mode) || info.st_uid != user ||
@@ -57,6 +58,13 @@ std::vector<std::string> readRecord(const std::string &path, uid_t user, std::op
     for (size_t start = 0; start < content.size();) {
         const size_t end = content.find('\0', start);
         const std::string variable = content.substr(start, end - start);
+        // An empty string ends the variables. The handover is after it.
+        if (variable.empty()) {
+            Handover recorded;
+            if (handover && unpack(content.substr(end + 1), recorded))
+                *handover = recorded;
+            break;
+        }
         if (variable.find('=') != std::string::npos)
             result.push_back(variable);
         else
@@ -110,8 +118,8 @@ bool identifyUser(const Arguments &arguments, Session &session, std::string &why
 }
 
 std::vector<std::string> environmentFor(uid_t user, const std::string &environmentRecord,
-                                        std::optional<mode_t> *mask) {
-    std::vector<std::string> result = readRecord(environmentRecord, user, mask);
+                                        std::optional<mode_t> *mask, Handover *handover) {
+    std::vector<std::string> result = readRecord(environmentRecord, user, mask, handover);
     return result.empty() ? plainEnvironment(user) : result;
 }
 
@@ -145,7 +153,7 @@ int prepare(const std::vector<std::string> &words, const std::string &environmen
         return StatusNoRights;
     }
     const bool fits = checkBundles(arguments, why);
-    session.environment = environmentFor(session.user, environmentRecord, &session.mask);
+    session.environment = environmentFor(session.user, environmentRecord, &session.mask, &session.handover);
     if (!rights.raise(session)) {
         why = "cannot regain the rights of an administrator: " + std::string(std::strerror(errno));
         return StatusNoRights;

@@ -473,6 +473,66 @@ TEST_F(InstallerTool, CopyInTheCacheRemovesItselfAndUsesTheRecordedSession) {
     ASSERT_TRUE(waitUntil([this] { return ran() == "new session"; }));
 }
 
+TEST_F(InstallerTool, OpensTheApplicationWithTheRecordedHandover) {
+    const QString record = path(u"cache/TXUpdateInstaller.environment"_s);
+    const QByteArray nul(1, '\0');
+    const QString here = QDir(path(u""_s)).canonicalPath();
+    for (const bool isTooMuch : {false, true}) {
+        prepare();
+        QFile::remove(path(u"ran"_s));
+        const QByteArray program = "#!/bin/sh\n{ printf '<%s>' \"$MARK\" \"$@\"; pwd; } > '" +
+                                   path(u"ran.new"_s).toUtf8() + "'\nmv '" + path(u"ran.new"_s).toUtf8() +
+                                   "' '" + path(u"ran"_s).toUtf8() + "'\n";
+        tx::test::makeBundle(fresh, {.build = u"2"_s, .program = program});
+        tx::Handover handover{{"-n", "", "a b", "LD_PRELOAD=x"}, here.toStdString()};
+        if (isTooMuch)
+            handover.arguments.resize(tx::mostHandoverArguments + 1);
+        tx::test::writeFile(record,
+                            "MARK=session" + nul + "PATH=/usr/bin:/bin" + nul + nul +
+                                QByteArray::fromStdString(tx::packed(handover)),
+                            QFile::ReadOwner | QFile::WriteOwner);
+        const ProcessResult result = runTool(arguments(endedProcess()));
+        EXPECT_EQ(result.status, 0) << result.errors.constData();
+        ASSERT_TRUE(waitUntil([this] { return !ran().isEmpty(); }));
+        EXPECT_EQ(ran(), isTooMuch ? QByteArray("<session>/")
+                                   : "<session><-n><><a b><LD_PRELOAD=x>" + here.toUtf8());
+        EXPECT_FALSE(QFileInfo::exists(record)) << "nobody can read the arguments afterwards";
+        EXPECT_FALSE(result.errors.contains("a b") || result.output.contains("a b")) << "not logged";
+    }
+}
+
+TEST_F(InstallerTool, HandoverReachesTheApplicationAsTheUser) {
+    // As root for an ordinary user: the application gets the arguments with that user's rights, in a folder
+    // that only the user may enter. An ordinary user installs with their own rights.
+    const bool asRoot = geteuid() == 0;
+    const QByteArray program = "#!/bin/sh\n{ printf '<%s>' \"$@\"; id -u; pwd; } > '" +
+                               path(u"cache/out"_s).toUtf8() + ".new'\nmv '" + path(u"cache/out"_s).toUtf8() +
+                               ".new' '" + path(u"cache/out"_s).toUtf8() + "'\n";
+    tx::test::makeBundle(fresh, {.build = u"2"_s, .program = program});
+    const QString own = QDir(path(u"cache"_s)).canonicalPath() + u"/own"_s;
+    QDir().mkpath(own);
+    const QString record = path(u"cache/TXUpdateInstaller.environment"_s);
+    const QByteArray nul(1, '\0');
+    tx::test::writeFile(record,
+                        "PATH=/usr/bin:/bin" + nul + "HOME=" + path(u"cache"_s).toUtf8() + nul + nul +
+                            QByteArray::fromStdString(tx::packed({{"-x", "y z"}, own.toStdString()})),
+                        QFile::ReadOwner | QFile::WriteOwner);
+    if (asRoot) {
+        ASSERT_EQ(chmod(QFile::encodeName(path(u""_s)).constData(), 0755), 0);
+        ASSERT_EQ(runProcess(u"chmod"_s, {u"-R"_s, u"a+rX"_s, fresh}).status, 0);
+        ASSERT_EQ(runProcess(u"chown"_s, {u"-R"_s, u"65534:65534"_s, path(u"cache"_s)}).status, 0);
+        qputenv("PKEXEC_UID", "65534");
+    }
+    ASSERT_EQ(chmod(QFile::encodeName(own).constData(), 0700), 0);
+    const ProcessResult result = runTool(arguments(endedProcess()));
+    qunsetenv("PKEXEC_UID");
+    EXPECT_EQ(result.status, 0) << result.errors.constData();
+    const QString out = path(u"cache/out"_s);
+    ASSERT_TRUE(waitUntil([&] { return QFileInfo::exists(out); }));
+    EXPECT_EQ(tx::test::readFile(out),
+              "<-x><y z>" + QByteArray::number(asRoot ? 65534 : geteuid()) + '\n' + own.toUtf8() + '\n');
+}
+
 /// Polls the path while installations run: a complete application must stand there at every look.
 TEST_F(InstallerTool, ApplicationStandsAtEveryInstant) {
     std::atomic<bool> stop{false};

@@ -1,13 +1,16 @@
 // SPDX-License-Identifier: MIT
 #include "launcher/relauncher.h"
 #include "os/relaunchcommand.h"
+#include "posix/handover.h"
 #include "posix/openbundle.h"
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
 #include "tests/support/places.h"
 #include "tests/support/processes.h"
 
+#include <QDir>
 #include <QElapsedTimer>
+#include <QFileInfo>
 #include <QProcess>
 
 #include <csignal>
@@ -108,6 +111,34 @@ TEST(LauncherNumber, BeyondThoseOfProcessesIsNotTheParents) {
         EXPECT_EQ(tx::launcher::relaunch({number, "/opt/A.app", ""}, context), 0);
         EXPECT_EQ(waits, 1) << number;
         EXPECT_EQ(opened, QStringList(u"/opt/A.app"_s));
+    }
+}
+
+TEST_F(Launcher, BothRoadsPassOnArgumentsAndFolder) {
+    // The application prints its arguments, its folder and what is left of the handover in its environment.
+    tx::test::makeBundle(
+        app, {.program = "#!/bin/sh\n{ printf '<%s>\\n' \"$@\"; pwd; env | grep -c RELAUNCH; } > '" +
+                         ran.toUtf8() + ".new'\nmv '" + ran.toUtf8() + ".new' '" + ran.toUtf8() + "'\n"});
+    const QString folder = QDir(path(u""_s)).canonicalPath();
+    QStringList variables{u"PATH="_s + tx::test::resourcesFolder() + u':' + qEnvironmentVariable("PATH")};
+    for (const std::string &variable : tx::variablesOf({{"-n", "", "a b", "$(x)"}, folder.toStdString()}))
+        variables << QString::fromStdString(variable);
+    QProcess ended;
+    ended.start(u"true"_s, {});
+    ASSERT_TRUE(ended.waitForStarted());
+    const qint64 host = ended.processId();
+    ASSERT_TRUE(ended.waitForFinished());
+    for (const bool script : {false, true}) {
+        QFile::remove(ran);
+        const QString command = tx::relaunchCommand(host, app) + u" >&- 2>&-"_s;
+        const auto result = script ? runProcess(u"/bin/sh"_s, {u"-c"_s, command}, {}, variables)
+                                   : runProcess(tool(), {u"1"_s, app, u""_s}, {}, variables);
+        EXPECT_EQ(result.status, 0);
+        ASSERT_TRUE(waitUntil([this] { return QFileInfo::exists(ran); })) << script;
+        EXPECT_EQ(tx::test::readFile(ran), "<-n>\n<>\n<a b>\n<$(x)>\n" + folder.toUtf8() + "\n0\n") << script;
+        EXPECT_TRUE(waitUntil([this] {
+            return tx::processesRunning((app + u"/Contents/Linux/Program"_s).toStdString()).empty();
+        }));
     }
 }
 
