@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <TarvixUpdate/TXUpdateAppMover.h>
 
+#include "mover/menuentry.h"
 #include "mover/movejob.h"
 #include "mover/movequestion.h"
 #include "os/services.h"
@@ -46,6 +47,7 @@ public:
         case tx::MoveJob::Outcome::Moved:
             job.setupRelaunchAfterExit();
             job.moveOldCopyToTrash();
+            tx::putMenuEntryAfterMove(TXBundle(m_places.destinationPath()), m_places.bundlePath());
             break;
         case tx::MoveJob::Outcome::OtherCopyRuns:
             break;

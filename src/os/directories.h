@@ -22,6 +22,9 @@ Result<QString> downloadsDirectory();
 /// The user's and the machine's Applications folders.
 [[nodiscard]] QString userApplicationsDirectory();
 [[nodiscard]] QString localApplicationsDirectory();
+/// The folder of the user's menu entries, icons and MIME types ($XDG_DATA_HOME or ~/.local/share). Null in a
+/// sandbox (Flatpak, Snap) and for a program with another user's rights.
+[[nodiscard]] QString menuDataDirectory();
 /// Language codes in the user's order of preference, such as "de-AT".
 [[nodiscard]] QStringList preferredLanguages();
 /// The language code of the current locale, such as "en".

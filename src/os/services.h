@@ -26,6 +26,9 @@ struct Folders {
     std::function<QString()> localApplications;
     std::function<QString()> downloads;
     std::function<QString()> desktop;
+    /// The folder of the user's menu entries, icons and MIME types. Null in a sandbox such as Flatpak, whose
+    /// menu is not the user's.
+    std::function<QString()> data;
 };
 
 /// Everything through which the framework touches the world outside its process. A test replaces members, or

@@ -55,6 +55,11 @@ std::string configFolder() {
     return folder.empty() ? homeFolder() + "/.config" : folder;
 }
 
+std::string dataFolder() {
+    const std::string folder = absoluteVariable("XDG_DATA_HOME");
+    return folder.empty() ? homeFolder() + "/.local/share" : folder;
+}
+
 std::string privateTemporaryFolder(std::string *why) {
     const std::string path = cacheFolder() + "/TarvixUpdate";
     const auto refuse = [&](const std::string &reason) {

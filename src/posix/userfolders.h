@@ -12,6 +12,8 @@ namespace tx::posix {
 [[nodiscard]] std::string cacheFolder();
 /// $XDG_CONFIG_HOME or ~/.config.
 [[nodiscard]] std::string configFolder();
+/// $XDG_DATA_HOME or ~/.local/share.
+[[nodiscard]] std::string dataFolder();
 
 /// The framework's folder for passing files between processes, below the cache folder. Created on demand with
 /// mode 0700. Never in the shared /tmp, where another user could create an entry of a predictable name first.

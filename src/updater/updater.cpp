@@ -9,6 +9,7 @@
 #include "model/relevance.h"
 #include "model/settings.h"
 #include "model/versioncomparison.h"
+#include "mover/menuentry.h"
 #include "os/services.h"
 #include "os/userdefaults.h"
 
@@ -72,6 +73,7 @@ TXUpdater::TXUpdater()
                                              delegate->relaunchDirectoryForUpdater(updater)}
                         : tx::HandoverAnswer();
     };
+    tx::postToMain(tx::refreshMenuEntry);
 }
 
 TXUpdater::~TXUpdater() = default;

@@ -110,6 +110,7 @@ int main(int argc, char **argv) {
         return 0;
     };
     tx::services().folders.localApplications = [] { return u"/nonexistent"_s; };
+    tx::services().folders.data = [] { return QString(); }; // the menu entry has tests of its own
     const auto exitProcess = tx::services().exitProcess;
     tx::services().exitProcess = [&](int status) {
         (void)passPoint(plan, u"exit"_s);

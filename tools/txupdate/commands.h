@@ -42,6 +42,8 @@ int feedValidate(const FeedOptions &options);
 int check(const AppOptions &options);
 int update(const AppOptions &options);
 int profile(bool asJson);
+/// Moves an application of this user to the Trash and removes its menu entry. Uses `bundle` and `json`.
+int remove(const AppOptions &options);
 /// Serves a folder. `rate` limits each response, in bytes a second; 0 means no limit. `hosts` are additional
 /// host names to which the server responds.
 int serve(const QString &directory, int port, qint64 rate, const QStringList &hosts);

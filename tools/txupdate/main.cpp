@@ -124,6 +124,13 @@ int main(int argc, char **argv) {
     }
     checkCommand->add_flag("--json", words.json, "print JSON");
 
+    auto *removeCommand = application.add_subcommand(
+        "remove",
+        "Move an application to the Trash and remove its menu entry, icon and MIME types. Refuses an "
+        "application that is running, that belongs to another user or to a package.");
+    removeCommand->add_option("BUNDLE", words.source, "the application's bundle")->required();
+    removeCommand->add_flag("--json", words.json, "print JSON");
+
     auto *profileCommand = application.add_subcommand(
         "profile", "Print the system profile that an application on this machine would send along.");
     profileCommand->add_flag("--json", words.json, "print it as it stands in the request");
@@ -179,6 +186,8 @@ int main(int argc, char **argv) {
         return *status;
     if (const std::optional<int> status = reportWords.run())
         return *status;
+    if (removeCommand->parsed())
+        return remove({text(words.source), {}, words.json});
     if (profileCommand->parsed())
         return profile(words.json);
     if (show->parsed())

@@ -12,6 +12,8 @@
 
 #include <TarvixUpdate/TXLog.h>
 
+#include <unistd.h>
+
 using namespace Qt::StringLiterals;
 
 namespace tx {
@@ -58,6 +60,14 @@ QString userApplicationsDirectory() {
 }
 
 QString localApplicationsDirectory() { return QStringLiteral(TARVIXUPDATE_LOCAL_APPLICATIONS_DIR); }
+
+QString menuDataDirectory() {
+    const bool isInSandbox = services().fileSystem->exists(u"/.flatpak-info"_s) ||
+                             !qEnvironmentVariableIsEmpty("FLATPAK_ID") ||
+                             !qEnvironmentVariableIsEmpty("SNAP");
+    return isInSandbox || getuid() != geteuid() || getgid() != getegid() ? QString()
+                                                                         : decoded(posix::dataFolder());
+}
 
 QStringList preferredLanguages() {
     QStringList languages = QLocale::system().uiLanguages();

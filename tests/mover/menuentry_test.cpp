@@ -1,0 +1,614 @@
+// SPDX-License-Identifier: MIT
+#include "mover/menuentry.h"
+
+#include "base/queues.h"
+#include "mover/desktopentry.h"
+#include "mover/removal.h"
+#include "os/directories.h"
+#include "os/packageowner.h"
+#include "tests/mover/appmovertest.h"
+#include "tests/support/processes.h"
+
+#include "base/propertylist.h"
+
+#include <QDir>
+#include <QFileInfo>
+
+#include <cerrno>
+#include <grp.h>
+#include <sys/stat.h>
+
+using namespace Qt::StringLiterals;
+using tx::MenuEntryOutcome;
+using tx::test::AppMover;
+using tx::test::readFile;
+using tx::test::runProcess;
+using tx::test::waitUntil;
+using tx::test::writeFile;
+
+namespace {
+
+const QByteArray svg = "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"8\" height=\"8\"/>\n";
+
+/// The beginning of a picture in the PNG format with these sides.
+QByteArray png(int width, int height) {
+    QByteArray picture("\x89PNG\r\n\x1a\n\0\0\0\rIHDR", 16);
+    for (const int side : {width, height}) {
+        for (const int shift : {24, 16, 8, 0})
+            picture += char(side >> shift);
+    }
+    return picture + "rest";
+}
+
+/// An application in the user's Applications folder, and a data folder of the test's own.
+class MenuEntry : public tx::test::FrameworkTest {
+protected:
+    tx::test::FaultFileSystem files;
+    const QString applications = path(u"home/Applications"_s);
+    const QString data = path(u"home/share"_s);
+    const QString entryPath = data + u"/applications/org.example.Host.desktop"_s;
+    QString bundlePath = applications + u"/My Host.app"_s;
+
+    MenuEntry() {
+        tx::services().folders.data = [this] { return data; };
+        tx::services().folders.userApplications = [this] { return applications; };
+        tx::services().folders.localApplications = [this] { return path(u"opt"_s); };
+    }
+    /// Writes the application with more values in its Info.plist, and makes it the running one.
+    TXBundle make(const QVariantMap &more = {}, const QString &build = u"1042"_s,
+                  const QByteArray &program = "#!/bin/sh\nexit 0\n") {
+        tx::test::makeBundle(bundlePath, {.build = build, .name = u"My Host"_s, .program = program});
+        QVariantMap info = TXBundle(bundlePath).infoDictionary();
+        info.insert(more);
+        writeFile(bundlePath + u"/Contents/Info.plist"_s, tx::writePropertyList(info));
+        const TXBundle bundle(bundlePath);
+        tx::setMainBundle(bundle);
+        tx::resetHost();
+        return bundle;
+    }
+    void addResource(const QString &name, const QByteArray &content) const {
+        writeFile(bundlePath + u"/Contents/"_s + name, content);
+    }
+    QByteArray entry() const { return QFileInfo::exists(entryPath) ? readFile(entryPath) : QByteArray(); }
+    QString value(const QString &key) const { return tx::entryValue(entry(), key).value_or(QString()); }
+    QString icon(const QString &size, const QString &extension = u"svg"_s) const {
+        return data + u"/icons/hicolor/"_s + size + u"/apps/org.example.Host."_s + extension;
+    }
+    QString package() const { return data + u"/mime/packages/org.example.Host.xml"_s; }
+    static QVariantMap documents(const QString &extension = u"one"_s) {
+        return {
+            {u"CFBundleDocumentTypes"_s,
+             QVariantList{QVariantMap{{u"CFBundleTypeName"_s, u"A document"_s},
+                                      {u"CFBundleTypeMIMETypes"_s, QStringList{u"application/x-txu-one"_s}},
+                                      {u"CFBundleTypeExtensions"_s, QStringList{extension}}}}}};
+    }
+    /// An application with everything: icon, documents, an entry of its own.
+    TXBundle makeWhole(const QString &build = u"1042"_s) {
+        QVariantMap more = documents();
+        more[u"CFBundleIconFile"_s] = u"host.svg"_s;
+        const TXBundle bundle = make(more, build);
+        addResource(u"Resources/host.svg"_s, svg + "<!-- " + build.toUtf8() + " -->");
+        addResource(u"Resources/host.desktop"_s, "[Desktop Entry]\nType=Application\nName=Host " +
+                                                     build.toUtf8() +
+                                                     "\nExec=Program %F\nCategories=Office;\n");
+        return bundle;
+    }
+    void expectValid() const {
+        const auto result = runProcess(u"desktop-file-validate"_s, {entryPath});
+        EXPECT_EQ(result.status, 0) << result.output.constData() << result.errors.constData()
+                                    << entry().constData();
+        EXPECT_EQ(result.output, "");
+    }
+};
+
+TEST_F(MenuEntry, ApplicationGetsEntryIconAndMimeTypesThatTheDesktopsProgramsAccept) {
+    EXPECT_EQ(tx::putMenuEntry(makeWhole()), MenuEntryOutcome::Current);
+    expectValid();
+    EXPECT_EQ(value(u"Name"_s), u"Host 1042"_s);
+    EXPECT_EQ(value(u"Icon"_s), u"org.example.Host"_s);
+    EXPECT_EQ(value(u"MimeType"_s), u"application/x-txu-one;"_s);
+    EXPECT_EQ(value(u"Categories"_s), u"Office;"_s);
+    EXPECT_TRUE(readFile(icon(u"scalable"_s)).startsWith(svg));
+    // What the real programs made of it.
+    EXPECT_TRUE(readFile(data + u"/mime/globs2"_s).contains(":application/x-txu-one:*.one\n"));
+    EXPECT_TRUE(readFile(data + u"/applications/mimeinfo.cache"_s)
+                    .contains("application/x-txu-one=org.example.Host.desktop;"));
+    for (const QString &file : {entryPath, icon(u"scalable"_s), package()}) {
+        struct stat info {};
+        ASSERT_EQ(stat(QFile::encodeName(file).constData(), &info), 0);
+        EXPECT_EQ(info.st_mode & 07777, 0644U) << file.toStdString();
+    }
+}
+
+TEST_F(MenuEntry, DesktopStartsApplicationsWithAnyName) {
+    for (const QString &name : {u"Plain.app"_s, u"My \"App\" it's.app"_s, u"a $HOME `x` b.app"_s,
+                                u"back\\slash \\n.app"_s, u"100% %F.app"_s, u"\u00e4 (x) & ; #.app"_s}) {
+        SCOPED_TRACE(name.toStdString());
+        bundlePath = applications + u'/' + name;
+        const QString out = path(u"out"_s);
+        QFile::remove(out);
+        make(documents(), u"1042"_s,
+             "#!/bin/sh\nprintf '<%s>' \"$@\" > '" + out.toUtf8() + ".new'\nmv '" + out.toUtf8() + ".new' '" +
+                 out.toUtf8() + "'\n");
+        ASSERT_EQ(tx::putMenuEntry(TXBundle(bundlePath)), MenuEntryOutcome::Current);
+        expectValid();
+        const QString document = path(u"a document.one"_s);
+        writeFile(document, "x");
+        const auto result = runProcess(u"gio"_s, {u"launch"_s, entryPath, document});
+        EXPECT_EQ(result.status, 0) << result.errors.constData();
+        ASSERT_TRUE(waitUntil([&] { return QFileInfo::exists(out); }));
+        EXPECT_EQ(readFile(out), '<' + document.toUtf8() + '>');
+        // TryExec: the entry is no application any more when the program is gone.
+        ASSERT_TRUE(QDir(bundlePath).removeRecursively());
+        EXPECT_NE(runProcess(u"gio"_s, {u"launch"_s, entryPath}).status, 0);
+    }
+}
+
+TEST_F(MenuEntry, OwnEntryAndIconsAreFoundInTheOtherLayout) {
+    bundlePath = applications + u"/myhost"_s;
+    make({{u"CFBundleIconFile"_s, u"host.png"_s}});
+    ASSERT_TRUE(QDir().rename(bundlePath + u"/Contents/Linux"_s, bundlePath + u"/Contents/bin"_s));
+    addResource(u"share/applications/host.desktop"_s,
+                "[Desktop Entry]\nType=Application\nName=Mine\nExec=Program\n");
+    addResource(u"share/applications/zzz.desktop"_s, "nothing");
+    addResource(u"share/icons/hicolor/48x48/apps/host.png"_s, png(48, 48));
+    addResource(u"share/icons/hicolor/256x256/apps/host.png"_s, png(256, 256));
+    EXPECT_EQ(tx::putMenuEntry(TXBundle(bundlePath)), MenuEntryOutcome::Current);
+    expectValid();
+    EXPECT_EQ(value(u"Name"_s), u"Mine"_s);
+    EXPECT_EQ(value(u"Icon"_s), u"org.example.Host"_s);
+    EXPECT_EQ(value(u"TryExec"_s), bundlePath + u"/Contents/bin/Program"_s);
+    EXPECT_EQ(readFile(icon(u"48x48"_s, u"png"_s)), png(48, 48));
+    EXPECT_EQ(readFile(icon(u"256x256"_s, u"png"_s)), png(256, 256));
+}
+
+TEST_F(MenuEntry, PictureThatTheThemeHasNoPlaceForIsNamedByItsPath) {
+    const struct {
+        const char *name;
+        QByteArray content;
+        bool isUsed;
+    } cases[] = {{"i.png", png(300, 300), true},   {"i.png", png(48, 32), true},
+                 {"i.png", "no picture", false},   {"i.png", png(48, 48).left(20), false},
+                 {"../../Info.plist", svg, false}, {".svg", svg, false}};
+    for (const auto &each : cases) {
+        make({{u"CFBundleIconFile"_s, QString::fromLatin1(each.name)}});
+        if (!QByteArray(each.name).contains("Info"))
+            addResource(u"Resources/"_s + QString::fromLatin1(each.name), each.content);
+        EXPECT_EQ(tx::putMenuEntry(TXBundle(bundlePath)), MenuEntryOutcome::Current);
+        EXPECT_EQ(value(u"Icon"_s), each.isUsed ? bundlePath + u"/Contents/Resources/i.png"_s : QString())
+            << each.name;
+        EXPECT_FALSE(QFileInfo::exists(data + u"/icons"_s));
+    }
+    // A link leads out of the bundle.
+    make({{u"CFBundleIconFile"_s, u"i.svg"_s}});
+    writeFile(path(u"secret.svg"_s), svg);
+    QDir().mkpath(bundlePath + u"/Contents/Resources"_s);
+    ASSERT_TRUE(QFile::link(path(u"secret.svg"_s), bundlePath + u"/Contents/Resources/i.svg"_s));
+    EXPECT_EQ(tx::putMenuEntry(TXBundle(bundlePath)), MenuEntryOutcome::Current);
+    EXPECT_FALSE(QFileInfo::exists(data + u"/icons"_s));
+}
+
+TEST_F(MenuEntry, NewVersionReplacesEntryAndRemovesWhatItNoLongerHas) {
+    const tx::test::RecordingTasks tasks;
+    ASSERT_EQ(tx::putMenuEntry(makeWhole(u"1"_s)), MenuEntryOutcome::Current);
+    ASSERT_EQ(tx::putMenuEntry(makeWhole(u"2"_s)), MenuEntryOutcome::Current);
+    EXPECT_EQ(value(u"Name"_s), u"Host 2"_s);
+    EXPECT_TRUE(readFile(icon(u"scalable"_s)).contains("<!-- 2 -->"));
+    make({}, u"3"_s);
+    ASSERT_EQ(tx::putMenuEntry(TXBundle(bundlePath)), MenuEntryOutcome::Current);
+    EXPECT_EQ(value(u"Name"_s), u"My Host"_s);
+    EXPECT_FALSE(QFileInfo::exists(icon(u"scalable"_s)));
+    EXPECT_FALSE(QFileInfo::exists(package()));
+    expectValid();
+}
+
+TEST_F(MenuEntry, OnlyTheDatabasesOfWhatChangedAreUpdated) {
+    const auto programs = [this](const std::function<void()> &put) {
+        tx::test::RecordingTasks tasks;
+        put();
+        QStringList names;
+        for (const tx::TaskRequest &task : tasks.started)
+            names << task.program;
+        return names;
+    };
+    const auto put = [this] { EXPECT_EQ(tx::putMenuEntry(TXBundle(bundlePath)), MenuEntryOutcome::Current); };
+    makeWhole();
+    EXPECT_EQ(programs(put), (QStringList{u"update-mime-database"_s, u"gtk-update-icon-cache"_s,
+                                          u"update-desktop-database"_s}));
+    EXPECT_EQ(programs(put), QStringList());
+    addResource(u"Resources/host.svg"_s, svg + "other");
+    EXPECT_EQ(programs(put), QStringList{u"gtk-update-icon-cache"_s});
+}
+
+TEST_F(MenuEntry, MissingDatabaseProgramsAreNoError) {
+    tx::test::RecordingTasks tasks;
+    tasks.failing = [](const tx::TaskRequest &) { return ENOENT; };
+    EXPECT_EQ(tx::putMenuEntry(makeWhole()), MenuEntryOutcome::Current);
+    EXPECT_EQ(tasks.started.size(), 3);
+    EXPECT_FALSE(entry().isEmpty());
+    EXPECT_TRUE(logLines().isEmpty()) << logLines().join(u'\n').toStdString();
+}
+
+TEST_F(MenuEntry, FilesOfOthersAreNeverChanged) {
+    const tx::test::RecordingTasks tasks;
+    // An entry without our key, a link and a folder in its place.
+    makeWhole();
+    const QByteArray foreign = "[Desktop Entry]\nType=Application\nName=Theirs\nExec=theirs\n";
+    writeFile(entryPath, foreign);
+    EXPECT_EQ(tx::putMenuEntry(TXBundle(bundlePath)), MenuEntryOutcome::LeftAlone);
+    EXPECT_EQ(entry(), foreign);
+    EXPECT_FALSE(QFileInfo::exists(data + u"/icons"_s)) << "nothing else is written either";
+    EXPECT_THAT(logLines().join(u'\n').toStdString(),
+                testing::HasSubstr("was not written by this application"));
+    ASSERT_TRUE(QFile::remove(entryPath));
+    ASSERT_EQ(tx::putMenuEntry(TXBundle(bundlePath)), MenuEntryOutcome::Current);
+    const QByteArray own = entry();
+    ASSERT_TRUE(QFile::rename(entryPath, path(u"kept.desktop"_s)));
+    ASSERT_TRUE(QFile::link(path(u"kept.desktop"_s), entryPath));
+    makeWhole(u"2"_s);
+    EXPECT_EQ(tx::putMenuEntry(TXBundle(bundlePath)), MenuEntryOutcome::LeftAlone)
+        << "a link is the user's work";
+    EXPECT_EQ(readFile(path(u"kept.desktop"_s)), own);
+    // Icon and MIME types with our names, which no entry of ours lists.
+    ASSERT_TRUE(QFile::remove(entryPath));
+    writeFile(icon(u"scalable"_s), "theirs");
+    writeFile(package(), "theirs");
+    EXPECT_EQ(tx::putMenuEntry(TXBundle(bundlePath)), MenuEntryOutcome::Current);
+    EXPECT_EQ(readFile(icon(u"scalable"_s)), "theirs");
+    EXPECT_EQ(readFile(package()), "theirs");
+    EXPECT_EQ(value(u"Icon"_s), bundlePath + u"/Contents/Resources/host.svg"_s);
+    const auto removed = tx::removeMenuEntry(bundlePath);
+    ASSERT_TRUE(removed);
+    EXPECT_EQ(*removed, QStringList{entryPath});
+    EXPECT_EQ(readFile(package()), "theirs");
+}
+
+TEST_F(MenuEntry, EachFailingStepLeavesTheEarlierEntryOrNone) {
+    const tx::test::RecordingTasks tasks;
+    const QStringList changes{u"createDirectory"_s, u"replaceFile"_s, u"remove"_s};
+    for (const bool isFirst : {true, false}) {
+        int failures = 0;
+        for (int failing = 1; failing < 20; ++failing) {
+            QDir(data).removeRecursively();
+            files.decide = nullptr;
+            QByteArray earlier;
+            if (!isFirst) {
+                ASSERT_EQ(tx::putMenuEntry(makeWhole(u"1"_s)), MenuEntryOutcome::Current);
+                earlier = entry();
+            }
+            QVariantMap more{{u"CFBundleIconFile"_s, u"host.png"_s}};
+            make(more, u"2"_s);
+            addResource(u"Resources/host.png"_s, png(48, 48));
+            int step = 0;
+            files.decide = [&](const QString &operation, const QString &) {
+                return changes.contains(operation) && ++step == failing ? ENOSPC : 0;
+            };
+            const MenuEntryOutcome outcome = tx::putMenuEntry(TXBundle(bundlePath));
+            files.decide = nullptr;
+            if (step < failing)
+                break;
+            ++failures;
+            EXPECT_EQ(outcome, MenuEntryOutcome::Failed) << failing;
+            const QByteArray now = entry();
+            const bool isNew = tx::entryValue(now, u"Name"_s) == u"My Host";
+            EXPECT_TRUE(now == earlier || isNew) << now.constData();
+            if (!isNew && !isFirst) {
+                EXPECT_TRUE(QFileInfo::exists(icon(u"scalable"_s))) << "the earlier entry needs it";
+            }
+            EXPECT_THAT(logLines().last().toStdString(), testing::HasSubstr("could not be written"));
+            EXPECT_EQ(tx::putMenuEntry(TXBundle(bundlePath)), MenuEntryOutcome::Current)
+                << "the next start repairs it";
+            EXPECT_EQ(value(u"Icon"_s), u"org.example.Host"_s);
+            EXPECT_TRUE(QFileInfo::exists(icon(u"48x48"_s, u"png"_s)));
+            EXPECT_FALSE(QFileInfo::exists(icon(u"scalable"_s))) << failing;
+        }
+        EXPECT_GE(failures, 4);
+    }
+}
+
+TEST_F(MenuEntry, ApplicationsThatNoEntryCanNameGetNone) {
+    const struct {
+        const char *what;
+        QString bundle;
+        QVariantMap info;
+    } cases[] = {{"line feed", u"a\nExec=evil.app"_s, {}},
+                 {"equals sign", u"a=b.app"_s, {}},
+                 {"identifier", u"a.app"_s, {{u"CFBundleIdentifier"_s, u"../../evil"_s}}},
+                 {"identifier with line feed", u"a.app"_s, {{u"CFBundleIdentifier"_s, u"org.example.x\n"_s}}},
+                 {"no executable", u"a.app"_s, {{u"CFBundleExecutable"_s, u"../../../evil"_s}}}};
+    for (const auto &each : cases) {
+        bundlePath = applications + u'/' + each.bundle;
+        EXPECT_EQ(tx::putMenuEntry(make(each.info)), MenuEntryOutcome::LeftAlone) << each.what;
+        EXPECT_FALSE(QFileInfo::exists(data)) << each.what;
+    }
+}
+
+TEST_F(MenuEntry, HostileInfoListAddsNoLine) {
+    make({{u"CFBundleName"_s, u"x\nExec=/bin/evil\n[Desktop Action y]"_s},
+          {u"CFBundleDisplayName"_s, u" \n"_s},
+          {u"CFBundleIconFile"_s, u"x\nExec=/bin/evil"_s},
+          {u"CFBundleDocumentTypes"_s,
+           QVariantList{QVariantMap{{u"CFBundleTypeName"_s, u"</comment><glob pattern=\"*\"/>"_s},
+                                    {u"CFBundleTypeMIMETypes"_s,
+                                     QStringList{u"application/x-b"_s, u"application/x-b\nExec=evil"_s}},
+                                    {u"CFBundleTypeExtensions"_s, QStringList{u"one"_s, u"\"/><x"_s}}}}}});
+    EXPECT_EQ(tx::putMenuEntry(TXBundle(bundlePath)), MenuEntryOutcome::Current);
+    expectValid();
+    EXPECT_EQ(entry().count("\nExec="), 1);
+    EXPECT_EQ(entry().count('['), 2) << "the second one is in the name";
+    EXPECT_EQ(value(u"MimeType"_s), u"application/x-b;"_s);
+    EXPECT_EQ(readFile(package()).count("<glob"), 1);
+}
+
+TEST_F(MenuEntry, FolderThatOthersCanChangeGetsNone) {
+    // As root: the home of the user for whom root runs. Everybody: a folder that others may write to.
+    makeWhole();
+    QDir().mkpath(data);
+    const QByteArray folder = QFile::encodeName(data);
+    ASSERT_EQ(geteuid() == 0 ? chown(folder.constData(), 65534, 65534) : chmod(folder.constData(), 0777), 0);
+    EXPECT_EQ(tx::putMenuEntry(TXBundle(bundlePath)), MenuEntryOutcome::Failed);
+    EXPECT_TRUE(tx::test::namesIn(data).isEmpty());
+    // Not even a folder is made there.
+    tx::services().folders.data = [this] { return data + u"/new/share"_s; };
+    EXPECT_EQ(tx::putMenuEntry(TXBundle(bundlePath)), MenuEntryOutcome::Failed);
+    EXPECT_TRUE(tx::test::namesIn(data).isEmpty());
+}
+
+TEST_F(MenuEntry, ThereIsNoMenuInASandbox) {
+    EXPECT_EQ(tx::menuDataDirectory(), path(u"home/.local/share"_s));
+    for (const char *variable : {"FLATPAK_ID", "SNAP"}) {
+        qputenv(variable, "x");
+        EXPECT_TRUE(tx::menuDataDirectory().isNull()) << variable;
+        qunsetenv(variable);
+    }
+    qputenv("XDG_DATA_HOME", "relative");
+    EXPECT_EQ(tx::menuDataDirectory(), path(u"home/.local/share"_s)) << "the standard ignores such a value";
+    tx::services().folders.data = [] { return QString(); };
+    EXPECT_FALSE(tx::belongsInMenu(makeWhole()));
+}
+
+TEST_F(MenuEntry, OnlyApplicationsInAnApplicationsFolderBelongInTheMenu) {
+    const auto belongs = [this](const QString &place, const QVariantMap &info = {}) {
+        bundlePath = place;
+        return tx::belongsInMenu(make(info));
+    };
+    EXPECT_TRUE(belongs(applications + u"/A.app"_s));
+    EXPECT_TRUE(belongs(path(u"opt/A.app"_s)));
+    EXPECT_TRUE(belongs(path(u"disk/Applications/more/A.app"_s)));
+    EXPECT_FALSE(belongs(path(u"home/Downloads/A.app"_s)));
+    EXPECT_FALSE(belongs(path(u"opt2/A.app"_s))) << "a name that only begins like the folder";
+    EXPECT_FALSE(belongs(path(u"x/Applications"_s))) << "the bundle's own name";
+    EXPECT_FALSE(belongs(applications + u"/A.app"_s, {{u"TXUpdateDesktopEntry"_s, false}}));
+    EXPECT_TRUE(belongs(applications + u"/A.app"_s, {{u"TXUpdateDesktopEntry"_s, true}}));
+    EXPECT_FALSE(belongs(applications + u"/A.app"_s, {{u"CFBundleIdentifier"_s, u""_s}}));
+    // The folder as a link to another disk; a running application knows its path without links.
+    ASSERT_TRUE(QDir().mkpath(path(u"elsewhere"_s)));
+    ASSERT_TRUE(QFile::link(path(u"elsewhere"_s), path(u"linked"_s)));
+    tx::services().folders.userApplications = [this] { return path(u"linked"_s); };
+    EXPECT_TRUE(belongs(QFileInfo(path(u"elsewhere"_s)).canonicalFilePath() + u"/A.app"_s));
+}
+
+TEST_F(MenuEntry, CopyThatHasTheEntryKeepsItAsLongAsItExists) {
+    const tx::test::RecordingTasks tasks;
+    const QString first = bundlePath;
+    ASSERT_EQ(tx::putMenuEntry(makeWhole()), MenuEntryOutcome::Current);
+    bundlePath = path(u"opt/My Host.app"_s);
+    const TXBundle second = makeWhole();
+    EXPECT_EQ(tx::putMenuEntry(second), MenuEntryOutcome::OtherCopy);
+    EXPECT_EQ(value(tx::entryBundleKey), first);
+    EXPECT_EQ(tx::putMenuEntry(second, first), MenuEntryOutcome::Current) << "it was moved from there";
+    EXPECT_EQ(value(tx::entryBundleKey), bundlePath);
+    bundlePath = first;
+    ASSERT_TRUE(QDir(path(u"opt/My Host.app"_s)).removeRecursively());
+    EXPECT_EQ(tx::putMenuEntry(makeWhole()), MenuEntryOutcome::Current);
+    EXPECT_EQ(value(tx::entryBundleKey), first);
+}
+
+TEST_F(MenuEntry, RemovalTakesOnlyTheFilesOfTheEntry) {
+    const tx::test::RecordingTasks tasks;
+    ASSERT_EQ(tx::putMenuEntry(makeWhole()), MenuEntryOutcome::Current);
+    const QString other = data + u"/applications/org.other.desktop"_s;
+    writeFile(other, "[Desktop Entry]\nType=Application\nName=x\nExec=x\nX-TarvixUpdate-Bundle=/other\n");
+    // Somebody added other files to the list.
+    writeFile(path(u"home/share/precious"_s), "x");
+    writeFile(data + u"/icons/hicolor/48x48/apps/theirs.png"_s, "x");
+    writeFile(entryPath,
+              entry().replace("X-TarvixUpdate-Files=",
+                              "X-TarvixUpdate-Files=precious;../../precious;icons/hicolor/48x48/apps/"
+                              "theirs.png;icons/hicolor/../../precious;"));
+    EXPECT_TRUE(tx::removeMenuEntry(path(u"nothing.app"_s))->isEmpty());
+    const auto removed = tx::removeMenuEntry(bundlePath);
+    ASSERT_TRUE(removed);
+    EXPECT_THAT(*removed, testing::UnorderedElementsAre(entryPath, icon(u"scalable"_s), package()));
+    EXPECT_FALSE(QFileInfo::exists(entryPath) || QFileInfo::exists(icon(u"scalable"_s)) ||
+                 QFileInfo::exists(package()));
+    EXPECT_TRUE(QFileInfo::exists(other));
+    EXPECT_TRUE(QFileInfo::exists(path(u"home/share/precious"_s)));
+    EXPECT_TRUE(QFileInfo::exists(data + u"/icons/hicolor/48x48/apps/theirs.png"_s));
+    EXPECT_TRUE(tx::removeMenuEntry(bundlePath)->isEmpty());
+}
+
+TEST_F(MenuEntry, RemovalThatFailsCanBeRepeated) {
+    const tx::test::RecordingTasks tasks;
+    for (const QString &part : {u"scalable"_s, u"packages"_s, u".desktop"_s}) {
+        ASSERT_EQ(tx::putMenuEntry(makeWhole()), MenuEntryOutcome::Current);
+        files.decide = [&](const QString &operation, const QString &p) {
+            return operation == u"remove" && p.contains(part) ? EROFS : 0;
+        };
+        EXPECT_FALSE(tx::removeMenuEntry(bundlePath));
+        files.decide = nullptr;
+        EXPECT_TRUE(QFileInfo::exists(entryPath)) << "it still lists the others";
+        EXPECT_TRUE(tx::removeMenuEntry(bundlePath));
+        EXPECT_FALSE(QFileInfo::exists(entryPath) || QFileInfo::exists(icon(u"scalable"_s)) ||
+                     QFileInfo::exists(package()));
+    }
+}
+
+/// The start of an application, with the steps that it takes.
+class MenuEntryAtStart : public MenuEntry {
+protected:
+    tx::test::RecordingTasks tasks;
+    int steps = 0;
+
+    MenuEntryAtStart() {
+        files.observer = [this](const QString &, const QString &p) {
+            if (p.startsWith(data))
+                ++steps;
+        };
+    }
+    int start() {
+        steps = 0;
+        tx::refreshMenuEntry();
+        EXPECT_TRUE(tx::waitForBackground(std::chrono::minutes(1)));
+        return steps;
+    }
+};
+
+TEST_F(MenuEntryAtStart, FirstStartWritesTheEntryAndLaterOnesDoNothing) {
+    makeWhole();
+    EXPECT_GT(start(), 0);
+    EXPECT_EQ(value(u"Name"_s), u"Host 1042"_s);
+    EXPECT_EQ(start(), 0) << "one comparison";
+    // A user who has removed the entry does not get it back before the next version.
+    ASSERT_TRUE(QFile::remove(entryPath));
+    EXPECT_EQ(start(), 0);
+    makeWhole(u"1043"_s);
+    EXPECT_GT(start(), 0);
+    EXPECT_EQ(value(u"Name"_s), u"Host 1043"_s) << "after an update";
+    const QString first = bundlePath;
+    bundlePath = applications + u"/Renamed.app"_s;
+    ASSERT_TRUE(QDir().rename(first, bundlePath));
+    tx::setMainBundle(TXBundle(bundlePath));
+    EXPECT_GT(start(), 0);
+    EXPECT_EQ(value(tx::entryBundleKey), bundlePath) << "the user has moved it";
+}
+
+TEST_F(MenuEntryAtStart, FailureIsTriedAgainAndAForeignEntryIsNot) {
+    makeWhole();
+    files.failOn(u"replaceFile"_s, EACCES, u".desktop"_s);
+    EXPECT_GT(start(), 0);
+    EXPECT_TRUE(entry().isEmpty());
+    EXPECT_GT(start(), 0) << "tried again";
+    files.failOn(u"replaceFile"_s, 0, u"no such path"_s);
+    EXPECT_GT(start(), 0);
+    EXPECT_FALSE(entry().isEmpty());
+    makeWhole(u"2"_s);
+    writeFile(entryPath, "[Desktop Entry]\nType=Application\nName=Theirs\n");
+    EXPECT_GT(start(), 0);
+    EXPECT_EQ(start(), 0);
+}
+
+TEST_F(MenuEntryAtStart, ApplicationThatOptsOutLosesItsEntry) {
+    makeWhole();
+    EXPECT_GT(start(), 0);
+    EXPECT_FALSE(entry().isEmpty());
+    make({{u"TXUpdateDesktopEntry"_s, false}}, u"2"_s);
+    EXPECT_GT(start(), 0);
+    EXPECT_TRUE(entry().isEmpty());
+    EXPECT_FALSE(QFileInfo::exists(icon(u"scalable"_s)));
+    EXPECT_EQ(start(), 0);
+}
+
+TEST_F(MenuEntryAtStart, ApplicationElsewhereTouchesNothing) {
+    makeWhole();
+    EXPECT_GT(start(), 0);
+    const QByteArray before = entry();
+    bundlePath = path(u"build/My Host.app"_s);
+    makeWhole(u"9999"_s);
+    EXPECT_EQ(start(), 0);
+    EXPECT_EQ(entry(), before);
+}
+
+TEST_F(MenuEntryAtStart, UpdaterDoesItWhenItIsMade) {
+    makeWhole();
+    (void)TXUpdater::sharedUpdater();
+    EXPECT_TRUE(waitUntil([this] { return !entry().isEmpty(); }));
+}
+
+/// An application that is removed, with the packages of the test's own database.
+class Removal : public MenuEntry {
+protected:
+    tx::test::RecordingTasks tasks;
+    const tx::PackageDatabases before = tx::packageDatabases();
+
+    Removal() {
+        tx::packageDatabases() = {path(u"dpkg"_s), {}, {}};
+        makeWhole();
+        EXPECT_EQ(tx::putMenuEntry(TXBundle(bundlePath)), MenuEntryOutcome::Current);
+    }
+    ~Removal() override { tx::packageDatabases() = before; }
+    void expectRefused(const char *reason) {
+        const auto tree = tx::test::treeOf(bundlePath);
+        const auto removed = tx::removeApplication(bundlePath);
+        ASSERT_FALSE(removed);
+        EXPECT_THAT(removed.error().toString().toStdString(), testing::HasSubstr(reason));
+        EXPECT_EQ(tx::test::treeOf(bundlePath), tree);
+        EXPECT_FALSE(entry().isEmpty());
+    }
+};
+
+TEST_F(Removal, ApplicationOfAPackageIsRefused) {
+    writeFile(path(u"dpkg/info/thepackage.list"_s), (bundlePath + u"/Contents/Info.plist\n"_s).toUtf8());
+    writeFile(path(u"dpkg/status"_s), "");
+    expectRefused("It belongs to the package thepackage of dpkg.");
+    // Where the database cannot be read, it may belong to one.
+    QFile::remove(path(u"dpkg/info/thepackage.list"_s));
+    QDir().mkpath(path(u"dpkg/info/thepackage.list"_s));
+    expectRefused("It could not be determined whether it belongs to a package: ");
+    QDir(path(u"dpkg"_s)).removeRecursively();
+    EXPECT_TRUE(tx::removeApplication(bundlePath));
+}
+
+TEST_F(Removal, EntryStaysIfTheTrashFails) {
+    tx::test::RecordingWorkspace workspace;
+    workspace.trashFails = true;
+    expectRefused("could not be moved to the Trash.");
+    workspace.trashFails = false;
+    workspace.running = QStringList{bundlePath + u"/Contents/Linux/Program"_s};
+    expectRefused("It is running.");
+}
+
+TEST_F(Removal, FailureOfTheEntryCanBeRepeated) {
+    files.failOn(u"remove"_s, EROFS, u".desktop"_s);
+    const auto failed = tx::removeApplication(bundlePath);
+    ASSERT_FALSE(failed);
+    EXPECT_THAT(failed.error().toString().toStdString(), testing::HasSubstr("The menu entry of "));
+    EXPECT_FALSE(QFileInfo::exists(bundlePath));
+    files.failOn(u"remove"_s, 0, u"no such path"_s);
+    const auto removed = tx::removeApplication(bundlePath);
+    ASSERT_TRUE(removed);
+    EXPECT_TRUE(removed->trash.isNull());
+    EXPECT_EQ(removed->files, QStringList{entryPath});
+}
+
+TEST_F(AppMover, MoveWritesTheEntryOfTheNewPlace) {
+    const QString data = path(u"home/share"_s);
+    tx::services().folders.data = [&] { return data; };
+    useUserFolder();
+    EXPECT_EQ(move(), 1);
+    EXPECT_EQ(exits, QList<int>{0});
+    const QByteArray entry = readFile(data + u"/applications/org.example.Host.desktop"_s);
+    EXPECT_EQ(tx::entryValue(entry, tx::entryBundleKey), user + u"/Host.app"_s);
+    EXPECT_EQ(tx::entryValue(entry, u"TryExec"_s), user + u"/Host.app/Contents/Linux/Program"_s);
+    // The moved application starts without writing it again.
+    tx::setMainBundle(TXBundle(user + u"/Host.app"_s));
+    ASSERT_TRUE(QFile::remove(data + u"/applications/org.example.Host.desktop"_s));
+    tx::refreshMenuEntry();
+    EXPECT_TRUE(tx::waitForBackground(std::chrono::minutes(1)));
+    EXPECT_TRUE(tx::test::namesIn(data + u"/applications"_s).isEmpty());
+}
+
+TEST_F(AppMover, MoveIsDoneWhenTheEntryFails) {
+    const QString data = path(u"home/share"_s);
+    tx::services().folders.data = [&] { return data; };
+    useUserFolder();
+    files.failOn(u"replaceFile"_s, EACCES, u".desktop"_s);
+    EXPECT_EQ(move(), 1);
+    EXPECT_EQ(exits, QList<int>{0});
+    EXPECT_TRUE(alerts.isEmpty());
+    EXPECT_TRUE(QFileInfo::exists(user + u"/Host.app/Contents/Info.plist"_s));
+    EXPECT_THAT(logLines().join(u'\n').toStdString(), testing::HasSubstr("The menu entry of "));
+    EXPECT_TRUE(programs().join(u'\n').contains(user + u"/Host.app"_s)) << "it is opened again";
+}
+
+} // namespace
