@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// One system profile, the profile tool included.
+// One system profile.
 #include "bench/benchhost.h"
 
 #include <TarvixUpdate/TXUpdateSystemProfile.h>
@@ -13,7 +13,7 @@ namespace {
 void profile(benchmark::State &state) {
     for (auto _ : state) {
         if (TXUpdateSystemProfile::systemProfile()->RAM() == 0)
-            state.SkipWithError("the profile tool did not answer");
+            state.SkipWithError("the system did not answer");
     }
 }
 BENCHMARK(profile)->Unit(benchmark::kMillisecond)->UseRealTime();

@@ -27,7 +27,7 @@ public:
     };
     Q_ENUM(Contents)
 
-    /// A new profile, measured now with the framework's profile tool, which is terminated after 10 s.
+    /// A new profile, measured now. Values that the system does not give within 10 s stay null or 0.
     static TXUpdateSystemProfilePtr systemProfile();
     /// Measuring blocks for up to 10 s; see above.
     explicit TXUpdateSystemProfile(Contents contents = Contents::Measured);

@@ -12,6 +12,7 @@
 #include "os/tasks.h"
 #include "os/workspace.h"
 #include "posix/privatefile.h"
+#include "posix/systemreport.h"
 
 #include <chrono>
 #include <cstdlib>
@@ -46,7 +47,7 @@ TX_SHARED Services &services() {
         operatingSystemVersionString,
         systemControlNumber,
         systemControlText,
-        systemProfilerPath,
+        [] { return machine::sections(machine::Source::thisMachine()); },
         std::chrono::seconds(10),
         std::chrono::seconds(30),
         std::chrono::minutes(5),

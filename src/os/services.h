@@ -10,6 +10,11 @@
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <vector>
+
+namespace tx::machine {
+struct Section;
+}
 
 namespace tx {
 
@@ -59,10 +64,10 @@ struct Services {
     std::function<QString()> operatingSystemVersionString;
     std::function<std::optional<int>(const QString &name)> systemControlNumber;
     std::function<std::optional<QString>(const QString &name)> systemControlText;
-    /// The command that describes hardware and displays as a property list.
-    std::function<QString()> systemProfilerPath;
-    /// How long it may take before it is ended.
-    std::chrono::milliseconds systemProfilerTime;
+    /// Describes the hardware and the displays. It runs on a thread that may be abandoned: see LimitedWork.
+    std::function<std::vector<machine::Section>()> systemReport;
+    /// How long a profile waits for it.
+    std::chrono::milliseconds systemReportTime;
     /// How long the installer tool may take to say that it is ready.
     std::chrono::milliseconds installerReadyTime;
     /// How long it may take until all of a feed has come.

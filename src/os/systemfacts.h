@@ -27,7 +27,4 @@ struct ScreenInfo {
 /// Returns the processor's brand strings from /proc/cpuinfo; absent if there are none.
 [[nodiscard]] std::optional<QString> brandFromCpuInfo(const QByteArray &cpuInfo);
 
-/// The command that describes hardware and displays as a property list.
-[[nodiscard]] QString systemProfilerPath();
-
 } // namespace tx

@@ -1,12 +1,15 @@
 // SPDX-License-Identifier: MIT
 #include "profile/measure.h"
 
+#include "base/limitedwork.h"
 #include "os/directories.h"
 #include "os/services.h"
-#include "os/taskoutput.h"
 #include "os/userdefaults.h"
 
 #include <charconv>
+#include <memory>
+#include <optional>
+#include <vector>
 
 using namespace Qt::StringLiterals;
 
@@ -25,6 +28,16 @@ QString withOneDecimal(double value) {
     char text[400];
     const auto end = std::to_chars(std::begin(text), std::end(text), value, std::chars_format::fixed, 1).ptr;
     return QString::fromLatin1(text, end - text);
+}
+
+/// The system's files may be on a file system that hangs.
+std::optional<std::vector<machine::Section>> sectionsInTime() {
+    static auto &reader = *new LimitedWork; // a thread may outlast static objects
+    const auto result = std::make_shared<std::vector<machine::Section>>();
+    if (!reader.run(services().systemReportTime,
+                    [result, report = services().systemReport] { *result = report(); }))
+        return std::nullopt;
+    return std::move(*result);
 }
 
 } // namespace
@@ -70,12 +83,9 @@ void measure(TXUpdateSystemProfile &profile, Processor processor) {
     readLanguage(profile, preferredLanguagesSetting());
     readWordSize(profile);
     readScreens(profile);
-    TaskRequest request;
-    request.program = services().systemProfilerPath();
-    request.arguments = {u"-detailLevel"_s, u"mini"_s, u"-xml"_s, u"SPHardwareDataType"_s,
-                         u"SPDisplaysDataType"_s};
-    if (const std::optional<QByteArray> output = outputOf(request, {.time = services().systemProfilerTime}))
-        readHardwareAndDisplays(profile, processor, *output);
+    // Without an answer in time, the profile has no values of this kind.
+    if (const std::optional<std::vector<machine::Section>> sections = sectionsInTime())
+        readHardwareAndDisplays(profile, processor, sectionsFrom(*sections));
 }
 
 } // namespace tx

@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "posix/systemreport.h"
+
 #include <TarvixUpdate/TXUpdateSystemProfile.h>
 
 namespace tx {
 
-/// The kinds of processor that the framework is built for: the profile tool describes them differently.
+/// The kinds of processor that the framework is built for: the system report describes them differently.
 enum class Processor { X86, Arm64 };
 
 #if defined(__aarch64__)
@@ -14,7 +16,7 @@ inline constexpr Processor builtFor = Processor::Arm64;
 inline constexpr Processor builtFor = Processor::X86;
 #endif
 
-/// Fills a profile with what can be measured of this machine. Blocks while the profile tool runs.
+/// Fills a profile with what can be measured of this machine. Blocks; see TXUpdateSystemProfile.
 void measure(TXUpdateSystemProfile &profile, Processor processor);
 
 /// The parts of it, in their order.
@@ -22,8 +24,9 @@ void readSystemVersion(TXUpdateSystemProfile &profile, const QString &versionTex
 void readLanguage(TXUpdateSystemProfile &profile, const QVariant &preferredLanguages);
 void readWordSize(TXUpdateSystemProfile &profile);
 void readScreens(TXUpdateSystemProfile &profile);
-/// `propertyList` is the output of the profile tool.
-void readHardwareAndDisplays(TXUpdateSystemProfile &profile, Processor processor,
-                             const QByteArray &propertyList);
+/// `sections` is the content of the property list that the program system_profiler writes.
+void readHardwareAndDisplays(TXUpdateSystemProfile &profile, Processor processor, const QVariant &sections);
+/// The same content without the program.
+[[nodiscard]] QVariant sectionsFrom(const std::vector<machine::Section> &sections);
 
 } // namespace tx

@@ -1,5 +1,4 @@
 // SPDX-License-Identifier: MIT
-#include "base/propertylist.h"
 #include "profile/measure.h"
 #include "profile/valuescan.h"
 
@@ -56,15 +55,42 @@ QVariantList elementsOf(const QVariant &value) {
     return value.typeId() == QMetaType::QVariantList ? value.toList() : QVariantList();
 }
 
+QString toText(const std::string &text) { return QString::fromStdString(text); }
+
+QVariant valueFrom(const std::vector<machine::Item> &items);
+
+QVariant valueFrom(const machine::Item::Value &value) {
+    if (const auto *text = std::get_if<std::string>(&value))
+        return toText(*text);
+    if (const auto *number = std::get_if<uint64_t>(&value))
+        return static_cast<qint64>(*number);
+    return valueFrom(std::get<std::vector<machine::Item>>(value));
+}
+
+QVariant valueFrom(const std::vector<machine::Item> &items) {
+    QVariantList list;
+    for (const machine::Item &item : items) {
+        QVariantMap members;
+        for (const auto &[key, value] : item.members)
+            members.insert(toText(key), valueFrom(value));
+        list.append(members);
+    }
+    return list;
+}
+
 } // namespace
 
-void readHardwareAndDisplays(TXUpdateSystemProfile &profile, Processor processor,
-                             const QByteArray &propertyList) {
-    const Result<QVariant> list = readPropertyList(propertyList);
-    if (!list)
-        return;
-    const QVariantList sections = elementsOf(*list);
-    for (const QVariant &section : sections) {
+QVariant sectionsFrom(const std::vector<machine::Section> &sections) {
+    QVariantList list;
+    for (const machine::Section &section : sections)
+        list.append(
+            QVariantMap{{u"_dataType"_s, toText(section.dataType)}, {u"_items"_s, valueFrom(section.items)}});
+    return list;
+}
+
+void readHardwareAndDisplays(TXUpdateSystemProfile &profile, Processor processor, const QVariant &sections) {
+    const QVariantList list = elementsOf(sections);
+    for (const QVariant &section : list) {
         const QVariantMap members = section.toMap();
         const QString type = textIn(members, u"_dataType"_s);
         const QVariantList items = elementsOf(members.value(u"_items"_s));

@@ -1,18 +1,18 @@
 // SPDX-License-Identifier: MIT
-// Any bytes as a property list, which is what the profile tool writes too. What was read is written and read
-// again.
+// Any bytes as a property list, which is also what the program system_profiler writes. What was read is
+// written and read again.
 #include "base/propertylist.h"
 #include "profile/measure.h"
 #include "tests/fuzz/target.h"
 #include "tests/support/agreement.h"
 
 void fuzz(const QByteArray &input) {
+    const auto value = tx::readPropertyList(input);
     for (const tx::Processor processor : {tx::Processor::X86, tx::Processor::Arm64}) {
         TXUpdateSystemProfile profile(TXUpdateSystemProfile::Contents::Empty);
-        tx::readHardwareAndDisplays(profile, processor, input);
+        tx::readHardwareAndDisplays(profile, processor, value ? *value : QVariant());
         check(!profile.JSONDictionary().isEmpty());
     }
-    const auto value = tx::readPropertyList(input);
     // The tools' own reader refuses more, but never sees anything else.
     const auto plain =
         tx::plain::readPropertyList(std::string_view(input.constData(), static_cast<size_t>(input.size())));

@@ -13,17 +13,24 @@
 
 #include <csignal>
 
+#include <atomic>
+#include <condition_variable>
 #include <limits>
+#include <memory>
+#include <mutex>
+#include <thread>
 
 using namespace Qt::StringLiterals;
 using Profile = TXUpdateSystemProfile;
 using tx::Processor;
+using tx::machine::Item;
+using tx::machine::Section;
 
 namespace {
 
 Profile emptyProfile() { return Profile(Profile::Contents::Empty); }
 
-/// What the profile tool writes for items of one type.
+/// What the program system_profiler writes for items of each type.
 QByteArray toolOutput(const QVariantMap &hardware, const QVariantList &displays = {}) {
     return tx::writePropertyList(QVariantList{
         QVariantMap{{u"_dataType"_s, u"SPHardwareDataType"_s}, {u"_items"_s, QVariantList{hardware}}},
@@ -32,7 +39,8 @@ QByteArray toolOutput(const QVariantMap &hardware, const QVariantList &displays 
 
 Profile profileOf(const QByteArray &output, Processor processor = Processor::X86) {
     Profile profile = emptyProfile();
-    tx::readHardwareAndDisplays(profile, processor, output);
+    const auto list = tx::readPropertyList(output);
+    tx::readHardwareAndDisplays(profile, processor, list ? *list : QVariant());
     return profile;
 }
 
@@ -362,12 +370,11 @@ TEST(SystemProfile, LanguageIsTheFirstPreferredOne) {
 
 class MeasuredProfile : public tx::test::FrameworkTest {
 protected:
-    /// A profile tool of the test's own.
-    void setTool(const QByteArray &script) {
-        const QString tool = path(u"system_profiler"_s);
-        tx::test::writeFile(tool, "#!/bin/sh\n" + script,
-                            QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-        tx::services().systemProfilerPath = [tool] { return tool; };
+    MeasuredProfile() {
+        tx::services().systemReport = [] { return std::vector<Section>(); };
+    }
+    static Item item(std::initializer_list<std::pair<std::string, Item::Value>> members) {
+        return {{members}};
     }
 };
 
@@ -429,11 +436,16 @@ TEST_F(MeasuredProfile, BrandIsTheProcessorsOwnName) {
 }
 
 TEST_F(MeasuredProfile, EverythingIsMeasuredAfreshInOneGo) {
-    tx::test::writeFile(path(u"output"_s),
-                        toolOutput({{u"machine_name"_s, u"Test"_s}, {u"physical_memory"_s, u"2 GB"_s}},
-                                   {graphics(u"GPU"_s, u"1 GB"_s)}));
-    setTool("echo \"$@\" >> '" + path(u"arguments"_s).toUtf8() + "'; cat '" + path(u"output"_s).toUtf8() +
-            "'\n");
+    const auto reports = std::make_shared<std::atomic<int>>(0);
+    tx::services().systemReport = [reports] {
+        ++*reports;
+        return std::vector<Section>{
+            {"SPHardwareDataType", {item({{"machine_name", "Test"}, {"physical_memory", "2 GB"}})}},
+            {"SPDisplaysDataType",
+             {item({{"sppci_device_type", "spdisplays_gpu"},
+                    {"sppci_model", "GPU"},
+                    {"spdisplays_vram", "1 GB"}})}}};
+    };
     tx::services().operatingSystemVersionString = [] { return u"Version 9.1 (Build X)"_s; };
     tx::services().screens = [] { return QList<tx::ScreenInfo>{{{800, 600}, 1.0}}; };
     EXPECT_TRUE(
@@ -448,39 +460,77 @@ TEST_F(MeasuredProfile, EverythingIsMeasuredAfreshInOneGo) {
     EXPECT_EQ(profile->resolutions(), u"{800, 600} (1.0)"_s);
     EXPECT_EQ(profile->language(), u"pt-BR"_s);
     EXPECT_NE(Profile::systemProfile(), profile);
-    EXPECT_EQ(tx::test::readFile(path(u"arguments"_s)),
-              QByteArray("-detailLevel mini -xml SPHardwareDataType SPDisplaysDataType\n").repeated(2))
-        << "nothing is kept between profiles";
+    EXPECT_EQ(*reports, 2) << "nothing is kept between profiles";
 }
 
 TEST_F(MeasuredProfile, LanguageFallsBackToTheUsersOwnList) {
-    setTool("exit 1\n");
     qputenv("LC_ALL", "fr_FR.UTF-8");
     const Profile profile;
     EXPECT_TRUE(profile.language().startsWith(u"fr"_s)) << profile.language().toStdString();
 }
 
 TEST_F(MeasuredProfile, NoLanguageWasChosenInTheCLocale) {
-    setTool("exit 1\n");
     qputenv("LC_ALL", "C");
     EXPECT_TRUE(Profile().language().isNull());
 }
 
-TEST_F(MeasuredProfile, ToolThatFailsLeavesItsFieldsEmpty) {
-    tx::test::writeFile(path(u"output"_s), toolOutput({{u"machine_name"_s, u"Test"_s}}));
-    const QByteArray print = "cat '" + path(u"output"_s).toUtf8() + "'\n";
-    setTool(print);
-    EXPECT_EQ(Profile().machineName(), u"Test"_s);
-    for (const QByteArray &script :
-         {print + "exit 3\n", QByteArray("echo nonsense\n"), QByteArray("exit 0\n"), print + "kill -9 $$\n",
-          "head -c 3000000 /dev/zero; " + print}) {
-        setTool(script);
-        const Profile profile;
-        EXPECT_TRUE(profile.machineName().isNull()) << script.constData();
-        EXPECT_FALSE(profile.OSVersion().isNull()) << "what was measured before stays";
+TEST_F(MeasuredProfile, SystemWithoutAReportLeavesItsFieldsEmpty) {
+    tx::services().systemReport = [] { return std::vector<Section>{{"SPHardwareDataType", {}}}; };
+    const Profile profile;
+    EXPECT_TRUE(profile.machineName().isNull());
+    EXPECT_EQ(profile.RAM(), 0U);
+    EXPECT_FALSE(profile.OSVersion().isNull()) << "what was measured before stays";
+}
+
+/// A system whose files hang until the end of the test.
+class HangingProfile : public MeasuredProfile {
+protected:
+    /// Outlives the test in the thread that hangs.
+    struct State {
+        std::mutex mutex;
+        std::condition_variable changed;
+        bool isReleased = false;
+        int reports = 0;
+    };
+    const std::shared_ptr<State> state = std::make_shared<State>();
+
+    HangingProfile() {
+        tx::services().systemReportTime = std::chrono::milliseconds(50);
+        tx::services().systemReport = [state = state] {
+            std::unique_lock lock(state->mutex);
+            ++state->reports;
+            state->changed.wait(lock, [&] { return state->isReleased; });
+            return std::vector<Section>{{"SPHardwareDataType", {item({{"machine_name", "Test"}})}}};
+        };
     }
-    tx::services().systemProfilerPath = [this] { return path(u"none"_s); };
+    ~HangingProfile() override {
+        {
+            const std::lock_guard lock(state->mutex);
+            state->isReleased = true;
+            state->changed.notify_all();
+        }
+        tx::services().systemReportTime = std::chrono::seconds(20);
+        EXPECT_TRUE(tx::test::waitUntil([] { return Profile().machineName() == u"Test"_s; }, 20000))
+            << "once the files can be read, they are read again";
+    }
+    int reports() const {
+        const std::lock_guard lock(state->mutex);
+        return state->reports;
+    }
+};
+
+TEST_F(HangingProfile, IsThereInTimeWithoutWhatHangs) {
+    const Profile profile;
+    EXPECT_TRUE(profile.machineName().isNull());
+    EXPECT_FALSE(profile.OSVersion().isNull()) << "what was measured before stays";
+}
+
+TEST_F(HangingProfile, DoesNotPileUpThreads) {
     EXPECT_TRUE(Profile().machineName().isNull());
+    EXPECT_TRUE(tx::test::waitUntil([this] { return reports() == 1; }));
+    tx::services().systemReportTime = std::chrono::seconds(20);
+    EXPECT_TRUE(Profile().machineName().isNull());
+    EXPECT_EQ(reports(), 1) << "the first thread still hangs";
 }
 
 } // namespace

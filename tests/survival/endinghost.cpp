@@ -7,6 +7,7 @@
 #include "model/host_p.h"
 #include "os/mainbundle.h"
 #include "os/services.h"
+#include "posix/systemreport.h"
 
 #include <TarvixUpdate/TarvixUpdate.h>
 
@@ -14,10 +15,13 @@
 #include <QSocketNotifier>
 #include <QThreadPool>
 
+#include <atomic>
 #include <csignal>
 #include <sched.h>
+#include <string>
 #include <thread>
 #include <unistd.h>
+#include <vector>
 
 using namespace Qt::StringLiterals;
 
@@ -29,6 +33,37 @@ void say(const QByteArray &line) {
     const QByteArray text = line + '\n';
     (void)!write(STDOUT_FILENO, text.constData(), static_cast<size_t>(text.size()));
 }
+
+/// A read of the system's files that hangs until the static objects go.
+struct HangingRead {
+    int ends[2] = {-1, -1};
+    std::atomic<pid_t> thread{0};
+
+    void hang() {
+        (void)!pipe(ends);
+        thread = gettid();
+        say("reading");
+        char byte = 0;
+        while (read(ends[0], &byte, 1) < 0) {
+        }
+    }
+    /// Lets the thread continue, and waits for its end.
+    void release() {
+        if (thread == 0)
+            return;
+        close(ends[1]);
+        const std::string folder = "/proc/self/task/" + std::to_string(thread);
+        for (int i = 0; access(folder.c_str(), F_OK) == 0; ++i) {
+            constexpr int most = 10000;
+            if (i == most) {
+                say("late thread");
+                return;
+            }
+            usleep(1000);
+        }
+    }
+};
+auto &hangingRead = *new HangingRead;
 
 /// Made before everything of the framework, so it goes after it, and uses what it can reach all the same.
 struct LastToGo {
@@ -48,6 +83,7 @@ struct LastToGo {
             update.reset();
         else // an update is the main thread's
             new TXUpdatePtr(std::move(update));
+        hangingRead.release();
         say("static objects gone");
     }
 };
@@ -116,6 +152,10 @@ void goTo(const QString &stage, const QString &feed) {
     if (stage == u"check") {
         check();
     } else if (stage == u"profile") {
+        tx::services().systemReport = [] {
+            hangingRead.hang();
+            return std::vector<tx::machine::Section>{{"SPHardwareDataType", {}}};
+        };
         TXUpdater::sharedUpdater()->setSendsSystemProfile(true);
         check();
     } else if (stage == u"download") {

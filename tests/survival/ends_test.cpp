@@ -25,7 +25,8 @@ namespace {
 constexpr int status = 7;
 constexpr auto executable = QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner;
 
-/// A host application in a home of its own; programs that it starts hang, and leave their number in a file.
+/// A host application in a home of its own. The program that unpacks hangs, and leaves its number in a file.
+/// The files that describe the system hang as well.
 class EndingHost : public tx::test::FrameworkTest {
 protected:
     const QString root = path(u"ending"_s);
@@ -42,16 +43,13 @@ protected:
         QDir().mkpath(root + u"/home"_s);
         const QString real = tx::test::resourcesFolder();
         for (const QString &name : namesIn(real)) {
-            if (name != u"Archives" && name != u"ditto" && name != u"system_profiler")
+            if (name != u"Archives" && name != u"ditto")
                 QFile::link(real + u'/' + name, resources + u'/' + name);
         }
-        for (const char *name : {"ditto", "system_profiler"}) {
-            tx::test::writeFile(resources + u'/' + QLatin1StringView(name),
-                                "#!/bin/sh\necho $$ > '" + hanging.toUtf8() + ".new'\nmv '" +
-                                    hanging.toUtf8() + ".new' '" + hanging.toUtf8() +
-                                    "'\nwhile :; do sleep 1000; done\n",
-                                executable);
-        }
+        tx::test::writeFile(resources + u"/ditto"_s,
+                            "#!/bin/sh\necho $$ > '" + hanging.toUtf8() + ".new'\nmv '" + hanging.toUtf8() +
+                                ".new' '" + hanging.toUtf8() + "'\nwhile :; do sleep 1000; done\n",
+                            executable);
         server.always([this](const HttpRequest &request) {
             if (request.path() == "/New.zip") {
                 HttpReply reply = HttpReply::file(QByteArray(100000, 'x'), "application/zip");
@@ -138,10 +136,12 @@ struct End {
 class Ends : public EndingHost, public testing::WithParamInterface<End> {
 protected:
     /// Whether the framework has come to where the host is to end.
-    bool hasArrived() const {
+    bool hasArrived() {
         const QByteArray stage = GetParam().stage;
         if (stage == "check")
             return !server.requests().isEmpty();
+        if (stage == "profile")
+            return said().contains("reading");
         if (stage == "download")
             return namesIn(cache).contains(u".txupdate-download"_s);
         return hangingProcess() > 1;

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "base/propertylist.h"
 #include "os/userdefaults.h"
+#include "posix/systemreport.h"
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
 #include "tests/support/feedserver.h"
@@ -15,9 +16,13 @@
 #include <QThread>
 
 #include <atomic>
+#include <memory>
+#include <semaphore>
 #include <thread>
 
 using namespace Qt::StringLiterals;
+using tx::machine::Item;
+using tx::machine::Section;
 using tx::test::FeedServer;
 using tx::test::HttpReply;
 using tx::test::waitUntil;
@@ -93,17 +98,18 @@ TEST_F(Updater, CheckWithoutAFeedAddressEndsWithALoadingError) {
     EXPECT_EQ(outcome.error.underlyingError().domain(), u"NSURLErrorDomain"_s);
 }
 
-/// A profile tool that counts its calls; what it says is not looked at here.
+/// A system that counts how often it is described.
 class UpdaterProfile : public Updater {
 protected:
     FeedServer server;
+    const std::shared_ptr<std::atomic<int>> measured = std::make_shared<std::atomic<int>>(0);
     const QDateTime start = QDateTime(QDate(2026, 5, 1), QTime(8, 0), Qt::UTC);
 
     UpdaterProfile() {
-        tx::test::writeFile(path(u"Resources/system_profiler"_s),
-                            "#!/bin/sh\necho x >> '" + path(u"calls"_s).toUtf8() + "'\n",
-                            QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-        tx::services().systemProfilerPath = [tool = path(u"Resources/system_profiler"_s)] { return tool; };
+        tx::services().systemReport = [measured = measured] {
+            ++*measured;
+            return std::vector<Section>();
+        };
         updater->setFeedURL(QUrl(server.url(u"/feed.json"_s)));
     }
     QDateTime sentDate() const {
@@ -165,13 +171,13 @@ TEST_F(UpdaterProfile, CountsAsSentToAServerThatTakesNoPost) {
 
 TEST_F(UpdaterProfile, NothingIsGatheredWhenSendingIsOff) {
     EXPECT_FALSE(sendsAt(start));
-    EXPECT_TRUE(tx::test::readFile(path(u"calls"_s)).isEmpty());
+    EXPECT_EQ(*measured, 0);
     EXPECT_FALSE(sentDate().isValid());
     updater->setSendsSystemProfile(true);
     EXPECT_TRUE(sendsAt(start));
-    EXPECT_EQ(tx::test::readFile(path(u"calls"_s)), QByteArray("x\n"));
+    EXPECT_EQ(*measured, 1);
     EXPECT_FALSE(sendsAt(start.addSecs(60)));
-    EXPECT_EQ(tx::test::readFile(path(u"calls"_s)), QByteArray("x\n")) << "nor when none is due";
+    EXPECT_EQ(*measured, 1) << "nor when none is due";
     updater->setSendsSystemProfile(false);
 }
 
@@ -190,7 +196,7 @@ TEST_F(UpdaterWithKeys, MalformedKeysStopChecksBeforeAnythingIsMeasuredOrAskedFo
         EXPECT_FALSE(updater->isChecking());
     }
     EXPECT_TRUE(server.requests().isEmpty());
-    EXPECT_TRUE(tx::test::readFile(path(u"calls"_s)).isEmpty()) << "no profile was measured";
+    EXPECT_EQ(*measured, 0) << "no profile was measured";
     EXPECT_FALSE(sentDate().isValid());
     EXPECT_FALSE(updater->lastUpdateCheckDate().isValid());
     EXPECT_EQ(updater->feedName(), QString());
@@ -224,19 +230,15 @@ TEST_F(UpdaterWithKeys, FeedsNameIsSetWithItsAddress) {
 
 TEST_F(UpdaterProfile, BodyIsExactlyTheTable) {
     updater->setSendsSystemProfile(true);
-    tx::test::writeFile(
-        path(u"Resources/system_profiler"_s),
-        "#!/bin/sh\ncat <<'EOF'\n" +
-            tx::writePropertyList(QVariantList{
-                QVariantMap{{u"_dataType"_s, u"SPHardwareDataType"_s},
-                            {u"_items"_s, QVariantList{QVariantMap{{u"machine_name"_s, u"Box"_s},
-                                                                   {u"machine_model"_s, u"B1"_s},
-                                                                   {u"cpu_type"_s, u"Fast"_s},
-                                                                   {u"chip_type"_s, u"Fast"_s},
-                                                                   {u"serial_number"_s, u"SECRET"_s},
-                                                                   {u"physical_memory"_s, u"4 GB"_s}}}}}}) +
-            "\nEOF\n",
-        QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    tx::services().systemReport = [] {
+        return std::vector<Section>{{"SPHardwareDataType",
+                                     {Item{{{"machine_name", "Box"},
+                                            {"machine_model", "B1"},
+                                            {"cpu_type", "Fast"},
+                                            {"chip_type", "Fast"},
+                                            {"serial_number", "SECRET"},
+                                            {"physical_memory", "4 GB"}}}}}};
+    };
     std::atomic<bool> onMain{true};
     tx::services().operatingSystemVersionString = [&onMain] {
         onMain = QThread::currentThread() == QCoreApplication::instance()->thread();
@@ -265,13 +267,29 @@ TEST_F(UpdaterProfile, BodyIsExactlyTheTable) {
                                                             {u"language"_s, u"de"_s}}}}));
 }
 
-TEST_F(UpdaterProfile, ToolThatHangsDoesNotHangTheCheck) {
-    EXPECT_EQ(tx::services().systemProfilerTime, std::chrono::seconds(10));
-    tx::services().systemProfilerTime = std::chrono::milliseconds(300);
+TEST_F(UpdaterProfile, SystemThatHangsDoesNotHangTheCheck) {
+    EXPECT_EQ(tx::services().systemReportTime, std::chrono::seconds(10));
+    tx::services().systemReportTime = std::chrono::milliseconds(300);
     updater->setSendsSystemProfile(true);
-    tx::test::writeFile(path(u"Resources/system_profiler"_s), "#!/bin/sh\nsleep 1000\n",
-                        QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-    EXPECT_TRUE(sendsAt(start)) << "with what could be measured, once the tool was ended";
+    const auto released = std::make_shared<std::binary_semaphore>(0);
+    const auto hasEnded = std::make_shared<std::atomic<bool>>(false);
+    tx::services().systemReport = [released, hasEnded] {
+        released->acquire();
+        *hasEnded = true;
+        return std::vector<Section>{{"SPHardwareDataType", {Item{{{"machine_name", "Late"}}}}}};
+    };
+    EXPECT_TRUE(sendsAt(start)) << "with what could be measured in time";
+    const QJsonObject sent =
+        QJsonDocument::fromJson(server.requests().last().body).object()[u"systemProfile"_s].toObject();
+    EXPECT_TRUE(sent.contains(u"OSVersion"_s));
+    EXPECT_FALSE(sent.contains(u"machineName"_s));
+    EXPECT_EQ(sent[u"RAM"_s], u"0"_s);
+    EXPECT_EQ(sentDate(), start);
+    released->release();
+    EXPECT_TRUE(waitUntil([&] { return hasEnded->load(); }));
+    tx::test::drainEvents();
+    EXPECT_EQ(outcome.calls, 1);
+    EXPECT_EQ(server.requests().size(), 1) << "what comes too late starts nothing";
 }
 
 TEST_F(Updater, SecondCheckIsDroppedWhileOneRuns) {

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "desktop/diskimages.h"
 
-#include "desktop/systemfiles.h"
 #include "posix/plainpropertylist.h"
+#include "posix/systemfiles.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -92,9 +92,9 @@ plain::Value valueOf(const Image &image) {
 std::vector<Image> attachedImages(const std::string &root) {
     std::vector<Image> images;
     const std::string blocks = root + "/sys/block/";
-    const std::string mountTable = report::readAll(root + "/proc/self/mountinfo");
-    for (const std::string &name : report::namesIn(blocks)) {
-        std::string file = report::readAll(blocks + name + "/loop/backing_file");
+    const std::string mountTable = machine::readAll(root + "/proc/self/mountinfo");
+    for (const std::string &name : machine::namesIn(blocks)) {
+        std::string file = machine::readAll(blocks + name + "/loop/backing_file");
         if (file.ends_with('\n'))
             file.pop_back();
         if (!name.starts_with("loop") || file.empty())
@@ -102,10 +102,10 @@ std::vector<Image> attachedImages(const std::string &root) {
         Image image{file, {}};
         const auto add = [&](const std::string &device, const std::string &folder) {
             image.entities.push_back(
-                {"/dev/" + device, mountPointsOf(mountTable, report::readLine(folder + "/dev"))});
+                {"/dev/" + device, mountPointsOf(mountTable, machine::readLine(folder + "/dev"))});
         };
         add(name, blocks + name);
-        for (const std::string &part : report::namesIn(blocks + name)) {
+        for (const std::string &part : machine::namesIn(blocks + name)) {
             if (part.starts_with(name + "p"))
                 add(part, blocks + name + '/' + part);
         }

@@ -1,14 +1,14 @@
 // SPDX-License-Identifier: MIT
 // system_profiler [-xml] [-detailLevel LEVEL] [DATATYPE...]: describes this machine's hardware and displays.
 
-#include "desktop/systemreport.h"
+#include "desktop/reportformats.h"
 
 #include <cstdio>
 #include <cstring>
 
 namespace {
 
-using namespace tx::report;
+using namespace tx::machine;
 
 struct DataType {
     const char *name;

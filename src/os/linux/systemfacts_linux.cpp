@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "os/systemfacts.h"
 
-#include "os/frameworkresources.h"
 #include "os/osversion.h"
 
 #include <QFile>
@@ -64,7 +63,5 @@ std::optional<QString> brandFromCpuInfo(const QByteArray &cpuInfo) {
 std::optional<QString> systemControlText(const QString &name) {
     return name == u"machdep.cpu.brand_string" ? brandFromCpuInfo(cpuInfo()) : std::nullopt;
 }
-
-QString systemProfilerPath() { return frameworkResourcesPath() + u"/system_profiler"_s; }
 
 } // namespace tx

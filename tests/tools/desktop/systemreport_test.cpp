@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "base/propertylist.h"
-#include "desktop/systemfiles.h"
-#include "desktop/systemreport.h"
+#include "desktop/reportformats.h"
+#include "os/services.h"
+#include "posix/systemfiles.h"
 #include "profile/measure.h"
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
@@ -11,8 +12,10 @@
 #include <QDir>
 #include <QElapsedTimer>
 
+#include <clocale>
+
 using namespace Qt::StringLiterals;
-using namespace tx::report;
+using namespace tx::machine;
 using tx::test::runProcess;
 
 namespace {
@@ -178,9 +181,62 @@ TEST_F(SystemReport, GraphicsProcessorsAndTheirScreens) {
                                                      {u"_spdisplays_resolution"_s, u"1920x1200"_s}}}}}));
     EXPECT_EQ(items[1].toMap()[u"spdisplays_vram"_s], u"12272 MB"_s);
     TXUpdateSystemProfile profile(TXUpdateSystemProfile::Contents::Empty);
-    tx::readHardwareAndDisplays(profile, tx::Processor::X86, xml);
+    tx::readHardwareAndDisplays(profile, tx::Processor::X86, *tx::readPropertyList(xml));
     EXPECT_EQ(profile.GPUType(), u"AMD/ATI Radeon RX 6700 XT"_s);
     EXPECT_EQ(profile.VRAM(), 12272U);
+}
+
+TEST_F(SystemReport, ProfileInTheProcessHasTheValuesOfThePropertyList) {
+    const QString device = u"/sys/bus/pci/devices/0000:00:02.0"_s;
+    file(u"/sys/class/dmi/id/product_name"_s, "A <&> \xC3\xA4\n");
+    file(u"/proc/cpuinfo"_s, fourCores);
+    file(u"/usr/share/misc/pci.ids"_s, pciIds);
+    memoryBlocks(128, 0);
+    file(device + u"/class"_s, "0x030000\n");
+    file(device + u"/vendor"_s, "0x8086\n");
+    file(device + u"/device"_s, "0x9a49\n");
+    file(device + u"/mem_info_vram_total"_s, "8589934592\n");
+    file(device + u"/drm/card0/card0-eDP-1/status"_s, "connected\n");
+    file(device + u"/drm/card0/card0-eDP-1/modes"_s, "1920x1200\n");
+    for (const char *architecture : {"x86_64", "aarch64"}) {
+        const std::vector<Section> report = sections(source(architecture));
+        const auto written = tx::readPropertyList(QByteArray::fromStdString(asPropertyList(report)));
+        ASSERT_TRUE(bool(written));
+        EXPECT_EQ(tx::sectionsFrom(report), *written);
+        EXPECT_EQ(report[0].items[0].members.size(), architecture == std::string("x86_64") ? 7U : 4U);
+    }
+}
+
+/// A locale that writes a comma in numbers, such as that of most applications on the continent.
+class CommaLocale : public SystemReport {
+protected:
+    CommaLocale() {
+        file(u"/locale/characters"_s,
+             "<code_set_name> ANSI_X3.4-1968\n<comment_char> %\n<escape_char> /\nCHARMAP\n<U0000> /x00 NUL\n"
+             "<U002C> /x2c COMMA\n<U0061> /x61 A\nEND CHARMAP\n");
+        file(u"/locale/source"_s, "escape_char /\nLC_NUMERIC\ndecimal_point \"<U002C>\"\nthousands_sep \"\"\n"
+                                  "grouping -1\nEND LC_NUMERIC\n");
+        QDir().mkpath(path(u"root/locale/compiled"_s));
+        // It warns of everything else that a locale has.
+        (void)runProcess(u"localedef"_s,
+                         {u"--no-archive"_s, u"-c"_s, u"-i"_s, path(u"root/locale/source"_s), u"-f"_s,
+                          path(u"root/locale/characters"_s), path(u"root/locale/compiled/comma"_s)});
+        qputenv("LOCPATH", path(u"root/locale/compiled"_s).toUtf8());
+        EXPECT_TRUE(std::setlocale(LC_NUMERIC, "comma"));
+        EXPECT_EQ(std::to_string(1.5), "1,500000");
+    }
+    ~CommaLocale() override {
+        std::setlocale(LC_NUMERIC, "C");
+        qunsetenv("LOCPATH");
+    }
+};
+
+TEST_F(CommaLocale, DoesNotChangeTheReport) {
+    const auto speed = [&] { return hardwareOf()[u"current_processor_speed"_s].toString(); };
+    file(u"/proc/cpuinfo"_s, "model name : AMD EPYC\ncpu MHz : 2596.922\n");
+    EXPECT_EQ(speed(), u"2.6 GHz"_s);
+    file(u"/proc/cpuinfo"_s, "model name : Intel i5 @  2.40GHz\ncpu MHz : 800\n");
+    EXPECT_EQ(speed(), u"2.4 GHz"_s);
 }
 
 TEST_F(SystemReport, DiscreteMemoryOfADriversOwnFile) {
@@ -220,9 +276,18 @@ TEST(SystemProfilerTool, WritesThePropertyListOfThisMachine) {
     EXPECT_EQ(list->toList()[0].toMap()[u"_dataType"_s], u"SPHardwareDataType"_s);
     EXPECT_EQ(list->toList()[1].toMap()[u"_dataType"_s], u"SPDisplaysDataType"_s);
     TXUpdateSystemProfile profile(TXUpdateSystemProfile::Contents::Empty);
-    tx::readHardwareAndDisplays(profile, tx::builtFor, result.output);
+    tx::readHardwareAndDisplays(profile, tx::builtFor, *list);
     EXPECT_GT(profile.RAM(), 0U);
     EXPECT_GT(profile.CPUCount(), 0U);
+}
+
+TEST(SystemProfilerTool, HasTheValuesThatAProfileReadsInTheProcess) {
+    const auto ofTool = [] { return tx::readPropertyList(runProcess(tool(), {u"-xml"_s}).output); };
+    // The speed of a processor may change in between.
+    EXPECT_TRUE(tx::test::waitUntil([&] {
+        const auto written = ofTool();
+        return written && *written == tx::sectionsFrom(tx::services().systemReport());
+    })) << ofTool()->toList().size();
 }
 
 TEST(SystemProfilerTool, IsReadableByAPerson) {

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
-#include "desktop/systemfiles.h"
-#include "desktop/systemreport.h"
+#include "posix/systemfiles.h"
+#include "posix/systemreport.h"
 
 #include <algorithm>
 
-namespace tx::report {
+namespace tx::machine {
 
 namespace {
 
@@ -139,4 +139,4 @@ Section displays(const Source &source) {
     return section;
 }
 
-} // namespace tx::report
+} // namespace tx::machine

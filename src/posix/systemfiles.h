@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-namespace tx::report {
+namespace tx::machine {
 
 /// The content of a file, at most 16 MiB of it; empty when it cannot be read.
 [[nodiscard]] std::string readAll(const std::string &path);
@@ -24,4 +24,4 @@ namespace tx::report {
 /// "16 GB" for whole gibibytes, else "512 MB".
 [[nodiscard]] std::string memoryText(uint64_t bytes);
 
-} // namespace tx::report
+} // namespace tx::machine

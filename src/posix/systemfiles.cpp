@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "desktop/systemfiles.h"
+#include "posix/systemfiles.h"
 
 #include "posix/readwrite.h"
 
@@ -10,7 +10,7 @@
 #include <sstream>
 #include <unistd.h>
 
-namespace tx::report {
+namespace tx::machine {
 
 namespace {
 
@@ -108,4 +108,4 @@ std::string memoryText(uint64_t bytes) {
                                                       : std::to_string(bytes / mebibyte) + " MB";
 }
 
-} // namespace tx::report
+} // namespace tx::machine

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
-#include "desktop/systemreport.h"
+#include "desktop/reportformats.h"
 
 #include "posix/plainpropertylist.h"
 
 #include <map>
 
-namespace tx::report {
+namespace tx::machine {
 
 namespace {
 
@@ -77,16 +77,6 @@ void append(std::string &text, const std::vector<Item> &items, size_t depth) {
 
 } // namespace
 
-void Item::add(const std::string &key, const std::string &text) {
-    if (!text.empty())
-        members.emplace_back(key, text);
-}
-
-void Item::add(const std::string &key, std::vector<Item> items) {
-    if (!items.empty())
-        members.emplace_back(key, std::move(items));
-}
-
 std::string asPropertyList(const std::vector<Section> &sections) {
     plain::Array root;
     for (const Section &section : sections)
@@ -104,4 +94,4 @@ std::string asText(const std::vector<Section> &sections) {
     return text;
 }
 
-} // namespace tx::report
+} // namespace tx::machine

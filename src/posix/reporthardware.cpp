@@ -1,15 +1,15 @@
 // SPDX-License-Identifier: MIT
-#include "desktop/systemfiles.h"
-#include "desktop/systemreport.h"
+#include "posix/systemfiles.h"
+#include "posix/systemreport.h"
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
+#include <charconv>
 #include <cstdlib>
 #include <set>
 #include <sys/utsname.h>
 
-namespace tx::report {
+namespace tx::machine {
 
 namespace {
 
@@ -76,14 +76,23 @@ std::string armName(const std::string &implementer, const std::string &part) {
     return implementer.empty() ? std::string() : "ARM " + implementer + "/" + part;
 }
 
-/// "2.6 GHz", "3 GHz".
+/// "2.6 GHz", "3 GHz". The locale of the process, which an application may choose, has no influence.
 std::string speedText(double gigahertz) {
-    char text[32];
-    std::snprintf(text, sizeof text, "%.1f", gigahertz);
-    std::string result = text;
+    std::array<char, 32> text{};
+    const std::to_chars_result written =
+        std::to_chars(text.begin(), text.end(), gigahertz, std::chars_format::fixed, 1);
+    std::string result(text.begin(), written.ec == std::errc() ? written.ptr : text.begin());
     if (result.ends_with(".0"))
         result.resize(result.size() - 2);
-    return gigahertz > 0 ? result + " GHz" : std::string();
+    return gigahertz > 0 && !result.empty() ? result + " GHz" : std::string();
+}
+
+/// The number at the beginning of a text, after blanks; 0 if there is none.
+double numberIn(std::string_view text) {
+    text.remove_prefix(std::min(text.find_first_not_of(' '), text.size()));
+    double value = 0;
+    (void)std::from_chars(text.data(), text.data() + text.size(), value);
+    return value;
 }
 
 std::string speed(const Source &source, const std::string &cpuInfo, const std::string &name) {
@@ -93,10 +102,10 @@ std::string speed(const Source &source, const std::string &cpuInfo, const std::s
     if (const auto base = readNumber(frequencies + "base_frequency"))
         return speedText(static_cast<double>(*base) / kilohertz);
     if (const size_t at = name.rfind("@ "); at != std::string::npos)
-        return speedText(std::strtod(name.c_str() + at + 2, nullptr));
+        return speedText(numberIn(std::string_view(name).substr(at + 2)));
     if (const auto highest = readNumber(frequencies + "cpuinfo_max_freq"))
         return speedText(static_cast<double>(*highest) / kilohertz);
-    return speedText(std::strtod(firstOf(valuesOf(cpuInfo, "cpu MHz")).c_str(), nullptr) / megahertz);
+    return speedText(numberIn(firstOf(valuesOf(cpuInfo, "cpu MHz"))) / megahertz);
 }
 
 void addX86Processor(Item &item, const Source &source, const std::string &cpuInfo) {
@@ -180,4 +189,4 @@ Section hardware(const Source &source) {
     return {"SPHardwareDataType", {item}};
 }
 
-} // namespace tx::report
+} // namespace tx::machine

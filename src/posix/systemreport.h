@@ -8,7 +8,10 @@
 #include <variant>
 #include <vector>
 
-namespace tx::report {
+/// The hardware and the displays of a machine, read from the system's files. Reading them blocks. Thread:
+/// any. None of these functions uses an object that is destroyed when the process ends, or depends on the
+/// locale.
+namespace tx::machine {
 
 /// One described thing: a disk, a processor, a screen.
 struct Item {
@@ -40,14 +43,12 @@ struct Source {
 
 [[nodiscard]] Section hardware(const Source &source);
 [[nodiscard]] Section displays(const Source &source);
+/// Both, in this order.
+[[nodiscard]] std::vector<Section> sections(const Source &source);
 
 /// The model and maker of a PCI device by the text of a pci.ids; the numbers themselves when it has no such
 /// entry. Both are four lower-case hexadecimal digits.
 [[nodiscard]] std::pair<std::string, std::string> pciNames(std::string_view ids, const std::string &vendor,
                                                            const std::string &device);
 
-/// The sections as an XML property list, and for a person.
-[[nodiscard]] std::string asPropertyList(const std::vector<Section> &sections);
-[[nodiscard]] std::string asText(const std::vector<Section> &sections);
-
-} // namespace tx::report
+} // namespace tx::machine
