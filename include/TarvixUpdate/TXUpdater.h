@@ -181,9 +181,8 @@ private:
     void announce(void (TXUpdater::*signal)());
     void scheduleCheckForUpdate();
     void unscheduleCheckForUpdate();
-    void performCheck(const CompletionHandler &handler);
-    /// A new profile when the host sends profiles and the last one went more than a week ago; else null.
-    [[nodiscard]] TXUpdateSystemProfilePtr profileIfDue() const;
+    /// Whether the host sends profiles and the last one went more than a week ago.
+    [[nodiscard]] bool isProfileDue() const;
     void report(const CompletionHandler &handler, const TXUpdateFeedPtr &feed, const TXError &error,
                 bool sentProfile);
 

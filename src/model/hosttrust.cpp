@@ -9,6 +9,10 @@
 #include <TarvixUpdate/TXUpdateHost.h>
 #include <TarvixUpdate/TXUpdateSettings.h>
 
+#include <QMutex>
+#include <QVariantMap>
+
+#include <optional>
 #include <utility>
 
 using namespace Qt::StringLiterals;
@@ -18,6 +22,22 @@ namespace tx {
 namespace {
 
 QString toText(const std::string &text) { return QString::fromStdString(text); }
+
+/// Remembers what the host's Info.plist says: each check asks several times, and keys take long to read.
+trust::Outcome<trust::AppInfo> infoOfHost() {
+    struct Known {
+        QVariantMap values; ///< the map itself, which nobody changes
+        trust::Outcome<trust::AppInfo> info;
+    };
+    static auto &mutex = *new QMutex; // a thread may outlast static objects
+    static auto &known = *new std::optional<Known>;
+    const TXBundle bundle = TXUpdateHost::host()->bundle();
+    const QVariantMap values = bundle.infoDictionary();
+    const QMutexLocker locker(&mutex);
+    if (!known || !known->values.isSharedWith(values))
+        known.emplace(Known{values, trust::infoOfBundle(bundle)});
+    return known->info;
+}
 
 TXError errorFor(TXUpdateErrorCode code, const QString &reason, const trust::Fault &fault) {
     return TXError(
@@ -29,7 +49,7 @@ TXError errorFor(TXUpdateErrorCode code, const QString &reason, const trust::Fau
 } // namespace
 
 Result<trust::AppInfo> hostTrust() {
-    trust::Outcome<trust::AppInfo> info = trust::infoOfBundle(TXUpdateHost::host()->bundle());
+    trust::Outcome<trust::AppInfo> info = infoOfHost();
     if (!info)
         return TXError(
             TXUpdateErrorDomain, TXUpdateErrorKeysMalformed,

@@ -10,6 +10,8 @@
 #include <QSslError>
 #include <QTimer>
 
+#include <utility>
+
 using namespace Qt::StringLiterals;
 
 namespace tx {
@@ -65,6 +67,13 @@ void NetworkThread::post(std::function<void(QNetworkAccessManager &)> work) {
         m_mailbox->post([manager = m_manager, work = std::move(work)] { work(*manager); });
 }
 
+void NetworkThread::run(std::function<void(QNetworkAccessManager &)> work) {
+    if (QThread::currentThread() == m_thread && m_manager)
+        work(*m_manager);
+    else
+        post(std::move(work));
+}
+
 void NetworkThread::runAndWait(const std::function<void()> &work) {
     const auto held = lock();
     if (m_thread)
@@ -111,10 +120,18 @@ QNetworkRequest networkRequestFor(const UrlRequest &request) {
 void closeIdleConnections(QNetworkAccessManager &manager) {
     // Long enough for the archive to follow its feed on the same connection.
     constexpr std::chrono::milliseconds linger(500);
-    QTimer::singleShot(linger, &manager, [&manager] {
-        if (manager.findChildren<QNetworkReply *>().isEmpty())
-            manager.clearConnectionCache();
-    });
+    const QString name = u"idle connections"_s;
+    auto *timer = manager.findChild<QTimer *>(name, Qt::FindDirectChildrenOnly);
+    if (!timer) {
+        timer = new QTimer(&manager);
+        timer->setObjectName(name);
+        timer->setSingleShot(true);
+        QObject::connect(timer, &QTimer::timeout, &manager, [&manager] {
+            if (manager.findChildren<QNetworkReply *>().isEmpty())
+                manager.clearConnectionCache();
+        });
+    }
+    timer->start(linger); // again after each transfer
 }
 
 bool meansUntrusted(const QList<QSslError> &errors) {

@@ -22,6 +22,8 @@ public:
 
     /// Runs `work` on the thread, in order. Dropped when the application is ending. Thread: any.
     void post(std::function<void(QNetworkAccessManager &)> work);
+    /// As post(), but runs `work` at once when called on the thread.
+    void run(std::function<void(QNetworkAccessManager &)> work);
     /// Runs `work` on the thread and waits; does nothing when the thread has ended. Thread: any but itself.
     void runAndWait(const std::function<void()> &work);
     /// Ends the thread. Running transfers end without a notification. A thread that does not end within a few
@@ -43,7 +45,7 @@ private:
 /// The request as the access manager wants it: redirects followed, but never to less security.
 [[nodiscard]] QNetworkRequest networkRequestFor(const UrlRequest &request);
 
-/// Closes the connections that were kept for further requests, shortly, once no transfer runs any more: a
+/// Closes the connections that were kept for further requests half a second after the last transfer: a
 /// server that closes them later would wake an idle process. Asking the server to close instead does not do:
 /// when its answer and the end of the connection come at once, the access manager may ask a second time.
 void closeIdleConnections(QNetworkAccessManager &manager);

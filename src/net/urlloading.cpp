@@ -97,8 +97,9 @@ private:
         m_response.headers = m_reply->rawHeaderPairs();
         const UrlLoadHandler handler = std::move(m_handler);
         m_reply->deleteLater();
-        closeIdleConnections(*m_reply->manager());
+        QNetworkAccessManager &manager = *m_reply->manager();
         handler(std::exchange(m_response, {}), error);
+        closeIdleConnections(manager); // last: it is not urgent
     }
 
     // Without a limit the access manager reads all that a fast server sends before it reports it.
@@ -118,14 +119,17 @@ private:
 class NativeUrlLoader final : public UrlLoader {
 public:
     void load(const UrlRequest &request, UrlLoadHandler handler) override {
-        NetworkThread::instance().post(
+        NetworkThread::instance().run(
             [request, handler = std::move(handler)](QNetworkAccessManager &manager) {
                 if (const TXError error = checkAddress(request.url)) {
                     handler({}, error);
                     return;
                 }
-                QNetworkReply *reply =
-                    manager.sendCustomRequest(networkRequestFor(request), request.method, request.body);
+                const QNetworkRequest sent = networkRequestFor(request);
+                // A request of another kind is sent only after a body has been passed between threads.
+                QNetworkReply *reply = request.method == "GET" && request.body.isNull()
+                                           ? manager.get(sent)
+                                           : manager.sendCustomRequest(sent, request.method, request.body);
                 new LoadJob(reply, request, handler);
             });
     }

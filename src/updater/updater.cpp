@@ -10,6 +10,7 @@
 #include "model/settings.h"
 #include "model/versioncomparison.h"
 #include "mover/menuentry.h"
+#include "net/networkthread.h"
 #include "os/services.h"
 #include "os/userdefaults.h"
 
@@ -192,7 +193,12 @@ void TXUpdater::checkForUpdate(const CompletionHandler &handler) {
         return;
     announce(&TXUpdater::isCheckingChanged);
     (void)tx::checkHostIdentity(); // logs; the feed is read anyway, for programs that only show it
-    tx::runInBackground([this, handler] { performCheck(handler); });
+    // Only a profile needs a thread of its own, because measuring it blocks. Every other check changes
+    // threads only to reach the network thread and to come back.
+    if (isProfileDue())
+        tx::runInBackground([this, handler] { d->measureProfile(*this, handler); });
+    else
+        d->askDelegate(*this, handler, nullptr);
 }
 
 bool TXUpdater::joinCheck(const CompletionHandler &handler) {
@@ -202,35 +208,53 @@ bool TXUpdater::joinCheck(const CompletionHandler &handler) {
     return true;
 }
 
-void TXUpdater::performCheck(const CompletionHandler &handler) {
-    const auto end = [this, handler](const TXUpdateFeedPtr &feed, const TXError &error, bool sentProfile) {
-        const TXUpdateFeedPtr result = tx::reportedFeed(feed, error);
-        tx::postToMain([this, handler, result, error, sentProfile] {
-            // Before the report, because a handler may start the next check.
-            setChecking(false);
-            report(handler, result, error, sentProfile);
-        });
-        scheduleCheckForUpdate();
-    };
-    // Checked first, before the profile is collected and before the request.
-    if (const auto info = tx::hostTrust(); !info) {
-        end({}, info.error(), false);
+void TXUpdater::Private::end(TXUpdater &updater, const CompletionHandler &handler,
+                             const TXUpdateFeedPtr &feed, const TXError &error, bool sentProfile) {
+    const TXUpdateFeedPtr result = tx::reportedFeed(feed, error);
+    tx::postToMain([&updater, handler, result, error, sentProfile] {
+        // Before the report, because a handler may start the next check.
+        updater.setChecking(false);
+        updater.report(handler, result, error, sentProfile);
+    });
+    updater.scheduleCheckForUpdate();
+}
+
+bool TXUpdater::Private::endsForKeys(TXUpdater &updater, const CompletionHandler &handler) {
+    const auto info = tx::hostTrust();
+    if (!info)
+        end(updater, handler, {}, info.error(), false);
+    return !info;
+}
+
+void TXUpdater::Private::measureProfile(TXUpdater &updater, const CompletionHandler &handler) {
+    if (!endsForKeys(updater, handler))
+        askDelegate(updater, handler, TXUpdateSystemProfile::systemProfile());
+}
+
+void TXUpdater::Private::askDelegate(TXUpdater &updater, const CompletionHandler &handler,
+                                     const TXUpdateSystemProfilePtr &profile) {
+    if (!delegate) {
+        fetch(updater, handler, profile, {});
         return;
     }
-    const TXUpdateSystemProfilePtr profile = profileIfDue();
-    const auto parameters = std::make_shared<QVariantMap>();
-    if (d->delegate) {
-        const bool asked = tx::runOnMainAndWait([this, parameters] {
-            if (TXUpdaterDelegate *delegate = d->delegate)
-                *parameters = delegate->feedParametersForUpdater(this);
+    tx::postToMain([this, &updater, handler, profile] {
+        if (endsForKeys(updater, handler))
+            return;
+        TXUpdaterDelegate *asked = delegate;
+        fetch(updater, handler, profile, asked ? asked->feedParametersForUpdater(&updater) : QVariantMap());
+    });
+}
+
+void TXUpdater::Private::fetch(TXUpdater &updater, const CompletionHandler &handler,
+                               const TXUpdateSystemProfilePtr &profile, const QVariantMap &parameters) {
+    tx::NetworkThread::instance().post(
+        [this, &updater, handler, profile, parameters](QNetworkAccessManager &) {
+            TXUpdateFeed::fetchFeedAtURL(updater.feedURL(), parameters, profile,
+                                         [this, &updater, handler, sent = profile != nullptr](
+                                             const TXUpdateFeedPtr &feed, const TXError &error) {
+                                             end(updater, handler, feed, error, sent);
+                                         });
         });
-        if (!asked)
-            return; // the application is ending
-    }
-    TXUpdateFeed::fetchFeedAtURL(feedURL(), *parameters, profile,
-                                 [end, profile](const TXUpdateFeedPtr &feed, const TXError &error) {
-                                     end(feed, error, profile != nullptr);
-                                 });
 }
 
 TXUpdateFeedPtr tx::reportedFeed(const TXUpdateFeedPtr &feed, const TXError &error) {
@@ -239,14 +263,14 @@ TXUpdateFeedPtr tx::reportedFeed(const TXUpdateFeedPtr &feed, const TXError &err
     return error ? TXUpdateFeedPtr() : feed;
 }
 
-TXUpdateSystemProfilePtr TXUpdater::profileIfDue() const {
+bool TXUpdater::isProfileDue() const {
     if (!sendsSystemProfile())
-        return nullptr;
+        return false;
     constexpr qint64 week = 604800LL * 1000;
     QDateTime sent = defaults().dateValue(TXUpdatePrefLastSystemProfileDateKey);
     if (!sent.isValid())
         sent = QDateTime(QDate(2001, 1, 1), QTime(0, 0), Qt::UTC); // long ago: a first profile is due
-    return sent.msecsTo(tx::services().now()) > week ? TXUpdateSystemProfile::systemProfile() : nullptr;
+    return sent.msecsTo(tx::services().now()) > week;
 }
 
 void TXUpdater::report(const CompletionHandler &handler, const TXUpdateFeedPtr &feed, const TXError &error,

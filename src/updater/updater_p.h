@@ -21,5 +21,23 @@ struct TXUpdater::Private {
     std::atomic<TXUpdaterDelegate *> delegate{nullptr}; ///< set on the main thread, read by a check
     /// Who else waits for the result of the running check. Main thread.
     QList<TXUpdater::CompletionHandler> joined;
+
+    // The steps of a check, in their order. Each one starts the next one, perhaps on another thread.
+
+    /// Blocks. Thread: a background thread.
+    void measureProfile(TXUpdater &updater, const CompletionHandler &handler);
+    /// Asks the delegate on the main thread if there is one. Thread: any.
+    void askDelegate(TXUpdater &updater, const CompletionHandler &handler,
+                     const TXUpdateSystemProfilePtr &profile);
+    /// Thread: any.
+    void fetch(TXUpdater &updater, const CompletionHandler &handler, const TXUpdateSystemProfilePtr &profile,
+               const QVariantMap &parameters);
+    /// Thread: any.
+    void end(TXUpdater &updater, const CompletionHandler &handler, const TXUpdateFeedPtr &feed,
+             const TXError &error, bool sentProfile);
+    /// Ends the check if the application's keys are malformed, so that nothing is measured and nobody is
+    /// asked. The fetch itself refuses such keys as well. Thread: any.
+    bool endsForKeys(TXUpdater &updater, const CompletionHandler &handler);
+
     tx::LongTimer timer{[] { TXUpdater::sharedUpdater()->autocheckForUpdate(); }};
 };

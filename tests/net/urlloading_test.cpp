@@ -4,11 +4,15 @@
 #include "tests/support/feedserver.h"
 #include "tests/support/tlsserver.h"
 
+#include <QElapsedTimer>
+#include <QHostAddress>
 #include <QTcpServer>
 #include <QTcpSocket>
 
+#include <algorithm>
 #include <atomic>
 #include <mutex>
+#include <thread>
 
 using namespace Qt::StringLiterals;
 using tx::test::FeedServer;
@@ -51,6 +55,79 @@ TEST_F(UrlLoading, DeliversStatusHeadersAndBody) {
     EXPECT_EQ(sent.body, QByteArray("sent"));
     EXPECT_EQ(sent.headers.value("x-own"), QByteArray("1"));
     EXPECT_TRUE(sent.headers.value("user-agent").startsWith("TarvixUpdate/")) << "nothing more of the system";
+}
+
+TEST_F(UrlLoading, RequestWithoutABodyHasNoLength) {
+    FeedServer server;
+    server.always([](const tx::test::HttpRequest &) { return HttpReply{}; });
+    for (const char *method : {"GET", "POST"}) {
+        const bool isGet = QByteArray(method) == "GET";
+        (void)load(
+            {.url = QUrl(server.url(u"/x"_s)), .method = method, .body = isGet ? QByteArray() : "sent"});
+        EXPECT_EQ(server.requests().last().method, QByteArray(method));
+        EXPECT_EQ(server.requests().last().headers.contains("content-length"), !isGet) << method;
+    }
+}
+
+TEST_F(UrlLoading, EachLoadKeepsTheConnectionForTheNextOne) {
+    QTcpServer server;
+    ASSERT_TRUE(server.listen(QHostAddress::LocalHost));
+    int connections = 0;
+    QObject::connect(&server, &QTcpServer::newConnection, &server, [&] {
+        ++connections;
+        QTcpSocket *socket = server.nextPendingConnection();
+        QObject::connect(socket, &QTcpSocket::readyRead, socket, [socket, received = QByteArray()]() mutable {
+            received += socket->readAll();
+            if (!received.endsWith("\r\n\r\n"))
+                return;
+            received.clear();
+            socket->write("HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\nok");
+        });
+    });
+    const tx::UrlRequest request{.url = QUrl(u"http://127.0.0.1:%1/"_s.arg(server.serverPort()))};
+    // The pauses are shorter than the time for which a connection is kept, and together they are longer. On a
+    // slow machine they are sometimes too long, so this is tried again.
+    constexpr int pause = 300;
+    constexpr int longestPause = 450;
+    bool wasKept = false;
+    for (int attempt = 0; attempt < 50 && !wasKept; ++attempt) {
+        qint64 longest = 0;
+        EXPECT_EQ(load(request).response.body, QByteArray("ok"));
+        const int before = connections;
+        for (int i = 0; i < 3; ++i) {
+            QElapsedTimer timer;
+            timer.start();
+            EXPECT_FALSE(tx::test::waitUntil([] { return false; }, pause));
+            EXPECT_EQ(load(request).response.body, QByteArray("ok"));
+            longest = std::max(longest, timer.elapsed());
+        }
+        wasKept = connections == before;
+        if (longest < longestPause)
+            break;
+    }
+    EXPECT_TRUE(wasKept);
+}
+
+TEST_F(UrlLoading, LoadMayStartFromTheHandlerOfAnother) {
+    FeedServer server;
+    server.expect("GET", "/first", HttpReply{.body = "1"});
+    server.expect("GET", "/second", HttpReply{.body = "2"});
+    std::atomic<bool> isSame{false};
+    Loaded second;
+    std::atomic<int> calls{0};
+    tx::nativeUrlLoader().load({.url = QUrl(server.url(u"/first"_s))}, [&](const tx::UrlResponse &,
+                                                                           const TXError &) {
+        tx::nativeUrlLoader().load(
+            {.url = QUrl(server.url(u"/second"_s))},
+            [&, thread = std::this_thread::get_id()](const tx::UrlResponse &response, const TXError &error) {
+                second = {response, error};
+                isSame = thread == std::this_thread::get_id();
+                ++calls;
+            });
+    });
+    EXPECT_TRUE(tx::test::waitUntil([&] { return calls > 0; }));
+    EXPECT_TRUE(isSame);
+    EXPECT_EQ(second.response.body, QByteArray("2"));
 }
 
 TEST_F(UrlLoading, ErrorStatusIsAResponse) {

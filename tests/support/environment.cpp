@@ -3,6 +3,7 @@
 
 #include "base/queues.h"
 #include "model/host_p.h"
+#include "net/networkthread.h"
 #include "os/mainbundle.h"
 #include "posix/posixfiles.h"
 #include "tests/support/builders.h"
@@ -63,8 +64,9 @@ FrameworkTest::FrameworkTest()
 
 FrameworkTest::~FrameworkTest() {
     drainEvents();
-    // What still runs in the background may ask the services.
+    // What still runs on other threads may use the services.
     EXPECT_TRUE(waitForBackground(std::chrono::minutes(1)));
+    NetworkThread::instance().runAndWait([] {});
     services() = m_services;
     qInstallMessageHandler(nullptr);
     setMainBundle({});

@@ -226,8 +226,9 @@ int main(int argc, char **argv) {
         TXUpdater::sharedUpdater()->setDelegate(&delegate);
         delegate.endsWhenAsked = stage == u"asked";
         check();
+        tx::runInBackground([] { (void)tx::runOnMainAndWait([] { say("answered"); }); });
         say("started");
-        waitForLine(); // the check waits for this thread meanwhile
+        waitForLine(); // the check and the job wait for this thread meanwhile
         if (stage == u"move") {
             const auto result = TXUpdateAppMover::moveToApplicationsFolderWithoutAsking();
             say("move: " + QByteArray::number(int(result)));

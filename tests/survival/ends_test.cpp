@@ -187,6 +187,7 @@ TEST_P(EndsWhileBusy, ThoughACheckWaitsForTheMainThread) {
     host.write("\n");
     expectItEnds();
     EXPECT_FALSE(said().contains("asked"));
+    EXPECT_FALSE(said().contains("answered"));
 }
 
 INSTANTIATE_TEST_SUITE_P(Ways, EndsWhileBusy, testing::Values("exit", "return"));

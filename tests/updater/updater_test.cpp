@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "base/propertylist.h"
+#include "net/networkthread.h"
 #include "os/userdefaults.h"
 #include "posix/systemreport.h"
 #include "tests/support/builders.h"
@@ -79,6 +80,75 @@ TEST_F(Updater, CheckDeliversTheFeedOnTheMainThreadAndStoresTheDate) {
     EXPECT_EQ(outcome.feed->recommendedUpdate()->version(), u"1043"_s);
     EXPECT_EQ(outcome.feed->recommendedUpdate()->thread(), QCoreApplication::instance()->thread());
     EXPECT_EQ(updater->lastUpdateCheckDate(), QDateTime(QDate(2026, 5, 1), QTime(8, 0), Qt::UTC));
+}
+
+/// Passes loads on and remembers the thread that asks for them.
+class ThreadRecorder final : public tx::UrlLoader {
+public:
+    std::atomic<QThread *> thread{nullptr};
+
+    void load(const tx::UrlRequest &request, tx::UrlLoadHandler handler) override {
+        thread = QThread::currentThread();
+        tx::nativeUrlLoader().load(request, std::move(handler));
+    }
+    std::unique_ptr<tx::UrlDownload> startDownload(const tx::UrlRequest &request,
+                                                   tx::UrlDownloadDelegate &delegate) override {
+        return tx::nativeUrlLoader().startDownload(request, delegate);
+    }
+    void stop() override { tx::nativeUrlLoader().stop(); }
+};
+
+TEST_F(Updater, CheckWithoutAProfileUsesOnlyTheNetworkThread) {
+    struct Parameters final : TXUpdaterDelegate {
+        QThread *thread = nullptr;
+        QVariantMap feedParametersForUpdater(TXUpdater *) override {
+            thread = QThread::currentThread();
+            return {{u"channel"_s, u"beta"_s}};
+        }
+    } delegate;
+    FeedServer server;
+    server.always([](const tx::test::HttpRequest &) { return HttpReply::json(oneUpdate); });
+    updater->setFeedURL(QUrl(server.url(u"/feed.json"_s)));
+    updater->setSendsSystemProfile(true);
+    setNow(QDateTime(QDate(2026, 5, 1), QTime(8, 0), Qt::UTC));
+    ASSERT_FALSE(tx::UserDefaults::standard().setValue(TXUpdatePrefLastSystemProfileDateKey,
+                                                       tx::services().now().addDays(-1)));
+    QThread *network = nullptr;
+    tx::NetworkThread::instance().post([](QNetworkAccessManager &) {}); // starts the thread, if need be
+    tx::NetworkThread::instance().runAndWait([&network] { network = QThread::currentThread(); });
+    ThreadRecorder recorder;
+    tx::services().urlLoader = &recorder;
+    for (TXUpdaterDelegate *asked :
+         {static_cast<TXUpdaterDelegate *>(nullptr), static_cast<TXUpdaterDelegate *>(&delegate)}) {
+        updater->setDelegate(asked);
+        recorder.thread = nullptr;
+        check();
+        EXPECT_TRUE(outcome.feed) << outcome.error.toString().toStdString();
+        EXPECT_TRUE(outcome.onMain);
+        EXPECT_EQ(recorder.thread, network);
+        EXPECT_EQ(server.requests().last().method, QByteArray(asked ? "POST" : "GET"));
+    }
+    EXPECT_EQ(delegate.thread, QCoreApplication::instance()->thread());
+    updater->setDelegate(nullptr);
+}
+
+TEST_F(Updater, DelegateIsAskedAfterTheCallThatStartsTheCheck) {
+    struct Counting final : TXUpdaterDelegate {
+        int asked = 0;
+        QVariantMap feedParametersForUpdater(TXUpdater *) override {
+            ++asked;
+            return {};
+        }
+    } delegate;
+    FeedServer server;
+    server.expect("GET", "/feed.json", HttpReply::json(oneUpdate));
+    updater->setFeedURL(QUrl(server.url(u"/feed.json"_s)));
+    updater->setDelegate(&delegate);
+    updater->checkForUpdate([this](const TXUpdateFeedPtr &f, const TXError &e) { outcome(f, e); });
+    EXPECT_EQ(delegate.asked, 0);
+    ASSERT_TRUE(waitUntil([this] { return outcome.calls > 0; }));
+    EXPECT_EQ(delegate.asked, 1);
+    updater->setDelegate(nullptr);
 }
 
 TEST_F(Updater, FailedCheckLeavesTheDateAlone) {

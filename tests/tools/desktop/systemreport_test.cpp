@@ -202,8 +202,9 @@ TEST_F(SystemReport, ProfileInTheProcessHasTheValuesOfThePropertyList) {
         const std::vector<Section> report = sections(source(architecture));
         const auto written = tx::readPropertyList(QByteArray::fromStdString(asPropertyList(report)));
         ASSERT_TRUE(bool(written));
-        EXPECT_EQ(tx::sectionsFrom(report), *written);
-        EXPECT_EQ(report[0].items[0].members.size(), architecture == std::string("x86_64") ? 7U : 4U);
+        // Values alone would compare equal though one is a number and the other a string.
+        EXPECT_EQ(tx::writePropertyList(tx::sectionsFrom(report)), tx::writePropertyList(*written));
+        EXPECT_EQ(report[0].items[0].members.size(), architecture == std::string("x86_64") ? 7U : 5U);
     }
 }
 
@@ -286,7 +287,8 @@ TEST(SystemProfilerTool, HasTheValuesThatAProfileReadsInTheProcess) {
     // The speed of a processor may change in between.
     EXPECT_TRUE(tx::test::waitUntil([&] {
         const auto written = ofTool();
-        return written && *written == tx::sectionsFrom(tx::services().systemReport());
+        return written && tx::writePropertyList(*written) ==
+                              tx::writePropertyList(tx::sectionsFrom(tx::services().systemReport()));
     })) << ofTool()->toList().size();
 }
 
