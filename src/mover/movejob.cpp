@@ -31,14 +31,6 @@ void log(const QString &format, const QStringList &arguments = {}) {
     TXLog(TXLogLevelAlways, format, arguments);
 }
 
-/// Starts a shell that outlives this process; failures are ignored. `resources`: the folder of its tools.
-void startShell(const QString &command, const QString &resources) {
-    (void)services().tasks->start({.program = u"/bin/sh"_s,
-                                   .arguments = {u"-c"_s, command},
-                                   .environment = environmentWithFrameworkTools(resources),
-                                   .ownSession = true});
-}
-
 /// Runs one of the framework's tools to its end; failures are ignored.
 void runTool(const QString &name, const QStringList &arguments) {
     auto task =
@@ -330,14 +322,15 @@ QString MoveJob::movedResources() const {
 }
 
 void MoveJob::setupRelaunchAfterExit() const {
-    startShell(relaunchCommand(QCoreApplication::applicationPid(), m_places.destinationPath()),
-               movedResources());
+    // A failure is ignored: the user can open the moved application.
+    (void)services().tasks->start(
+        relaunchByShell(QCoreApplication::applicationPid(), m_places.destinationPath(), movedResources()));
 }
 
 void MoveJob::moveOldCopyToTrash() const {
     if (const QString volume = m_places.diskImageVolumePath(); !volume.isNull()) {
         if (const QString image = ApplicationPlaces::diskImageFileForVolumePath(volume); !image.isNull())
-            startShell(detachCommand(volume, image), movedResources());
+            (void)services().tasks->start(outlivingShell(detachCommand(volume, image), movedResources()));
     } else if (!removeItemAtPath(m_places.bundlePath())) {
         log(u"WARNING -- Could not delete application after moving it to Applications folder"_s);
     }

@@ -13,6 +13,7 @@
 
 #include <QCoreApplication>
 #include <QFileInfo>
+#include <QRegularExpression>
 
 using namespace Qt::StringLiterals;
 
@@ -39,6 +40,9 @@ TEST_F(Relaunch, TakesBothRoadsAndThenTerminates) {
         tasks.started[1].arguments,
         (QStringList{u"-c"_s, u"(while [ `ps -p %1 | wc -l` -gt 1 ]; do sleep 0.1; done; open '%2') &"_s.arg(
                                   pid, host)}));
+    for (const tx::TaskRequest &request : tasks.started)
+        EXPECT_TRUE(request.ownSession) << "outlives the host: " << request.program.toStdString();
+    EXPECT_EQ(tasks.started[1].environment, tx::environmentWithFrameworkTools()) << "\"open\" is ours";
     EXPECT_EQ(workspace.terminations, 1);
     EXPECT_EQ(logLines(),
               (QStringList{u"-[TXUpdate launch]"_s, u"-[TXUpdate launch] launching using TXUpdateLauncher"_s,
@@ -140,6 +144,15 @@ TEST_F(Relaunch, LauncherIsToldToLogFromLevelFiveOn) {
         ASSERT_TRUE(tx::test::waitUntil([&] { return QFileInfo::exists(given); })) << level;
         EXPECT_EQ(tx::test::readFile(given), "3|" + host.toUtf8() + '|' + expected + '|') << level;
     }
+}
+
+TEST(RelaunchCommand, ShellRunsItWithTheToolsOfTheGivenFolder) {
+    const tx::TaskRequest request = tx::relaunchByShell(7, u"/opt/My.app"_s, u"/opt/My.app/Tools"_s);
+    EXPECT_EQ(request.program, u"/bin/sh"_s);
+    EXPECT_EQ(request.arguments, (QStringList{u"-c"_s, tx::relaunchCommand(7, u"/opt/My.app"_s)}));
+    EXPECT_TRUE(request.ownSession);
+    ASSERT_TRUE(request.environment);
+    EXPECT_FALSE(request.environment->filter(QRegularExpression(u"^PATH=/opt/My\\.app/Tools:"_s)).isEmpty());
 }
 
 TEST(RelaunchCommand, StandsAsGivenExceptForAQuoteInThePath) {
