@@ -5,7 +5,7 @@
 #include "install/handoverquestion.h"
 #include "model/bundletrust.h"
 #include "model/names.h"
-#include "model/settings.h"
+#include "model/updatefolder.h"
 #include "os/authorization.h"
 #include "os/creationmask.h"
 #include "os/directories.h"
@@ -15,6 +15,7 @@
 #include "os/readyword.h"
 #include "os/services.h"
 #include "os/tasks.h"
+#include "posix/updatefoldernames.h"
 #include "trust/encoding.h"
 #include "trust/verifiedarchive.h"
 
@@ -31,11 +32,9 @@
 
 using namespace Qt::StringLiterals;
 using tx::services;
+using tx::UpdateFolder;
 
 namespace {
-
-const QString toolName = u"TXUpdateInstaller.app"_s;
-const QString executableInTool = u"/Contents/MacOS/TXUpdateInstaller"_s;
 
 TXError installError(const QString &reason) {
     return TXError(tx::updaterErrorDomain, 0, u"The application update could not be installed."_s, reason);
@@ -47,8 +46,8 @@ bool fail(TXError *place, const TXError &error) {
     return false;
 }
 
-bool failStep(TXError *place, const QString &reason, const TXError &cause) {
-    return fail(place, installError(reason).withUnderlyingError(cause));
+TXError stepError(const QString &reason, const TXError &cause) {
+    return installError(reason).withUnderlyingError(cause);
 }
 
 void logRights(const QList<tx::AuthorizationItem> &rights) {
@@ -121,17 +120,19 @@ TXUpdateInstallerClient *TXUpdateInstallerClient::sharedInstance() {
     return instance;
 }
 
-QString TXUpdateInstallerClient::sourceOfTool() { return tx::frameworkResourcesPath() + u'/' + toolName; }
-
-QString TXUpdateInstallerClient::copyOfTool() { return tx::updateCacheDirectoryFilePath() + u'/' + toolName; }
-
-QString TXUpdateInstallerClient::executableOfTool() { return copyOfTool() + executableInTool; }
-
-QString TXUpdateInstallerClient::executableOfInstalledTool() { return sourceOfTool() + executableInTool; }
-
-QString TXUpdateInstallerClient::environmentRecord() {
-    return tx::updateCacheDirectoryFilePath() + u"/TXUpdateInstaller.environment"_s;
+QString TXUpdateInstallerClient::sourceOfTool() {
+    return tx::frameworkResourcesPath() + u'/' + QLatin1StringView(tx::installerToolName);
 }
+
+QString TXUpdateInstallerClient::copyOfTool() { return UpdateFolder::ofHost().installerTool(); }
+
+QString TXUpdateInstallerClient::executableOfTool() { return UpdateFolder::ofHost().installerExecutable(); }
+
+QString TXUpdateInstallerClient::executableOfInstalledTool() {
+    return sourceOfTool() + QLatin1StringView(tx::installerExecutableInTool);
+}
+
+QString TXUpdateInstallerClient::environmentRecord() { return UpdateFolder::ofHost().environmentRecord(); }
 
 QStringList TXUpdateInstallerClient::toolArguments(const QString &application, const QString &archive) const {
     return {QString::number(QCoreApplication::applicationPid()), application,
@@ -147,9 +148,15 @@ bool TXUpdateInstallerClient::installUnarchivedApp(const QString &application, c
         needsAuthorizationToInstallToURL(TXUpdateHost::host()->bundle().bundlePath(), application);
     // With an administrator's rights, the installed tool itself is started: a copy in this user's folder
     // could be replaced while the user types the password.
-    if (!(needsAuthorization ? prepareFolder(error) && recordSession(error)
-                             : prepareInstallerHelperTool(error)))
+    if (needsAuthorization) {
+        TXError cause = prepareFolder();
+        if (!cause)
+            cause = recordSession();
+        if (cause)
+            return fail(error, cause);
+    } else if (!prepareInstallerHelperTool(error)) {
         return false;
+    }
     bool launched = false;
     if (needsAuthorization) {
         TXLog(TXLogLevelStep, u"TXUpdate: Installing needs authorization"_s);
@@ -176,17 +183,17 @@ bool TXUpdateInstallerClient::needsAuthorizationToInstallToURL(const QString &de
            !files.contentsCanBeExchanged(destination, source);
 }
 
-bool TXUpdateInstallerClient::prepareFolder(TXError *error) {
+TXError TXUpdateInstallerClient::prepareFolder() {
     tx::FileSystem &files = *services().fileSystem;
-    const QString folder = tx::updateCacheDirectoryFilePath();
+    const QString folder = UpdateFolder::ofHost().path();
     TXError cause = files.exists(folder) ? TXError() : files.createDirectory(folder, true);
     if (!cause)
         cause = files.checkPrivateDirectory(folder);
-    return !cause ||
-           failStep(error, u"The folder to contain the installer tool could not be created."_s, cause);
+    return cause ? stepError(u"The folder to contain the installer tool could not be created."_s, cause)
+                 : TXError();
 }
 
-bool TXUpdateInstallerClient::recordSession(TXError *error) {
+TXError TXUpdateInstallerClient::recordSession() {
     // The tool is started with hardly any environment, but opens the new application in this session.
     QByteArray record;
     for (const QString &variable : QProcessEnvironment::systemEnvironment().toStringList())
@@ -197,8 +204,8 @@ bool TXUpdateInstallerClient::recordSession(TXError *error) {
     // An empty string ends the variables.
     record += '\0' + QByteArray::fromStdString(tx::packed(tx::askForHandover()));
     const TXError cause = services().fileSystem->replaceFile(environmentRecord(), record, 0600);
-    return !cause ||
-           failStep(error, u"The installer tool could not be copied into its temporary location."_s, cause);
+    return cause ? stepError(u"The installer tool could not be copied into its temporary location."_s, cause)
+                 : TXError();
 }
 
 bool TXUpdateInstallerClient::prepareInstallerHelperTool(TXError *error) {
@@ -206,15 +213,15 @@ bool TXUpdateInstallerClient::prepareInstallerHelperTool(TXError *error) {
     const QString copy = copyOfTool();
     if (files.exists(copy)) {
         if (const TXError cause = files.remove(copy))
-            return failStep(error, u"A pre-existing installer tool could not be removed."_s, cause);
+            return fail(error, stepError(u"A pre-existing installer tool could not be removed."_s, cause));
     }
-    if (!prepareFolder(error))
-        return false;
+    if (const TXError cause = prepareFolder())
+        return fail(error, cause);
     if (const TXError cause = files.copy(sourceOfTool(), copy))
-        return failStep(error, u"The installer tool could not be copied into its temporary location."_s,
-                        cause);
-    if (!recordSession(error))
-        return false;
+        return fail(error, stepError(u"The installer tool could not be copied into its temporary location."_s,
+                                     cause));
+    if (const TXError cause = recordSession())
+        return fail(error, cause);
     if (!files.exists(copy))
         return fail(error, installError(u"The copied installer tool does not exist where it should."_s));
     return true;

@@ -58,8 +58,8 @@ public:
 private:
     TXUpdateInstallerClient();
     ~TXUpdateInstallerClient();
-    bool prepareFolder(TXError *error);
-    bool recordSession(TXError *error);
+    [[nodiscard]] static TXError prepareFolder();
+    [[nodiscard]] static TXError recordSession();
 
     /// Of the last question that was not answered with yes: it is not freed, as it may be asked again.
     std::unique_ptr<tx::AuthorizationReference> m_unfreed;

@@ -2,6 +2,7 @@
 #include "install/unpackedapplication.h"
 
 #include "model/host_p.h"
+#include "model/updatefolder.h"
 #include "os/filesystem.h"
 #include "os/localization.h"
 #include "os/services.h"
@@ -18,9 +19,6 @@ using namespace Qt::StringLiterals;
 namespace tx {
 
 namespace {
-
-/// Leftovers of an earlier installation do not come from the archive.
-const QString installerTool = u"TXUpdateInstaller.app"_s;
 
 bool isFolder(const QString &path) {
     const QFileInfo info(path);
@@ -45,8 +43,8 @@ public:
         if (!names)
             return;
         for (const QString &name : *names) {
-            const bool isOwn =
-                depth == 0 && (name == m_archiveName || name == installerTool || name.startsWith(u'.'));
+            const bool isOwn = depth == 0 && (name == m_archiveName || UpdateFolder::isInstallerTool(name) ||
+                                              name.startsWith(u'.'));
             const QString path = folder + u'/' + name;
             if (isOwn || ++m_seen > mostEntries)
                 continue;
@@ -92,7 +90,7 @@ FoundApplication findApplication(const QString &directory, const WantedApplicati
         return result;
     for (const QString &entry : *entries) {
         const QString path = directory + u'/' + entry;
-        if (!isFolder(path) || (!wanted.identifier && entry == installerTool))
+        if (!isFolder(path) || (!wanted.identifier && UpdateFolder::isInstallerTool(entry)))
             continue;
         const QString identifier = TXBundle(path).bundleIdentifier();
         if (wanted.identifier ? identifier != *wanted.identifier : identifier.isNull())

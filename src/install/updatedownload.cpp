@@ -7,7 +7,6 @@
 #include "install/packagecheck.h"
 #include "model/host_p.h"
 #include "model/names.h"
-#include "model/settings.h"
 #include "model/update_p.h"
 #include "os/filesystem.h"
 #include "os/localization.h"
@@ -92,17 +91,17 @@ TXError missingFileError() {
 
 } // namespace
 
-TXError UpdateDownload::occupyFolder(TXUpdate &update, const QString &folder, const QString &failure) {
-    Result<std::unique_ptr<FileLock>> lock = services().fileSystem->tryLock(folder + u".lock"_s);
+TXError UpdateDownload::occupyFolder(TXUpdate &update, const UpdateFolder &folder, const QString &failure) {
+    Result<std::unique_ptr<FileLock>> lock = services().fileSystem->tryLock(folder.lockPath());
     static QHash<QString, QPointer<TXUpdate>> occupants; // of this process
     if (lock) {
         stateOf(update).folderLock = std::move(*lock);
-        occupants.insert(folder, &update);
+        occupants.insert(folder.path(), &update);
         return {};
     }
-    TXLog(TXLogLevelFailure, u"TXUpdate: %@ cannot be used. %@"_s, {folder, lock.error().toString()});
+    TXLog(TXLogLevelFailure, u"TXUpdate: %@ cannot be used. %@"_s, {folder.path(), lock.error().toString()});
     const bool isTaken = lock.error().code() == EWOULDBLOCK;
-    const TXUpdate *const occupant = occupants.value(folder);
+    const TXUpdate *const occupant = occupants.value(folder.path());
     const bool isTakenHere = occupant && stateOf(*occupant).folderLock;
     QString reason = lock.error().localizedDescription();
     if (isTaken && isTakenHere && occupant->isInstalling())
@@ -269,7 +268,8 @@ void UpdateDownload::downloadDecideDestinationWithSuggestedFilename(UrlDownload 
                                                                     const QString &filename) {
     const auto keep = shared_from_this();
     FileSystem &files = *services().fileSystem;
-    const QString directory = updateCacheDirectoryFilePath();
+    const UpdateFolder folder = UpdateFolder::ofHost();
+    const QString directory = folder.path();
     if (!files.exists(directory))
         (void)files.createDirectory(directory, false);
     // Everything else in this folder is removed below, so it must belong to this user and not be a link.
@@ -280,21 +280,21 @@ void UpdateDownload::downloadDecideDestinationWithSuggestedFilename(UrlDownload 
         return;
     }
     // It must also be reserved for this download: a second download would delete this one's files.
-    if (const TXError error = occupyFolder(*m_update, directory, u"The update could not be downloaded."_s)) {
+    if (const TXError error = occupyFolder(*m_update, folder, u"The update could not be downloaded."_s)) {
         download.cancel();
         downloadEndedSuccessfully(false, error);
         return;
     }
     const QString name = downloadFileName(filename, m_update->version(), m_update->fileURL());
-    const QString path = directory + u'/' + name;
+    const QString path = folder.pathOf(name);
     m_update->setDownloadPath(path);
     if (const Result<QStringList> entries = files.list(directory)) {
         for (const QString &entry : *entries) {
             // The installer tool removes itself when it has finished.
-            if (entry == u"TXUpdateInstaller.app")
+            if (UpdateFolder::isInstallerTool(entry))
                 TXLog(TXLogLevelFailure, u"TXUpdate: An earlier installation did not come to its end."_s);
             if (entry != name)
-                (void)files.remove(directory + u'/' + entry);
+                (void)files.remove(folder.pathOf(entry));
         }
     }
     if (!m_update)
@@ -417,5 +417,5 @@ void TXUpdate::cancelDownload() {
 void TXUpdate::cleanup() {
     if (downloadPath().isNull())
         return;
-    (void)tx::services().fileSystem->remove(downloadPath().section(u'/', 0, -2));
+    (void)tx::services().fileSystem->remove(tx::UpdateFolder::ofArchive(downloadPath()).path());
 }

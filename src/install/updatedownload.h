@@ -2,6 +2,7 @@
 #pragma once
 
 #include "model/hosttrust.h"
+#include "model/updatefolder.h"
 #include "net/urlloading.h"
 #include "trust/digest.h"
 
@@ -31,8 +32,8 @@ public:
 
     /// Locks the folder of the update's file until `folderLock` is destroyed. If another update of this or of
     /// another process uses the folder, returns an error with the description `failure`. The installer tool
-    /// uses the same lock, "<folder>.lock".
-    [[nodiscard]] static TXError occupyFolder(TXUpdate &update, const QString &folder,
+    /// uses the same lock.
+    [[nodiscard]] static TXError occupyFolder(TXUpdate &update, const UpdateFolder &folder,
                                               const QString &failure);
 
     void start();

@@ -36,7 +36,7 @@ void TXUpdate::installWithErrorHandler(const CompletionHandler &handler) {
     TXLog(TXLogLevelStep, u"TXUpdate: Beginning Installation"_s);
     // Held until the process ends; then the installer tool takes it.
     if (const TXError error =
-            tx::UpdateDownload::occupyFolder(*this, downloadPath().section(u'/', 0, -2),
+            tx::UpdateDownload::occupyFolder(*this, tx::UpdateFolder::ofArchive(downloadPath()),
                                              u"The application update could not be installed."_s)) {
         tx::UpdateInstallation::install_failed(*this, error);
         return;

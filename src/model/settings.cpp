@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "model/settings.h"
 
-#include "model/names.h"
-#include "os/directories.h"
 #include "os/userdefaults.h"
 
 #include <TarvixUpdate/TXUpdateHost.h>
@@ -34,12 +32,6 @@ QString anonymousUUID() {
     // Two processes that start at once agree on the one that was stored first.
     return defaults.textOrSet(TXUpdatePrefAnonymousUUIDKey,
                               QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper());
-}
-
-QString updateCacheDirectoryFilePath() {
-    const QString identifier = TXUpdateHost::host()->bundle().bundleIdentifier();
-    return temporaryDirectory() + u'/' +
-           safeFileName((identifier.isNull() ? u"(null)"_s : identifier) + u".TXUpdater"_s);
 }
 
 qint64 hostLimit(const QString &key, qint64 usual) {

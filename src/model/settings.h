@@ -9,10 +9,6 @@ namespace tx {
 /// Thread: any.
 [[nodiscard]] QString anonymousUUID();
 
-/// The folder for the host's downloads and unpacked archives: "<bundle identifier>.TXUpdater" in the private
-/// temporary folder. Not created here. Thread: any.
-[[nodiscard]] QString updateCacheDirectoryFilePath();
-
 /// A limit that the host application may set by a number greater than 0 in its Info.plist; `usual` without
 /// one. Thread: any.
 [[nodiscard]] qint64 hostLimit(const QString &key, qint64 usual);

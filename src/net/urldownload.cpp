@@ -7,6 +7,7 @@
 #include "net/transferwatch.h"
 #include "os/filesystem.h"
 #include "os/services.h"
+#include "posix/updatefoldernames.h"
 
 #include <QFileInfo>
 #include <QPointer>
@@ -86,7 +87,7 @@ public:
         if (decode)
             m_decoder = ContentDecoder::forCoding(m_reply->rawHeader("Content-Encoding"));
         // A file under the final name is always complete and on disk.
-        const QString partial = path.section(u'/', 0, -2) + u"/.txupdate-download"_s;
+        const QString partial = path.section(u'/', 0, -2) + u'/' + QLatin1StringView(incompleteDownloadName);
         FileSystem &files = *services().fileSystem;
         TXError error = files.exists(path) ? files.remove(path) : TXError();
         if (!error && files.exists(partial))

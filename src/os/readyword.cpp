@@ -2,6 +2,7 @@
 #include "os/readyword.h"
 
 #include "os/tasks.h"
+#include "posix/installerstatus.h"
 
 using namespace Qt::StringLiterals;
 
@@ -9,7 +10,6 @@ namespace tx {
 
 namespace {
 
-constexpr QByteArrayView readyWord = "ready\n";
 /// Longer than any reason; the rest is not read.
 constexpr qsizetype longestAnswer = 4096;
 /// How long a tool may take to end after it was terminated or has closed its output.
@@ -42,7 +42,7 @@ QString waitForReadyWord(Task &tool, std::chrono::milliseconds limit) {
         if (some->isEmpty())
             break;
         answer += *some;
-        if (answer.startsWith(readyWord))
+        if (answer.startsWith(installer::readyLine))
             return {};
     }
     std::optional<int> status = tool.waitWithin(timeToGo);

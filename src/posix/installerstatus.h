@@ -15,4 +15,7 @@ enum Status : int {
     StatusNoRights = 77,    ///< root's rights could not be dropped or regained; the tool ended at that point
 };
 
+/// The line with which the tool reports on its standard output that it is ready.
+inline constexpr char readyLine[] = "ready\n";
+
 } // namespace tx::installer

@@ -8,6 +8,7 @@
 #include "model/hosttrust.h"
 #include "model/relevance.h"
 #include "model/settings.h"
+#include "model/updatefolder.h"
 #include "model/versioncomparison.h"
 #include "mover/menuentry.h"
 #include "net/networkthread.h"
@@ -164,7 +165,7 @@ QDateTime TXUpdater::lastUpdateCheckDate() const {
 }
 
 bool TXUpdater::isUpdating() const { return false; }
-QString TXUpdater::updateCacheDirectoryFilePath() const { return tx::updateCacheDirectoryFilePath(); }
+QString TXUpdater::updateCacheDirectoryFilePath() const { return tx::UpdateFolder::ofHost().path(); }
 QString TXUpdater::anonymousUUID() { return tx::anonymousUUID(); }
 
 void TXUpdater::scheduleCheckForUpdate() {

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "model/updatefolder.h"
 #include "tests/install/downloadtest.h"
 
 #include "base/queues.h"
@@ -155,7 +156,7 @@ TEST_F(Download, MoreThanTheHostAcceptsIsRefused) {
     completions = 0;
     run(server.url(u"/App.zip"_s));
     EXPECT_EQ(error.code(), -1103);
-    EXPECT_TRUE(namesIn(tx::updateCacheDirectoryFilePath()).isEmpty());
+    EXPECT_TRUE(namesIn(tx::UpdateFolder::ofHost().path()).isEmpty());
 }
 
 TEST_F(Download, SecondStartDoesNothing) {

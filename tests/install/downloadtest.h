@@ -2,7 +2,7 @@
 #pragma once
 
 #include "install/updatedownload.h"
-#include "model/settings.h"
+#include "model/updatefolder.h"
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
 #include "tests/support/feedserver.h"
@@ -17,7 +17,7 @@ using namespace Qt::StringLiterals;
 class Download : public FrameworkTest {
 protected:
     TXUpdatePtr update = std::make_shared<TXUpdate>();
-    const QString cache = updateCacheDirectoryFilePath();
+    const QString cache = UpdateFolder::ofHost().path();
     QList<double> progress;
     int completions = 0;
     TXError error;

@@ -2,7 +2,7 @@
 #include "install/installerclient.h"
 
 #include "model/host_p.h"
-#include "model/settings.h"
+#include "model/updatefolder.h"
 #include "os/mainbundle.h"
 #include "posix/posixfiles.h"
 #include "tests/support/builders.h"
@@ -34,7 +34,7 @@ protected:
     TXError error;
     const QString application = path(u"cache/New \u00FC.app"_s);
     const QString archive = path(u"cache/New - 5.zip"_s);
-    const QString cache = tx::updateCacheDirectoryFilePath();
+    const QString cache = tx::UpdateFolder::ofHost().path();
 
     InstallerClient() {
         tx::services().exitProcess = [this](int status) { exits << status; };

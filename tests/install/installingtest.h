@@ -4,7 +4,7 @@
 #include "install/buildcheck.h"
 #include "install/installerclient.h"
 #include "install/updateinstallation.h"
-#include "model/settings.h"
+#include "model/updatefolder.h"
 #include "model/versioncomparison.h"
 #include "os/directories.h"
 #include "os/filesystem.h"
@@ -30,7 +30,7 @@ using namespace Qt::StringLiterals;
 class Installing : public tx::test::FrameworkTest {
 protected:
     TXUpdatePtr update = std::make_shared<TXUpdate>();
-    const QString cache = tx::updateCacheDirectoryFilePath();
+    const QString cache = tx::UpdateFolder::ofHost().path();
     tx::test::RecordingWorkspace workspace;
     QList<int> exits;
     QList<tx::Alert> alerts;

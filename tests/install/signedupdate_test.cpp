@@ -4,6 +4,7 @@
 #include "install/archiveverification.h"
 #include "install/unarchiver.h"
 #include "model/updateentry.h"
+#include "model/updatefolder.h"
 #include "posix/privatefile.h"
 #include "tests/install/installingtest.h"
 #include "tests/support/feedserver.h"
@@ -79,7 +80,7 @@ TXUpdatePtr plainlySigned(const QByteArray &archive, const SecretKey &secret, qs
 class SignedDownload : public WithKeys<FrameworkTest> {
 protected:
     FeedServer server;
-    const QString cache = tx::updateCacheDirectoryFilePath();
+    const QString cache = tx::UpdateFolder::ofHost().path();
     const QByteArray archive = QByteArray(300000, 'x') + "end";
     TXUpdatePtr update;
     TXError error;

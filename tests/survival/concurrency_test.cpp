@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Things that happen at the same time, in any order, or while the clock does not go on as it should.
 #include "base/queues.h"
-#include "model/settings.h"
+#include "model/updatefolder.h"
 #include "os/filesystem.h"
 #include "os/tasks.h"
 #include "tests/support/places.h"
@@ -50,7 +50,7 @@ TEST_F(RandomOrders, OfCheckDownloadCancelAndDestructionHarmNothing) {
     });
     TXUpdater *updater = TXUpdater::sharedUpdater();
     updater->setFeedURL(QUrl(server.url(u"/feed"_s)));
-    const QString cache = tx::updateCacheDirectoryFilePath();
+    const QString cache = tx::UpdateFolder::ofHost().path();
     int checked = 0;
     int downloaded = 0;
     int cancelled = 0;

@@ -3,7 +3,7 @@
 #include "feed/feedlimits.h"
 #include "install/archivelimits.h"
 #include "install/updatedownload.h"
-#include "model/settings.h"
+#include "model/updatefolder.h"
 #include "net/urlloading.h"
 #include "tests/support/builders.h"
 #include "tests/support/environment.h"
@@ -44,7 +44,7 @@ qint64 allowed(qint64 bytes) { return *TEST_SANITIZERS ? 8 * bytes : bytes; }
 
 class HostileServer : public tx::test::FrameworkTest {
 protected:
-    const QString cache = tx::updateCacheDirectoryFilePath();
+    const QString cache = tx::UpdateFolder::ofHost().path();
     QByteArray body; ///< of what was loaded last
     int status = 0;
 

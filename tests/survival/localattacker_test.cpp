@@ -3,7 +3,7 @@
 // everybody.
 #include "install/installerclient.h"
 #include "installer/installer.h"
-#include "model/settings.h"
+#include "model/updatefolder.h"
 #include "os/filesystem.h"
 #include "os/userdefaults.h"
 #include "posix/openbundle.h"
@@ -71,7 +71,7 @@ protected:
 
 TEST_F(LocalAttacker, CacheFoldersOfOthersAndLinksToThemAreNotUsed) {
     const QString shared = path(u"home/.cache/TarvixUpdate"_s);
-    const QString cache = tx::updateCacheDirectoryFilePath();
+    const QString cache = tx::UpdateFolder::ofHost().path();
     ASSERT_TRUE(cache.startsWith(shared));
     ASSERT_FALSE(download());
     giveAway(cache);
@@ -109,7 +109,7 @@ TEST_F(LocalAttacker, CacheFoldersOfOthersAndLinksToThemAreNotUsed) {
 
 TEST_F(LocalAttacker, LinkInPlaceOfTheArchiveIsReplacedNotFollowed) {
     ASSERT_FALSE(download());
-    const QString cache = tx::updateCacheDirectoryFilePath();
+    const QString cache = tx::UpdateFolder::ofHost().path();
     for (const QString &name : {u"App - 5.zip"_s, u".txupdate-download"_s}) {
         linkTo(victim, cache + u'/' + name);
         EXPECT_FALSE(download()) << name.toStdString();
@@ -178,7 +178,7 @@ TEST_F(LocalAttacker, SettingsThatAGroupSharesDoNotCount) {
 
 TEST_F(LocalAttacker, InstallerIsNotPreparedWhereOthersCouldReplaceIt) {
     TXUpdateInstallerClient *client = TXUpdateInstallerClient::sharedInstance();
-    const QString cache = tx::updateCacheDirectoryFilePath();
+    const QString cache = tx::UpdateFolder::ofHost().path();
     QDir().mkpath(cache);
     giveAway(cache);
     TXError error;

@@ -6,7 +6,7 @@
 #include "installer/contents.h"
 #include "installer/installer.h"
 #include "model/host_p.h"
-#include "model/settings.h"
+#include "model/updatefolder.h"
 #include "os/mainbundle.h"
 #include "os/userdefaults.h"
 #include "posix/openbundle.h"
@@ -245,7 +245,7 @@ TEST_F(PowerLossTest, ArchiveUnderItsNameIsComplete) {
     const QByteArray body(100000, 'a');
     tx::test::FeedServer server;
     server.expect("GET", "/App.zip", tx::test::HttpReply::file(body));
-    const QString cache = tx::updateCacheDirectoryFilePath();
+    const QString cache = tx::UpdateFolder::ofHost().path();
     PowerLoss power(path(u"home"_s).toStdString());
     int complete = 0;
     const auto look = [&](const std::string &when) {

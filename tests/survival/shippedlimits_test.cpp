@@ -3,7 +3,7 @@
 #include "feed/feedlimits.h"
 #include "install/archivelimits.h"
 #include "model/host_p.h"
-#include "model/settings.h"
+#include "model/updatefolder.h"
 #include "net/urlloading.h"
 #include "os/filesystem.h"
 #include "os/mainbundle.h"
@@ -74,7 +74,7 @@ protected:
     [[nodiscard]] qint64 elapsed() const { return m_clock->milliseconds / 1000; }
     /// The partial file.
     [[nodiscard]] qint64 received() const {
-        return QFileInfo(tx::updateCacheDirectoryFilePath() + u"/.txupdate-download"_s).size();
+        return QFileInfo(tx::UpdateFolder::ofHost().path() + u"/.txupdate-download"_s).size();
     }
 
     /// Sends an archive in pieces, when the test says so.
@@ -163,7 +163,7 @@ TEST_F(ShippedLimits, LessThanOneKibibyteASecondOverAMinuteEndsADownload) {
     EXPECT_EQ(error.code(), tx::UrlErrorTimedOut);
     EXPECT_THAT(error.toString().toStdString(), testing::HasSubstr("less than 1024 bytes a second"));
     EXPECT_FALSE(update->isDownloading());
-    EXPECT_TRUE(tx::nativeFileSystem().tryLock(tx::updateCacheDirectoryFilePath() + u".lock"_s))
+    EXPECT_TRUE(tx::nativeFileSystem().tryLock(tx::UpdateFolder::ofHost().path() + u".lock"_s))
         << "the folder is free again";
 }
 
@@ -193,7 +193,7 @@ TEST_F(ShippedLimits, NothingForAMinuteEndsADownload) {
     Dripping silent;
     start(silent.url());
     ASSERT_TRUE(waitUntil(
-        [] { return QFileInfo::exists(tx::updateCacheDirectoryFilePath() + u"/.txupdate-download"_s); }));
+        [] { return QFileInfo::exists(tx::UpdateFolder::ofHost().path() + u"/.txupdate-download"_s); }));
     pass(58s);
     EXPECT_FALSE(isOver());
     pass(4s);

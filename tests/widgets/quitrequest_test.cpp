@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Whether the application may end: what its windows say, and what the panel does with the answer.
 #include "install/installerclient.h"
-#include "model/settings.h"
+#include "model/updatefolder.h"
 #include "tests/widgets/uitest.h"
 #include "widgets/appearance.h"
 #include "widgets/modalsession.h"
@@ -290,7 +290,7 @@ protected:
     int tools = 0;
 
     InstallFromPanel() {
-        const QString cache = tx::updateCacheDirectoryFilePath();
+        const QString cache = tx::UpdateFolder::ofHost().path();
         tx::test::makeBundle(path(u"staging/MyApp.app"_s), {.build = u"2000"_s});
         tx::test::makeArchive(cache + u"/MyApp - 2000.zip"_s, tx::test::ArchiveKind::Zip,
                               tx::test::entriesOf(path(u"staging/MyApp.app"_s)));

@@ -4,6 +4,7 @@
 #include "archive/links.h"
 #include "posix/posixfiles.h"
 #include "posix/readwrite.h"
+#include "posix/updatefoldernames.h"
 
 #include <archive_entry.h>
 
@@ -28,8 +29,8 @@ namespace {
 
 using Writer = std::unique_ptr<archive, decltype(&archive_write_free)>;
 
-/// The folder for an archive that is not completely unpacked. If the run is killed, the next one removes it.
-constexpr const char *stagingName = ".txupdate-unpacking";
+/// If the run is killed, the next one removes this folder.
+constexpr const char *stagingName = incompleteUnpackingName;
 
 constexpr la_int64_t usualLimit = la_int64_t(8) << 30;
 /// The least that an entry counts, so that a limit on bytes also limits the number of entries.

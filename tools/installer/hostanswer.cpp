@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "installer/hostanswer.h"
 
+#include "posix/installerstatus.h"
 #include "posix/readwrite.h"
 
 #include <cerrno>
@@ -35,7 +36,7 @@ void HostAnswer::note(const std::string &line) {
 
 bool HostAnswer::ready() {
     m_answered = true;
-    const bool said = writeAll("ready\n");
+    const bool said = writeAll(readyLine);
     m_host = posix::Descriptor(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
     const int null = open("/dev/null", O_WRONLY | O_CLOEXEC);
     // Without /dev/null the pipe stays; nothing more is written to it.

@@ -8,6 +8,7 @@
 #include "posix/rootspath.h"
 #include "posix/startable.h"
 #include "posix/trustedpath.h"
+#include "posix/updatefoldernames.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -111,13 +112,14 @@ private:
     /// Fails while another host downloads into the folder of the new application, which belongs to the user.
     int lockFolder() {
         const std::string folder = posix::parentOf(m_arguments.archive);
+        const std::string lock = folder + updateFolderLockSuffix;
         if (!lowerRights())
             return StatusNoRights;
         // Created by the host, which holds the lock until it ends. For an archive installed by hand there is
         // none.
         struct stat info {};
-        posix::FileError error = m_files.examine(folder + ".lock", info);
-        error = error.number == ENOENT ? posix::FileError{} : m_files.lock(folder + ".lock", m_folderLock);
+        posix::FileError error = m_files.examine(lock, info);
+        error = error.number == ENOENT ? posix::FileError{} : m_files.lock(lock, m_folderLock);
         if (error.number == EWOULDBLOCK)
             m_context.log("another copy of the application uses " + folder);
         else if (error)

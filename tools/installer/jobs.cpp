@@ -5,6 +5,7 @@
 #include "installer/jobs_p.h"
 #include "installer/signedinstall.h"
 #include "posix/rootspath.h"
+#include "posix/updatefoldernames.h"
 
 #include <climits>
 #include <cstdlib>
@@ -65,7 +66,7 @@ std::string packageProblem(const std::string &application, const JobContext &con
 int becomeInstaller(const JobContext &context, const std::vector<std::string> &words,
                     const std::vector<std::string> &variables) {
     const std::string installer =
-        posix::parentOf(context.executable) + "/TXUpdateInstaller.app/Contents/MacOS/TXUpdateInstaller";
+        posix::parentOf(context.executable) + '/' + installerToolName + installerExecutableInTool;
     posix::Descriptor file;
     if (const std::string problem = openTrusted(installer, context, file); !problem.empty()) {
         context.log(problem);

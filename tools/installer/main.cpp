@@ -10,6 +10,7 @@
 #include "installer/oneline.h"
 #include "installer/ownplace.h"
 #include "posix/openbundle.h"
+#include "posix/updatefoldernames.h"
 
 #include <climits>
 #include <csignal>
@@ -34,11 +35,12 @@ std::string ownBundle() {
     char path[PATH_MAX];
     const ssize_t length = readlink("/proc/self/exe", path, sizeof path);
     const std::string executable(path, length > 0 ? static_cast<size_t>(length) : 0);
-    const std::string inside = "/TXUpdateInstaller.app/Contents/MacOS/TXUpdateInstaller";
+    const std::string tool = std::string("/") + tx::installerToolName;
+    const std::string inside = tool + tx::installerExecutableInTool;
     if (executable.size() <= inside.size() ||
         executable.compare(executable.size() - inside.size(), inside.size(), inside) != 0)
         return {};
-    return executable.substr(0, executable.size() - inside.size()) + "/TXUpdateInstaller.app";
+    return executable.substr(0, executable.size() - inside.size()) + tool;
 }
 
 } // namespace
@@ -63,7 +65,7 @@ int main(int argc, char **argv) {
     const std::vector<std::string> words(argv + 1, argv + argc);
     // Beside the archive: the host recorded it there, in the user's own folder.
     if (!words.empty())
-        context.environmentRecord = tx::posix::parentOf(words.back()) + "/TXUpdateInstaller.environment";
+        context.environmentRecord = tx::posix::parentOf(words.back()) + '/' + tx::environmentRecordName;
     Arguments arguments;
     std::string why;
     const int prepared =

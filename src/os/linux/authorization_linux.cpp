@@ -5,6 +5,7 @@
 #include "os/services.h"
 #include "os/tasks.h"
 #include "posix/rootspath.h"
+#include "posix/updatefoldernames.h"
 
 #include <TarvixUpdate/TXLog.h>
 
@@ -36,8 +37,8 @@ QString trustedHelper() {
     const QString helper = resources + u"/TXUpdateAuthorize"_s;
     const QString application = QFileInfo(TXBundle::mainBundle().bundlePath()).canonicalFilePath();
     std::string why;
-    for (const QString &program :
-         {helper, resources + u"/TXUpdateInstaller.app/Contents/MacOS/TXUpdateInstaller"_s}) {
+    for (const QString &program : {helper, resources + u'/' + QLatin1StringView(installerToolName) +
+                                               QLatin1StringView(installerExecutableInTool)}) {
         posix::Descriptor file;
         if (why.empty())
             why = posix::openRootsOwn(QFile::encodeName(program).toStdString(), file);
