@@ -47,15 +47,14 @@ QString reasonOf(const TXError &error) {
 
 } // namespace
 
-bool removeItemAtPath(const QString &path, const QString &original, TXError *why) {
+TXError removeItemAtPath(const QString &path, const QString &original) {
     // On this thread: the caller waits for it in any case.
     const QString named = original.isEmpty() ? path : original;
     const Result<QString> trashed = services().workspace->moveToTrash(path, named);
-    if (why)
-        *why = trashed ? TXError() : trashed.error();
-    if (!trashed)
-        log(u"ERROR -- Could not trash '%@':\n%@"_s, {named, trashed.error().toString()});
-    return bool(trashed);
+    if (trashed)
+        return {};
+    log(u"ERROR -- Could not trash '%@':\n%@"_s, {named, trashed.error().toString()});
+    return trashed.error();
 }
 
 TXError copyItemAtPath(const QString &from, const QString &to) {
@@ -217,8 +216,8 @@ MoveJob::Outcome MoveJob::replaceDestination(const QString &destination) {
 }
 
 bool MoveJob::trashOld(const Replacement &replacement, const QString &destination, const QString &shown) {
-    TXError why;
-    if (removeItemAtPath(replacement.oldPath(), destination, &why))
+    const TXError why = removeItemAtPath(replacement.oldPath(), destination);
+    if (!why)
         return true;
     if (why.userInfo().contains(u"trashed"_s)) {
         // The Trash has a complete copy, but removing the original failed in between. Renamed like an
@@ -331,7 +330,7 @@ void MoveJob::moveOldCopyToTrash() const {
     if (const QString volume = m_places.diskImageVolumePath(); !volume.isNull()) {
         if (const QString image = ApplicationPlaces::diskImageFileForVolumePath(volume); !image.isNull())
             (void)services().tasks->start(outlivingShell(detachCommand(volume, image), movedResources()));
-    } else if (!removeItemAtPath(m_places.bundlePath())) {
+    } else if (removeItemAtPath(m_places.bundlePath())) {
         log(u"WARNING -- Could not delete application after moving it to Applications folder"_s);
     }
 }

@@ -60,11 +60,10 @@ private:
     QString m_failureText;
 };
 
-/// Moves an entry to the Trash; waits for it. False, with a line in the log, when that fails: nothing is
-/// deleted. `original`: the path in the same folder that it had before, to which it can be restored; its own
-/// when empty.
-[[nodiscard]] bool removeItemAtPath(const QString &path, const QString &original = {},
-                                    TXError *why = nullptr);
+/// Moves an entry to the Trash and waits for it. Returns the error, and logs it, if that fails: nothing is
+/// deleted. `original`: the path in the same folder that it had before, to which it can be restored; if
+/// empty, `path`.
+[[nodiscard]] TXError removeItemAtPath(const QString &path, const QString &original = {});
 /// Copies a tree; the error, with a line in the log, when that fails.
 [[nodiscard]] TXError copyItemAtPath(const QString &from, const QString &to);
 
