@@ -91,18 +91,19 @@ TXError missingFileError() {
 
 } // namespace
 
-TXError UpdateDownload::occupyFolder(TXUpdate &update, const UpdateFolder &folder, const QString &failure) {
-    Result<std::unique_ptr<FileLock>> lock = services().fileSystem->tryLock(folder.lockPath());
+TXError UpdateDownload::occupyFolder(Services &services, TXUpdate &update, const UpdateFolder &folder,
+                                     const QString &failure) {
+    Result<std::unique_ptr<FileLock>> lock = services.fileSystem->tryLock(folder.lockPath());
     static QHash<QString, QPointer<TXUpdate>> occupants; // of this process
     if (lock) {
-        stateOf(update).folderLock = std::move(*lock);
+        detailsOf(update).folderLock = std::move(*lock);
         occupants.insert(folder.path(), &update);
         return {};
     }
     TXLog(TXLogLevelFailure, u"TXUpdate: %@ cannot be used. %@"_s, {folder.path(), lock.error().toString()});
     const bool isTaken = lock.error().code() == EWOULDBLOCK;
     const TXUpdate *const occupant = occupants.value(folder.path());
-    const bool isTakenHere = occupant && stateOf(*occupant).folderLock;
+    const bool isTakenHere = occupant && detailsOf(*occupant).folderLock;
     QString reason = lock.error().localizedDescription();
     if (isTaken && isTakenHere && occupant->isInstalling())
         reason = u"This application is installing another update."_s;
@@ -132,9 +133,11 @@ QString downloadFileName(const QString &suggestedName, const QString &version, c
     return shortenedFileName(stem, u" - %1=%2.%3"_s.arg(shownVersion, digest, extension));
 }
 
-UpdateDownload::UpdateDownload(TXUpdate &update, Choice choice, std::shared_ptr<const ArchiveTrust> trusted,
+UpdateDownload::UpdateDownload(Services &services, TXUpdate &update, Choice choice,
+                               std::shared_ptr<const ArchiveTrust> trusted,
                                TXUpdate::ProgressHandler progress, TXUpdate::CompletionHandler completion)
-    : m_update(&update)
+    : m_services(services)
+    , m_update(&update)
     , m_choice(choice)
     , m_trusted(std::move(trusted))
     , m_progress(std::move(progress))
@@ -156,10 +159,10 @@ UpdateDownload::~UpdateDownload() {
 TX_SHARED void UpdateDownload::begin(TXUpdate &update, Choice choice,
                                      const TXUpdate::ProgressHandler &progress,
                                      const TXUpdate::CompletionHandler &completion) {
-    UpdateState &d = stateOf(update);
-    if (d.isDownloading && choice == Choice::Users)
+    UpdateDetails &d = detailsOf(update);
+    if (update.isDownloading() && choice == Choice::Users)
         d.download->m_choice = choice; // the user chose the download that is already running
-    if (d.isDownloading || d.isDownloaded)
+    if (update.isDownloading() || update.isDownloaded())
         return;
     const QPointer<TXUpdate> guard(&update);
     const auto endUnbegun = [&completion, guard](const TXError &error) {
@@ -190,7 +193,7 @@ TX_SHARED void UpdateDownload::begin(TXUpdate &update, Choice choice,
         // handler
         // just now.
         if (!runningDownloads().contains(other) || !other->m_update ||
-            stateOf(*other->m_update).download.get() != other)
+            detailsOf(*other->m_update).download.get() != other)
             continue;
         if (other->m_choice == Choice::Automatic) {
             TXLog(TXLogLevelStep, u"TXUpdate: The download of build %@ gives way to that of build %@"_s,
@@ -202,20 +205,22 @@ TX_SHARED void UpdateDownload::begin(TXUpdate &update, Choice choice,
             endUnbegun({});
             return;
         }
-        if (!guard || d.isDownloading || d.isDownloaded)
+        if (!guard || update.isDownloading() || update.isDownloaded())
             return endUnbegun({}); // what the handler of the ended one did
     }
-    d.download = std::make_shared<UpdateDownload>(update, choice, *trusted, progress, completion);
+    const UpdateState before = stateOf(update);
+    if (!enterState(update, UpdateState::Downloading))
+        return;
+    d.download = std::make_shared<UpdateDownload>(services(), update, choice, *trusted, progress, completion);
     d.downloadSize = 0;
     d.downloadProgress = 0;
-    d.isDownloading = true;
     const auto download = d.download;
     download->start();
     Q_EMIT update.downloadSizeChanged();
     if (guard)
         Q_EMIT update.downloadProgressChanged();
     if (guard)
-        Q_EMIT update.isDownloadingChanged();
+        announceState(update, before, UpdateState::Downloading);
 }
 
 void UpdateDownload::start() {
@@ -234,13 +239,13 @@ void UpdateDownload::start() {
             digest->add(piece.data(), size_t(piece.size()));
         };
     }
-    m_transfer = services().urlLoader->startDownload(request, *this);
+    m_transfer = m_services.urlLoader->startDownload(request, *this);
     // An update that could not be installed is not downloaded completely. The transfer does not wait for the
     // answer, which comes before much has been transferred.
     checkPackageOwner(u"The update could not be downloaded."_s, [weak = weak_from_this()](
                                                                     const TXError &refusal) {
         const auto download = weak.lock();
-        if (refusal && download && download->m_update && stateOf(*download->m_update).download == download)
+        if (refusal && download && download->m_update && detailsOf(*download->m_update).download == download)
             download->refuse(refusal);
     });
 }
@@ -258,16 +263,16 @@ void UpdateDownload::refuse(const TXError &error) {
 
 void UpdateDownload::downloadDidReceiveResponse(UrlDownload &, qint64 expectedLength) {
     const auto keep = shared_from_this();
-    assign(*m_update, stateOf(*m_update).downloadSize, static_cast<quint64>(expectedLength),
+    assign(*m_update, detailsOf(*m_update).downloadSize, static_cast<quint64>(expectedLength),
            &TXUpdate::downloadSizeChanged);
     if (m_update)
-        assign(*m_update, stateOf(*m_update).downloadProgress, 0.0, &TXUpdate::downloadProgressChanged);
+        assign(*m_update, detailsOf(*m_update).downloadProgress, 0.0, &TXUpdate::downloadProgressChanged);
 }
 
 void UpdateDownload::downloadDecideDestinationWithSuggestedFilename(UrlDownload &download,
                                                                     const QString &filename) {
     const auto keep = shared_from_this();
-    FileSystem &files = *services().fileSystem;
+    FileSystem &files = *m_services.fileSystem;
     const UpdateFolder folder = UpdateFolder::ofHost();
     const QString directory = folder.path();
     if (!files.exists(directory))
@@ -280,7 +285,8 @@ void UpdateDownload::downloadDecideDestinationWithSuggestedFilename(UrlDownload 
         return;
     }
     // It must also be reserved for this download: a second download would delete this one's files.
-    if (const TXError error = occupyFolder(*m_update, folder, u"The update could not be downloaded."_s)) {
+    if (const TXError error =
+            occupyFolder(m_services, *m_update, folder, u"The update could not be downloaded."_s)) {
         download.cancel();
         downloadEndedSuccessfully(false, error);
         return;
@@ -302,7 +308,7 @@ void UpdateDownload::downloadDecideDestinationWithSuggestedFilename(UrlDownload 
     if (files.exists(path)) {
         const Result<quint64> size = files.fileSize(path);
         const bool isSignedSize = !m_trusted || (size && *size == m_trusted->proof.size());
-        if (size && *size == stateOf(*m_update).downloadSize && isSignedSize) {
+        if (size && *size == detailsOf(*m_update).downloadSize && isSignedSize) {
             TXLog(TXLogLevelStep, u"TXUpdate: %@ is complete already"_s, {path});
             download.cancel();
             downloadEndedSuccessfully(true, {});
@@ -326,12 +332,12 @@ void UpdateDownload::downloadDidReceiveDataOfLength(UrlDownload &, qint64 length
 }
 
 void UpdateDownload::reportProgress() {
-    const quint64 size = std::max(stateOf(*m_update).downloadSize, m_received);
-    assign(*m_update, stateOf(*m_update).downloadSize, size, &TXUpdate::downloadSizeChanged);
+    const quint64 size = std::max(detailsOf(*m_update).downloadSize, m_received);
+    assign(*m_update, detailsOf(*m_update).downloadSize, size, &TXUpdate::downloadSizeChanged);
     if (!m_update)
         return;
     const double progress = static_cast<double>(m_received) / static_cast<double>(size);
-    assign(*m_update, stateOf(*m_update).downloadProgress, progress, &TXUpdate::downloadProgressChanged);
+    assign(*m_update, detailsOf(*m_update).downloadProgress, progress, &TXUpdate::downloadProgressChanged);
     if (m_update && m_progress)
         m_progress(progress);
 }
@@ -340,7 +346,7 @@ void UpdateDownload::downloadDidFinish(UrlDownload &) {
     const TXError error = checkSignature();
     if (error) {
         TXLog(TXLogLevelFailure, u"TXUpdate: The archive is refused: %@"_s, {error.toString()});
-        (void)services().fileSystem->remove(stateOf(*m_update).downloadPath);
+        (void)m_services.fileSystem->remove(detailsOf(*m_update).downloadPath);
     }
     downloadEndedSuccessfully(!error, error);
 }
@@ -368,17 +374,15 @@ void UpdateDownload::downloadEndedSuccessfully(bool successful, const TXError &r
     const auto keep = shared_from_this();
     TXUpdate &update = *m_update;
     TXError error = withAdvice(reported);
-    if (successful && !services().fileSystem->exists(stateOf(update).downloadPath)) {
+    if (successful && !m_services.fileSystem->exists(detailsOf(update).downloadPath)) {
         successful = false;
         error = missingFileError();
     }
-    UpdateState &d = stateOf(update);
+    UpdateDetails &d = detailsOf(update);
     d.download.reset();
     d.folderLock.reset();
-    const bool downloadedChanged = d.isDownloaded != successful;
-    d.isDownloaded = successful;
+    const bool ended = enterState(update, successful ? UpdateState::Downloaded : UpdateState::Available);
     d.downloadProgress = successful ? 1.0 : 0.0;
-    d.isDownloading = false;
     const bool pathChanged = !successful && !d.downloadPath.isNull();
     if (!successful)
         d.downloadPath = QString();
@@ -389,10 +393,11 @@ void UpdateDownload::downloadEndedSuccessfully(bool successful, const TXError &r
         if (m_update)
             Q_EMIT (*m_update.*signal)();
     };
-    if (downloadedChanged)
+    if (ended && successful)
         announce(&TXUpdate::isDownloadedChanged);
     announce(&TXUpdate::downloadProgressChanged);
-    announce(&TXUpdate::isDownloadingChanged);
+    if (ended)
+        announce(&TXUpdate::isDownloadingChanged);
     if (pathChanged)
         announce(&TXUpdate::downloadPathChanged);
     if (!error && progress)
@@ -410,7 +415,7 @@ void TXUpdate::downloadWithProgress(const ProgressHandler &progress, const Compl
 }
 
 void TXUpdate::cancelDownload() {
-    if (const auto download = isDownloading() ? d->state().download : nullptr)
+    if (const auto download = isDownloading() ? d->details().download : nullptr)
         download->cancel();
 }
 

@@ -12,6 +12,8 @@
 
 namespace tx {
 
+struct Services;
+
 /// The running download of one update. Thread: main. Ownership: the update's; it also keeps itself alive
 /// while it reports.
 class UpdateDownload final : public UrlDownloadDelegate, public std::enable_shared_from_this<UpdateDownload> {
@@ -20,8 +22,9 @@ public:
     /// only if no download by the user is running. At most one runs in a process.
     enum class Choice { Users, Automatic };
 
-    UpdateDownload(TXUpdate &update, Choice choice, std::shared_ptr<const ArchiveTrust> trusted,
-                   TXUpdate::ProgressHandler progress, TXUpdate::CompletionHandler completion);
+    UpdateDownload(Services &services, TXUpdate &update, Choice choice,
+                   std::shared_ptr<const ArchiveTrust> trusted, TXUpdate::ProgressHandler progress,
+                   TXUpdate::CompletionHandler completion);
     ~UpdateDownload() override;
     Q_DISABLE_COPY_MOVE(UpdateDownload)
 
@@ -33,8 +36,8 @@ public:
     /// Locks the folder of the update's file until `folderLock` is destroyed. If another update of this or of
     /// another process uses the folder, returns an error with the description `failure`. The installer tool
     /// uses the same lock.
-    [[nodiscard]] static TXError occupyFolder(TXUpdate &update, const UpdateFolder &folder,
-                                              const QString &failure);
+    [[nodiscard]] static TXError occupyFolder(Services &services, TXUpdate &update,
+                                              const UpdateFolder &folder, const QString &failure);
 
     void start();
     void cancel();
@@ -54,6 +57,7 @@ private:
     [[nodiscard]] TXError checkSignature() const;
     void reportProgress();
 
+    Services &m_services;
     QPointer<TXUpdate> m_update;
     Choice m_choice;
     std::shared_ptr<const ArchiveTrust> m_trusted; ///< null for a host without keys

@@ -31,13 +31,15 @@ using namespace Qt::StringLiterals;
 void TXUpdate::installWithErrorHandler(const CompletionHandler &handler) {
     if (isInstalling() || !isDownloaded())
         return;
-    d->state().installErrorHandler = handler;
-    tx::assign(*this, d->state().isInstalling, true, &TXUpdate::isInstallingChanged);
+    d->details().installErrorHandler = handler;
+    const QPointer<TXUpdate> guard(this);
+    if (!tx::changeState(*this, tx::UpdateState::Preparing) || !guard)
+        return;
     TXLog(TXLogLevelStep, u"TXUpdate: Beginning Installation"_s);
     // Held until the process ends; then the installer tool takes it.
-    if (const TXError error =
-            tx::UpdateDownload::occupyFolder(*this, tx::UpdateFolder::ofArchive(downloadPath()),
-                                             u"The application update could not be installed."_s)) {
+    if (const TXError error = tx::UpdateDownload::occupyFolder(
+            tx::services(), *this, tx::UpdateFolder::ofArchive(downloadPath()),
+            u"The application update could not be installed."_s)) {
         tx::UpdateInstallation::install_failed(*this, error);
         return;
     }
@@ -71,17 +73,19 @@ void UpdateInstallation::install_doUnarchive(TXUpdate &update) {
 }
 
 void UpdateInstallation::verify(TXUpdate &update, const std::shared_ptr<const ArchiveTrust> &trusted) {
+    if (!changeState(update, UpdateState::Verifying))
+        return;
     TXLog(TXLogLevelStep, u"TXUpdate: Beginning verification"_s);
     // Verification continues if the update is destroyed. The lock keeps others from writing to the folder
     // until then.
-    runInBackground([guard = QPointer<TXUpdate>(&update), lock = stateOf(update).folderLock, trusted,
+    runInBackground([guard = QPointer<TXUpdate>(&update), lock = detailsOf(update).folderLock, trusted,
                      path = update.downloadPath()] {
         const Result<VerifiedArchivePtr> archive = verifyArchive(*trusted, path);
         postToMain([guard, lock, archive] {
             if (!guard)
                 return;
             if (archive) {
-                stateOf(*guard).verified = *archive;
+                detailsOf(*guard).verified = *archive;
                 unarchive(*guard);
             } else {
                 endUnverified(*guard, archive.error());
@@ -91,12 +95,14 @@ void UpdateInstallation::verify(TXUpdate &update, const std::shared_ptr<const Ar
 }
 
 void UpdateInstallation::unarchive(TXUpdate &update) {
+    if (!changeState(update, UpdateState::Unpacking))
+        return;
     TXLog(TXLogLevelStep, u"TXUpdate: Beginning unarchive"_s);
     const QPointer<TXUpdate> guard(&update);
     // Unpacking continues if the update is destroyed. The lock keeps others from writing to the folder until
     // then.
-    const auto done = [guard, lock = stateOf(update).folderLock](const QString &application,
-                                                                 const TXError &error) {
+    const auto done = [guard, lock = detailsOf(update).folderLock](const QString &application,
+                                                                   const TXError &error) {
         if (!guard)
             return;
         if (error)
@@ -105,7 +111,7 @@ void UpdateInstallation::unarchive(TXUpdate &update) {
             install_doInstall(*guard, application);
     };
     const WantedApplication wanted = TXUpdateUnarchiver::forHost(update.version());
-    if (const VerifiedArchivePtr archive = stateOf(update).verified)
+    if (const VerifiedArchivePtr archive = detailsOf(update).verified)
         TXUpdateUnarchiver::unarchive(
             archive, update.downloadPath(), [] {}, done, wanted);
     else
@@ -153,12 +159,14 @@ void UpdateInstallation::install_doInstall(TXUpdate &update, const QString &appl
 }
 
 void UpdateInstallation::askToQuit(TXUpdate &update, const QString &application) {
+    if (!changeState(update, UpdateState::AskingToQuit))
+        return;
     const QPointer<TXUpdate> guard(&update);
     const auto answered = [guard, application](const std::shared_ptr<void> &permission) {
         if (!guard)
             return;
         if (permission) {
-            stateOf(*guard).quitPermission = permission;
+            detailsOf(*guard).quitPermission = permission;
             handOver(*guard, application);
             return;
         }
@@ -177,9 +185,11 @@ void UpdateInstallation::askToQuit(TXUpdate &update, const QString &application)
 }
 
 void UpdateInstallation::handOver(TXUpdate &update, const QString &application) {
+    if (!changeState(update, UpdateState::HandingOver))
+        return;
     TXError error;
     if (TXUpdateInstallerClient::sharedInstance()->installUnarchivedApp(
-            application, update.downloadPath(), &error, stateOf(update).verified.get()))
+            application, update.downloadPath(), &error, detailsOf(update).verified.get()))
         return;
     TXLog(TXLogLevelFailure, u"[TXUpdate] Installing the update failed: %@"_s, {error.toString()});
     moveIntoDownloads(update, application);
@@ -194,9 +204,7 @@ void UpdateInstallation::discardDownload(TXUpdate &update, const QString &applic
             TXLog(TXLogLevelFailure, u"TXUpdate: %@ cannot be removed. %@"_s, {path, error.toString()});
     }
     const QPointer<TXUpdate> guard(&update);
-    install_failed(update, why);
-    if (guard)
-        update.setDownloaded(false);
+    endWithState(update, why, UpdateState::Available);
     if (guard)
         update.setDownloadPath({});
 }
@@ -246,12 +254,17 @@ void UpdateInstallation::moveIntoDownloads(TXUpdate &update, const QString &appl
 }
 
 void UpdateInstallation::install_failed(TXUpdate &update, const TXError &error) {
-    UpdateState &d = stateOf(update);
+    endWithState(update, error, UpdateState::Downloaded);
+}
+
+void UpdateInstallation::endWithState(TXUpdate &update, const TXError &error, UpdateState state) {
+    const UpdateState before = stateOf(update);
+    if (!enterState(update, state))
+        return;
+    UpdateDetails &d = detailsOf(update);
     d.folderLock.reset();
     d.verified.reset();
     const TXUpdate::CompletionHandler handler = std::exchange(d.installErrorHandler, nullptr);
-    const bool wasInstalled = std::exchange(d.isInstalled, false);
-    const bool wasInstalling = std::exchange(d.isInstalling, false);
     // An application that has closed its windows for this ends after the handler has told the user.
     const QPointer<TXUpdate> guard(&update);
     postToMain([handler, error, guard, permission = std::exchange(d.quitPermission, nullptr)] {
@@ -260,10 +273,7 @@ void UpdateInstallation::install_failed(TXUpdate &update, const TXError &error) 
         if (handler)
             handler(error);
     });
-    if (wasInstalling)
-        Q_EMIT update.isInstallingChanged();
-    if (guard && wasInstalled)
-        Q_EMIT update.isInstalledChanged();
+    announceState(update, before, state);
 }
 
 } // namespace tx

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "model/hosttrust.h"
+#include "model/updatestate.h"
 
 #include <TarvixUpdate/TXUpdate.h>
 
@@ -16,6 +17,8 @@ public:
     static void install_doUnarchive(TXUpdate &update);
     /// `application`: the unpacked application's path; null for an archive of unknown type.
     static void install_doInstall(TXUpdate &update, const QString &application);
+    /// Ends the installation; the archive stays, so that the user can try again. A null error: the new
+    /// application is in the Downloads folder.
     static void install_failed(TXUpdate &update, const TXError &error);
 
 private:
@@ -23,6 +26,8 @@ private:
     /// Ends the installation with `error`, and removes the files that the host's keys do not admit.
     static void endUnverified(TXUpdate &update, const TXError &error);
     static void verify(TXUpdate &update, const std::shared_ptr<const ArchiveTrust> &trusted);
+    /// Ends the installation with `error`, in `state`.
+    static void endWithState(TXUpdate &update, const TXError &error, UpdateState state);
     /// Fails, and removes the archive and the application that came out of it: the update is to be downloaded
     /// again.
     static void discardDownload(TXUpdate &update, const QString &application, const TXError &why);

@@ -18,6 +18,7 @@
 #include <TarvixUpdate/TXVersionNumber.h>
 
 using namespace Qt::StringLiterals;
+using tx::UpdateState;
 using Member = tx::FeedEntry::Member;
 
 namespace {
@@ -98,83 +99,100 @@ bool TXUpdate::excludeFromAutoDownloading() const {
     return d->fields() ? d->fields()->excludeFromAutoDownloading
                        : tx::excludesFromAutoDownloading(d->entry());
 }
-bool TXUpdate::isDownloaded() const { return d->fields() && d->fields()->isDownloaded; }
-bool TXUpdate::isDownloading() const { return d->fields() && d->fields()->isDownloading; }
+bool TXUpdate::isDownloaded() const { return tx::isDownloaded(tx::stateOf(*this)); }
+bool TXUpdate::isDownloading() const { return tx::isDownloading(tx::stateOf(*this)); }
 QString TXUpdate::downloadPath() const { return d->fields() ? d->fields()->downloadPath : QString(); }
 double TXUpdate::downloadProgress() const { return d->fields() ? d->fields()->downloadProgress : 0; }
 quint64 TXUpdate::downloadSize() const { return d->fields() ? d->fields()->downloadSize : 0; }
-bool TXUpdate::isInstalling() const { return d->fields() && d->fields()->isInstalling; }
-bool TXUpdate::isInstalled() const { return d->fields() && d->fields()->isInstalled; }
+bool TXUpdate::isInstalling() const { return tx::isInstalling(tx::stateOf(*this)); }
+bool TXUpdate::isInstalled() const { return tx::isInstalled(tx::stateOf(*this)); }
 
 // Strings are stored without comparing first: null and empty compare equal but have different meanings.
 void TXUpdate::setTitle(const QString &title) {
-    d->state().title = title;
+    d->details().title = title;
     Q_EMIT itemChanged();
 }
 
 void TXUpdate::setVersion(const QString &version) {
-    d->state().version = version;
+    d->details().version = version;
     Q_EMIT itemChanged();
 }
 
 void TXUpdate::setDisplayVersion(const QString &version) {
-    d->state().displayVersion = version;
+    d->details().displayVersion = version;
     Q_EMIT itemChanged();
 }
 
 void TXUpdate::setDateString(const QString &text) {
-    d->state().dateString = text;
+    d->details().dateString = text;
     Q_EMIT itemChanged();
 }
 
 void TXUpdate::setItemDescription(const QString &text) {
-    d->state().itemDescription = text;
+    d->details().itemDescription = text;
     Q_EMIT itemChanged();
 }
 
 void TXUpdate::setExtra(const QString &text) {
-    d->state().extra = text;
+    d->details().extra = text;
     Q_EMIT itemChanged();
 }
 
 void TXUpdate::setReleaseNotesURL(const QUrl &url) {
-    d->state().releaseNotesURL = url.toEncoded();
+    d->details().releaseNotesURL = url.toEncoded();
     Q_EMIT itemChanged();
 }
 
 void TXUpdate::setFileURL(const QUrl &url) {
-    d->state().fileURL = url.toEncoded();
+    d->details().fileURL = url.toEncoded();
     Q_EMIT itemChanged();
 }
 
 void TXUpdate::setLinkURL(const QUrl &url) {
-    d->state().linkURL = url.toEncoded();
+    d->details().linkURL = url.toEncoded();
     Q_EMIT itemChanged();
 }
 
 void TXUpdate::setPreferredDisplaySize(const QSizeF &size) {
-    tx::assign(*this, d->state().preferredDisplaySize, size, &TXUpdate::itemChanged);
+    tx::assign(*this, d->details().preferredDisplaySize, size, &TXUpdate::itemChanged);
 }
 
 void TXUpdate::setConditions(const std::optional<TXUpdateItemConditions> &conditions) {
-    d->state().conditions = conditions;
+    d->details().conditions = conditions;
     Q_EMIT itemChanged();
 }
 
 void TXUpdate::setExcludeFromAutoDownloading(bool exclude) {
-    tx::assign(*this, d->state().excludeFromAutoDownloading, exclude, &TXUpdate::itemChanged);
+    tx::assign(*this, d->details().excludeFromAutoDownloading, exclude, &TXUpdate::itemChanged);
 }
 
 void TXUpdate::setDownloaded(bool downloaded) {
-    tx::assign(*this, d->state().isDownloaded, downloaded, &TXUpdate::isDownloadedChanged);
+    if (downloaded == isDownloaded())
+        return;
+    // A refused change is logged.
+    if (isInstalled())
+        (void)tx::changeState(*this,
+                              downloaded ? UpdateState::Installed : UpdateState::InstalledWithoutArchive,
+                              tx::StateChanger::Host);
+    else
+        (void)tx::changeState(*this, downloaded ? UpdateState::Downloaded : UpdateState::Available,
+                              tx::StateChanger::Host);
 }
 
 void TXUpdate::setDownloadPath(const QString &path) {
-    tx::assign(*this, d->state().downloadPath, path, &TXUpdate::downloadPathChanged);
+    tx::assign(*this, d->details().downloadPath, path, &TXUpdate::downloadPathChanged);
 }
 
 void TXUpdate::setInstalled(bool installed) {
-    tx::assign(*this, d->state().isInstalled, installed, &TXUpdate::isInstalledChanged);
+    if (installed == isInstalled())
+        return;
+    if (isDownloaded())
+        (void)tx::changeState(*this, installed ? UpdateState::Installed : UpdateState::Downloaded,
+                              tx::StateChanger::Host);
+    else
+        (void)tx::changeState(*this,
+                              installed ? UpdateState::InstalledWithoutArchive : UpdateState::Available,
+                              tx::StateChanger::Host);
 }
 
 QDateTime TXUpdate::date() const {

@@ -3,6 +3,7 @@
 
 #include "model/itemcontent.h"
 #include "model/updatebuilder.h"
+#include "model/updatestate.h"
 #include "os/filesystem.h"
 #include "trust/verifiedarchive.h"
 
@@ -10,13 +11,10 @@ namespace tx {
 
 class UpdateDownload;
 
-/// What an update has once it is more than a text in a feed. A feed may hold a hundred thousand updates of
-/// which one is used.
-struct UpdateState : UpdateFields {
-    bool isDownloaded = false;
-    bool isDownloading = false;
-    bool isInstalling = false;
-    bool isInstalled = false;
+/// The data of an update that is more than an entry of a feed. A feed may contain a hundred thousand updates,
+/// of which one is used.
+struct UpdateDetails : UpdateFields {
+    UpdateState state = UpdateState::Available; ///< changed with enterState() only
     double downloadProgress = 0;
     quint64 downloadSize = 0;
     QString downloadPath;
@@ -29,8 +27,8 @@ struct UpdateState : UpdateFields {
     std::shared_ptr<FileLock> folderLock; ///< while it downloads or installs; unpacking holds it as well
 };
 
-/// The state of an update. Created on first use.
-[[nodiscard]] UpdateState &stateOf(const TXUpdate &update);
+/// The details of an update. Created on first use.
+[[nodiscard]] UpdateDetails &detailsOf(const TXUpdate &update);
 
 /// Stores a value and announces the change when it is one.
 template <typename T, typename Signal>
@@ -43,14 +41,14 @@ void assign(TXUpdate &update, T &member, const T &value, Signal signal) {
 
 } // namespace tx
 
-struct TXUpdatePrivate : tx::ItemContent<tx::UpdateState> {
+struct TXUpdatePrivate : tx::ItemContent<tx::UpdateDetails> {
     using ItemContent::ItemContent;
 
     [[nodiscard]] static TXUpdatePrivate &of(const TXUpdate &update) { return *update.d; }
     /// See tx::UpdateBuilder.
     static TXUpdatePtr make(tx::PackedEntry entry);
-    /// See tx::stateOf().
-    tx::UpdateState &state();
+    /// See tx::detailsOf().
+    tx::UpdateDetails &details();
 
 private:
     struct WithItem;

@@ -19,7 +19,7 @@ bool excludesFromAutoDownloading(const FeedEntry &entry) {
     return automatic == "false" || automatic == "no" || automatic == "disable" || automatic == "disabled";
 }
 
-UpdateFields fieldsFrom(const ItemContent<UpdateState> &content) {
+UpdateFields fieldsFrom(const ItemContent<UpdateDetails> &content) {
     const FeedEntry entry = content.entry();
     UpdateFields fields;
     fields.fileURL = encodedUrlFromFeedText(entry.bytes(Member::DownloadURL));
@@ -42,7 +42,7 @@ UpdateFields fieldsFrom(const ItemContent<UpdateState> &content) {
 
 TXUpdatePtr UpdateBuilder::make(PackedEntry entry) { return TXUpdatePrivate::make(std::move(entry)); }
 
-UpdateState &stateOf(const TXUpdate &update) { return TXUpdatePrivate::of(update).state(); }
+UpdateDetails &detailsOf(const TXUpdate &update) { return TXUpdatePrivate::of(update).details(); }
 
 EntrySignatures UpdateBuilder::signaturesOf(const TXUpdate &update) {
     const TXUpdatePrivate &content = TXUpdatePrivate::of(update);
@@ -74,11 +74,11 @@ TXUpdatePtr TXUpdatePrivate::make(tx::PackedEntry entry) {
     return {owner, &both->update};
 }
 
-tx::UpdateState &TXUpdatePrivate::state() {
+tx::UpdateDetails &TXUpdatePrivate::details() {
     if (!fields()) {
-        auto state = std::make_shared<tx::UpdateState>();
-        static_cast<tx::UpdateFields &>(*state) = tx::fieldsFrom(*this);
-        setFields(std::move(state));
+        auto details = std::make_shared<tx::UpdateDetails>();
+        static_cast<tx::UpdateFields &>(*details) = tx::fieldsFrom(*this);
+        setFields(std::move(details));
     }
     return *fields();
 }

@@ -10,7 +10,7 @@ namespace tx {
 
 template <typename Fields>
 class ItemContent;
-struct UpdateState;
+struct UpdateDetails;
 
 /// What a feed says of an update. Addresses are percent-encoded, empty when absent, and parsed when asked
 /// for.
@@ -35,7 +35,7 @@ struct UpdateFields {
 [[nodiscard]] bool excludesFromAutoDownloading(const FeedEntry &entry);
 
 /// All that an entry of a feed says, as an update has it.
-[[nodiscard]] UpdateFields fieldsFrom(const ItemContent<UpdateState> &content);
+[[nodiscard]] UpdateFields fieldsFrom(const ItemContent<UpdateDetails> &content);
 
 /// Makes updates that read their values from a feed's entry on request. Thread: any. An update belongs to the
 /// main thread and is deleted there, whichever thread releases the last reference.

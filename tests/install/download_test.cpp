@@ -179,7 +179,8 @@ TEST_F(Download, ProgressIsThrottledAndTheCountExact) {
     double now = 1000;
     tx::services().secondsSinceReferenceDate = [&now] { return now; };
     const auto shared = std::make_shared<tx::UpdateDownload>(
-        *update, tx::UpdateDownload::Choice::Users, nullptr, [this](double p) { progress << p; }, nullptr);
+        tx::services(), *update, tx::UpdateDownload::Choice::Users, nullptr,
+        [this](double p) { progress << p; }, nullptr);
     class NoTransfer : public tx::UrlDownload {
         void setDestination(const QString &) override {}
         void cancel() override {}
@@ -200,7 +201,8 @@ TEST_F(Download, ProgressIsThrottledAndTheCountExact) {
     // Another download shares the budget.
     TXUpdate second;
     const auto other = std::make_shared<tx::UpdateDownload>(
-        second, tx::UpdateDownload::Choice::Users, nullptr, [this](double p) { progress << p; }, nullptr);
+        tx::services(), second, tx::UpdateDownload::Choice::Users, nullptr,
+        [this](double p) { progress << p; }, nullptr);
     other->downloadDidReceiveResponse(transfer, 10);
     other->downloadDidReceiveDataOfLength(transfer, 10);
     EXPECT_EQ(progress.size(), 3);

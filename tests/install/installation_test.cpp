@@ -34,6 +34,7 @@ TEST_F(Installing, HandsTheUnpackedApplicationToTheInstaller) {
     EXPECT_EQ(calls, 0) << "the handler is never called on success";
     EXPECT_TRUE(update->isInstalling());
     EXPECT_EQ(installing.count(), 1);
+    EXPECT_EQ(states(), u"Downloaded, Preparing, Unpacking, AskingToQuit, HandingOver"_s);
     const QStringList log = logLines();
     EXPECT_LT(log.indexOf(u"TXUpdate: Beginning Installation"_s),
               log.indexOf(u"TXUpdate: Beginning unarchive"_s));
@@ -84,6 +85,44 @@ TEST_F(Installing, UnarchivingErrorIsHandedOn) {
     EXPECT_EQ(error.localizedDescription(), u"The update could not be unarchived."_s);
     EXPECT_TRUE(QFileInfo::exists(cache + u"/broken.zip"_s)) << "the archive stays";
     EXPECT_TRUE(alerts.isEmpty());
+}
+
+TEST_F(Installing, FailureLeadsBackToTheDownloadedArchive) {
+    tx::test::writeFile(cache + u"/broken.zip"_s, "x");
+    downloaded(cache + u"/broken.zip"_s);
+    installAndWait();
+    calls = 0;
+    installAndWait();
+    EXPECT_EQ(states(), u"Downloaded, Preparing, Unpacking, Downloaded, Preparing, Unpacking, Downloaded"_s);
+}
+
+TEST_F(Installing, UpdateThatTheHostHasInstalledCanBeInstalledAgain) {
+    update->setInstalled(true);
+    EXPECT_TRUE(update->isDownloaded());
+    tx::test::writeFile(cache + u"/broken.zip"_s, "x");
+    downloaded(cache + u"/broken.zip"_s);
+    QSignalSpy installed(update.get(), &TXUpdate::isInstalledChanged);
+    installAndWait();
+    EXPECT_EQ(installed.count(), 1);
+    EXPECT_EQ(states(), u"Downloaded, Installed, Preparing, Unpacking, Downloaded"_s);
+}
+
+TEST_F(Installing, HostCannotInterfereWithAnInstallation) {
+    tx::test::writeFile(cache + u"/broken.zip"_s, "x");
+    downloaded(cache + u"/broken.zip"_s);
+    install();
+    update->setDownloaded(false);
+    update->setInstalled(true);
+    EXPECT_TRUE(update->isDownloaded());
+    EXPECT_TRUE(update->isInstalling());
+    EXPECT_FALSE(update->isInstalled());
+    EXPECT_EQ(logLines()
+                  .filter(u"TXUpdate: The state of build 2000 stays Preparing: the application "
+                          "cannot change it to "_s)
+                  .size(),
+              2);
+    ASSERT_TRUE(waitUntil([this] { return calls > 0; }));
+    EXPECT_TRUE(update->isDownloaded());
 }
 
 TEST_F(Installing, SignalTellsTheErrorOnceBeforeTheHandler) {

@@ -65,6 +65,13 @@ protected:
             ++calls;
         });
     }
+    /// The states of an update since the test began, as logged: "Unpacking, Downloaded".
+    [[nodiscard]] QString states() const {
+        QStringList result;
+        for (const QString &line : logLines().filter(u" changes from "_s))
+            result << line.section(u' ', -1).chopped(1);
+        return result.join(u", "_s);
+    }
     /// Whether an update could take the folder now.
     [[nodiscard]] bool folderIsFree() const {
         return bool(tx::services().fileSystem->tryLock(cache + u".lock"_s));

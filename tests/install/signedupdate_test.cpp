@@ -313,6 +313,9 @@ TEST_F(SignedInstalling, SignedReleaseIsInstalled) {
     expectInstalled();
     EXPECT_EQ(files.copies, 1);
     EXPECT_EQ(namesIn(cache), QStringList{u"MyApp - 1043.tgz"_s}) << "the private copy has no name";
+    EXPECT_TRUE(states().endsWith(
+        u"Downloaded, Preparing, Verifying, Unpacking, AskingToQuit, HandingOver, Downloaded"_s))
+        << states().toStdString();
 }
 
 TEST_F(SignedInstalling, FileThatIsNotTheSignedOneIsNotUnpacked) {
@@ -327,6 +330,7 @@ TEST_F(SignedInstalling, FileThatIsNotTheSignedOneIsNotUnpacked) {
         exchanged(content);
         // The archive to be unpacked is of the same release but has another size.
         expectRefused(TXUpdateErrorArchiveNotGenuine, notGenuine, std::to_string(content.size()));
+        EXPECT_TRUE(states().endsWith(u"Preparing, Verifying, Available"_s)) << states().toStdString();
     }
     EXPECT_FALSE(logLines().contains(u"TXUpdate: Beginning unarchive"_s));
 }
