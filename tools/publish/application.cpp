@@ -4,6 +4,7 @@
 #include "model/bundletrust.h"
 #include "posix/bundleinfo.h"
 #include "posix/posixfiles.h"
+#include "publish/faults.h"
 
 #include <TarvixUpdate/TXBundle.h>
 
@@ -27,11 +28,6 @@ using namespace Qt::StringLiterals;
 namespace tx::publishing {
 
 namespace {
-
-using trust::Fault;
-using trust::FaultKind;
-using trust::Outcome;
-using trust::Verdict;
 
 Fault cannot(const std::string &what, const std::string &path, int number) {
     return {FaultKind::File, path + " cannot be " + what + ": " + std::strerror(number)};

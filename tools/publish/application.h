@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "publish/faults.h"
 #include "trust/appinfo.h"
 
 #include <QString>
@@ -23,7 +24,7 @@ struct Application {
 
 /// Reads a bundle's Info.plist. Fault: Keys, if the bundle has no identifier or no build, or its keys are
 /// malformed.
-trust::Outcome<Application> readApplication(const QString &bundle);
+Outcome<Application> readApplication(const QString &bundle);
 
 /// A file, folder or link in a bundle.
 struct BundleEntry {
@@ -39,11 +40,10 @@ struct BundleEntry {
 /// Lists a bundle and everything in it, sorted by the bytes of the names, so that the order is the same on
 /// every machine. Fault: File, for entries that an installation refuses or an archive cannot store (devices,
 /// pipes, sockets, absolute links and links that lead out of the bundle) and for entries that cannot be read.
-trust::Outcome<std::vector<BundleEntry>> listBundle(const QString &bundle);
+Outcome<std::vector<BundleEntry>> listBundle(const QString &bundle);
 
 /// Checks that the application can be started after an update: the executable must exist, and everybody must
 /// be allowed to execute it. The same applies to every other program in the bundle.
-[[nodiscard]] trust::Verdict checkPrograms(const Application &application,
-                                           const std::vector<BundleEntry> &entries);
+[[nodiscard]] Verdict checkPrograms(const Application &application, const std::vector<BundleEntry> &entries);
 
 } // namespace tx::publishing

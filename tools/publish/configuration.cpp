@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "publish/configuration.h"
 
+#include "publish/faults.h"
 #include "publish/target.h"
 
 #include <QDir>
@@ -20,10 +21,6 @@ using namespace Qt::StringLiterals;
 namespace tx::publishing {
 
 namespace {
-
-using trust::Fault;
-using trust::FaultKind;
-using trust::Outcome;
 
 QString toText(const std::string &text) { return QString::fromStdString(text); }
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "trust/fault.h"
+#include "publish/faults.h"
 
 #include <QString>
 #include <QStringList>
@@ -32,7 +32,7 @@ struct Configuration {
 
 /// Reads a configuration file. Relative paths in the file are relative to its folder. Faults: File; Input,
 /// which names the line, for a syntax error, an unknown name or a value of the wrong type.
-trust::Outcome<Configuration> readConfiguration(const QString &path);
+Outcome<Configuration> readConfiguration(const QString &path);
 
 /// Returns a TOML string with quotes.
 [[nodiscard]] QByteArray tomlString(const QString &text);

@@ -2,6 +2,7 @@
 #include "publish/feeddocument.h"
 
 #include "feed/jsonvalues.h"
+#include "publish/faults.h"
 #include "trust/firstline.h"
 #include "trust/signaturetext.h"
 
@@ -16,10 +17,6 @@ using namespace Qt::StringLiterals;
 namespace tx::publishing {
 
 namespace {
-
-using trust::Fault;
-using trust::FaultKind;
-using trust::Outcome;
 
 Fault input(const std::string &what) { return {FaultKind::Input, what}; }
 

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "feed/jsonentries.h"
-#include "trust/fault.h"
+#include "publish/faults.h"
 #include "trust/feeds.h"
 
 #include <QByteArray>
@@ -27,7 +27,7 @@ public:
     /// Parses a feed, signed or not. Empty `bytes` make a new feed. An existing signature is kept without
     /// being verified, because the next signature must have a larger serial. Fault: Input, if the feed is not
     /// JSON or has two tracks of the same name.
-    static trust::Outcome<FeedDocument> parse(const QByteArray &bytes);
+    static Outcome<FeedDocument> parse(const QByteArray &bytes);
 
     /// The entries of all tracks, in their order.
     [[nodiscard]] const QList<Entry> &entries() const { return m_entries; }
@@ -37,8 +37,8 @@ public:
     /// Returns the feed with `added` inserted at the beginning of `track`, and without the entries in
     /// `dropped` (indices of entries()). Creates the track if it is missing. The old signature line stays as
     /// the first line although it no longer matches. Fault: Input, if the result does not parse as expected.
-    [[nodiscard]] trust::Outcome<QByteArray> edited(const QString &track, const QList<QByteArray> &added,
-                                                    const QList<qsizetype> &dropped) const;
+    [[nodiscard]] Outcome<QByteArray> edited(const QString &track, const QList<QByteArray> &added,
+                                             const QList<qsizetype> &dropped) const;
 
 private:
     struct Track {

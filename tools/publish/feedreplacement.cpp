@@ -3,6 +3,7 @@
 
 #include "feed/jsonreader.h"
 #include "os/services.h"
+#include "publish/faults.h"
 #include "trust/firstline.h"
 
 using namespace Qt::StringLiterals;
@@ -10,11 +11,6 @@ using namespace Qt::StringLiterals;
 namespace tx::publishing {
 
 namespace {
-
-using trust::Fault;
-using trust::FaultKind;
-using trust::Outcome;
-using trust::Verdict;
 
 Fault input(const QString &what) { return {FaultKind::Input, what.toStdString()}; }
 

@@ -6,6 +6,7 @@
 #include "feed/feedlimits.h"
 #include "net/urldownload.h"
 #include "os/services.h"
+#include "publish/faults.h"
 
 #include <QEventLoop>
 #include <QFile>
@@ -15,11 +16,6 @@ using namespace Qt::StringLiterals;
 namespace tx::publishing {
 
 namespace {
-
-using trust::Fault;
-using trust::FaultKind;
-using trust::Outcome;
-using trust::Verdict;
 
 constexpr std::chrono::seconds patience(30);
 
@@ -105,28 +101,31 @@ Outcome<FetchedFile> fetchDigest(const QUrl &url, const QString &scratch, qint64
     return result;
 }
 
-Outcome<FetchedPage> fetchPage(const QUrl &url) {
-    UrlResponse response;
-    TXError error;
+Result<UrlResponse> loadAndWait(const UrlRequest &request) {
+    Result<UrlResponse> result = UrlResponse();
     QEventLoop loop;
+    services().urlLoader->load(request, [&](UrlResponse response, const TXError &error) {
+        result = error ? Result<UrlResponse>(error) : Result<UrlResponse>(std::move(response));
+        postToMain([&loop] { loop.quit(); });
+    });
+    loop.exec();
+    return result;
+}
+
+Outcome<FetchedPage> fetchPage(const QUrl &url) {
     UrlRequest request;
     request.url = url;
     request.timeout = patience;
     request.sizeLimit = largestFeed();
     request.headers = {{"Cache-Control", "no-cache"}};
-    services().urlLoader->load(request, [&](const UrlResponse &got, const TXError &failed) {
-        response = got;
-        error = failed;
-        postToMain([&loop] { loop.quit(); });
-    });
-    loop.exec();
-    if (error)
-        return faultOf(url, error);
+    const Result<UrlResponse> response = loadAndWait(request);
+    if (!response)
+        return faultOf(url, response.error());
     constexpr int good = 200;
-    if (response.statusCode != good)
+    if (response->statusCode != good)
         return Fault{FaultKind::File, "the server does not give " + shown(url) + ": it answers with status " +
-                                          std::to_string(response.statusCode)};
-    return FetchedPage{response.body, response.header("Content-Type")};
+                                          std::to_string(response->statusCode)};
+    return FetchedPage{response->body, response->header("Content-Type")};
 }
 
 Verdict checkPublicUrl(const QUrl &url, const QString &what) {

@@ -3,6 +3,7 @@
 
 #include "os/filesystem.h"
 #include "os/services.h"
+#include "publish/faults.h"
 
 #include <QFileInfo>
 
@@ -13,11 +14,6 @@ using namespace Qt::StringLiterals;
 namespace tx::publishing {
 
 namespace {
-
-using trust::Fault;
-using trust::FaultKind;
-using trust::Outcome;
-using trust::Verdict;
 
 Fault faultOf(const TXError &error) { return {FaultKind::File, error.localizedDescription().toStdString()}; }
 

@@ -2,6 +2,7 @@
 #include "publish/insidearchive.h"
 
 #include "posix/plainpropertylist.h"
+#include "publish/faults.h"
 
 #include <QFile>
 
@@ -15,10 +16,6 @@ using namespace Qt::StringLiterals;
 namespace tx::publishing {
 
 namespace {
-
-using trust::Fault;
-using trust::FaultKind;
-using trust::Outcome;
 
 using Reader = std::unique_ptr<archive, int (*)(archive *)>;
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "trust/fault.h"
+#include "publish/faults.h"
 
 #include <QString>
 
@@ -9,6 +9,6 @@ namespace tx::publishing {
 
 /// Returns the identifier of the application in an archive. Fault: Input, if there is no application at the
 /// top of the archive.
-trust::Outcome<QString> identifierInArchive(const QString &path);
+Outcome<QString> identifierInArchive(const QString &path);
 
 } // namespace tx::publishing

@@ -4,6 +4,7 @@
 #include "os/filesystem.h"
 #include "os/services.h"
 #include "posix/posixfiles.h"
+#include "publish/faults.h"
 
 #include <QFile>
 #include <QLocale>
@@ -26,11 +27,6 @@ using namespace Qt::StringLiterals;
 namespace tx::publishing {
 
 namespace {
-
-using trust::Fault;
-using trust::FaultKind;
-using trust::Outcome;
-using trust::Verdict;
 
 /// Sets a locale with UTF-8 and the time zone UTC as long as it exists.
 class FixedSurroundings {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "publish/application.h"
+#include "publish/faults.h"
 #include "publish/progress.h"
 #include "trust/digest.h"
 
@@ -40,9 +41,8 @@ struct PublishedLimits {
 ///
 /// During the call the time zone of the process is UTC, because zip archives store local times. No other
 /// thread may read the environment during that time. Faults: File; Input, for an archive over a limit.
-trust::Outcome<PackedArchive> packBundle(const Application &application,
-                                         const std::vector<BundleEntry> &entries, ArchiveType type,
-                                         const QString &folder, std::optional<qint64> newest,
-                                         const PublishedLimits &limits, Progress &progress);
+Outcome<PackedArchive> packBundle(const Application &application, const std::vector<BundleEntry> &entries,
+                                  ArchiveType type, const QString &folder, std::optional<qint64> newest,
+                                  const PublishedLimits &limits, Progress &progress);
 
 } // namespace tx::publishing

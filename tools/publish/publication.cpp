@@ -5,6 +5,7 @@
 #include "model/versioncomparison.h"
 #include "os/filesystem.h"
 #include "os/services.h"
+#include "publish/faults.h"
 #include "publish/feedreplacement.h"
 #include "publish/insidearchive.h"
 #include "trust/archives.h"
@@ -24,10 +25,6 @@ namespace tx::publishing {
 namespace {
 
 using trust::ArchiveClaim;
-using trust::Fault;
-using trust::FaultKind;
-using trust::Outcome;
-using trust::Verdict;
 
 Fault input(const QString &what) { return {FaultKind::Input, what.toStdString()}; }
 

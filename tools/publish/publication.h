@@ -2,6 +2,7 @@
 #pragma once
 
 #include "publish/entries.h"
+#include "publish/faults.h"
 #include "publish/packing.h"
 #include "publish/target.h"
 #include "trust/keyfiles.h"
@@ -14,7 +15,7 @@ namespace tx::publishing {
 
 /// Signs a feed. Takes the bytes of a feed, with or without an earlier signature, and returns the bytes to
 /// publish.
-using FeedSigner = std::function<trust::Outcome<QByteArray>(const QByteArray &document)>;
+using FeedSigner = std::function<Outcome<QByteArray>(const QByteArray &document)>;
 
 /// Where a feed is published, and how it is signed.
 struct FeedPlace {
@@ -77,16 +78,16 @@ struct Trace {
 /// Packs, signs and uploads a build, and then replaces the feed. The feed names an archive only when the
 /// archive is complete at the target and signed. After an interruption at any point, repeating the command
 /// leads to the same result. Changes nothing if it refuses. Faults: any kind.
-trust::Outcome<PublishReport> publish(const PublishRequest &request, Target &target, Progress &progress,
-                                      Trace &trace);
+Outcome<PublishReport> publish(const PublishRequest &request, Target &target, Progress &progress,
+                               Trace &trace);
 
 /// Removes a build from a track of the feed. With `removesArchives` also removes the build's archives from
 /// the target.
-trust::Outcome<PublishReport> withdraw(const FeedPlace &place, const QString &track, const QString &build,
-                                       bool removesArchives, Target &target, Trace &trace);
+Outcome<PublishReport> withdraw(const FeedPlace &place, const QString &track, const QString &build,
+                                bool removesArchives, Target &target, Trace &trace);
 
 /// Signs the feed again. If there is no feed and `begins` is set, publishes a feed with an empty track.
-trust::Outcome<PublishReport> resign(const FeedPlace &place, bool begins, Target &target, Trace &trace);
+Outcome<PublishReport> resign(const FeedPlace &place, bool begins, Target &target, Trace &trace);
 
 /// Returns the URL of a file at the target.
 [[nodiscard]] QUrl urlOf(const FeedPlace &place, const QString &name);

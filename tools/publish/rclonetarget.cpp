@@ -3,6 +3,7 @@
 
 #include "os/services.h"
 #include "os/tasks.h"
+#include "publish/faults.h"
 #include "publish/feeddocument.h"
 
 #include <QDir>
@@ -18,11 +19,6 @@ using namespace Qt::StringLiterals;
 namespace tx::publishing {
 
 namespace {
-
-using trust::Fault;
-using trust::FaultKind;
-using trust::Outcome;
-using trust::Verdict;
 
 /// Exit statuses of rclone.
 constexpr int doneStatus = 0;

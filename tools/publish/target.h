@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "publish/faults.h"
 #include "publish/fetching.h"
 #include "publish/progress.h"
-#include "trust/fault.h"
 
 #include <QByteArray>
 #include <QString>
@@ -29,24 +29,22 @@ public:
     /// A description for messages.
     [[nodiscard]] virtual QString description() const = 0;
     /// Locks out other publishers on this machine until the target is destroyed, if the target can do that.
-    [[nodiscard]] virtual trust::Verdict occupy() = 0;
+    [[nodiscard]] virtual Verdict occupy() = 0;
     /// Returns the size of a file in bytes; absent if the file does not exist.
-    virtual trust::Outcome<std::optional<quint64>> sizeOf(const QString &name) = 0;
+    virtual Outcome<std::optional<quint64>> sizeOf(const QString &name) = 0;
     /// Returns the size and digest of an existing file. Reads it from the target itself, not by GET.
-    virtual trust::Outcome<FetchedFile> digestOf(const QString &name, Progress &progress) = 0;
+    virtual Outcome<FetchedFile> digestOf(const QString &name, Progress &progress) = 0;
     /// Copies a file that is there to a new local one.
-    [[nodiscard]] virtual trust::Verdict get(const QString &name, const QString &localPath,
-                                             Progress &progress) = 0;
-    virtual trust::Outcome<StoredFeed> readFeed(const QString &name) = 0;
+    [[nodiscard]] virtual Verdict get(const QString &name, const QString &localPath, Progress &progress) = 0;
+    virtual Outcome<StoredFeed> readFeed(const QString &name) = 0;
     /// Copies a local file to the target. Replaces a file of the same name.
-    [[nodiscard]] virtual trust::Verdict put(const QString &localPath, const QString &name,
-                                             Progress &progress) = 0;
+    [[nodiscard]] virtual Verdict put(const QString &localPath, const QString &name, Progress &progress) = 0;
     /// Replaces the feed with `content`. Readers see either the old or the new feed; if the target cannot
     /// replace files atomically, there is no feed for a moment. After an interruption readFeed() finds one of
     /// the two.
-    [[nodiscard]] virtual trust::Verdict replaceFeed(const QString &name, const QByteArray &content) = 0;
+    [[nodiscard]] virtual Verdict replaceFeed(const QString &name, const QByteArray &content) = 0;
     /// Removes a file. A missing file is not a fault.
-    [[nodiscard]] virtual trust::Verdict remove(const QString &name) = 0;
+    [[nodiscard]] virtual Verdict remove(const QString &name) = 0;
 };
 
 /// Creates the target for `place`: an rclone remote such as "remote:path" or ":backend,options:path", for

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "model/feedvalues.h"
+#include "publish/faults.h"
 #include "publish/feedreplacement.h"
 
 using namespace Qt::StringLiterals;
@@ -7,11 +8,6 @@ using namespace Qt::StringLiterals;
 namespace tx::publishing {
 
 namespace {
-
-using trust::Fault;
-using trust::FaultKind;
-using trust::Outcome;
-using trust::Verdict;
 
 void say(const FeedPlace &place, const QString &line) {
     if (place.say)

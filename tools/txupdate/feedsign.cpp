@@ -8,6 +8,7 @@
 #include "trust/feedsigning.h"
 #include "trust/freshness.h"
 #include "txupdate/commands.h"
+#include "txupdate/faults.h"
 #include "txupdate/feedjson.h"
 #include "txupdate/feedsigner.h"
 #include "txupdate/feedsource.h"
@@ -30,10 +31,7 @@ namespace tx::cli {
 
 namespace {
 
-using trust::Fault;
-using trust::FaultKind;
 using trust::FeedFormat;
-using trust::Outcome;
 using trust::VerifiedFeed;
 
 const QString signatureTrack = u"signature"_s;

@@ -1,14 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "txupdate/feedsource.h"
 
-#include "base/queues.h"
 #include "feed/feedlimits.h"
 #include "feed/jsonvalues.h"
-#include "net/urlloading.h"
-#include "os/services.h"
+#include "publish/fetching.h"
+
 #include <TarvixUpdate/TXUpdateFeed.h>
 
-#include <QEventLoop>
 #include <QFile>
 
 using namespace Qt::StringLiterals;
@@ -20,26 +18,18 @@ namespace {
 const QString jsonType = u"application/json"_s;
 
 Result<FeedSource> fetch(const QUrl &url, const QString &contentType) {
-    UrlResponse response;
-    TXError error;
-    QEventLoop loop;
     UrlRequest request;
     request.url = url;
     request.timeout = std::chrono::seconds(30);
     request.sizeLimit = largestFeed();
-    services().urlLoader->load(request, [&](const UrlResponse &got, const TXError &failed) {
-        response = got;
-        error = failed;
-        postToMain([&loop] { loop.quit(); });
-    });
-    loop.exec();
-    if (error)
-        return TXUpdateFeed::errorForLoading(error);
-    if (response.statusCode != 200)
-        return TXUpdateFeed::errorForHTTPStatus(response.statusCode);
+    const Result<UrlResponse> response = publishing::loadAndWait(request);
+    if (!response)
+        return TXUpdateFeed::errorForLoading(response.error());
+    if (response->statusCode != 200)
+        return TXUpdateFeed::errorForHTTPStatus(response->statusCode);
     const QString served =
-        contentType.isNull() ? QString::fromLatin1(response.header("Content-Type")) : contentType;
-    return FeedSource{response.body, served == jsonType, served.toLatin1(), url};
+        contentType.isNull() ? QString::fromLatin1(response->header("Content-Type")) : contentType;
+    return FeedSource{response->body, served == jsonType, served.toLatin1(), url};
 }
 
 Result<FeedSource> readDocument(const FeedOptions &options) {

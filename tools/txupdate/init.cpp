@@ -6,6 +6,7 @@
 #include "publish/configuration.h"
 #include "publish/publication.h"
 #include "txupdate/commands.h"
+#include "txupdate/faults.h"
 #include "txupdate/feedsigner.h"
 #include "txupdate/signingkeys.h"
 
@@ -22,11 +23,7 @@ namespace tx::cli {
 
 namespace {
 
-using trust::Fault;
-using trust::FaultKind;
-using trust::Outcome;
 using trust::SecretKey;
-using trust::Verdict;
 
 const QString configurationName = u"txupdate.toml"_s;
 

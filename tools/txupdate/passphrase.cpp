@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "txupdate/passphrase.h"
 
+#include "txupdate/faults.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
@@ -16,9 +18,6 @@ namespace tx::cli {
 
 namespace {
 
-using trust::Fault;
-using trust::FaultKind;
-using trust::Outcome;
 using trust::Secret;
 
 constexpr const char *variable = "TXUPDATE_PASSPHRASE";

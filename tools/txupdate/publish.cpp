@@ -8,6 +8,7 @@
 #include "publish/publication.h"
 #include "trust/encoding.h"
 #include "txupdate/commands.h"
+#include "txupdate/faults.h"
 #include "txupdate/feedjson.h"
 #include "txupdate/feedsigner.h"
 #include "txupdate/signingkeys.h"
@@ -28,10 +29,6 @@ using publishing::ArchiveType;
 using publishing::Configuration;
 using publishing::FeedPlace;
 using publishing::PublishReport;
-using trust::Fault;
-using trust::FaultKind;
-using trust::Outcome;
-using trust::Verdict;
 
 const QString usualConfiguration = u"txupdate.toml"_s;
 

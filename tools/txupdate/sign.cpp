@@ -6,6 +6,7 @@
 #include "trust/encoding.h"
 #include "trust/verifiedarchive.h"
 #include "txupdate/commands.h"
+#include "txupdate/faults.h"
 #include "txupdate/signingkeys.h"
 #include "txupdate/trustcommands.h"
 
@@ -29,9 +30,6 @@ namespace tx::cli {
 namespace {
 
 using trust::ArchiveClaim;
-using trust::Fault;
-using trust::FaultKind;
-using trust::Outcome;
 using trust::SecretKey;
 using trust::VerifiedArchive;
 

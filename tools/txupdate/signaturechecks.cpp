@@ -7,6 +7,7 @@
 #include "trust/archives.h"
 #include "trust/encoding.h"
 #include "trust/freshness.h"
+#include "txupdate/faults.h"
 #include "txupdate/signingkeys.h"
 
 using namespace Qt::StringLiterals;
@@ -14,10 +15,6 @@ using namespace Qt::StringLiterals;
 namespace tx::cli {
 
 namespace {
-
-using trust::FaultKind;
-using trust::Outcome;
-using trust::Verdict;
 
 std::string_view bytesOf(const QByteArray &document) {
     return {document.constData(), size_t(document.size())};

@@ -5,6 +5,7 @@
 #include "os/filesystem.h"
 #include "os/services.h"
 #include "txupdate/commands.h"
+#include "txupdate/faults.h"
 #include "txupdate/passphrase.h"
 
 #include <QFile>
@@ -21,9 +22,6 @@ namespace tx::cli {
 
 namespace {
 
-using trust::Fault;
-using trust::FaultKind;
-using trust::Outcome;
 using trust::Secret;
 using trust::SecretKey;
 using trust::SecretKeyFile;
