@@ -7,7 +7,7 @@
 #include "mover/documenttypes.h"
 #include "os/filesystem.h"
 #include "os/services.h"
-#include "os/tasks.h"
+#include "os/taskoutput.h"
 #include "os/userdefaults.h"
 
 #include <TarvixUpdate/TXLog.h>
@@ -17,7 +17,6 @@
 #include <QRegularExpression>
 
 #include <algorithm>
-#include <chrono>
 
 using namespace Qt::StringLiterals;
 
@@ -28,7 +27,6 @@ namespace {
 const QString stampKey = u"TXUpdateMenuEntry"_s;
 constexpr quint64 largestIcon = 4 << 20;
 constexpr int fileMode = 0644;
-constexpr std::chrono::seconds databaseTime(10);
 
 void log(const QString &format, const QStringList &arguments) { TXLog(TXLogLevelFailure, format, arguments); }
 
@@ -90,14 +88,10 @@ QString iconFolderFor(const QByteArray &picture, QString *extension) {
     return extension->isEmpty() ? QString() : u"scalable"_s;
 }
 
-/// Runs one of the desktop's programs, if it is installed. Its databases only speed up or complete what the
-/// desktop finds, so a failure is not an error.
+/// Runs one of the desktop's programs, if it is installed, for at most ten seconds. Its databases only speed
+/// up or complete what the desktop finds, so a failure is not an error.
 void runDatabaseProgram(const QString &program, const QStringList &arguments) {
-    const auto task = services().tasks->start({.program = program, .arguments = arguments});
-    if (task && !(*task)->waitWithin(databaseTime)) {
-        (*task)->kill();
-        log(u"TXUpdate: %@ did not end within ten seconds and was killed."_s, {program});
-    }
+    (void)outputOf({.program = program, .arguments = arguments});
 }
 
 /// Updates the databases for these changed files, which are relative to the data folder.
@@ -118,7 +112,8 @@ void updateDatabases(const QString &data, const QStringList &changed) {
 /// Whether an entry may list this file, which is removed with the entry.
 bool isFileOf(const QString &stem, const QString &file) {
     static const QRegularExpression icon(u"\\Aicons/hicolor/[0-9a-z]+/apps/([^/]+)\\.(?:png|svg)\\z"_s);
-    return file == u"mime/packages/"_s + stem + u".xml"_s || icon.match(file).captured(1) == stem;
+    const auto match = icon.match(file);
+    return file == u"mime/packages/"_s + stem + u".xml"_s || (match.hasMatch() && match.captured(1) == stem);
 }
 
 /// The files that an entry lists, without those that cannot be its own.

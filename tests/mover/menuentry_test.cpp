@@ -416,10 +416,13 @@ TEST_F(MenuEntry, RemovalTakesOnlyTheFilesOfTheEntry) {
               entry().replace("X-TarvixUpdate-Files=",
                               "X-TarvixUpdate-Files=precious;../../precious;icons/hicolor/48x48/apps/"
                               "theirs.png;icons/hicolor/../../precious;"));
+    // An entry of ours whose name is only the extension.
+    const QString nameless = data + u"/applications/.desktop"_s;
+    writeFile(nameless, entry());
     EXPECT_TRUE(tx::removeMenuEntry(path(u"nothing.app"_s))->isEmpty());
     const auto removed = tx::removeMenuEntry(bundlePath);
     ASSERT_TRUE(removed);
-    EXPECT_THAT(*removed, testing::UnorderedElementsAre(entryPath, icon(u"scalable"_s), package()));
+    EXPECT_THAT(*removed, testing::UnorderedElementsAre(entryPath, icon(u"scalable"_s), package(), nameless));
     EXPECT_FALSE(QFileInfo::exists(entryPath) || QFileInfo::exists(icon(u"scalable"_s)) ||
                  QFileInfo::exists(package()));
     EXPECT_TRUE(QFileInfo::exists(other));

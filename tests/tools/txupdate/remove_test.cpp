@@ -3,9 +3,9 @@
 #include "base/propertylist.h"
 #include "mover/desktopentry.h"
 #include "mover/menuentry.h"
+#include "os/filesystem.h"
 #include "os/mainbundle.h"
 #include "os/userdefaults.h"
-#include "posix/interrupted.h"
 #include "tests/tools/txupdate/txupdatetest.h"
 
 #include <QFileInfo>
@@ -88,7 +88,7 @@ TEST_F(RemoveCommand, NextCopyAtTheSamePathGetsAnEntryAgain) {
 
 TEST_F(RemoveCommand, RunningApplicationIsRefused) {
     const QString ready = path(u"ready"_s);
-    makeApp("#!/bin/sh\necho x > '" + ready.toUtf8() + "'\nwhile :; do sleep 1000; done\n");
+    makeApp("#!/bin/sh\necho x > '" + ready.toUtf8() + "'\nread line\n");
     const tx::test::ProcessReaper reaper(app + u"/Contents/Linux/Program"_s);
     QProcess process;
     process.start(app + u"/Contents/Linux/Program"_s, {});
@@ -108,13 +108,9 @@ TEST_F(RemoveCommand, RunningApplicationIsRefused) {
 }
 
 TEST_F(RemoveCommand, ApplicationThatIsBeingUpdatedIsRefused) {
-    QProcess holder;
-    holder.start(u"flock"_s, {QString::fromStdString(tx::lockPathFor(app.toStdString())), u"sh"_s, u"-c"_s,
-                              u"echo held; sleep 1000"_s});
-    ASSERT_TRUE(holder.waitForReadyRead(20000));
+    const auto lock = tx::nativeFileSystem().lockApplication(app);
+    ASSERT_TRUE(lock);
     expectRefused({u"remove"_s, app}, "It is being updated or moved by another program.");
-    holder.kill();
-    holder.waitForFinished();
 }
 
 TEST_F(RemoveCommand, OtherThingsAreRefused) {
