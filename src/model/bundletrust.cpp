@@ -34,7 +34,7 @@ Outcome<AppInfo> infoOfBundle(const TXBundle &bundle) {
     plain::Dictionary info;
     const QVariantMap values = bundle.infoDictionary();
     for (auto it = values.begin(); it != values.end(); ++it)
-        info.emplace_back(it.key().toStdString(), plainValue(it.value()));
+        info.push_back({it.key().toStdString(), plainValue(it.value())});
     return AppInfo::read({std::move(info)});
 }
 

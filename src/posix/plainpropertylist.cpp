@@ -9,6 +9,7 @@
 #include <cmath>
 #include <cstdio>
 #include <ctime>
+#include <utility>
 
 namespace tx::plain {
 
@@ -162,7 +163,7 @@ private:
             auto value = read(*valueIndex, depth + 1);
             if (!value)
                 return std::nullopt;
-            result.emplace_back(*key->text(), std::move(*value));
+            result.push_back({*key->text(), std::move(*value)});
         }
         if (!detail::hasDistinctKeys(result))
             return std::nullopt;
@@ -289,8 +290,8 @@ std::optional<Value> readBinary(std::string_view document) {
 bool hasDistinctKeys(const Dictionary &dictionary) {
     std::vector<std::string_view> keys;
     keys.reserve(dictionary.size());
-    for (const auto &member : dictionary)
-        keys.push_back(member.first);
+    for (const Member &member : dictionary)
+        keys.push_back(member.key);
     std::sort(keys.begin(), keys.end());
     return std::adjacent_find(keys.begin(), keys.end()) == keys.end();
 }

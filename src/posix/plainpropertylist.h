@@ -5,7 +5,6 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <variant>
 #include <vector>
 
@@ -16,9 +15,10 @@
 namespace tx::plain {
 
 struct Value;
+struct Member;
 using Array = std::vector<Value>;
 /// In the order of the document.
-using Dictionary = std::vector<std::pair<std::string, Value>>;
+using Dictionary = std::vector<Member>;
 struct Date {
     double seconds; ///< since 2001-01-01 UTC
 };
@@ -34,6 +34,11 @@ struct Value {
     [[nodiscard]] const Value *member(std::string_view key) const;
     /// Returns the string; null if this is not a string.
     [[nodiscard]] const std::string *text() const { return std::get_if<std::string>(&content); }
+};
+/// One member of a dictionary. Not a std::pair: clang rejects a vector of pairs of an incomplete type.
+struct Member {
+    std::string key;
+    Value value;
 };
 
 /// Larger documents are refused. Bytes.

@@ -8,6 +8,7 @@
 #include <chrono>
 #include <cmath>
 #include <cstdint>
+#include <utility>
 
 namespace tx::plain {
 
@@ -65,9 +66,9 @@ std::optional<Value> dateFrom(std::string_view text) {
     const std::chrono::year_month_day day{std::chrono::year(number(0, 4)),
                                           std::chrono::month(static_cast<unsigned>(number(5, 2))),
                                           std::chrono::day(static_cast<unsigned>(number(8, 2)))};
-    const int hour = number(11, 2);
-    const int minute = number(14, 2);
-    const int second = number(17, 2);
+    const int64_t hour = number(11, 2);
+    const int64_t minute = number(14, 2);
+    const int64_t second = number(17, 2);
     if (!day.ok() || hour > 23 || minute > 59 || second > 59)
         return std::nullopt;
     // Not time_t, which ends in 2038 on some systems.
@@ -387,7 +388,7 @@ private:
             auto value = name ? element(depth + 1) : std::nullopt;
             if (!value)
                 return std::nullopt;
-            result.emplace_back(std::move(*name), std::move(*value));
+            result.push_back({std::move(*name), std::move(*value)});
         }
         if (!detail::hasDistinctKeys(result))
             return std::nullopt;

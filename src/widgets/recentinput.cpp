@@ -24,7 +24,7 @@ bool RecentInput::take() {
 }
 
 // The web engine's objects have no type information, which UBSan reports as a broken object.
-[[gnu::no_sanitize("vptr")]] bool RecentInput::eventFilter(QObject *object, QEvent *event) {
+__attribute__((no_sanitize("vptr"))) bool RecentInput::eventFilter(QObject *object, QEvent *event) {
     bool press = false;
     switch (event->type()) {
     case QEvent::KeyPress:
