@@ -212,9 +212,17 @@ protected:
         const QString release = path(u"old/0.4.1"_s);
         QDir().mkpath(release + u"/source"_s);
         writeProgram(root + u"/scripts/old-release"_s, "#!/bin/sh\necho '" + release.toUtf8() + "'\n");
-        writeProgram(programs + u"/cmake"_s, "#!/bin/sh\nif [ \"$1\" = --build ]; then mkdir -p \"$2/lib\"; "
-                                             "echo > \"$2/lib/libTarvixUpdate.so\"; fi\n");
+        write(u"cmake/Library.cmake"_s, "# two libraries\n");
+        buildMakesArchiveBy("ar rc");
         abidiffEnds(0);
+    }
+    /// A build makes the library of a tree that has only one, or the archive from which one is linked. The
+    /// command gets the name of the archive.
+    void buildMakesArchiveBy(const QByteArray &command) const {
+        writeProgram(programs + u"/cmake"_s,
+                     "#!/bin/sh\n[ \"$1\" = --build ] || exit 0\nmkdir -p \"$2/lib\"\n"
+                     "case $4 in TarvixUpdate) echo > \"$2/lib/libTarvixUpdate.so\" ;; *) " +
+                         command + " \"$2/lib$4.a\" ;; esac\n");
     }
     void abidiffEnds(int status) const {
         writeProgram(programs + u"/abidiff"_s,
@@ -247,6 +255,26 @@ TEST_F(Abi, LibraryThatDoesNotBuildIsNotCompared) {
     EXPECT_THAT(result.errors.toStdString(), testing::HasSubstr("does not build"));
     writeProgram(root + u"/scripts/old-release"_s, "#!/bin/sh\nexit 1\n");
     EXPECT_THAT(compare().errors.toStdString(), testing::HasSubstr("the last release could not be built"));
+}
+
+TEST_F(Abi, TwoLibrariesAreComparedAsOneWithTheNameOfTheOnlyOne) {
+    tx::test::writeFile(path(u"old/0.4.1/source/cmake/Library.cmake"_s), "# two libraries\n");
+    const ProcessResult result = compare();
+    EXPECT_EQ(result.status, 0) << result.errors.constData();
+    for (const QString &tree : {u"0.4.1"_s, u"current"_s}) {
+        const ProcessResult read = runProcess(
+            u"readelf"_s, {u"--dynamic"_s, root + u"/build/abi/"_s + tree + u"/lib/libTarvixUpdate.so"_s});
+        EXPECT_THAT(read.output.toStdString(), testing::HasSubstr("[libTarvixUpdate.so.0]"));
+    }
+}
+
+TEST_F(Abi, LibraryThatCannotBeLinkedIsNotCompared) {
+    ASSERT_EQ(compare().status, 0);
+    buildMakesArchiveBy("echo broken >");
+    const ProcessResult result = compare();
+    EXPECT_EQ(result.status, 1) << "the library of an earlier run is not compared: "
+                                << result.output.constData();
+    EXPECT_THAT(result.errors.toStdString(), testing::HasSubstr("today's library does not build"));
 }
 
 /// A clang-format of the wanted release, which takes "unformatted" for a bad line.
