@@ -102,7 +102,7 @@ void appendJson(QByteArray &json, const QVariant &value, int level);
 template <typename Container, typename AppendElement>
 void appendElements(QByteArray &json, const Container &elements, int level, const char *brackets,
                     const AppendElement &appendElement) {
-    constexpr int indentation = 4;
+    constexpr qsizetype indentation = 4;
     json += brackets[0];
     const char *separator = "\n";
     for (auto it = elements.begin(); it != elements.end(); ++it) {

@@ -54,6 +54,8 @@ TXUpdatePost::TXUpdatePost(const TXUpdatePost &other)
 }
 
 TXUpdatePost &TXUpdatePost::operator=(const TXUpdatePost &other) {
+    if (this == &other)
+        return *this;
     const bool isBesideItem = d->isBesideItem();
     *d = *other.d;
     d->setBesideItem(isBesideItem);
