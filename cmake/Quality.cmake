@@ -4,8 +4,10 @@ add_custom_target(check-format COMMAND ${PROJECT_SOURCE_DIR}/scripts/format --ch
                   WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
 add_custom_target(check-layers COMMAND ${PROJECT_SOURCE_DIR}/scripts/check-layers
                   WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
-add_custom_target(tidy COMMAND ${PROJECT_SOURCE_DIR}/scripts/tidy ${CMAKE_BINARY_DIR}
-                  WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
+if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+  add_custom_target(tidy COMMAND ${PROJECT_SOURCE_DIR}/scripts/tidy ${CMAKE_BINARY_DIR}
+                    WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
+endif()
 find_program(TARVIXUPDATE_DOXYGEN doxygen)
 mark_as_advanced(TARVIXUPDATE_DOXYGEN)
 if(TARVIXUPDATE_DOXYGEN)

@@ -15,13 +15,14 @@ using tx::test::runProcess;
 
 namespace {
 
-/// An installation of this build in the test's folder.
+/// An installation of this build, or of the one in the folder TARVIX_PACKAGE_BUILD, in the test's folder.
 class InstalledPackage : public tx::test::FrameworkTest {
 protected:
     void SetUp() override {
         FrameworkTest::SetUp();
-        const auto installed = runProcess(
-            u"cmake"_s, {u"--install"_s, tx::test::programsFolder() + u"/.."_s, u"--prefix"_s, prefix()});
+        const QString build =
+            qEnvironmentVariable("TARVIX_PACKAGE_BUILD", tx::test::programsFolder() + u"/.."_s);
+        const auto installed = runProcess(u"cmake"_s, {u"--install"_s, build, u"--prefix"_s, prefix()});
         ASSERT_EQ(installed.status, 0) << installed.errors.constData();
     }
     QString prefix() const { return path(u"prefix"_s); }
