@@ -153,6 +153,7 @@ public:
     /// The archive is complete, at `downloadPath`.
     [[nodiscard]] bool isDownloaded() const;
     /// For a host that downloads updates itself: states that the file at `downloadPath` is complete.
+    /// Has no effect, and is logged, while the framework downloads or installs the update.
     void setDownloaded(bool downloaded);
     /// True from downloadWithProgress() until just before its handler is called.
     [[nodiscard]] bool isDownloading() const;
@@ -179,10 +180,11 @@ public:
 
     /// True from installWithErrorHandler() until its handler is called or the process ends.
     [[nodiscard]] bool isInstalling() const;
-    /// What setInstalled() stored; a failed installation clears it. The framework does not set it: a
-    /// successful installation ends the process.
+    /// What setInstalled() stored, until the framework downloads or installs the update again. The framework
+    /// does not set it: a successful installation ends the process.
     [[nodiscard]] bool isInstalled() const;
     /// For a host that installs updates itself. The framework does not call this function.
+    /// Has no effect, and is logged, while the framework downloads or installs the update.
     void setInstalled(bool installed);
 
     /// Installs the downloaded update: verifies the archive if the application has keys, unpacks it, and asks
