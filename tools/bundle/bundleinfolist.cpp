@@ -24,12 +24,13 @@ Result<QByteArray> contentOf(const QString &path) {
     return file.readAll();
 }
 
-/// Reads the keys in NAME.pub and, if it exists, NAME-spare.pub.
+/// Reads the keys in NAME.pub and, if it exists, NAME-spare.pub. A key that two names lead to comes once.
 Result<QVariantList> publicKeysOf(const QStringList &names) {
     QVariantList keys;
     for (const QString &name : names) {
-        for (const QString &file : {name + u".pub"_s, name + u"-spare.pub"_s}) {
-            if (file.endsWith(u"-spare.pub") && !QFileInfo::exists(file))
+        const QString spare = name + u"-spare.pub"_s;
+        for (const QString &file : {name + u".pub"_s, spare}) {
+            if (file == spare && !QFileInfo::exists(file))
                 continue;
             const Result<QByteArray> content = contentOf(file);
             if (!content)
@@ -39,7 +40,9 @@ Result<QVariantList> publicKeysOf(const QStringList &names) {
                 return problem(u"%1 is not a public key"_s.arg(file),
                                u"a comment and a line with the key were expected"_s,
                                u"Make keys with txupdate keygen."_s);
-            keys << QString(u"minisign:"_s + QString::fromLatin1(lines[1].trimmed()));
+            const QString key = u"minisign:"_s + QString::fromLatin1(lines[1].trimmed());
+            if (!keys.contains(key))
+                keys << key;
         }
     }
     return keys;
