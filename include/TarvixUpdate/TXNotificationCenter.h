@@ -15,7 +15,7 @@
 ///                              ...
 ///                      });
 ///
-/// Thread: main. Ownership: the framework's; it exists until the process ends.
+/// Thread: main. Ownership: the library owns it; it exists until the process ends.
 class TX_EXPORT TXNotificationCenter final : public QObject {
     Q_OBJECT
 public:

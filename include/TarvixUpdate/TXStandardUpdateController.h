@@ -26,7 +26,7 @@ Q_ENUM_NS(TXStandardUpdateControllerStatus)
 } // namespace TXStandardUpdateControllerEnumerations
 
 /// The host's side of the standard controller: answers its questions and receives its notifications. Thread:
-/// all calls arrive on the main thread. Ownership: the host's.
+/// all calls arrive on the main thread. Ownership: the application owns its delegate.
 class TX_EXPORT TXStandardUpdateControllerDelegate {
 public:
     virtual ~TXStandardUpdateControllerDelegate();
@@ -65,8 +65,8 @@ public:
 ///     connect(checkAction, &QAction::triggered, &updates,
 ///             [&] { updates.checkForUpdateAndShowChecking(true, true); });
 ///
-/// Thread: main. Ownership: the parent's, or the host's if there is no parent. Keep the controller as long as
-/// the application runs. The controller becomes the shared updater's delegate.
+/// Thread: main. Ownership: the parent owns the controller; without a parent, the application owns it and
+/// must keep it until it ends. The controller becomes the shared updater's delegate.
 class TX_EXPORT TXStandardUpdateController final : public QObject, public TXUpdaterDelegate {
     Q_OBJECT
     Q_DISABLE_COPY_MOVE(TXStandardUpdateController)

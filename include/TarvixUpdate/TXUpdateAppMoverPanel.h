@@ -4,7 +4,7 @@
 #include <TarvixUpdate/TXWindowController.h>
 
 /// A window for hosts that explain the move in their own words. The mover itself shows an alert instead.
-/// Thread: main. Ownership: the parent's, or the caller's if there is no parent.
+/// Thread: main. Ownership: the parent owns the panel; without a parent, the caller owns it.
 class TX_EXPORT TXUpdateAppMoverPanel : public TXWindowController {
     Q_OBJECT
 public:

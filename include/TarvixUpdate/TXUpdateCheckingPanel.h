@@ -24,7 +24,7 @@ protected:
 
 /// The small modal panel of a visible check. It shows "Checking for update…" with a Cancel button, and, if
 /// nothing newer was found, that the application is up to date, with an OK button. One panel serves all
-/// checks. Thread: main. Ownership: the caller's. Errors: see updateCheckingPanel().
+/// checks. Thread: main. Ownership: the caller owns the panel. Errors: see updateCheckingPanel().
 class TX_EXPORT TXUpdateCheckingPanel final : public QDialog {
     Q_OBJECT
 public:

@@ -14,7 +14,7 @@ class TXStandardUpdateController;
 class TXUpdater;
 
 /// The host's side of the updater: answers its questions and receives its notifications. Thread: all calls
-/// arrive on the main thread. Ownership: the host's.
+/// arrive on the main thread. Ownership: the application owns its delegate.
 class TX_EXPORT TXUpdaterDelegate {
 public:
     virtual ~TXUpdaterDelegate();
@@ -45,8 +45,8 @@ public:
 ///     updater->checkForUpdate([](const TXUpdateFeedPtr &feed, const TXError &error) { ... });
 ///
 /// Settings live in the application's user defaults under the TXUpdatePref keys.
-/// Thread: properties and signals on the main thread, checkForUpdate on any. Ownership: lives as long as the
-/// process. Errors: those of TXUpdateFeed, passed on unchanged.
+/// Thread: properties and signals on the main thread, checkForUpdate on any. Ownership: the library owns the
+/// updater until the process ends. Errors: those of TXUpdateFeed, passed on unchanged.
 class TX_EXPORT TXUpdater final : public QObject {
     Q_OBJECT
     Q_DISABLE_COPY_MOVE(TXUpdater)

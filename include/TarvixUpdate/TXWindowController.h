@@ -8,8 +8,8 @@
 #include <memory>
 
 /// Owns a window whose content is loaded from an interface file of the framework. The window is loaded on
-/// first use. Thread: main. Ownership: the parent's, or the caller's if there is no parent. Errors: see
-/// window().
+/// first use. Thread: main. Ownership: the parent owns the controller; without a parent, the caller owns it.
+/// Errors: see window().
 class TX_EXPORT TXWindowController : public QObject {
     Q_OBJECT
 public:

@@ -17,9 +17,9 @@ public:
     LimitedWork(const LimitedWork &) = delete;
     LimitedWork &operator=(const LimitedWork &) = delete;
 
-    /// Runs `work` on a thread of its own and waits for its end. Returns whether it has ended; false after
-    /// `limit`, and as soon as the end of the application begins. While an abandoned thread of an earlier
-    /// call still runs, `work` is not run and the result is false at once, so that threads do not pile up.
+    /// Runs `work` on a new thread and waits until it ends. Returns whether it has ended: false if it takes
+    /// longer than `limit`, or if the application begins to end. If an abandoned thread of an earlier call is
+    /// still running, returns false immediately without running `work`, so that threads do not accumulate.
     /// `work` must own everything that it uses, and may use no static object that is ever destroyed.
     [[nodiscard]] bool run(std::chrono::milliseconds limit, std::function<void()> work);
 

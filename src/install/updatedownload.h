@@ -14,8 +14,8 @@ namespace tx {
 
 struct Services;
 
-/// The running download of one update. Thread: main. Ownership: the update's; it also keeps itself alive
-/// while it reports.
+/// The running download of one update. Thread: main. Ownership: the update owns it; it also keeps itself
+/// alive while it reports.
 class UpdateDownload final : public UrlDownloadDelegate, public std::enable_shared_from_this<UpdateDownload> {
 public:
     /// Who started a download. A download by the user cancels automatic ones. An automatic download starts
@@ -72,9 +72,10 @@ private:
 /// The file name of a stored archive: "<suggested name> - <version>.<extension>", without a "txt" extension
 /// of the suggested name. It never contains a path, and is valid on every file system.
 ///
-/// A complete file of that name is used again, so a name must never stand for two builds. If the suggested
-/// name or the version must be changed to be valid, "=" and a digest of both and of the URL follow the
-/// version.
+/// The download is skipped if the folder contains a complete file of that name, so two builds must never have
+/// the same name. Invalid characters in the suggested name or the version are replaced, and long texts are
+/// shortened. To keep the name unique in that case, "=" and a digest of the suggested name, the version and
+/// the URL are appended to the version.
 [[nodiscard]] QString downloadFileName(const QString &suggestedName, const QString &version, const QUrl &url);
 
 } // namespace tx

@@ -17,7 +17,8 @@ public:
 
     /// Absolute, without "/" at the end.
     [[nodiscard]] QString path() const { return m_path; }
-    /// The lock file beside the folder. Whoever downloads into the folder or installs from it holds the lock.
+    /// The lock file beside the folder. A process that downloads into the folder or installs from it
+    /// holds the lock.
     [[nodiscard]] QString lockPath() const;
     /// The path of the entry `name`, for example of an archive.
     [[nodiscard]] QString pathOf(const QString &name) const { return m_path + u'/' + name; }

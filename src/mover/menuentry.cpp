@@ -64,7 +64,8 @@ QByteArray contentOf(const QString &path, quint64 largest) {
     return valueOf(files.readFile(path));
 }
 
-/// Refuses a data folder that another user owns or can change, such as that of the user for whom root runs.
+/// Refuses a data folder that another user owns or can write to, such as a user's folder if the process is
+/// root.
 /// Folders that do not exist yet are judged by the nearest one that does.
 TXError checkDataFolder(const QString &data) {
     QString existing = data;
@@ -116,7 +117,7 @@ bool isFileOf(const QString &stem, const QString &file) {
     return file == u"mime/packages/"_s + stem + u".xml"_s || (match.hasMatch() && match.captured(1) == stem);
 }
 
-/// The files that an entry lists, without those that cannot be its own.
+/// Returns the files that an entry lists, except those that cannot belong to it.
 QStringList filesOf(const QByteArray &entry, const QString &stem) {
     QStringList result;
     for (const QString &file : entryList(entry, entryFilesKey)) {

@@ -89,7 +89,7 @@ Result<RemovedApplication> removeApplication(const QString &path) {
     const TXBundle bundle(removed.bundlePath);
     if (bundle.bundleIdentifier().isEmpty())
         return refusal(what, u"It is not an application: it has no Info.plist with a CFBundleIdentifier."_s);
-    // Nobody updates or moves it meanwhile.
+    // The lock keeps updates and moves of the application away until it is removed.
     const auto lock = files.lockApplication(removed.bundlePath);
     if (!lock && lock.error().code() == EWOULDBLOCK)
         return refusal(what, u"It is being updated or moved by another program."_s, u"Try again later."_s);

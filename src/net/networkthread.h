@@ -22,7 +22,7 @@ public:
 
     /// Runs `work` on the thread, in order. Dropped when the application is ending. Thread: any.
     void post(std::function<void(QNetworkAccessManager &)> work);
-    /// As post(), but runs `work` at once when called on the thread.
+    /// As post(), but runs `work` immediately if called on this thread.
     void run(std::function<void(QNetworkAccessManager &)> work);
     /// Runs `work` on the thread and waits; does nothing when the thread has ended. Thread: any but itself.
     void runAndWait(const std::function<void()> &work);

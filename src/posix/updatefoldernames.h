@@ -18,7 +18,8 @@ inline constexpr char environmentRecordName[] = "TXUpdateInstaller.environment";
 inline constexpr char incompleteDownloadName[] = ".txupdate-download";
 /// The contents of an archive that has not been unpacked completely.
 inline constexpr char incompleteUnpackingName[] = ".txupdate-unpacking";
-/// Follows the folder's own path: the lock of whoever downloads into the folder or installs from it.
+/// Suffix of the folder's path: the lock file of a process that downloads into the folder or installs from
+/// it.
 inline constexpr char updateFolderLockSuffix[] = ".lock";
 
 } // namespace tx

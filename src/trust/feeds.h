@@ -40,15 +40,15 @@ struct WantedFeed {
 /// expired: see judgeFreshness() (src/trust/freshness.h).
 class VerifiedFeed {
 public:
-    /// `document` is the server's response after content decoding. The part for the parser is prepared in
-    /// place, and overwrites the end of the first line. A refused document is not changed. Faults: Unsigned,
-    /// FeedLine, Signature, Forged, Mismatch.
+    /// `document` is the server's response after content decoding. verify() prepares the parser's input in
+    /// place, which overwrites the end of the first line. It does not change a document that it refuses.
+    /// Faults: Unsigned, FeedLine, Signature, Forged, Mismatch.
     static Outcome<VerifiedFeed> verify(const PublicKeys &keys, std::span<char> document,
                                         const WantedFeed &wanted);
 
     [[nodiscard]] const FeedClaim &claim() const { return m_claim; }
     [[nodiscard]] FeedFormat format() const { return m_format; }
-    /// Offset of the part for the parser, which reaches to the end of the document.
+    /// Offset in `document` at which the parser's input begins. The input ends with the document.
     [[nodiscard]] size_t documentAt() const { return m_documentAt; }
 
 private:
