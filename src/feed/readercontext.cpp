@@ -28,13 +28,9 @@ QString reasonAgainstSignatures(const FeedEntry &entry, const ReaderContext &con
         return {};
     if (!isFeedAddress(entry.bytes(FeedEntry::Member::DownloadURL)))
         return context.isSigned ? QString() : u"it names only a web page, and the feed is not signed"_s;
-    const trust::Outcome<trust::ArchiveSignatures> signatures = EntrySignatures::of(entry).parse();
-    const trust::Verdict refused =
-        signatures ? trust::ArchiveProof::examine(*context.trust->keys, *signatures,
-                                                  {context.trust->bundle,
-                                                   std::string(entry.bytes(FeedEntry::Member::Build)),
-                                                   context.trust->feedName})
-                   : trust::Verdict(signatures.fault());
+    const trust::Verdict refused = examineSignatures(
+        entry, *context.trust->keys,
+        {context.trust->bundle, std::string(entry.bytes(FeedEntry::Member::Build)), context.trust->feedName});
     if (!refused)
         return {};
     const QString reason = u"no usable signature: "_s + QString::fromStdString(refused->what);

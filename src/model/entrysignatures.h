@@ -23,4 +23,9 @@ struct EntrySignatures {
     [[nodiscard]] trust::Outcome<trust::ArchiveSignatures> parse() const;
 };
 
+/// Returns why none of the keys can verify the archive of an entry; absent if one may. Does not verify: that
+/// is done later, and only for the update that is chosen. Copies no signature, because feeds are long.
+[[nodiscard]] trust::Verdict examineSignatures(const FeedEntry &entry, const trust::PublicKeys &keys,
+                                               const trust::WantedArchive &wanted);
+
 } // namespace tx

@@ -8,6 +8,7 @@
 #include <charconv>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 #include <ctime>
 #include <utility>
 
@@ -296,8 +297,23 @@ bool hasDistinctKeys(const Dictionary &dictionary) {
     return std::adjacent_find(keys.begin(), keys.end()) == keys.end();
 }
 
+/// The length of the blocks of eight bytes at the front in which no byte is NUL or above 127. Text in feeds
+/// is mostly like that, and a byte at a time takes ten times as long.
+static size_t plainBlocksAtTheFront(std::string_view text) {
+    constexpr uint64_t lowestBits = 0x0101010101010101;
+    constexpr uint64_t highestBits = 0x8080808080808080;
+    size_t length = 0;
+    for (uint64_t block = 0; length + sizeof block <= text.size(); length += sizeof block) {
+        std::memcpy(&block, text.data() + length, sizeof block);
+        // Without highest bits, subtracting one sets the highest bit of a byte only if a byte is zero.
+        if (((block | (block - lowestBits)) & highestBits) != 0)
+            break;
+    }
+    return length;
+}
+
 bool isText(std::string_view text) {
-    for (size_t i = 0; i < text.size();) {
+    for (size_t i = plainBlocksAtTheFront(text); i < text.size();) {
         const auto first = static_cast<unsigned char>(text[i]);
         const size_t length = first < 0x80 ? 1 : first < 0xC2 ? 0 : first < 0xE0 ? 2 : first < 0xF0 ? 3 : 4;
         if (first == 0 || length == 0 || first > 0xF4 || length > text.size() - i)
@@ -313,6 +329,8 @@ bool isText(std::string_view text) {
         if (character < least[length] || character > 0x10FFFF || (character >= 0xD800 && character < 0xE000))
             return false;
         i += length;
+        if (length > 1)
+            i += plainBlocksAtTheFront(text.substr(i));
     }
     return true;
 }

@@ -22,7 +22,7 @@ Fault mismatch(const std::string &what, const std::string &found, const std::str
 
 /// A word's value decoded; the fault says what is missing.
 Outcome<std::string> decoded(const Words &words, std::string_view name) {
-    const std::string *value = words.value(name);
+    const std::optional<std::string_view> value = words.value(name);
     if (!value)
         return malformed("the word \"" + std::string(name) + ":\" is missing in the trusted comment");
     std::optional<std::string> text = decodeValue(*value);
@@ -61,7 +61,7 @@ Outcome<ArchiveClaim> parseArchiveComment(const Words &words) {
             return value.fault();
         *member = *std::move(value);
     }
-    const std::string *size = words.value("size");
+    const std::optional<std::string_view> size = words.value("size");
     const std::optional<uint64_t> number = size ? parseNumber(*size) : std::nullopt;
     if (!number)
         return malformed("a number of bytes was expected behind \"size:\" in the trusted comment, \"" +
@@ -91,22 +91,23 @@ Outcome<PlainSignature> PlainSignature::parse(std::string_view signature, std::s
 
 Outcome<ArchiveProof> ArchiveProof::find(const PublicKeys &keys, const ArchiveSignatures &signatures,
                                          const WantedArchive &wanted) {
-    return find(keys, signatures, wanted, Comments::Verified);
+    return find(keys, viewsOf(signatures.texts), signatures.plain, wanted, Comments::Verified);
 }
 
-Verdict ArchiveProof::examine(const PublicKeys &keys, const ArchiveSignatures &signatures,
-                              const WantedArchive &wanted) {
-    const Outcome<ArchiveProof> proof = find(keys, signatures, wanted, Comments::Unverified);
+Verdict ArchiveProof::examine(const PublicKeys &keys, std::span<const std::string_view> texts,
+                              const std::optional<PlainSignature> &plain, const WantedArchive &wanted) {
+    const Outcome<ArchiveProof> proof = find(keys, texts, plain, wanted, Comments::Unverified);
     return proof ? Verdict() : proof.fault();
 }
 
-Outcome<ArchiveProof> ArchiveProof::find(const PublicKeys &keys, const ArchiveSignatures &signatures,
+Outcome<ArchiveProof> ArchiveProof::find(const PublicKeys &keys, std::span<const std::string_view> given,
+                                         const std::optional<PlainSignature> &plain,
                                          const WantedArchive &wanted, Comments comments) {
     ArchiveProof proof;
     Outcome<std::vector<UsableText>> texts =
-        usableTexts(signatures.texts, archiveWord, keys, &PublicKeys::archiveKey, comments);
+        usableTexts(given, archiveWord, keys, &PublicKeys::archiveKey, comments);
     if (texts) {
-        Outcome<ArchiveClaim> claim = parseArchiveComment(texts->front().text.words);
+        Outcome<ArchiveClaim> claim = parseArchiveComment(texts->front().text.words());
         if (!claim)
             return claim.fault();
         if (const Verdict refused = compare(*claim, wanted))
@@ -119,10 +120,10 @@ Outcome<ArchiveProof> ArchiveProof::find(const PublicKeys &keys, const ArchiveSi
     std::copy_if(keys.all().begin(), keys.all().end(), std::back_inserter(proof.m_plainKeys),
                  [](const PublicKey &key) { return key.use == KeyUse::PlainArchives; });
     // A bad signature text is an error, whatever else there is.
-    if (texts.fault().kind != FaultKind::Unsigned || !signatures.plain || proof.m_plainKeys.empty())
+    if (texts.fault().kind != FaultKind::Unsigned || !plain || proof.m_plainKeys.empty())
         return texts.fault();
-    proof.m_size = signatures.plain->size;
-    proof.m_plain = signatures.plain->bytes;
+    proof.m_size = plain->size;
+    proof.m_plain = plain->bytes;
     return proof;
 }
 

@@ -60,7 +60,8 @@ public:
 
     /// Does those checks of find() that need no verification. Verifying a signature takes a hundred times as
     /// long, so only the chosen entry of a feed is verified.
-    [[nodiscard]] static Verdict examine(const PublicKeys &keys, const ArchiveSignatures &signatures,
+    [[nodiscard]] static Verdict examine(const PublicKeys &keys, std::span<const std::string_view> texts,
+                                         const std::optional<PlainSignature> &plain,
                                          const WantedArchive &wanted);
 
     /// Absent with a plain signature, which says nothing of identifier and build.
@@ -75,8 +76,9 @@ public:
 
 private:
     friend class VerifiedArchive;
-    static Outcome<ArchiveProof> find(const PublicKeys &keys, const ArchiveSignatures &signatures,
-                                      const WantedArchive &wanted, Comments comments);
+    static Outcome<ArchiveProof> find(const PublicKeys &keys, std::span<const std::string_view> texts,
+                                      const std::optional<PlainSignature> &plain, const WantedArchive &wanted,
+                                      Comments comments);
     /// Compares the bytes themselves, which only a plain signature needs.
     [[nodiscard]] Verdict checkBytes(const unsigned char *bytes, size_t size) const;
     [[nodiscard]] bool needsBytes() const { return !m_claim; }

@@ -21,12 +21,32 @@ bool isPlain(char c) {
     return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || isDigit(c) || c == '.' || c == '_';
 }
 
+/// Whether the byte at `i` needs no %XX.
+bool isWrittenUnchanged(std::string_view text, size_t i) {
+    return isPlain(text[i]) || (text[i] == '-' && (i == 0 || text[i - 1] != '-'));
+}
+
 void appendEscaped(std::string &text, char c) {
     const auto byte = static_cast<unsigned char>(c);
     text += '%';
     text += hexDigits[byte >> 4U];
     text += hexDigits[byte & 0xFU];
 }
+
+/// In the values of characters that are none of Base64.
+constexpr uint8_t notBase64 = 0x80;
+
+/// The value of each character in Base64.
+constexpr std::array<uint8_t, 256> makeBase64Values() {
+    constexpr std::string_view characters =
+        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    std::array<uint8_t, 256> values{};
+    values.fill(notBase64);
+    for (size_t i = 0; i < characters.size(); ++i)
+        values[static_cast<unsigned char>(characters[i])] = static_cast<uint8_t>(i);
+    return values;
+}
+constexpr std::array<uint8_t, 256> base64Values = makeBase64Values();
 
 /// The number in the digits at `from`.
 int number(std::string_view text, size_t from, size_t count) {
@@ -46,20 +66,51 @@ std::string base64(const unsigned char *bytes, size_t size) {
 }
 
 bool decodeBase64(std::string_view text, unsigned char *bytes, size_t size) {
+    if (text.size() != (size + 2) / 3 * 4)
+        return false;
+    const auto value = [](char c) { return uint32_t(base64Values[static_cast<unsigned char>(c)]); };
+    uint32_t all = 0; // has a bit of notBase64 if one of the characters is none
+    size_t from = 0;
+    size_t to = 0;
+    for (; to + 3 <= size; from += 4, to += 3) {
+        const uint32_t a = value(text[from]);
+        const uint32_t b = value(text[from + 1]);
+        const uint32_t c = value(text[from + 2]);
+        const uint32_t d = value(text[from + 3]);
+        all |= a | b | c | d;
+        bytes[to] = static_cast<unsigned char>(a << 2U | b >> 4U);
+        bytes[to + 1] = static_cast<unsigned char>(b << 4U | c >> 2U);
+        bytes[to + 2] = static_cast<unsigned char>(c << 6U | d);
+    }
+    if (to == size)
+        return (all & notBase64) == 0;
+    // One or two bytes are left. The bits that they do not need must be zero, so that bytes have one form.
+    const bool areTwo = to + 2 == size;
+    const uint32_t a = value(text[from]);
+    const uint32_t b = value(text[from + 1]);
+    const uint32_t c = areTwo ? value(text[from + 2]) : 0;
+    const uint32_t unused = areTwo ? c & 0x3U : b & 0xFU;
+    bytes[to] = static_cast<unsigned char>(a << 2U | b >> 4U);
+    if (areTwo)
+        bytes[to + 1] = static_cast<unsigned char>(b << 4U | c >> 2U);
+    return ((all | a | b | c) & notBase64) == 0 && unused == 0 &&
+           text.substr(from + (areTwo ? 3 : 2)) == (areTwo ? "=" : "==");
+}
+
+bool decodeSecretBase64(std::string_view text, unsigned char *bytes, size_t size) {
     // What libsodium lets through does not matter: the bytes have one written form, which is compared.
     (void)sodium_base642bin(bytes, size, text.data(), text.size(), nullptr, nullptr, nullptr,
                             sodium_base64_VARIANT_ORIGINAL);
     std::string again = base64(bytes, size);
     const bool isSame = again == text;
-    sodium_memzero(again.data(), again.size()); // a secret key is read with this, too
+    sodium_memzero(again.data(), again.size());
     return isSame;
 }
 
 std::string encodeValue(std::string_view text) {
     std::string result;
     for (size_t i = 0; i < text.size(); ++i) {
-        const bool isSingleDash = text[i] == '-' && (i == 0 || text[i - 1] != '-');
-        if (isPlain(text[i]) || isSingleDash)
+        if (isWrittenUnchanged(text, i))
             result += text[i];
         else
             appendEscaped(result, text[i]);
@@ -68,6 +119,11 @@ std::string encodeValue(std::string_view text) {
 }
 
 std::optional<std::string> decodeValue(std::string_view value) {
+    size_t unchanged = 0;
+    while (unchanged < value.size() && isWrittenUnchanged(value, unchanged))
+        ++unchanged;
+    if (unchanged == value.size())
+        return std::string(value);
     std::string result;
     for (size_t i = 0; i < value.size(); ++i) {
         if (value[i] != '%') {

@@ -12,8 +12,11 @@
 namespace tx::trust {
 
 [[nodiscard]] std::string base64(const unsigned char *bytes, size_t size);
-/// Fills exactly `size` bytes. False unless `text` is what base64() makes of them.
+/// Fills exactly `size` bytes. Returns false unless `text` is what base64() makes of them. Its time depends
+/// on the text, which must not be secret.
 [[nodiscard]] bool decodeBase64(std::string_view text, unsigned char *bytes, size_t size);
+/// The same for secret bytes: takes ten times as long, but always the same time.
+[[nodiscard]] bool decodeSecretBase64(std::string_view text, unsigned char *bytes, size_t size);
 
 /// Encodes a value of a trusted comment: %XX replaces every byte of `text` other than A-Z a-z 0-9 . _ and
 /// "-". It also replaces a "-" after another "-", because an XML comment must not contain "--".

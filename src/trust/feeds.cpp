@@ -7,7 +7,7 @@ namespace tx::trust {
 
 namespace {
 
-Fault malformed(std::string_view name, const std::string *value, const std::string &expected) {
+Fault malformed(std::string_view name, std::optional<std::string_view> value, const std::string &expected) {
     return {FaultKind::Signature, expected + " was expected behind \"" + std::string(name) +
                                       ":\" in the trusted comment of the feed, \"" +
                                       (value ? shown(*value) : "") + "\" was found"};
@@ -29,18 +29,18 @@ std::string feedComment(const FeedClaim &claim) {
 Outcome<FeedClaim> parseFeedComment(const Words &words) {
     FeedClaim claim;
     for (const auto &[name, member] : {std::pair{"bundle", &claim.bundle}, std::pair{"feed", &claim.feed}}) {
-        const std::string *value = words.value(name);
+        const std::optional<std::string_view> value = words.value(name);
         const std::optional<std::string> text = value ? decodeValue(*value) : std::nullopt;
         if (!text)
             return malformed(name, value, "UTF-8 with %XX");
         *member = *text;
     }
-    const std::string *serial = words.value("serial");
+    const std::optional<std::string_view> serial = words.value("serial");
     const std::optional<uint64_t> number = serial ? parseNumber(*serial) : std::nullopt;
     if (!number)
         return malformed("serial", serial, "A number of seconds");
     claim.serial = *number;
-    const std::string *expires = words.value("expires");
+    const std::optional<std::string_view> expires = words.value("expires");
     if (!expires || *expires != "never") {
         claim.expires = expires ? parseDate(*expires) : std::nullopt;
         if (!claim.expires)
@@ -65,13 +65,13 @@ Outcome<VerifiedFeed> VerifiedFeed::verify(const PublicKeys &keys, std::span<cha
                      "the feed has no signature: its first line is not one. Sign it with "
                      "\"txupdate feed sign\""};
     const Outcome<std::vector<UsableText>> texts =
-        usableTexts((*line)->texts, feedWord, keys, &PublicKeys::feedKey);
+        usableTexts(viewsOf((*line)->texts), feedWord, keys, &PublicKeys::feedKey);
     if (!texts)
         return texts.fault();
     const std::string_view body = all.substr((*line)->bodyAt);
     if (const Verdict forged = verifyAll(*texts, digestOf(body), "feed"))
         return *forged;
-    Outcome<FeedClaim> claim = parseFeedComment(texts->front().text.words);
+    Outcome<FeedClaim> claim = parseFeedComment(texts->front().text.words());
     if (!claim)
         return claim.fault();
     if (claim->bundle != wanted.bundle)

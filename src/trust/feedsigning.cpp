@@ -43,9 +43,9 @@ Outcome<std::optional<uint64_t>> serialOf(const std::vector<std::string> &texts)
         const Outcome<SignatureText> parsed = SignatureText::parse(text);
         if (!parsed)
             return parsed.fault();
-        if (parsed->words.first() != feedWord)
+        if (parsed->words().first() != feedWord)
             continue;
-        const Outcome<FeedClaim> claim = parseFeedComment(parsed->words);
+        const Outcome<FeedClaim> claim = parseFeedComment(parsed->words());
         if (!claim)
             return claim.fault();
         result = std::max(result.value_or(0), claim->serial);

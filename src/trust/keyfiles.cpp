@@ -141,7 +141,7 @@ Outcome<SecretKeyFile> SecretKeyFile::parse(std::string_view content) {
     const Fault fault{FaultKind::Keys,
                       "a secret key file of minisign was expected: a comment line and a line of Base64"};
     Secret bytes(fileBytes);
-    if (!decodeBase64(lineBelowComment(content), bytes.data(), bytes.size()))
+    if (!decodeSecretBase64(lineBelowComment(content), bytes.data(), bytes.size()))
         return fault;
     const std::string_view view = bytes.view();
     const bool isEncrypted = view.substr(derivationAt, 2) == scrypt;

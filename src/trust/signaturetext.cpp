@@ -27,6 +27,34 @@ std::string_view viewOf(const std::array<unsigned char, 64> &bytes) {
     return {reinterpret_cast<const char *>(bytes.data()), bytes.size()};
 }
 
+/// A word of a trusted comment, "name:value".
+struct Word {
+    std::string_view text;
+    std::string_view name;
+    std::string_view value;
+};
+
+/// Takes the first word and the blank behind it off `rest`, which is null after the last one.
+Word takeWord(std::string_view &rest) {
+    Word word;
+    const size_t end = std::min(rest.find(' '), rest.size());
+    word.text = rest.substr(0, end);
+    rest = end == rest.size() ? std::string_view() : rest.substr(end + 1);
+    const size_t colon = std::min(word.text.find(':'), word.text.size());
+    word.name = word.text.substr(0, colon);
+    if (colon < word.text.size())
+        word.value = word.text.substr(colon + 1);
+    return word;
+}
+
+std::vector<std::string_view> sortedWords(std::string_view comment) {
+    std::vector<std::string_view> words;
+    while (comment.data())
+        words.push_back(takeWord(comment).text);
+    std::sort(words.begin(), words.end());
+    return words;
+}
+
 bool isWordName(std::string_view name) {
     return !name.empty() &&
            std::all_of(name.begin(), name.end(), [](char c) { return (c >= 'a' && c <= 'z') || c == '-'; });
@@ -35,44 +63,41 @@ bool isWordName(std::string_view name) {
 } // namespace
 
 Outcome<Words> Words::parse(std::string_view comment) {
-    Words result;
-    for (size_t begin = 0; begin <= comment.size();) {
-        const size_t end = std::min(comment.find(' ', begin), comment.size());
-        const std::string_view word = comment.substr(begin, end - begin);
-        const size_t colon = std::min(word.find(':'), word.size());
-        const std::string_view name = word.substr(0, colon);
-        if (!isWordName(name) || colon + 1 >= word.size())
+    std::vector<std::string_view> names;
+    std::string_view rest = comment;
+    do {
+        const Word word = takeWord(rest);
+        if (!isWordName(word.name) || word.value.empty())
             return malformed(
                 "words of the form name:value with one blank between them were expected in the trusted "
                 "comment, \"" +
-                shown(word) + "\" was found");
-        if (begin == 0) {
-            result.m_first = word;
-        } else if (result.value(name) ||
-                   result.m_first.compare(0, name.size() + 1, std::string(name) + ':') == 0) {
-            return malformed("the word \"" + shown(name) + "\" occurs twice in the trusted comment");
-        } else {
-            result.m_words.emplace_back(name, word.substr(colon + 1));
-        }
-        begin = end + 1;
-    }
-    return result;
+                shown(word.text) + "\" was found");
+        names.push_back(word.name);
+    } while (rest.data());
+    std::sort(names.begin(), names.end());
+    if (const auto twice = std::adjacent_find(names.begin(), names.end()); twice != names.end())
+        return malformed("the word \"" + shown(*twice) + "\" occurs twice in the trusted comment");
+    return Words(comment);
 }
 
-const std::string *Words::value(std::string_view name) const {
-    for (const auto &[known, value] : m_words) {
-        if (known == name)
-            return &value;
+std::string_view Words::first() const {
+    std::string_view rest = m_comment;
+    return takeWord(rest).text;
+}
+
+std::optional<std::string_view> Words::value(std::string_view name) const {
+    std::string_view rest = m_comment;
+    takeWord(rest);
+    while (rest.data()) {
+        const Word word = takeWord(rest);
+        if (word.name == name)
+            return word.value;
     }
-    return nullptr;
+    return std::nullopt;
 }
 
 bool Words::isSame(const Words &other) const {
-    auto mine = m_words;
-    auto others = other.m_words;
-    std::sort(mine.begin(), mine.end());
-    std::sort(others.begin(), others.end());
-    return m_first == other.m_first && mine == others;
+    return first() == other.first() && sortedWords(m_comment) == sortedWords(other.m_comment);
 }
 
 Outcome<SignatureText> SignatureText::parse(std::string_view text) {
@@ -112,10 +137,8 @@ Outcome<SignatureText> SignatureText::parse(std::string_view text) {
     if (!decodeBase64(lines[3], result.commentSignature.data(), result.commentSignature.size()))
         return malformed("the Base64 of 64 bytes was expected in the fourth line of a signature, \"" +
                          shown(lines[3]) + "\" was found");
-    Outcome<Words> words = Words::parse(result.comment);
-    if (!words)
+    if (const Outcome<Words> words = Words::parse(result.comment); !words)
         return words.fault();
-    result.words = *std::move(words);
     return result;
 }
 
@@ -179,7 +202,11 @@ std::string escapeLineFeeds(std::string_view text) {
     return result;
 }
 
-Outcome<std::vector<UsableText>> usableTexts(const std::vector<std::string> &texts,
+std::vector<std::string_view> viewsOf(const std::vector<std::string> &texts) {
+    return {texts.begin(), texts.end()};
+}
+
+Outcome<std::vector<UsableText>> usableTexts(std::span<const std::string_view> texts,
                                              std::string_view firstWord, const PublicKeys &keys,
                                              KeyLookup keyOf, Comments comments) {
     if (texts.empty())
@@ -187,28 +214,28 @@ Outcome<std::vector<UsableText>> usableTexts(const std::vector<std::string> &tex
     if (texts.size() > mostTexts)
         return malformed("at most 8 signatures were expected, these are " + std::to_string(texts.size()));
     size_t bytes = 0;
-    for (const std::string &text : texts)
+    for (const std::string_view text : texts)
         bytes += text.size();
     if (bytes > mostTextBytes)
         return malformed("at most 64 KiB of signatures were expected, these are " + std::to_string(bytes) +
                          " bytes");
     std::vector<UsableText> result;
     std::string skipped;
-    for (const std::string &text : texts) {
+    for (const std::string_view text : texts) {
         Outcome<SignatureText> parsed = SignatureText::parse(text);
         if (!parsed)
             return parsed.fault();
         const PublicKey *key = (keys.*keyOf)(parsed->number);
-        if (!key || parsed->words.first() != firstWord) {
+        if (!key || parsed->words().first() != firstWord) {
             skipped += "; one is by key " + keyNumberText(parsed->number) + ", \"" +
-                       shown(parsed->words.first()) + "\"";
+                       shown(parsed->words().first()) + "\"";
             continue;
         }
         if (comments == Comments::Verified && !parsed->verifyComment(*key))
             return Fault{FaultKind::Forged, "the trusted comment of the signature by key " +
                                                 keyNumberText(key->number) +
                                                 " was changed after it was signed"};
-        if (!result.empty() && !result.front().text.words.isSame(parsed->words))
+        if (!result.empty() && !result.front().text.words().isSame(parsed->words()))
             return Fault{FaultKind::Mismatch,
                          "all signatures must have the same words in their trusted comments, these have \"" +
                              shown(result.front().text.comment) + "\" and \"" + shown(parsed->comment) +

@@ -4,9 +4,10 @@
 #include "trust/digest.h"
 #include "trust/publickeys.h"
 
+#include <optional>
+#include <span>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 /// Signatures as text: four lines in minisign's format, each terminated by a line feed.
@@ -25,21 +26,25 @@ inline constexpr std::string_view untrustedLine = "untrusted comment: txupdate";
 inline constexpr std::string_view trustedPrefix = "trusted comment: ";
 inline constexpr std::string_view prehashed = "ED"; ///< minisign's word for a signature over a digest
 
-/// The words after the first one, in the comment's order. Each name occurs only once.
+/// The words of a trusted comment. Each name occurs only once. A view: the comment must outlive it.
 class Words {
 public:
-    /// Of a trusted comment. Fault: Signature.
+    /// Fault: Signature.
     static Outcome<Words> parse(std::string_view comment);
 
-    [[nodiscard]] const std::string &first() const { return m_first; }
-    /// The value as written; null if there is no such word.
-    [[nodiscard]] const std::string *value(std::string_view name) const;
+    /// The first word, which names the signature's purpose.
+    [[nodiscard]] std::string_view first() const;
+    /// The value as written; absent if no word after the first has this name.
+    [[nodiscard]] std::optional<std::string_view> value(std::string_view name) const;
     /// Returns whether both have the same first word and the same other words in any order.
     [[nodiscard]] bool isSame(const Words &other) const;
 
 private:
-    std::string m_first;
-    std::vector<std::pair<std::string, std::string>> m_words;
+    friend struct SignatureText;
+    explicit Words(std::string_view comment)
+        : m_comment(comment) {}
+
+    std::string_view m_comment;
 };
 
 /// One parsed signature. It proves nothing until it is verified.
@@ -48,7 +53,9 @@ struct SignatureText {
     SignatureBytes signature{};        ///< over the digest
     std::string comment;               ///< the trusted one
     SignatureBytes commentSignature{}; ///< over `signature` and `comment`
-    Words words;
+
+    /// Of `comment`, which parse() has checked. They are valid until it changes.
+    [[nodiscard]] Words words() const { return Words(comment); }
 
     /// Fault: Signature, with what was found and advice.
     static Outcome<SignatureText> parse(std::string_view text);
@@ -64,6 +71,8 @@ Outcome<std::vector<std::string>> splitTexts(std::string_view joined);
 Outcome<std::vector<std::string>> splitEscapedTexts(std::string_view escaped);
 [[nodiscard]] std::string escapeLineFeeds(std::string_view text);
 
+[[nodiscard]] std::vector<std::string_view> viewsOf(const std::vector<std::string> &texts);
+
 /// A text whose comment one of the application's keys has signed, and that key.
 struct UsableText {
     PublicKey key;
@@ -77,7 +86,7 @@ enum class Comments { Verified, Unverified };
 /// Returns at least one. Their comments are verified and have the same words. Faults: Signature, Unsigned,
 /// Forged, Mismatch.
 using KeyLookup = const PublicKey *(PublicKeys::*)(const KeyNumber &number) const;
-Outcome<std::vector<UsableText>> usableTexts(const std::vector<std::string> &texts,
+Outcome<std::vector<UsableText>> usableTexts(std::span<const std::string_view> texts,
                                              std::string_view firstWord, const PublicKeys &keys,
                                              KeyLookup keyOf, Comments comments = Comments::Verified);
 

@@ -101,6 +101,18 @@ TEST_F(HostWithKeys, FeedThatAnyOfItsKeysSignedIsReadInBothFormats) {
     EXPECT_FALSE(fetched.feed->releaseTracks().contains(u"signature"_s)) << "the line is no track";
 }
 
+TEST_F(HostWithKeys, LongFeedIsVerifiedToItsEnd) {
+    QByteArray body = goodBody();
+    body.insert(body.lastIndexOf('}'), ",\n\"more\":[{\"title\":\"" + QByteArray(1 << 20, 'x') + "\"}]");
+    const QByteArray good = signedFeed(body);
+    expectTaken(good);
+    for (const qsizetype at : {good.size() / 8, good.size() / 2, good.size() - 100}) {
+        QByteArray changed = good;
+        changed[at] = 'y';
+        expectRefused(changed, TXUpdateErrorFeedNotGenuine, notGenuine, std::to_string(at));
+    }
+}
+
 TEST_F(HostWithKeys, FeedKeySignsFeedsOnly) {
     becomeHostWith({keyText(key(0)), keyText(key(1), "minisign-feed:")});
     expectTaken(signedFeed(goodBody(), {1}));

@@ -41,9 +41,10 @@ void lookAtTexts(const std::vector<std::string> &texts) {
             continue;
         }
         check(written(*parsed) == text);
-        check(parsed->words.isSame(parsed->words));
-        if (const auto claim = parseArchiveComment(parsed->words)) {
-            const auto again = Words::parse(archiveComment(*claim));
+        check(parsed->words().isSame(parsed->words()));
+        if (const auto claim = parseArchiveComment(parsed->words())) {
+            const std::string comment = archiveComment(*claim);
+            const auto again = Words::parse(comment);
             check(again && *parseArchiveComment(*again) == *claim);
         }
     }

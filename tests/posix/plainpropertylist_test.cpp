@@ -237,4 +237,39 @@ TEST(PlainPropertyList, WhatIsWrittenIsReadByBoth) {
     EXPECT_EQ(map[u"list"_s].toList().size(), 2);
 }
 
+TEST(PlainText, IsUtf8WithoutNulWhereverACharacterStands) {
+    const struct {
+        std::string_view character;
+        bool isText;
+    } table[] = {{"\x01", true},
+                 {"\x7F", true},
+                 {std::string_view("\0", 1), false},
+                 {"\x80", false},
+                 {"\xC2\x80", true},
+                 {"\xDF\xBF", true},
+                 {"\xC1\xBF", false},
+                 {"\xC2", false},
+                 {"\xE0\xA0\x80", true},
+                 {"\xE0\x9F\xBF", false},
+                 {"\xEF\xBF\xBF", true},
+                 {"\xE2\x82", false},
+                 {"\xED\xA0\x80", false},
+                 {"\xF0\x90\x80\x80", true},
+                 {"\xF4\x8F\xBF\xBF", true},
+                 {"\xF4\x90\x80\x80", false},
+                 {"\xF0\x8F\xBF\xBF", false},
+                 {"\xFF", false}};
+    for (const auto &[character, isText] : table) {
+        for (size_t before = 0; before < 20; ++before) {
+            for (size_t behind = 0; behind < 20; ++behind) {
+                const std::string text =
+                    std::string(before, 'x') + std::string(character) + std::string(behind, '\x01');
+                EXPECT_EQ(tx::plain::detail::isText(text), isText) << before << " " << behind << text;
+                EXPECT_EQ(tx::plain::detail::isText("\xC3\xA9" + text), isText) << before << " " << behind;
+            }
+        }
+    }
+    EXPECT_TRUE(tx::plain::detail::isText(""));
+}
+
 } // namespace

@@ -58,7 +58,8 @@ TEST(ArchiveClaim, IsWrittenAsItIsRead) {
                                    {"org.my--app", "My App", 9999999999999999999U, "caf\xC3\xA9"},
                                    {"-", "1.0 (2)", 1, "release"}};
     for (const ArchiveClaim &claim : claims) {
-        const auto words = Words::parse(archiveComment(claim));
+        const std::string comment = archiveComment(claim);
+        const auto words = Words::parse(comment);
         ASSERT_TRUE(words) << words.fault().what;
         const auto back = parseArchiveComment(*words);
         ASSERT_TRUE(back) << back.fault().what;
@@ -130,7 +131,7 @@ TEST(ArchiveProof, ExaminingTellsAllButWhetherASignatureIsGenuine) {
     const PublicKeys keys = keysOf({keyText(key(0)), plainKeyText(key(1))});
     const std::string good = sign(0, "archive");
     const auto examine = [&](const ArchiveSignatures &signatures, const WantedArchive &want = wanted) {
-        return ArchiveProof::examine(keys, signatures, want);
+        return ArchiveProof::examine(keys, viewsOf(signatures.texts), signatures.plain, want);
     };
     EXPECT_FALSE(examine({{good}, {}}));
     EXPECT_FALSE(examine({{}, plainSignature(1, "archive")}));

@@ -32,6 +32,35 @@ TEST(TrustEncoding, Base64IsReadInItsOneFormOnly) {
     EXPECT_FALSE(decodeBase64(std::string_view("AP8Q+w==\0", 9), bytes.data(), 4));
 }
 
+TEST(TrustEncoding, Base64IsReadTheSameWayWhetherSecretOrNot) {
+    const auto both = [](const std::string &text, size_t size) {
+        std::array<unsigned char, 8> open{};
+        std::array<unsigned char, 8> secret{};
+        const bool isBase64 = decodeBase64(text, open.data(), size);
+        EXPECT_EQ(decodeSecretBase64(text, secret.data(), size), isBase64) << text;
+        if (isBase64) {
+            EXPECT_EQ(open, secret) << text;
+        }
+        return isBase64;
+    };
+    const std::array<unsigned char, 8> bytes{0xFB, 0xEF, 0xBE, 0x00, 0x10, 0x83, 0xFF, 0x7F};
+    for (size_t size = 0; size < bytes.size(); ++size) {
+        const std::string good = base64(bytes.data(), size);
+        EXPECT_TRUE(both(good, size)) << good;
+        EXPECT_FALSE(both(good, size + 1)) << good;
+        if (size > 0) {
+            EXPECT_FALSE(both(good, size - 1)) << good;
+        }
+        for (size_t at = 0; at < good.size(); ++at) {
+            for (int byte = 0; byte < 256; ++byte) {
+                std::string text = good;
+                text[at] = char(byte);
+                both(text, size);
+            }
+        }
+    }
+}
+
 TEST(TrustEncoding, ValuesHaveOneWrittenForm) {
     const std::pair<const char *, const char *> table[] = {
         {"org.example.App_2", "org.example.App_2"},

@@ -208,7 +208,7 @@ TEST_F(Minisign, SignsWhatWeVerifyWithItsKeysAndOurs) {
         ASSERT_EQ(made.status, 0) << made.errors.constData();
         const auto publicKey = parsePublicKeyFile(read(name + u".pub"_s));
         ASSERT_TRUE(publicKey) << publicKey.fault().what;
-        const auto texts = usableTexts({read(u"data.minisig"_s)}, archiveWord,
+        const auto texts = usableTexts(viewsOf({read(u"data.minisig"_s)}), archiveWord,
                                        keysOf({"minisign:" + keyLine(*publicKey)}), &PublicKeys::archiveKey);
         ASSERT_TRUE(texts) << texts.fault().what;
         EXPECT_FALSE(verifyAll(*texts, digestOf("data"), "archive"));

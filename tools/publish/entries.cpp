@@ -121,7 +121,7 @@ EntrySignature signatureOf(const JsonEntry &members) {
         if (!parsed)
             continue;
         result.signers << QString::fromStdString(trust::keyNumberText(parsed->number));
-        const auto claim = trust::parseArchiveComment(parsed->words);
+        const auto claim = trust::parseArchiveComment(parsed->words());
         if (claim)
             result.identifier = QString::fromStdString(claim->bundle);
     }

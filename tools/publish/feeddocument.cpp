@@ -30,9 +30,9 @@ bool isBlank(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
 std::optional<trust::FeedClaim> claimOf(const trust::FirstLine &line) {
     for (const std::string &text : line.texts) {
         const auto parsed = trust::SignatureText::parse(text);
-        if (!parsed || parsed->words.first() != trust::feedWord)
+        if (!parsed || parsed->words().first() != trust::feedWord)
             continue;
-        const auto claim = trust::parseFeedComment(parsed->words);
+        const auto claim = trust::parseFeedComment(parsed->words());
         if (claim)
             return *claim;
     }

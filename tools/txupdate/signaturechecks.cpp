@@ -37,9 +37,9 @@ Outcome<std::optional<trust::FeedClaim>> readClaim(const QByteArray &document) {
         const Outcome<trust::SignatureText> parsed = trust::SignatureText::parse(text);
         if (!parsed)
             return parsed.fault();
-        if (parsed->words.first() != trust::feedWord)
+        if (parsed->words().first() != trust::feedWord)
             continue;
-        const Outcome<trust::FeedClaim> claim = trust::parseFeedComment(parsed->words);
+        const Outcome<trust::FeedClaim> claim = trust::parseFeedComment(parsed->words());
         if (!claim)
             return claim.fault();
         result = *claim;
@@ -79,9 +79,9 @@ Verdict checkForm(const trust::ArchiveSignatures &signatures, const TXUpdate &up
         const Outcome<trust::SignatureText> parsed = trust::SignatureText::parse(text);
         if (!parsed)
             return parsed.fault();
-        if (parsed->words.first() != trust::archiveWord)
+        if (parsed->words().first() != trust::archiveWord)
             continue;
-        const Outcome<trust::ArchiveClaim> claim = trust::parseArchiveComment(parsed->words);
+        const Outcome<trust::ArchiveClaim> claim = trust::parseArchiveComment(parsed->words());
         if (!claim)
             return claim.fault();
         if (toText(claim->build) != update.version())
