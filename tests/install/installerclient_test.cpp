@@ -116,11 +116,13 @@ TEST_F(InstallerWord, WithoutTheWordTheHostStaysWithTheToolsReason) {
           Case{"printf ready; exit 0\n", u"ready"_s}, Case{"echo; echo ready; exit 0\n", u"ready"_s},
           Case{"echo no; exec > /dev/null; exec sleep 1000\n", u"no"_s},
           Case{"exec yes\n", QString::fromLatin1(QByteArray("y\n").repeated(2048).trimmed())},
-          Case{"exec sleep 1000\n", u"It did not say within 0.7 seconds that it is ready."_s},
+          Case{"exec sleep 1000\n", u"It did not say within 1.5 seconds that it is ready."_s},
           Case{"echo busy; exec sleep 1000\n",
-               u"It did not say within 0.7 seconds that it is ready. busy"_s}}) {
+               u"It did not say within 1.5 seconds that it is ready. busy"_s}}) {
         SCOPED_TRACE(c.script.constData());
-        tx::services().installerReadyTime = std::chrono::milliseconds(700);
+        // Short only where the time passes: a busy machine may take long to start a shell.
+        tx::services().installerReadyTime =
+            c.reason.contains(u"1.5 seconds"_s) ? std::chrono::milliseconds(1500) : std::chrono::seconds(60);
         script = c.script;
         error = {};
         EXPECT_FALSE(client->installUnarchivedApp(application, archive, &error));

@@ -13,7 +13,9 @@
 #include <QFileInfo>
 #include <QProcess>
 
+#include <algorithm>
 #include <csignal>
+#include <limits>
 #include <unistd.h>
 
 using namespace Qt::StringLiterals;
@@ -51,13 +53,18 @@ TEST_F(Launcher, WrongArgumentCountIsRefusedAtOnce) {
 
 TEST_F(Launcher, OpensAtOnceWhenItsParentIsAnotherProcess) {
     for (const QString &pid : {u"1"_s, u"no number"_s}) {
-        QFile::remove(ran);
-        QElapsedTimer clock;
-        clock.start();
-        EXPECT_EQ(runProcess(tool(), {pid, app, u""_s}).status, 0);
-        EXPECT_LT(clock.elapsed(), 900) << "without sleeping";
-        EXPECT_TRUE(waitUntil([this] { return tx::test::readFile(ran) == "x\n"; })) << pid.toStdString();
-        endApplication();
+        // It sleeps for seconds. On a busy machine a start can take a second, but not each of ten.
+        qint64 quickest = std::numeric_limits<qint64>::max();
+        for (int i = 0; i < 10 && quickest >= 900; ++i) {
+            QFile::remove(ran);
+            QElapsedTimer clock;
+            clock.start();
+            EXPECT_EQ(runProcess(tool(), {pid, app, u""_s}).status, 0);
+            quickest = std::min(quickest, clock.elapsed());
+            EXPECT_TRUE(waitUntil([this] { return tx::test::readFile(ran) == "x\n"; })) << pid.toStdString();
+            endApplication();
+        }
+        EXPECT_LT(quickest, 900) << "without sleeping";
     }
 }
 

@@ -96,11 +96,14 @@ TEST_F(SignFeed, ExpiryAndNameAreThePublishers) {
     EXPECT_TRUE(line().contains(" feed:my%20beta serial:")) << line().constData();
     EXPECT_TRUE(line().contains(" expires:never\\n")) << line().constData();
     makeApp(u"My.app"_s, u"1042"_s, {keyText(key(0))}, "<key>TXUpdateFeedName</key><string>nightly</string>");
-    const QByteArray in400 =
-        QDateTime::currentDateTimeUtc().addDays(400).toString(u"yyyy-MM-dd"_s).toLatin1();
+    const auto in400 = [] {
+        return QDateTime::currentDateTimeUtc().addDays(400).toString(u"yyyy-MM-dd"_s).toLatin1();
+    };
+    const QByteArray atTheEarliest = in400();
     ASSERT_EQ(signFeed(source, {u"--expires"_s, u"400"_s}).status, 0);
     EXPECT_TRUE(line().contains(" feed:nightly serial:")) << line().constData();
-    EXPECT_TRUE(line().contains(" expires:" + in400)) << line().constData();
+    EXPECT_TRUE(line().contains(" expires:" + atTheEarliest) || line().contains(" expires:" + in400()))
+        << line().constData();
     EXPECT_EQ(verifyFeed(source).status, 0);
     for (const char *bad : {"0", "401", "-1", "x", "", "1.5"}) {
         EXPECT_EQ(signFeed(source, {u"--expires"_s, QString::fromLatin1(bad)}).status, 64) << bad;
