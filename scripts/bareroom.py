@@ -1,6 +1,10 @@
-"""What scripts/bundle-check and scripts/newcomer-check share: a minimal Debian without Qt in a folder, and a virtual display."""
+"""What scripts/bundle-check, newcomer-check, realprogram-check and packages-check share: a minimal Debian without Qt in a folder,
+a virtual display with windows that are operated by keyboard, a server, and a log of commands."""
 import os
 import pathlib
+import plistlib
+import pty
+import re
 import shutil
 import signal
 import struct
@@ -10,13 +14,90 @@ import time
 import zlib
 
 
-def run(*words, **more):
-    return subprocess.run([str(word) for word in words], check=True, **more)
-
-
 def fail(text):
     sys.exit(f"{pathlib.Path(sys.argv[0]).name}: {text}")
 
+
+def run(*words, **more):
+    """Runs a command. The whole check fails if it fails."""
+    try:
+        return subprocess.run([str(word) for word in words], check=True, **more)
+    except (OSError, subprocess.SubprocessError) as error:
+        fail(error)
+
+
+def need(*programs):
+    """Fails if the user is not root, or if one of these programs is missing."""
+    if os.geteuid() != 0:
+        fail("only root can make a minimal system")
+    for program in programs:
+        if not shutil.which(program):
+            fail(f"there is no program {program}; scripts/setup long installs it")
+
+
+def own_suite():
+    lines = pathlib.Path("/etc/os-release").read_text().splitlines()
+    return next((line.split("=", 1)[1].strip('"') for line in lines if line.startswith("VERSION_CODENAME=")), None)
+
+
+def debian_sources():
+    """Returns the package sources of this machine that are Debian's, each as (URL, suite, component)."""
+    targets = run("apt-get", "indextargets", "--format", "$(ORIGIN) $(SITE) $(RELEASE) $(COMPONENT)", "Created-By: Packages",
+                  stdout=subprocess.PIPE, text=True).stdout
+    return sorted({tuple(line.split()[1:]) for line in targets.splitlines() if line.startswith("Debian ")})
+
+
+def mirror():
+    """Returns the URL of this machine's Debian mirror."""
+    found = next((site for site, release, _ in debian_sources() if release == own_suite()), None)
+    if not found:
+        fail(f"apt has no package source for {own_suite()}")
+    return found
+
+
+class Log:
+    """What the user typed and saw, in a file."""
+
+    def __init__(self, path):
+        self.path = path
+        self.text = ""
+        self.begun = time.monotonic()
+
+    def add(self, text):
+        self.text += text
+        self.path.write_text(self.text)
+
+    def step(self, what):
+        self.add(f"\n# {(time.monotonic() - self.begun) / 60:.1f} min: {what}\n")
+        print(f"{(time.monotonic() - self.begun) / 60:.1f} min: {what}", flush=True)
+
+    def answer(self, command, folder, environment, answers):
+        """Runs a command at a terminal and answers its questions."""
+        self.add(f"$ {command}\n")
+        process, terminal = pty.fork()
+        if process == 0:
+            os.chdir(folder)
+            os.execvpe("sh", ["sh", "-c", command], environment)
+        shown, answered = "", 0
+        while True:
+            try:
+                part = os.read(terminal, 4096)
+            except OSError:
+                part = b""
+            if not part:
+                break
+            shown += part.decode(errors="replace")
+            question = next((text for text in answers if text in shown[answered:] and shown.endswith(": ")), None)
+            if question:
+                answered = len(shown)
+                os.write(terminal, (answers[question] + "\n").encode())
+        os.close(terminal)
+        # Without the progress bars.
+        shown = re.sub(r"\r\x1b\[K[^\r\n]*(?=\r\x1b\[K)|\r\x1b\[K", "", shown.replace("\r\n", "\n"))
+        self.add(shown)
+        status = os.waitstatus_to_exitcode(os.waitpid(process, 0)[1])
+        if status != 0:
+            fail(f"\"{command}\" ended with {status}:\n{shown}")
 
 def make_room(folder, packages):
     """Unpacks these packages, and what they depend on, into an empty folder. What packages do when they are installed is not done."""
@@ -134,3 +215,93 @@ def remove_room(folder):
         subprocess.run(["umount", "-l", folder / mounted], stderr=subprocess.DEVNULL)
     if not any(os.path.ismount(folder / mounted) for mounted in ("proc", "dev")):
         shutil.rmtree(folder.parent, ignore_errors=True)
+
+
+def serve(txupdate, folder):
+    """Starts txupdate serve for a folder. Returns its process and its URL, which ends with a slash."""
+    server = subprocess.Popen([txupdate, "serve", folder, "--port", "0"], stdout=subprocess.PIPE, text=True)
+    address = next((word for line in iter(server.stdout.readline, "") for word in line.split() if word.startswith("http")), None)
+    if not address:
+        fail(f"txupdate serve ended with {server.wait()}")
+    return server, address.rstrip("/") + "/"
+
+
+def manage_windows(display, folder):
+    """Starts a window manager on a display, and returns its process when it is ready."""
+    managed = pathlib.Path(folder) / "managed"
+    manager = subprocess.Popen(
+        ["openbox", "--sm-disable", "--config-file", "/etc/xdg/openbox/rc.xml", "--startup", f"touch {managed}"],
+        stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
+        env={**os.environ, "DISPLAY": display.name, "HOME": str(folder)})
+    for _ in range(240):
+        if managed.exists():
+            return manager
+        time.sleep(0.25)
+    fail("the window manager is not ready after a minute")
+    return None
+
+
+def press(display, before, key):
+    """Presses a key, and returns what settled() returns."""
+    run("xdotool", "key", "--clearmodifiers", key, env={**os.environ, "DISPLAY": display.name})
+    return settled(display, before)
+
+
+def settled(display, before):
+    """Returns the picture of the screen when it differs from `before` and has not changed for two seconds."""
+    last, equal = None, 0
+    for _ in range(480):
+        time.sleep(0.25)
+        now = display.picture()[2]
+        equal = equal + 1 if now == last else 0
+        if now != before and equal >= 8:
+            return now
+        last = now
+    fail("the screen did not change")
+    return None
+
+
+def build_of(bundle):
+    """Returns the number of the installed build."""
+    return plistlib.loads((bundle / "Contents/Info.plist").read_bytes())["CFBundleVersion"]
+
+
+def processes_of(bundle):
+    """Returns the processes that run an application's program, in either layout of bundles."""
+    places = {f"{bundle}/Contents/{folder}" for folder in ("Linux", "bin")}
+    found = set()
+    for entry in pathlib.Path("/proc").iterdir():
+        try:
+            if entry.name.isdigit() and os.path.dirname(os.readlink(entry / "exe")) in places:
+                found.add(int(entry.name))
+        except OSError:
+            pass
+    return found
+
+
+def update_through_window(display, place, build, window, pictures, ready):
+    """Updates an application to `build` through its window: chooses the first item of the menu Help, which must be the one that
+    checks for updates, downloads and installs by keyboard, and waits until the program runs that the update has opened. Then
+    checks again. `window` is the picture of the application's window; `ready` gets the last picture before the new window
+    appears, and returns a picture of that window when it can be used. Returns the new process."""
+    first = processes_of(place)
+    menu = press(display, window, "alt+h")
+    panel = press(display, menu, "Return")
+    display.save(pictures / "2-update.png")
+    panel = press(display, panel, "Return")
+    display.save(pictures / "3-downloaded.png")
+    run("xdotool", "key", "Return", env={**os.environ, "DISPLAY": display.name})
+    for _ in range(480):
+        time.sleep(0.25)
+        now = processes_of(place)
+        if build_of(place) == build and now and not now & first:
+            break
+    else:
+        display.save(pictures / "4-not-updated.png")
+        fail(f"build {build_of(place)} is installed, and the new build does not run; see {pictures}")
+    window = ready(panel)
+    display.save(pictures / "4-updated.png")
+    menu = press(display, window, "alt+h")
+    press(display, menu, "Return")
+    display.save(pictures / "5-up-to-date.png")
+    return now.pop()

@@ -304,11 +304,14 @@ private:
 
     TXError addTree(const QString &folder, const QString &place, Kind kind, const QString &asker,
                     const QStringList &without = {}) {
-        QDirIterator files(folder, QDir::Files | QDir::Hidden | QDir::System, QDirIterator::Subdirectories);
-        const QString top = QDir(folder).canonicalPath() + u'/';
+        // QDir::relativeFilePath() returns a relative path unchanged.
+        const QDir root(QFileInfo(folder).absoluteFilePath());
+        QDirIterator files(root.path(), QDir::Files | QDir::Hidden | QDir::System,
+                           QDirIterator::Subdirectories);
+        const QString top = root.canonicalPath() + u'/';
         while (files.hasNext()) {
             const QString file = files.next();
-            const QString way = QDir(folder).relativeFilePath(file);
+            const QString way = root.relativeFilePath(file);
             const QString source = QFileInfo(file).canonicalFilePath();
             if (without.contains(way))
                 continue;

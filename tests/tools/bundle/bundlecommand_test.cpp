@@ -183,6 +183,27 @@ TEST_F(BundleCommand, ResourcesIconAndDesktopEntryGetTheirPlaces) {
     EXPECT_EQ(TXBundle(path(u"dist/MySample.app"_s)).infoString(u"CFBundleIconFile"_s), u"my.svg"_s);
 }
 
+TEST_F(BundleCommand, FolderThatIsNamedRelativelyIsAddedUnderItsName) {
+    QDir().mkpath(path(u"project/data/levels"_s));
+    writeFile(path(u"project/data/levels/1"_s), "one");
+    QDir().mkpath(path(u"project/build"_s));
+    for (const QString &named : {u"data"_s, u"./data/"_s, u"../project/data"_s, u"build/../data"_s}) {
+        const QStringList words =
+            QStringList{u"-C"_s, path(u"project"_s), tx::test::programsFolder() + u"/txupdate"_s, u"bundle"_s,
+                        sample()} +
+            u"--identifier org.example.Sample --name Sample --build 7 --dry-run --json --add"_s.split(u' ') +
+            QStringList{named};
+        const ProcessResult planned = runProcess(u"env"_s, words + tx::test::sanitizerWords());
+        ASSERT_EQ(planned.status, 0) << planned.errors.constData();
+        QStringList added;
+        for (const QJsonValue &file : json(planned)[u"files"_s].toArray()) {
+            if (file[u"for"_s].toArray() == QJsonArray{u"--add"_s})
+                added << file[u"place"_s].toString();
+        }
+        EXPECT_EQ(added, QStringList{u"Contents/Resources/data/levels/1"_s}) << named.toStdString();
+    }
+}
+
 struct Refusal {
     QStringList words;
     const char *says;
