@@ -26,7 +26,7 @@ ProcessResult runProcess(const QString &program, const QStringList &arguments, c
     process.write(input);
     process.closeWriteChannel();
     ProcessResult result;
-    constexpr int limit = 100000;
+    constexpr int limit = 300000; // some compile, on machines with other work
     if (!process.waitForFinished(limit)) {
         process.kill();
         process.waitForFinished();
