@@ -10,12 +10,6 @@ foreach(room IN LISTS rooms)
 endforeach()
 set(dependencies
   Qt6::Network simdjson::simdjson PkgConfig::xml2 PkgConfig::plist ZLIB::ZLIB tarvix_static_sodium Threads::Threads)
-# While the major version is 0, each minor version may change the binary interface.
-if(PROJECT_VERSION_MAJOR EQUAL 0)
-  set(interface_version ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR})
-else()
-  set(interface_version ${PROJECT_VERSION_MAJOR})
-endif()
 
 # tarvix_library(NAME OBJECTS... ): a shared library for hosts, exported as TarvixUpdate::NAME.
 function(tarvix_library NAME)
@@ -65,14 +59,16 @@ install(TARGETS TarvixUpdate EXPORT TarvixUpdateTargets)
 install(DIRECTORY include/TarvixUpdate DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT TarvixUpdateDevelopment)
 # The tools and their resources. In a bundle they are beside the library instead. Only hosts with windows use the interface files
 # and the plug-ins.
-set(resources ${CMAKE_LIBRARY_OUTPUT_DIRECTORY}/TarvixUpdate)
-install(DIRECTORY ${resources} DESTINATION ${CMAKE_INSTALL_LIBEXECDIR} USE_SOURCE_PERMISSIONS COMPONENT TarvixUpdateCore
+set(installed_resources ${CMAKE_INSTALL_LIBEXECDIR}/${TARVIXUPDATE_LIBEXEC_NAME}/Resources)
+install(DIRECTORY ${TARVIXUPDATE_RESOURCES_DIR}/ DESTINATION ${installed_resources} USE_SOURCE_PERMISSIONS
+        COMPONENT TarvixUpdateCore
         REGEX "/Resources/[^/]+\\.(so|ui|svg)$" EXCLUDE)
-install(DIRECTORY ${resources} DESTINATION ${CMAKE_INSTALL_LIBEXECDIR} USE_SOURCE_PERMISSIONS COMPONENT TarvixUpdateWidgets
+install(DIRECTORY ${TARVIXUPDATE_RESOURCES_DIR}/ DESTINATION ${installed_resources} USE_SOURCE_PERMISSIONS
+        COMPONENT TarvixUpdateWidgets
         FILES_MATCHING REGEX "/Resources/[^/]+\\.(so|ui|svg)$" REGEX "/Resources/(Archives|[^/]+\\.(app|lproj))$" EXCLUDE)
 install(EXPORT TarvixUpdateTargets NAMESPACE TarvixUpdate:: DESTINATION ${package_dir} COMPONENT TarvixUpdateDevelopment)
 configure_package_config_file(cmake/TarvixUpdateConfig.cmake.in TarvixUpdateConfig.cmake
-  INSTALL_DESTINATION ${package_dir} PATH_VARS CMAKE_INSTALL_BINDIR CMAKE_INSTALL_LIBEXECDIR)
+  INSTALL_DESTINATION ${package_dir} PATH_VARS CMAKE_INSTALL_BINDIR installed_resources)
 write_basic_package_version_file(TarvixUpdateConfigVersion.cmake COMPATIBILITY SameMinorVersion)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/TarvixUpdateConfig.cmake
               ${CMAKE_CURRENT_BINARY_DIR}/TarvixUpdateConfigVersion.cmake

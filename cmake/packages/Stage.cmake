@@ -35,7 +35,8 @@ foreach(component IN LISTS CPACK_COMPONENTS_ALL)
 endforeach()
 
 set(widgets ${stage}/TarvixUpdateWidgets/usr)
-file(GLOB pages ${widgets}/libexec/TarvixUpdate/Resources/TXUpdateWebView.so)
+set(resources ${widgets}/${CPACK_TARVIXUPDATE_RESOURCES})
+file(GLOB pages ${resources}/TXUpdateWebView.so)
 set(recommended)
 if(pages)
   set(recommended -dRecommends -e${pages})
@@ -45,7 +46,7 @@ file(WRITE ${stage}/shlibdeps/debian/control "Source: tarvixupdate\n\nPackage: l
 execute_process(
   COMMAND dpkg-shlibdeps -O --ignore-missing-info -l${stage}/TarvixUpdateCore/usr/${CPACK_TARVIXUPDATE_LIBDIR}
           -e${widgets}/${CPACK_TARVIXUPDATE_LIBDIR}/libTarvixUpdateWidgets.so.${CPACK_PACKAGE_VERSION}
-          -e${widgets}/libexec/TarvixUpdate/Resources/TXUpdateInterface.so ${recommended}
+          -e${resources}/TXUpdateInterface.so ${recommended}
   WORKING_DIRECTORY ${stage}/shlibdeps OUTPUT_VARIABLE found COMMAND_ERROR_IS_FATAL ANY)
 if(NOT found MATCHES "shlibs:Depends=([^\n]+)")
   message(FATAL_ERROR "dpkg-shlibdeps found no dependencies of libtarvixupdate-widgets0: ${found}")

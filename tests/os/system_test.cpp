@@ -203,6 +203,17 @@ TEST_F(Resources, StandBesideTheLibraryOrWhereTheTestSays) {
     const QString built = path(u"prefix/lib/TarvixUpdate/Resources"_s);
     QDir().mkpath(built);
     EXPECT_EQ(foundFrom(u"prefix/bin/program"_s, elsewhere), built);
+    // Its name contains the version that the libraries' names contain.
+    const QString installed = path(u"prefix/libexec/TarvixUpdate-%1/Resources"_s.arg(
+        QString::fromLatin1(TARVIXUPDATE_VERSION).section(u'.', 0, TARVIXUPDATE_VERSION[0] == '0' ? 1 : 0)));
+    QDir().mkpath(path(u"prefix/libexec/TarvixUpdate/Resources"_s));
+    QDir().mkpath(path(u"prefix/libexec/TarvixUpdate-99/Resources"_s));
+    EXPECT_EQ(foundFrom(u"prefix/bin/program"_s, elsewhere), built) << "those of other versions";
+    QDir().mkpath(installed);
+    EXPECT_EQ(foundFrom(u"prefix/bin/program"_s, elsewhere), installed);
+    EXPECT_EQ(foundFrom(u"prefix/lib/library"_s, elsewhere), built) << "a build tree, a bundle";
+    ASSERT_TRUE(QDir(built).removeRecursively());
+    EXPECT_EQ(foundFrom(u"prefix/lib/library"_s, elsewhere), installed);
 }
 
 class Desktop : public tx::test::FrameworkTest {};

@@ -4,10 +4,15 @@
 #include "tests/support/environment.h"
 #include "tests/support/places.h"
 #include "tests/support/processes.h"
+#include "tests/tools/bundle/bundletest.h"
 
 #include <TarvixUpdate/TXBundle.h>
 
 #include <QDir>
+#include <QDirIterator>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QRegularExpression>
 
 using namespace Qt::StringLiterals;
@@ -27,6 +32,14 @@ protected:
     }
     QString prefix() const { return path(u"prefix"_s); }
     QString host() const { return path(u"host/build/host"_s); }
+    /// The version in the name for which programs ask the loader.
+    QString interfaceVersion() const {
+        const QString name = QFileInfo(prefix() + u"/lib/libTarvixUpdateCore.so"_s).symLinkTarget();
+        return name.section(u".so."_s, 1);
+    }
+    QString resources() const {
+        return prefix() + u"/libexec/TarvixUpdate-"_s + interfaceVersion() + u"/Resources"_s;
+    }
 
     /// The flag that a consumer needs if the framework was compiled with a sanitizer.
     static QString sanitizerFlag() {
@@ -135,14 +148,75 @@ TEST_F(InstalledPackage, WindowsAreThereForAHostThatCallsNothingOfThem) {
     EXPECT_TRUE(neededBy(host()).contains("libTarvixUpdateWidgets.so.")) << neededBy(host()).constData();
 }
 
-TEST_F(InstalledPackage, ProgramsAreBelowLibexecAndAreFoundThere) {
-    EXPECT_TRUE(QFileInfo(prefix() + u"/libexec/TarvixUpdate/Resources/TXUpdateLauncher"_s).isExecutable());
+TEST_F(InstalledPackage, ProgramsAreBelowLibexecAndAreFoundThereAfterTheInstallationHasMoved) {
+    EXPECT_EQ(QDir(prefix() + u"/bin"_s).entryList(QDir::Files), QStringList{u"txupdate"_s});
+    EXPECT_TRUE(QFileInfo(resources() + u"/TXUpdateLauncher"_s).isExecutable()) << resources().toStdString();
     EXPECT_FALSE(QFileInfo::exists(prefix() + u"/lib/TarvixUpdate"_s));
-    // The profile gets displays and processor from a program of the framework.
-    const auto profile = runProcess(prefix() + u"/bin/txupdate"_s, {u"profile"_s, u"--json"_s}, {},
-                                    {u"TXUPDATE_RESOURCES=/nonexistent"_s});
+    ASSERT_TRUE(QDir().rename(prefix(), path(u"moved"_s)));
+    // The profile gets the processor from a program of the framework, and displays from one of txupdate.
+    const auto profile =
+        runProcess(path(u"moved/bin/txupdate"_s), {u"profile"_s, u"--json"_s}, {},
+                   {u"TXUPDATE_RESOURCES=/nonexistent"_s, u"DISPLAY=:0"_s, u"QT_QPA_PLATFORM=offscreen"_s});
     EXPECT_EQ(profile.status, 0) << profile.errors.constData();
     EXPECT_TRUE(profile.output.contains("\"CPUType\":\"")) << profile.output.constData();
+    EXPECT_TRUE(profile.output.contains("\"numberOfDisplays\":\"1\"")) << profile.output.constData();
+    ASSERT_TRUE(QFile::remove(path(u"moved/libexec/txupdate/txupdate-serve"_s)));
+    const auto served = runProcess(path(u"moved/bin/txupdate"_s), {u"serve"_s, path(u"moved"_s)});
+    EXPECT_EQ(served.status, 1);
+    EXPECT_TRUE(served.errors.contains("/moved/libexec/txupdate/txupdate-serve cannot be run"))
+        << served.errors.constData();
+}
+
+/// The packages of libraries with different versions can be installed together only if they have no file in
+/// common.
+TEST_F(InstalledPackage, PathOfEachFileOfTheLibrariesContainsTheirVersion) {
+    const QString build = qEnvironmentVariable("TARVIX_PACKAGE_BUILD", tx::test::programsFolder() + u"/.."_s);
+    const QString folder = path(u"libraries"_s);
+    for (const QString &component : {u"TarvixUpdateCore"_s, u"TarvixUpdateWidgets"_s}) {
+        const auto installed = runProcess(
+            u"cmake"_s, {u"--install"_s, build, u"--prefix"_s, folder, u"--component"_s, component});
+        ASSERT_EQ(installed.status, 0) << installed.errors.constData();
+    }
+    QDirIterator files(folder, QDir::Files | QDir::Hidden | QDir::System, QDirIterator::Subdirectories);
+    int count = 0;
+    for (; files.hasNext(); ++count) {
+        const QString file = QDir(folder).relativeFilePath(files.next());
+        EXPECT_TRUE(file.contains(u".so."_s + interfaceVersion()) ||
+                    file.contains(u'-' + interfaceVersion() + u'/'))
+            << file.toStdString();
+    }
+    EXPECT_GT(count, 10);
+}
+
+TEST_F(InstalledPackage, BundleGetsTheToolsOfTheLibraryThatTheProgramLinks) {
+    ASSERT_NO_FATAL_FAILURE(build("find_package(TarvixUpdate REQUIRED COMPONENTS Core)\n"
+                                  "add_executable(host main.cpp)\n"
+                                  "target_link_libraries(host PRIVATE TarvixUpdate::Core)\n",
+                                  checkingHost));
+    const auto launcher = [this] {
+        const auto planned = runProcess(
+            prefix() + u"/bin/txupdate"_s,
+            QStringList{u"bundle"_s, host()} +
+                u"--identifier org.example.Host --name Host --build 1 --dry-run --json"_s.split(u' ') +
+                tx::test::sanitizerWords());
+        EXPECT_EQ(planned.status, 0) << planned.errors.constData();
+        const QJsonArray files = QJsonDocument::fromJson(planned.output).object()[u"files"_s].toArray();
+        for (const QJsonValue &file : files) {
+            if (file[u"place"_s] == u"Contents/Frameworks/TarvixUpdate/Resources/TXUpdateLauncher"_s)
+                return file[u"source"_s].toString();
+        }
+        return QString();
+    };
+    const auto canonical = [](const QString &folder) {
+        return QFileInfo(folder + u"/TXUpdateLauncher"_s).canonicalFilePath();
+    };
+    // Earlier installations have no version in the folder's name.
+    const QString earlier = prefix() + u"/libexec/TarvixUpdate"_s;
+    const auto copied = runProcess(u"cp"_s, {u"-r"_s, QFileInfo(resources()).path(), earlier});
+    ASSERT_EQ(copied.status, 0) << copied.errors.constData();
+    EXPECT_EQ(launcher(), canonical(resources()));
+    ASSERT_TRUE(QDir(QFileInfo(resources()).path()).removeRecursively());
+    EXPECT_EQ(launcher(), canonical(earlier + u"/Resources"_s));
 }
 
 class PackageConfig : public InstalledPackage, public testing::WithParamInterface<const char *> {};

@@ -280,8 +280,12 @@ private:
             return {};
         m_frameworkDone = true;
         QString resources;
-        for (const QString &way : {u"TarvixUpdate/Resources"_s, u"../libexec/TarvixUpdate/Resources"_s,
-                                   u"../../libexec/TarvixUpdate/Resources"_s}) {
+        // Beside the library, or below libexec, where earlier installations have no version in the name.
+        const QString versioned = u"libexec/TarvixUpdate-"_s + core->section(u".so."_s, 1);
+        for (const QString &way :
+             {u"TarvixUpdate/Resources"_s, u"../"_s + versioned + u"/Resources"_s,
+              u"../../"_s + versioned + u"/Resources"_s, u"../libexec/TarvixUpdate/Resources"_s,
+              u"../../libexec/TarvixUpdate/Resources"_s}) {
             const QString folder = QDir::cleanPath(m_libraryFolders.value(*core) + u'/' + way);
             if (resources.isNull() && QFileInfo(folder + u"/TXUpdateInstaller.app"_s).isDir())
                 resources = folder;

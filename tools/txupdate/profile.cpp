@@ -3,10 +3,9 @@
 #include "os/taskoutput.h"
 #include "txupdate/commands.h"
 #include "txupdate/feedjson.h"
+#include "txupdate/helpers.h"
 
 #include <TarvixUpdate/TXUpdateSystemProfile.h>
-
-#include <QCoreApplication>
 
 #include <cstdio>
 
@@ -21,7 +20,7 @@ QList<ScreenInfo> screensOfDesktop() {
     const bool hasDesktop =
         qEnvironmentVariableIsSet("DISPLAY") || qEnvironmentVariableIsSet("WAYLAND_DISPLAY");
     TaskRequest request;
-    request.program = QCoreApplication::applicationDirPath() + u"/txupdate-screens"_s;
+    request.program = helperProgram(u"txupdate-screens"_s);
     const std::optional<QByteArray> output = hasDesktop ? outputOf(request) : std::nullopt;
     QList<ScreenInfo> screens;
     for (const QByteArray &line : output.value_or(QByteArray()).split('\n')) {

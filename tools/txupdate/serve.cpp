@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "txupdate/commands.h"
+#include "txupdate/helpers.h"
 
 #include <QFile>
-#include <QFileInfo>
 
 #include <cerrno>
 #include <cstring>
@@ -14,8 +14,7 @@ using namespace Qt::StringLiterals;
 namespace tx::cli {
 
 int serve(const QString &directory, int port, qint64 rate, const QStringList &hosts) {
-    // It is beside this program.
-    const QString program = QFileInfo(u"/proc/self/exe"_s).canonicalPath() + u"/txupdate-serve"_s;
+    const QString program = helperProgram(u"txupdate-serve"_s);
     const QByteArray path = QFile::encodeName(program);
     QList<QByteArray> arguments{"txupdate-serve", QFile::encodeName(directory), QByteArray::number(port),
                                 QByteArray::number(rate)};

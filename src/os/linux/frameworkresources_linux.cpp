@@ -25,9 +25,8 @@ QString findResources() {
     // below libexec, reached from the library or from a program. A program of a build tree finds them below
     // lib.
     for (const QString &relative :
-         {u"/TarvixUpdate/Resources"_s, u"/" TARVIXUPDATE_LIBEXEC_FROM_LIB "/TarvixUpdate/Resources"_s,
-          u"/" TARVIXUPDATE_LIBEXEC_FROM_BIN "/TarvixUpdate/Resources"_s,
-          u"/../lib/TarvixUpdate/Resources"_s}) {
+         {u"/TarvixUpdate/Resources"_s, u"/" TARVIXUPDATE_RESOURCES_FROM_LIB ""_s,
+          u"/" TARVIXUPDATE_RESOURCES_FROM_BIN ""_s, u"/../lib/TarvixUpdate/Resources"_s}) {
         const QString candidate = QDir::cleanPath(folder + relative);
         if (!folder.isEmpty() && QFileInfo(candidate).isDir())
             return candidate;
