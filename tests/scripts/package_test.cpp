@@ -295,6 +295,7 @@ TEST_F(InstalledPackage, MinimalExampleIsBuiltBundledAndPublishedOutsideTheTree)
         const auto ran =
             runProcess(u"sh"_s, {project + u"/.ci/run"_s, u"--not-served"_s}, {},
                        {u"PATH="_s + prefix() + u"/bin:"_s + qEnvironmentVariable("PATH"),
+                        u"CMAKE_GENERATOR=Ninja"_s, // there may be no make
                         u"CMAKE_PREFIX_PATH="_s + prefix(), u"LDFLAGS="_s + flags, u"BUILD="_s + build});
         ASSERT_EQ(ran.status, 0) << ran.output.constData() << ran.errors.constData();
         const TXBundle bundle(project + u"/build/dist/Minimal.app"_s);

@@ -52,6 +52,8 @@ public:
             return error;
         if (TXError error = addLicences(result.warnings))
             return error;
+        if (TXError error = addLinks())
+            return error;
         result.problems = problemsOf(m_stage, m_plan, m_wishes.identifier);
         if (!result.problems.isEmpty())
             return result;
@@ -176,7 +178,12 @@ private:
             if (TXError error = m_files.writeFile(m_stage + u'/' + places.programs + u"/qt.conf"_s, conf))
                 return error;
         }
-        for (const auto &[name, target] : places.links) {
+        return {};
+    }
+
+    /// To what is there. Runs last: a folder may hold only the licences.
+    TXError addLinks() {
+        for (const auto &[name, target] : m_plan.places.links) {
             if (!QFileInfo::exists(m_stage + u'/' + target))
                 continue;
             if (TXError error = m_files.makeLink(m_stage + u'/' + name, target))

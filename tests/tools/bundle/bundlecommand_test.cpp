@@ -355,7 +355,7 @@ protected:
                 .arg(tx::test::sourcesFolder(), sample(), call)
                 .toUtf8());
         return runProcess(u"cmake"_s,
-                          {u"-S"_s, path(u"project"_s), u"-B"_s, path(u"tree"_s),
+                          {u"-G"_s, u"Ninja"_s, u"-S"_s, path(u"project"_s), u"-B"_s, path(u"tree"_s),
                            u"-DTarvixUpdate_TXUPDATE="_s + tx::test::programsFolder() + u"/txupdate"_s});
     }
 };

@@ -103,6 +103,17 @@ TEST_F(BundleWriter, AtEveryFailingStepTheEarlierBundleStaysAndNothingIsLeft) {
     EXPECT_EQ(tx::test::treeOf(path(u"dist"_s)).size(), before.size());
 }
 
+TEST_F(BundleWriter, PrefixHasALinkToAFolderThatHoldsOnlyLicences) {
+    // Without Qt's translations, which are a package of their own, nothing else is in that folder.
+    Plan plan = *makePlan(wishes);
+    plan.items.removeIf([](const Item &item) { return item.place.startsWith(u"Contents/share/"_s); });
+    const auto result = write(plan, nativeBundleFiles());
+    ASSERT_TRUE(result && result->problems.isEmpty());
+    const QString bundle = path(u"dist/sample"_s);
+    EXPECT_EQ(tx::test::namesIn(bundle + u"/Contents/share"_s), QStringList{u"licenses"_s});
+    EXPECT_EQ(QFileInfo(bundle + u"/share"_s).symLinkTarget(), bundle + u"/Contents/share"_s);
+}
+
 TEST_F(BundleWriter, ProgressIsToldAfterEachFileAndEndsWithTheSizeOfAll) {
     const Plan plan = smallPlan();
     QList<qint64> steps;
