@@ -10,6 +10,7 @@
 #include "os/services.h"
 #include "os/tasks.h"
 #include "os/workspace.h"
+#include "posix/posixfiles.h"
 
 #include <TarvixUpdate/TXBundle.h>
 #include <TarvixUpdate/TXLog.h>
@@ -19,10 +20,9 @@
 #include <QDirIterator>
 #include <QFile>
 #include <QFileInfo>
+#include <QProcessEnvironment>
 
-#include <array>
-#include <cerrno>
-#include <cstdio>
+#include <chrono>
 #include <cstring>
 #include <fcntl.h>
 #include <optional>
@@ -36,19 +36,34 @@ namespace {
 
 struct ArchiveType {
     QLatin1StringView suffix;
+    QLatin1StringView name; ///< for the program that unpacks
     QLatin1StringView command;
 };
 
 constexpr ArchiveType archiveTypes[] = {
-    {".zip"_L1, "ditto -x -k - \"$TXUPDATE_UNARCHIVER_DESTINATION\""_L1},
-    {".tgz"_L1, "tar -zxC \"$TXUPDATE_UNARCHIVER_DESTINATION\""_L1},
-    {".tar.gz"_L1, "tar -zxC \"$TXUPDATE_UNARCHIVER_DESTINATION\""_L1},
-    {".tbz"_L1, "tar -jxC \"$TXUPDATE_UNARCHIVER_DESTINATION\""_L1},
-    {".tar.bz"_L1, "tar -jxC \"$TXUPDATE_UNARCHIVER_DESTINATION\""_L1},
-    {".tzst"_L1, "tar --zstd -xC \"$TXUPDATE_UNARCHIVER_DESTINATION\""_L1},
-    {".tar.zst"_L1, "tar --zstd -xC \"$TXUPDATE_UNARCHIVER_DESTINATION\""_L1},
-    {".tar"_L1, "tar -xC \"$TXUPDATE_UNARCHIVER_DESTINATION\""_L1},
+    {".zip"_L1, "zip"_L1, "ditto -x -k - \"$TXUPDATE_UNARCHIVER_DESTINATION\""_L1},
+    {".tgz"_L1, "tgz"_L1, "tar -zxC \"$TXUPDATE_UNARCHIVER_DESTINATION\""_L1},
+    {".tar.gz"_L1, "tgz"_L1, "tar -zxC \"$TXUPDATE_UNARCHIVER_DESTINATION\""_L1},
+    {".tbz"_L1, "tbz"_L1, "tar -jxC \"$TXUPDATE_UNARCHIVER_DESTINATION\""_L1},
+    {".tar.bz"_L1, "tbz"_L1, "tar -jxC \"$TXUPDATE_UNARCHIVER_DESTINATION\""_L1},
+    {".tzst"_L1, "tzst"_L1, "tar --zstd -xC \"$TXUPDATE_UNARCHIVER_DESTINATION\""_L1},
+    {".tar.zst"_L1, "tzst"_L1, "tar --zstd -xC \"$TXUPDATE_UNARCHIVER_DESTINATION\""_L1},
+    {".tar"_L1, "tar"_L1, "tar -xC \"$TXUPDATE_UNARCHIVER_DESTINATION\""_L1},
 };
+
+/// Null for an unknown type.
+const ArchiveType *typeOf(const QString &fileName) {
+    const QString name = fileName.toLower();
+    for (const ArchiveType &type : archiveTypes) {
+        if (name.endsWith(type.suffix))
+            return &type;
+    }
+    return nullptr;
+}
+
+/// The program's exit status if it cannot read the archive.
+constexpr int archiveUnreadable = 74;
+constexpr std::chrono::milliseconds progressInterval(100);
 
 /// The name as programs on this system write it; on Linux, names of attributes need such a prefix.
 const QByteArray quarantine = "user.com.apple.quarantine";
@@ -88,12 +103,8 @@ QString TXUpdateUnarchiver::reasonAgainstType(const QString &fileName) {
 }
 
 QString TXUpdateUnarchiver::commandForFileName(const QString &fileName) {
-    const QString name = fileName.toLower();
-    for (const ArchiveType &type : archiveTypes) {
-        if (name.endsWith(type.suffix))
-            return type.command;
-    }
-    return {};
+    const ArchiveType *type = typeOf(fileName);
+    return type ? QString(type->command) : QString();
 }
 
 void TXUpdateUnarchiver::unarchive(const QString &archivePath, const ProgressHandler &progress,
@@ -116,10 +127,9 @@ void TXUpdateUnarchiver::begin(const std::shared_ptr<TXUpdateUnarchiver> &unarch
         return;
     }
     const QString fileName = QFileInfo(unarchiver->m_archivePath).fileName();
-    const QString command = commandForFileName(fileName);
     TXLog(TXLogLevelStep, u"TXUpdate: Unarchive %@"_s, {unarchiver->m_archivePath});
-    if (!command.isNull()) {
-        unarchiver->unarchiveWithPipingCommand(command);
+    if (const ArchiveType *type = typeOf(fileName)) {
+        tx::runInBackground([unarchiver, name = QString(type->name)] { unarchiver->run(name); });
         return;
     }
     TXLog(TXLogLevelStep, u"TXUpdate: Unarchiving could not happen. Unknown type."_s);
@@ -127,33 +137,23 @@ void TXUpdateUnarchiver::begin(const std::shared_ptr<TXUpdateUnarchiver> &unarch
     unarchiver->m_completion({}, {});
 }
 
-std::FILE *TXUpdateUnarchiver::openArchive() const {
+tx::posix::Descriptor TXUpdateUnarchiver::openArchive() const {
     if (!m_verified)
-        return std::fopen(QFile::encodeName(m_archivePath).constData(), "rbe");
+        return tx::posix::Descriptor(
+            open(QFile::encodeName(m_archivePath).constData(), O_RDONLY | O_CLOEXEC));
     // The duplicated descriptor shares the read position with the original.
-    const int fd = fcntl(m_verified->descriptor(), F_DUPFD_CLOEXEC, 0);
-    if (fd < 0)
-        return nullptr;
-    if (lseek(fd, 0, SEEK_SET) == 0) {
-        if (std::FILE *file = fdopen(fd, "rb"))
-            return file;
-    }
-    close(fd);
-    return nullptr;
+    tx::posix::Descriptor archive(fcntl(m_verified->descriptor(), F_DUPFD_CLOEXEC, 0));
+    return lseek(archive.get(), 0, SEEK_SET) == 0 ? std::move(archive) : tx::posix::Descriptor();
 }
 
-void TXUpdateUnarchiver::unarchiveWithPipingCommand(const QString &command) {
-    tx::runInBackground([self = shared_from_this(), command] { self->stream(command); });
-}
-
-void TXUpdateUnarchiver::stream(const QString &command) {
+void TXUpdateUnarchiver::run(const QString &type) {
     releaseFromQuarantine(m_archivePath);
     TXLog(TXLogLevelStep, u"TXUpdate: Unarchiving: opening the file"_s);
-    const std::unique_ptr<std::FILE, int (*)(std::FILE *)> archive(openArchive(), &std::fclose);
+    const tx::posix::Descriptor archive = openArchive();
     QString reason;
     QString application;
-    if (archive) {
-        reason = pipeArchive(archive.get(), command, QFileInfo(m_archivePath).path(), application);
+    if (archive.isOpen()) {
+        reason = unpack(archive.get(), type, QFileInfo(m_archivePath).path(), application);
     } else {
         reason = openFailure(m_archivePath);
         (void)services().workspace->reveal(m_archivePath);
@@ -177,51 +177,25 @@ void TXUpdateUnarchiver::stream(const QString &command) {
     tx::postToMain([completion = m_completion, application, error] { completion(application, error); });
 }
 
-QString TXUpdateUnarchiver::pipeArchive(std::FILE *archive, const QString &command,
-                                        const QString &destination, QString &application) {
-    // Only the command gets the variable: this process's environment belongs to the host.
-    QStringList environment = tx::environmentWithFrameworkTools();
+QString TXUpdateUnarchiver::unpack(int archive, const QString &type, const QString &destination,
+                                   QString &application) {
+    QStringList environment = QProcessEnvironment::systemEnvironment().toStringList();
     environment.removeIf([](const QString &v) { return v.startsWith(u"TXUPDATE_UNARCHIVER_"_s); });
-    for (QString &variable : environment) {
-        // The framework's own tar leaves nothing of an archive that it cannot unpack completely.
-        if (variable.startsWith(u"PATH="_s))
-            variable.insert(5, tx::frameworkResourcesPath() + u"/Archives:"_s);
-    }
-    environment << u"TXUPDATE_UNARCHIVER_DESTINATION="_s + destination
-                << u"TXUPDATE_UNARCHIVER_LIMIT="_s + QString::number(tx::archiveLimits().unpacked);
-    tx::TaskRequest request{.program = u"/bin/sh"_s,
-                            .arguments = {u"-c"_s, command},
-                            .environment = environment,
-                            .writesInput = true,
-                            .keepsErrors = true,
-                            .ownSession = true};
-    tx::Result<std::unique_ptr<tx::Task>> task = services().tasks->start(request);
-    if (!task && task.error().code() == ENOENT) {
-        // On a machine without a shell: run the same command without it.
-        request.arguments = command.split(u' ');
-        const QString tool = request.arguments.takeFirst();
-        request.arguments.last() = destination;
-        request.program = tx::frameworkResourcesPath() + (tool == u"tar" ? u"/Archives/"_s : u"/"_s) + tool;
-        task = services().tasks->start(request);
-    }
+    environment << u"TXUPDATE_UNARCHIVER_LIMIT="_s + QString::number(tx::archiveLimits().unpacked);
+    const tx::Result<std::unique_ptr<tx::Task>> task =
+        services().tasks->start({.program = tx::frameworkResourcesPath() + u"/TXUpdateUnpacker"_s,
+                                 .arguments = {u"--end-with-caller"_s, type, destination},
+                                 .environment = environment,
+                                 .inputFile = archive,
+                                 .keepsErrors = true,
+                                 .ownSession = true});
     if (!task)
         return tx::localizedFormat(u"Opening the pipe for the archive failed %d."_s,
                                    {QString::number(task.error().code())});
-    // When the process ends, nobody needs the unpacked application, and the command might hang.
+    // When the process ends, nobody needs the unpacked application, and the program might hang.
     const tx::InterruptAtEnd interrupt([&task] { (*task)->kill(); });
-    std::optional<int> failedWrite;
-    constexpr size_t chunkSize = 32768;
-    std::array<char, chunkSize> buffer{};
-    while (!failedWrite) {
-        const size_t length = std::fread(buffer.data(), 1, buffer.size(), archive);
-        if (length == 0)
-            break;
-        int number = 0;
-        if ((*task)->write(buffer.data(), static_cast<qsizetype>(length), &number) !=
-            static_cast<qsizetype>(length)) {
-            failedWrite = number;
-            break;
-        }
+    std::optional<int> status;
+    do {
         static double lastTime = 0;
         __TXUpdateAllowOnceEvery(
             [this] {
@@ -229,27 +203,27 @@ QString TXUpdateUnarchiver::pipeArchive(std::FILE *archive, const QString &comma
                     tx::postToMain(m_progress);
             },
             &lastTime, 0.1);
-    }
-    (*task)->closeInput();
-    const int status = (*task)->wait();
-    const QString toolSays = (*task)->errorText();
+        status = (*task)->waitWithin(progressInterval);
+    } while (!status);
+    QString toolSays = (*task)->errorText();
     if (!toolSays.isEmpty())
         TXLog(TXLogLevelFailure, u"TXUpdate: %@"_s, {toolSays});
     if (tx::applicationIsEnding())
         return {}; // nobody is told, and the source of messages may be destroyed
-    if (const int indicator = std::ferror(archive))
-        return tx::localizedFormat(u"An error occured while reading from the archive %d."_s,
-                                   {QString::number(indicator)});
-    if (failedWrite)
-        return tx::localizedFormat(u"Piping the archive failed %d."_s, {QString::number(*failedWrite)});
-    // The status does not matter; it matters whether the application was unpacked.
-    const tx::FoundApplication found = tx::findApplication(destination, m_wanted);
+    if (*status == archiveUnreadable)
+        return tx::localizedFormat(u"An error occured while reading from the archive %d."_s, {u"1"_s});
+    // An application that was there before is not a part of an archive that could not be unpacked.
+    tx::FoundApplication found;
+    if (*status == 0)
+        found = tx::findApplication(destination, m_wanted);
+    else if (toolSays.isEmpty())
+        toolSays = u"TXUpdateUnpacker: exit status %1"_s.arg(*status);
     application = found.path;
     if (!application.isNull())
         return {};
     return tx::localizedString(u"Could not find the unarchived application."_s) + u' ' +
            tx::explainMissingApplication(destination, m_archivePath, m_wanted, found.refusal,
-                                         status == 0 ? std::nullopt : std::optional(toolSays));
+                                         *status == 0 ? std::nullopt : std::optional(toolSays));
 }
 
 void TXUpdateUnarchiver::releaseFromQuarantine(const QString &path) {

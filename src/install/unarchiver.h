@@ -3,22 +3,24 @@
 
 #include "install/archiveverification.h"
 #include "install/unpackedapplication.h"
+#include "posix/posixfiles.h"
 
 #include <TarvixUpdate/TXError.h>
 
 #include <QString>
 
-#include <cstdio>
 #include <functional>
 #include <memory>
 
-/// Unpacks a downloaded archive into the archive's own folder by streaming it to a command, and then looks
-/// for the application among the unpacked files. For a host with keys, it unpacks only verified archives.
+/// Lets the framework's program TXUpdateUnpacker unpack a downloaded archive into the archive's own folder,
+/// and then looks for the application among the unpacked files. The program gets the open archive as its
+/// standard input, and reads it with lowered rights. For a host with keys, only verified archives are
+/// unpacked.
 ///
 /// Thread: call `unarchive` on any thread. The work runs on the background queue, the handlers on the main
 /// thread. Errors: domain "TXUpdater" with code 0, or TXUpdateErrorDomain if the host's keys do not admit the
 /// application. That application is removed; other unpacked files stay.
-class TXUpdateUnarchiver final : public std::enable_shared_from_this<TXUpdateUnarchiver> {
+class TXUpdateUnarchiver final {
 public:
     using ProgressHandler = std::function<void()>;
     /// The application's path and a null error, or a null path and an error. Both null: the archive's type is
@@ -28,8 +30,8 @@ public:
     /// A new version of the host. `build`: the announced one, for messages.
     [[nodiscard]] static tx::WantedApplication forHost(const QString &build);
 
-    /// Returns at once. `progress` may be null. `wanted`: the application that is looked for, by default one
-    /// with the host's identifier.
+    /// Returns at once. `progress` is called while the archive is unpacked, at most every 0.1 s; it may be
+    /// null. `wanted`: the application that is looked for, by default one with the host's identifier.
     static void unarchive(const QString &archivePath, const ProgressHandler &progress,
                           const CompletionHandler &completion,
                           const tx::WantedApplication &wanted = forHost({}));
@@ -46,7 +48,9 @@ public:
     /// if it contains devices, pipes or sockets.
     [[nodiscard]] static QString findUnarchivedApplicationInDirectory(const QString &directory);
 
-    /// The shell command that unpacks an archive of that name; null for an unknown type.
+    /// The shell command that unpacks an archive of that name from its standard input into the folder in
+    /// TXUPDATE_UNARCHIVER_DESTINATION, with the framework's tools first in PATH; null for an unknown type.
+    /// The framework does not run it: it is for people and scripts, and has the same result.
     [[nodiscard]] static QString commandForFileName(const QString &fileName);
 
     /// Why an archive of that name, which is of an unknown type, is not unpacked, and which ones are; in the
@@ -59,12 +63,13 @@ public:
 
 private:
     static void begin(const std::shared_ptr<TXUpdateUnarchiver> &unarchiver);
-    /// Returns null and sets errno if the archive cannot be opened.
-    [[nodiscard]] std::FILE *openArchive() const;
-    void unarchiveWithPipingCommand(const QString &command);
-    void stream(const QString &command);
-    [[nodiscard]] QString pipeArchive(std::FILE *archive, const QString &command, const QString &destination,
-                                      QString &application);
+    /// The archive, at its first byte; not open if that fails.
+    [[nodiscard]] tx::posix::Descriptor openArchive() const;
+    /// `type`: the name of the archive's type for TXUpdateUnpacker.
+    void run(const QString &type);
+    /// Returns why no application was unpacked, or null and the path of the application.
+    [[nodiscard]] QString unpack(int archive, const QString &type, const QString &destination,
+                                 QString &application);
 
     const QString m_archivePath;
     const ProgressHandler m_progress;

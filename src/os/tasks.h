@@ -17,7 +17,7 @@ struct TaskRequest {
     QString program; ///< a path, or a name that is looked up in PATH
     QStringList arguments;
     std::optional<QStringList> environment; ///< "NAME=value"; absent: this process's own
-    bool writesInput = false;               ///< Task::write feeds its standard input
+    int inputFile = -1; ///< an open file that becomes its standard input; the caller keeps the descriptor
     bool receivesPackets = false; ///< standard input is a local packet socket, and Task::send writes to it
     bool readsOutput = false;     ///< Task::read takes its standard output
     bool keepsErrors = false;     ///< Task::errorText returns the end of its standard error
@@ -30,9 +30,6 @@ class Task {
 public:
     virtual ~Task() = default;
     [[nodiscard]] virtual qint64 processIdentifier() const = 0;
-    /// Writes to the standard input; returns how many bytes were taken, fewer than given after an error, with
-    /// errno in `errorNumber`.
-    virtual qsizetype write(const char *data, qsizetype size, int *errorNumber) = 0;
     /// Sends one packet, together with an open file if `descriptor` is valid. Returns 0 or an errno value.
     virtual int send(const QByteArray &packet, int descriptor);
     virtual void closeInput() = 0;
@@ -48,7 +45,7 @@ public:
     /// asked to keep it, and if it could not be kept.
     [[nodiscard]] virtual QString errorText() { return {}; }
     /// Kills the process immediately. If it has a session of its own, kills all processes in that session.
-    /// Thread: any, even while another thread writes, reads or waits.
+    /// Thread: any, even while another thread reads or waits.
     virtual void kill() = 0;
 };
 

@@ -397,7 +397,7 @@ TEST_F(Installing, UpdateMayGoWhileItUnpacks) {
     tx::test::RecordingTasks tasks;
     tasks.runsForReal = true;
     tasks.failing = [&](const tx::TaskRequest &request) {
-        if (request.arguments.join(u' ').contains(u"ditto"_s)) {
+        if (request.program.endsWith(u"/TXUpdateUnpacker"_s)) {
             unpacks = true;
             gate.acquire();
         }

@@ -5,7 +5,7 @@
 
 #include <csignal>
 #include <fcntl.h>
-
+#include <sys/stat.h>
 #include <unistd.h>
 
 using namespace Qt::StringLiterals;
@@ -35,13 +35,17 @@ TEST(Tasks, ArgumentsAndEnvironmentArriveExactly) {
               QByteArray("ONE=1 2\n"));
 }
 
-TEST(Tasks, InputGoesThroughAPipeAndEndsWithIt) {
-    auto task = tx::nativeTasks().start({.program = u"cat"_s, .writesInput = true, .readsOutput = true});
-    ASSERT_TRUE(bool(task));
-    EXPECT_EQ((*task)->write("hello", 5, nullptr), 5);
-    (*task)->closeInput();
-    EXPECT_EQ((*task)->read(), QByteArray("hello"));
-    EXPECT_EQ((*task)->wait(), 0);
+TEST(Tasks, OpenFileBecomesTheStandardInput) {
+    const int file = open("/proc/self/exe", O_RDONLY | O_CLOEXEC);
+    struct stat given {};
+    ASSERT_EQ(fstat(file, &given), 0);
+    const TaskRequest request{.program = u"stat"_s,
+                              .arguments = {u"-L"_s, u"-c"_s, u"%d %i %F"_s, u"/dev/stdin"_s},
+                              .inputFile = file};
+    EXPECT_EQ(outputOf(request), QByteArray::number(qulonglong(given.st_dev)) + ' ' +
+                                     QByteArray::number(qulonglong(given.st_ino)) + " regular file\n");
+    EXPECT_NE(fcntl(file, F_GETFD), -1) << "the caller keeps it";
+    close(file);
 }
 
 TEST(Tasks, PacketsGoThroughASocketWithAnOpenFile) {
@@ -65,18 +69,6 @@ TEST(Tasks, PacketsGoThroughASocketWithAnOpenFile) {
     ASSERT_TRUE(bool(ended));
     (*ended)->wait();
     EXPECT_EQ((*ended)->send("x", -1), EPIPE);
-}
-
-TEST(Tasks, WriteToAProgramThatEndedFailsWithoutASignal) {
-    auto task = tx::nativeTasks().start({.program = u"true"_s, .writesInput = true});
-    ASSERT_TRUE(bool(task));
-    (*task)->wait();
-    int number = 0;
-    EXPECT_LT((*task)->write("x", 1, &number), 1);
-    EXPECT_EQ(number, EPIPE);
-    sigset_t pending;
-    sigpending(&pending);
-    EXPECT_EQ(sigismember(&pending, SIGPIPE), 0);
 }
 
 TEST(Tasks, StatusIsTheExitCodeOrTheSignal) {

@@ -70,7 +70,7 @@ QString OwnRootTest::makeApplication(const QString &bundle, const QString &build
     const QString resources = bundle + u"/Contents/Frameworks/TarvixUpdate/Resources"_s;
     QDir().mkpath(resources);
     QStringList copy{u"-R"_s};
-    for (const char *tool : {"/TXUpdateAuthorize", "/TXUpdateInstaller.app", "/ditto", "/Archives"})
+    for (const char *tool : {"/TXUpdateAuthorize", "/TXUpdateInstaller.app", "/TXUpdateUnpacker"})
         copy << tx::test::resourcesFolder() + QString::fromLatin1(tool);
     EXPECT_EQ(runProcess(u"cp"_s, copy << resources).status, 0);
     EXPECT_EQ(runProcess(u"chmod"_s, {u"-R"_s, u"u=rwX,go=rX"_s, bundle}).status, 0);

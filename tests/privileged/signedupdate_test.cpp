@@ -304,9 +304,9 @@ TEST_F(SignedUpdate, IsInstalledOnlyIfTheKeysHaveSignedIt) {
     setMode(info, 0666);
     expectRefused(73, "Info.plist can be written to by other users", job(), {openArchive().get()});
     setMode(info, 0644);
-    setMode(resources + u"/ditto"_s, 0777);
-    expectRefused(73, "ditto can be written to by other users", job(), {openArchive().get()});
-    setMode(resources + u"/ditto"_s, 0755);
+    setMode(resources + u"/TXUpdateUnpacker"_s, 0777);
+    expectRefused(73, "TXUpdateUnpacker can be written to by other users", job(), {openArchive().get()});
+    setMode(resources + u"/TXUpdateUnpacker"_s, 0755);
     // Malformed keys never count as "no keys".
     (void)prepare(QVariantList{u"minisign:x"_s});
     expectRefused(65, "TXUpdatePublicKeys", job(), {openArchive().get()});

@@ -108,9 +108,9 @@ TEST(House, ToolsNeedNothingButTheCLibrary) {
         }
     }
     tools.sort();
-    EXPECT_EQ(tools,
-              (QStringList{u"TXUpdateAuthorize"_s, u"TXUpdateInstaller"_s, u"TXUpdateLauncher"_s, u"ditto"_s,
-                           u"hdiutil"_s, u"open"_s, u"system_profiler"_s, u"tar"_s, u"xattr"_s}));
+    EXPECT_EQ(tools, (QStringList{u"TXUpdateAuthorize"_s, u"TXUpdateInstaller"_s, u"TXUpdateLauncher"_s,
+                                  u"TXUpdateUnpacker"_s, u"ditto"_s, u"hdiutil"_s, u"open"_s,
+                                  u"system_profiler"_s, u"tar"_s, u"xattr"_s}));
 }
 
 } // namespace

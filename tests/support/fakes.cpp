@@ -46,7 +46,6 @@ public:
         : m_output(std::move(output))
         , m_status(status) {}
     qint64 processIdentifier() const override { return 4711; }
-    qsizetype write(const char *, qsizetype size, int *) override { return size; }
     void closeInput() override {}
     QByteArray read() override { return std::exchange(m_output, {}); }
     std::optional<QByteArray> readWithin(std::chrono::milliseconds) override { return read(); }

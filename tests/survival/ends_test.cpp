@@ -43,10 +43,10 @@ protected:
         QDir().mkpath(root + u"/home"_s);
         const QString real = tx::test::resourcesFolder();
         for (const QString &name : namesIn(real)) {
-            if (name != u"Archives" && name != u"ditto")
+            if (name != u"TXUpdateUnpacker")
                 QFile::link(real + u'/' + name, resources + u'/' + name);
         }
-        tx::test::writeFile(resources + u"/ditto"_s,
+        tx::test::writeFile(resources + u"/TXUpdateUnpacker"_s,
                             "#!/bin/sh\necho $$ > '" + hanging.toUtf8() + ".new'\nmv '" + hanging.toUtf8() +
                                 ".new' '" + hanging.toUtf8() + "'\nwhile :; do sleep 1000; done\n",
                             executable);

@@ -77,7 +77,7 @@ TEST_F(Survives, WithoutAFaultTheUpdateComesThroughAndOpensOnce) {
     const QStringList points = trace();
     for (const QString &point :
          {u"create .txupdate-download #1"_s, u"write .txupdate-download #1"_s, u"rename New - 2.zip #1"_s,
-          u"start sh #1"_s, u"ditto #1"_s, u"copy TXUpdateInstaller.app #1"_s,
+          u"start TXUpdateUnpacker #1"_s, u"unpacker #1"_s, u"copy TXUpdateInstaller.app #1"_s,
           u"start TXUpdateInstaller #1"_s, u"exit #1"_s, u"installer exchange My Host.app #1"_s,
           u"installer open #1"_s})
         EXPECT_TRUE(points.contains(point)) << point.toStdString() << " is not among\n"
@@ -226,7 +226,7 @@ TEST_P(KillMatrix, LosesNothingAndSettles) {
     ASSERT_EQ(treeOf(subject()), newTree);
     int points = 0;
     for (const QString &point : trace()) {
-        const bool isTool = point.startsWith(u"installer"_s) || point.startsWith(u"ditto"_s);
+        const bool isTool = point.startsWith(u"installer"_s) || point.startsWith(u"unpacker"_s);
         if (isTool == (GetParam().part == QByteArrayView("host")))
             continue;
         survive(QString::fromLatin1(GetParam().how), point);

@@ -110,7 +110,7 @@ protected:
         const QString real = realResources();
         QDir().mkpath(resources);
         for (const QString &name : namesIn(real)) {
-            if (name != u"TXUpdateInstaller.app" && name != u"ditto")
+            if (name != u"TXUpdateInstaller.app" && name != u"TXUpdateUnpacker")
                 QFile::link(real + u'/' + name, resources + u'/' + name);
         }
         const QString tool = resources + u"/TXUpdateInstaller.app/Contents"_s;
@@ -119,12 +119,12 @@ protected:
         QFile::copy(tx::test::helpersFolder() + u"/survival/fault_installer"_s,
                     tool + u"/MacOS/TXUpdateInstaller"_s);
         writeFile(
-            resources + u"/ditto"_s,
-            "#!/bin/sh\necho 'ditto #1' >> \"$FAULT_PLAN.trace\"\n{ read -r how; read -r point; } < "
-            "\"$FAULT_PLAN\"\nif [ \"$point\" = 'ditto #1' ]; then\n  case $how in\n  *-once) mkdir "
+            resources + u"/TXUpdateUnpacker"_s,
+            "#!/bin/sh\necho 'unpacker #1' >> \"$FAULT_PLAN.trace\"\n{ read -r how; read -r point; } < "
+            "\"$FAULT_PLAN\"\nif [ \"$point\" = 'unpacker #1' ]; then\n  case $how in\n  *-once) mkdir "
             "\"$FAULT_PLAN.taken\" 2> /dev/null || how=none;;\n  esac\n  case $how in\n  fail-*) exit 1;;\n  "
             "kill-*) kill -9 $$;;\n  hang-*) exec sleep 1000;;\n  esac\nfi\nexec '" +
-                real.toUtf8() + "/ditto' \"$@\"\n",
+                real.toUtf8() + "/TXUpdateUnpacker' \"$@\"\n",
             executable);
         setPlan({}, {});
         if (inPlace)

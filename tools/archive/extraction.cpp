@@ -2,6 +2,7 @@
 #include "archive/extraction.h"
 
 #include "archive/links.h"
+#include "archive/lowerrights.h"
 #include "posix/posixfiles.h"
 #include "posix/readwrite.h"
 #include "posix/updatefoldernames.h"
@@ -32,17 +33,10 @@ using Writer = std::unique_ptr<archive, decltype(&archive_write_free)>;
 /// If the run is killed, the next one removes this folder.
 constexpr const char *stagingName = incompleteUnpackingName;
 
-constexpr la_int64_t usualLimit = la_int64_t(8) << 30;
 /// The least that an entry counts, so that a limit on bytes also limits the number of entries.
 constexpr la_int64_t entrySize = 4096;
 /// The longest name: together with an application's folder it must fit the system's limit for paths.
 constexpr size_t longestName = PATH_MAX - 1024;
-
-la_int64_t limitInForce() {
-    const char *text = std::getenv("TXUPDATE_UNARCHIVER_LIMIT");
-    const long long limit = text ? std::strtoll(text, nullptr, 10) : 0;
-    return limit > 0 ? limit : usualLimit;
-}
 
 /// True if the first part of `name` is UTF-8, so that the framework can name the entry and remove it.
 bool hasReadableTop(const std::string &name) {
@@ -82,7 +76,7 @@ public:
         , m_writer(archive_write_disk_new(), &archive_write_free)
         , m_tool(tool)
         , m_longestName(std::min(longestName, room))
-        , m_left(limitInForce()) {
+        , m_left(unpackedLimit()) {
         // In a new folder nothing need be replaced, so nothing is written through a link.
         archive_write_disk_set_options(
             m_writer.get(), ARCHIVE_EXTRACT_TIME | ARCHIVE_EXTRACT_PERM | ARCHIVE_EXTRACT_SECURE_SYMLINKS |
@@ -228,7 +222,8 @@ bool publish(const std::string &staging, const std::string &folder, const char *
     return true;
 }
 
-/// One at a time in a folder. The tool of a killed host soon notices the end of its input, and ends.
+/// One at a time in a folder. The tool of a killed host soon ends: with its caller, or when it notices the
+/// end of its input.
 int lockFolder(const std::string &folder) {
     posix::Descriptor descriptor(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     constexpr int tries = 1000;
@@ -247,7 +242,13 @@ int fail(const char *tool, const std::string &what, const char *why) {
     return 1;
 }
 
-int seekableInput(const std::string &folder) {
+la_int64_t unpackedLimit() {
+    const char *text = std::getenv("TXUPDATE_UNARCHIVER_LIMIT");
+    const long long limit = text ? std::strtoll(text, nullptr, 10) : 0;
+    return limit > 0 ? limit : la_int64_t(usualUnpackedSize);
+}
+
+int seekableInput(const std::string &folder, bool &unreadable) {
     struct stat info {};
     if (fstat(STDIN_FILENO, &info) == 0 && S_ISREG(info.st_mode) && lseek(STDIN_FILENO, 0, SEEK_CUR) == 0)
         return STDIN_FILENO;
@@ -264,8 +265,10 @@ int seekableInput(const std::string &folder) {
     for (ssize_t n = 0; (n = read(STDIN_FILENO, buffer.data(), buffer.size())) != 0;) {
         if (n < 0 && errno == EINTR)
             continue;
-        if (n < 0)
+        if (n < 0) {
+            unreadable = true;
             return -1;
+        }
         if (posix::writeAll(spool, buffer.data(), static_cast<size_t>(n)) != static_cast<size_t>(n))
             return -1;
     }
@@ -273,6 +276,9 @@ int seekableInput(const std::string &folder) {
 }
 
 void drainInput() {
+    struct stat info {};
+    if (fstat(STDIN_FILENO, &info) == 0 && S_ISREG(info.st_mode))
+        return; // nobody writes it
     std::vector<char> buffer(1 << 16);
     for (ssize_t n = 1; n > 0 || (n < 0 && errno == EINTR);)
         n = read(STDIN_FILENO, buffer.data(), buffer.size());

@@ -13,14 +13,18 @@ namespace tx::tools {
 
 using Reader = std::unique_ptr<archive, decltype(&archive_read_free)>;
 
+/// The permitted size of an archive's content in bytes: TXUPDATE_UNARCHIVER_LIMIT, or the usual one.
+[[nodiscard]] la_int64_t unpackedLimit();
+
 /// Prints "TOOL: WHAT: WHY" to the error output. Returns the exit status of a failure, 1.
 int fail(const char *tool, const std::string &what, const char *why);
 
 /// A descriptor that can be read from any position: standard input itself when it is a file, else a nameless
-/// copy of it in the folder, where there must be room for the content anyway. -1 with errno on failure.
-[[nodiscard]] int seekableInput(const std::string &folder);
+/// copy of it in the folder, where there must be room for the content anyway. -1 with errno on failure;
+/// `unreadable` becomes true if standard input could not be read.
+[[nodiscard]] int seekableInput(const std::string &folder, bool &unreadable);
 
-/// Reads standard input to its end, so that the writing program is not interrupted.
+/// Reads standard input to its end, so that a program that writes into a pipe is not interrupted.
 void drainInput();
 
 /// Unpacks `reader` into `folder`; entries replace existing ones of the same name. Nothing is left in the

@@ -90,26 +90,21 @@ Outcome<std::vector<std::string>> foldersIn(const posix::Descriptor &folder) {
     return result;
 }
 
-/// The framework's program that unpacks an archive, with its arguments. The first bytes of the archive select
-/// it, because anybody can choose the file name. Everything but zip, gzip, bzip2 and zstd is passed to tar.
-struct Unpacking {
-    std::string program; ///< relative to the framework's resources
-    std::vector<std::string> arguments;
-};
-
-Unpacking unpackingOf(int archive, const std::string &folder) {
+/// The type of an archive, for the program that unpacks it. The first bytes of the archive decide, because
+/// anybody can choose the file name. Everything but zip, gzip, bzip2 and zstd counts as tar.
+const char *typeOf(int archive) {
     std::array<char, 4> bytes{};
     const ssize_t count = pread(archive, bytes.data(), bytes.size(), 0);
     const std::string_view start(bytes.data(), count > 0 ? static_cast<size_t>(count) : 0);
     if (start == std::string_view("PK\3\4", 4) || start == std::string_view("PK\5\6", 4))
-        return {"/ditto", {"-x", "-k", "-", folder}};
+        return "zip";
     if (start.substr(0, 2) == "\x1f\x8b")
-        return {"/Archives/tar", {"-zxC", folder}};
+        return "tgz";
     if (start.substr(0, 3) == "BZh")
-        return {"/Archives/tar", {"-jxC", folder}};
+        return "tbz";
     if (start == "\x28\xb5\x2f\xfd")
-        return {"/Archives/tar", {"--zstd", "-xC", folder}};
-    return {"/Archives/tar", {"-xC", folder}};
+        return "tzst";
+    return "tar";
 }
 
 /// One job whose words have been checked.
@@ -219,8 +214,7 @@ private:
     }
 
     std::string unpack(const trust::VerifiedArchive &archive) {
-        const Unpacking unpacking = unpackingOf(archive.descriptor(), m_folder);
-        const std::string program = posix::parentOf(m_context.executable) + unpacking.program;
+        const std::string program = posix::parentOf(m_context.executable) + "/TXUpdateUnpacker";
         posix::Descriptor file;
         if (std::string problem = openTrusted(program, m_context, file); !problem.empty())
             return problem;
@@ -230,7 +224,8 @@ private:
                                  {"TXUPDATE_UNARCHIVER_LIMIT=" + std::to_string(m_largestUnpacked)}};
         std::string output;
         int status = 0;
-        std::string problem = m_context.run(program, unpacking.arguments, input, output, status);
+        std::string problem = m_context.run(
+            program, {"--end-with-caller", typeOf(archive.descriptor()), m_folder}, input, output, status);
         if (problem.empty() && status != 0)
             problem = program + " ended with status " + std::to_string(status) + ": " + output;
         return problem;

@@ -4,7 +4,6 @@
 #include "base/posixerror.h"
 #include "os/frameworkresources.h"
 #include "posix/posixfiles.h"
-#include "posix/readwrite.h"
 
 #include <QFile>
 
@@ -32,34 +31,6 @@ using namespace Qt::StringLiterals;
 namespace tx {
 
 namespace {
-
-/// Keeps a write to a closed pipe from ending the host: the signal is blocked for this thread and taken off
-/// its queue if the write raised it.
-class PipeSignalGuard {
-public:
-    PipeSignalGuard() {
-        sigemptyset(&m_signals);
-        sigaddset(&m_signals, SIGPIPE);
-        sigset_t pending;
-        sigpending(&pending);
-        m_wasPending = sigismember(&pending, SIGPIPE) == 1;
-        pthread_sigmask(SIG_BLOCK, &m_signals, &m_before);
-    }
-    ~PipeSignalGuard() {
-        if (!m_wasPending) {
-            const timespec now{0, 0};
-            while (sigtimedwait(&m_signals, nullptr, &now) < 0 && errno == EINTR) {
-            }
-        }
-        pthread_sigmask(SIG_SETMASK, &m_before, nullptr);
-    }
-    Q_DISABLE_COPY_MOVE(PipeSignalGuard)
-
-private:
-    sigset_t m_signals;
-    sigset_t m_before;
-    bool m_wasPending = false;
-};
 
 int waitFor(pid_t pid) {
     int status = 0;
@@ -90,15 +61,6 @@ public:
     Q_DISABLE_COPY_MOVE(NativeTask)
 
     qint64 processIdentifier() const override { return m_pid; }
-
-    qsizetype write(const char *data, qsizetype size, int *errorNumber) override {
-        const PipeSignalGuard guard;
-        const auto written =
-            static_cast<qsizetype>(posix::writeAll(m_input.get(), data, static_cast<size_t>(size)));
-        if (written < size && errorNumber)
-            *errorNumber = errno;
-        return written;
-    }
 
     int send(const QByteArray &packet, int descriptor) override {
         iovec content{const_cast<char *>(packet.constData()), static_cast<size_t>(packet.size())};
@@ -236,9 +198,13 @@ public:
 
     void connect(int stream, const posix::Descriptor &end) {
         if (end.isOpen())
-            posix_spawn_file_actions_adddup2(&m_actions, end.get(), stream);
+            connect(stream, end.get());
         else if (stream == STDIN_FILENO)
             posix_spawn_file_actions_addopen(&m_actions, stream, "/dev/null", O_RDWR, 0);
+    }
+
+    void connect(int stream, int descriptor) {
+        posix_spawn_file_actions_adddup2(&m_actions, descriptor, stream);
     }
 
     int spawn(pid_t *pid, const char *program, char *const *arguments, char *const *environment) {
@@ -267,7 +233,6 @@ public:
         int outputEnds[2] = {-1, -1};
         if ((request.receivesPackets &&
              socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, inputEnds) != 0) ||
-            (request.writesInput && !request.receivesPackets && pipe2(inputEnds, O_CLOEXEC) != 0) ||
             (request.readsOutput && pipe2(outputEnds, O_CLOEXEC) != 0))
             return posixError(errno, u"Cannot make a pipe for"_s, request.program);
         const posix::Descriptor childInput(inputEnds[0]);
@@ -288,7 +253,10 @@ public:
         const std::vector<char *> envp = pointersTo(variables);
 
         SpawnSettings settings(request);
-        settings.connect(STDIN_FILENO, childInput);
+        if (request.inputFile >= 0)
+            settings.connect(STDIN_FILENO, request.inputFile);
+        else
+            settings.connect(STDIN_FILENO, childInput);
         settings.connect(STDOUT_FILENO, childOutput);
         settings.connect(STDERR_FILENO, errors);
         pid_t pid = 0;

@@ -22,34 +22,53 @@ using tx::test::runProcess;
 
 namespace {
 
-class Unpacking : public tx::test::FrameworkTest, public testing::WithParamInterface<ArchiveKind> {
+/// An archive through a pipe into the command for its type, or an archive as a file for the program to which
+/// the framework gives it.
+struct Way {
+    ArchiveKind kind;
+    bool asFile = false;
+};
+
+class Unpacking : public tx::test::FrameworkTest, public testing::WithParamInterface<Way> {
 protected:
     const QString out = path(u"out"_s);
     const QString file = path(u"archive"_s);
 
     Unpacking() { QDir().mkpath(out); }
-    static QString tool(ArchiveKind kind) {
-        return tx::test::resourcesFolder() + (kind == ArchiveKind::Zip ? u"/ditto"_s : u"/Archives/tar"_s);
-    }
-    static QStringList options(ArchiveKind kind) {
-        switch (kind) {
+    static ArchiveKind kind() { return GetParam().kind; }
+    static QStringList command(const QString &folder) {
+        if (GetParam().asFile)
+            return {tx::test::resourcesFolder() + u"/TXUpdateUnpacker"_s, u"--end-with-caller"_s,
+                    QString::fromLatin1(tx::test::suffixOf(kind())).mid(1), folder};
+        const QString tar = tx::test::resourcesFolder() + u"/Archives/tar"_s;
+        switch (kind()) {
         case ArchiveKind::Zip:
-            return {u"-x"_s, u"-k"_s, u"-"_s};
+            return {tx::test::resourcesFolder() + u"/ditto"_s, u"-x"_s, u"-k"_s, u"-"_s, folder};
         case ArchiveKind::Tgz:
-            return {u"-zxC"_s};
+            return {tar, u"-zxC"_s, folder};
         case ArchiveKind::Tbz:
-            return {u"-jxC"_s};
+            return {tar, u"-jxC"_s, folder};
         case ArchiveKind::Tzst:
-            return {u"--zstd"_s, u"-xC"_s};
+            return {tar, u"--zstd"_s, u"-xC"_s, folder};
         default:
-            return {u"-xC"_s};
+            return {tar, u"-xC"_s, folder};
         }
     }
+    ProcessResult unpackInto(const QString &folder, const QByteArray &archive,
+                             const QStringList &environment = {}) const {
+        QStringList words = command(folder);
+        if (!GetParam().asFile)
+            return runProcess(words.takeFirst(), words, archive, environment);
+        tx::test::writeFile(path(u"given"_s), archive);
+        return runProcess(u"/bin/sh"_s,
+                          QStringList{u"-c"_s, u"exec \"$@\" < \"$0\""_s, path(u"given"_s)} + words, {},
+                          environment);
+    }
     ProcessResult unpackBytes(const QByteArray &archive, const QStringList &environment = {}) const {
-        return runProcess(tool(GetParam()), options(GetParam()) << out, archive, environment);
+        return unpackInto(out, archive, environment);
     }
     ProcessResult unpack(const QList<ArchiveEntry> &entries, const QStringList &environment = {}) const {
-        tx::test::makeArchive(file, GetParam(), entries);
+        tx::test::makeArchive(file, kind(), entries);
         return unpackBytes(tx::test::readFile(file), environment);
     }
     void expectNothing(const ProcessResult &result, const std::string &reason) const {
@@ -57,7 +76,7 @@ protected:
         EXPECT_THAT(result.errors.toStdString(), testing::HasSubstr(reason));
         EXPECT_TRUE(namesIn(out).isEmpty()) << namesIn(out).join(u' ').toStdString();
     }
-    bool isTar() const { return GetParam() != ArchiveKind::Zip; }
+    static bool isTar() { return kind() != ArchiveKind::Zip; }
     mode_t modeOf(const QString &name) const {
         struct stat info {};
         EXPECT_EQ(lstat(QFile::encodeName(out + u'/' + name).constData(), &info), 0) << name.toStdString();
@@ -70,6 +89,7 @@ class TarUnpacking : public Unpacking {};
 /// Plain tar archives have a sum for their headers only.
 class SummedUnpacking : public Unpacking {};
 class GzipUnpacking : public Unpacking {};
+class PipedUnpacking : public Unpacking {};
 
 const ArchiveEntry good{u"good"_s, ArchiveEntry::File, "good", 0644};
 
@@ -199,8 +219,7 @@ TEST_P(Unpacking, PathThatTheSystemCannotNameSpoilsTheWholeArchive) {
     while (deep.size() < 1100)
         deep += u"/"_s + QString(100, u'e');
     ASSERT_TRUE(QDir().mkpath(deep));
-    const ProcessResult inDeep =
-        runProcess(tool(GetParam()), options(GetParam()) << deep, tx::test::readFile(file));
+    const ProcessResult inDeep = unpackInto(deep, tx::test::readFile(file));
     EXPECT_EQ(inDeep.status, 1);
     EXPECT_THAT(inDeep.errors.toStdString(), testing::HasSubstr("the path is too long"));
     EXPECT_TRUE(namesIn(deep).isEmpty());
@@ -303,16 +322,16 @@ TEST_P(Unpacking, TruncatedAtAnyByteLeavesNothing) {
     QByteArray noise(30000, 0);
     for (qsizetype i = 0; i < noise.size(); ++i)
         noise[i] = static_cast<char>((i * 7919) >> 3);
-    tx::test::makeArchive(file, GetParam(),
+    tx::test::makeArchive(file, kind(),
                           {{u"A.app/Info.plist"_s, ArchiveEntry::File, "info"},
                            {u"A.app/noise"_s, ArchiveEntry::File, noise},
                            {u"A.app/last"_s, ArchiveEntry::File, "last"}});
     const QByteArray whole = tx::test::readFile(file);
-    const qsizetype end = whole.size() - (GetParam() == ArchiveKind::Tar ? 10240 : 1);
+    const qsizetype end = whole.size() - (kind() == ArchiveKind::Tar ? 10240 : 1);
     for (qsizetype length = 0; length < end; length += std::max<qsizetype>(1, whole.size() / 40))
         expectNothing(unpackBytes(whole.left(length)), "");
     // At the boundary between two files of a plain archive, where a reader could take it for its end.
-    if (GetParam() == ArchiveKind::Tar) {
+    if (kind() == ArchiveKind::Tar) {
         const qsizetype boundary = whole.indexOf("A.app/last");
         ASSERT_GT(boundary, 0);
         expectNothing(unpackBytes(whole.left(boundary)), "its end is missing");
@@ -325,7 +344,7 @@ TEST_P(SummedUnpacking, ChangedBytesAreNoticed) {
     QByteArray noise(30000, 0);
     for (qsizetype i = 0; i < noise.size(); ++i)
         noise[i] = static_cast<char>((i * i * 7919) >> 3);
-    tx::test::makeArchive(file, GetParam(), {{u"noise"_s, ArchiveEntry::File, noise}});
+    tx::test::makeArchive(file, kind(), {{u"noise"_s, ArchiveEntry::File, noise}});
     const QByteArray whole = tx::test::readFile(file);
     for (const qsizetype at : {whole.size() / 3, whole.size() / 2, whole.size() * 2 / 3}) {
         QByteArray changed = whole;
@@ -349,7 +368,7 @@ TEST_P(Unpacking, NamesInAnyEncodingAreKept) {
     EXPECT_EQ(namesIn(out).size(), names.size());
     for (const QByteArray &name : names) {
         // The library composes what stands in zip archives.
-        const QString expected = GetParam() == ArchiveKind::Zip
+        const QString expected = kind() == ArchiveKind::Zip
                                      ? QString::fromUtf8(name).normalized(QString::NormalizationForm_C)
                                      : QString::fromUtf8(name);
         const std::filesystem::path unpacked(out.toStdString() + '/' + expected.toStdString());
@@ -377,16 +396,17 @@ TEST_P(Unpacking, WhatAKilledRunLeftIsNotMixedIn) {
     EXPECT_EQ(namesIn(out + u"/A.app"_s), QStringList{u"new"_s});
 }
 
-TEST_P(Unpacking, KilledAtAnyTimeItLeavesAllOrNothing) {
+TEST_P(PipedUnpacking, KilledAtAnyTimeItLeavesAllOrNothing) {
     QList<ArchiveEntry> entries;
     for (int i = 0; i < 300; ++i)
         entries.append({u"A.app/%1"_s.arg(i), ArchiveEntry::File, QByteArray(3000, 'x')});
-    tx::test::makeArchive(file, GetParam(), entries);
+    tx::test::makeArchive(file, kind(), entries);
     const QByteArray archive = tx::test::readFile(file);
     int killed = 0;
     for (int fed = 0; fed <= 10; ++fed) {
         QProcess process;
-        process.start(tool(GetParam()), options(GetParam()) << out);
+        QStringList words = command(out);
+        process.start(words.takeFirst(), words);
         ASSERT_TRUE(process.waitForStarted());
         process.write(archive.left(archive.size() * fed / 10));
         if (fed == 10)
@@ -415,21 +435,32 @@ TEST_P(TarUnpacking, FolderOfAllEntriesIsNoEntry) {
     EXPECT_EQ(modeOf(u"."_s), before);
 }
 
-std::string nameOf(const testing::TestParamInfo<ArchiveKind> &each) {
-    return std::string(tx::test::suffixOf(each.param)).substr(1);
+std::string nameOf(const testing::TestParamInfo<Way> &each) {
+    return std::string(tx::test::suffixOf(each.param.kind)).substr(1) + (each.param.asFile ? "AsFile" : "");
 }
 
-INSTANTIATE_TEST_SUITE_P(Kinds, Unpacking,
-                         testing::Values(ArchiveKind::Zip, ArchiveKind::Tgz, ArchiveKind::Tbz,
-                                         ArchiveKind::Tzst, ArchiveKind::Tar),
-                         nameOf);
-INSTANTIATE_TEST_SUITE_P(Kinds, TarUnpacking,
-                         testing::Values(ArchiveKind::Tgz, ArchiveKind::Tbz, ArchiveKind::Tzst,
-                                         ArchiveKind::Tar),
-                         nameOf);
+constexpr Way tarPipes[] = {{ArchiveKind::Tgz}, {ArchiveKind::Tbz}, {ArchiveKind::Tzst}, {ArchiveKind::Tar}};
+constexpr Way pipes[] = {
+    {ArchiveKind::Zip}, {ArchiveKind::Tgz}, {ArchiveKind::Tbz}, {ArchiveKind::Tzst}, {ArchiveKind::Tar}};
+constexpr Way tarFiles[] = {
+    {ArchiveKind::Tgz, true}, {ArchiveKind::Tbz, true}, {ArchiveKind::Tzst, true}, {ArchiveKind::Tar, true}};
+constexpr Way files[] = {{ArchiveKind::Zip, true},
+                         {ArchiveKind::Tgz, true},
+                         {ArchiveKind::Tbz, true},
+                         {ArchiveKind::Tzst, true},
+                         {ArchiveKind::Tar, true}};
+
+INSTANTIATE_TEST_SUITE_P(Kinds, Unpacking, testing::ValuesIn(pipes), nameOf);
+INSTANTIATE_TEST_SUITE_P(Files, Unpacking, testing::ValuesIn(files), nameOf);
+INSTANTIATE_TEST_SUITE_P(Kinds, TarUnpacking, testing::ValuesIn(tarPipes), nameOf);
+INSTANTIATE_TEST_SUITE_P(Files, TarUnpacking, testing::ValuesIn(tarFiles), nameOf);
+INSTANTIATE_TEST_SUITE_P(Kinds, PipedUnpacking, testing::ValuesIn(pipes), nameOf);
 INSTANTIATE_TEST_SUITE_P(Kinds, SummedUnpacking,
-                         testing::Values(ArchiveKind::Zip, ArchiveKind::Tgz, ArchiveKind::Tbz), nameOf);
-INSTANTIATE_TEST_SUITE_P(Kinds, GzipUnpacking, testing::Values(ArchiveKind::Tgz), nameOf);
+                         testing::Values(Way{ArchiveKind::Zip}, Way{ArchiveKind::Tgz}, Way{ArchiveKind::Tbz},
+                                         Way{ArchiveKind::Zip, true}, Way{ArchiveKind::Tgz, true},
+                                         Way{ArchiveKind::Tbz, true}),
+                         nameOf);
+INSTANTIATE_TEST_SUITE_P(Kinds, GzipUnpacking, testing::Values(Way{ArchiveKind::Tgz}), nameOf);
 
 TEST(TarTool, MisusePrintsUsage) {
     const QString tar = tx::test::resourcesFolder() + u"/Archives/tar"_s;
@@ -448,11 +479,13 @@ TEST(TarTool, WorkingFolderThatTheUserMayNotReadDoesNoHarm) {
     QTemporaryDir folder;
     const QString place = folder.path();
     tx::test::makeArchive(place + u"/a"_s, ArchiveKind::Tar, {good});
-    ASSERT_TRUE(QFile::copy(tx::test::resourcesFolder() + u"/Archives/tar"_s, place + u"/tar"_s));
+    ASSERT_TRUE(QDir(place).mkdir(u"Archives"_s));
+    for (const QString &tool : {u"/Archives/tar"_s, u"/TXUpdateUnpacker"_s})
+        ASSERT_TRUE(QFile::copy(tx::test::resourcesFolder() + tool, place + tool));
     ASSERT_TRUE(QDir(place).mkdir(u"out"_s) && QDir(place).mkdir(u"closed"_s));
     QString program = u"sh"_s;
-    QStringList words{u"-c"_s,
-                      u"cd '%1/closed' && chmod 0 . && exec '%1/tar' -xC '%1/out' < '%1/a'"_s.arg(place)};
+    QStringList words{
+        u"-c"_s, u"cd '%1/closed' && chmod 0 . && exec '%1/Archives/tar' -xC '%1/out' < '%1/a'"_s.arg(place)};
     if (geteuid() == 0) {
         // Root may read every folder, so the test runs the program as another user.
         ASSERT_EQ(runProcess(u"chown"_s, {u"-R"_s, u"65534:65534"_s, place}).status, 0);
@@ -463,6 +496,17 @@ TEST(TarTool, WorkingFolderThatTheUserMayNotReadDoesNoHarm) {
     const ProcessResult result = runProcess(program, words);
     EXPECT_EQ(result.status, 0) << result.errors.constData();
     EXPECT_EQ(tx::test::namesIn(place + u"/out"_s), QStringList{good.name});
+}
+
+TEST(TarTool, WithoutTheProgramThatUnpacksSaysWhichIsMissing) {
+    QTemporaryDir folder;
+    ASSERT_TRUE(QDir(folder.path()).mkdir(u"Archives"_s));
+    const QString tar = folder.filePath(u"Archives/tar"_s);
+    ASSERT_TRUE(QFile::copy(tx::test::resourcesFolder() + u"/Archives/tar"_s, tar));
+    const ProcessResult result = runProcess(tar, {u"-xC"_s, folder.path()});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.errors, "tar: " + QFile::encodeName(QFileInfo(folder.path()).canonicalFilePath()) +
+                                 "/TXUpdateUnpacker: No such file or directory\n");
 }
 
 TEST(TarTool, CompressionIsTheOneThatWasAskedFor) {

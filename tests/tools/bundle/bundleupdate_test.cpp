@@ -104,8 +104,9 @@ TEST_F(BundledHost, ToolsOfTheFrameworkGoAlongAndItsPageModuleWhenItIsAskedFor) 
     ASSERT_EQ(without.status, 0) << without.errors.constData();
     const QStringList places = placesIn(json(without));
     const QString resources = u"Contents/Frameworks/TarvixUpdate/Resources/"_s;
-    for (const QString &tool : {u"TXUpdateInstaller.app/Contents/MacOS/TXUpdateInstaller"_s,
-                                u"TXUpdateInterface.so"_s, u"ditto"_s, u"en.lproj/TarvixUpdate.strings"_s})
+    for (const QString &tool :
+         {u"TXUpdateInstaller.app/Contents/MacOS/TXUpdateInstaller"_s, u"TXUpdateInterface.so"_s,
+          u"TXUpdateUnpacker"_s, u"ditto"_s, u"en.lproj/TarvixUpdate.strings"_s})
         EXPECT_TRUE(places.contains(resources + tool)) << tool.toStdString();
     EXPECT_TRUE(places.contains(u"Contents/PlugIns/tls/libqopensslbackend.so"_s));
     EXPECT_TRUE(places.contains(u"Contents/PlugIns/imageformats/libqsvg.so"_s));

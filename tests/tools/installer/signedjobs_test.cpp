@@ -78,9 +78,9 @@ TEST_F(SignedJob, FailingStepInstallsNothing) {
     };
     expectRefused(JobFailed, "ended with status 1: disk full", job());
     context.run = runs;
-    ASSERT_TRUE(QFile::rename(resources + u"/ditto"_s, path(u"ditto"_s)));
-    ASSERT_TRUE(QFile::link(path(u"ditto"_s), resources + u"/ditto"_s));
-    expectRefused(JobFailed, "ditto is a link", job());
+    ASSERT_TRUE(QFile::rename(resources + u"/TXUpdateUnpacker"_s, path(u"unpacker"_s)));
+    ASSERT_TRUE(QFile::link(path(u"unpacker"_s), resources + u"/TXUpdateUnpacker"_s));
+    expectRefused(JobFailed, "TXUpdateUnpacker is a link", job());
     EXPECT_TRUE(ran.empty());
 }
 

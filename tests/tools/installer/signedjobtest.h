@@ -95,10 +95,8 @@ protected:
         makeBundle(bundle, {.build = u"1"_s});
         setInfo(bundle, u"TXUpdatePublicKeys"_s, keyTexts({0, 1}));
         writeFile(installer, "tool");
-        EXPECT_EQ(runProcess(u"cp"_s, {u"-R"_s, resourcesFolder() + u"/ditto"_s,
-                                       resourcesFolder() + u"/Archives"_s, resources})
-                      .status,
-                  0);
+        EXPECT_EQ(
+            runProcess(u"cp"_s, {u"-R"_s, resourcesFolder() + u"/TXUpdateUnpacker"_s, resources}).status, 0);
         makeBundle(unpacked, {.build = u"666"_s});
         release.bundle = path(u"release/New.app"_s);
         release.archive = path(u"cache/New.zip"_s);
