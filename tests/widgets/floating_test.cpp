@@ -156,6 +156,14 @@ protected:
         host.write("order\n");
         return host.waitForReadyRead(10000) ? host.readLine().trimmed() : QByteArray("no answer");
     }
+    /// The window manager may take long to start.
+    void expectWindows(qsizetype count) {
+        QByteArray last;
+        EXPECT_TRUE(waitUntil([&] { return (last = order()).size() == count; }, 60000))
+            << last.constData() << " instead of " << count << " windows. The window manager "
+            << (manager.state() == QProcess::Running ? "runs: " : "has ended: ")
+            << manager.readAllStandardError().constData();
+    }
     /// The order settles as the window manager comes to it.
     void expectOrder(const char *expected) {
         QByteArray last;
@@ -166,14 +174,14 @@ protected:
 
 TEST_F(Stacking, PanelStaysAboveTheApplicationsWindowsAndNotAboveOtherPrograms) {
     start(host, {});
-    EXPECT_TRUE(waitUntil([this] { return order().size() == 3; }));
+    expectWindows(3);
     for (const auto &[window, expected] :
          {std::pair{"A", "BAP"}, {"B", "ABP"}, {"P", "ABP"}, {"A", "BAP"}, {"A", "BAP"}}) {
         activate(host, window);
         expectOrder(expected);
     }
     start(other, {u"other"_s});
-    EXPECT_TRUE(waitUntil([this] { return order().size() == 4; }));
+    expectWindows(4);
     activate(other, "O");
     expectOrder("BAP?");
 }
