@@ -212,11 +212,12 @@ QString TXUpdateUnarchiver::unpack(int archive, const QString &type, const QStri
         return {}; // nobody is told, and the source of messages may be destroyed
     if (*status == archiveUnreadable)
         return tx::localizedFormat(u"An error occured while reading from the archive %d."_s, {u"1"_s});
-    // An application that was there before is not a part of an archive that could not be unpacked.
+    // The status does not matter; it matters whether the application is there. But an application that was
+    // there before is not the one in a verified archive that could not be unpacked.
     tx::FoundApplication found;
-    if (*status == 0)
+    if (*status == 0 || !m_verified)
         found = tx::findApplication(destination, m_wanted);
-    else if (toolSays.isEmpty())
+    if (*status != 0 && toolSays.isEmpty())
         toolSays = u"TXUpdateUnpacker: exit status %1"_s.arg(*status);
     application = found.path;
     if (!application.isNull())

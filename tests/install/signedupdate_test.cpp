@@ -318,6 +318,18 @@ TEST_F(SignedInstalling, SignedReleaseIsInstalled) {
         << states().toStdString();
 }
 
+TEST_F(SignedInstalling, ApplicationThatWasThereBeforeIsNotTheOneInAnArchiveThatCannotBeUnpacked) {
+    const QByteArray broken = "no archive";
+    writeFile(archivePath, broken);
+    makeBundle(cache + u"/MyApp.app"_s, {.build = u"1043"_s});
+    addKeys(cache + u"/MyApp.app"_s, {keyText(key(0)), keyText(key(1))});
+    take(updateWith(archiveTexts(broken, "1043", {0})));
+    installToTheEnd();
+    EXPECT_THAT(error.localizedFailureReason().toStdString(),
+                testing::StartsWith("Could not find the unarchived application. "));
+    EXPECT_TRUE(namesIn(*tx::downloadsDirectory()).isEmpty());
+}
+
 TEST_F(SignedInstalling, FileThatIsNotTheSignedOneIsNotUnpacked) {
     const auto exchanged = [this](const QByteArray &content) {
         offer({keyText(key(0))});

@@ -456,8 +456,16 @@ private:
     const QString m_script;
 };
 
-TEST_F(Unarchiver, FailureIsReportedEvenWhenAnApplicationStandsThere) {
-    tx::test::makeBundle(folder + u"/Old.app"_s, {});
+TEST_F(Unarchiver, StatusDoesNotMatterIfTheApplicationIsThere) {
+    const ScriptTasks tasks(u"echo 'tar: no' >&2; exit 1"_s);
+    const QString old = folder + u"/Old.app"_s;
+    tx::test::makeBundle(old, {});
+    unarchive(archive(ArchiveKind::Zip, newBuild()));
+    EXPECT_TRUE(error.isNull()) << error.toString().toStdString();
+    EXPECT_EQ(application, old);
+}
+
+TEST_F(Unarchiver, FailureOfTheToolIsSaidIfNoApplicationIsThere) {
     const struct {
         QString script, says;
     } cases[] = {{u"exit 1"_s, u"TXUpdateUnpacker: exit status 1"_s},
