@@ -41,10 +41,15 @@ set(recommended)
 if(pages)
   set(recommended -dRecommends -e${pages})
 endif()
+find_program(shlibdeps dpkg-shlibdeps)
+if(NOT shlibdeps)
+  message(FATAL_ERROR "The program dpkg-shlibdeps, which finds the packages that the libraries depend on, was not found. "
+                      "Install dpkg-dev, then run cpack again.")
+endif()
 # dpkg-shlibdeps expects to run in a source package.
 file(WRITE ${stage}/shlibdeps/debian/control "Source: tarvixupdate\n\nPackage: libtarvixupdate-widgets0\nArchitecture: any\n")
 execute_process(
-  COMMAND dpkg-shlibdeps -O --ignore-missing-info -l${stage}/TarvixUpdateCore/usr/${CPACK_TARVIXUPDATE_LIBDIR}
+  COMMAND ${shlibdeps} -O --ignore-missing-info -l${stage}/TarvixUpdateCore/usr/${CPACK_TARVIXUPDATE_LIBDIR}
           -e${widgets}/${CPACK_TARVIXUPDATE_LIBDIR}/libTarvixUpdateWidgets.so.${CPACK_PACKAGE_VERSION}
           -e${resources}/TXUpdateInterface.so ${recommended}
   WORKING_DIRECTORY ${stage}/shlibdeps OUTPUT_VARIABLE found COMMAND_ERROR_IS_FATAL ANY)
